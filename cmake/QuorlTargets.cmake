@@ -1,0 +1,33 @@
+# Functions that declare the shared libraries and the test programs.
+
+# quorl_library(name SOURCES ... LINK ... MAP file): a shared library whose exports are those of its version script.
+# SONAMEs are the plain names, since other programs are bound to them; RUNPATH lets LD_LIBRARY_PATH win.
+function(quorl_library name)
+  cmake_parse_arguments(arg "" "MAP" "SOURCES;LINK" ${ARGN})
+  add_library(${name} SHARED ${arg_SOURCES})
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
+  target_link_libraries(${name} ${arg_LINK})
+  # The sanitizers' run-time libraries are resolved by the program, so undefined symbols are an error only without them.
+  target_link_options(${name} PRIVATE -Wl,--version-script=${arg_MAP} -Wl,--enable-new-dtags -Wl,-z,relro,-z,now)
+  if(NOT QUORL_SANITIZE)
+    target_link_options(${name} PRIVATE -Wl,-z,defs)
+  endif()
+  set_target_properties(${name} PROPERTIES LINK_DEPENDS ${arg_MAP} BUILD_RPATH "$ORIGIN" INSTALL_RPATH "$ORIGIN")
+  install(TARGETS ${name} DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endfunction()
+
+# quorl_gtest(name LABEL label SOURCES ... LINK ... [TIMEOUT seconds]): a GoogleTest program, run whole as one ctest test;
+# its report, which scripts/test counts, goes to reports/.
+function(quorl_gtest name)
+  cmake_parse_arguments(arg "" "LABEL;TIMEOUT" "SOURCES;LINK" ${ARGN})
+  if(NOT arg_SOURCES)
+    return()
+  endif()
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 300)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest GTest::gtest_main Threads::Threads)
+  add_test(NAME ${name} COMMAND ${name} --gtest_output=xml:${CMAKE_BINARY_DIR}/reports/${name}.xml --gtest_brief=1)
+  set_tests_properties(${name} PROPERTIES LABELS "${arg_LABEL}" TIMEOUT ${arg_TIMEOUT})
+endfunction()

@@ -1,0 +1,102 @@
+/* quorlcm.h: certified delivery: messages that are kept until every registered listener has confirmed them.
+ *
+ * The rules of quorl.h hold here too. An id that names no certified transport is QUORL_INVALID_TRANSPORT, one that names
+ * no certified listener QUORL_INVALID_EVENT. */
+#ifndef QUORL_QUORLCM_H
+#define QUORL_QUORLCM_H
+
+#include "quorl/quorl.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef quorl_u32 quorlcmTransport; /* object type 100 */
+typedef quorl_u32 quorlcmEvent;     /* object type 101 */
+
+/* Runs as a quorlEventCallback does. */
+typedef void (*quorlcmEventCallback)(quorlcmEvent listener, quorlMsg message, void* closure);
+/* Called once, on a thread of the library, never inside the destroying call, when the object is gone. */
+typedef void (*quorlcmTransportOnComplete)(quorlcmTransport transport, void* closure);
+typedef void (*quorlcmEventOnComplete)(quorlcmEvent listener, void* closure);
+/* Called for each ledger entry; the message lives during the call. Null: go on; anything else: stop. */
+typedef void* (*quorlcmReviewCallback)(quorlcmTransport transport, const char* subject, quorlMsg message,
+                                       void* closure);
+
+/* The version of this library, as quorl_Version. */
+QUORL_API const char* quorlcm_Version(void);
+
+/* ---- transports ------------------------------------------------------------------------------------------------- */
+
+/* Adds certified delivery to a transport, which must outlive it. cmName: the sender's and listener's lasting name, null
+ * for a name of the library's own that lasts as long as the object. requestOld: whether messages that were sent to the
+ * name before are asked for. ledgerName: the ledger's file, null for a ledger in memory. syncLedger: whether a send
+ * returns only when the message would survive a power failure. relayAgent: the name of a relay, null for none. */
+QUORL_API quorl_status quorlcmTransport_Create(quorlcmTransport* cmTransport, quorlTransport transport,
+                                               const char* cmName, quorl_bool requestOld, const char* ledgerName,
+                                               quorl_bool syncLedger, const char* relayAgent);
+/* Starts destruction and returns. */
+QUORL_API quorl_status quorlcmTransport_Destroy(quorlcmTransport cmTransport);
+/* Starts destruction; completion is called with closure when the library has finished with the transport and its ledger,
+ * and is never called when this returns anything but QUORL_OK. */
+QUORL_API quorl_status quorlcmTransport_DestroyEx(quorlcmTransport cmTransport, quorlcmTransportOnComplete completion,
+                                                  const void* closure);
+
+/* As their quorlTransport namesakes, with certified delivery. */
+QUORL_API quorl_status quorlcmTransport_Send(quorlcmTransport cmTransport, quorlMsg message);
+QUORL_API quorl_status quorlcmTransport_SendRequest(quorlcmTransport cmTransport, quorlMsg request, quorlMsg* reply,
+                                                    quorl_f64 timeout);
+QUORL_API quorl_status quorlcmTransport_SendReply(quorlcmTransport cmTransport, quorlMsg reply, quorlMsg request);
+
+/* Lets the listener of that name register, or forbids it and ends its registrations. */
+QUORL_API quorl_status quorlcmTransport_AllowListener(quorlcmTransport cmTransport, const char* cmName);
+QUORL_API quorl_status quorlcmTransport_DisallowListener(quorlcmTransport cmTransport, const char* cmName);
+/* Keeps messages on subject for that listener from now on, before it has registered; or stops doing so. */
+QUORL_API quorl_status quorlcmTransport_AddListener(quorlcmTransport cmTransport, const char* cmName,
+                                                    const char* subject);
+QUORL_API quorl_status quorlcmTransport_RemoveListener(quorlcmTransport cmTransport, const char* cmName,
+                                                       const char* subject);
+/* Forgets everything about subject in the ledger. */
+QUORL_API quorl_status quorlcmTransport_RemoveSendState(quorlcmTransport cmTransport, const char* subject);
+/* Expires the messages on subject up to and with that number. */
+QUORL_API quorl_status quorlcmTransport_ExpireMessages(quorlcmTransport cmTransport, const char* subject,
+                                                       quorl_u64 sequenceNumber);
+/* Returns when the ledger would survive a power failure. */
+QUORL_API quorl_status quorlcmTransport_SyncLedger(quorlcmTransport cmTransport);
+QUORL_API quorl_status quorlcmTransport_ConnectToRelayAgent(quorlcmTransport cmTransport);
+QUORL_API quorl_status quorlcmTransport_DisconnectFromRelayAgent(quorlcmTransport cmTransport);
+/* Seconds after which messages sent from now on expire; 0 for never. */
+QUORL_API quorl_status quorlcmTransport_SetDefaultCMTimeLimit(quorlcmTransport cmTransport, quorl_f64 timeLimit);
+/* Seconds of silence after which a listener's state about a publisher is dropped. */
+QUORL_API quorl_status quorlcmTransport_SetPublisherInactivityDiscardInterval(quorlcmTransport cmTransport,
+                                                                              quorl_i32 timeout);
+/* Calls back for each ledger entry whose subject matches, on this thread, before it returns. subject: null for all. */
+QUORL_API quorl_status quorlcmTransport_ReviewLedger(quorlcmTransport cmTransport, quorlcmReviewCallback callback,
+                                                     const char* subject, const void* closure);
+
+/* ---- listeners -------------------------------------------------------------------------------------------------- */
+
+QUORL_API quorl_status quorlcmEvent_CreateListener(quorlcmEvent* listener, quorlQueue queue,
+                                                   quorlcmEventCallback callback, quorlcmTransport cmTransport,
+                                                   const char* subject, const void* closure);
+/* cancelAgreements: whether the senders forget this listener; completion may be null. */
+QUORL_API quorl_status quorlcmEvent_DestroyEx(quorlcmEvent listener, quorl_bool cancelAgreements,
+                                              quorlcmEventOnComplete completion);
+/* From now on the program confirms each message itself with quorlcmEvent_ConfirmMsg. */
+QUORL_API quorl_status quorlcmEvent_SetExplicitConfirm(quorlcmEvent listener);
+QUORL_API quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent listener, quorlMsg message);
+
+/* ---- attributes of certified messages --------------------------------------------------------------------------- */
+
+/* QUORL_NOT_FOUND: the message carries no such attribute. The name belongs to the message. */
+QUORL_API quorl_status quorlMsg_GetCMSender(quorlMsg message, const char** sender);
+QUORL_API quorl_status quorlMsg_GetCMSequence(quorlMsg message, quorl_u64* sequence);
+QUORL_API quorl_status quorlMsg_GetCMTimeLimit(quorlMsg message, quorl_f64* timeLimit);
+/* Seconds, 0 for never; before the message is sent. */
+QUORL_API quorl_status quorlMsg_SetCMTimeLimit(quorlMsg message, quorl_f64 timeLimit);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,52 @@
+/* quorlft.h: fault tolerance: groups of processes in which a set number of members is active.
+ *
+ * The rules of quorl.h hold here too. */
+#ifndef QUORL_QUORLFT_H
+#define QUORL_QUORLFT_H
+
+#include "quorl/quorl.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef quorl_u32 quorlftMember;  /* object type 200 */
+typedef quorl_u32 quorlftMonitor; /* object type 201 */
+
+/* What a member is told to do. */
+typedef QUORL_ENUM(quorlftAction){
+    QUORLFT_PREPARE_TO_ACTIVATE = 1,
+    QUORLFT_ACTIVATE = 2,
+    QUORLFT_DEACTIVATE = 3,
+    QUORLFT_PREPARE_AND_ACTIVATE = 4 /* for bindings that merge the first two */
+} quorlftAction;
+
+/* Both run on the thread that dispatches the queue. */
+typedef void (*quorlftMemberCallback)(quorlftMember member, const char* groupName, quorlftAction action, void* closure);
+typedef void (*quorlftMonitorCallback)(quorlftMonitor monitor, const char* groupName, quorl_u32 numActiveMembers,
+                                       void* closure);
+
+/* The version of this library, as quorl_Version. */
+QUORL_API const char* quorlft_Version(void);
+
+/* Joins a group. weight: rank, higher first, 1 to 65535. activeGoal: members that are to be active. Intervals in seconds:
+ * between signs of life, of silence before preparation (0 for none), of silence before activation. */
+QUORL_API quorl_status quorlftMember_Create(quorlftMember* member, quorlQueue queue, quorlftMemberCallback callback,
+                                            quorlTransport transport, const char* groupName, quorl_u16 weight,
+                                            quorl_u16 activeGoal, quorl_f64 heartbeatInterval,
+                                            quorl_f64 preparationInterval, quorl_f64 activationInterval,
+                                            const void* closure);
+QUORL_API quorl_status quorlftMember_Destroy(quorlftMember member);
+QUORL_API quorl_status quorlftMember_SetWeight(quorlftMember member, quorl_u16 weight);
+
+/* Watches a group without joining it. lostInterval: seconds of silence after which a member counts as lost. */
+QUORL_API quorl_status quorlftMonitor_Create(quorlftMonitor* monitor, quorlQueue queue, quorlftMonitorCallback callback,
+                                             quorlTransport transport, const char* groupName, quorl_f64 lostInterval,
+                                             const void* closure);
+QUORL_API quorl_status quorlftMonitor_Destroy(quorlftMonitor monitor);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
