@@ -448,7 +448,7 @@ QUORL_API quorl_status quorlMsg_CreateFromBytes(quorlMsg* message, const void* b
 QUORL_API quorl_status quorlMsg_CreateCopy(quorlMsg message, quorlMsg* copy);
 /* A copy of the subjects alone, without the fields; belongs to the caller. */
 QUORL_API quorl_status quorlMsg_GetEnvelope(quorlMsg message, quorlMsg* envelope);
-/* QUORL_NOT_PERMITTED: a message inside a message, or one that a callback in progress was given and did not detach. */
+/* QUORL_NOT_PERMITTED: a message inside a message. One that a callback was given may be destroyed by it at once. */
 QUORL_API quorl_status quorlMsg_Destroy(quorlMsg message);
 /* Takes a message that a callback was given out of the library's ownership: it outlives the callback and is the caller's
  * to destroy. QUORL_NOT_PERMITTED for a message inside a message; a message of the caller's own stays as it is. */

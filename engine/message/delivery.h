@@ -1,0 +1,65 @@
+// What the rest of the engine knows of messages: a shared, unchangeable content that queues and transports carry, and
+// the handles that callbacks are given. Fields and formats are not here.
+#pragma once
+
+#include <string_view>
+#include <utility>
+
+#include "quorl/quorl.h"
+
+namespace quorl::message {
+
+class Content;  // one message's subjects and wire image; never changes while it is shared
+
+// Counts a reference to a Content. May be moved and copied between threads.
+class ContentRef {
+  public:
+    ContentRef() noexcept = default;
+    ContentRef(const ContentRef& other) noexcept;
+    ContentRef(ContentRef&& other) noexcept : content_(std::exchange(other.content_, nullptr)) {}
+    ContentRef& operator=(ContentRef other) noexcept {
+        std::swap(content_, other.content_);
+        return *this;
+    }
+    ~ContentRef();
+
+    explicit operator bool() const noexcept { return content_ != nullptr; }
+    std::string_view sendSubject() const noexcept;   // empty when there is none; zero-terminated
+    std::string_view replySubject() const noexcept;  // empty when there is none; zero-terminated
+    quorl_u32 byteSize() const noexcept;             // bytes of the wire image
+
+    // Gives the reference out as a plain pointer, and takes it back; for queues that link contents themselves.
+    Content* release() noexcept { return std::exchange(content_, nullptr); }
+    static ContentRef adopt(Content* content) noexcept {
+        ContentRef ref;
+        ref.content_ = content;
+        return ref;
+    }
+
+  private:
+    Content* content_ = nullptr;
+};
+
+// The message's content as it is now. Nothing is copied: message and content share until the message is changed.
+// QUORL_INVALID_MSG, QUORL_NO_MEMORY.
+quorl_status snapshot(quorlMsg message, ContentRef* content) noexcept;
+
+// A content made from a wire image and subjects that came from outside; the image is validated and copied.
+// QUORL_CORRUPT_MSG, QUORL_INVALID_SUBJECT, QUORL_NO_MEMORY.
+quorl_status contentFromBytes(const void* bytes, size_t size, std::string_view sendSubject,
+                              std::string_view replySubject, ContentRef* content) noexcept;
+
+// A handle over content for a callback: the library's until it is detached or the callback destroys it. closure is what
+// quorlMsg_GetClosure answers.
+quorl_status deliver(ContentRef content, const void* closure, quorlMsg* message) noexcept;
+
+// A handle over content that belongs to the caller from the start: a reply.
+quorl_status handOver(ContentRef content, quorlMsg* message) noexcept;
+
+// After the callback: destroys the message unless it was detached. A handle that is gone already is left alone.
+void finishDelivery(quorlMsg message) noexcept;
+
+// Messages alive in this process, sub-message handles not counted; for statistics and tests.
+quorl_u64 liveMessages() noexcept;
+
+}  // namespace quorl::message
