@@ -1,0 +1,52 @@
+# What the scripts share: where the tree is, packages, the release build. Sourced, not run.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+cd "$root"
+
+say() { printf '%s\n' "== $*" >&2; }
+die() {
+    printf '%s\n' "$(basename "$0"): $*" >&2
+    exit 2
+}
+
+# What a build needs, and what the tests need on top of it.
+build_packages=(g++ cmake ninja-build openjdk-17-jdk-headless libpicocli-java)
+test_packages=(libgtest-dev junit5 python3-minimal binutils)
+sanitizer_packages=(clang libclang-rt-14-dev)
+lint_packages=(clang-format clang-tidy)
+
+# Installs those of the named Debian packages that are missing; needs root or sudo only when some are.
+ensure_packages() {
+    local package missing=()
+    for package in "$@"; do
+        dpkg-query -W -f='${Status}\n' "$package" 2>/dev/null | grep -q '^install ok installed' || missing+=("$package")
+    done
+    ((${#missing[@]})) || return 0
+    local as_root=()
+    if [[ $(id -u) -ne 0 ]]; then
+        command -v sudo >/dev/null || die "these packages are missing and there is no sudo: ${missing[*]}"
+        as_root=(sudo)
+    fi
+    say "installing ${missing[*]}"
+    # RUNLEVEL=1: package scripts start no service.
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 sh -c '
+        apt-get -qq update >/dev/null && apt-get -qq install -y --no-install-recommends "$@" >/dev/null' sh "${missing[@]}" \
+        || die "could not install ${missing[*]}"
+}
+
+# configure_and_build preset [target ...]
+configure_and_build() {
+    local preset=$1
+    shift
+    say "building $preset"
+    cmake --preset "$preset" >"/tmp/quorl-configure.$$" 2>&1 || {
+        cat "/tmp/quorl-configure.$$" >&2
+        rm -f "/tmp/quorl-configure.$$"
+        die "configuring $preset failed"
+    }
+    rm -f "/tmp/quorl-configure.$$"
+    local targets=()
+    (($#)) && targets=(--target "$@")
+    cmake --build --preset "$preset" "${targets[@]}" >&2 || die "building $preset failed"
+}
