@@ -1,0 +1,59 @@
+package com.vesma.quorl.cli;
+
+import java.nio.charset.StandardCharsets;
+
+/** Checks subjects given on the command line and says what is wrong with them. The library checks them again. */
+final class Subjects {
+    /** Bytes of UTF-8 that a subject may have. */
+    static final int MAX_BYTES = 254;
+
+    private Subjects() {}
+
+    /** What keeps a subject from being sent to, or null. */
+    static String whyNotSendable(String subject) {
+        String malformed = malformed(subject);
+        if (malformed != null) return malformed;
+        for (String element : subject.split("\\.", -1)) {
+            if (element.equals("*") || element.equals(">")) {
+                return "\"" + element + "\" is a wildcard; a message is sent to one subject";
+            }
+        }
+        return null;
+    }
+
+    /** What keeps a subject from being listened to, or null. */
+    static String whyNotListenable(String subject) {
+        String malformed = malformed(subject);
+        if (malformed != null) return malformed;
+        String[] elements = subject.split("\\.", -1);
+        for (int i = 0; i < elements.length - 1; i++) {
+            if (elements[i].equals(">")) return "\">\" stands for all that follows, so it must be the last element";
+        }
+        return null;
+    }
+
+    private static String malformed(String subject) {
+        if (subject.isEmpty()) return "it is empty";
+        int bytes = subject.getBytes(StandardCharsets.UTF_8).length;
+        if (bytes > MAX_BYTES) return "it has " + bytes + " bytes; a subject has at most " + MAX_BYTES;
+        String[] elements = subject.split("\\.", -1);
+        for (int i = 0; i < elements.length; i++) {
+            if (elements[i].isEmpty()) return "element " + (i + 1) + " is empty";
+        }
+        return null;
+    }
+
+    /**
+     * Text as one subject element: dots, wildcards, blanks, control characters and a leading underscore become "-", so that
+     * any machine's or interface's name can stand in a subject.
+     */
+    static String element(String text) {
+        StringBuilder element = new StringBuilder();
+        text.codePoints().limit(63).forEach(c -> {
+            boolean unsafe = c == '.' || c == '*' || c == '>' || Character.isWhitespace(c) || Character.isISOControl(c)
+                    || (c >= Character.MIN_SURROGATE && c <= Character.MAX_SURROGATE) || (c == '_' && element.isEmpty());
+            element.appendCodePoint(unsafe ? '-' : c);
+        });
+        return element.isEmpty() ? "-" : element.toString();
+    }
+}
