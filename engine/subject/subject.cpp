@@ -1,0 +1,122 @@
+// The syntax check and the plain matcher of subjects.
+#include "subject/subject.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "quorl/quorl.h"
+
+namespace quorl::subject {
+namespace {
+
+constexpr uint64_t kOnes = 0x0101010101010101u;
+constexpr uint64_t kHighBits = kOnes * 0x80;
+
+// The high bit of each byte of word that equals byte. Exact only for words of ASCII bytes: none of the sums carries
+// then.
+uint64_t equalBytes(uint64_t word, unsigned char byte) {
+    return ~((word ^ (kOnes * byte)) + kOnes * 0x7f) & kHighBits;
+}
+
+// Whether text, which is not empty, is plain: eight bytes at a time, and false for whatever is not ASCII, so that a
+// false answer says nothing. Nearly every subject that is ever sent takes this path.
+bool plainAscii(std::string_view text) {
+    if (text.front() == '.' || text.back() == '.') return false;
+    uint64_t lastWasDot = 0;
+    for (size_t at = 0; at < text.size(); at += sizeof(uint64_t)) {
+        uint64_t word = kOnes * 'x';
+        if (text.size() - at >= sizeof word) {
+            std::memcpy(&word, text.data() + at, sizeof word);
+        } else {
+            std::memcpy(&word, text.data() + at, text.size() - at);
+        }
+        if (word & kHighBits) return false;
+        uint64_t dots = equalBytes(word, '.');
+        uint64_t forbidden = equalBytes(word, 0) | equalBytes(word, '*') | equalBytes(word, '>');
+        // The first byte in memory is the lowest of the word: moved up one byte, a dot meets its successor.
+        if (forbidden | (dots & ((dots << 8) | lastWasDot))) return false;
+        lastWasDot = dots >> 56;
+    }
+    return true;
+}
+
+// The length of the UTF-8 sequence at text[at], whose first byte is above 0x7f; 0 when it is none. Overlong forms,
+// surrogates and values above U+10FFFF are none.
+size_t sequenceLength(std::string_view text, size_t at) {
+    auto byte = [&](size_t i) { return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0u; };
+    auto continues = [&](size_t i) { return (byte(i) & 0xc0) == 0x80; };
+    unsigned first = byte(0);
+    if (first >= 0xc2 && first <= 0xdf) return continues(1) ? 2 : 0;
+    if ((first & 0xf0) == 0xe0) {
+        if (!continues(1) || !continues(2)) return 0;
+        if (first == 0xe0 && byte(1) < 0xa0) return 0;
+        if (first == 0xed && byte(1) > 0x9f) return 0;
+        return 3;
+    }
+    if (first >= 0xf0 && first <= 0xf4) {
+        if (!continues(1) || !continues(2) || !continues(3)) return 0;
+        if (first == 0xf0 && byte(1) < 0x90) return 0;
+        if (first == 0xf4 && byte(1) > 0x8f) return 0;
+        return 4;
+    }
+    return 0;
+}
+
+// Takes the first element off the front of rest, and its separator.
+std::string_view takeElement(std::string_view& rest) {
+    size_t dot = rest.find('.');
+    std::string_view element = rest.substr(0, dot);
+    rest.remove_prefix(dot == std::string_view::npos ? rest.size() : dot + 1);
+    return element;
+}
+
+}  // namespace
+
+Form formOf(std::string_view text) noexcept {
+    if (text.empty() || text.size() > QUORL_SUBJECT_MAX) return Form::malformed;
+    if (plainAscii(text)) return Form::plain;
+
+    Form form = Form::plain;
+    size_t elementStart = 0;
+    for (size_t at = 0; at < text.size();) {
+        bool first = at == elementStart;
+        bool last = at + 1 == text.size();
+        switch (text[at]) {
+            case '\0':
+                return Form::malformed;
+            case '.':
+                if (first || last) return Form::malformed;
+                elementStart = ++at;
+                break;
+            case '*':
+                if (!first || (!last && text[at + 1] != '.')) return Form::malformed;
+                form = Form::pattern;
+                ++at;
+                break;
+            case '>':
+                if (!first || !last) return Form::malformed;
+                form = Form::pattern;
+                ++at;
+                break;
+            default: {
+                size_t length = static_cast<unsigned char>(text[at]) < 0x80 ? 1 : sequenceLength(text, at);
+                if (length == 0) return Form::malformed;
+                at += length;
+            }
+        }
+    }
+    return form;
+}
+
+bool matches(std::string_view pattern, std::string_view subject) noexcept {
+    while (!pattern.empty() && !subject.empty()) {
+        std::string_view wanted = takeElement(pattern);
+        if (wanted == ">") return true;
+        std::string_view element = takeElement(subject);
+        if (wanted != "*" && wanted != element) return false;
+    }
+    return pattern.empty() && subject.empty();
+}
+
+}  // namespace quorl::subject

@@ -1,0 +1,72 @@
+// The cost of a match against few and many patterns, with random subjects, so that nearly every step is a cache miss
+// when there are many.
+#include <benchmark/benchmark.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "subject/trie.h"
+
+namespace {
+
+constexpr size_t kSubjects = 1 << 16;
+
+// Subjects of four elements, drawn from 10 * 20 * 50 * 100: with 100,000 patterns of the same shape a subject matches
+// about one.
+std::string element(char kind, uint64_t number) {
+    return kind + std::to_string(number);
+}
+
+struct Fixture {
+    std::vector<std::string> patterns;
+    std::vector<std::string> subjects;
+    quorl::subject::Trie<std::string> trie;
+
+    explicit Fixture(size_t count) {
+        std::mt19937_64 random(1);
+        auto below = [&](uint64_t bound) { return random() % bound; };
+        auto parts = [&] {
+            return std::vector<std::string>{element('s', below(10)), element('l', below(20)), element('u', below(50)),
+                                            element('p', below(100))};
+        };
+        auto join = [](const std::vector<std::string>& list) {
+            return list[0] + "." + list[1] + "." + list[2] + "." + list[3];
+        };
+        for (size_t i = 0; i < count; ++i) {
+            auto list = parts();
+            if (i % 10 == 0) list[1 + below(3)] = std::string("*");
+            patterns.push_back(join(list));
+        }
+        for (size_t i = 0; i < kSubjects; ++i) subjects.push_back(join(parts()));
+        for (std::string& pattern : patterns) trie.insert(pattern, &pattern);
+    }
+};
+
+void match(benchmark::State& state) {
+    Fixture fixture(static_cast<size_t>(state.range(0)));
+    size_t next = 0;
+    size_t found = 0;
+    for (auto _ : state) {
+        fixture.trie.match(fixture.subjects[next++ % kSubjects],
+                           [&](std::string* pattern) { found += pattern != nullptr; });
+    }
+    state.counters["found"] = static_cast<double>(found) / static_cast<double>(state.iterations());
+}
+BENCHMARK(match)->Arg(1)->Arg(100)->Arg(10'000)->Arg(100'000)->Arg(1'000'000);
+
+void insertAndRemove(benchmark::State& state) {
+    Fixture fixture(static_cast<size_t>(state.range(0)));
+    std::string value;
+    size_t next = 0;
+    for (auto _ : state) {
+        const std::string& subject = fixture.subjects[next++ % kSubjects];
+        fixture.trie.insert(subject, &value);
+        fixture.trie.remove(subject, &value);
+    }
+}
+BENCHMARK(insertAndRemove)->Arg(100)->Arg(100'000);
+
+}  // namespace
+
+BENCHMARK_MAIN();
