@@ -1,0 +1,102 @@
+// The natives of Quorl: the library's environment, its versions and its in-process parameters.
+#include "com_vesma_quorl_Quorl.h"
+#include "native.h"
+#include "quorl/quorlcm.h"
+#include "quorl/quorlft.h"
+
+namespace {
+
+// A version text; the empty string where the library gives none.
+template <auto version>
+jstring versionOf(JNIEnv* env) {
+    const char* const text = version();
+    return env->NewStringUTF(text != nullptr ? text : "");
+}
+
+}  // namespace
+
+extern "C" {
+
+// clang-format off
+
+// Versions
+JNIEXPORT jstring JNICALL Java_com_vesma_quorl_Quorl_getCmVersion(JNIEnv* env, jclass) { return versionOf<quorlcm_Version>(env); }
+JNIEXPORT jstring JNICALL Java_com_vesma_quorl_Quorl_getFtVersion(JNIEnv* env, jclass) { return versionOf<quorlft_Version>(env); }
+
+// clang-format on
+
+// Open and close. Statuses are the results here; nothing is thrown.
+
+// The default queue exists exactly while the library is open.
+JNIEXPORT jboolean JNICALL Java_com_vesma_quorl_Quorl_quorl_1IsOpen(JNIEnv*, jclass) {
+    return _quorlObjectId_Verify(QUORL_DEFAULT_QUEUE, QUORL_OBJECT_QUEUE) == QUORL_OK ? JNI_TRUE : JNI_FALSE;
+}
+
+JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1Open(JNIEnv*, jclass) {
+    return quorl_Open();
+}
+
+JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1Close(JNIEnv*, jclass) {
+    return quorl_Close();
+}
+
+JNIEXPORT jboolean JNICALL Java_com_vesma_quorl_Quorl_quorl_1IsValid(JNIEnv*, jclass, jint id, jint type) {
+    return _quorlObjectId_Verify(static_cast<quorl_u32>(id), static_cast<quorl_u32>(type)) == QUORL_OK ? JNI_TRUE
+                                                                                                       : JNI_FALSE;
+}
+
+// 0 is success for Java, and 1 for the initialisation.
+JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1InitializeNative(JNIEnv* env, jclass) {
+    return _quorlNative_Initialize(env) != 0 ? 0 : 1;
+}
+
+JNIEXPORT void JNICALL Java_com_vesma_quorl_Quorl_quorl_1DisableQRDMReadyCheck(JNIEnv*, jclass) {
+    quorl_DisableQRDMReadyCheck();
+}
+
+// The one native that both throws and answers a status: when the list finds no memory.
+JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1SetQRParameters(JNIEnv* env, jclass, jobjectArray array,
+                                                                         jint arrayLength) {
+    if (arrayLength < 1) {
+        return quorl_SetQRParameters(0, nullptr);
+    }
+    // The texts for the library, then the strings that they came from, in one block.
+    void* const block = allocateZeroed(arrayLength, sizeof(const char*) + sizeof(jstring));
+    if (block == nullptr) {
+        throwOutOfMemory(env, "Cannot allocate memory for IPM parameters.");
+        return QUORL_NO_MEMORY;
+    }
+    const char** const texts = static_cast<const char**>(block);
+    jstring* const strings = static_cast<jstring*>(static_cast<void*>(texts + arrayLength));
+    for (jint i = 0; i < arrayLength; ++i) {
+        strings[i] = static_cast<jstring>(env->GetObjectArrayElement(array, i));
+        texts[i] = env->GetStringUTFChars(strings[i], nullptr);
+    }
+    const quorl_status status = quorl_SetQRParameters(static_cast<quorl_u32>(arrayLength), texts);
+    for (jint i = 0; i < arrayLength; ++i) {
+        if (texts[i] != nullptr) {
+            env->ReleaseStringUTFChars(strings[i], texts[i]);
+        }
+    }
+    std::free(block);
+    return status;
+}
+
+// Without memory for the path this one answers the status and throws nothing.
+JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1OpenEx(JNIEnv* env, jclass, jbyteArray pathnameBytes,
+                                                                jint pathnameLength) {
+    char* const pathname = allocateText(pathnameLength);
+    if (pathname == nullptr) {
+        return QUORL_NO_MEMORY;
+    }
+    env->GetByteArrayRegion(pathnameBytes, 0, pathnameLength, reinterpret_cast<jbyte*>(pathname));
+    const quorl_status status = quorl_OpenEx(pathname);
+    std::free(pathname);
+    return status;
+}
+
+JNIEXPORT jboolean JNICALL Java_com_vesma_quorl_Quorl_quorl_1IsIPM(JNIEnv*, jclass) {
+    return quorl_IsIPM() != QUORL_FALSE ? JNI_TRUE : JNI_FALSE;
+}
+
+}  // extern "C"
