@@ -47,7 +47,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmListener_quorlcmEvent_1Create
     }
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(listenerRef);
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(id);

@@ -29,7 +29,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmQueueTransport_quorlcmTranspo
             : QUORL_NO_MEMORY;
     freeText(cmName);
     if (status != QUORL_OK) {
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(id);

@@ -60,7 +60,7 @@ void callWithText(JNIEnv* env, jint id, jbyteArray bytes, jint length, Arguments
                                     : QUORL_NO_MEMORY;
     freeText(text);
     if (status != QUORL_OK) {
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
     }
 }
 
@@ -77,7 +77,7 @@ void callWithListener(JNIEnv* env, jint id, jbyteArray nameBytes, jint nameLengt
     freeText(name);
     freeText(subject);
     if (status != QUORL_OK) {
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
     }
 }
 
@@ -130,7 +130,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1C
     std::free(ledgerName);
     std::free(relayAgent);
     if (status != QUORL_OK) {
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(id);
@@ -217,7 +217,7 @@ JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1R
     }
     freeText(subject);
     if (status != QUORL_OK) {
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
     }
 }
 

@@ -54,7 +54,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMember_quorlftMember_1Create(
     freeText(groupName);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(memberRef);
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(id);

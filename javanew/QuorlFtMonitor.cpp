@@ -56,7 +56,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMonitor_quorlftMonitor_1Creat
     freeText(groupName);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(monitorRef);
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(id);

@@ -39,7 +39,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlListener_quorlEvent_1CreateList
     freeText(subject);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(listenerRef);
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(listenerId);

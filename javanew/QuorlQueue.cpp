@@ -69,7 +69,7 @@ JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlQueue_quorlQueue_1SetName(JNIEn
     const quorl_status status = quorlQueue_SetName(static_cast<quorlQueue>(id), name);
     std::free(name);
     if (status != QUORL_OK) {
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
     }
 }
 

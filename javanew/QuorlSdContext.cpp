@@ -55,7 +55,7 @@ void passCredentials(JNIEnv* env, jbyteArray firstBytes, jint firstLength, jbyte
     freeCredential(first, firstLength);
     freeCredential(second, secondLength);
     if (status != QUORL_OK) {
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
     }
 }
 

@@ -26,7 +26,7 @@ JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlTransport_quorlTransport_1SetDe
     const quorl_status status = quorlTransport_SetDescription(static_cast<quorlTransport>(transportId), description);
     std::free(description);
     if (status != QUORL_OK) {
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
     }
 }
 

@@ -36,7 +36,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlVcTransport_quorlTransport_1Cre
             : QUORL_NO_MEMORY;
     freeText(subject);
     if (status != QUORL_OK) {
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(vcTransport);

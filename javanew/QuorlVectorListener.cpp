@@ -91,7 +91,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlVectorListener_quorlEvent_1Crea
     freeText(subject);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(listenerRef);
-        throwStatusAfterCopy(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(listenerId);

@@ -118,7 +118,7 @@ inline void throwStatus(JNIEnv* env, quorl_status status) {
 
 // The same where a copy out of a Java array came before: when that copy failed, the machine's bounds exception is
 // pending and stays the one that Java sees, and no object may be made beside it.
-inline void throwStatusAfterCopy(JNIEnv* env, quorl_status status) {
+inline void throwStatusUnlessPending(JNIEnv* env, quorl_status status) {
     if (env->ExceptionOccurred() == nullptr) {
         throwStatus(env, status);
     }
