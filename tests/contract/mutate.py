@@ -105,10 +105,14 @@ class Bench:
         self.build = build
         commands = commands_of(build, "contract")
         self.compile = {}
+        self.rename = {}  # the step that puts the kit's heap and locks under an object
         for command in commands:
             match = re.search(r" -c (\S+/javanew/(\w+\.cpp))$", command.strip())
             if match:
                 self.compile[match.group(2)] = command
+            match = re.search(r"(\S*objcopy .*) (\S+) (\S+/bridge/(\w+\.cpp)\.o)$", command.strip())
+            if match:
+                self.rename[match.group(4)] = (match.group(1), match.group(3))
         self.link = commands[-1]
         if "bin/contract" not in self.link:
             raise SystemExit("mutate: cannot find the link command of the contract suite")
@@ -121,7 +125,8 @@ class Bench:
             source.write_text(text[:offset] + new + text[offset + len(old):])
             compiled, program = f"{scratch}/mutant.o", f"{scratch}/contract"
             arguments = shlex.split(self.compile[path.name])
-            original = arguments[arguments.index("-o") + 1]
+            rename, watched = self.rename[path.name]
+            original = os.path.relpath(watched, self.build)
             arguments = [a for a in arguments if a != "-Werror"]
             arguments[arguments.index("-o") + 1] = compiled
             arguments[arguments.index("-c") + 1] = str(source)
@@ -133,6 +138,7 @@ class Bench:
             arguments += ["-O0", "-g0"]
             if subprocess.run(arguments, cwd=self.build, capture_output=True, check=False).returncode != 0:
                 return "stillborn"
+            subprocess.run(shlex.split(rename) + [compiled], check=True)
             link = self.link.replace(" " + original + " ", " " + compiled + " ")
             link = re.sub(r"-o bin/contract\b", f"-o {shlex.quote(program)}", link)
             if subprocess.run(["sh", "-c", link], cwd=self.build, capture_output=True, check=False).returncode != 0:

@@ -1,0 +1,13 @@
+// The families of natives, each stated in a file of its own.
+#ifndef QUORL_CONTRACT_FAMILIES_H
+#define QUORL_CONTRACT_FAMILIES_H
+
+namespace contract {
+
+void state_initialisation();
+void state_environment();
+void state_queues();
+
+}  // namespace contract
+
+#endif

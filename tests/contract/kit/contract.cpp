@@ -1,0 +1,465 @@
+// Running natives under observation, and the rows that follow from a contract.
+#include "kit/contract.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "kit/rows.h"
+
+namespace contract {
+
+const std::string out_of_bounds = "java/lang/ArrayIndexOutOfBoundsException: from the machine";
+const std::string machine_out_of_memory = "java/lang/OutOfMemoryError: Java heap space";
+const std::string throw_line = "Throw(com/vesma/quorl/QuorlException)";
+
+std::string out_of_memory(const std::string& text) {
+    return "java/lang/OutOfMemoryError: " + text;
+}
+std::string status_exception(int status) {
+    return "com/vesma/quorl/QuorlException(" + std::to_string(status) + ")";
+}
+std::string new_exception_line(int status) {
+    return "NewObject(com/vesma/quorl/QuorlException, <init>(I)V, " + std::to_string(status) + ")";
+}
+std::string throw_new_line(const std::string& text) {
+    return "ThrowNew(java/lang/OutOfMemoryError, \"" + text + "\")";
+}
+
+const std::vector<int>& failing_statuses() {
+    static const std::vector<int> all = {1,  2,  3,  4,  5,  16,  17,  18,  19,  20,  21,  22,  23, 24, 27, 30,
+                                         31, 32, 33, 35, 36, 37,  38,  39,  40,  41,  42,  43,  44, 45, 46, 50,
+                                         51, 52, 53, 60, 61, 62,  63,  64,  65,  66,  67,  68,  70, 71, 72, 73,
+                                         74, 80, 81, 90, 91, 100, 101, 102, 110, 111, 115, 116, 117};
+    return all;
+}
+
+namespace {
+
+// FatalError and traps come back here over the frames of the native.
+bool returns(const std::function<void()>& run) {
+    if (setjmp(jvm().escape) != 0) return false;
+    run();
+    return true;
+}
+
+struct Replacement {
+    bool null = false;
+    std::string text;
+    jint length = 0;
+};
+std::map<std::string, Replacement>& replacements() {
+    static std::map<std::string, Replacement> all;
+    return all;
+}
+
+}  // namespace
+
+Bytes given(const std::string& label, const std::string& canonical) {
+    auto found = replacements().find(label);
+    if (found == replacements().end()) {
+        return {jvm().bytes(label, canonical), static_cast<jint>(canonical.size())};
+    }
+    if (found->second.null) return {nullptr, found->second.length};
+    return {jvm().bytes(label, found->second.text), found->second.length};
+}
+
+Ran observe(const std::function<std::string(jobject*)>& run) {
+    Ran ran;
+    jobject kept = nullptr;
+    const int globals_before = jvm().globals();
+    journal().clear();
+    heap().begin();
+    jvm().begin_call();
+    set_inside_bridge(true);
+    if (!returns([&] { ran.result = run(&kept); })) ran.result = "does not return";
+    set_inside_bridge(false);
+    ran.lines = journal().calls();
+    ran.all = journal().everything();
+    ran.thrown = jvm().thrown();
+    ran.left = heap().left();
+    ran.globals = jvm().globals() - globals_before;
+    jvm().end_call(kept);
+    jvm().clear_pending();
+    return ran;
+}
+
+Ran observe_callback(const std::function<void()>& run) {
+    return observe([&](jobject*) {
+        run();
+        return std::string();
+    });
+}
+
+void fresh(int critical) {
+    replacements().clear();
+    reset_doubles();
+    jvm().reset();
+    jvm().fail("", 0);
+    heap().fail(0);
+    const Ran ran = observe([](jobject*) { return std::to_string(_quorlNative_Initialize(jvm().env())); });
+    if (ran.result != "1") violation("initialisation fails");
+    criticalMethodsAreAvailable = critical;
+}
+
+void expect(const Ran& ran, const Expected& expected, const std::string& what) {
+    EXPECT_EQ(ran.result, expected.result) << what;
+    EXPECT_EQ(ran.thrown, expected.thrown) << what;
+    EXPECT_EQ(ran.lines, expected.lines) << what;
+    EXPECT_EQ(ran.left, expected.left) << what;
+    EXPECT_EQ(ran.globals, expected.globals) << what;
+}
+
+namespace {
+
+bool starts_with(const std::string& text, const std::string& head) {
+    return text.compare(0, head.size(), head) == 0;
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+    }
+    return text;
+}
+
+// The lines as they are when arrays are pinned by the typed calls.
+Lines pinned(Lines lines, const std::string& element, int critical) {
+    if (critical != 0) return lines;
+    for (std::string& line : lines) {
+        if (starts_with(line, "GetPrimitiveArrayCritical(") || starts_with(line, "ReleasePrimitiveArrayCritical(")) {
+            line = replaced(line, "PrimitiveArrayCritical", element + "ArrayElements");
+        }
+    }
+    return lines;
+}
+
+size_t call_of(const Lines& lines, const Library& library) {
+    size_t found = lines.size();
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (starts_with(lines[i], library.name + "(")) found = i;
+    }
+    if (found == lines.size()) ADD_FAILURE() << "the normal course does not call " << library.name;
+    return found;
+}
+
+Lines head_of(const Contract& contract) {
+    const size_t at = call_of(contract.lines, contract.reports);
+    return {contract.lines.begin(),
+            contract.lines.begin() + static_cast<long>(std::min(at + 1, contract.lines.size()))};
+}
+
+Lines tail_of(const Contract& contract) {
+    if (contract.failed_tail) return *contract.failed_tail;
+    Lines tail;
+    for (size_t i = call_of(contract.lines, contract.reports) + 1; i < contract.lines.size(); ++i) {
+        if (starts_with(contract.lines[i], "Release") || starts_with(contract.lines[i], "quorlMsg_ClearReferences") ||
+            starts_with(contract.lines[i], "DeleteGlobalRef")) {
+            tail.push_back(contract.lines[i]);
+        }
+    }
+    return tail;
+}
+
+// What a failed status is followed by, with the exception object made first or last.
+Lines failed_lines(const Contract& contract, int status, bool build_first, bool construction_fails) {
+    Lines lines = head_of(contract);
+    const Lines tail = tail_of(contract);
+    if (build_first) lines.push_back(new_exception_line(status));
+    lines.insert(lines.end(), tail.begin(), tail.end());
+    if (!build_first) lines.push_back(new_exception_line(status));
+    if (!construction_fails) lines.push_back(throw_line);
+    return lines;
+}
+
+void expect_failed(const Contract& contract, const Ran& ran, int status, bool construction_fails, int critical) {
+    bool build_first = contract.order == Contract::Order::build_first;
+    if (contract.order == Contract::Order::any) {
+        build_first =
+            ran.lines == pinned(failed_lines(contract, status, true, construction_fails), contract.element, critical);
+    }
+    expect(
+        ran,
+        {.result = contract.failed_result,
+         .thrown = construction_fails ? machine_out_of_memory : status_exception(status),
+         .lines = pinned(failed_lines(contract, status, build_first, construction_fails), contract.element, critical),
+         .left = contract.failed_left,
+         .globals = contract.failed_globals},
+        "status " + std::to_string(status));
+}
+
+// Lines without the copies of that array: when nothing is to be copied, the bridge may ask the machine or not.
+Lines without_copy(const Lines& lines, const std::string& label) {
+    Lines kept;
+    for (const std::string& line : lines) {
+        if (!starts_with(line, "GetByteArrayRegion(" + label + ",")) kept.push_back(line);
+    }
+    return kept;
+}
+
+// The lines of the normal course with another text in place of the canonical one.
+Lines with_text(const Contract& contract, const BytesParameter& parameter, const std::string& text, jint length) {
+    const std::string size = std::to_string(parameter.canonical.size());
+    Lines lines = contract.lines;
+    for (std::string& line : lines) {
+        line = replaced(line, "GetByteArrayRegion(" + parameter.label + ", 0, " + size + ")",
+                        "GetByteArrayRegion(" + parameter.label + ", 0, " + std::to_string(length) + ")");
+        if (parameter.binary)
+            line =
+                replaced(line, quoted(parameter.canonical.c_str()) + ", " + size, text + ", " + std::to_string(length));
+        line = replaced(line, quoted(parameter.canonical.c_str()), text);
+    }
+    return lines;
+}
+
+const std::set<std::string> goes_on = {"NewGlobalRef",          "GetByteArrayRegion",    "GetPrimitiveArrayCritical",
+                                       "GetByteArrayElements",  "GetShortArrayElements", "GetIntArrayElements",
+                                       "GetLongArrayElements",  "GetFloatArrayElements", "GetDoubleArrayElements",
+                                       "GetObjectArrayElement", "GetArrayLength"};
+
+void run_bytes_rows(const Native& native, const Contract& contract, const BytesParameter& parameter) {
+    const std::string prefix = parameter.label + "_";
+    auto with = [contract, parameter](Replacement replacement) {
+        fresh();
+        replacements()[parameter.label] = std::move(replacement);
+        return contract.invoke();
+    };
+    if (parameter.null == NullArray::means_null) {
+        row(native, contract.family, prefix + "null_array_passes_null", RowKind::normal, [=] {
+            for (jint length : {0, 7, -1}) {
+                const Ran ran = with({true, "", length});
+                Lines lines = without_copy(with_text(contract, parameter, "null", length), parameter.label);
+                expect(ran, {contract.result, "", lines, contract.left, contract.globals});
+            }
+        });
+    }
+    if (parameter.null == NullArray::minus_one_means_null) {
+        row(native, contract.family, prefix + "length_minus_one_passes_null", RowKind::normal, [=] {
+            for (bool null : {true, false}) {
+                const Ran ran = with({null, "abc", -1});
+                Lines lines = without_copy(with_text(contract, parameter, "null", -1), parameter.label);
+                expect(ran, {contract.result, "", lines, contract.left, contract.globals});
+            }
+        });
+    }
+    row(native, contract.family, prefix + "length_zero_passes_the_empty_text", RowKind::normal, [=] {
+        Ran ran = with({false, "abc", 0});
+        ran.lines = without_copy(ran.lines, parameter.label);
+        ran.left = contract.left;
+        const Lines lines = without_copy(with_text(contract, parameter, "\"\"", 0), parameter.label);
+        expect(ran, {contract.result, "", lines, contract.left, contract.globals});
+    });
+    row(native, contract.family, prefix + "reaches_the_library_whole_at_any_length", RowKind::normal, [=] {
+        for (jint length : {1, 126, 127, 128, 200, 253, 254, 255, 256, 257, 1000, 5000}) {
+            std::string text;
+            for (jint i = 0; i < length; ++i) text += static_cast<char>('a' + i % 26);
+            Ran ran = with({false, text + "beyond the length", length});
+            if (!contract.left.empty()) ran.left = contract.left;
+            expect(ran,
+                   {contract.result, "", with_text(contract, parameter, quoted(text.c_str()), length), contract.left,
+                    contract.globals},
+                   "length " + std::to_string(length));
+        }
+    });
+    row(native, contract.family, prefix + "negative_length_copies_nothing", RowKind::failure, [=] {
+        std::vector<jint> lengths = {-2, -256, INT32_MIN};
+        if (parameter.null != NullArray::minus_one_means_null) lengths.push_back(-1);
+        for (jint length : lengths) {
+            fresh();
+            jvm().exempt("the native goes on after a failed copy", goes_on);
+            replacements()[parameter.label] = {false, "abc", length};
+            const Ran ran = contract.invoke();
+            EXPECT_TRUE(ran.thrown.empty() || ran.thrown == out_of_bounds) << ran.thrown;
+            if (parameter.failed_copy_stops && !ran.thrown.empty()) continue;
+            const Lines lines = without_copy(with_text(contract, parameter, "\"\"", length), parameter.label);
+            Lines seen = without_copy(ran.lines, parameter.label);
+            if (parameter.binary) {
+                for (std::string& line : seen) line = replaced(line, "unread", "\"\"");
+                Lines wanted = lines;
+                for (std::string& line : wanted)
+                    line = replaced(line, ", " + std::to_string(length),
+                                    ", " + std::to_string(static_cast<quorl_u32>(length)));
+                EXPECT_EQ(seen, wanted);
+            } else {
+                EXPECT_EQ(seen, lines) << "length " << length;
+            }
+            if (contract.left.empty()) {
+                EXPECT_EQ(ran.left, contract.left);
+            }
+        }
+    });
+    row(native, contract.family, prefix + "copy_that_fails_leaves_an_empty_text", RowKind::failure, [=] {
+        for (jint length : {5, 254, 255, 1000}) {
+            fresh();
+            jvm().exempt("the native goes on after a failed copy", goes_on);
+            replacements()[parameter.label] = {false, "abc", length};
+            const Ran ran = contract.invoke();
+            EXPECT_EQ(ran.thrown, out_of_bounds);
+            if (parameter.failed_copy_stops) continue;
+            std::string text = "\"\"";
+            if (parameter.binary)
+                text = quoted(std::string(static_cast<size_t>(length), '\0').data(), static_cast<size_t>(length));
+            EXPECT_EQ(ran.lines, with_text(contract, parameter, text, length)) << "length " << length;
+            if (contract.left.empty()) {
+                EXPECT_EQ(ran.left, contract.left);
+            }
+        }
+    });
+    if (contract.reports.function != nullptr && !contract.every_status_is_quiet && !parameter.failed_copy_stops) {
+        row(native, contract.family, prefix + "failed_copy_surfaces_when_the_library_fails_too", RowKind::failure, [=] {
+            fresh();
+            jvm().exempt("the native goes on after a failed copy", goes_on);
+            jvm().exempt("a status may be reported over it: the machine makes no object then", {"NewObject"});
+            replacements()[parameter.label] = {false, "abc", 300};
+            contract.reports.function->status = QUORL_INVALID_ARG;
+            const Ran ran = contract.invoke();
+            EXPECT_EQ(ran.thrown, out_of_bounds);
+            EXPECT_EQ(ran.left, contract.failed_left);
+            EXPECT_EQ(ran.globals, contract.failed_globals);
+        });
+    }
+    row(native, contract.family, prefix + "without_memory_for_a_long_text", RowKind::failure, [=] {
+        fresh();
+        replacements()[parameter.label] = {false, std::string(1000, 'n'), 1000};
+        contract.invoke();
+        const int asked = heap().asked();
+        for (int nth = 1; nth <= asked; ++nth) {
+            fresh();
+            jvm().exempt("the native goes on after a failed copy", goes_on);
+            replacements()[parameter.label] = {false, std::string(1000, 'n'), 1000};
+            heap().fail(nth);
+            const Ran ran = contract.invoke();
+            if (contract.left.empty()) {
+                EXPECT_EQ(ran.left, std::vector<size_t>{}) << "allocation " << nth;
+            }
+        }
+    });
+}
+
+}  // namespace
+
+void state(const Native& native, Contract contract) {
+    const std::string family = contract.family;
+    if (!contract.cannot_fail.empty()) declare_that_it_cannot_fail(native, contract.cannot_fail);
+    std::vector<int> flags = {1};
+    if (!contract.element.empty()) flags.push_back(0);
+
+    row(native, family, "normal_course", RowKind::normal, [=] {
+        for (int critical : flags) {
+            fresh(critical);
+            expect(contract.invoke(), {contract.result, "", pinned(contract.lines, contract.element, critical),
+                                       contract.left, contract.globals});
+        }
+    });
+    row(native, family, "states_every_call_that_can_fail", RowKind::normal, [=] {
+        fresh();
+        contract.invoke();
+        Lines stated;
+        for (const Fault& fault : contract.faults) {
+            if (fault.nth == 1 || std::count(stated.begin(), stated.end(), fault.function) < fault.nth)
+                stated.push_back(fault.function);
+        }
+        Lines seen = jvm().fallible();
+        std::sort(stated.begin(), stated.end());
+        stated.erase(std::unique(stated.begin(), stated.end()), stated.end());
+        std::sort(seen.begin(), seen.end());
+        seen.erase(std::unique(seen.begin(), seen.end()), seen.end());
+        EXPECT_EQ(seen, stated);
+        EXPECT_EQ(heap().asked(), static_cast<int>(contract.refusals.size()));
+    });
+
+    if (contract.reports.function != nullptr) {
+        std::vector<int> thrown;
+        for (int status : failing_statuses()) {
+            if (!contract.every_status_is_quiet && !contract.quiet.count(status)) thrown.push_back(status);
+        }
+        if (!thrown.empty()) {
+            row(native, family, "throws_every_status", RowKind::failure, [=] {
+                for (int critical : flags) {
+                    for (int status : thrown) {
+                        fresh(critical);
+                        contract.reports.function->status = static_cast<quorl_status>(status);
+                        expect_failed(contract, contract.invoke(), status, false, critical);
+                    }
+                }
+            });
+            row(native, family, "exception_that_cannot_be_made_leaves_the_machines_error", RowKind::failure, [=] {
+                fresh();
+                contract.reports.function->status = QUORL_QUEUE_LIMIT;
+                jvm().fail("NewObject", 1);
+                expect_failed(contract, contract.invoke(), QUORL_QUEUE_LIMIT, true, 1);
+            });
+        }
+        for (const auto& [status, result] : contract.quiet) {
+            row(native, family, "status_" + std::to_string(status) + "_is_quiet", RowKind::failure,
+                [=, status = status, result = result] {
+                    fresh();
+                    contract.reports.function->status = static_cast<quorl_status>(status);
+                    Lines lines = head_of(contract);
+                    const Lines tail = tail_of(contract);
+                    lines.insert(lines.end(), tail.begin(), tail.end());
+                    expect(contract.invoke(), {result, "", lines, contract.failed_left, contract.failed_globals});
+                });
+        }
+        if (contract.every_status_is_quiet) {
+            row(native, family, "every_status_is_quiet", RowKind::failure, [=] {
+                for (int status : failing_statuses()) {
+                    fresh();
+                    contract.reports.function->status = static_cast<quorl_status>(status);
+                    Lines lines = head_of(contract);
+                    const Lines tail = tail_of(contract);
+                    lines.insert(lines.end(), tail.begin(), tail.end());
+                    const std::string result =
+                        contract.failed_result == "the status" ? std::to_string(status) : contract.failed_result;
+                    expect(contract.invoke(), {result, "", lines, contract.failed_left, contract.failed_globals});
+                }
+            });
+        }
+    }
+
+    for (const Fault& fault : contract.faults) {
+        row(native, family, fault.function + "_fails_" + std::to_string(fault.nth), RowKind::failure, [=] {
+            const bool pins = fault.function == "GetPrimitiveArrayCritical";
+            for (int critical : flags) {
+                fresh(critical);
+                const std::string function =
+                    pins && critical == 0 ? "Get" + contract.element + "ArrayElements" : fault.function;
+                if (fault.leaves) {
+                    jvm().fail(function, fault.nth, *fault.leaves);
+                } else {
+                    jvm().fail(function, fault.nth);
+                }
+                if (!fault.exempt.empty()) jvm().exempt(fault.exempt_reason, fault.exempt);
+                const Ran ran = contract.invoke();
+                EXPECT_TRUE(jvm().fault_reached());
+                EXPECT_EQ(ran.result, fault.result);
+                EXPECT_EQ(ran.thrown, fault.thrown);
+                EXPECT_EQ(ran.left, fault.left);
+                EXPECT_EQ(ran.globals, 0);
+                if (fault.lines) {
+                    EXPECT_EQ(ran.lines, pinned(*fault.lines, contract.element, critical));
+                }
+            }
+        });
+    }
+    for (size_t i = 0; i < contract.refusals.size(); ++i) {
+        row(native, family, "allocation_" + std::to_string(i + 1) + "_fails", RowKind::failure, [=] {
+            for (int critical : flags) {
+                fresh(critical);
+                heap().fail(static_cast<int>(i) + 1);
+                const Refusal& refusal = contract.refusals[i];
+                const Ran ran = contract.invoke();
+                EXPECT_EQ(ran.result, refusal.result);
+                EXPECT_EQ(ran.thrown, refusal.thrown);
+                EXPECT_EQ(ran.left, refusal.left);
+                EXPECT_EQ(ran.globals, 0);
+                if (refusal.lines) {
+                    EXPECT_EQ(ran.lines, pinned(*refusal.lines, contract.element, critical));
+                }
+            }
+        });
+    }
+    for (const BytesParameter& parameter : contract.bytes) run_bytes_rows(native, contract, parameter);
+}
+
+}  // namespace contract

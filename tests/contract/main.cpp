@@ -1,0 +1,14 @@
+// Registers every row, runs them, and prints how many each family has.
+#include <gtest/gtest.h>
+
+#include "families.h"
+#include "kit/contract.h"
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    contract::state_initialisation();
+    contract::state_environment();
+    contract::state_queues();
+    contract::register_coverage();
+    return RUN_ALL_TESTS();
+}
