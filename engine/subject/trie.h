@@ -132,50 +132,13 @@ class Trie {
     template <class F>
     void match(std::string_view subject, F&& visit) const {
         if (size_ == 0 || subject.size() > QUORL_SUBJECT_MAX) return;
-        if (whole_ != 0) {
-            Index found = look(kWhole, subject);
-            if (found != kNone) visitValues(found, visit);
-        }
-        if (nodes_[kRoot].leaf()) return;
-
-        std::array<Element, kMaxElements> elements;
-        uint32_t count = 0;
-        bool split = forEachElement(subject, [&](std::string_view element) {
-            if (element.empty() || count == kMaxElements) return false;
-            elements[count++] = {element.data(), element.size(), hashOf(element)};
-            return true;
-        });
-        if (!split) return;
-
-        // Depth first; at each level at most one child by '*' is left for later.
-        struct Pending {
-            Index node;
-            uint32_t depth;
-        };
-        std::array<Pending, kMaxElements> pending;
-        uint32_t left = 0;
-        pending[left++] = {kRoot, 0};
-        while (left != 0) {
-            auto [at, depth] = pending[--left];
-            for (;;) {
-                const Node& node = nodes_[at];
-                if (node.tail != kNone) visitValues(node.tail, visit);
-                const Element& element = elements[depth++];
-                Index next = node.literals == 0 ? kNone : look(at, {element.text, element.size}, element.hash);
-                if (depth == count) {
-                    if (node.star != kNone) visitValues(node.star, visit);
-                    if (next != kNone) visitValues(next, visit);
-                    break;
-                }
-                if (next == kNone) {
-                    next = node.star;
-                } else if (node.star != kNone) {
-                    pending[left++] = {node.star, depth};
-                }
-                if (next == kNone) break;
-                at = next;
-            }
-        }
+        if (whole_ == 0) return matchElements(subject, visit);
+        // The whole subject's slot is on its way from memory while the tree is walked.
+        uint64_t hash = hashOf(subject);
+        __builtin_prefetch(&slots_[keyOf(kWhole, hash) & (slots_.size() - 1)]);
+        matchElements(subject, visit);
+        Index found = look(kWhole, subject, hash);
+        if (found != kNone) visitValues(found, visit);
     }
 
     size_t size() const noexcept { return size_; }  // values, each counted as often as it was inserted
@@ -212,8 +175,9 @@ class Trie {
     // Trivial, so that an array of them costs nothing to have.
     struct Element {
         const char* text;
-        size_t size;
+        uint32_t size;
         uint64_t hash;
+        bool last;
     };
 
     struct Pruner {
@@ -224,6 +188,80 @@ class Trie {
 
     static bool hasWildcard(std::string_view pattern) noexcept {
         return pattern.find_first_of("*>") != std::string_view::npos;
+    }
+
+    // Visits what the tree holds for subject.
+    template <class F>
+    void matchElements(std::string_view subject, F& visit) const {
+        if (nodes_[kRoot].leaf()) return;
+        // Elements are cut off the subject as the walk first reaches them: most walks end early.
+        std::array<Element, kMaxElements> elements;
+        uint32_t known = 0;
+        const char* rest = subject.data();
+        const char* end = rest + subject.size();
+
+        // Depth first; at each level at most one child by '*' is left for later.
+        struct Pending {
+            Index node;
+            uint32_t depth;
+        };
+        std::array<Pending, kMaxElements> pending;
+        uint32_t left = 0;
+        pending[left++] = {kRoot, 0};
+        while (left != 0) {
+            auto [at, depth] = pending[--left];
+            for (;;) {
+                const Node& node = nodes_[at];
+                if (node.tail != kNone) visitValues(node.tail, visit);
+                if (depth == known) {
+                    if (known == kMaxElements) return;  // no subject
+                    const char* dot = elementEnd(subject, rest);
+                    std::string_view text(rest, static_cast<size_t>(dot - rest));
+                    elements[known++] = {text.data(), static_cast<uint32_t>(text.size()), hashOf(text), dot == end};
+                    rest = dot == end ? end : dot + 1;
+                }
+                const Element& element = elements[depth++];
+                Index next = node.literals == 0 ? kNone : look(at, {element.text, element.size}, element.hash);
+                if (element.last) {
+                    if (node.star != kNone) visitValues(node.star, visit);
+                    if (next != kNone) visitValues(next, visit);
+                    break;
+                }
+                if (next == kNone) {
+                    next = node.star;
+                } else if (node.star != kNone) {
+                    pending[left++] = {node.star, depth};
+                }
+                if (next == kNone) break;
+                at = next;
+            }
+        }
+    }
+
+    // Where the element of text that starts at from ends.
+    static const char* elementEnd(std::string_view text, const char* from) noexcept {
+        constexpr uint64_t kOnes = 0x0101010101010101u;
+        const char* end = text.data() + text.size();
+        // The lowest byte of word that is a dot; 8 when none is. Of several marks the lowest is always right.
+        auto dotIn = [](uint64_t word) {
+            word ^= kOnes * '.';
+            word = (word - kOnes) & ~word & (kOnes * 0x80);
+            return word == 0 ? 8 : __builtin_ctzll(word) / 8;
+        };
+        uint64_t word;
+        for (; end - from >= 8; from += 8) {
+            std::memcpy(&word, from, sizeof word);
+            int place = dotIn(word);
+            if (place < 8) return from + place;
+        }
+        if (text.size() >= 8 && from != end) {
+            // The last eight bytes, less those before from.
+            std::memcpy(&word, end - 8, sizeof word);
+            int place = dotIn(word >> (8 * (8 - (end - from))));
+            return place < 8 ? from + place : end;
+        }
+        while (from != end && *from != '.') ++from;
+        return from;
     }
 
     // Calls each(element) until it answers false, and returns what it answered last.
@@ -269,7 +307,6 @@ class Trie {
         return static_cast<uint32_t>(((hash ^ parent) * 0xd6e8feb86659fd93u) >> 32);
     }
 
-    Index look(Index parent, std::string_view text) const noexcept { return look(parent, text, hashOf(text)); }
     Index look(Index parent, std::string_view text, uint64_t hash) const noexcept {
         uint32_t key = keyOf(parent, hash);
         size_t mask = slots_.size() - 1;
@@ -285,7 +322,7 @@ class Trie {
     Index child(Index parent, std::string_view text) const noexcept {
         if (text == "*") return nodes_[parent].star;
         if (text == ">") return nodes_[parent].tail;
-        return slots_.empty() ? kNone : look(parent, text);
+        return slots_.empty() ? kNone : look(parent, text, hashOf(text));
     }
 
     Index find(std::string_view pattern) const noexcept {
