@@ -28,7 +28,10 @@ class ContentRef {
     std::string_view replySubject() const noexcept;  // empty when there is none; zero-terminated
     quorl_u32 byteSize() const noexcept;             // bytes of the wire image
 
+    const void* bytes() const noexcept;  // the wire image
+
     // Gives the reference out as a plain pointer, and takes it back; for queues that link contents themselves.
+    Content* get() const noexcept { return content_; }
     Content* release() noexcept { return std::exchange(content_, nullptr); }
     static ContentRef adopt(Content* content) noexcept {
         ContentRef ref;
@@ -45,9 +48,15 @@ class ContentRef {
 quorl_status snapshot(quorlMsg message, ContentRef* content) noexcept;
 
 // A content made from a wire image and subjects that came from outside; the image is validated and copied.
+// size is the whole image's: neither less nor more than its header says. An empty subject means none.
 // QUORL_CORRUPT_MSG, QUORL_INVALID_SUBJECT, QUORL_NO_MEMORY.
 quorl_status contentFromBytes(const void* bytes, size_t size, std::string_view sendSubject,
                               std::string_view replySubject, ContentRef* content) noexcept;
+
+// The same message with other subjects, which the caller has checked; an empty one takes it away. The fields are
+// shared. QUORL_NO_MEMORY.
+quorl_status withSubjects(const ContentRef& content, std::string_view sendSubject, std::string_view replySubject,
+                          ContentRef* changed) noexcept;
 
 // A handle over content for a callback: the library's until it is detached or the callback destroys it. closure is what
 // quorlMsg_GetClosure answers.

@@ -1,0 +1,177 @@
+// Making, copying and giving back contents.
+#include "message/content.h"
+
+#include <algorithm>
+#include <new>
+
+#include "base/status.h"
+#include "message/field_index.h"
+#include "message/pool.h"
+
+namespace quorl::message {
+
+const uint8_t emptyImage[wire::headerSize] = {'Q', 'M', wire::version, 0, wire::headerSize, 0, 0, 0, 0, 0, 0, 0};
+
+namespace {
+
+uint8_t* ownImage(Content* content) noexcept {
+    return reinterpret_cast<uint8_t*>(content + 1);
+}
+
+// A content with nothing in it yet, not even an image's header.
+Content* newBlock(size_t room) noexcept {
+    Content* content = pool::acquire(room);
+    if (content == nullptr) return nullptr;
+    content->references.store(1, std::memory_order_relaxed);
+    content->image = ownImage(content);
+    content->count = 0;
+    content->depth = 0;
+    content->sendLength = 0;
+    content->replyLength = 0;
+    content->base = nullptr;
+    content->index.store(nullptr, std::memory_order_relaxed);
+    content->longSend = nullptr;
+    content->longReply = nullptr;
+    content->shortSend[0] = '\0';
+    content->shortReply[0] = '\0';
+    return content;
+}
+
+bool setSubject(std::string_view subject, char* brief, char*& lengthy, uint8_t& length) noexcept {
+    char* to = brief;
+    char* unused = lengthy;
+    if (subject.size() >= Content::subjectRoom) {
+        if (lengthy == nullptr) lengthy = static_cast<char*>(allocate(QUORL_SUBJECT_MAX + 1));
+        if (lengthy == nullptr) return false;
+        to = lengthy;
+        unused = nullptr;
+    }
+    if (!subject.empty()) std::memmove(to, subject.data(), subject.size());
+    to[subject.size()] = '\0';
+    length = static_cast<uint8_t>(subject.size());
+    if (unused != nullptr) {
+        lengthy = nullptr;
+        deallocate(unused);
+    }
+    return true;
+}
+
+}  // namespace
+
+Content* newContent(size_t room) noexcept {
+    Content* content = newBlock(wire::headerSize + room);
+    if (content == nullptr) return nullptr;
+    content->size = wire::headerSize;
+    wire::store(content->image, wire::magic);
+    content->stampHeader();
+    return content;
+}
+
+Content* copyContent(const Content& from, size_t grow) noexcept {
+    const size_t table = from.count * sizeof(Field);
+    Content* copy = newBlock(from.size + table + grow);
+    if (copy == nullptr) return nullptr;
+    if (!copy->copySubjects(from)) {
+        copy->release();
+        return nullptr;
+    }
+    copy->size = from.size;
+    copy->count = from.count;
+    copy->depth = from.depth;
+    std::memcpy(copy->image, from.image, from.size);
+    std::memcpy(copy->top - from.count, from.top - from.count, table);
+    return copy;
+}
+
+Content* newView(Content* base, const uint8_t* image) noexcept {
+    const uint32_t count = wire::load<uint32_t>(image + wire::countAt);
+    Content* view = newBlock(count * sizeof(Field));
+    if (view == nullptr) return nullptr;
+    base->retain();
+    view->base = base;
+    view->image = const_cast<uint8_t*>(image);
+    view->size = wire::load<uint32_t>(image + wire::sizeAt);
+    view->count = count;
+    wire::Fault none;
+    wire::Walk<false>(image, view->size, 0, 0, &none).whole(count, view->top, &view->depth);
+    return view;
+}
+
+Content* newEnvelopeOver(Content* base) noexcept {
+    // A content that only shares another's table is left out of the chain, so that forwarding does not lengthen it.
+    if (base->base != nullptr && base->top == base->base->top) base = base->base;
+    Content* view = newBlock(0);
+    if (view == nullptr) return nullptr;
+    base->retain();
+    view->base = base;
+    view->image = base->image;
+    view->size = base->size;
+    view->top = base->top;
+    view->count = base->count;
+    view->depth = base->depth;
+    return view;
+}
+
+quorl_status readImage(const uint8_t* bytes, uint32_t size, Content** content) noexcept {
+    wire::Fault fault;
+    if (!wire::checkHeader(bytes, size, 0, 0, &fault)) return report(fault);
+    // The bytes may change while they are read, so that only the copy is believed.
+    const uint32_t total = wire::load<uint32_t>(bytes + wire::sizeAt);
+    const uint32_t count = wire::load<uint32_t>(bytes + wire::countAt);
+    if (total > QUORL_MSG_MAX_SIZE || count > total / wire::minFieldSize) {
+        return fail(QUORL_CORRUPT_MSG, "corrupt message: it changes while it is read");
+    }
+    Content* made = newBlock(total + count * sizeof(Field));
+    if (made == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a message of %u bytes", total);
+    std::memcpy(made->image, bytes, total);
+    made->size = total;
+    made->count = count;
+    const bool same = wire::load<uint32_t>(made->image + wire::sizeAt) == total &&
+                      wire::load<uint32_t>(made->image + wire::countAt) == count;
+    quorl_status status = QUORL_OK;
+    if (!same) {
+        status = fail(QUORL_CORRUPT_MSG, "corrupt message: it changes while it is read");
+    } else if (!wire::checkHeader(made->image, total, 0, 0, &fault) ||
+               !wire::Walk<true>(made->image, total, 0, 0, &fault).whole(count, made->top, &made->depth)) {
+        status = report(fault);
+    }
+    if (status != QUORL_OK) {
+        made->release();
+        return status;
+    }
+    *content = made;
+    return QUORL_OK;
+}
+
+bool Content::setSendSubject(std::string_view subject) noexcept {
+    return setSubject(subject, shortSend, longSend, sendLength);
+}
+
+bool Content::setReplySubject(std::string_view subject) noexcept {
+    return setSubject(subject, shortReply, longReply, replyLength);
+}
+
+void Content::dropIndex() noexcept {
+    FieldIndex* old = index.load(std::memory_order_relaxed);
+    if (old == nullptr) return;
+    index.store(nullptr, std::memory_order_relaxed);
+    deallocate(old);
+}
+
+void Content::recycle() noexcept {
+    // A view of a view of a view: in a loop, since the bases may be many.
+    for (Content* content = this; content != nullptr;) {
+        Content* below = content->base;
+        content->dropIndex();
+        if (content->longSend != nullptr) deallocate(content->longSend);
+        if (content->longReply != nullptr) deallocate(content->longReply);
+        pool::release(content);
+        if (below == nullptr || (below->references.load(std::memory_order_acquire) != 1 &&
+                                 below->references.fetch_sub(1, std::memory_order_acq_rel) != 1)) {
+            break;
+        }
+        content = below;
+    }
+}
+
+}  // namespace quorl::message

@@ -1,0 +1,139 @@
+// A message's content: its wire image, the table of its fields and its subjects, in one block of memory.
+//
+// One block holds, in this order: the Content itself, the image, which grows up, free room, and the table of fields,
+// which grows down from the block's end. A content is counted; while more than one reference is out it never changes,
+// so that any number of threads may read it. A view is a content whose image lies in another one, its base.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string_view>
+
+#include "message/memory.h"
+#include "message/wire.h"
+
+namespace quorl::message {
+
+struct FieldIndex;
+
+using wire::Field;
+
+constexpr uint32_t notFound = UINT32_MAX;
+
+// A field's name as a caller gives it.
+struct Name {
+    const char* text = nullptr;
+    uint8_t length = wire::noName;
+};
+
+class alignas(cacheLine) Content {
+  public:
+    static constexpr size_t subjectRoom =
+        64;  // bytes of a subject with its terminator that need no memory of their own
+
+    std::atomic<uint32_t> references;
+    uint32_t size;   // bytes of the image
+    uint8_t* image;  // aligned to wire::imageAlignment
+    Field* top;      // the table's end: field i is top[-1 - i]
+    uint32_t count;  // fields
+    uint8_t sizeClass;
+    uint8_t depth;  // levels of messages inside; of a view not known (0)
+    uint8_t sendLength;
+    uint8_t replyLength;
+    union {
+        Content* base;         // owner of the image and, when sharesTable, of the table; null: this one. Counted.
+        Content* nextOfBatch;  // in a free list
+    };
+    std::atomic<FieldIndex*> index;  // made by the first search of a content with many fields; null before
+    union {
+        char* longSend;  // a subject that needs memory of its own; null when it fits
+        Content* nextBatch;
+    };
+    char* longReply;
+
+    char shortSend[subjectRoom];
+    char shortReply[subjectRoom];
+
+    const Field& field(uint32_t i) const noexcept { return top[-1 - static_cast<ptrdiff_t>(i)]; }
+    Field& field(uint32_t i) noexcept { return top[-1 - static_cast<ptrdiff_t>(i)]; }
+    // Of the byte behind field i.
+    uint32_t end(uint32_t i) const noexcept { return i + 1 < count ? field(i + 1).head : size; }
+    const char* name(const Field& of) const noexcept {
+        return of.nameLength == wire::noName ? nullptr : reinterpret_cast<const char*>(image + of.name());
+    }
+    const uint8_t* value(const Field& of) const noexcept { return image + of.value; }
+
+    std::string_view sendSubject() const noexcept { return {longSend != nullptr ? longSend : shortSend, sendLength}; }
+    std::string_view replySubject() const noexcept {
+        return {longReply != nullptr ? longReply : shortReply, replyLength};
+    }
+
+    // Bytes between the image and the table; of an own image only.
+    size_t room() const noexcept {
+        return static_cast<size_t>(reinterpret_cast<const uint8_t*>(top - count) - (image + size));
+    }
+    bool unshared() const noexcept { return references.load(std::memory_order_acquire) == 1 && base == nullptr; }
+
+    void retain() noexcept { references.fetch_add(1, std::memory_order_relaxed); }
+    void release() noexcept {
+        if (references.load(std::memory_order_acquire) == 1 ||
+            references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            recycle();
+        }
+    }
+
+    // Writes size and count into the image's header.
+    void stampHeader() noexcept {
+        wire::store(image + wire::sizeAt, size);
+        wire::store(image + wire::countAt, count);
+    }
+
+    // Sets a subject; false: no memory, and nothing is changed. The content must be unshared or new.
+    bool setSendSubject(std::string_view subject) noexcept;
+    bool setReplySubject(std::string_view subject) noexcept;
+    bool copySubjects(const Content& from) noexcept {
+        return setSendSubject(from.sendSubject()) && setReplySubject(from.replySubject());
+    }
+
+    void dropIndex() noexcept;
+
+  private:
+    void recycle() noexcept;
+};
+static_assert(sizeof(Content) == 3 * cacheLine);
+
+// A content with an empty message and room bytes for its image beyond the header and for its table. Null: no memory.
+Content* newContent(size_t room) noexcept;
+
+// A content with a copy of all of from but room to grow by grow bytes. Null: no memory.
+Content* copyContent(const Content& from, size_t grow) noexcept;
+
+// A content without subjects over an image inside base, which has been checked. Null: no memory.
+Content* newView(Content* base, const uint8_t* image) noexcept;
+
+// A content over the image and table of base, with no subjects yet. Null: no memory.
+Content* newEnvelopeOver(Content* base) noexcept;
+
+// A content made from bytes that come from outside. QUORL_CORRUPT_MSG, QUORL_NO_MEMORY.
+quorl_status readImage(const uint8_t* bytes, uint32_t size, Content** content) noexcept;
+
+// The image of a message without fields.
+extern const uint8_t emptyImage[wire::headerSize];
+
+// ---- search -----------------------------------------------------------------------------------------------------
+
+// The index of the field with that id (not 0), or of the first one with that name; notFound.
+uint32_t findId(const Content& content, uint16_t id) noexcept;
+uint32_t findName(const Content& content, Name name) noexcept;
+// The first field with that name at index from or behind it.
+uint32_t findNameFrom(const Content& content, Name name, uint32_t from) noexcept;
+
+inline bool sameName(const Content& content, const Field& field, Name name) noexcept {
+    return field.nameLength == name.length &&
+           (name.length == wire::noName || std::memcmp(content.image + field.name(), name.text, name.length) == 0);
+}
+
+// Tells the index, if there is one, of the field that was appended last. The content must be unshared.
+void indexLast(Content& content) noexcept;
+
+}  // namespace quorl::message

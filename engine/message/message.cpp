@@ -1,0 +1,226 @@
+// The life of messages and the reading of their fields.
+#include "message/message.h"
+
+#include "message/pool.h"
+
+namespace quorl::message {
+
+constinit std::atomic<Slot*> handles::chunks[handles::maxChunks] = {};
+
+namespace {
+
+// What messages without fields and subjects are read as. Never written, never counted.
+constinit Field noFields[1] = {};
+constinit Content emptyContent = {
+    .references = 1,
+    .size = wire::headerSize,
+    .image = const_cast<uint8_t*>(emptyImage),
+    .top = noFields,
+    .count = 0,
+    .sizeClass = 0,
+    .depth = 0,
+    .sendLength = 0,
+    .replyLength = 0,
+    .base = nullptr,
+    .index = nullptr,
+    .longSend = nullptr,
+    .longReply = nullptr,
+    .shortSend = {},
+    .shortReply = {},
+};
+
+void fillScalar(const uint8_t* value, uint8_t type, quorlLocalData* data) noexcept {
+    switch (type) {
+        case QUORLMSG_BOOL:
+            data->boolean = *value != 0 ? QUORL_TRUE : QUORL_FALSE;
+            return;
+        case QUORLMSG_DATETIME:
+            data->date.sec = wire::load<int64_t>(value);
+            data->date.nsec = wire::load<uint32_t>(value + 8);
+            return;
+        default:
+            std::memcpy(data, value, typeInfo(type).wireSize);  // a union: every member starts where it does
+    }
+}
+
+}  // namespace
+
+Slot* openSlot(Owner owner) noexcept {
+    Slot* slot = pool::acquireSlot();
+    if (slot == nullptr) return nullptr;
+    slot->content = nullptr;
+    slot->closure = nullptr;
+    slot->handouts = nullptr;
+    slot->marks = 0;
+    slot->owner = owner;
+    slot->handedOut = false;
+    slot->live.store(slot->next, std::memory_order_release);
+    return slot;
+}
+
+quorl_status newMessage(Content* content, Owner owner, const void* closure, quorlMsg* message) noexcept {
+    Slot* slot = openSlot(owner);
+    if (slot == nullptr) {
+        if (content != nullptr) content->release();
+        return fail(QUORL_NO_MEMORY, "no memory for a message");
+    }
+    slot->content = content;
+    slot->closure = closure;
+    pool::countMessage(1);
+    *message = handleOf(*slot);
+    return QUORL_OK;
+}
+
+void dropMessage(Slot& slot) noexcept {
+    slot.next = slot.live.load(std::memory_order_relaxed) + handles::useStep;
+    if (slot.next >> handles::indexBits == 0) slot.next += handles::useStep;
+    slot.live.store(0, std::memory_order_release);
+    if (slot.handouts != nullptr) dropHandouts(slot);
+    if (slot.content != nullptr) slot.content->release();
+    if (slot.owner != Owner::outer) pool::countMessage(-1);
+    pool::releaseSlot(&slot);
+}
+
+Content* missingContent(Slot& slot) noexcept {
+    if (slot.owner != Owner::outer) return &emptyContent;
+    slot.content = newView(slot.outerContent, slot.image);
+    return slot.content;
+}
+
+quorl_status locate(const Content& content, Name name, uint16_t id, uint32_t* index) noexcept {
+    const uint32_t found = id != 0 ? findId(content, id) : findName(content, name);
+    if (found == notFound) return QUORL_NOT_FOUND;
+    if (id != 0 && name.text != nullptr && !sameName(content, content.field(found), name)) {
+        const char* other = content.name(content.field(found));
+        return fail(QUORL_ID_CONFLICT, "the field with id %u has %s%s%s, not \"%s\"", id,
+                    other != nullptr ? "the name \"" : "no name", other != nullptr ? other : "",
+                    other != nullptr ? "\"" : "", name.text);
+    }
+    *index = found;
+    return QUORL_OK;
+}
+
+quorl_status missing(const char* name, uint16_t id) noexcept {
+    if (id != 0) return fail(QUORL_NOT_FOUND, "no field has the id %u", id);
+    if (name == nullptr) return fail(QUORL_NOT_FOUND, "no field is without a name");
+    return fail(QUORL_NOT_FOUND, "no field has the name \"%s\"", name);
+}
+
+quorl_status describe(Slot& slot, Content& content, uint32_t index, quorlMsgField* record) noexcept {
+    const Field& field = content.field(index);
+    const TypeInfo& info = typeInfo(field.type);
+    quorlMsgField filled{};
+    filled.name = content.name(field);
+    filled.id = field.id;
+    filled.type = field.type;
+    filled.size = info.nativeSize;
+    filled.count = 1;
+    quorl_status status = QUORL_OK;
+    switch (info.kind) {
+        case Kind::scalar:
+            fillScalar(content.value(field), field.type, &filled.data);
+            break;
+        case Kind::string:
+            filled.size = field.length;
+            filled.data.str = reinterpret_cast<const char*>(content.value(field));
+            break;
+        case Kind::bytes:
+            filled.size = field.length;
+            filled.data.buf = content.value(field);
+            break;
+        case Kind::numbers:
+            filled.count = field.length;
+            filled.data.array = content.value(field);
+            break;
+        case Kind::message:
+            filled.size = field.length;
+            status = innerMessage(slot, content, index, &filled.data.msg);
+            break;
+        case Kind::strings: {
+            filled.count = field.length;
+            const char* const* array = nullptr;
+            status = strings(slot, content, index, &array);
+            filled.data.array = array;
+            break;
+        }
+        case Kind::messages: {
+            filled.count = field.length;
+            const quorlMsg* array = nullptr;
+            status = innerMessages(slot, content, index, &array);
+            filled.data.array = array;
+            break;
+        }
+        case Kind::none:
+            break;
+    }
+    if (status != QUORL_OK) return status;
+    noteHandout(slot);
+    *record = filled;
+    return QUORL_OK;
+}
+
+quorl_status innerMessage(Slot& slot, Content& content, uint32_t index, quorlMsg* message) noexcept {
+    noteHandout(slot);
+    Handouts* handouts = handoutsOf(slot);
+    void** place = handouts != nullptr ? placeFor(*handouts, index, content.count) : nullptr;
+    if (place == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the handle of an inner message");
+    if (*place == nullptr) *place = newInner(*handouts, &content, content.value(content.field(index)));
+    if (*place == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the handle of an inner message");
+    *message = handleOf(*static_cast<Slot*>(*place));
+    return QUORL_OK;
+}
+
+quorl_status innerMessages(Slot& slot, Content& content, uint32_t index, const quorlMsg** messages) noexcept {
+    noteHandout(slot);
+    const Field& field = content.field(index);
+    Handouts* handouts = handoutsOf(slot);
+    void** place = handouts != nullptr ? placeFor(*handouts, index, content.count) : nullptr;
+    if (place != nullptr && *place == nullptr) {
+        // Handles that were made before memory ran out stay in the list of handouts, unused, until the next change.
+        Block* block = newBlockFor(*handouts, sizeof(quorlMsg) * field.length);
+        auto* array = block != nullptr ? static_cast<quorlMsg*>(block->bytes()) : nullptr;
+        uint32_t at = field.value;
+        for (uint32_t i = 0; array != nullptr && i < field.length; ++i) {
+            at = wire::alignUp(at, wire::imageAlignment);
+            const uint8_t* image = content.image + at;
+            Slot* inner = newInner(*handouts, &content, image);
+            if (inner == nullptr) {
+                array = nullptr;
+                break;
+            }
+            array[i] = handleOf(*inner);
+            at += wire::load<uint32_t>(image + wire::sizeAt);
+        }
+        *place = array;
+    }
+    if (place == nullptr || *place == nullptr) {
+        return fail(QUORL_NO_MEMORY, "no memory for the handles of %u inner messages", field.length);
+    }
+    *messages = static_cast<const quorlMsg*>(*place);
+    return QUORL_OK;
+}
+
+quorl_status strings(Slot& slot, Content& content, uint32_t index, const char* const** array) noexcept {
+    noteHandout(slot);
+    const Field& field = content.field(index);
+    Handouts* handouts = handoutsOf(slot);
+    void** place = handouts != nullptr ? placeFor(*handouts, index, content.count) : nullptr;
+    if (place != nullptr && *place == nullptr) {
+        if (Block* block = newBlockFor(*handouts, sizeof(const char*) * field.length)) {
+            auto* pointers = static_cast<const char**>(block->bytes());
+            const char* text = reinterpret_cast<const char*>(content.value(field));
+            for (uint32_t i = 0; i < field.length; ++i) {
+                pointers[i] = text;
+                text += std::strlen(text) + 1;
+            }
+            *place = pointers;
+        }
+    }
+    if (place == nullptr || *place == nullptr) {
+        return fail(QUORL_NO_MEMORY, "no memory for the pointers of %u strings", field.length);
+    }
+    *array = static_cast<const char* const*>(*place);
+    return QUORL_OK;
+}
+
+}  // namespace quorl::message

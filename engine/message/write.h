@@ -1,0 +1,144 @@
+// The room that a change of a message needs, and the field heads that it writes; for the files that change messages.
+#pragma once
+
+#include <utility>
+
+#include "message/message.h"
+
+namespace quorl::message {
+
+// A change of one message: first it gets what memory it needs, then it happens. A content that the change leaves is
+// given back at the end, so that the value being written may lie in it.
+class Change {
+  public:
+    explicit Change(Slot& slot) noexcept : slot_(slot) {}
+    ~Change() {
+        if (fresh_ != nullptr) fresh_->release();
+        if (old_ != nullptr) old_->release();
+    }
+    Change(const Change&) = delete;
+    Change& operator=(const Change&) = delete;
+
+    // Makes sure of bytes of free room in a content that is the slot's alone. False: no memory.
+    bool needRoom(size_t bytes) noexcept {
+        if (!handouts_.begin(slot_)) return false;
+        const Content* content = slot_.content;
+        if (content != nullptr && content->unshared() && !handouts_.keepsContent() && content->room() >= bytes)
+            [[likely]] {
+            return true;
+        }
+        return moveToRoom(bytes);
+    }
+
+    // The same where only subjects change.
+    bool needSubjects() noexcept;
+
+    // Takes a content (counted) that is ready but for what is to be written. False: no memory.
+    bool replaceBy(Content* fresh) noexcept {
+        fresh_ = fresh;
+        return fresh != nullptr && handouts_.begin(slot_);
+    }
+
+    // The content that the change writes to before it is committed: into free room, or where nobody looks meanwhile.
+    Content& pending() noexcept { return fresh_ != nullptr ? *fresh_ : *slot_.content; }
+
+    // The change happens. The value that was written may have lain in what is taken back here.
+    Content& commit() noexcept {
+        handouts_.commit(slot_);
+        if (fresh_ != nullptr) {
+            old_ = slot_.content;
+            slot_.content = std::exchange(fresh_, nullptr);
+        }
+        return *slot_.content;
+    }
+
+  private:
+    bool moveToRoom(size_t bytes) noexcept;
+
+    Slot& slot_;
+    ChangeOfHandouts handouts_;
+    Content* fresh_ = nullptr;  // to become the slot's; counted
+    Content* old_ = nullptr;    // was the slot's; counted
+};
+
+// The most that a field without its value takes: head, user type, id, name with terminator, two lengths, padding.
+constexpr size_t fieldOverhead(uint8_t nameLength) {
+    return 2 + 2 + (nameLength == wire::noName ? 0 : nameLength + 1u) + 10 + wire::imageAlignment - 1;
+}
+
+// Writes a field's head and name at to; fills what of the field's record belongs to them. Returns the byte behind.
+inline uint8_t* putHead(uint8_t* image, uint8_t* to, Name name, uint16_t id, uint8_t type, Field& field) noexcept {
+    field.head = static_cast<uint32_t>(to - image);
+    uint8_t head = type >= userTypeFirst ? wire::headUserType : type;
+    if (name.length != wire::noName) head |= wire::headNamed;
+    if (id != 0) head |= wire::headHasId;
+    *to++ = head;
+    if (type >= userTypeFirst) *to++ = type;
+    if (id != 0) {
+        wire::store(to, id);
+        to += sizeof id;
+    }
+    field.nameOffset = static_cast<uint8_t>(to - image - field.head);
+    field.id = id;
+    field.type = type;
+    field.nameLength = name.length;
+    field.tail = 0;
+    if (name.length != wire::noName) {
+        field.tail = wire::tailOf(name.text, name.length);
+        const uint32_t length = name.length;
+        // Short names are copied in two overlapping words; a call of memcpy costs more.
+        if (length >= 8 && length <= 16) {
+            const auto first = wire::load<uint64_t>(reinterpret_cast<const uint8_t*>(name.text));
+            const auto last = wire::load<uint64_t>(reinterpret_cast<const uint8_t*>(name.text) + length - 8);
+            wire::store(to, first);
+            wire::store(to + length - 8, last);
+        } else if (length >= 4 && length < 8) {
+            const auto first = wire::load<uint32_t>(reinterpret_cast<const uint8_t*>(name.text));
+            wire::store(to, first);
+            wire::store(to + length - 4, field.tail);
+        } else {
+            std::memcpy(to, name.text, length);
+        }
+        to += length;
+        *to++ = 0;
+    }
+    return to;
+}
+
+// Counts a field that has been written behind the last one, up to end.
+inline void closeField(Content& content, const uint8_t* end, uint8_t depth) noexcept {
+    content.size = static_cast<uint32_t>(end - content.image);
+    ++content.count;
+    if (depth > content.depth) content.depth = depth;
+    content.stampHeader();
+    if (content.index.load(std::memory_order_relaxed) != nullptr) indexLast(content);
+}
+
+// Reports an id that a field of the content has already: QUORL_ID_IN_USE.
+quorl_status idInUse(const Content& content, uint32_t index, uint16_t id) noexcept;
+
+// Appends a value of a fixed size, whose bytes are given as they go into the image.
+template <uint32_t bytes>
+quorl_status appendScalar(Slot& slot, Name name, uint16_t id, uint8_t type, const void* data) noexcept {
+    if (id != 0 && slot.content != nullptr) {
+        const uint32_t other = findId(*slot.content, id);
+        if (other != notFound) return idInUse(*slot.content, other, id);
+    }
+    Change change(slot);
+    const size_t most = fieldOverhead(name.length) + bytes;
+    if (slot.content != nullptr && slot.content->size > QUORL_MSG_MAX_SIZE - most) {
+        return fail(QUORL_INVALID_SIZE, "the message would pass %u bytes", QUORL_MSG_MAX_SIZE);
+    }
+    if (!change.needRoom(most + sizeof(Field))) return fail(QUORL_NO_MEMORY, "no memory for a field");
+    Content& content = change.pending();
+    Field& field = content.field(content.count);  // free room until closeField
+    uint8_t* to = putHead(content.image, content.image + content.size, name, id, type, field);
+    field.value = static_cast<uint32_t>(to - content.image);
+    field.length = 1;
+    field.depth = 0;
+    std::memcpy(to, data, bytes);
+    closeField(change.commit(), to + bytes, 0);
+    return QUORL_OK;
+}
+
+}  // namespace quorl::message
