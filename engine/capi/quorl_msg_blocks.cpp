@@ -1,0 +1,68 @@
+// Entry points for values with a length of their own: strings, opaque and XML bytes, messages inside messages.
+#include "message/seek.h"
+#include "message/values.h"
+#include "quorl/quorl.h"
+
+using namespace quorl;
+using namespace quorl::message;
+
+namespace {
+
+template <auto write, class... Parameters, class... Arguments>
+quorl_status put(quorlMsg message, const char* name, uint16_t id,
+                 quorl_status (ValueHolder::*take)(Parameters...) noexcept, Arguments... arguments) noexcept {
+    Slot* slot;
+    Name checked;
+    if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
+    if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
+    ValueHolder holder;
+    if (quorl_status status = (holder.*take)(arguments...); status != QUORL_OK) return status;
+    return write(*slot, checked, id, holder.value);
+}
+
+template <uint8_t type>
+quorl_status getBytes(quorlMsg message, const char* name, const void** bytes, uint32_t* size, uint16_t id) noexcept {
+    if (bytes == nullptr || size == nullptr) return fail(QUORL_INVALID_ARG, "no place for the bytes or their size");
+    Found found;
+    if (quorl_status status = seek(message, name, id, type, &found); status != QUORL_OK) return status;
+    noteHandout(*found.slot);
+    *bytes = found.value();
+    *size = found.field().length;
+    return QUORL_OK;
+}
+
+}  // namespace
+
+extern "C" {
+// clang-format off
+quorl_status quorlMsg_AddMsgEx(quorlMsg message, const char* name, quorlMsg value, quorl_u16 id) { return put<append>(message, name, id, &ValueHolder::fromMessage, value); }
+quorl_status quorlMsg_AddStringEx(quorlMsg message, const char* name, const char* value, quorl_u16 id) { return put<append>(message, name, id, &ValueHolder::fromString, value); }
+quorl_status quorlMsg_AddOpaqueEx(quorlMsg message, const char* name, const void* bytes, quorl_u32 size, quorl_u16 id) { return put<append>(message, name, id, &ValueHolder::fromBytes, uint8_t{QUORLMSG_OPAQUE}, bytes, size); }
+quorl_status quorlMsg_AddXmlEx(quorlMsg message, const char* name, const void* bytes, quorl_u32 size, quorl_u16 id) { return put<append>(message, name, id, &ValueHolder::fromBytes, uint8_t{QUORLMSG_XML}, bytes, size); }
+
+quorl_status quorlMsg_UpdateMsgEx(quorlMsg message, const char* name, quorlMsg value, quorl_u16 id) { return put<update>(message, name, id, &ValueHolder::fromMessage, value); }
+quorl_status quorlMsg_UpdateStringEx(quorlMsg message, const char* name, const char* value, quorl_u16 id) { return put<update>(message, name, id, &ValueHolder::fromString, value); }
+quorl_status quorlMsg_UpdateOpaqueEx(quorlMsg message, const char* name, const void* bytes, quorl_u32 size, quorl_u16 id) { return put<update>(message, name, id, &ValueHolder::fromBytes, uint8_t{QUORLMSG_OPAQUE}, bytes, size); }
+quorl_status quorlMsg_UpdateXmlEx(quorlMsg message, const char* name, const void* bytes, quorl_u32 size, quorl_u16 id) { return put<update>(message, name, id, &ValueHolder::fromBytes, uint8_t{QUORLMSG_XML}, bytes, size); }
+
+quorl_status quorlMsg_GetOpaqueEx(quorlMsg message, const char* name, const void** bytes, quorl_u32* size, quorl_u16 id) { return getBytes<QUORLMSG_OPAQUE>(message, name, bytes, size, id); }
+quorl_status quorlMsg_GetXmlEx(quorlMsg message, const char* name, const void** bytes, quorl_u32* size, quorl_u16 id) { return getBytes<QUORLMSG_XML>(message, name, bytes, size, id); }
+// clang-format on
+
+quorl_status quorlMsg_GetStringEx(quorlMsg message, const char* name, const char** value, quorl_u16 id) {
+    if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the string");
+    Found found;
+    if (quorl_status status = seek(message, name, id, QUORLMSG_STRING, &found); status != QUORL_OK) return status;
+    noteHandout(*found.slot);
+    *value = reinterpret_cast<const char*>(found.value());
+    return QUORL_OK;
+}
+
+quorl_status quorlMsg_GetMsgEx(quorlMsg message, const char* name, quorlMsg* value, quorl_u16 id) {
+    if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the message");
+    Found found;
+    if (quorl_status status = seek(message, name, id, QUORLMSG_MSG, &found); status != QUORL_OK) return status;
+    return innerMessage(*found.slot, *found.content, found.index, value);
+}
+
+}  // extern "C"

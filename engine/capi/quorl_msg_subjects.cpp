@@ -1,0 +1,44 @@
+// Entry points for the subjects of messages.
+#include <cstring>
+
+#include "base/status.h"
+#include "message/message.h"
+#include "quorl/quorl.h"
+#include "subject/subject.h"
+
+using namespace quorl;
+using namespace quorl::message;
+
+namespace {
+
+quorl_status set(quorlMsg message, const char* subject, bool reply) noexcept {
+    Slot* slot;
+    if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
+    if (subject == nullptr) return setSubject(*slot, {}, reply);
+    const std::string_view text(subject, strnlen(subject, QUORL_SUBJECT_MAX + 1));
+    if (!subject::wellFormed(text)) return fail(QUORL_INVALID_SUBJECT, "\"%s\" is no subject", subject);
+    return setSubject(*slot, text, reply);
+}
+
+quorl_status get(quorlMsg message, const char** subject, bool reply) noexcept {
+    if (subject == nullptr) return fail(QUORL_INVALID_ARG, "no place for the subject");
+    Slot* slot;
+    Content* content;
+    if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
+    const std::string_view text = reply ? content->replySubject() : content->sendSubject();
+    if (text.empty()) return fail(QUORL_NOT_FOUND, "the message has no %s subject", reply ? "reply" : "send");
+    noteHandout(*slot);
+    *subject = text.data();
+    return QUORL_OK;
+}
+
+}  // namespace
+
+extern "C" {
+// clang-format off
+quorl_status quorlMsg_SetSendSubject(quorlMsg message, const char* subject) { return set(message, subject, false); }
+quorl_status quorlMsg_GetSendSubject(quorlMsg message, const char** subject) { return get(message, subject, false); }
+quorl_status quorlMsg_SetReplySubject(quorlMsg message, const char* subject) { return set(message, subject, true); }
+quorl_status quorlMsg_GetReplySubject(quorlMsg message, const char** subject) { return get(message, subject, true); }
+// clang-format on
+}

@@ -1,0 +1,142 @@
+// Entry points for whole messages: making, copying, destroying, printing, wire images.
+#include "base/status.h"
+#include "message/message.h"
+#include "quorl/quorl.h"
+
+using namespace quorl;
+using namespace quorl::message;
+
+extern "C" {
+
+quorl_status quorlMsg_Create(quorlMsg* message) {
+    if (message == nullptr) return fail(QUORL_INVALID_ARG, "no place for the message");
+    return newMessage(nullptr, Owner::caller, nullptr, message);
+}
+
+quorl_status quorlMsg_CreateFromBytes(quorlMsg* message, const void* bytes) {
+    if (message == nullptr || bytes == nullptr) return fail(QUORL_INVALID_ARG, "no bytes, or no place for the message");
+    Content* content = nullptr;
+    const quorl_status status = readImage(static_cast<const uint8_t*>(bytes), UINT32_MAX, &content);
+    return status != QUORL_OK ? status : newMessage(content, Owner::caller, nullptr, message);
+}
+
+quorl_status quorlMsg_CreateCopy(quorlMsg message, quorlMsg* copy) {
+    if (copy == nullptr) return fail(QUORL_INVALID_ARG, "no place for the copy");
+    Slot* slot;
+    Content* content;
+    if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
+    if (slot->content == nullptr) return newMessage(nullptr, Owner::caller, nullptr, copy);
+    if (slot->owner == Owner::outer) {
+        // A copy of its own, so that a small inner message does not keep a large outer one in memory.
+        Content* own = nullptr;
+        const quorl_status status = readImage(content->image, content->size, &own);
+        return status != QUORL_OK ? status : newMessage(own, Owner::caller, nullptr, copy);
+    }
+    content->retain();
+    return newMessage(content, Owner::caller, nullptr, copy);
+}
+
+quorl_status quorlMsg_GetEnvelope(quorlMsg message, quorlMsg* envelope) {
+    if (envelope == nullptr) return fail(QUORL_INVALID_ARG, "no place for the envelope");
+    Slot* slot;
+    Content* content;
+    if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
+    Content* subjects = newContent(0);
+    if (subjects == nullptr || !subjects->copySubjects(*content)) {
+        if (subjects != nullptr) subjects->release();
+        return fail(QUORL_NO_MEMORY, "no memory for an envelope");
+    }
+    return newMessage(subjects, Owner::caller, nullptr, envelope);
+}
+
+quorl_status quorlMsg_Destroy(quorlMsg message) {
+    Slot* slot;
+    if (quorl_status status = find(message, &slot); status != QUORL_OK) return status;
+    if (slot->owner == Owner::outer) {
+        return fail(QUORL_NOT_PERMITTED, "a message inside a message goes with the outer one");
+    }
+    dropMessage(*slot);
+    return QUORL_OK;
+}
+
+quorl_status quorlMsg_Detach(quorlMsg message) {
+    Slot* slot;
+    if (quorl_status status = find(message, &slot); status != QUORL_OK) return status;
+    if (slot->owner == Owner::outer) {
+        return fail(QUORL_NOT_PERMITTED, "a message inside a message cannot be detached; copy it");
+    }
+    slot->owner = Owner::caller;
+    return QUORL_OK;
+}
+
+quorl_status quorlMsg_Reset(quorlMsg message) {
+    Slot* slot;
+    if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
+    return reset(*slot);
+}
+
+quorl_status quorlMsg_GetClosure(quorlMsg message, void** closure) {
+    if (closure == nullptr) return fail(QUORL_INVALID_ARG, "no place for the closure");
+    Slot* slot;
+    if (quorl_status status = find(message, &slot); status != QUORL_OK) return status;
+    *closure = slot->owner == Owner::outer ? nullptr : const_cast<void*>(slot->closure);
+    return QUORL_OK;
+}
+
+quorl_status quorlMsg_ConvertToString(quorlMsg message, const char** string) {
+    if (string == nullptr) return fail(QUORL_INVALID_ARG, "no place for the text");
+    Slot* slot;
+    Content* content;
+    if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
+    return print(*slot, *content, string);
+}
+
+quorl_status quorlMsg_GetNumFields(quorlMsg message, quorl_u32* count) {
+    if (count == nullptr) return fail(QUORL_INVALID_ARG, "no place for the count");
+    Slot* slot;
+    Content* content;
+    if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
+    *count = content->count;
+    return QUORL_OK;
+}
+
+quorl_status quorlMsg_GetByteSize(quorlMsg message, quorl_u32* size) {
+    if (size == nullptr) return fail(QUORL_INVALID_ARG, "no place for the size");
+    Slot* slot;
+    Content* content;
+    if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
+    *size = content->size;
+    return QUORL_OK;
+}
+
+quorl_status quorlMsg_GetAsBytes(quorlMsg message, const void** bytes) {
+    if (bytes == nullptr) return fail(QUORL_INVALID_ARG, "no place for the bytes");
+    Slot* slot;
+    Content* content;
+    if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
+    noteHandout(*slot);
+    *bytes = content->image;
+    return QUORL_OK;
+}
+
+quorl_status quorlMsg_MarkReferences(quorlMsg message) {
+    Slot* slot;
+    if (quorl_status status = find(message, &slot); status != QUORL_OK) return status;
+    openBracket(*slot);
+    return QUORL_OK;
+}
+
+quorl_status quorlMsg_ClearReferences(quorlMsg message) {
+    Slot* slot;
+    if (quorl_status status = find(message, &slot); status != QUORL_OK) return status;
+    closeBracket(*slot);
+    return QUORL_OK;
+}
+
+quorl_status quorlMsg_SetOpaqueHandlers(quorl_u8 type) {
+    if (type == 0) return QUORL_OK;
+    if (type < QUORLMSG_USER_FIRST) return fail(QUORL_RESERVED_HANDLER, "opaque handler %d is reserved", type);
+    return fail(QUORL_NOT_FOUND, "there is no opaque handler %d", type);
+}
+
+}  // extern "C"
