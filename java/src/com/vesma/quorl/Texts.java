@@ -1,0 +1,89 @@
+package com.vesma.quorl;
+
+import java.nio.charset.StandardCharsets;
+
+/**
+ * Text on its way across the border: standard UTF-8 in byte arrays, never the machine's own modified form.
+ *
+ * <p>The library's strings end with a zero byte, so a text with an embedded zero cannot cross and is refused; so is half
+ * a surrogate pair, which no encoding can carry. Names and subjects repeat, so their bytes are kept in a table of fixed
+ * size in which a newer text takes the place of an older one with the same hash.
+ */
+final class Texts {
+    /** Slots of the table; a power of two. With texts of at most 254 bytes it holds about 2 MB when full. */
+    private static final int SLOTS = 4096;
+
+    /** Longer texts are no valid name or subject, and are left to the library to refuse. */
+    private static final int LONGEST_KEPT = 254;
+
+    private static final Encoded[] TABLE = new Encoded[SLOTS];
+
+    private static final byte[] NONE = {};
+
+    private Texts() {}
+
+    /** Written once and published without a lock: both members are final. */
+    private static final class Encoded {
+        final String text;
+        final byte[] bytes;
+
+        Encoded(String text, byte[] bytes) {
+            this.text = text;
+            this.bytes = bytes;
+        }
+    }
+
+    /** The bytes of a field name or a subject; null for null. The array is shared: nobody may change it. */
+    static byte[] cached(String text, String what) {
+        if (text == null) {
+            return null;
+        }
+        int hash = text.hashCode();
+        int slot = (hash ^ hash >>> 16) & SLOTS - 1;
+        Encoded known = TABLE[slot];
+        if (known != null && (known.text == text || known.text.equals(text))) {
+            return known.bytes;
+        }
+        byte[] bytes = encode(text, what);
+        if (bytes.length <= LONGEST_KEPT) {
+            TABLE[slot] = new Encoded(text, bytes);
+        }
+        return bytes;
+    }
+
+    /** The bytes of a text that is not likely to come again. what names it in the refusal. */
+    static byte[] encode(String text, String what) {
+        if (text.isEmpty()) {
+            return NONE;
+        }
+        if (text.indexOf('\0') >= 0) {
+            throw new IllegalArgumentException(
+                    what + " has a zero character at index " + text.indexOf('\0') + ", where the library would end it");
+        }
+        byte[] bytes = text.getBytes(StandardCharsets.UTF_8);
+        // ASCII comes out as it went in; anything else is looked at, since the encoder puts a question mark for half a pair.
+        if (bytes.length != text.length() || !new String(bytes, StandardCharsets.ISO_8859_1).equals(text)) {
+            refuseHalfPairs(text, what);
+        }
+        return bytes;
+    }
+
+    static int length(byte[] bytes) {
+        return bytes == null ? 0 : bytes.length;
+    }
+
+    static String decode(byte[] bytes, int length) {
+        return new String(bytes, 0, length, StandardCharsets.UTF_8);
+    }
+
+    private static void refuseHalfPairs(String text, String what) {
+        for (int i = 0; i < text.length(); i++) {
+            char c = text.charAt(i);
+            if (Character.isHighSurrogate(c) && i + 1 < text.length() && Character.isLowSurrogate(text.charAt(i + 1))) {
+                i++;
+            } else if (Character.isSurrogate(c)) {
+                throw new IllegalArgumentException(what + " has half a surrogate pair at index " + i);
+            }
+        }
+    }
+}
