@@ -1,0 +1,300 @@
+package com.vesma.quorl;
+
+import java.math.BigInteger;
+import java.util.ConcurrentModificationException;
+
+/**
+ * What one field of a message is. It is a snapshot; {@link #getValue} reads the value from the message when it is asked.
+ *
+ * <pre>{@code
+ * for (QuorlMsgField field : message) {
+ *     if (field.getType() == QuorlMsgField.F64) {
+ *         sum += (Double) field.getValue();
+ *     }
+ * }
+ * }</pre>
+ */
+public final class QuorlMsgField {
+    /** A truth value. */
+    public static final int BOOL = 1;
+    /** A signed number of 8 bits. */
+    public static final int I8 = 2;
+    /** An unsigned number of 8 bits. */
+    public static final int U8 = 3;
+    /** A signed number of 16 bits. */
+    public static final int I16 = 4;
+    /** An unsigned number of 16 bits. */
+    public static final int U16 = 5;
+    /** A signed number of 32 bits. */
+    public static final int I32 = 6;
+    /** An unsigned number of 32 bits. */
+    public static final int U32 = 7;
+    /** A signed number of 64 bits. */
+    public static final int I64 = 8;
+    /** An unsigned number of 64 bits. */
+    public static final int U64 = 9;
+    /** A floating-point number of 32 bits. */
+    public static final int F32 = 10;
+    /** A floating-point number of 64 bits. */
+    public static final int F64 = 11;
+    /** An IP port. */
+    public static final int IPPORT16 = 12;
+    /** An IPv4 address. */
+    public static final int IPADDR32 = 13;
+    /** A point in time. */
+    public static final int DATETIME = 14;
+    /** A text. */
+    public static final int STRING = 15;
+    /** A message. */
+    public static final int MSG = 16;
+    /** Bytes that the library does not look into. */
+    public static final int OPAQUE = 17;
+    /** The bytes of an XML document. */
+    public static final int XML = 18;
+    /** An array of signed numbers of 8 bits. */
+    public static final int I8ARRAY = 34;
+    /** An array of unsigned numbers of 8 bits. */
+    public static final int U8ARRAY = 35;
+    /** An array of signed numbers of 16 bits. */
+    public static final int I16ARRAY = 36;
+    /** An array of unsigned numbers of 16 bits. */
+    public static final int U16ARRAY = 37;
+    /** An array of signed numbers of 32 bits. */
+    public static final int I32ARRAY = 38;
+    /** An array of unsigned numbers of 32 bits. */
+    public static final int U32ARRAY = 39;
+    /** An array of signed numbers of 64 bits. */
+    public static final int I64ARRAY = 40;
+    /** An array of unsigned numbers of 64 bits. */
+    public static final int U64ARRAY = 41;
+    /** An array of floating-point numbers of 32 bits. */
+    public static final int F32ARRAY = 42;
+    /** An array of floating-point numbers of 64 bits. */
+    public static final int F64ARRAY = 43;
+    /** An array of texts. */
+    public static final int STRINGARRAY = 47;
+    /** An array of messages. */
+    public static final int MSGARRAY = 48;
+    /** The first of the types that are the program's own, to 255: bytes that the library does not look into. */
+    public static final int USER_FIRST = 128;
+
+    private static final String[] NAMES = {
+        "NONE", "BOOL", "I8", "U8", "I16", "U16", "I32", "U32", "I64", "U64", "F32", "F64", "IPPORT16", "IPADDR32",
+        "DATETIME", "STRING", "MSG", "OPAQUE", "XML"
+    };
+
+    /** An array's type is its element's and this. */
+    private static final int ARRAY = 32;
+
+    private final QuorlMsg message;
+    private final int index;
+    private final String name;
+    private final int id;
+    private final int type;
+    private final long count;
+    private final long size;
+
+    QuorlMsgField(QuorlMsg message, int index, String name, int id, int type, long count, long size) {
+        this.message = message;
+        this.index = index;
+        this.name = name;
+        this.id = id;
+        this.type = type;
+        this.count = count;
+        this.size = size;
+    }
+
+    /**
+     * The field's name.
+     *
+     * @return the name, null when it has none
+     */
+    public String getName() {
+        return name;
+    }
+
+    /**
+     * The field's id.
+     *
+     * @return 1 to 65535, 0 when it has none
+     */
+    public int getId() {
+        return id;
+    }
+
+    /**
+     * The field's type.
+     *
+     * @return one of the constants of this class, or {@link #USER_FIRST} to 255
+     */
+    public int getType() {
+        return type;
+    }
+
+    /**
+     * The field's position in its message.
+     *
+     * @return 0 or more
+     */
+    public int getIndex() {
+        return index;
+    }
+
+    /**
+     * The number of values.
+     *
+     * @return elements of an array, 1 otherwise
+     */
+    public long getCount() {
+        return count;
+    }
+
+    /**
+     * The size of one value.
+     *
+     * @return bytes, of a text with the zero at its end
+     */
+    public long getSize() {
+        return size;
+    }
+
+    /**
+     * A type's name.
+     *
+     * @param type 0 to 255
+     * @return as the constants of this class are called, "USER" with the number for the program's own types
+     */
+    public static String typeName(int type) {
+        if (type >= USER_FIRST) {
+            return "USER" + type;
+        }
+        if (type >= 0 && type < NAMES.length) {
+            return NAMES[type];
+        }
+        return type >= ARRAY && type - ARRAY < NAMES.length ? NAMES[type - ARRAY] + "ARRAY" : "UNKNOWN" + type;
+    }
+
+    /**
+     * Reads the value.
+     *
+     * @return Boolean for BOOL; Byte, Short, Integer, Long for I8 to I64; Short, Integer, Long for U8, U16, U32;
+     *     {@link BigInteger} for U64; Float, Double; Integer for IPPORT16; {@link java.net.Inet4Address};
+     *     {@link java.time.Instant}; String; {@link QuorlMsg}; {@code byte[]} for OPAQUE, XML and user types; for arrays
+     *     what {@link QuorlMsg}'s getter of that type gives
+     * @throws ConcurrentModificationException if the message was changed and has another type at this position
+     * @throws QuorlClosedException if the message is closed
+     */
+    public Object getValue() {
+        long handle = message.enter();
+        try {
+            if (index >= QuorlMsg.quorlMsg_GetNumFields(handle, message)
+                    || QuorlMsg.quorlMsg_GetFieldType(handle, index, message) != type) {
+                throw new ConcurrentModificationException("the message was changed after this field was looked up");
+            }
+            return type < ARRAY ? scalar(handle) : type < USER_FIRST ? array(handle) : message.userAt(handle, index);
+        } finally {
+            message.leave();
+        }
+    }
+
+    private Object scalar(long handle) {
+        switch (type) {
+            case BOOL:
+                return QuorlMsg.quorlMsg_GetBool(handle, index, message);
+            case I8:
+                return QuorlMsg.quorlMsg_GetI8(handle, index, message);
+            case U8:
+                return QuorlMsg.quorlMsg_GetU8(handle, index, message);
+            case I16:
+                return QuorlMsg.quorlMsg_GetI16(handle, index, message);
+            case U16:
+                return QuorlMsg.quorlMsg_GetU16(handle, index, message);
+            case I32:
+                return QuorlMsg.quorlMsg_GetI32(handle, index, message);
+            case U32:
+                return QuorlMsg.quorlMsg_GetU32(handle, index, message);
+            case I64:
+                return QuorlMsg.quorlMsg_GetI64(handle, index, message);
+            case U64:
+                return new BigInteger(Long.toUnsignedString(QuorlMsg.quorlMsg_GetU64(handle, index, message)));
+            case F32:
+                return QuorlMsg.quorlMsg_GetF32(handle, index, message);
+            case F64:
+                return QuorlMsg.quorlMsg_GetF64(handle, index, message);
+            case IPPORT16:
+                return message.portAt(handle, index);
+            case IPADDR32:
+                return message.addressAt(handle, index);
+            case DATETIME:
+                return message.instantAt(handle, index);
+            case STRING:
+                return message.textAt(handle, index);
+            case MSG:
+                return new QuorlMsg(QuorlMsg.quorlMsg_GetMsg(handle, index, message), message);
+            case OPAQUE:
+            case XML:
+                byte[] value = new byte[message.sizeAt(index)];
+                QuorlMsg.quorlMsg_GetOpaque(handle, index, value, message);
+                return value;
+            default:
+                throw new QuorlException(QuorlException.INVALID_TYPE, "type " + type + " is newer than these classes");
+        }
+    }
+
+    private Object array(long handle) {
+        int length = message.countAt(index);
+        switch (type) {
+            case I8ARRAY:
+                byte[] i8 = new byte[length];
+                QuorlMsg.quorlMsg_GetI8Array(handle, index, i8, message);
+                return i8;
+            case U8ARRAY:
+                short[] u8 = new short[length];
+                QuorlMsg.quorlMsg_GetU8Array(handle, index, u8, message);
+                return u8;
+            case I16ARRAY:
+                short[] i16 = new short[length];
+                QuorlMsg.quorlMsg_GetI16Array(handle, index, i16, message);
+                return i16;
+            case U16ARRAY:
+                int[] u16 = new int[length];
+                QuorlMsg.quorlMsg_GetU16Array(handle, index, u16, message);
+                return u16;
+            case I32ARRAY:
+                int[] i32 = new int[length];
+                QuorlMsg.quorlMsg_GetI32Array(handle, index, i32, message);
+                return i32;
+            case U32ARRAY:
+                long[] u32 = new long[length];
+                QuorlMsg.quorlMsg_GetU32Array(handle, index, u32, message);
+                return u32;
+            case I64ARRAY:
+                long[] i64 = new long[length];
+                QuorlMsg.quorlMsg_GetI64Array(handle, index, i64, message);
+                return i64;
+            case U64ARRAY:
+                long[] u64 = new long[length];
+                QuorlMsg.quorlMsg_GetU64Array(handle, index, u64, message);
+                return u64;
+            case F32ARRAY:
+                float[] f32 = new float[length];
+                QuorlMsg.quorlMsg_GetF32Array(handle, index, f32, message);
+                return f32;
+            case F64ARRAY:
+                double[] f64 = new double[length];
+                QuorlMsg.quorlMsg_GetF64Array(handle, index, f64, message);
+                return f64;
+            case STRINGARRAY:
+                return message.stringsAt(handle, index);
+            case MSGARRAY:
+                return message.messagesAt(handle, index);
+            default:
+                throw new QuorlException(QuorlException.INVALID_TYPE, "type " + type + " is newer than these classes");
+        }
+    }
+
+    @Override
+    public String toString() {
+        return typeName(type) + " " + MsgCore.describe(name, id);
+    }
+}
