@@ -1,8 +1,194 @@
 package com.vesma.quorl;
 
-/** The library as a whole. */
-public final class Quorl {
+import java.nio.file.Path;
+import java.util.Objects;
+import java.util.concurrent.atomic.AtomicBoolean;
+import java.util.concurrent.locks.Condition;
+import java.util.concurrent.locks.ReentrantLock;
+
+/**
+ * The library as a whole: opening and closing it, and its parameters.
+ *
+ * <p>Opening nests: each open gives an object of its own, and the library closes with the last of them. The last close
+ * ends dispatchers and events, waits for the handlers that run on other threads, and destroys what is left; queues and
+ * transports that were not closed refuse every use from then on. Messages stay valid. Any thread may open and close.
+ *
+ * <p>The first use of the library's classes loads its shared objects: from the file or directory that the system
+ * property {@code com.vesma.quorl.library} names, else from {@code java.library.path}, else from the jar, which are
+ * copied for a moment to {@code com.vesma.quorl.tmpdir} (by default {@code java.io.tmpdir}). An
+ * {@link UnsatisfiedLinkError} names every place that was tried. With Java 24 and later, start programs with
+ * {@code --enable-native-access=com.vesma.quorl}.
+ *
+ * <pre>{@code
+ * try (Quorl quorl = Quorl.open();
+ *      QuorlTransport transport = new QuorlQrdTransport();
+ *      QuorlQueue queue = new QuorlQueue();
+ *      QuorlListener listener = new QuorlListener(queue, transport, "greeting", (l, m) -> System.out.println(m));
+ *      QuorlMsg message = new QuorlMsg("greeting").addString("text", "Hello")) {
+ *     transport.send(message);
+ *     queue.dispatch();
+ * }
+ * }</pre>
+ */
+public final class Quorl implements AutoCloseable {
+    private static final ReentrantLock LOCK = new ReentrantLock();
+    private static final Condition CLOSED = LOCK.newCondition();
+
+    /** Objects of this class that are open. Guarded by LOCK. */
+    private static int openCount;
+
+    /** The thread of the last close while it runs, else null. Guarded by LOCK. */
+    private static Thread closing;
+
+    private final AtomicBoolean closed = new AtomicBoolean();
+
     private Quorl() {}
+
+    /**
+     * Opens the library, or counts one more open.
+     *
+     * @return to be closed
+     * @throws QuorlException {@link QuorlException#INIT_FAILURE} when the system refuses a resource
+     * @throws UnsatisfiedLinkError if the shared objects cannot be loaded
+     */
+    public static Quorl open() {
+        return open((byte[]) null);
+    }
+
+    /**
+     * Opens the library with in-process parameters from a file: one {@code name=value} a line, {@code #} starts a comment.
+     * When the library is open already, or a parameter was set before, the file must not say otherwise.
+     *
+     * @param parameters the file, of the default file system
+     * @return to be closed
+     * @throws QuorlException {@link QuorlException#FILE_NOT_FOUND}, {@link QuorlException#IO_FAILED},
+     *     {@link QuorlException#INVALID_FILE}, {@link QuorlException#NOT_PERMITTED}
+     */
+    public static Quorl open(Path parameters) {
+        return open(Texts.encode(parameters.toString(), "the path"));
+    }
+
+    private static Quorl open(byte[] path) {
+        Library.load();
+        LOCK.lock();
+        try {
+            awaitClosed();
+            check(path == null ? quorl_Open() : quorl_OpenEx(path, path.length));
+            openCount++;
+            return new Quorl();
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    /** The last close may wait for this thread's handler, which then must not wait for it. */
+    private static void awaitClosed() {
+        while (closing != null) {
+            if (closing == Thread.currentThread() || Dispatching.current().now != null) {
+                throw new QuorlException(QuorlException.NOT_PERMITTED, "the library is being closed");
+            }
+            CLOSED.awaitUninterruptibly();
+        }
+    }
+
+    /**
+     * Takes this open back; the last one closes the library and waits as the class says. Closing again does nothing.
+     */
+    @Override
+    public void close() {
+        if (!closed.compareAndSet(false, true)) {
+            return;
+        }
+        LOCK.lock();
+        try {
+            if (--openCount > 0) {
+                check(quorl_Close());
+                return;
+            }
+            closing = Thread.currentThread();
+        } finally {
+            LOCK.unlock();
+        }
+        int status;
+        try {
+            QuorlDispatcher.closeAll();
+            QuorlEvent.closeAll();
+        } finally {
+            status = quorl_Close();
+            LOCK.lock();
+            try {
+                closing = null;
+                CLOSED.signalAll();
+            } finally {
+                LOCK.unlock();
+            }
+        }
+        check(status);
+    }
+
+    /**
+     * Sets in-process parameters; the library must not be open. All are checked before any is set.
+     *
+     * @param parameters {@code name=value} each, for example {@code daemon=nats://localhost:4222}
+     * @throws QuorlException {@link QuorlException#NOT_PERMITTED} when the library is open,
+     *     {@link QuorlException#INVALID_ARG} for an unknown name or a bad value
+     */
+    public static void setParameters(String... parameters) {
+        Library.load();
+        String[] own = parameters.clone();
+        for (String parameter : own) {
+            Texts.encode(Objects.requireNonNull(parameter, "parameter"), "the parameter");
+            // These cross in the machine's own encoding, which agrees with UTF-8 up to here.
+            if (parameter.codePoints().anyMatch(c -> c > 0xFFFF)) {
+                throw new IllegalArgumentException("a parameter has a character beyond U+FFFF: " + parameter);
+            }
+        }
+        check(quorl_SetQRParameters(own, own.length));
+    }
+
+    /**
+     * Makes daemon transports that are created from now on skip waiting for the daemon to say that it is ready.
+     */
+    public static void disableReadyCheck() {
+        Library.load();
+        quorl_DisableQRDMReadyCheck();
+    }
+
+    /**
+     * Whether the library is open in this process.
+     *
+     * @return whether it is
+     */
+    public static boolean isOpen() {
+        Library.load();
+        return quorl_IsOpen();
+    }
+
+    /**
+     * Whether the library is open with the messaging engine in this process, that is, without a default daemon.
+     *
+     * @return whether it is
+     */
+    public static boolean isInProcess() {
+        Library.load();
+        return quorl_IsIPM();
+    }
+
+    /**
+     * The version of the library's shared objects.
+     *
+     * @return "MAJOR.MINOR.PATCH"
+     */
+    public static String getVersion() {
+        Library.load();
+        return getCmVersion();
+    }
+
+    private static void check(int status) {
+        if (status != QuorlException.OK) {
+            throw new QuorlException(status);
+        }
+    }
 
     static native String getCmVersion();
     static native String getFtVersion();

@@ -1,9 +1,127 @@
 package com.vesma.quorl;
 
-/** Something that a queue delivers: a message that arrived, a timer that fired. */
-public class QuorlEvent {
+import java.util.Set;
+import java.util.concurrent.ConcurrentHashMap;
+
+/**
+ * Something that a queue delivers: a message that arrived ({@link QuorlListener}, {@link QuorlVectorListener}), a timer
+ * that fired ({@link QuorlTimer}).
+ *
+ * <p>An event lives until it is closed, also when the program keeps no reference to it. Its handler runs on the threads
+ * that dispatch its queue, on several at once when several dispatch it.
+ *
+ * <p>{@link #close} may be called from any thread at any time, also inside handlers. When it has returned, no handler of
+ * the event runs and none will: it waits for those that run on other threads, and does not wait for a handler that it is
+ * called from. When two handlers on two threads close each other's events, one of the two closes returns early. Do not
+ * close an event while holding a lock that its handler wants.
+ *
+ * <pre>{@code
+ * try (QuorlListener listener = new QuorlListener(queue, transport, "plant.>", (l, message) -> System.out.println(message))) {
+ *     queue.dispatch(Duration.ofSeconds(1));
+ * }
+ * }</pre>
+ */
+public class QuorlEvent implements AutoCloseable {
+    /** The open events. They are reachable anyway, through the references that the bridge holds for the library. */
+    private static final Set<QuorlEvent> OPEN = ConcurrentHashMap.newKeySet();
+
+    private final QuorlQueue queue;
+
+    /** The library's id, 0 before creation and after destruction. Written by the creator, then behind the gate. */
+    private volatile int id;
+
+    private volatile boolean closed;
+
     /** The bridge makes one to say that a dispatch found nothing in time. */
-    QuorlEvent() {}
+    QuorlEvent() {
+        queue = null;
+    }
+
+    QuorlEvent(QuorlQueue queue) {
+        this.queue = queue;
+    }
+
+    /**
+     * Called once, by the subclass's constructor as its last step. The event may have been delivered before, and its
+     * handler may have closed it.
+     */
+    final void created(int id) {
+        OPEN.add(this);
+        this.id = id;
+        if (closed) {
+            Gate.destroy(queue, this::destroyOnce);
+        }
+    }
+
+    /** Runs the handler with what the library has left for this thread; on the dispatching thread. */
+    void deliver() throws Exception {}
+
+    /** Whether what comes for this event is to be dropped. */
+    final boolean isDropped() {
+        return closed || queue.isClosed();
+    }
+
+    final boolean queueIsClosed() {
+        return queue.isClosed();
+    }
+
+    final boolean isOn(QuorlQueue other) {
+        return queue == other;
+    }
+
+    /** The id for a native; the library refuses one whose event is gone. */
+    final int id() {
+        if (closed) {
+            throw new QuorlClosedException(QuorlException.INVALID_EVENT, "the event");
+        }
+        return id;
+    }
+
+    /**
+     * The queue that delivers the event.
+     *
+     * @return the queue given to the constructor
+     */
+    public final QuorlQueue getQueue() {
+        return queue;
+    }
+
+    /**
+     * Whether {@link #close} was called.
+     *
+     * @return true from the beginning of the first close
+     */
+    public final boolean isClosed() {
+        return closed;
+    }
+
+    /**
+     * Ends the event: nothing that arrives or fires from now on is delivered, and what waits in the queue is dropped.
+     * Waits for the event's handlers on other threads. Closing again waits too and does nothing else.
+     */
+    @Override
+    public void close() {
+        if (queue == null) {
+            return;
+        }
+        closed = true;
+        Gate.destroy(queue, this::destroyOnce);
+        Gate.awaitHandlers(this);
+    }
+
+    private void destroyOnce() {
+        if (id != 0) {
+            quorlEvent_Destroy(id);
+            id = 0;
+            OPEN.remove(this);
+        }
+    }
+
+    static void closeAll() {
+        for (QuorlEvent event : OPEN) {
+            event.close();
+        }
+    }
 
     static native void quorlEvent_Destroy(int id);
 }

@@ -1,16 +1,209 @@
 package com.vesma.quorl;
 
-/** A way for messages to leave and to arrive. */
-public abstract class QuorlTransport {
-    QuorlTransport() {}
+import java.lang.ref.Reference;
+import java.time.Duration;
+import java.util.List;
+import java.util.Objects;
+import java.util.Set;
+import java.util.concurrent.ConcurrentHashMap;
+
+/**
+ * A way for messages to leave and to arrive. {@link QuorlQrdTransport} makes one.
+ *
+ * <p>A message that is sent stays the program's: it may be changed, sent again or closed at once. Messages that one
+ * thread sends on one subject arrive in that order. All methods may be called from any thread.
+ *
+ * <p>Closing a transport silences its listeners, which are to be closed too, in any order, and ends requests that wait
+ * on it.
+ *
+ * <pre>{@code
+ * try (QuorlMsg question = new QuorlMsg("time.now");
+ *      QuorlMsg answer = transport.request(question, Duration.ofSeconds(2))) {
+ *     System.out.println(answer == null ? "nobody answers" : answer.getString("time"));
+ * }
+ * }</pre>
+ */
+public abstract class QuorlTransport extends LibraryObject {
+    /** What the bridge writes of an inbox, the rest of the array zero. */
+    private static final int INBOX_BYTES = 255;
+
+    /** The queues of requests that wait. */
+    private final Set<QuorlQueue> requests = ConcurrentHashMap.newKeySet();
+
+    QuorlTransport(int id) {
+        super(id, QuorlTransport::quorlTransport_Destroy);
+    }
+
+    /**
+     * Sends a message to its send subject.
+     *
+     * @param message with a send subject without wildcards
+     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when it has none or one with wildcards,
+     *     {@link QuorlException#DAEMON_NOT_CONNECTED} when the connection is lost and the buffer for it full
+     */
+    public void send(QuorlMsg message) {
+        long handle = message.enter();
+        try {
+            quorlTransport_Send(id(), handle, message);
+        } finally {
+            message.leave();
+            Reference.reachabilityFence(this);
+        }
+    }
+
+    /**
+     * Sends messages in order. Ends at the first that is refused: those before it are sent.
+     *
+     * @param messages each with a send subject without wildcards
+     */
+    public void send(List<QuorlMsg> messages) {
+        for (QuorlMsg message : messages) {
+            send(message);
+        }
+    }
+
+    /**
+     * Sends a request and waits for the first reply. The request's reply subject is replaced by a fresh inbox. The wait
+     * dispatches no queue of the program's, so it works in handlers too.
+     *
+     * @param request with a send subject
+     * @param limit the longest wait, 0 or more
+     * @return the reply, to be closed by the caller; null when none came in time
+     * @throws InterruptedException if the thread is interrupted before or during the wait
+     * @throws QuorlException as {@link #send(QuorlMsg)}; {@link QuorlClosedException} when the transport is closed
+     */
+    public QuorlMsg request(QuorlMsg request, Duration limit) throws InterruptedException {
+        double seconds = Dispatchable.seconds(limit, "limit");
+        String inbox = createInbox();
+        QuorlMsg[] reply = new QuorlMsg[1];
+        QuorlQueue queue = new QuorlQueue();
+        requests.add(queue);
+        try (QuorlListener listener = new QuorlListener(queue, this, inbox, (l, message) -> reply[0] = message.keep())) {
+            request.setReplySubject(listener.getSubject());
+            send(request);
+            return Dispatching.current().dispatch(queue, seconds) ? reply[0] : null;
+        } catch (QuorlException e) {
+            throw isClosed() ? closedException() : e;
+        } finally {
+            requests.remove(queue);
+            queue.close();
+        }
+    }
+
+    /**
+     * Answers a request.
+     *
+     * @param reply what to send; its send subject is replaced
+     * @param request what a listener was given
+     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when the request has no reply subject
+     */
+    public void reply(QuorlMsg reply, QuorlMsg request) {
+        if (reply.isSameAs(request)) {
+            throw new IllegalArgumentException("a message cannot answer itself; copy it first");
+        }
+        long replyHandle = reply.enter();
+        try {
+            long requestHandle = request.enter();
+            try {
+                quorlTransport_SendReply(id(), replyHandle, requestHandle, reply, request);
+            } finally {
+                request.leave();
+            }
+        } finally {
+            reply.leave();
+            Reference.reachabilityFence(this);
+        }
+    }
+
+    /**
+     * Makes a new subject, unique in the world, that only listeners of this transport may listen to.
+     *
+     * @return the subject, to be put into requests as their reply subject
+     */
+    public String createInbox() {
+        byte[] bytes = new byte[INBOX_BYTES];
+        try {
+            int length = quorlTransport_CreateInbox(id(), bytes);
+            return Texts.decode(bytes, length);
+        } finally {
+            Reference.reachabilityFence(this);
+        }
+    }
+
+    /**
+     * Describes the program for advisories and tools.
+     *
+     * @param description at most 255 bytes of UTF-8
+     */
+    public void setDescription(String description) {
+        byte[] bytes = Texts.encode(Objects.requireNonNull(description, "description"), "the description");
+        try {
+            quorlTransport_SetDescription(id(), bytes, bytes.length);
+        } finally {
+            Reference.reachabilityFence(this);
+        }
+    }
+
+    /**
+     * Asks for data to be kept for some time against loss. Without effect in one process, where nothing is lost.
+     *
+     * @param reliability 0 or more
+     */
+    public void requestReliability(Duration reliability) {
+        double seconds = Dispatchable.seconds(reliability, "reliability");
+        try {
+            quorlTransport_RequestReliability(id(), seconds);
+        } finally {
+            Reference.reachabilityFence(this);
+        }
+    }
+
+    /**
+     * Sets how many bytes a batch gathers before it goes out.
+     *
+     * @param bytes 0 or more; 0 turns batching by size off
+     */
+    public void setBatchSize(int bytes) {
+        if (bytes < 0) {
+            throw new IllegalArgumentException("the batch size is negative: " + bytes);
+        }
+        try {
+            quorlTransport_SetBatchSize(id(), bytes);
+        } finally {
+            Reference.reachabilityFence(this);
+        }
+    }
+
+    /**
+     * Closes the transport; see the class. Closing again does nothing.
+     */
+    @Override
+    public void close() {
+        destroy();
+        // A request that begins later finds no transport to send on.
+        requests.forEach(QuorlQueue::close);
+    }
+
+    @Override
+    QuorlClosedException closedException() {
+        return new QuorlClosedException(QuorlException.INVALID_TRANSPORT, "the transport");
+    }
+
+    @Override
+    public String toString() {
+        return getClass().getSimpleName() + "[" + (isClosed() ? "closed" : idOrZero()) + "]";
+    }
 
     static native void quorlTransport_SetDescription(int transportId, byte[] descriptionBytes, int descriptionLength);
     static native void quorlTransport_RequestReliability(int transportId, double reliability);
     static native int quorlTransport_CreateInbox(int transportId, byte[] subjectBytes);
     static native void quorlTransport_Send(int transportId, long messagePointer, QuorlMsg msg);
-    static native void quorlTransport_Sendv(int transportId, long[] handleArray, int handleArrayLength, Object[] msgArray);
-    static native long quorlTransport_SendRequest(int transportId, long requestPointer, double timeout, QuorlMsg request);
-    static native void quorlTransport_SendReply(int transportId, long replyPointer, long requestPointer, QuorlMsg reply, QuorlMsg request);
+    static native void quorlTransport_Sendv(
+            int transportId, long[] handleArray, int handleArrayLength, Object[] msgArray);
+    static native long quorlTransport_SendRequest(
+            int transportId, long requestPointer, double timeout, QuorlMsg request);
+    static native void quorlTransport_SendReply(
+            int transportId, long replyPointer, long requestPointer, QuorlMsg reply, QuorlMsg request);
     static native void quorlTransport_Destroy(int transportId);
     static native void quorlTransport_SetBatchSize(int transportId, int numBytes);
 }

@@ -1,0 +1,81 @@
+package com.vesma.quorl;
+
+import java.lang.ref.Cleaner;
+import java.lang.ref.Reference;
+import java.util.function.IntConsumer;
+
+/**
+ * An object of the library that lives long and is named by an id: a queue, a group of queues, a transport.
+ *
+ * <p>A {@link Cleaner} destroys one that the program forgot. Every method that passes the id on holds a reachability
+ * fence behind the call, or the cleaner could run in its middle.
+ */
+abstract class LibraryObject implements AutoCloseable {
+    private static final Cleaner CLEANER = Cleaner.create();
+
+    private final Id id;
+    private final Cleaner.Cleanable cleanable;
+
+    /** What the cleaner holds; it must not hold the object itself. */
+    private static final class Id implements Runnable {
+        private final IntConsumer destroy;
+        private volatile int value;
+
+        Id(int value, IntConsumer destroy) {
+            this.value = value;
+            this.destroy = destroy;
+        }
+
+        /** Runs once, on whichever thread closes first or on the cleaner's. */
+        @Override
+        public void run() {
+            int last = value;
+            value = 0;
+            destroy.accept(last);
+        }
+    }
+
+    /**
+     * Takes an id over. destroy must not refer to the object.
+     */
+    LibraryObject(int id, IntConsumer destroy) {
+        this.id = new Id(id, destroy);
+        cleanable = destroy == null ? null : CLEANER.register(this, this.id);
+    }
+
+    /** The id; {@link QuorlClosedException} after the close. The caller holds the fence. */
+    final int id() {
+        int value = id.value;
+        if (value == 0) {
+            throw closedException();
+        }
+        return value;
+    }
+
+    /** The id, 0 after the close. */
+    final int idOrZero() {
+        return id.value;
+    }
+
+    abstract QuorlClosedException closedException();
+
+    /**
+     * Whether {@link #close} was called.
+     *
+     * @return true from the beginning of the first close
+     */
+    public final boolean isClosed() {
+        return id.value == 0;
+    }
+
+    /** Destroys the library's object, the first time; one that is the library's own stays. */
+    final void destroy() {
+        if (cleanable != null) {
+            cleanable.clean();
+        }
+        Reference.reachabilityFence(this);
+    }
+
+    @Override
+    public abstract void close();
+}
