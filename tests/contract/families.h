@@ -7,6 +7,8 @@ namespace contract {
 void state_initialisation();
 void state_environment();
 void state_queues();
+void state_events();
+void state_transports();
 
 }  // namespace contract
 

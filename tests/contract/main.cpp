@@ -9,6 +9,8 @@ int main(int argc, char** argv) {
     contract::state_initialisation();
     contract::state_environment();
     contract::state_queues();
+    contract::state_events();
+    contract::state_transports();
     contract::register_coverage();
     return RUN_ALL_TESTS();
 }

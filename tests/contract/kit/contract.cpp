@@ -204,9 +204,10 @@ Lines with_text(const Contract& contract, const BytesParameter& parameter, const
     for (std::string& line : lines) {
         line = replaced(line, "GetByteArrayRegion(" + parameter.label + ", 0, " + size + ")",
                         "GetByteArrayRegion(" + parameter.label + ", 0, " + std::to_string(length) + ")");
-        if (parameter.binary)
-            line =
-                replaced(line, quoted(parameter.canonical.c_str()) + ", " + size, text + ", " + std::to_string(length));
+        if (parameter.binary) {
+            line = replaced(line, quoted(parameter.canonical.c_str()) + ", " + size,
+                            text + ", " + std::to_string(static_cast<quorl_u32>(length)));
+        }
         line = replaced(line, quoted(parameter.canonical.c_str()), text);
     }
     return lines;
@@ -269,20 +270,16 @@ void run_bytes_rows(const Native& native, const Contract& contract, const BytesP
             jvm().exempt("the native goes on after a failed copy", goes_on);
             replacements()[parameter.label] = {false, "abc", length};
             const Ran ran = contract.invoke();
+            if (parameter.binary) {
+                // The block has exactly that many bytes: there is no memory for a negative number of them.
+                expect(ran, {contract.refusals.front().result, contract.refusals.front().thrown,
+                             *contract.refusals.front().lines});
+                continue;
+            }
             EXPECT_TRUE(ran.thrown.empty() || ran.thrown == out_of_bounds) << ran.thrown;
             if (parameter.failed_copy_stops && !ran.thrown.empty()) continue;
             const Lines lines = without_copy(with_text(contract, parameter, "\"\"", length), parameter.label);
-            Lines seen = without_copy(ran.lines, parameter.label);
-            if (parameter.binary) {
-                for (std::string& line : seen) line = replaced(line, "unread", "\"\"");
-                Lines wanted = lines;
-                for (std::string& line : wanted)
-                    line = replaced(line, ", " + std::to_string(length),
-                                    ", " + std::to_string(static_cast<quorl_u32>(length)));
-                EXPECT_EQ(seen, wanted);
-            } else {
-                EXPECT_EQ(seen, lines) << "length " << length;
-            }
+            EXPECT_EQ(without_copy(ran.lines, parameter.label), lines) << "length " << length;
             if (contract.left.empty()) {
                 EXPECT_EQ(ran.left, contract.left);
             }

@@ -123,7 +123,7 @@ std::string slot(_quorlThreadLocal key) {
 
 std::string block(const void* bytes, quorl_u32 size) {
     if (bytes == nullptr) return "null";
-    return size > 4096 ? "unread" : quoted(bytes, size);
+    return size > 16384 ? "unread" : quoted(bytes, size);
 }
 
 std::string field(const quorlMsgField* field) {

@@ -112,7 +112,7 @@ std::string wire(const void* bytes);
 template <class Element>
 std::string array(const Element* elements, quorl_u32 count) {
     if (elements == nullptr) return "null";
-    if (count > 4096) return "unread";
+    if (count > 16384) return "unread";
     std::string all = "[";
     for (quorl_u32 i = 0; i < count; ++i) all += (i > 0 ? ", " : "") + text(elements[i]);
     return all + "]";
