@@ -1,0 +1,118 @@
+// Counting opens, and the way between closed and open.
+#include "base/environment.h"
+
+#include <new>
+
+#include "base/futex.h"
+#include "base/mutex.h"
+#include "base/status.h"
+#include "base/thread_state.h"
+
+namespace quorl::environment {
+namespace {
+
+enum Phase : uint32_t { closed, opened, stopping };
+
+constinit Mutex guard;                           // of the three below; held through start, not through stop
+constinit uint32_t openCount = 0;                //
+constinit std::atomic<uint32_t> phase{closed};   // read by anyone; threads that wait for the end of stop sleep on it
+constinit ParameterSet* parameterSet = nullptr;  // made on first use, and kept
+constinit std::atomic<bool> readyCheckOff{false};
+
+ParameterSet* parameterSetMade() noexcept {
+    if (parameterSet == nullptr) parameterSet = new (std::nothrow) ParameterSet;
+    return parameterSet;
+}
+
+bool insideCallback() noexcept {
+    const ThreadState* state = currentThreadState;
+    return state != nullptr && state->callbackDepth != 0;
+}
+
+}  // namespace
+
+quorl_status open(const Engine& engine, const char* path) noexcept {
+    for (;;) {
+        guard.lock();
+        if (phase.load(std::memory_order_relaxed) != stopping) break;
+        guard.unlock();
+        if (insideCallback()) return fail(QUORL_INIT_FAILURE, "the library closes and waits for this callback");
+        futexWait(phase, stopping);
+    }
+    quorl_status status = QUORL_OK;
+    ParameterSet* parameters = parameterSetMade();
+    const bool first = openCount == 0;
+    if (parameters == nullptr) status = fail(QUORL_NO_MEMORY, "no memory for the parameters");
+    if (status == QUORL_OK && path != nullptr) status = parameters->read(path, !first);
+    if (status == QUORL_OK && first) {
+        status = engine.start();
+        if (status != QUORL_OK) parameters->forgetFiles();
+    }
+    if (status == QUORL_OK) {
+        ++openCount;
+        phase.store(opened, std::memory_order_release);
+    }
+    guard.unlock();
+    return status;
+}
+
+quorl_status close(const Engine& engine) noexcept {
+    {
+        Lock lock(guard);
+        if (phase.load(std::memory_order_relaxed) != opened)
+            return fail(QUORL_NOT_INITIALIZED, "the library is not open");
+        if (openCount == 1 && insideCallback())
+            return fail(QUORL_NOT_PERMITTED, "the last close would wait for the callback that calls it");
+        if (--openCount != 0) return QUORL_OK;
+        phase.store(stopping, std::memory_order_release);
+    }
+    engine.stop();
+    {
+        Lock lock(guard);
+        parameterSet->forgetFiles();
+        phase.store(closed, std::memory_order_release);
+    }
+    futexWake(phase, INT32_MAX);
+    return QUORL_OK;
+}
+
+quorl_status setParameters(const std::vector<std::string_view>& settings) noexcept {
+    Lock lock(guard);
+    if (phase.load(std::memory_order_relaxed) != closed)
+        return fail(QUORL_NOT_PERMITTED, "parameters are set before the library is opened");
+    ParameterSet* parameters = parameterSetMade();
+    if (parameters == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the parameters");
+    return parameters->set(settings);
+}
+
+bool isOpen() noexcept {
+    return phase.load(std::memory_order_acquire) == opened;
+}
+
+bool isIpm() noexcept {
+    Lock lock(guard);
+    return phase.load(std::memory_order_relaxed) == opened && parameterSet->values().daemon.empty();
+}
+
+const Parameters& parameters() noexcept {
+    return parameterSet->values();
+}
+
+void disableReadyCheck() noexcept {
+    readyCheckOff.store(true, std::memory_order_relaxed);
+}
+
+bool readyCheckDisabled() noexcept {
+    return readyCheckOff.load(std::memory_order_relaxed);
+}
+
+quorl_status noObject(quorl_status status, const char* kind, quorl_u32 id) noexcept {
+    if (!isOpen()) return fail(QUORL_NOT_INITIALIZED, "the library is not open");
+    return fail(status, "%u is no %s that lives", id, kind);
+}
+
+quorl_status requireOpen() noexcept {
+    return isOpen() ? QUORL_OK : fail(QUORL_NOT_INITIALIZED, "the library is not open");
+}
+
+}  // namespace quorl::environment

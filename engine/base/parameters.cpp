@@ -1,0 +1,202 @@
+// Reading and checking settings.
+#include "base/parameters.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "base/status.h"
+
+namespace quorl {
+namespace {
+
+constexpr size_t longestLine = 4096;
+
+std::string_view trimmed(std::string_view text) noexcept {
+    const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+    while (!text.empty() && blank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && blank(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+bool printable(std::string_view text) noexcept {
+    return std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 0x7f; });
+}
+
+bool readNumber(std::string_view text, uint32_t* number) noexcept {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+bool readSeconds(std::string_view text, double* seconds) noexcept {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *seconds);
+    return error == std::errc() && end == text.data() + text.size() && std::isfinite(*seconds) && *seconds >= 0;
+}
+
+bool readDaemon(std::string_view text, std::string* daemon) {
+    if (text.size() > 1023 || !printable(text)) return false;
+    *daemon = text;
+    return true;
+}
+
+bool readBusName(std::string_view text, std::string* name) {
+    if (!validBusName(text)) return false;
+    *name = text;
+    return true;
+}
+
+enum class Outcome { taken, unknownName, badValue };
+
+Outcome apply(Parameters& to, std::string_view name, std::string_view value) {
+    bool good;
+    if (name == "daemon") {
+        good = readDaemon(value, &to.daemon);
+    } else if (name == "service") {
+        good = readBusName(value, &to.service);
+    } else if (name == "network") {
+        good = readBusName(value, &to.network);
+    } else if (name == "connect.timeout") {
+        good = readSeconds(value, &to.connectTimeout);
+    } else if (name == "reconnect.buffer") {
+        good = readNumber(value, &to.reconnectBuffer);
+    } else if (name == "queue.limit") {
+        good = readNumber(value, &to.queueLimit);
+    } else if (name == "dispatch.spin") {
+        good = readNumber(value, &to.dispatchSpin) && to.dispatchSpin <= 1000;
+    } else {
+        return Outcome::unknownName;
+    }
+    return good ? Outcome::taken : Outcome::badValue;
+}
+
+bool same(const Parameters& a, const Parameters& b) noexcept {
+    return a.daemon == b.daemon && a.service == b.service && a.network == b.network &&
+           a.connectTimeout == b.connectTimeout && a.reconnectBuffer == b.reconnectBuffer &&
+           a.queueLimit == b.queueLimit && a.dispatchSpin == b.dispatchSpin;
+}
+
+// Splits at the first '='. False when there is none or no name before it.
+bool split(std::string_view setting, std::string_view* name, std::string_view* value) noexcept {
+    const size_t at = setting.find('=');
+    if (at == std::string_view::npos) return false;
+    *name = trimmed(setting.substr(0, at));
+    *value = trimmed(setting.substr(at + 1));
+    return !name->empty();
+}
+
+int cut(std::string_view text) noexcept {
+    return static_cast<int>(std::min<size_t>(text.size(), 80));
+}
+
+struct CloseFile {
+    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+
+}  // namespace
+
+bool validBusName(std::string_view text) noexcept {
+    return text.size() <= 63 && printable(text);
+}
+
+quorl_status ParameterSet::set(const std::vector<std::string_view>& settings) noexcept {
+    try {
+        Parameters values = values_;
+        std::vector<Setting> taken = settings_;
+        for (const std::string_view setting : settings) {
+            std::string_view name;
+            std::string_view value;
+            if (!split(setting, &name, &value))
+                return fail(QUORL_INVALID_ARG, "\"%.*s\" is not of the form name=value", cut(setting), setting.data());
+            switch (apply(values, name, value)) {
+                case Outcome::unknownName:
+                    return fail(QUORL_INVALID_ARG, "there is no parameter \"%.*s\"", cut(name), name.data());
+                case Outcome::badValue:
+                    return fail(QUORL_INVALID_ARG, "\"%.*s\" is no value of %.*s", cut(value), value.data(), cut(name),
+                                name.data());
+                case Outcome::taken:
+                    break;
+            }
+            std::erase_if(taken, [&](const Setting& old) { return old.name == name; });
+            taken.push_back({std::string(name), std::string(value), false});
+        }
+        values_ = std::move(values);
+        settings_ = std::move(taken);
+        return QUORL_OK;
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for the parameters");
+    }
+}
+
+quorl_status ParameterSet::read(const char* path, bool onlyCompare) noexcept {
+    try {
+        std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path, "re"));
+        if (!file) {
+            const int error = errno;
+            return fail(error == ENOENT || error == ENOTDIR ? QUORL_FILE_NOT_FOUND : QUORL_IO_FAILED, "%s: %s", path,
+                        strerrordesc_np(error));
+        }
+        Parameters values = values_;
+        std::vector<Setting> taken = settings_;
+        auto line = std::make_unique<char[]>(longestLine);
+        for (unsigned number = 1; std::fgets(line.get(), longestLine, file.get()) != nullptr; ++number) {
+            const size_t length = std::strlen(line.get());
+            if (length == longestLine - 1 && line[length - 1] != '\n')
+                return fail(QUORL_INVALID_FILE, "%s line %u: longer than %zu bytes", path, number, longestLine - 2);
+            std::string_view text(line.get(), length);
+            text = trimmed(text.substr(0, text.find('#')));
+            if (text.empty()) continue;
+            std::string_view name;
+            std::string_view value;
+            if (!split(text, &name, &value))
+                return fail(QUORL_INVALID_FILE, "%s line %u: \"%.*s\" is not of the form name=value", path, number,
+                            cut(text), text.data());
+            Parameters with = values;
+            switch (apply(with, name, value)) {
+                case Outcome::unknownName:
+                    return fail(QUORL_INVALID_FILE, "%s line %u: there is no parameter \"%.*s\"", path, number,
+                                cut(name), name.data());
+                case Outcome::badValue:
+                    return fail(QUORL_INVALID_FILE, "%s line %u: \"%.*s\" is no value of %.*s", path, number,
+                                cut(value), value.data(), cut(name), name.data());
+                case Outcome::taken:
+                    break;
+            }
+            const bool setBefore =
+                std::any_of(settings_.begin(), settings_.end(), [&](const Setting& old) { return old.name == name; });
+            if ((onlyCompare || setBefore) && !same(with, values))
+                return fail(QUORL_ARG_CONFLICT, "%s line %u: %.*s has another value already", path, number, cut(name),
+                            name.data());
+            if (onlyCompare || setBefore) continue;
+            values = std::move(with);
+            std::erase_if(taken, [&](const Setting& old) { return old.name == name; });
+            taken.push_back({std::string(name), std::string(value), true});
+        }
+        if (std::ferror(file.get())) {
+            const int error = errno;
+            return fail(QUORL_IO_FAILED, "%s: %s", path, strerrordesc_np(error));
+        }
+        values_ = std::move(values);
+        settings_ = std::move(taken);
+        return QUORL_OK;
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for the parameters of %s", path);
+    }
+}
+
+void ParameterSet::forgetFiles() noexcept {
+    std::erase_if(settings_, [](const Setting& setting) { return setting.fromFile; });
+    Parameters values;
+    try {
+        for (const Setting& setting : settings_) apply(values, setting.name, setting.value);
+        values_ = std::move(values);
+    } catch (const std::bad_alloc&) {
+        // The values stay as they are; the settings that are left agree with them.
+    }
+}
+
+}  // namespace quorl

@@ -1,0 +1,69 @@
+// How threads come to their state and leave it.
+#include "base/thread_state.h"
+
+#include <pthread.h>
+
+#include <new>
+
+#include "base/mutex.h"
+#include "base/thread_slots.h"
+
+namespace quorl {
+
+thread_local constinit ThreadState* currentThreadState [[gnu::tls_model("initial-exec")]] = nullptr;
+
+namespace {
+
+constinit Mutex registration;                            // of the two below
+constinit bool prepared = false;                         // fences and key
+pthread_key_t endOfThread;                               // set once, when prepared
+constinit std::atomic<ThreadState*> allStates{nullptr};  // only ever grows
+
+void leave(void* given) {
+    auto* state = static_cast<ThreadState*>(given);
+    // The C library has cleared the key's value; destructors below may come back into the engine, which still finds the
+    // state through the thread-local pointer.
+    runSlotDestructors(*state);
+    if (state->cache != nullptr) {
+        state->freeCache(state->cache);
+        state->cache = nullptr;
+    }
+    state->key = nullptr;
+    currentThreadState = nullptr;
+    state->owned.store(false, std::memory_order_release);
+}
+
+}  // namespace
+
+ThreadState* ThreadState::first() noexcept {
+    return allStates.load(std::memory_order_seq_cst);
+}
+
+ThreadState* registerThread() noexcept {
+    Lock lock(registration);
+    if (!prepared) {
+        if (pthread_key_create(&endOfThread, leave) != 0) return nullptr;
+        fence::prepare();
+        prepared = true;
+    }
+    ThreadState* state = allStates.load(std::memory_order_relaxed);
+    while (state != nullptr && state->owned.load(std::memory_order_acquire)) state = state->nextState;
+    const bool fresh = state == nullptr;
+    if (fresh) {
+        state = new (std::nothrow) ThreadState;
+        if (state == nullptr) return nullptr;
+    }
+    if (pthread_setspecific(endOfThread, state) != 0) {
+        if (fresh) delete state;
+        return nullptr;
+    }
+    state->owned.store(true, std::memory_order_relaxed);
+    if (fresh) {
+        state->nextState = allStates.load(std::memory_order_relaxed);
+        allStates.store(state, std::memory_order_seq_cst);
+    }
+    currentThreadState = state;
+    return state;
+}
+
+}  // namespace quorl

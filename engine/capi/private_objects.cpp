@@ -1,0 +1,52 @@
+// Objects by id, for language bindings.
+#include "base/environment.h"
+#include "base/registry.h"
+#include "base/status.h"
+#include "quorl/private.h"
+
+using namespace quorl;
+
+namespace {
+
+quorl_status noThreadState() noexcept {
+    return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
+}
+
+quorl_status noObject(quorl_u32 id, quorl_u32 type) noexcept {
+    if (!environment::isOpen()) return fail(QUORL_NOT_INITIALIZED, "the library is not open");
+    return fail(QUORL_NOT_FOUND, "%u is no object of type %u that lives", id, type);
+}
+
+}  // namespace
+
+extern "C" {
+
+quorl_status _quorlObjectId_Verify(quorl_u32 id, quorl_u32 type) {
+    ThreadState* state = threadState();
+    if (state == nullptr) return noThreadState();
+    Section section(*state);
+    if (type > UINT16_MAX || registry::find(id, static_cast<uint16_t>(type)) == nullptr) return noObject(id, type);
+    return QUORL_OK;
+}
+
+quorl_status _quorlObjectId_GetEx(quorl_u32 id, quorl_u32 type, void** record, quorl_u32 acquire, quorl_u32 flags) {
+    if (record == nullptr) return fail(QUORL_INVALID_ARG, "no place for the record");
+    *record = nullptr;
+    if (acquire > 1 || flags != 0) return fail(QUORL_INVALID_ARG, "acquire is 0 or 1, and flags are 0");
+    ThreadState* state = threadState();
+    if (state == nullptr) return noThreadState();
+    Section section(*state);
+    Record* found = type > UINT16_MAX ? nullptr : registry::find(id, static_cast<uint16_t>(type));
+    if (found == nullptr) return noObject(id, type);
+    if (acquire == 1) registry::acquireReference(*found);
+    *record = found;
+    return QUORL_OK;
+}
+
+quorl_status _quorlObjectId_ReleaseEx(void* record, quorl_u32 acquire) {
+    if (record == nullptr || acquire > 1) return fail(QUORL_INVALID_ARG, "no record, or acquire is neither 0 nor 1");
+    if (acquire == 1) registry::releaseReference(*static_cast<Record*>(record));
+    return QUORL_OK;
+}
+
+}  // extern "C"

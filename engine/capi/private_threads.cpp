@@ -1,0 +1,114 @@
+// Thread-local slots, conditions and mutexes for language bindings.
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "base/status.h"
+#include "base/thread_slots.h"
+#include "base/thread_state.h"
+#include "quorl/private.h"
+
+using namespace quorl;
+
+struct __quorlCondition {
+    pthread_cond_t condition;
+};
+
+namespace {
+
+// Valid keys are 1 to the number of slots made.
+bool validKey(_quorlThreadLocal key) noexcept {
+    return key - 1 < threadSlotsInUse();
+}
+
+quorl_status noSuchSlot(_quorlThreadLocal key) noexcept {
+    return fail(QUORL_INVALID_ARG, "%u is no thread-local slot", key);
+}
+
+quorl_status noThreadState() noexcept {
+    return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
+}
+
+}  // namespace
+
+extern "C" {
+
+quorl_status _quorlThreadLocal_Create(_quorlThreadLocal* key) {
+    return _quorlThreadLocal_CreateEx(key, nullptr);
+}
+
+quorl_status _quorlThreadLocal_CreateEx(_quorlThreadLocal* key, void (*destructor)(void*)) {
+    if (key == nullptr) return fail(QUORL_INVALID_ARG, "no place for the slot");
+    return createThreadSlot(key, destructor);
+}
+
+quorl_status _quorlThreadLocal_Set(_quorlThreadLocal key, void* value) {
+    if (!validKey(key)) return noSuchSlot(key);
+    ThreadState* state = threadState();
+    if (state == nullptr) return noThreadState();
+    state->slots[key - 1] = value;
+    return QUORL_OK;
+}
+
+quorl_status _quorlThreadLocal_Get(_quorlThreadLocal key, void** value) {
+    if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the value");
+    if (!validKey(key)) return noSuchSlot(key);
+    ThreadState* state = threadState();
+    if (state == nullptr) return noThreadState();
+    *value = state->slots[key - 1];
+    return QUORL_OK;
+}
+
+quorl_status _quorlMutex_Create(_quorlMutex* mutex) {
+    if (mutex == nullptr) return fail(QUORL_INVALID_ARG, "no place for the mutex");
+    auto* made = new (std::nothrow) __quorlMutex{};
+    if (made == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a mutex");
+    if (pthread_mutex_init(&made->mutex, nullptr) != 0) {
+        delete made;
+        return fail(QUORL_NO_MEMORY, "no resources for a mutex");
+    }
+    *mutex = made;
+    return QUORL_OK;
+}
+
+quorl_status _quorlMutex_Destroy(_quorlMutex mutex) {
+    if (mutex == nullptr) return fail(QUORL_INVALID_ARG, "no mutex");
+    if (pthread_mutex_destroy(&mutex->mutex) == EBUSY) return fail(QUORL_NOT_PERMITTED, "the mutex is locked");
+    delete mutex;
+    return QUORL_OK;
+}
+
+quorl_status _quorlCondition_Create(_quorlCondition* condition) {
+    if (condition == nullptr) return fail(QUORL_INVALID_ARG, "no place for the condition");
+    auto* made = new (std::nothrow) __quorlCondition{};
+    if (made == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a condition");
+    if (pthread_cond_init(&made->condition, nullptr) != 0) {
+        delete made;
+        return fail(QUORL_NO_MEMORY, "no resources for a condition");
+    }
+    *condition = made;
+    return QUORL_OK;
+}
+
+quorl_status _quorlCondition_Destroy(_quorlCondition condition) {
+    if (condition == nullptr) return fail(QUORL_INVALID_ARG, "no condition");
+    pthread_cond_destroy(&condition->condition);
+    delete condition;
+    return QUORL_OK;
+}
+
+quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex) {
+    if (condition == nullptr || mutex == nullptr) return fail(QUORL_INVALID_ARG, "no condition or no mutex");
+    const int error = pthread_cond_wait(&condition->condition, &mutex->mutex);
+    return error == 0 ? QUORL_OK : fail(QUORL_OS_ERROR, "pthread_cond_wait: %s", strerrordesc_np(error));
+}
+
+quorl_status _quorlCondition_Signal(_quorlCondition condition) {
+    if (condition == nullptr) return fail(QUORL_INVALID_ARG, "no condition");
+    const int error = pthread_cond_signal(&condition->condition);
+    return error == 0 ? QUORL_OK : fail(QUORL_OS_ERROR, "pthread_cond_signal: %s", strerrordesc_np(error));
+}
+
+}  // extern "C"
