@@ -1,0 +1,116 @@
+// Transports and virtual circuits.
+#include <cmath>
+#include <cstring>
+#include <new>
+
+#include "base/environment.h"
+#include "base/registry.h"
+#include "base/status.h"
+#include "transport/transport.h"
+
+using namespace quorl;
+using transport::Transport;
+
+namespace {
+
+constexpr size_t longestDescription = 255;
+
+quorl_status noPlace() noexcept {
+    return fail(QUORL_INVALID_ARG, "no place for the result");
+}
+
+quorl_status noCircuits() noexcept {
+    return fail(QUORL_NOT_PERMITTED, "virtual circuits are not part of this version");
+}
+
+// Calls set(Transport&) on the transport of that id, under its lock.
+template <class F>
+quorl_status change(quorlTransport id, F&& set) {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
+    Section section(*thread);
+    auto* found = registry::find<Transport>(id);
+    if (found == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
+    Lock lock(found->lock);
+    set(*found);
+    return QUORL_OK;
+}
+
+}  // namespace
+
+extern "C" {
+
+quorl_status quorlTransport_Create(quorlTransport* transport, const char* service, const char* network,
+                                   const char* daemon) {
+    if (transport == nullptr) return noPlace();
+    return transport::createTransport(transport, service, network, daemon);
+}
+
+quorl_status quorlTransport_Destroy(quorlTransport transport) {
+    return transport::destroyTransport(transport);
+}
+
+quorl_status quorlTransport_SetDescription(quorlTransport transport, const char* description) {
+    if (description == nullptr || strnlen(description, longestDescription + 1) > longestDescription)
+        return fail(QUORL_INVALID_ARG, "a description has at most %zu bytes and is not null", longestDescription);
+    try {
+        std::string copy(description);
+        return change(transport, [&](Transport& found) { found.description.swap(copy); });
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for a description");
+    }
+}
+
+quorl_status quorlTransport_RequestReliability(quorlTransport transport, quorl_f64 reliability) {
+    if (!std::isfinite(reliability) || reliability < 0)
+        return fail(QUORL_INVALID_TIME_INTERVAL, "%g seconds are no interval", reliability);
+    return change(transport, [&](Transport& found) { found.reliability = reliability; });
+}
+
+quorl_status quorlTransport_SetBatchMode(quorlTransport transport, quorlTransportBatchMode mode) {
+    if (mode != QUORLTRANSPORT_DEFAULT_BATCH && mode != QUORLTRANSPORT_TIMER_BATCH)
+        return fail(QUORL_INVALID_ARG, "%d is no batch mode", static_cast<int>(mode));
+    return change(transport, [&](Transport& found) { found.batchMode = mode; });
+}
+
+quorl_status quorlTransport_SetBatchSize(quorlTransport transport, quorl_u32 numBytes) {
+    return change(transport, [&](Transport& found) { found.batchSize = numBytes; });
+}
+
+quorl_status quorlTransport_CreateInbox(quorlTransport transport, char* subject, quorl_u32 limit) {
+    if (subject == nullptr) return noPlace();
+    return transport::createInbox(transport, subject, limit);
+}
+
+quorl_status quorlTransport_Send(quorlTransport transport, quorlMsg message) {
+    return transport::send(transport, message);
+}
+
+quorl_status quorlTransport_Sendv(quorlTransport transport, const quorlMsg* messages, quorl_u32 count) {
+    return transport::sendAll(transport, messages, count);
+}
+
+quorl_status quorlTransport_SendRequest(quorlTransport transport, quorlMsg request, quorlMsg* reply,
+                                        quorl_f64 timeout) {
+    if (reply == nullptr) return noPlace();
+    if (std::isnan(timeout)) return fail(QUORL_INVALID_ARG, "the timeout is not a number");
+    return transport::sendRequest(transport, request, reply, timeout);
+}
+
+quorl_status quorlTransport_SendReply(quorlTransport transport, quorlMsg reply, quorlMsg request) {
+    return transport::sendReply(transport, reply, request);
+}
+
+quorl_status quorlTransport_CreateAcceptVc(quorlTransport*, const char**, quorlTransport) {
+    return noCircuits();
+}
+
+quorl_status quorlTransport_CreateConnectVc(quorlTransport*, const char*, quorlTransport) {
+    return noCircuits();
+}
+
+quorl_status quorlTransport_WaitForVcConnection(quorlTransport, quorl_f64) {
+    return noCircuits();
+}
+
+}  // extern "C"

@@ -1,0 +1,30 @@
+// What all kinds of events share when they end.
+#include "event/event.h"
+
+#include "base/environment.h"
+#include "base/registry.h"
+#include "base/status.h"
+#include "event/queue.h"
+
+namespace quorl::event {
+
+quorl_status destroyEvent(uint32_t id, quorlEventOnComplete completion) noexcept {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
+    Section section(*thread);
+    Record* record = registry::close(id, QUORL_OBJECT_EVENT);
+    if (record == nullptr) return environment::noObject(QUORL_INVALID_EVENT, "event", id);
+    auto& event = static_cast<Event&>(*record);
+    event.completion = completion;
+    if (event.detach != nullptr) event.detach(event);
+    forget(event);
+    registry::retire(event);
+    return QUORL_OK;
+}
+
+void eventCompleted(Record& record) noexcept {
+    auto& event = static_cast<Event&>(record);
+    if (event.completion != nullptr) event.completion(event.id, const_cast<void*>(event.arg));
+}
+
+}  // namespace quorl::event

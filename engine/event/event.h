@@ -1,0 +1,55 @@
+// The record of an event: what feeds a queue and is called back when the queue is dispatched.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "base/record.h"
+#include "quorl/quorl.h"
+
+namespace quorl::event {
+
+struct Queue;
+
+enum class Kind : uint8_t { listener, vectorListener, timer };
+
+// arg is the closure. Listeners and timers add their own parts (transport/listener.h, event/timer.h).
+struct Event : Record {
+    static constexpr uint16_t objectType = QUORL_OBJECT_EVENT;
+
+    // Set once, before the event is published.
+    Kind kind = Kind::listener;
+    uint32_t vectorTag = 0;  // of vector listeners: the same for those that share a callback's batch
+    quorlEventCallback callback = nullptr;
+    quorlEventVectorCallback vectorCallback = nullptr;
+    const void* groupId = nullptr;
+    Queue* queue = nullptr;  // the event is its child
+    // Stops what feeds the event. Called once, by whoever closed it. May be null.
+    void (*detach)(Event& event) noexcept = nullptr;
+
+    // Set by whoever closed the event, before it is retired.
+    quorlEventOnComplete completion = nullptr;
+
+    // Beside each other on one line for those who put events into the queue.
+    struct alignas(64) {
+        uint64_t pushed = 0;  // guarded by the queue's back lock
+        bool closed = false;  // nothing is put into the queue any more; written under both locks of the queue
+    } back;
+
+    // And on one for those who take them out.
+    struct alignas(64) {
+        uint64_t taken = 0;                // taken or dropped; guarded by the queue's front lock
+        uint32_t epoch = 0;                // of timers: entries of earlier epochs are dead; written under both locks
+        std::atomic<bool> waiting{false};  // of timers: one entry is in the queue; set under the back lock, cleared
+                                           // under the front lock
+        std::atomic<bool> endless{false};  // of timers: of interval 0; written under the timers' lock
+    } front;
+};
+
+// Destroys an event of any kind. QUORL_INVALID_EVENT, QUORL_NOT_INITIALIZED.
+quorl_status destroyEvent(uint32_t id, quorlEventOnComplete completion) noexcept;
+
+// Calls the completion that whoever closed the event has set.
+void eventCompleted(Record& record) noexcept;
+
+}  // namespace quorl::event

@@ -1,0 +1,335 @@
+// Putting events into a queue and taking them out, exactly within its limit.
+#include "event/queue.h"
+
+#include <algorithm>
+#include <new>
+
+#include "base/environment.h"
+#include "base/registry.h"
+#include "base/status.h"
+#include "event/group.h"
+#include "event/timer.h"
+
+namespace quorl::event {
+namespace {
+
+constexpr uint32_t vectorTagBit = 1u << 31;
+// How far a batch looks beyond entries of others.
+constexpr uint64_t batchReach = 1024;
+// Dead entries of a destroyed event are cleared out when there are few entries, or mostly dead ones.
+constexpr uint64_t fewEntries = 4096;
+
+// Whether the entry is still to be delivered. Inside a section, under either lock of the queue.
+Event* liveEvent(const Entry& entry) noexcept {
+    if (entry.event == 0) return nullptr;
+    auto* event = registry::find<Event>(entry.event);
+    if (event == nullptr || (event->kind == Kind::timer && event->front.epoch != entry.tag)) return nullptr;
+    return event;
+}
+
+void dropContent(message::Content* content) noexcept {
+    message::ContentRef::adopt(content);
+}
+
+// Timers of interval 0 that a limit dropped: they would never fire again by themselves.
+struct DroppedTimers {
+    std::array<uint32_t, 8> ids;
+    uint32_t count = 0;
+    bool more = false;
+};
+
+// Counts an entry as dropped that was just taken out of the ring. Under both locks.
+bool drop(Queue& queue, const Entry& entry, DroppedTimers* timers) noexcept {
+    Event* event = liveEvent(entry);
+    if (entry.content != nullptr) dropContent(entry.content);
+    if (event == nullptr) return false;
+    ++event->front.taken;
+    if (event->kind == Kind::timer) {
+        event->front.waiting.store(false, std::memory_order_relaxed);
+        if (event->front.endless.load(std::memory_order_relaxed)) {
+            if (timers->count < timers->ids.size()) timers->ids[timers->count++] = event->id;
+        }
+    }
+    ++queue.back.dropped;
+    return true;
+}
+
+// Makes room by the queue's policy. Under both locks. False: the arriving event is to be dropped.
+bool makeRoom(Queue& queue, DroppedTimers* timers) noexcept {
+    const Limit& limit = queue.back.limit;
+    uint64_t removed = queue.front.removed.load(std::memory_order_relaxed);
+    const uint64_t waiting = queue.ring.backCount() - removed;
+    if (limit.policy == QUORLQUEUE_DISCARD_NONE || waiting < limit.maxEvents) return true;
+    if (limit.policy == QUORLQUEUE_DISCARD_NEW) return false;
+    // More than the amount only when the limit was lowered below what waits.
+    uint64_t amount = std::max<uint64_t>(limit.discardAmount, waiting - limit.maxEvents + 1);
+    Entry entry;
+    if (limit.policy == QUORLQUEUE_DISCARD_FIRST) {
+        while (amount != 0 && queue.ring.take(&entry)) {
+            if (!drop(queue, entry, timers)) continue;
+            --amount;
+            queue.front.removed.store(++removed, std::memory_order_release);
+        }
+    } else {
+        while (amount != 0 && queue.ring.takeLast(&entry)) {
+            if (drop(queue, entry, timers)) {
+                --amount;  // its place at the end is free: removed stays
+            } else {
+                // A dead entry was counted as removed when it died, and its place is given back too.
+                queue.front.removed.store(--removed, std::memory_order_release);
+            }
+        }
+    }
+    return true;
+}
+
+void wakeGroups(const std::vector<Group*>& groups) noexcept {
+    for (Group* group : groups) wakeOne(*group);
+}
+
+// What remains to do for a push when the back lock is given up.
+struct AfterPush {
+    ThreadState* sleeper = nullptr;
+    std::array<Group*, 8> groups;
+    uint32_t groupCount = 0;
+    bool manyGroups = false;
+};
+
+// Under the back lock, room being there.
+void place(Queue& queue, Event& event, uint32_t tag, message::Content* content, AfterPush* after) noexcept {
+    ++event.back.pushed;
+    auto& back = queue.back;
+    // Threads of a group look at the end while they decide to sleep, without the back lock.
+    queue.ring.append({event.id, tag, content}, back.grouped ? std::memory_order_seq_cst : std::memory_order_release);
+    if (!back.sleepers.empty()) after->sleeper = back.sleepers.takeOne(wokenForEvent);
+    if (back.grouped) [[unlikely]] {
+        for (Group* group : back.groups) {
+            if (after->groupCount == after->groups.size()) {
+                after->manyGroups = true;
+                break;
+            }
+            after->groups[after->groupCount++] = group;
+        }
+    }
+}
+
+void finish(Queue& queue, const AfterPush& after) noexcept {
+    if (after.sleeper != nullptr) futexWake(after.sleeper->wake);
+    if (after.manyGroups) [[unlikely]] {
+        std::vector<Group*> groups;
+        try {
+            Lock lock(queue.back.lock);
+            groups = queue.back.groups;
+        } catch (const std::bad_alloc&) {
+            // The groups that are left notice the event when their next one comes.
+            groups.clear();
+        }
+        wakeGroups(groups);
+        return;
+    }
+    for (uint32_t i = 0; i < after.groupCount; ++i) wakeOne(*after.groups[i]);
+}
+
+// Whether the event may be put into the queue. Under the back lock. Of timers marks it as waiting.
+bool admits(Queue& queue, Event& event, uint32_t expectedEpoch) noexcept {
+    if (queue.back.closed || event.back.closed) return false;
+    return event.kind != Kind::timer ||
+           (event.front.epoch == expectedEpoch && !event.front.waiting.load(std::memory_order_relaxed));
+}
+
+// The slow road of push: the queue may be full.
+bool pushIntoFull(Queue& queue, Event& event, uint32_t expectedEpoch, message::ContentRef content) noexcept {
+    DroppedTimers timers;
+    AfterPush after;
+    bool admitted;
+    {
+        Lock front(queue.front.lock);
+        Lock back(queue.back.lock);
+        admitted = admits(queue, event, expectedEpoch);
+        if (admitted) {
+            if (!makeRoom(queue, &timers)) {
+                ++queue.back.dropped;
+                if (event.kind == Kind::timer && event.front.endless.load(std::memory_order_relaxed))
+                    timers.ids[timers.count++] = event.id;
+            } else if (!queue.ring.reserve()) {
+                ++queue.back.refused;
+            } else {
+                if (event.kind == Kind::timer) event.front.waiting.store(true, std::memory_order_relaxed);
+                const uint32_t tag = event.kind == Kind::timer ? event.front.epoch : event.vectorTag;
+                place(queue, event, tag, content.release(), &after);
+            }
+            queue.back.removedSeen = queue.front.removed.load(std::memory_order_relaxed);
+        }
+    }
+    finish(queue, after);
+    for (uint32_t i = 0; i < timers.count; ++i) fireSoon(timers.ids[i]);
+    return admitted;
+}
+
+}  // namespace
+
+Queue::~Queue() {
+    Entry entry;
+    while (ring.take(&entry)) {
+        if (entry.content != nullptr) dropContent(entry.content);
+    }
+}
+
+bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch) noexcept {
+    Queue& queue = *event.queue;
+    auto& back = queue.back;
+    AfterPush after;
+    back.lock.lock();
+    const uint64_t seemsWaiting = queue.ring.backCount() - back.removedSeen;
+    if (seemsWaiting >= back.mostWaiting || (back.limit.maxEvents != 0 && seemsWaiting >= back.limit.maxEvents))
+        [[unlikely]] {
+        back.removedSeen = queue.front.removed.load(std::memory_order_acquire);
+        const uint64_t waiting = queue.ring.backCount() - back.removedSeen;
+        if (back.limit.maxEvents != 0 && waiting >= back.limit.maxEvents) {
+            back.lock.unlock();
+            return pushIntoFull(queue, event, expectedEpoch, std::move(content));
+        }
+        back.mostWaiting = std::max(back.mostWaiting, waiting + 1);
+    }
+    if (!admits(queue, event, expectedEpoch)) [[unlikely]] {
+        back.lock.unlock();
+        return false;
+    }
+    if (!queue.ring.reserve()) [[unlikely]] {
+        ++back.refused;
+        back.lock.unlock();
+        return true;
+    }
+    uint32_t tag = event.vectorTag;
+    if (event.kind == Kind::timer) {
+        event.front.waiting.store(true, std::memory_order_relaxed);
+        tag = event.front.epoch;
+    }
+    place(queue, event, tag, content.release(), &after);
+    back.lock.unlock();
+    if (after.sleeper != nullptr || after.groupCount != 0) [[unlikely]]
+        finish(queue, after);
+    return true;
+}
+
+bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) noexcept {
+    auto& front = queue.front;
+    Entry entry;
+    Event* event;
+    for (;;) {
+        if (!queue.ring.take(&entry)) return false;
+        if (entry.event == 0) continue;
+        // The pin keeps the record; whoever destroys the event counts its entries under this lock, so that an event that
+        // was found open here has started before its destruction was over.
+        event = static_cast<Event*>(registry::pin(thread, entry.event, QUORL_OBJECT_EVENT));
+        if (event != nullptr) [[likely]] {
+            if (event->kind != Kind::timer || event->front.epoch == entry.tag) [[likely]]
+                break;
+            registry::unpin(thread, event);
+        }
+        if (entry.content != nullptr) dropContent(entry.content);
+    }
+    ++event->front.taken;
+    ++front.taken;
+    uint64_t removed = front.removed.load(std::memory_order_relaxed) + 1;
+    if (event->kind == Kind::timer) event->front.waiting.store(false, std::memory_order_relaxed);
+    taken->event = event;
+    taken->content = entry.content;
+    taken->tag = entry.tag;
+    if (event->kind == Kind::vectorListener) {
+        Section section(thread);
+        registry::acquireReference(*event);
+        batch->count = 1;
+        batch->events[0] = event;
+        batch->contents[0] = entry.content;
+        uint64_t skipped = 0;
+        queue.ring.forEach(UINT64_MAX, [&](Entry& next) {
+            if (batch->count == QUORL_VECTOR_MAX || skipped == batchReach) return false;
+            if (next.tag != entry.tag || next.event == 0) {
+                ++skipped;
+                return true;
+            }
+            Event* other = liveEvent(next);
+            if (other == nullptr) return true;
+            if (other != batch->events[batch->count - 1]) registry::acquireReference(*other);
+            batch->events[batch->count] = other;
+            batch->contents[batch->count++] = next.content;
+            next = Entry{};
+            ++other->front.taken;
+            ++front.taken;
+            ++removed;
+            return true;
+        });
+    }
+    front.removed.store(removed, std::memory_order_release);
+    return true;
+}
+
+void forget(Event& event) noexcept {
+    Queue& queue = *event.queue;
+    Lock front(queue.front.lock);
+    Lock back(queue.back.lock);
+    event.back.closed = true;
+    const uint64_t dead = event.back.pushed - event.front.taken;
+    if (dead == 0 || queue.back.closed) return;
+    event.front.taken += dead;
+    const uint64_t removed = queue.front.removed.load(std::memory_order_relaxed) + dead;
+    queue.front.removed.store(removed, std::memory_order_release);
+    const uint64_t entries = queue.ring.backCount() - queue.ring.begin();
+    if (entries > fewEntries && removed - queue.ring.begin() < entries / 2) return;
+    queue.ring.filter([](const Entry& entry) {
+        if (liveEvent(entry) != nullptr) return true;
+        if (entry.content != nullptr) dropContent(entry.content);
+        return false;
+    });
+}
+
+void cutOff(Event& event) noexcept {
+    Queue& queue = *event.queue;
+    Lock front(queue.front.lock);
+    Lock back(queue.back.lock);
+    event.back.closed = true;
+}
+
+void startNewEpoch(Event& event) noexcept {
+    Queue& queue = *event.queue;
+    Lock front(queue.front.lock);
+    Lock back(queue.back.lock);
+    ++event.front.epoch;
+    event.front.waiting.store(false, std::memory_order_relaxed);
+    const uint64_t dead = event.back.pushed - event.front.taken;
+    event.front.taken += dead;
+    if (!queue.back.closed) {
+        queue.front.removed.store(queue.front.removed.load(std::memory_order_relaxed) + dead,
+                                  std::memory_order_release);
+    }
+}
+
+uint32_t vectorTagFor(Queue& queue, quorlEventVectorCallback callback, const void* groupId) noexcept {
+    Lock lock(queue.back.lock);
+    for (auto& kind : queue.back.batchKinds) {
+        if (kind.callback == callback && kind.groupId == groupId) {
+            ++kind.listeners;
+            return kind.tag;
+        }
+    }
+    try {
+        const uint32_t tag = ++queue.back.lastTag | vectorTagBit;
+        queue.back.batchKinds.push_back({callback, groupId, tag, 1});
+        return tag;
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+}
+
+void dropVectorTag(Queue& queue, uint32_t tag) noexcept {
+    Lock lock(queue.back.lock);
+    auto& kinds = queue.back.batchKinds;
+    for (auto kind = kinds.begin(); kind != kinds.end(); ++kind) {
+        if (kind->tag != tag) continue;
+        if (--kind->listeners == 0) kinds.erase(kind);
+        return;
+    }
+}
+
+}  // namespace quorl::event

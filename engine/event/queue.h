@@ -1,0 +1,129 @@
+// The record of a queue: events that wait, their limit, and the threads that wait for events.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "base/mutex.h"
+#include "base/record.h"
+#include "event/event.h"
+#include "event/ring.h"
+#include "event/wait_list.h"
+#include "message/delivery.h"
+
+namespace quorl::event {
+
+struct Group;
+
+// What take found.
+struct Taken {
+    Event* event = nullptr;  // pinned on the taking thread
+    message::Content* content = nullptr;
+    uint32_t tag = 0;
+};
+
+// The messages of one call of a vector callback.
+struct Batch {
+    uint32_t count = 0;
+    std::array<Event*, QUORL_VECTOR_MAX> events;  // each with a reference for every run of entries of the same event
+    std::array<message::Content*, QUORL_VECTOR_MAX> contents;
+};
+
+struct Limit {
+    quorlQueueLimitPolicy policy = QUORLQUEUE_DISCARD_NONE;
+    uint32_t maxEvents = 0;
+    uint32_t discardAmount = 0;
+};
+
+// Locks, in the order in which they are taken: a group's lock, the front lock, the back lock. No lock of a queue is held
+// while a timer's is taken.
+struct Queue : Record {
+    static constexpr uint16_t objectType = QUORL_OBJECT_QUEUE;
+
+    ~Queue();
+
+    Ring ring;
+
+    // Senders' side.
+    struct alignas(128) {
+        Mutex lock;
+        bool closed = false;
+        bool grouped = false;      // groups is not empty
+        WaitList sleepers;         // threads that sleep in a dispatch of this queue
+        uint64_t removedSeen = 0;  // an older value of front.removed
+        Limit limit;
+        uint64_t dropped = 0;      // events that a limit dropped
+        uint64_t mostWaiting = 0;  // the highest count ever, as seen whenever the queue looked longer than before
+        uint64_t refused = 0;      // events that found no memory
+        std::vector<Group*> groups;
+        struct BatchKind {
+            quorlEventVectorCallback callback;
+            const void* groupId;
+            uint32_t tag;
+            uint32_t listeners;
+        };
+        std::vector<BatchKind> batchKinds;
+        uint32_t lastTag = 0;
+    } back;
+
+    // Dispatchers' side.
+    struct alignas(128) {
+        Mutex lock;
+        // Entries that wait no longer: taken, dropped, or dead because their event was destroyed. The queue's count is
+        // ring.end() - removed; removed - ring.begin() entries of the ring are dead. Written under the lock.
+        std::atomic<uint64_t> removed{0};
+        uint64_t taken = 0;  // events that were dispatched
+    } front;
+
+    // How long a thread that finds the queue empty spins before it sleeps, in nanoseconds: long while events come in quick
+    // succession, nothing when they do not. A hint; any thread may write it.
+    alignas(128) std::atomic<uint32_t> spin{0};
+    std::atomic<uint32_t> spinners{0};   // at most one thread spins
+    std::atomic<uint32_t> signalled{0};  // signals so far; written under the back lock
+    std::atomic<uint32_t> priority{1};
+
+    Mutex nameLock;
+    std::string name;  // guarded by nameLock
+
+    // Set by whoever closed the queue, before it is retired.
+    quorlQueueOnComplete completion = nullptr;
+    const void* completionClosure = nullptr;
+
+    // Without a lock a guess that may be too high, and too low only while an event is on its way.
+    uint64_t waiting() const noexcept {
+        const uint64_t removed = front.removed.load(std::memory_order_seq_cst);
+        return ring.end(std::memory_order_seq_cst) - removed;
+    }
+};
+
+// Puts an event into its queue; content is empty for timers. expectedEpoch: of timers, the epoch in which the firing was
+// decided. The calling thread is inside a section. False when the queue or the event takes no more events.
+bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch = 0) noexcept;
+
+// Takes the first event; of a vector listener also those that share its batch, into *batch, the first included. Under the
+// front lock. False: nothing waits.
+bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) noexcept;
+
+// After the event is closed: no event of it starts any more or counts as waiting. Inside a section.
+void forget(Event& event) noexcept;
+// Stops the event for good without closing it: what waits stays. Inside a section.
+void cutOff(Event& event) noexcept;
+// Of timers: what waits is dead, and firings that were decided before do not count.
+void startNewEpoch(Event& event) noexcept;
+
+// The number that marks a vector listener's entries; drop gives it back. 0: no memory.
+uint32_t vectorTagFor(Queue& queue, quorlEventVectorCallback callback, const void* groupId) noexcept;
+void dropVectorTag(Queue& queue, uint32_t tag) noexcept;
+
+quorl_status createQueue(uint32_t* id) noexcept;
+quorl_status createDefaultQueue() noexcept;
+// internal: the library closes, and the default queue may go too.
+quorl_status destroyQueue(uint32_t id, quorlQueueOnComplete completion, const void* closure, bool internal) noexcept;
+
+quorl_status setLimit(Queue& queue, const Limit& limit) noexcept;
+uint32_t countOf(Queue& queue) noexcept;
+
+}  // namespace quorl::event

@@ -1,0 +1,136 @@
+// How listeners are made, attached to their transport, and detached.
+#include "transport/listener.h"
+
+#include <charconv>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "base/environment.h"
+#include "base/registry.h"
+#include "base/status.h"
+#include "event/queue.h"
+#include "subject/subject.h"
+#include "transport/transport.h"
+
+namespace quorl::transport {
+namespace {
+
+void destroyRecord(Record* record) noexcept {
+    auto* listener = static_cast<Listener*>(record);
+    if (listener->vectorTag != 0) event::dropVectorTag(*listener->queue, listener->vectorTag);
+    if (listener->transport != nullptr) registry::dropChild(*listener->transport);
+    registry::dropChild(*listener->queue);
+    delete listener;
+}
+
+void detachListener(event::Event& event) noexcept {
+    auto& listener = static_cast<Listener&>(event);
+    Transport& transport = *listener.transport;
+    Lock lock(transport.lock);
+    listener.detached = true;
+    if (!listener.attached) return;
+    listener.attached = false;
+    transport.carrier->unlisten(listener);
+    (listener.previous != nullptr ? listener.previous->next : transport.listeners) = listener.next;
+    if (listener.next != nullptr) listener.next->previous = listener.previous;
+}
+
+// Makes the carrier feed the listener.
+quorl_status attach(Listener& listener) noexcept {
+    Transport& transport = *listener.transport;
+    Lock lock(transport.lock);
+    if (transport.closed) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", transport.id);
+    if (listener.detached) return fail(QUORL_INVALID_EVENT, "the listener was destroyed while it was made");
+    if (const quorl_status status = transport.carrier->listen(listener); status != QUORL_OK) return status;
+    listener.attached = true;
+    listener.next = transport.listeners;
+    if (listener.next != nullptr) listener.next->previous = &listener;
+    transport.listeners = &listener;
+    return QUORL_OK;
+}
+
+// Whether the subject is an inbox that the transport made.
+bool ownInbox(const Transport& transport, std::string_view subject) noexcept {
+    if (!subject.starts_with(transport.inboxPrefix)) return false;
+    subject.remove_prefix(transport.inboxPrefix.size());
+    uint64_t number = 0;
+    const auto [end, error] = std::from_chars(subject.data(), subject.data() + subject.size(), number);
+    return error == std::errc() && end == subject.data() + subject.size() && subject.front() != '0' &&
+           number <= transport.inboxes.load(std::memory_order_relaxed);
+}
+
+quorl_status checkSubject(const Transport& transport, const char* text) noexcept {
+    if (text == nullptr) return fail(QUORL_INVALID_SUBJECT, "no subject to listen to");
+    const std::string_view subject(text, strnlen(text, QUORL_SUBJECT_MAX + 1));
+    if (!subject::validForListening(subject))
+        return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is malformed", QUORL_SUBJECT_MAX, text);
+    if (!subject::isSystem(subject) || subject.starts_with("_QUORL.")) return QUORL_OK;
+    if (ownInbox(transport, subject)) return QUORL_OK;
+    return fail(QUORL_INVALID_SUBJECT, "\"%s\" is the system's, and no inbox of this transport", text);
+}
+
+}  // namespace
+
+quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexcept {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
+    Section section(*thread);
+    auto* queue = registry::find<event::Queue>(request.queue);
+    if (queue == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", request.queue);
+    if (request.callback == nullptr && request.vectorCallback == nullptr)
+        return fail(QUORL_INVALID_CALLBACK, "no callback for the listener");
+    auto* transport = registry::find<Transport>(request.transport);
+    if (transport == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", request.transport);
+    if (const quorl_status status = checkSubject(*transport, request.subject); status != QUORL_OK) return status;
+
+    Listener* listener = nullptr;
+    try {
+        auto made = std::make_unique<Listener>();
+        made->subject = request.subject;
+        listener = made.release();
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for a listener");
+    }
+    listener->arg = request.closure;
+    listener->kind = request.vector ? event::Kind::vectorListener : event::Kind::listener;
+    listener->callback = request.callback;
+    listener->vectorCallback = request.vectorCallback;
+    listener->groupId = request.groupId;
+    listener->queue = queue;
+    listener->transport = transport;
+    listener->detach = detachListener;
+    listener->completed = event::eventCompleted;
+    listener->destroy = destroyRecord;
+    registry::addChild(*queue);
+    registry::addChild(*transport);
+    if (request.vector) {
+        listener->vectorTag = event::vectorTagFor(*queue, request.vectorCallback, request.groupId);
+        if (listener->vectorTag == 0) {
+            destroyRecord(listener);
+            return fail(QUORL_NO_MEMORY, "no memory for a vector listener");
+        }
+    }
+    const uint32_t reserved = registry::reserve();
+    if (reserved == 0) {
+        destroyRecord(listener);
+        return fail(QUORL_NO_MEMORY, "no id left for a listener");
+    }
+    // Published first: what comes to a listener whose id names nothing yet would be lost.
+    if (!registry::publish(*listener, reserved, QUORL_OBJECT_EVENT)) {
+        registry::abandon(reserved);
+        destroyRecord(listener);
+        return fail(QUORL_NOT_INITIALIZED, "the library is not open");
+    }
+    if (const quorl_status status = attach(*listener); status != QUORL_OK) {
+        if (registry::close(reserved, QUORL_OBJECT_EVENT) != nullptr) {
+            event::forget(*listener);
+            registry::retire(*listener);
+        }
+        return status;
+    }
+    *id = reserved;
+    return QUORL_OK;
+}
+
+}  // namespace quorl::transport

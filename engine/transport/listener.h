@@ -1,0 +1,36 @@
+// The record of a listener: an event that the messages of a transport feed.
+#pragma once
+
+#include <string>
+
+#include "event/event.h"
+
+namespace quorl::transport {
+
+struct Transport;
+
+struct Listener : event::Event {
+    std::string subject;             // set once: the pattern
+    Transport* transport = nullptr;  // set once; the listener is its child
+
+    // Guarded by the transport's lock.
+    bool attached = false;  // the carrier knows the listener
+    bool detached = false;  // it will not be attached any more
+    Listener* next = nullptr;
+    Listener* previous = nullptr;
+};
+
+struct ListenerRequest {
+    uint32_t queue;
+    uint32_t transport;
+    const char* subject;  // may be null
+    const void* closure;
+    quorlEventCallback callback;              // of an ordinary listener
+    quorlEventVectorCallback vectorCallback;  // of a vector listener
+    const void* groupId;
+    bool vector;
+};
+
+quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexcept;
+
+}  // namespace quorl::transport

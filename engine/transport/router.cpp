@@ -1,0 +1,224 @@
+// Matching, from a cache of each sending thread where possible.
+#include "transport/router.h"
+
+#include <array>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "base/status.h"
+#include "event/queue.h"
+#include "subject/subject.h"
+
+namespace quorl::transport {
+namespace {
+
+constinit std::atomic<uint64_t> routersMade{0};
+
+// Multiplies eight bytes at a time. Subjects are at least a byte long.
+uint64_t hashOf(std::string_view text) noexcept {
+    constexpr uint64_t factor = 0x9e3779b97f4a7c15u;
+    uint64_t hash = text.size() * factor;
+    const char* at = text.data();
+    size_t left = text.size();
+    for (; left >= 8; left -= 8, at += 8) {
+        uint64_t word;
+        std::memcpy(&word, at, 8);
+        hash = (hash ^ word) * factor;
+        hash ^= hash >> 32;
+    }
+    uint64_t word = 0;
+    std::memcpy(&word, at, left);
+    hash = (hash ^ word) * factor;
+    return hash ^ hash >> 29;
+}
+
+quorl_status refuseSubject(std::string_view subject, const char* why) noexcept {
+    if (subject.empty()) return fail(QUORL_INVALID_SUBJECT, "the message has no send subject");
+    return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" %s", static_cast<int>(std::min<size_t>(subject.size(), 254)),
+                subject.data(), why);
+}
+
+}  // namespace
+
+// What a subject matched at some version of a router.
+struct Router::Matches {
+    static constexpr size_t longestText = 72;
+    static constexpr size_t fewTargets = 4;
+    static constexpr size_t mostTargets = 1024;  // more are looked up each time: the look-up is the least of their cost
+
+    uint64_t router = 0;
+    uint64_t version = 0;
+    uint32_t hash = 0;
+    uint16_t length = 0;
+    uint16_t count = 0;
+    std::array<char, longestText> text;
+    std::array<Listener*, fewTargets> few;
+    std::unique_ptr<Listener*[]> many;  // when there are more than few
+};
+
+// Of one thread, bounded, replaced by hash. What it holds is only looked at inside a section, and only while the router's
+// version is the one that was matched at, so that the listeners are alive.
+class Router::Cache {
+  public:
+    static constexpr size_t size = 512;
+
+    Matches& at(uint64_t hash) noexcept { return entries_[hash % size]; }
+
+  private:
+    std::array<Matches, size> entries_;
+};
+
+Router::Router() noexcept : identity_(routersMade.fetch_add(1, std::memory_order_relaxed) + 1) {}
+
+Router::Cache* Router::cacheOf(ThreadState& thread) noexcept {
+    if (thread.cache == nullptr) [[unlikely]] {
+        thread.cache = new (std::nothrow) Cache;
+        thread.freeCache = [](void* cache) noexcept { delete static_cast<Cache*>(cache); };
+    }
+    return static_cast<Cache*>(thread.cache);
+}
+
+void Router::add(Listener& listener) {
+    if (subject::isInbox(listener.subject)) {
+        Lock lock(inboxLock_);
+        inboxes_[listener.subject].listeners.push_back(&listener);
+        return;
+    }
+    Lock lock(lock_);
+    (subject::isSystem(listener.subject) ? system_ : ordinary_).insert(listener.subject, &listener);
+    version_.fetch_add(1, std::memory_order_release);
+}
+
+void Router::remove(Listener& listener) noexcept {
+    if (subject::isInbox(listener.subject)) {
+        Lock lock(inboxLock_);
+        const auto inbox = inboxes_.find(listener.subject);
+        if (inbox == inboxes_.end()) return;
+        std::erase(inbox->second.listeners, &listener);
+        if (inbox->second.listeners.empty() && inbox->second.request == nullptr) inboxes_.erase(inbox);
+        return;
+    }
+    Lock lock(lock_);
+    (subject::isSystem(listener.subject) ? system_ : ordinary_).remove(listener.subject, &listener);
+    version_.fetch_add(1, std::memory_order_release);
+}
+
+void Router::add(Request& request) {
+    Lock lock(inboxLock_);
+    inboxes_[request.inbox].request = &request;
+}
+
+void Router::remove(Request& request) noexcept {
+    Lock lock(inboxLock_);
+    const auto inbox = inboxes_.find(request.inbox);
+    if (inbox == inboxes_.end()) return;
+    inbox->second.request = nullptr;
+    if (inbox->second.listeners.empty()) inboxes_.erase(inbox);
+}
+
+quorl_status Router::check(std::string_view subject) noexcept {
+    if (!subject::validForSending(subject)) return refuseSubject(subject, "is malformed or has wildcards");
+    if (subject::isSystem(subject) && !subject::isInbox(subject) && !subject.starts_with("_QUORL."))
+        return refuseSubject(subject, "is not one of the system's subjects");
+    return QUORL_OK;
+}
+
+quorl_status Router::routeToInbox(message::ContentRef content, std::string_view subject) noexcept {
+    if (const quorl_status status = check(subject); status != QUORL_OK) return status;
+    std::array<Listener*, 16> few;
+    std::vector<Listener*> many;
+    size_t count = 0;
+    ThreadState* waiting = nullptr;
+    try {
+        Lock lock(inboxLock_);
+        const auto found = inboxes_.find(subject);
+        if (found == inboxes_.end()) return QUORL_OK;
+        Inbox& inbox = found->second;
+        if (inbox.request != nullptr && !inbox.request->reply) {
+            Request& request = *inbox.request;
+            request.reply = content;
+            uint32_t state = Request::waiting;
+            if (request.thread->reply.compare_exchange_strong(state, Request::replied, std::memory_order_release,
+                                                              std::memory_order_relaxed))
+                waiting = request.thread;
+        }
+        count = inbox.listeners.size();
+        if (count > few.size()) {
+            many = inbox.listeners;
+        } else {
+            std::copy(inbox.listeners.begin(), inbox.listeners.end(), few.begin());
+        }
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for the listeners of an inbox");
+    }
+    if (waiting != nullptr) futexWake(waiting->reply);
+    Listener* const* targets = count > few.size() ? many.data() : few.data();
+    for (size_t i = 0; i < count; ++i) event::push(*targets[i], content);
+    return QUORL_OK;
+}
+
+quorl_status Router::routeUncached(message::ContentRef content, std::string_view subject) noexcept {
+    if (const quorl_status status = check(subject); status != QUORL_OK) return status;
+    std::vector<Listener*> targets;
+    try {
+        Lock lock(lock_);
+        (subject::isSystem(subject) ? system_ : ordinary_).match(subject, [&](Listener* listener) {
+            targets.push_back(listener);
+        });
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for the listeners of a subject");
+    }
+    for (Listener* listener : targets) event::push(*listener, content);
+    return QUORL_OK;
+}
+
+quorl_status Router::route(ThreadState& thread, message::ContentRef content) noexcept {
+    const std::string_view subject = content.sendSubject();
+    if (subject::isInbox(subject)) return routeToInbox(std::move(content), subject);
+    Cache* cache = cacheOf(thread);
+    if (cache == nullptr || subject.size() > Matches::longestText) return routeUncached(std::move(content), subject);
+
+    const uint64_t hash = hashOf(subject);
+    Matches& matches = cache->at(hash);
+    uint64_t version = version_.load(std::memory_order_seq_cst);
+    if (matches.version != version || matches.router != identity_ ||
+        matches.hash != static_cast<uint32_t>(hash >> 32) || matches.length != subject.size() ||
+        std::memcmp(matches.text.data(), subject.data(), subject.size()) != 0) [[unlikely]] {
+        if (const quorl_status status = check(subject); status != QUORL_OK) return status;
+        size_t count = 0;
+        matches.router = 0;
+        {
+            Lock lock(lock_);
+            version = version_.load(std::memory_order_relaxed);
+            const auto& trie = subject::isSystem(subject) ? system_ : ordinary_;
+            trie.match(subject, [&](Listener* listener) {
+                if (count < Matches::fewTargets) matches.few[count] = listener;
+                ++count;
+            });
+            if (count > Matches::fewTargets && count <= Matches::mostTargets) {
+                matches.many.reset(new (std::nothrow) Listener*[count]);
+                if (matches.many) {
+                    size_t i = 0;
+                    trie.match(subject, [&](Listener* listener) { matches.many[i++] = listener; });
+                }
+            }
+        }
+        if (count > Matches::fewTargets && (count > Matches::mostTargets || !matches.many))
+            return routeUncached(std::move(content), subject);
+        matches.router = identity_;
+        matches.version = version;
+        matches.hash = static_cast<uint32_t>(hash >> 32);
+        matches.length = static_cast<uint16_t>(subject.size());
+        matches.count = static_cast<uint16_t>(count);
+        std::memcpy(matches.text.data(), subject.data(), subject.size());
+    }
+    if (matches.count == 0) return QUORL_OK;
+    Listener* const* targets = matches.count > Matches::fewTargets ? matches.many.get() : matches.few.data();
+    const size_t last = matches.count - 1u;
+    for (size_t i = 0; i < last; ++i) event::push(*targets[i], content);
+    event::push(*targets[last], std::move(content));
+    return QUORL_OK;
+}
+
+}  // namespace quorl::transport

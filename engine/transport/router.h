@@ -1,0 +1,66 @@
+// Finds the listeners of a subject, and puts messages into their queues: the local half of every carrier.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "base/mutex.h"
+#include "base/thread_state.h"
+#include "message/delivery.h"
+#include "subject/trie.h"
+#include "transport/listener.h"
+#include "transport/transport.h"
+
+namespace quorl::transport {
+
+class Router {
+  public:
+    Router() noexcept;
+
+    // Throws std::bad_alloc, and has then changed nothing.
+    void add(Listener& listener);
+    void remove(Listener& listener) noexcept;
+
+    // Throws std::bad_alloc, and has then changed nothing.
+    void add(Request& request);
+    void remove(Request& request) noexcept;
+
+    // Puts the message into the queues of all listeners that match. Inside a section. QUORL_INVALID_SUBJECT,
+    // QUORL_NO_MEMORY.
+    quorl_status route(ThreadState& thread, message::ContentRef content) noexcept;
+
+    // Whether messages may be sent to the subject.
+    static quorl_status check(std::string_view subject) noexcept;
+
+  private:
+    struct Hash {
+        using is_transparent = void;
+        size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
+    };
+    struct Inbox {
+        Request* request = nullptr;
+        std::vector<Listener*> listeners;
+    };
+    class Cache;
+    struct Matches;
+
+    quorl_status routeToInbox(message::ContentRef content, std::string_view subject) noexcept;
+    quorl_status routeUncached(message::ContentRef content, std::string_view subject) noexcept;
+    static Cache* cacheOf(ThreadState& thread) noexcept;
+
+    const uint64_t identity_;  // differs from that of every other router of the process, also those that are gone
+
+    Mutex lock_;                        // of the tries
+    subject::Trie<Listener> ordinary_;  //
+    subject::Trie<Listener> system_;    // apart, so that no wildcard of a program reaches the system's subjects
+    std::atomic<uint64_t> version_{1};  // of the tries: changed under the lock whenever they are
+
+    Mutex inboxLock_;
+    std::unordered_map<std::string, Inbox, Hash, std::equal_to<>> inboxes_;  // guarded by inboxLock_
+};
+
+}  // namespace quorl::transport

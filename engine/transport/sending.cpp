@@ -1,0 +1,146 @@
+// Sending, singly, in vectors, and as requests and replies.
+#include <array>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "base/clock.h"
+#include "base/environment.h"
+#include "base/registry.h"
+#include "base/status.h"
+#include "transport/transport.h"
+
+namespace quorl::transport {
+namespace {
+
+quorl_status noThreadState() noexcept {
+    return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
+}
+
+quorl_status noTransport(uint32_t id) noexcept {
+    return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
+}
+
+void link(Transport& transport, Request& request) noexcept {
+    request.next = transport.requests;
+    if (request.next != nullptr) request.next->previous = &request;
+    transport.requests = &request;
+}
+
+void unlink(Transport& transport, Request& request) noexcept {
+    Lock lock(transport.lock);
+    (request.previous != nullptr ? request.previous->next : transport.requests) = request.next;
+    if (request.next != nullptr) request.next->previous = request.previous;
+}
+
+}  // namespace
+
+quorl_status send(uint32_t id, quorlMsg message) noexcept {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return noThreadState();
+    Section section(*thread);
+    auto* transport = registry::find<Transport>(id);
+    if (transport == nullptr) return noTransport(id);
+    message::ContentRef content;
+    if (const quorl_status status = message::snapshot(message, &content); status != QUORL_OK) return status;
+    return transport->carrier->send(*thread, std::move(content));
+}
+
+quorl_status sendAll(uint32_t id, const quorlMsg* messages, uint32_t count) noexcept {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return noThreadState();
+    Section section(*thread);
+    auto* transport = registry::find<Transport>(id);
+    if (transport == nullptr) return noTransport(id);
+    if (count != 0 && messages == nullptr) return fail(QUORL_INVALID_ARG, "no messages, but a count of %u", count);
+    std::vector<message::ContentRef> contents;
+    try {
+        contents.resize(count);
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for a vector of %u messages", count);
+    }
+    for (uint32_t i = 0; i < count; ++i) {
+        quorl_status status = message::snapshot(messages[i], &contents[i]);
+        if (status == QUORL_OK) status = transport->carrier->check(contents[i].sendSubject());
+        if (status != QUORL_OK) return failWithin(status, "message %u of %u", i + 1, count);
+    }
+    for (auto& content : contents) {
+        const quorl_status status = transport->carrier->send(*thread, std::move(content));
+        if (status != QUORL_OK) return status;
+    }
+    return QUORL_OK;
+}
+
+quorl_status sendReply(uint32_t id, quorlMsg reply, quorlMsg request) noexcept {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return noThreadState();
+    Section section(*thread);
+    auto* transport = registry::find<Transport>(id);
+    if (transport == nullptr) return noTransport(id);
+    message::ContentRef asked;
+    message::ContentRef answer;
+    if (const quorl_status status = message::snapshot(reply, &answer); status != QUORL_OK) return status;
+    if (const quorl_status status = message::snapshot(request, &asked); status != QUORL_OK) return status;
+    const std::string_view address = asked.replySubject();
+    if (address.empty()) return fail(QUORL_INVALID_SUBJECT, "the request has no reply subject");
+    message::ContentRef addressed;
+    if (const quorl_status status = message::withSubjects(answer, address, answer.replySubject(), &addressed);
+        status != QUORL_OK)
+        return status;
+    return transport->carrier->send(*thread, std::move(addressed));
+}
+
+quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double timeout) noexcept {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return noThreadState();
+    registry::Pin<Transport> transport(*thread, id);
+    if (!transport) return noTransport(id);
+    Request request(*thread);
+    std::array<char, QUORL_SUBJECT_MAX + 1> inbox;
+    quorl_status status;
+    {
+        message::ContentRef asked;
+        status = message::snapshot(message, &asked);
+        if (status == QUORL_OK) status = transport->carrier->check(asked.sendSubject());
+        if (status == QUORL_OK) status = createInbox(id, inbox.data(), inbox.size());
+    }
+    if (status == QUORL_OK) status = quorlMsg_SetReplySubject(message, inbox.data());
+    if (status != QUORL_OK) return status;
+    try {
+        request.inbox = inbox.data();
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for a request");
+    }
+    {
+        Lock lock(transport->lock);
+        if (transport->closed) return noTransport(id);
+        status = transport->carrier->openRequest(request);
+        if (status != QUORL_OK) return status;
+        link(*transport, request);
+    }
+    {
+        Section section(*thread);
+        message::ContentRef content;
+        status = message::snapshot(message, &content);
+        if (status == QUORL_OK) status = transport->carrier->send(*thread, std::move(content));
+    }
+    if (status == QUORL_OK) {
+        const int64_t deadline = deadlineAfter(timeout);
+        while (thread->reply.load(std::memory_order_acquire) == Request::waiting) {
+            if (!futexWait(thread->reply, Request::waiting, deadline)) break;
+        }
+    }
+    unlink(*transport, request);
+    transport->carrier->closeRequest(request);
+    if (status != QUORL_OK) return status;
+    switch (thread->reply.load(std::memory_order_acquire)) {
+        case Request::replied:
+            return message::handOver(std::move(request.reply), reply);
+        case Request::aborted:
+            return fail(QUORL_INTR, "the transport was closed while the request waited");
+        default:
+            return fail(QUORL_TIMEOUT, "no reply came in time");
+    }
+}
+
+}  // namespace quorl::transport

@@ -1,0 +1,125 @@
+// Making and destroying transports, and their inboxes.
+#include "transport/transport.h"
+
+#include <sys/random.h>
+
+#include <charconv>
+#include <cstring>
+#include <new>
+
+#include "base/environment.h"
+#include "base/registry.h"
+#include "base/status.h"
+#include "event/queue.h"
+#include "transport/embedded/bus.h"
+
+namespace quorl::transport {
+namespace {
+
+void destroyRecord(Record* record) noexcept {
+    delete static_cast<Transport*>(record);
+}
+
+// "_INBOX.", 24 hexadecimal digits that no other transport in the world has, and a point.
+bool makeInboxPrefix(std::string& prefix) {
+    std::array<unsigned char, 12> random;
+    size_t have = 0;
+    while (have < random.size()) {
+        const ssize_t got = getrandom(random.data() + have, random.size() - have, 0);
+        if (got <= 0) return false;
+        have += static_cast<size_t>(got);
+    }
+    prefix = "_INBOX.";
+    for (const unsigned char byte : random) {
+        prefix += "0123456789abcdef"[byte >> 4];
+        prefix += "0123456789abcdef"[byte & 15];
+    }
+    prefix += '.';
+    return true;
+}
+
+}  // namespace
+
+quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept {
+    if (!environment::isOpen()) return environment::requireOpen();
+    const Parameters& defaults = environment::parameters();
+    const std::string_view serviceName = service != nullptr ? std::string_view(service) : defaults.service;
+    const std::string_view networkName = network != nullptr ? std::string_view(network) : defaults.network;
+    const std::string_view daemonName = daemon != nullptr ? std::string_view(daemon) : defaults.daemon;
+    if (!validBusName(serviceName))
+        return fail(QUORL_SERVICE_NOT_FOUND, "\"%.*s\" is no name of a service",
+                    static_cast<int>(std::min<size_t>(serviceName.size(), 80)), serviceName.data());
+    if (!validBusName(networkName))
+        return fail(QUORL_NETWORK_NOT_FOUND, "\"%.*s\" is no name of a network",
+                    static_cast<int>(std::min<size_t>(networkName.size(), 80)), networkName.data());
+    if (!daemonName.empty())
+        return fail(QUORL_DAEMON_NOT_FOUND, "connect %.*s: this version carries the embedded bus only",
+                    static_cast<int>(std::min<size_t>(daemonName.size(), 200)), daemonName.data());
+    uint32_t reserved = 0;
+    std::unique_ptr<Transport> transport;
+    try {
+        transport = std::make_unique<Transport>();
+        if (!makeInboxPrefix(transport->inboxPrefix)) return fail(QUORL_OS_ERROR, "the system gives no random numbers");
+        transport->carrier = embedded::openPort(serviceName, networkName);
+        reserved = registry::reserve();
+    } catch (const std::bad_alloc&) {
+        reserved = 0;
+    }
+    if (reserved == 0) return fail(QUORL_NO_MEMORY, "no memory for a transport");
+    transport->destroy = destroyRecord;
+    if (!registry::publish(*transport, reserved, QUORL_OBJECT_TRANSPORT)) {
+        registry::abandon(reserved);
+        return fail(QUORL_NOT_INITIALIZED, "the library is not open");
+    }
+    transport.release();  // the registry's
+    *id = reserved;
+    return QUORL_OK;
+}
+
+quorl_status destroyTransport(uint32_t id) noexcept {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
+    Section section(*thread);
+    Record* record = registry::close(id, QUORL_OBJECT_TRANSPORT);
+    if (record == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
+    auto& transport = static_cast<Transport&>(*record);
+    {
+        Lock lock(transport.lock);
+        transport.closed = true;
+        for (Listener* listener = transport.listeners; listener != nullptr; listener = listener->next) {
+            listener->attached = false;
+            transport.carrier->unlisten(*listener);
+            event::cutOff(*listener);
+        }
+        transport.listeners = nullptr;
+        for (Request* request = transport.requests; request != nullptr; request = request->next) {
+            uint32_t state = Request::waiting;
+            if (request->thread->reply.compare_exchange_strong(state, Request::aborted, std::memory_order_relaxed))
+                futexWake(request->thread->reply);
+        }
+    }
+    registry::retire(transport);
+    return QUORL_OK;
+}
+
+quorl_status createInbox(uint32_t id, char* subject, uint32_t limit) noexcept {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
+    Section section(*thread);
+    auto* transport = registry::find<Transport>(id);
+    if (transport == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
+    const uint64_t number = transport->inboxes.fetch_add(1, std::memory_order_relaxed) + 1;
+    std::array<char, 20> digits;
+    const auto written = std::to_chars(digits.data(), digits.data() + digits.size(), number);
+    const size_t count = static_cast<size_t>(written.ptr - digits.data());
+    const std::string& prefix = transport->inboxPrefix;
+    if (prefix.size() + count + 1 > limit)
+        return fail(QUORL_INSUFFICIENT_BUFFER, "an inbox takes %zu bytes, and there are %u", prefix.size() + count + 1,
+                    limit);
+    std::memcpy(subject, prefix.data(), prefix.size());
+    std::memcpy(subject + prefix.size(), digits.data(), count);
+    subject[prefix.size() + count] = '\0';
+    return QUORL_OK;
+}
+
+}  // namespace quorl::transport

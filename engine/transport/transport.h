@@ -1,0 +1,88 @@
+// The seam between the engine and what carries messages: the bus of this process, a daemon, or a test's interposer.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "base/mutex.h"
+#include "base/record.h"
+#include "base/thread_state.h"
+#include "message/delivery.h"
+#include "transport/listener.h"
+
+namespace quorl::transport {
+
+// A reply that a thread waits for. On that thread's stack.
+struct Request {
+    // Values of ThreadState::reply.
+    enum State : uint32_t { waiting = 0, replied = 1, aborted = 2 };
+
+    explicit Request(ThreadState& waitingThread) noexcept : thread(&waitingThread) {
+        thread->reply.store(waiting, std::memory_order_relaxed);
+    }
+
+    ThreadState* thread;
+    std::string inbox;
+    message::ContentRef reply;  // written before the state says replied, guarded by the carrier until then
+
+    // Of the transport's list; guarded by the transport's lock.
+    Request* next = nullptr;
+    Request* previous = nullptr;
+};
+
+// One transport's way to its bus. Every function may be called by many threads at once.
+class Carrier {
+  public:
+    Carrier() = default;
+    Carrier(const Carrier&) = delete;
+    Carrier& operator=(const Carrier&) = delete;
+    virtual ~Carrier() = default;
+
+    // Whether a message may be sent to the subject.
+    virtual quorl_status check(std::string_view subject) const noexcept = 0;
+    // Sends the content to its send subject, which it checks. The thread is inside a section: this does not wait.
+    virtual quorl_status send(ThreadState& thread, message::ContentRef content) noexcept = 0;
+
+    // Starts and stops putting messages that match the listener's subject into its queue. The subject has been checked.
+    virtual quorl_status listen(Listener& listener) noexcept = 0;
+    virtual void unlisten(Listener& listener) noexcept = 0;
+
+    // Takes the first message to request.inbox as the reply. From close on the request is left alone.
+    virtual quorl_status openRequest(Request& request) noexcept = 0;
+    virtual void closeRequest(Request& request) noexcept = 0;
+};
+
+struct Transport : Record {
+    static constexpr uint16_t objectType = QUORL_OBJECT_TRANSPORT;
+
+    // Set once, before the transport is published.
+    std::unique_ptr<Carrier> carrier;
+    std::string inboxPrefix;  // of all inboxes that the transport makes
+
+    std::atomic<uint64_t> inboxes{0};  // made so far; the inbox's last element counts them from 1
+
+    // Taken before any lock of a carrier, and before the locks of queues. Guards what follows.
+    Mutex lock;
+    bool closed = false;
+    Listener* listeners = nullptr;
+    Request* requests = nullptr;
+    std::string description;
+    double reliability = 0;  // seconds
+    quorlTransportBatchMode batchMode = QUORLTRANSPORT_DEFAULT_BATCH;
+    uint32_t batchSize = 0;  // bytes
+};
+
+quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept;
+quorl_status destroyTransport(uint32_t id) noexcept;
+
+// Writes a new inbox. subject has room for limit bytes.
+quorl_status createInbox(uint32_t id, char* subject, uint32_t limit) noexcept;
+
+quorl_status send(uint32_t id, quorlMsg message) noexcept;
+quorl_status sendAll(uint32_t id, const quorlMsg* messages, uint32_t count) noexcept;
+quorl_status sendReply(uint32_t id, quorlMsg reply, quorlMsg request) noexcept;
+quorl_status sendRequest(uint32_t id, quorlMsg request, quorlMsg* reply, double timeout) noexcept;
+
+}  // namespace quorl::transport
