@@ -1,0 +1,24 @@
+// Certified listeners: not part of this version.
+#include "base/support.h"
+#include "quorl/private.h"
+#include "quorl/quorlcm.h"
+
+namespace {
+
+quorl_status refuse() noexcept {
+    return _quorlSupport_Fail(QUORL_NOT_PERMITTED, "certified delivery is not part of this version");
+}
+
+}  // namespace
+
+extern "C" {
+
+// clang-format off
+quorl_status quorlcmEvent_CreateListener(quorlcmEvent*, quorlQueue, quorlcmEventCallback, quorlcmTransport, const char*, const void*) { return refuse(); }
+quorl_status quorlcmEvent_DestroyEx(quorlcmEvent, quorl_bool, quorlcmEventOnComplete) { return refuse(); }
+quorl_status quorlcmEvent_SetExplicitConfirm(quorlcmEvent) { return refuse(); }
+quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent, quorlMsg) { return refuse(); }
+quorl_status _quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(quorl_u32) { return refuse(); }
+// clang-format on
+
+}  // extern "C"

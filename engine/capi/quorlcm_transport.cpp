@@ -1,0 +1,41 @@
+// Certified transports: not part of this version.
+#include "base/support.h"
+#include "quorl/private.h"
+#include "quorl/quorlcm.h"
+
+namespace {
+
+quorl_status refuse() noexcept {
+    return _quorlSupport_Fail(QUORL_NOT_PERMITTED, "certified delivery is not part of this version");
+}
+
+}  // namespace
+
+extern "C" {
+
+const char* quorlcm_Version(void) {
+    return quorl_Version();
+}
+
+// clang-format off
+quorl_status quorlcmTransport_Create(quorlcmTransport*, quorlTransport, const char*, quorl_bool, const char*, quorl_bool, const char*) { return refuse(); }
+quorl_status quorlcmTransport_Destroy(quorlcmTransport) { return refuse(); }
+quorl_status quorlcmTransport_DestroyEx(quorlcmTransport, quorlcmTransportOnComplete, const void*) { return refuse(); }
+quorl_status quorlcmTransport_Send(quorlcmTransport, quorlMsg) { return refuse(); }
+quorl_status quorlcmTransport_SendRequest(quorlcmTransport, quorlMsg, quorlMsg*, quorl_f64) { return refuse(); }
+quorl_status quorlcmTransport_SendReply(quorlcmTransport, quorlMsg, quorlMsg) { return refuse(); }
+quorl_status quorlcmTransport_AllowListener(quorlcmTransport, const char*) { return refuse(); }
+quorl_status quorlcmTransport_DisallowListener(quorlcmTransport, const char*) { return refuse(); }
+quorl_status quorlcmTransport_AddListener(quorlcmTransport, const char*, const char*) { return refuse(); }
+quorl_status quorlcmTransport_RemoveListener(quorlcmTransport, const char*, const char*) { return refuse(); }
+quorl_status quorlcmTransport_RemoveSendState(quorlcmTransport, const char*) { return refuse(); }
+quorl_status quorlcmTransport_ExpireMessages(quorlcmTransport, const char*, quorl_u64) { return refuse(); }
+quorl_status quorlcmTransport_SyncLedger(quorlcmTransport) { return refuse(); }
+quorl_status quorlcmTransport_ConnectToRelayAgent(quorlcmTransport) { return refuse(); }
+quorl_status quorlcmTransport_DisconnectFromRelayAgent(quorlcmTransport) { return refuse(); }
+quorl_status quorlcmTransport_SetDefaultCMTimeLimit(quorlcmTransport, quorl_f64) { return refuse(); }
+quorl_status quorlcmTransport_SetPublisherInactivityDiscardInterval(quorlcmTransport, quorl_i32) { return refuse(); }
+quorl_status quorlcmTransport_ReviewLedger(quorlcmTransport, quorlcmReviewCallback, const char*, const void*) { return refuse(); }
+// clang-format on
+
+}  // extern "C"

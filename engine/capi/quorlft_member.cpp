@@ -1,0 +1,27 @@
+// Fault-tolerance members and monitors: not part of this version.
+#include "base/support.h"
+#include "quorl/quorlft.h"
+
+namespace {
+
+quorl_status refuse() noexcept {
+    return _quorlSupport_Fail(QUORL_NOT_PERMITTED, "fault tolerance is not part of this version");
+}
+
+}  // namespace
+
+extern "C" {
+
+const char* quorlft_Version(void) {
+    return quorl_Version();
+}
+
+// clang-format off
+quorl_status quorlftMember_Create(quorlftMember*, quorlQueue, quorlftMemberCallback, quorlTransport, const char*, quorl_u16, quorl_u16, quorl_f64, quorl_f64, quorl_f64, const void*) { return refuse(); }
+quorl_status quorlftMember_Destroy(quorlftMember) { return refuse(); }
+quorl_status quorlftMember_SetWeight(quorlftMember, quorl_u16) { return refuse(); }
+quorl_status quorlftMonitor_Create(quorlftMonitor*, quorlQueue, quorlftMonitorCallback, quorlTransport, const char*, quorl_f64, const void*) { return refuse(); }
+quorl_status quorlftMonitor_Destroy(quorlftMonitor) { return refuse(); }
+// clang-format on
+
+}  // extern "C"
