@@ -1,0 +1,155 @@
+// What the tests of the C interface share: an open library, and waits that end when the thing happened.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "quorl/private.h"
+#include "quorl/quorl.h"
+
+namespace quorltest {
+
+inline constexpr double limit = 60;  // seconds within which anything that is waited for must happen
+
+// Threads that must not outlive the test.
+class Threads {
+  public:
+    ~Threads() { join(); }
+    template <class F>
+    void start(F&& body) {
+        threads_.emplace_back(std::forward<F>(body));
+    }
+    void join() {
+        for (auto& thread : threads_) {
+            if (thread.joinable()) thread.join();
+        }
+        threads_.clear();
+    }
+
+  private:
+    std::vector<std::thread> threads_;
+};
+
+// A count that a thread may wait for.
+class Counter {
+  public:
+    void add(int amount = 1) {
+        std::lock_guard lock(mutex_);
+        value_ += amount;
+        changed_.notify_all();
+    }
+    int value() {
+        std::lock_guard lock(mutex_);
+        return value_;
+    }
+    // False when it did not get that far within the limit.
+    bool waitFor(int wanted) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::duration<double>(limit), [&] { return value_ >= wanted; });
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int value_ = 0;
+};
+
+// Whether the state in /proc of that thread becomes "sleeping" within the limit: it blocks.
+inline bool waitUntilAsleep(pid_t thread) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+    while (std::chrono::steady_clock::now() < end) {
+        const std::string path = "/proc/self/task/" + std::to_string(thread) + "/stat";
+        if (FILE* file = fopen(path.c_str(), "r")) {
+            char line[512] = "";
+            const size_t length = fread(line, 1, sizeof line - 1, file);
+            fclose(file);
+            line[length] = '\0';
+            const char* close = strrchr(line, ')');
+            if (close != nullptr && close[1] == ' ' && close[2] == 'S') return true;
+        }
+        std::this_thread::yield();
+    }
+    return false;
+}
+
+// The library, open during the test.
+class Open : public testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(quorl_Open(), QUORL_OK) << quorl_LastErrorText(); }
+    void TearDown() override { EXPECT_EQ(quorl_Close(), QUORL_OK) << quorl_LastErrorText(); }
+};
+
+inline quorlTransport newTransport(const char* service = nullptr, const char* network = nullptr) {
+    quorlTransport transport = 0;
+    EXPECT_EQ(quorlTransport_Create(&transport, service, network, nullptr), QUORL_OK) << quorl_LastErrorText();
+    return transport;
+}
+
+inline quorlQueue newQueue() {
+    quorlQueue queue = 0;
+    EXPECT_EQ(quorlQueue_Create(&queue), QUORL_OK) << quorl_LastErrorText();
+    return queue;
+}
+
+inline quorlMsg newMessage(const char* subject, int number = 0) {
+    quorlMsg message = nullptr;
+    EXPECT_EQ(quorlMsg_Create(&message), QUORL_OK);
+    EXPECT_EQ(quorlMsg_SetSendSubject(message, subject), QUORL_OK);
+    EXPECT_EQ(quorlMsg_AddI32Ex(message, "n", number, 0), QUORL_OK);
+    return message;
+}
+
+inline quorl_status sendNumber(quorlTransport transport, const char* subject, int number) {
+    quorlMsg message = newMessage(subject, number);
+    const quorl_status status = quorlTransport_Send(transport, message);
+    EXPECT_EQ(quorlMsg_Destroy(message), QUORL_OK);
+    return status;
+}
+
+inline int numberOf(quorlMsg message) {
+    quorl_i32 number = -1;
+    EXPECT_EQ(quorlMsg_GetI32Ex(message, "n", &number, 0), QUORL_OK);
+    return number;
+}
+
+inline quorl_u32 countOf(quorlQueue queue) {
+    quorl_u32 count = UINT32_MAX;
+    EXPECT_EQ(quorlQueue_GetCount(queue, &count), QUORL_OK);
+    return count;
+}
+
+// The numbers that came, in the order of their callbacks. Used as closure of onNumber; of one dispatching thread.
+struct Numbers {
+    std::vector<int> came;
+};
+inline void onNumber(quorlEvent, quorlMsg message, void* closure) {
+    static_cast<Numbers*>(closure)->came.push_back(numberOf(message));
+}
+
+inline quorlEvent listen(quorlQueue queue, quorlTransport transport, const char* subject, quorlEventCallback callback,
+                         const void* closure) {
+    quorlEvent event = 0;
+    EXPECT_EQ(quorlEvent_CreateListener(&event, queue, callback, transport, subject, closure), QUORL_OK)
+        << quorl_LastErrorText();
+    return event;
+}
+
+// Dispatches until the queue has nothing left.
+inline int drain(quorlQueue queue) {
+    int dispatched = 0;
+    while (quorlQueue_TimedDispatch(queue, 0) == QUORL_OK) ++dispatched;
+    return dispatched;
+}
+
+}  // namespace quorltest
