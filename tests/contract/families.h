@@ -9,6 +9,10 @@ void state_environment();
 void state_queues();
 void state_events();
 void state_transports();
+void state_numeric_arrays();
+void state_string_and_message_arrays();
+void state_opaque();
+void state_vector_listeners();
 
 }  // namespace contract
 

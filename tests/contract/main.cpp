@@ -11,6 +11,10 @@ int main(int argc, char** argv) {
     contract::state_queues();
     contract::state_events();
     contract::state_transports();
+    contract::state_numeric_arrays();
+    contract::state_string_and_message_arrays();
+    contract::state_opaque();
+    contract::state_vector_listeners();
     contract::register_coverage();
     return RUN_ALL_TESTS();
 }

@@ -199,6 +199,8 @@ struct Contract {
 
     std::vector<Fault> faults = {};
     std::vector<Refusal> refusals = {};
+    // Whether an allocation that fails may leave blocks of the call behind; the refusals say which.
+    bool refusals_leave = false;
     std::vector<BytesParameter> bytes = {};
     // The typed form of the pins in the lines ("Byte", "Int", ...), used when critical access is not available.
     std::string element = {};

@@ -75,7 +75,8 @@ class Jvm {
     void break_class(const std::string& name, const std::string& exception);
     // Get(Static)MethodID of class.name fails likewise.
     void break_method(const std::string& class_name, const std::string& name, const std::string& exception);
-    // Functions that may be called although an exception is pending, and why the contract wants it. Ends with reset().
+    // Functions that may be called although an exception is pending or an array is pinned critically, and why the contract
+    // wants it. Ends with reset().
     void exempt(const std::string& reason, const std::set<std::string>& functions);
 
     // ---- faults: the nth call from now of a function, or of any that can fail ("" as the function) ----
