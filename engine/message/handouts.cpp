@@ -44,7 +44,7 @@ void dropRetained(Handouts& handouts) noexcept {
     while (handouts.kept != nullptr) {
         Kept* kept = handouts.kept;
         handouts.kept = kept->next;
-        kept->content->release();
+        if (kept->content != nullptr) kept->content->release();
         deallocate(kept);
     }
 }
@@ -98,7 +98,7 @@ bool ChangeOfHandouts::makeKept(Slot& slot) noexcept {
 void ChangeOfHandouts::takeBack(Slot& slot) noexcept {
     Handouts& handouts = *slot.handouts;
     if (kept != nullptr) {
-        slot.content->retain();
+        if (slot.content != nullptr) slot.content->retain();
         kept->content = slot.content;
         kept->next = handouts.kept;
         handouts.kept = kept;

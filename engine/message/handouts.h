@@ -16,7 +16,7 @@ struct alignas(16) Block {
 // A content that a bracket keeps.
 struct Kept {
     Kept* next;
-    Content* content;  // counted
+    Content* content;  // counted; null for an empty message, whose printed form may be out
 };
 
 struct Handouts {
@@ -54,7 +54,7 @@ inline void noteHandout(Slot& slot) noexcept {
 struct ChangeOfHandouts {
     Kept* kept = nullptr;  // for the content that an open bracket must keep
     bool begin(Slot& slot) noexcept {
-        return slot.marks == 0 || !slot.handedOut || slot.content == nullptr || makeKept(slot);
+        return slot.marks == 0 || !slot.handedOut || makeKept(slot);
     }
     // Whether the content must stay as it is, so that a change needs a copy.
     bool keepsContent() const noexcept { return kept != nullptr; }
