@@ -1,6 +1,9 @@
 package com.vesma.quorl.cli;
 
 import java.math.BigInteger;
+import java.net.Inet4Address;
+import java.net.InetAddress;
+import java.net.UnknownHostException;
 import java.nio.charset.StandardCharsets;
 import java.time.DateTimeException;
 import java.time.Instant;
@@ -11,6 +14,7 @@ import java.util.regex.Pattern;
 
 /** A field as given on the command line: name:type=value. */
 record FieldArgument(String name, FieldType type, String text) {
+    // As the library has it.
     private static final int MAX_NAME_BYTES = 127;
     private static final Pattern INTEGER = Pattern.compile("[+-]?[0-9]+|0[xX][0-9a-fA-F]+");
     private static final Pattern REAL = Pattern.compile("[+-]?([0-9]+\\.?[0-9]*|\\.[0-9]+)([eE][+-]?[0-9]+)?");
@@ -29,7 +33,7 @@ record FieldArgument(String name, FieldType type, String text) {
     private static final Map<FieldType, Range> RANGES = Map.of(FieldType.I8, Range.signed(8), FieldType.U8,
             Range.unsigned(8), FieldType.I16, Range.signed(16), FieldType.U16, Range.unsigned(16), FieldType.I32,
             Range.signed(32), FieldType.U32, Range.unsigned(32), FieldType.I64, Range.signed(64), FieldType.U64,
-            Range.unsigned(64), FieldType.IPPORT, Range.unsigned(16));
+            Range.unsigned(64), FieldType.IPPORT16, Range.unsigned(16));
 
     /** Cuts an argument at its first "=" and at the last ":" before that. The value is looked at by value(). */
     static FieldArgument parse(String argument) {
@@ -63,23 +67,23 @@ record FieldArgument(String name, FieldType type, String text) {
     }
 
     /**
-     * The value: Boolean, Byte, Short, Integer, Long (the type's bits, unsigned ones too), Float, Double, String, byte[]
-     * (opaque, xml, and the four bytes of an ipaddr) or Instant.
+     * The value: Boolean; Byte, Short, Integer, Long for the signed numbers; Integer for u8, u16 and ports, Long for u32 and
+     * for the bits of u64; Float, Double, String, byte[] (opaque, xml), Inet4Address or Instant.
      */
     Object value() {
         return switch (type) {
             case BOOL -> bool();
-            case I8, U8 -> integer().byteValue();
-            case I16, U16, IPPORT -> integer().shortValue();
-            case I32, U32 -> integer().intValue();
-            case I64, U64 -> integer().longValue();
+            case I8 -> integer().byteValue();
+            case I16 -> integer().shortValue();
+            case I32, U8, U16, IPPORT16 -> integer().intValue();
+            case I64, U32, U64 -> integer().longValue();
             case F32 -> single();
             case F64 -> real();
             case STRING -> text;
             case OPAQUE -> hex();
             case XML -> text.getBytes(StandardCharsets.UTF_8);
             case DATETIME -> time();
-            case IPADDR -> address();
+            case IPADDR32 -> address();
         };
     }
 
@@ -145,7 +149,7 @@ record FieldArgument(String name, FieldType type, String text) {
         }
     }
 
-    private byte[] address() {
+    private Inet4Address address() {
         String[] parts = text.split("\\.", -1);
         byte[] bytes = new byte[4];
         String takes = "an address such as 192.168.1.20";
@@ -154,7 +158,11 @@ record FieldArgument(String name, FieldType type, String text) {
             if (!parts[i].matches("[0-9]{1,3}") || Integer.parseInt(parts[i]) > 255) throw bad(takes);
             bytes[i] = (byte) Integer.parseInt(parts[i]);
         }
-        return bytes;
+        try {
+            return (Inet4Address) InetAddress.getByAddress(bytes);
+        } catch (UnknownHostException e) {
+            throw new IllegalStateException("four bytes are an address", e);
+        }
     }
 
     private IllegalArgumentException bad(String takes) {

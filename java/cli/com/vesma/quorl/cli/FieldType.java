@@ -20,8 +20,8 @@ enum FieldType {
     OPAQUE("opaque"),
     XML("xml"),
     DATETIME("datetime"),
-    IPADDR("ipaddr"),
-    IPPORT("ipport");
+    IPADDR32("ipaddr32"),
+    IPPORT16("ipport16");
 
     final String label;
 

@@ -1,0 +1,96 @@
+package com.vesma.quorl.cli;
+
+import java.io.PrintWriter;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.Callable;
+import picocli.CommandLine.Mixin;
+import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.Spec;
+
+/**
+ * A command that uses a bus: by itself, or as one line of a script that shares a session with the other lines.
+ */
+abstract class Action implements Callable<Integer> {
+    @Spec
+    CommandSpec spec;
+
+    @Mixin
+    TransportOptions transport;
+
+    @Option(names = {"-h", "--help"}, usageHelp = true, description = "show this help")
+    boolean help;
+
+    /** Looks at the arguments; throws ParameterException for what is wrong with them. Runs before anything is opened. */
+    abstract void check();
+
+    /** Does the work, or starts what stays active until the session closes. */
+    abstract void begin(Session session) throws InterruptedException;
+
+    /** Waits for what begin started; called when the command runs by itself and at the end of a script. */
+    void finish(Session session, boolean alone) throws InterruptedException {}
+
+    /** What this command cannot do when it is alone on the bus of its own process; null when there is no need to warn. */
+    abstract String aloneOnTheBus();
+
+    @Override
+    public Integer call() throws InterruptedException {
+        check();
+        try (Session session = new Session(out())) {
+            String warning = aloneOnTheBus();
+            if (warning != null && session.isEmbedded(transport)) {
+                err().println("quorl: warning: no --daemon is given, so the bus is this process's own: " + warning
+                        + "\nquorl: 'quorl run' puts several commands into one process.");
+                err().flush();
+            }
+            begin(session);
+            finish(session, true);
+        }
+        return 0;
+    }
+
+    PrintWriter out() {
+        return spec.commandLine().getOut();
+    }
+
+    PrintWriter err() {
+        return spec.commandLine().getErr();
+    }
+
+    ParameterException usage(String message) {
+        return new ParameterException(spec.commandLine(), message);
+    }
+
+    void checkSendable(String subject) {
+        String why = Subjects.whyNotSendable(subject);
+        if (why != null) throw usage("subject \"" + subject + "\": " + why);
+    }
+
+    void checkListenable(String subject) {
+        String why = Subjects.whyNotListenable(subject);
+        if (why != null) throw usage("subject \"" + subject + "\": " + why);
+    }
+
+    /** Fields from arguments; every value is looked at, so that a bad one is found before the first message goes out. */
+    List<FieldArgument> fields(List<String> arguments) {
+        List<FieldArgument> fields = new ArrayList<>();
+        for (String argument : arguments) {
+            try {
+                FieldArgument field = FieldArgument.parse(argument);
+                field.numbered(1).value();
+                fields.add(field);
+            } catch (IllegalArgumentException e) {
+                throw usage(e.getMessage());
+            }
+        }
+        return fields;
+    }
+
+    void checkAtLeast(String option, double value, double least) {
+        if (!(value >= least) || Double.isInfinite(value)) {
+            throw usage(option + " takes a number of at least " + Texts.number(least) + ", not " + Texts.number(value));
+        }
+    }
+}

@@ -1,0 +1,214 @@
+package com.vesma.quorl.cli;
+
+import com.vesma.quorl.Quorl;
+import com.vesma.quorl.QuorlDispatcher;
+import com.vesma.quorl.QuorlListener;
+import com.vesma.quorl.QuorlMsg;
+import com.vesma.quorl.QuorlQrdTransport;
+import com.vesma.quorl.QuorlQueue;
+import com.vesma.quorl.QuorlTransport;
+import java.io.PrintWriter;
+import java.time.Duration;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.LinkedHashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.function.Consumer;
+
+/**
+ * What the commands of one process share: the open library, a transport for each bus that they name, and one queue with
+ * one dispatching thread, so that everything received is handled one after the other, in order.
+ */
+final class Session implements AutoCloseable {
+    /** Seconds that the end of a script waits for a listener with a count when the script does not say. */
+    static final double PATIENCE = 10;
+
+    /** Seconds that flush gives a daemon to bring a message back. */
+    private static final double DAEMON_PATIENCE = 5;
+
+    /** A transport with the way to see that all it has sent to this process was handled. */
+    private final class Port {
+        final boolean embedded;
+        final QuorlQrdTransport transport;
+        final String inbox;
+        final QuorlListener marker;
+        long sent;
+        long returned;
+
+        Port(TransportOptions options) {
+            embedded = isEmbedded(options);
+            transport = new QuorlQrdTransport(options.service, options.network, options.daemon);
+            inbox = transport.createInbox();
+            marker = new QuorlListener(queue, transport, inbox, (listener, message) -> {
+                synchronized (Session.this) {
+                    returned++;
+                    Session.this.notifyAll();
+                }
+            });
+        }
+    }
+
+    private final PrintWriter out;
+    private final Quorl library;
+    private final QuorlQueue queue;
+    private final QuorlDispatcher dispatcher;
+    private final Map<List<String>, Port> ports = new LinkedHashMap<>();
+
+    /** The first failure of a handler; whoever waits next reports it. Guarded by this. */
+    private Throwable failure;
+
+    Session(PrintWriter out) {
+        this.out = out;
+        library = Quorl.open();
+        queue = new QuorlQueue("quorl command");
+        dispatcher = new QuorlDispatcher(queue, "quorl-listen");
+        dispatcher.getThread().setUncaughtExceptionHandler((thread, thrown) -> fail(thrown));
+    }
+
+    /** Whether these options mean the bus inside this process. */
+    boolean isEmbedded(TransportOptions options) {
+        return options.daemon == null ? Quorl.isInProcess() : options.daemon.isEmpty();
+    }
+
+    QuorlTransport transport(TransportOptions options) {
+        return port(options).transport;
+    }
+
+    private Port port(TransportOptions options) {
+        return ports.computeIfAbsent(Arrays.asList(options.daemon, options.service, options.network),
+                key -> new Port(options));
+    }
+
+    /** How many messages a listener has taken, and a wait for them. */
+    final class Counter {
+        private final Long most;
+        private final List<QuorlListener> listeners = new ArrayList<>();
+        private long taken;
+        private long handled;
+
+        private Counter(Long most) {
+            this.most = most;
+        }
+
+        /** Messages taken, the one in the handler included. */
+        long count() {
+            synchronized (Session.this) {
+                return taken;
+            }
+        }
+
+        /** Counts one more; false when there have been enough. */
+        private boolean take() {
+            synchronized (Session.this) {
+                if (most != null && taken == most) return false;
+                taken++;
+                return true;
+            }
+        }
+
+        private void done() {
+            synchronized (Session.this) {
+                handled++;
+                if (most != null && handled == most) Session.this.notifyAll();
+            }
+        }
+
+        /** Waits until the listener has what it wants, for ever when seconds is null; whether it has. */
+        boolean await(Double seconds) throws InterruptedException {
+            return Session.this.await(() -> most != null && handled == most, seconds);
+        }
+    }
+
+    /** Listens until the session closes, or until so many messages were handled when most is not null. */
+    Counter listen(TransportOptions options, List<String> subjects, Long most, Consumer<QuorlMsg> handler) {
+        QuorlTransport transport = transport(options);
+        Counter counter = new Counter(most);
+        for (String subject : subjects) {
+            counter.listeners.add(new QuorlListener(queue, transport, subject, (listener, message) -> {
+                if (!counter.take()) {
+                    listener.close();
+                    return;
+                }
+                handler.accept(message);
+                counter.done();
+            }));
+        }
+        return counter;
+    }
+
+    void send(TransportOptions options, QuorlMsg message) {
+        transport(options).send(message);
+    }
+
+    /** The first reply, to be closed; null when none came in time. */
+    QuorlMsg request(TransportOptions options, QuorlMsg request, double seconds) throws InterruptedException {
+        return transport(options).request(request, Duration.ofNanos((long) (seconds * 1e9)));
+    }
+
+    void reply(TransportOptions options, QuorlMsg reply, QuorlMsg request) {
+        transport(options).reply(reply, request);
+    }
+
+    /** Prints one line. Called by the dispatching thread and by the main one. */
+    void print(String line) {
+        synchronized (out) {
+            out.println(line);
+            if (out.checkError()) throw new OutputClosed();
+        }
+    }
+
+    /**
+     * Waits until this process has handled what it has sent to itself: a message to an inbox of its own comes behind
+     * everything else in the queue. Reports the failure of a handler.
+     */
+    void flush() throws InterruptedException {
+        for (Port port : ports.values()) {
+            synchronized (this) {
+                port.sent++;
+            }
+            try (QuorlMsg mark = new QuorlMsg(port.inbox)) {
+                port.transport.send(mark);
+            }
+            await(() -> port.returned >= port.sent, port.embedded ? null : Double.valueOf(DAEMON_PATIENCE));
+        }
+    }
+
+    private interface Condition {
+        boolean holds();
+    }
+
+    private synchronized boolean await(Condition condition, Double seconds) throws InterruptedException {
+        long end = System.nanoTime() + (long) ((seconds == null ? 0 : seconds) * 1e9);
+        while (!condition.holds()) {
+            report();
+            if (seconds == null) {
+                wait();
+                continue;
+            }
+            long left = end - System.nanoTime();
+            if (left <= 0) return false;
+            wait(left / 1_000_000 + 1);
+        }
+        report();
+        return true;
+    }
+
+    private void report() {
+        if (failure instanceof RuntimeException exception) throw exception;
+        if (failure != null) throw new IllegalStateException(failure);
+    }
+
+    private synchronized void fail(Throwable thrown) {
+        if (failure == null) failure = thrown;
+        notifyAll();
+    }
+
+    @Override
+    public void close() {
+        dispatcher.close();
+        for (Port port : ports.values()) port.transport.close();
+        queue.close();
+        library.close();
+    }
+}
