@@ -222,15 +222,14 @@ class MessageValuesTest {
 
     @Test
     void nestingHasABound() {
-        QuorlMsg outer = new QuorlMsg().addI32("n", 0);
         QuorlException e = assertThrows(QuorlException.class, () -> {
-            QuorlMsg around = outer;
             for (int i = 0; i < 100; i++) {
-                around = new QuorlMsg().addMsg("m", around);
+                try (QuorlMsg inner = m.copy()) {
+                    m.reset().addMsg("m", inner);
+                }
             }
         });
         assertEquals(QuorlException.INVALID_MSG, e.getStatus());
-        outer.close();
     }
 
     @Test
