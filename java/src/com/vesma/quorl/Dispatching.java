@@ -24,6 +24,13 @@ final class Dispatching {
     /** A dispatching thread that has no key cannot be woken, so it looks for closed gates this often, in seconds. */
     private static final double WITHOUT_KEY = 0.05;
 
+    /**
+     * The first of the slices, in seconds, that a wait is cut into; each is twice the one before. The machine may set a
+     * thread's interrupt flag a moment after it has looked for somebody to wake: an interrupt that falls into the moment in
+     * which a wait begins is then seen at the end of a slice, and a long wait has few.
+     */
+    private static final double FIRST_SLICE = 0.01;
+
     /** Results of {@link #takeOnce} that are no event's object. */
     private static final Object NOTHING = new Object();
     private static final Object SIGNALLED = new Object();
@@ -113,14 +120,14 @@ final class Dispatching {
         }
         interruption.beginWait();
         try {
-            for (;;) {
+            for (double slice = FIRST_SLICE;; slice *= 2) {
                 if (Thread.interrupted()) {
                     throw new InterruptedException();
                 }
-                double left = seconds < 0 ? -1 : Math.max(0, seconds - (System.nanoTime() - start) / 1e9);
-                boolean blind = !hasKey() && (left < 0 || left > WITHOUT_KEY);
-                Object taken = takeOnce(target, blind ? WITHOUT_KEY : left);
-                if (taken != SIGNALLED && !(taken == NOTHING && blind)) {
+                double left = seconds < 0 ? Double.MAX_VALUE : Math.max(0, seconds - (System.nanoTime() - start) / 1e9);
+                double wait = Math.min(left, hasKey() ? slice : WITHOUT_KEY);
+                Object taken = takeOnce(target, wait);
+                if (taken != SIGNALLED && !(taken == NOTHING && wait < left)) {
                     return taken;
                 }
             }
