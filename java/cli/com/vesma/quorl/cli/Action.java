@@ -41,7 +41,7 @@ abstract class Action implements Callable<Integer> {
         try (Session session = new Session(out())) {
             String warning = aloneOnTheBus();
             if (warning != null && session.isEmbedded(transport)) {
-                err().println("quorl: warning: no --daemon is given, so the bus is this process's own: " + warning
+                err().println("quorl: warning: this bus is the process's own: " + warning
                         + "\nquorl: 'quorl run' puts several commands into one process.");
                 err().flush();
             }

@@ -8,6 +8,8 @@ import java.io.InputStream;
 import java.io.OutputStreamWriter;
 import java.io.PrintWriter;
 import java.nio.charset.StandardCharsets;
+import java.util.List;
+import java.util.function.Function;
 import picocli.CommandLine;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Help.Ansi;
@@ -15,6 +17,8 @@ import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
 import picocli.CommandLine.Spec;
+import picocli.CommandLine.TypeConversionException;
+import picocli.CommandLine.UnmatchedArgumentException;
 
 /** The quorl command: sends, listens, asks and answers on subjects. */
 @Command(name = "quorl", versionProvider = Main.Version.class, description = "Sends messages to subjects and listens to them.",
@@ -77,9 +81,21 @@ public final class Main implements Runnable {
         line.setColorScheme(CommandLine.Help.defaultColorScheme(Ansi.OFF));
         line.setUsageHelpWidth(100);
         line.setPosixClusteredShortOptionsAllowed(false);
+        line.registerConverter(Double.class, text -> number(text, Double::valueOf));
+        line.registerConverter(double.class, text -> number(text, Double::valueOf));
+        line.registerConverter(Long.class, text -> number(text, Long::valueOf));
+        line.registerConverter(long.class, text -> number(text, Long::valueOf));
         line.setParameterExceptionHandler(Main::reportUsage);
         line.setExecutionExceptionHandler(Main::reportFailure);
         return line;
+    }
+
+    private static <T> T number(String text, Function<String, T> parse) {
+        try {
+            return parse.apply(text);
+        } catch (NumberFormatException e) {
+            throw new TypeConversionException("'" + text + "' is not a number that fits");
+        }
     }
 
     /** quorl alone shows what it can do. */
@@ -90,10 +106,24 @@ public final class Main implements Runnable {
 
     private static int reportUsage(ParameterException problem, String[] arguments) {
         CommandLine command = problem.getCommandLine();
-        command.getErr().println("quorl: " + problem.getMessage());
+        command.getErr().println("quorl: " + complaint(problem));
         command.getErr().println("quorl: try '" + command.getCommandSpec().qualifiedName() + " --help'");
         command.getErr().flush();
         return USAGE;
+    }
+
+    /** What is wrong with a call. A word where a command belongs is told as such, with the commands that it may mean. */
+    static String complaint(ParameterException problem) {
+        if (problem instanceof UnmatchedArgumentException unmatched && !unmatched.isUnknownOption()
+                && !problem.getCommandLine().getSubcommands().isEmpty()) {
+            String word = unmatched.getUnmatched().get(0);
+            // What picocli offers may be far; somebody who mistypes gets the first letter right.
+            List<String> near = unmatched.getSuggestions().stream()
+                    .filter(name -> word.regionMatches(true, 0, name, 0, 1)).toList();
+            return "there is no command '" + word + "'"
+                    + (near.isEmpty() ? "" : "; did you mean " + String.join(" or ", near) + "?");
+        }
+        return problem.getMessage();
     }
 
     private static int reportFailure(Exception failure, CommandLine command, CommandLine.ParseResult parsed) {

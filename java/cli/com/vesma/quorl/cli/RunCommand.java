@@ -107,7 +107,9 @@ final class RunCommand extends Action {
             action.transport.defaultTo(transport);
             action.check();
             return new Line(place, action);
-        } catch (ParameterException | IllegalArgumentException e) {
+        } catch (ParameterException e) {
+            throw usage(place + ": " + Main.complaint(e));
+        } catch (IllegalArgumentException e) {
             throw usage(place + ": " + e.getMessage());
         }
     }

@@ -2,6 +2,7 @@ package com.vesma.quorl.cli;
 
 import com.vesma.quorl.Quorl;
 import com.vesma.quorl.QuorlDispatcher;
+import com.vesma.quorl.QuorlException;
 import com.vesma.quorl.QuorlListener;
 import com.vesma.quorl.QuorlMsg;
 import com.vesma.quorl.QuorlQrdTransport;
@@ -38,7 +39,7 @@ final class Session implements AutoCloseable {
 
         Port(TransportOptions options) {
             embedded = isEmbedded(options);
-            transport = new QuorlQrdTransport(options.service, options.network, options.daemon);
+            transport = create(options);
             inbox = transport.createInbox();
             marker = new QuorlListener(queue, transport, inbox, (listener, message) -> {
                 synchronized (Session.this) {
@@ -69,6 +70,14 @@ final class Session implements AutoCloseable {
     /** Whether these options mean the bus inside this process. */
     boolean isEmbedded(TransportOptions options) {
         return options.daemon == null ? Quorl.isInProcess() : options.daemon.isEmpty();
+    }
+
+    private static QuorlQrdTransport create(TransportOptions options) {
+        try {
+            return new QuorlQrdTransport(options.service, options.network, options.daemon);
+        } catch (QuorlException e) {
+            throw new Failure(options + ": " + e.getMessage());
+        }
     }
 
     QuorlTransport transport(TransportOptions options) {

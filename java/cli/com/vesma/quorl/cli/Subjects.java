@@ -18,7 +18,7 @@ final class Subjects {
                 return "\"" + element + "\" is a wildcard; a message is sent to one subject";
             }
         }
-        return null;
+        return subject.startsWith("_INBOX.") ? null : whyReserved(subject);
     }
 
     /** What keeps a subject from being listened to, or null. */
@@ -29,7 +29,13 @@ final class Subjects {
         for (int i = 0; i < elements.length - 1; i++) {
             if (elements[i].equals(">")) return "\">\" stands for all that follows, so it must be the last element";
         }
-        return null;
+        return whyReserved(subject);
+    }
+
+    /** A program listens to its own inboxes, and nobody can name those on a command line. */
+    private static String whyReserved(String subject) {
+        return subject.startsWith("_") && !subject.startsWith("_QUORL.")
+                ? "what starts with \"_\" belongs to the system" : null;
     }
 
     private static String malformed(String subject) {

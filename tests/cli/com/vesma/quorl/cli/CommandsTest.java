@@ -114,10 +114,11 @@ class CommandsTest {
     }
 
     @Test
-    void aLibraryFailureShowsNumberTextAndDetail() {
-        Cli failed = Cli.run("send", "a", "--service", "white space");
+    void aLibraryFailureShowsWhatWasAskedForAndNumberAndText() {
+        Cli failed = Cli.run("request", "a", "--service", "white space", "--network", "n");
         assertEquals(1, failed.code());
-        assertTrue(failed.err().contains("The service is not known or malformed (status 16)"), failed.err());
+        assertTrue(failed.err().endsWith("quorl: transport --service 'white space' --network 'n': "
+                + "The service is not known or malformed (status 16)\n"), failed.err());
     }
 
     @Test
@@ -151,7 +152,7 @@ class CommandsTest {
         Files.writeString(script, "listen a\nsned a\n");
         Cli wrong = Cli.run("run", script.toString());
         assertEquals(2, wrong.code());
-        assertTrue(wrong.err().startsWith("quorl: " + script + " line 2: "), wrong.err());
+        assertTrue(wrong.err().startsWith("quorl: " + script + " line 2: there is no command 'sned'"), wrong.err());
         assertEquals(2, Cli.run("run", folder.resolve("missing").toString()).code());
         assertEquals(2, Cli.run("run", script.toString(), "-e", "send a").code());
     }

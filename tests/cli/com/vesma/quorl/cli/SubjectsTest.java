@@ -32,6 +32,14 @@ class SubjectsTest {
     }
 
     @Test
+    void theSystemsSubjectsAreItsOwn() {
+        assertEquals("what starts with \"_\" belongs to the system", Subjects.whyNotSendable("_private.a"));
+        assertEquals("what starts with \"_\" belongs to the system", Subjects.whyNotListenable("_private.a"));
+        assertEquals("what starts with \"_\" belongs to the system", Subjects.whyNotListenable("_INBOX.1.2"));
+        assertNull(Subjects.whyNotSendable("_INBOX.1.2"));
+    }
+
+    @Test
     void theTailWildcardMustBeLast() {
         assertEquals("\">\" stands for all that follows, so it must be the last element",
                 Subjects.whyNotListenable("a.>.b"));
