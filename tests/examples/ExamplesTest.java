@@ -5,6 +5,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.TimeUnit;
 import java.util.stream.Stream;
@@ -27,22 +28,31 @@ class ExamplesTest {
     Stream<DynamicTest> everyExamplePrintsWhatIsExpected() throws IOException {
         List<Path> programs;
         try (Stream<Path> files = Files.list(SOURCES)) {
-            programs = files.filter(file -> file.toString().endsWith(".java") || file.toString().endsWith(".c")).sorted()
-                    .toList();
+            programs = files.sorted().toList();
         }
         assertFalse(programs.isEmpty(), "no examples in " + SOURCES);
         return programs.stream()
                 .map(program -> DynamicTest.dynamicTest(program.getFileName().toString(), () -> run(program)));
     }
 
+    private static List<String> java(String... arguments) {
+        List<String> command = new ArrayList<>(List.of(Path.of(System.getProperty("java.home"), "bin", "java").toString(),
+                "-Dcom.vesma.quorl.library=" + System.getProperty("com.vesma.quorl.library"), "-cp",
+                System.getProperty("examples.classpath") + ":" + BUILT.resolve("java")));
+        command.addAll(List.of(arguments));
+        return command;
+    }
+
     private void run(Path program) throws Exception {
         assertTrue(Files.readAllLines(program).size() < MAX_LINES, program + " is no small program");
         String file = program.getFileName().toString();
         String name = file.substring(0, file.lastIndexOf('.'));
-        List<String> command = file.endsWith(".c") ? List.of(BUILT.resolve("c").resolve(name).toString())
-                : List.of(Path.of(System.getProperty("java.home"), "bin", "java").toString(),
-                        "-Dcom.vesma.quorl.library=" + System.getProperty("com.vesma.quorl.library"), "-cp",
-                        System.getProperty("examples.classpath") + ":" + BUILT.resolve("java"), name);
+        List<String> command = switch (file.substring(name.length())) {
+            case ".c" -> List.of(BUILT.resolve("c").resolve(name).toString());
+            case ".java" -> java(name);
+            case ".quorl" -> java("com.vesma.quorl.cli.Main", "run", program.toString());
+            default -> throw new AssertionError("no known way to run " + program);
+        };
         Path out = temporary.resolve(name + ".out");
         Path err = temporary.resolve(name + ".err");
         Process process = new ProcessBuilder(command).redirectOutput(out.toFile()).redirectError(err.toFile()).start();

@@ -64,7 +64,11 @@ final class DemoCommand extends Action {
             if (publisherFailure != null) throw publisherFailure;
             session.flush();
             check.awaitReceived(publisher.sent(), DRAIN_SECONDS);
-            summarize(publisher.sent(), elapsed);
+            DemoResult result = new DemoResult(publisher.sent(), check.received(), check.outOfOrder(), check.duplicates());
+            out().println(result.summary(elapsed));
+            out().flush();
+            String complaint = result.complaint();
+            if (complaint != null) throw new Failure(complaint);
         } finally {
             done.countDown();
             removeHook(interrupted);
@@ -124,17 +128,6 @@ final class DemoCommand extends Action {
     private String counts() {
         return format("%d messages on %d subjects, %d lost, %d out of order", check.received(), check.subjects(),
                 check.missing(), check.outOfOrder());
-    }
-
-    private void summarize(long sent, double elapsed) {
-        long lost = sent - check.received();
-        out().println(format("%d sent, %d received, %d lost, %d out of order, %.1f messages a second", sent, check.received(),
-                lost, check.outOfOrder(), sent / elapsed));
-        out().flush();
-        if (sent == 0) throw new Failure("nothing could be sampled below " + proc);
-        if (lost != 0) throw new Failure(lost + " messages were lost");
-        if (check.duplicates() != 0) throw new Failure(check.duplicates() + " messages came twice");
-        if (check.outOfOrder() != 0) throw new Failure(check.outOfOrder() + " messages came out of order");
     }
 
     private static double elapsed(long start) {

@@ -1,6 +1,7 @@
 package com.vesma.quorl.cli;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.IOException;
@@ -54,6 +55,16 @@ class DemoTest {
     void aMachineWithoutCountersIsAFailure(@TempDir Path proc) {
         Cli demo = Cli.run("demo", "--seconds", "0.1", "--proc", proc.toString());
         assertEquals(1, demo.code());
-        assertEquals("quorl: nothing could be sampled below " + proc + "\n", demo.err());
+        assertEquals("quorl: none of this machine's counters could be read\n", demo.err());
+    }
+
+    @Test
+    void anythingButEveryMessageOnceInOrderIsAFailure() {
+        assertNull(new DemoResult(10, 10, 0, 0).complaint());
+        assertEquals("1 messages were lost", new DemoResult(10, 9, 0, 0).complaint());
+        assertEquals("2 messages came twice", new DemoResult(10, 10, 0, 2).complaint());
+        assertEquals("3 messages came out of order", new DemoResult(10, 10, 3, 0).complaint());
+        assertEquals("10 sent, 8 received, 2 lost, 1 out of order, 4.0 messages a second",
+                new DemoResult(10, 8, 1, 0).summary(2.5));
     }
 }
