@@ -164,6 +164,20 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     }
 
     /**
+     * All fields as they are now, to be read without asking the library for each.
+     *
+     * @return independent of this message
+     */
+    public QuorlMsgView view() {
+        long handle = enter();
+        try {
+            return QuorlMsgView.of(handle, this);
+        } finally {
+            leave();
+        }
+    }
+
+    /**
      * Removes all fields and both subjects.
      *
      * @return this message
