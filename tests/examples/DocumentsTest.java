@@ -1,0 +1,90 @@
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.ByteArrayOutputStream;
+import java.io.IOException;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.TimeUnit;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import java.util.stream.Stream;
+import javax.tools.JavaCompiler;
+import javax.tools.ToolProvider;
+import org.junit.jupiter.api.DynamicTest;
+import org.junit.jupiter.api.TestFactory;
+import org.junit.jupiter.api.io.TempDir;
+
+/** Compiles and runs the Java program that the README and the guide begin with, and follows the links of the documents. */
+class DocumentsTest {
+    private static final Path ROOT = Path.of(System.getProperty("examples.sources")).getParent();
+    private static final String FIRST_LINE = "import com.vesma.quorl.*;";
+    private static final Pattern LINK = Pattern.compile("\\]\\(([^)#]+)(#[^)]*)?\\)");
+    private static final int LIMIT_SECONDS = 60;
+
+    @TempDir
+    Path temporary;
+
+    @TestFactory
+    Stream<DynamicTest> theFirstProgramRuns() {
+        return Stream.of("README.md", "docs/guide/first-program.md")
+                .map(document -> DynamicTest.dynamicTest(document, () -> runFirstProgram(document)));
+    }
+
+    private void runFirstProgram(String document) throws Exception {
+        Path folder = Files.createTempDirectory(temporary, "program");
+        Path source = folder.resolve("Greeting.java");
+        Files.write(source, program(document));
+        String path = System.getProperty("examples.classpath");
+        JavaCompiler compiler = ToolProvider.getSystemJavaCompiler();
+        ByteArrayOutputStream complaints = new ByteArrayOutputStream();
+        int compiled = compiler.run(null, complaints, complaints, "-cp", path, "-d", folder.toString(), source.toString());
+        assertEquals(0, compiled, complaints.toString(StandardCharsets.UTF_8));
+
+        Path out = folder.resolve("out");
+        Process process = new ProcessBuilder(Path.of(System.getProperty("java.home"), "bin", "java").toString(),
+                "-Dcom.vesma.quorl.library=" + System.getProperty("com.vesma.quorl.library"), "-cp", path + ":" + folder,
+                "Greeting").redirectErrorStream(true).redirectOutput(out.toFile()).start();
+        if (!process.waitFor(LIMIT_SECONDS, TimeUnit.SECONDS)) {
+            process.destroyForcibly().waitFor();
+            throw new AssertionError("the program did not end; it printed:\n" + Files.readString(out));
+        }
+        assertEquals("greeting.morning Hello\n", Files.readString(out));
+        assertEquals(0, process.exitValue());
+    }
+
+    /** The lines of the program, without the document's indentation. */
+    private static List<String> program(String document) throws IOException {
+        List<String> program = new ArrayList<>();
+        String indentation = null;
+        for (String line : Files.readAllLines(ROOT.resolve(document))) {
+            if (indentation == null && line.strip().equals(FIRST_LINE)) {
+                indentation = line.substring(0, line.indexOf(FIRST_LINE));
+            }
+            if (indentation == null) continue;
+            if (line.startsWith("```") || !(line.isBlank() || line.startsWith(indentation))) break;
+            program.add(line.isBlank() ? "" : line.substring(indentation.length()));
+        }
+        assertFalse(program.isEmpty(), document + " has no Java program");
+        return program;
+    }
+
+    @TestFactory
+    Stream<DynamicTest> everyLinkLeadsSomewhere() throws IOException {
+        List<Path> documents = new ArrayList<>(List.of(ROOT.resolve("README.md"), ROOT.resolve("CONTRIBUTING.md")));
+        try (Stream<Path> files = Files.walk(ROOT.resolve("docs"))) {
+            files.filter(file -> file.toString().endsWith(".md")).sorted().forEach(documents::add);
+        }
+        return documents.stream().map(document -> DynamicTest.dynamicTest(ROOT.relativize(document).toString(), () -> {
+            Matcher link = LINK.matcher(Files.readString(document));
+            while (link.find()) {
+                if (link.group(1).contains("://")) continue;
+                assertTrue(Files.exists(document.resolveSibling(link.group(1))), "a link to " + link.group(1));
+            }
+        }));
+    }
+}
