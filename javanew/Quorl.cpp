@@ -61,7 +61,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1SetQRParameters(JNIEnv*
         return quorl_SetQRParameters(0, nullptr);
     }
     // The texts for the library, then the strings that they came from, in one block.
-    void* const block = allocateZeroed(arrayLength, sizeof(const char*) + sizeof(jstring));
+    void* const block = allocateZeroed(arrayLength, 2 * sizeof(void*));
     if (block == nullptr) {
         throwOutOfMemory(env, "Cannot allocate memory for IPM parameters.");
         return QUORL_NO_MEMORY;

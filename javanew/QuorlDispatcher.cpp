@@ -4,14 +4,6 @@
 #include "com_vesma_quorl_QuorlDispatcher.h"
 #include "native.h"
 
-namespace {
-
-void* toCell(jlong handle) {
-    return reinterpret_cast<void*>(static_cast<uintptr_t>(handle));
-}
-
-}  // namespace
-
 extern "C" {
 
 // Without memory it throws; refused by the library it answers 0 and is silent.
@@ -31,7 +23,7 @@ JNIEXPORT jlong JNICALL Java_com_vesma_quorl_QuorlDispatcher_quorlDispatchable_1
 // The cell goes first, then the library forgets it: it looks at the cell only in this thread's own dispatch calls.
 JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlDispatcher_quorlDispatchable_1ClearThreadKey(JNIEnv*, jclass,
                                                                                               jlong handle) {
-    std::free(toCell(handle));
+    std::free(toPointer(handle));
     _quorlDispatchable_SetThreadKey(nullptr);
 }
 
@@ -40,7 +32,7 @@ JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlDispatcher_quorlDispatchable_1C
 JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlDispatcher_quorlDispatchable_1Signal(JNIEnv*, jclass, jint id,
                                                                                       jlong threadKeyHandle) {
     if (threadKeyHandle != 0) {
-        std::atomic_ref(*static_cast<quorl_u32*>(toCell(threadKeyHandle))).store(static_cast<quorl_u32>(id));
+        std::atomic_ref(*static_cast<quorl_u32*>(toPointer(threadKeyHandle))).store(static_cast<quorl_u32>(id));
     }
     _quorlDispatchable_Signal(static_cast<quorl_u32>(id));
 }

@@ -87,7 +87,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlVectorListener_quorlEvent_1Crea
     quorlEvent listenerId = 0;
     const quorl_status status = quorlEvent_CreateGroupVectorListener(
         &listenerId, static_cast<quorlQueue>(queueId), vectorListenerCallback, static_cast<quorlTransport>(transportId),
-        subject.text, listenerRef, reinterpret_cast<const void*>(static_cast<intptr_t>(cb)));
+        subject.text, listenerRef, toPointer(cb));
     freeText(subject);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(listenerRef);

@@ -217,11 +217,16 @@ inline void freeText(const TextBuffer<kFixedSize>& buffer) {
     }
 }
 
-// ---- message handles ------------------------------------------------------------------------------------------------
+// ---- pointers and message handles ---------------------------------------------------------------------------------
+
+// Java has no pointers: they travel as numbers.
+inline void* toPointer(jlong number) {
+    return reinterpret_cast<void*>(static_cast<uintptr_t>(number));  // NOLINT(performance-no-int-to-ptr)
+}
 
 // A handle travels as the pointer's value, zero-extended; 0 is no message.
 inline quorlMsg toMsg(jlong handle) {
-    return reinterpret_cast<quorlMsg>(static_cast<uintptr_t>(handle));
+    return static_cast<quorlMsg>(toPointer(handle));
 }
 inline jlong toHandle(quorlMsg message) {
     return static_cast<jlong>(reinterpret_cast<uintptr_t>(message));
