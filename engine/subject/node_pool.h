@@ -115,6 +115,13 @@ class NodePool {
     void prefetch(Index parent, uint64_t hash) const noexcept {
         if (used_ != 0) __builtin_prefetch(&slots_[keyOf(parent, hash) & (slots_.size() - 1)]);
     }
+    // The node that look of the same key most likely finds, or the root; for prefetching. The pool is not empty.
+    Index likely(Index parent, uint64_t hash) const noexcept {
+        if (slots_.empty()) return kNone;
+        uint32_t key = keyOf(parent, hash);
+        const Slot& slot = slots_[key & (slots_.size() - 1)];
+        return slot.key == key ? slot.node : kNone;
+    }
     void prefetch(Index node) const noexcept { __builtin_prefetch(&nodes_[node]); }
 
     // Makes a node, in the table or not. Throws std::bad_alloc, and has then changed nothing that shows.

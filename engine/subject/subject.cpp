@@ -19,26 +19,48 @@ uint64_t equalBytes(uint64_t word, unsigned char byte) {
     return ~((word ^ (kOnes * byte)) + kOnes * 0x7f) & kHighBits;
 }
 
-// Whether text, which is not empty, is plain: eight bytes at a time, and false for whatever is not ASCII, so that a
-// false answer says nothing. Nearly every subject that is ever sent takes this path.
+template <class Word>
+uint64_t load(const char* at) {
+    Word word;
+    std::memcpy(&word, at, sizeof word);
+    return word;
+}
+
+// Whether a word of the text makes it other than plain ASCII, or leaves that open: a byte above 0x7f, a wildcard, a zero
+// byte, two dots in a row. The first byte in memory is the lowest of the word: moved up one byte, a dot meets its
+// successor; lastWasDot is the dot before the word, as the lowest high bit.
+bool spoils(uint64_t word, uint64_t lastWasDot) {
+    uint64_t dots = equalBytes(word, '.');
+    return ((word & kHighBits) | equalBytes(word, 0) | equalBytes(word, '*') | equalBytes(word, '>') |
+            (dots & ((dots << 8) | lastWasDot))) != 0;
+}
+
+// Whether text, which is not empty, is plain: eight bytes at a time, and false for whatever is not ASCII, so that a false
+// answer says nothing. Nearly every subject that is ever sent takes this path.
 bool plainAscii(std::string_view text) {
     if (text.front() == '.' || text.back() == '.') return false;
-    uint64_t lastWasDot = 0;
-    for (size_t at = 0; at < text.size(); at += sizeof(uint64_t)) {
-        uint64_t word = kOnes * 'x';
-        if (text.size() - at >= sizeof word) {
-            std::memcpy(&word, text.data() + at, sizeof word);
-        } else {
-            std::memcpy(&word, text.data() + at, text.size() - at);
+    const char* bytes = text.data();
+    const size_t size = text.size();
+    if (size >= 8) {
+        uint64_t lastWasDot = 0;
+        size_t at = 0;
+        for (; at + 8 <= size; at += 8) {
+            uint64_t word = load<uint64_t>(bytes + at);
+            if (spoils(word, lastWasDot)) return false;
+            lastWasDot = equalBytes(word, '.') >> 56;
         }
-        if (word & kHighBits) return false;
-        uint64_t dots = equalBytes(word, '.');
-        uint64_t forbidden = equalBytes(word, 0) | equalBytes(word, '*') | equalBytes(word, '>');
-        // The first byte in memory is the lowest of the word: moved up one byte, a dot meets its successor.
-        if (forbidden | (dots & ((dots << 8) | lastWasDot))) return false;
-        lastWasDot = dots >> 56;
+        // The last eight bytes, which overlap those before.
+        return at == size || !spoils(load<uint64_t>(bytes + size - 8), 0);
     }
-    return true;
+    // Fewer: from pieces that may overlap, the rest filled with what is harmless.
+    uint64_t word = (kOnes * 'x') << (8 * size);
+    if (size >= 4) {
+        word |= load<uint32_t>(bytes) | load<uint32_t>(bytes + size - 4) << (8 * (size - 4));
+    } else {
+        word |= load<uint8_t>(bytes) | load<uint8_t>(bytes + size / 2) << (8 * (size / 2)) |
+                load<uint8_t>(bytes + size - 1) << (8 * (size - 1));
+    }
+    return !spoils(word, 0);
 }
 
 // The length of the UTF-8 sequence at text[at], whose first byte is above 0x7f; 0 when it is none. Overlong forms,

@@ -79,9 +79,11 @@ class Trie {
     void match(std::string_view subject, F&& visit) const {
         if (subject.size() > QUORL_SUBJECT_MAX) return;
         if (whole_.empty()) return matchTree(subject, visit);
-        // The whole subject's slot is on its way from memory while the tree is walked.
+        // What the whole subject leads to is on its way from memory while the tree is walked.
         uint64_t hash = hashOf(subject);
-        whole_.prefetch(kRoot, hash);
+        Index likely = whole_.likely(kRoot, hash);
+        whole_.prefetch(likely);
+        __builtin_prefetch(whole_[likely].values.first());
         matchTree(subject, visit);
         Index found = whole_.look(kRoot, subject, hash);
         if (found != kNone) whole_[found].values.forEach(visit);
@@ -102,6 +104,7 @@ class Trie {
     class Values {
       public:
         bool empty() const noexcept { return first_ == nullptr; }
+        const T* first() const noexcept { return first_; }
 
         // Returns whether it is the first.
         bool add(T* value) {
@@ -160,17 +163,20 @@ class Trie {
         uint32_t literals = 0;  // children by a literal element
         Index star = kNone;
         Index tail = kNone;  // the child by '>'
-        InlineText<24> text;
+        // A bit for the hash of each literal child, and perhaps of some that are gone: most elements that have no child
+        // need no look into the table.
+        uint64_t filter = 0;
+        InlineText<20> text;
         Values values;
 
         bool leaf() const noexcept { return literals == 0 && star == kNone && tail == kNone; }
+        bool mayHave(uint64_t hash) const noexcept { return (filter >> (hash % 64) & 1) != 0; }
     };
 
-    // An element of the subject that is matched. Trivial, so that an array of them costs nothing to have.
+    // Trivial, so that an array of them costs nothing to have.
     struct Element {
         const char* text;
-        uint32_t size;
-        bool last;
+        size_t size;
         uint64_t hash;
     };
 
@@ -222,15 +228,37 @@ class Trie {
         return from;
     }
 
+    // The elements of the subject that is matched, cut off as the walk first comes near them: most walks end early.
+    class Elements {
+      public:
+        explicit Elements(std::string_view subject) noexcept : subject_(subject), rest_(subject.data()) {}
+
+        // The subject has that element; it has been cut off then. False beyond the end.
+        bool reach(uint32_t place) noexcept {
+            while (known_ <= place) {
+                if (rest_ == nullptr || known_ == kMaxElements) return false;
+                const char* dot = elementEnd(subject_, rest_);
+                std::string_view text(rest_, static_cast<size_t>(dot - rest_));
+                cut_[known_++] = {text.data(), text.size(), hashOf(text)};
+                rest_ = dot == subject_.data() + subject_.size() ? nullptr : dot + 1;
+            }
+            return true;
+        }
+        const Element& operator[](uint32_t place) const noexcept { return cut_[place]; }
+
+      private:
+        std::string_view subject_;
+        const char* rest_;  // null when all are cut off
+        uint32_t known_ = 0;
+        std::array<Element, kMaxElements> cut_;
+    };
+
     // Visits what the tree holds for subject.
     template <class F>
     void matchTree(std::string_view subject, F& visit) const {
         if (tree_.empty()) return;
-        // Elements are cut off the subject as the walk first reaches them: most walks end early.
-        std::array<Element, kMaxElements> elements;
-        uint32_t known = 0;
-        const char* rest = subject.data();
-        const char* end = rest + subject.size();
+        Elements elements(subject);
+        elements.reach(0);
 
         // Depth first; at each level at most one child by '*' is left for later.
         struct Pending {
@@ -244,18 +272,17 @@ class Trie {
             auto [at, depth] = pending[--left];
             for (;;) {
                 const Branch& node = tree_[at];
-                if (node.star != kNone) tree_.prefetch(node.star);
-                if (node.tail != kNone) tree_[node.tail].values.forEach(visit);
-                if (depth == known) {
-                    if (known == kMaxElements) return;  // no subject
-                    const char* dot = elementEnd(subject, rest);
-                    std::string_view text(rest, static_cast<size_t>(dot - rest));
-                    elements[known++] = {text.data(), static_cast<uint32_t>(text.size()), dot == end, hashOf(text)};
-                    rest = dot == end ? end : dot + 1;
-                }
                 const Element& element = elements[depth++];
-                Index next = node.literals == 0 ? kNone : tree_.look(at, {element.text, element.size}, element.hash);
-                if (element.last) {
+                const bool more = elements.reach(depth);
+                if (node.star != kNone) {
+                    // Both are far away in a large tree: they come while the literal child is looked for.
+                    tree_.prefetch(node.star);
+                    if (more) tree_.prefetch(node.star, elements[depth].hash);
+                }
+                if (node.tail != kNone) tree_[node.tail].values.forEach(visit);
+                Index next =
+                    node.mayHave(element.hash) ? tree_.look(at, {element.text, element.size}, element.hash) : kNone;
+                if (!more) {
                     if (node.star != kNone) tree_[node.star].values.forEach(visit);
                     if (next != kNone) tree_[next].values.forEach(visit);
                     break;
@@ -294,6 +321,7 @@ class Trie {
         Index made = tree_.make(parent, element, literal);
         if (literal) {
             ++tree_[parent].literals;
+            tree_[parent].filter |= uint64_t{1} << (hashOf(element) % 64);
         } else {
             (element == "*" ? tree_[parent].star : tree_[parent].tail) = made;
         }
@@ -311,7 +339,7 @@ class Trie {
             } else if (parent.tail == at) {
                 parent.tail = kNone;
             } else {
-                --parent.literals;
+                if (--parent.literals == 0) parent.filter = 0;
                 literal = true;
             }
             tree_.free(at, literal);
