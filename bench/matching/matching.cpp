@@ -1,5 +1,5 @@
-// The cost of a publish against 100 and against 100,000 subscriptions, a tenth of them with a wildcard, four elements
-// deep.
+// The cost of a publish against 100 and against 100,000 subscriptions, a tenth of them with a wildcard, four elements deep.
+#include <array>
 #include <memory>
 #include <random>
 #include <string>
@@ -12,25 +12,45 @@ namespace {
 
 using namespace bench;
 
-// A bus with many listeners, and the subjects to publish on: those of the listeners without a wildcard, in random
-// order, so that every publish reaches a listener, and mostly another one than all the publishes before it.
+using Elements = std::array<std::string, 4>;
+
+// A hundred values for each element: a pattern with one wildcard matches one in a million subjects.
+Elements randomElements(std::mt19937_64& random) {
+    Elements elements;
+    for (std::string& element : elements) element = "part" + std::to_string(random() % 100);
+    return elements;
+}
+
+std::string joined(const Elements& elements) {
+    return elements[0] + "." + elements[1] + "." + elements[2] + "." + elements[3];
+}
+
+// What is published on.
+enum class Subjects {
+    random,  // any subject; one more listener, on ">", hears them all, and hardly any other does
+    heard,   // those of the listeners without a wildcard
+};
+
+// A bus with many listeners, and many subjects to publish on, in random order, so that a publish has little in common
+// with those before it.
 class Population {
   public:
-    explicit Population(size_t size) : bus_(std::to_string(size).c_str()) {
+    Population(size_t size, Subjects kind)
+        : bus_((std::to_string(size) + (kind == Subjects::random ? "-random" : "-heard")).c_str()) {
         std::mt19937_64 random(size);
         std::vector<std::string> plain;
         for (size_t i = 0; i < size; ++i) {
-            // A hundred values for each element: with one of them a wildcard, a pattern matches one in a million
-            // subjects.
-            std::string elements[4];
-            for (std::string& element : elements) element = "part" + std::to_string(random() % 100);
+            Elements elements = randomElements(random);
             bool wild = i % 10 == 0;
-            if (wild) elements[random() % 4] = std::string("*");
-            std::string subject = elements[0] + "." + elements[1] + "." + elements[2] + "." + elements[3];
-            listeners_.emplace_back(bus_, queue_, subject.c_str(), onMessage, this);
-            if (!wild) plain.push_back(subject);
+            if (wild) elements[random() % elements.size()] = std::string("*");
+            listen(joined(elements));
+            if (!wild) plain.push_back(joined(elements));
         }
-        for (size_t i = 0; i < kSubjects; ++i) subjects_.push_back(plain[random() % plain.size()]);
+        if (kind == Subjects::random) listen(">");
+        for (size_t i = 0; i < kSubjects; ++i) {
+            subjects_.push_back(kind == Subjects::random ? joined(randomElements(random))
+                                                         : plain[random() % plain.size()]);
+        }
     }
 
     // Nanoseconds of a publish, and of one with the dispatch of what it caused. The dispatcher runs between batches of
@@ -38,7 +58,7 @@ class Population {
     std::vector<double> run() {
         char payload[16] = {};
         int64_t publishing = 0;
-        int64_t start = nowNs();
+        int64_t start = threadNs();
         int64_t stop = start + static_cast<int64_t>(runSeconds() * 1e9);
         uint64_t published = 0;
         uint64_t received = received_;
@@ -48,11 +68,11 @@ class Population {
                 bus_.publish(subjects_[next_++ % kSubjects].c_str(), payload, sizeof payload);
             }
             published += kBatch;
-            publishing += nowNs() - now;
+            publishing += threadNs() - now;
             quorl_status status = QUORL_OK;
             while (status == QUORL_OK) status = quorlQueue_TimedDispatch(queue_.id(), 0);
             if (status != QUORL_TIMEOUT) need(status, "dispatch");
-            now = nowNs();
+            now = threadNs();
         }
         if (received_ - received < published) fail("a publish did not reach its listener");
         auto each = [&](int64_t time) { return static_cast<double>(time) / static_cast<double>(published); };
@@ -62,6 +82,8 @@ class Population {
   private:
     static constexpr size_t kSubjects = 1 << 16;
     static constexpr size_t kBatch = 256;
+
+    void listen(const std::string& pattern) { listeners_.emplace_back(bus_, queue_, pattern.c_str(), onMessage, this); }
 
     static void onMessage(quorlEvent, quorlMsg, void* closure) { ++static_cast<Population*>(closure)->received_; }
 
@@ -73,11 +95,18 @@ class Population {
     uint64_t received_ = 0;
 };
 
+void compareSizes(Subjects kind, const std::string& name) {
+    Population few(100, kind);
+    Population many(100'000, kind);
+    compare("matching",
+            {{"publish." + name + ".ns", Better::lower}, {"publish_and_dispatch." + name + ".ns", Better::lower}},
+            {"quorl, 100000 subscriptions", [&] { return many.run(); }},
+            {{"quorl, 100 subscriptions", [&] { return few.run(); }}});
+}
+
 }  // namespace
 
 int main() {
-    Population few(100);
-    Population many(100'000);
-    compare("matching", {{"publish.100000.ns", Better::lower}, {"publish_and_dispatch.100000.ns", Better::lower}},
-            {"quorl", [&] { return many.run(); }}, {{"quorl, 100 subscriptions", [&] { return few.run(); }}});
+    compareSizes(Subjects::random, "random");
+    compareSizes(Subjects::heard, "heard");
 }

@@ -23,12 +23,12 @@ namespace bench::message {
 template <class F>
 double timeOf(F&& op) {
     uint64_t calls = 0;
-    int64_t start = nowNs();
+    int64_t start = threadNs();
     int64_t length = static_cast<int64_t>(runSeconds() * 1e8);
     int64_t passed = 0;
     while (passed < length) {
-        for (int i = 0; i < 256; ++i) op(calls++);
-        passed = nowNs() - start;
+        for (int i = 0; i < 2048; ++i) op(calls++);
+        passed = threadNs() - start;
     }
     return static_cast<double>(passed) / static_cast<double>(calls);
 }

@@ -10,6 +10,9 @@
 namespace bench {
 
 int64_t nowNs();  // monotonic
+// Processor time of the calling thread: what cases with one thread are measured by, since it leaves out the time that other
+// processes took. A system call.
+int64_t threadNs();
 
 double median(std::vector<double> values);
 // The value below which the given part of values lies; reorders them. 0 when there are none.
