@@ -94,6 +94,13 @@ void state_parameters() {
                           out_of_memory("Cannot allocate memory for IPM parameters."),
                           {throw_new_line("Cannot allocate memory for IPM parameters.")}});
     });
+    row(native, family, "text_that_cannot_be_had_is_passed_as_null_and_not_given_back", RowKind::failure, [=] {
+        jvm().fail("GetStringUTFChars", 1);
+        Lines without_first = lines;
+        without_first[4] = "quorl_SetQRParameters(2, [null, \"service=b\"])";
+        without_first.erase(without_first.begin() + 5);
+        expect(invoke(), {"0", "", without_first});
+    });
     row(native, family, "memory_is_taken_first_and_given_back_last", RowKind::normal, [=] {
         const Ran ran = invoke();
         EXPECT_EQ(ran.all.front().compare(0, 6, "alloc("), 0) << ran.all.front();

@@ -274,6 +274,10 @@ void state_thread_key() {
         }
         clear_key(made);
     });
+    row(signal, endings, "thread_without_a_cell_is_signalled_without_one", RowKind::normal, [=] {
+        expect(call(&Java_com_vesma_quorl_QuorlDispatcher_quorlDispatchable_1Signal, 7, 0),
+               {"", "", {"_quorlDispatchable_Signal(7)"}});
+    });
     row(signal, endings, "every_status_is_quiet", RowKind::failure, [=] {
         for (int status : failing_statuses()) {
             fresh();
