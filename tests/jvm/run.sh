@@ -1,20 +1,22 @@
 #!/bin/sh
-# Runs JUnit under -Xcheck:jni and fails when the machine warns: run.sh BUILD_DIR JUNIT_PATH [console options]
+# Runs JUnit under -Xcheck:jni and fails when the machine warns: run.sh NAME BUILD_DIR JUNIT_PATH [console options]
+# The report is BUILD_DIR/reports/NAME.xml.
 set -eu
-build=$1 junit=$2
-shift 2
+name=$1 build=$2 junit=$3
+shift 3
 out=$(mktemp)
-trap 'rm -f "$out"' EXIT
-reports=$build/reports/junit
-mkdir -p "$reports"
+reports=$(mktemp -d)
+trap 'rm -rf "$out" "$reports"' EXIT
 status=0
-java -Xcheck:jni -Xmx512m -Dcom.vesma.quorl.library="$build/lib" -cp "$build/java/classes:$build/java/test-classes:$junit" \
+# The machine keeps references to its compiler threads; their number is held still, since tests count references.
+java -Xcheck:jni -XX:-UseDynamicNumberOfCompilerThreads -Xmx512m \
+    -Dcom.vesma.quorl.library="$build/lib" -Dquorl.jar="$build/java/quorl.jar" \
+    -cp "$build/java/classes:$build/java/test-classes:$junit" \
     org.junit.platform.console.ConsoleLauncher --disable-banner --details=tree --disable-ansi-colors \
     --reports-dir="$reports" "$@" >"$out" 2>&1 || status=$?
 cat "$out"
-if [ -f "$reports/TEST-junit-jupiter.xml" ]; then
-    mv "$reports/TEST-junit-jupiter.xml" "$build/reports/jvm.xml"
-fi
+mkdir -p "$build/reports"
+mv "$reports/TEST-junit-jupiter.xml" "$build/reports/$name.xml"
 if grep -E '(WARNING|FATAL ERROR) in native method|JNI local refs' "$out"; then
     echo "the virtual machine warned about the bridge" >&2
     exit 1

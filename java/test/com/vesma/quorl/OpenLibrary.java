@@ -77,7 +77,12 @@ abstract class OpenLibrary {
         }
 
         void join() throws Exception {
-            thread.join(LIMIT.toMillis());
+            joinWithin(0);
+        }
+
+        /** With so many more milliseconds to finish in. */
+        void joinWithin(long more) throws Exception {
+            thread.join(LIMIT.toMillis() + more);
             if (thread.isAlive()) {
                 AssertionError stuck = new AssertionError("stuck: " + thread);
                 stuck.setStackTrace(thread.getStackTrace());
