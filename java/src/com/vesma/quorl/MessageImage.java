@@ -283,6 +283,21 @@ final class MessageImage {
         return table[field * STRIDE + INFO] >>> 16 & 0xFF;
     }
 
+    /** The levels of messages inside. */
+    int depth() {
+        int depth = 0;
+        for (int field = 0; field < count; field++) {
+            if (type(field) == QuorlMsgField.MSG) {
+                depth = Math.max(depth, 1 + ImageValues.msg(this, field).image().depth());
+            } else if (type(field) == QuorlMsgField.MSGARRAY) {
+                for (QuorlMsgView inside : ImageValues.msgArray(this, field)) {
+                    depth = Math.max(depth, 1 + inside.image().depth());
+                }
+            }
+        }
+        return depth;
+    }
+
     /** For texts of refusals. */
     String describe(int field) {
         return MsgCore.describe(name(field), id(field));

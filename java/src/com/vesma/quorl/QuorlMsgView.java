@@ -49,6 +49,11 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
         return new QuorlMsgView(bytes, 0, bytes.length);
     }
 
+    /** The whole of it, to where a message may stand. */
+    void copyTo(ImageWriter out) {
+        out.put(bytes, start, end - start);
+    }
+
     MessageImage image() {
         MessageImage made = image;
         if (made == null) {
@@ -217,6 +222,19 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      */
     public QuorlMsg toMsg() {
         return QuorlMsg.fromBytes(toBytes());
+    }
+
+    /**
+     * Makes a record of the fields; {@link QuorlMsg#of} tells how the two go together.
+     *
+     * @param type the record's class
+     * @return a new record
+     * @param <T> the record's class
+     * @throws QuorlException {@link QuorlException#NOT_FOUND} when there is no field for a component of a primitive type,
+     *     {@link QuorlException#CONVERSION_FAILED} when a field's value does not fit its component
+     */
+    public <T extends Record> T to(Class<T> type) {
+        return type.cast(RecordPlan.of(type).read(image()));
     }
 
     @Override
@@ -692,6 +710,28 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
     }
 
     /**
+     * Reads a value as a Java type: one that the component of a record may have, see {@link QuorlMsg#of}.
+     *
+     * @param name the field's name
+     * @param type the Java type
+     * @return the value
+     * @param <T> the Java type
+     */
+    public <T> T get(String name, Class<T> type) {
+        return read(image(), of(name), type);
+    }
+
+    /** As {@link #get(String, Class)}, by the field's id. */
+    public <T> T get(int id, Class<T> type) {
+        return read(image(), of(id), type);
+    }
+
+    @SuppressWarnings("unchecked") // the class of a primitive type cannot cast its box
+    private static <T> T read(MessageImage image, int field, Class<T> type) {
+        return (T) Codec.of(type).read(image, field);
+    }
+
+    /**
      * One field of a view.
      */
     public static final class Field {
@@ -764,6 +804,17 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
          */
         public Object getValue() {
             return ImageValues.value(image, index);
+        }
+
+        /**
+         * Reads the value as a Java type, as {@link QuorlMsgView#get(String, Class)} does.
+         *
+         * @param as the Java type
+         * @return the value
+         * @param <T> the Java type
+         */
+        public <T> T get(Class<T> as) {
+            return read(image, index, as);
         }
 
         @Override
