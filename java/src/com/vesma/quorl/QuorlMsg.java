@@ -265,6 +265,63 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
         }
     }
 
+    // ---- records ------------------------------------------------------------------------------------------------------
+
+    /**
+     * Makes a message of a record: a field for each component, with the component's name.
+     *
+     * <table>
+     * <caption>What a component becomes, and is read from</caption>
+     * <tr><th>component</th><th>field</th></tr>
+     * <tr><td>boolean; byte, short, int, long; float, double, and their boxes</td>
+     *     <td>BOOL; I8 to I64; F32, F64; read from any number that fits</td></tr>
+     * <tr><td>{@link java.math.BigInteger}</td><td>U64</td></tr>
+     * <tr><td>String, an enum</td><td>STRING, an enum by its constant's name</td></tr>
+     * <tr><td>{@link java.time.Instant}, {@link java.net.Inet4Address}</td><td>DATETIME, IPADDR32</td></tr>
+     * <tr><td>{@code byte[]}</td><td>OPAQUE</td></tr>
+     * <tr><td>{@code short[], int[], long[], float[], double[], String[]}</td><td>the array of that type</td></tr>
+     * <tr><td>a record, {@link QuorlMsgView}</td><td>MSG</td></tr>
+     * <tr><td>List of boxed numbers, of texts or enums, of records or views</td><td>the array of that type</td></tr>
+     * <tr><td>Optional of any of these</td><td>that field, or none</td></tr>
+     * </table>
+     *
+     * <p>{@link FieldType} chooses another type. A component that is null makes no field; a component without a field is
+     * null, or an empty Optional, or refused when its type is primitive.
+     *
+     * @param record the record
+     * @return to be closed by the caller
+     * @throws IllegalArgumentException for a component that no field can hold, or a value that does not fit; the text names
+     *     the record and the component
+     */
+    public static QuorlMsg of(Record record) {
+        ImageWriter out = new ImageWriter();
+        RecordPlan.of(record.getClass()).write(out, record);
+        return out.toMessage();
+    }
+
+    /**
+     * Makes a record of the fields, as {@link QuorlMsgView#to} does.
+     *
+     * @param type the record's class
+     * @return a new record
+     * @param <T> the record's class
+     */
+    public <T extends Record> T to(Class<T> type) {
+        return view().to(type);
+    }
+
+    /**
+     * Reads a value as a Java type, as {@link QuorlMsgView#get(String, Class)} does.
+     *
+     * @param name the field's name
+     * @param type the Java type
+     * @return the value
+     * @param <T> the Java type
+     */
+    public <T> T get(String name, Class<T> type) {
+        return view().get(name, type);
+    }
+
     // ---- subjects -----------------------------------------------------------------------------------------------------
 
     /**
