@@ -4,13 +4,14 @@
 set -eu
 name=$1 build=$2 junit=$3
 shift 3
+source=$(cd "$(dirname "$0")/../.." && pwd)
 out=$(mktemp)
 reports=$(mktemp -d)
 trap 'rm -rf "$out" "$reports"' EXIT
 status=0
 # The machine keeps references to its compiler threads; their number is held still, since tests count references.
 java -Xcheck:jni -XX:-UseDynamicNumberOfCompilerThreads -Xmx512m \
-    -Dcom.vesma.quorl.library="$build/lib" -Dquorl.jar="$build/java/quorl.jar" \
+    -Dcom.vesma.quorl.library="$build/lib" -Dquorl.jar="$build/java/quorl.jar" -Dquorl.source="$source" \
     -cp "$build/java/classes:$build/java/test-classes:$junit" \
     org.junit.platform.console.ConsoleLauncher --disable-banner --details=tree --disable-ansi-colors \
     --reports-dir="$reports" "$@" >"$out" 2>&1 || status=$?
