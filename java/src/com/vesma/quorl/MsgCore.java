@@ -82,7 +82,7 @@ abstract class MsgCore {
         return true;
     }
 
-    /** For the one who ends the message. */
+    /** For the one who ends the message, or has made it and shown it to nobody. */
     final long ownHandle() {
         return handle;
     }

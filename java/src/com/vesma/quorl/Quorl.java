@@ -129,7 +129,8 @@ public final class Quorl implements AutoCloseable {
     /**
      * Sets in-process parameters; the library must not be open. All are checked before any is set.
      *
-     * @param parameters {@code name=value} each, for example {@code daemon=nats://localhost:4222}
+     * @param parameters {@code name=value} each, for example {@code daemon=nats://localhost:4222}; characters up to
+     *     U+FFFF
      * @throws QuorlException {@link QuorlException#NOT_PERMITTED} when the library is open,
      *     {@link QuorlException#INVALID_ARG} for an unknown name or a bad value
      */

@@ -68,7 +68,9 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     public QuorlMsg(String sendSubject) {
         this(create());
         try {
-            setSendSubject(sendSubject);
+            // Nobody else has the message yet, so no guard is needed.
+            byte[] bytes = Texts.cached(sendSubject, "the subject");
+            quorlMsg_SetSendSubject(ownHandle(), bytes, bytes == null ? -1 : bytes.length, this);
         } catch (RuntimeException | Error e) {
             close();
             throw e;

@@ -4,8 +4,10 @@ import java.lang.ref.Reference;
 import java.time.Duration;
 import java.util.List;
 import java.util.Objects;
+import java.util.Queue;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.ConcurrentLinkedQueue;
 
 /**
  * A way for messages to leave and to arrive. {@link QuorlQrdTransport} makes one.
@@ -26,6 +28,9 @@ import java.util.concurrent.ConcurrentHashMap;
 public abstract class QuorlTransport extends LibraryObject {
     /** What the bridge writes of an inbox, the rest of the array zero. */
     private static final int INBOX_BYTES = 255;
+
+    /** Queues of earlier requests: as many as there ever were requests at once. A forgotten one is cleaned up. */
+    private final Queue<QuorlQueue> idleQueues = new ConcurrentLinkedQueue<>();
 
     /** The queues of requests that wait. */
     private final Set<QuorlQueue> requests = ConcurrentHashMap.newKeySet();
@@ -76,7 +81,8 @@ public abstract class QuorlTransport extends LibraryObject {
         double seconds = Dispatchable.seconds(limit, "limit");
         String inbox = createInbox();
         QuorlMsg[] reply = new QuorlMsg[1];
-        QuorlQueue queue = new QuorlQueue();
+        QuorlQueue idle = idleQueues.poll();
+        QuorlQueue queue = idle == null ? new QuorlQueue() : idle;
         requests.add(queue);
         try (QuorlListener listener = new QuorlListener(queue, this, inbox, (l, message) -> reply[0] = message.keep())) {
             request.setReplySubject(listener.getSubject());
@@ -85,8 +91,13 @@ public abstract class QuorlTransport extends LibraryObject {
         } catch (QuorlException e) {
             throw isClosed() ? closedException() : e;
         } finally {
+            // The listener is closed by now, with whatever came after the first reply, so the queue is empty.
             requests.remove(queue);
-            queue.close();
+            if (!isClosed() && !queue.isClosed()) {
+                idleQueues.add(queue);
+            } else {
+                queue.close();
+            }
         }
     }
 
@@ -182,6 +193,9 @@ public abstract class QuorlTransport extends LibraryObject {
         destroy();
         // A request that begins later finds no transport to send on.
         requests.forEach(QuorlQueue::close);
+        for (QuorlQueue idle = idleQueues.poll(); idle != null; idle = idleQueues.poll()) {
+            idle.close();
+        }
     }
 
     @Override
