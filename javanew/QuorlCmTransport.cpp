@@ -22,15 +22,16 @@ void signalReadyToReturn(quorlcmTransport, void* closure) {
     pthread_mutex_unlock(&guard->mutex->mutex);
 }
 
-// One wait and no flag: whatever ends the wait ends the call.
-quorl_status destroyAndWait(quorlcmTransport transport, __destroyExGuard* guard) {
+// One wait and no flag: whatever ends the wait ends the call. A refusal is thrown before the lock is given back.
+void destroyAndWait(JNIEnv* env, quorlcmTransport transport, __destroyExGuard* guard) {
     pthread_mutex_lock(&guard->mutex->mutex);
     const quorl_status status = quorlcmTransport_DestroyEx(transport, signalReadyToReturn, guard);
     if (status == QUORL_OK) {
         _quorlCondition_Wait(guard->condition, guard->mutex);
+    } else {
+        throwStatus(env, status);
     }
     pthread_mutex_unlock(&guard->mutex->mutex);
-    return status;
 }
 
 // ---- ledger review --------------------------------------------------------------------------------------------------
@@ -147,11 +148,10 @@ JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1D
     __destroyExGuard guard = {nullptr, nullptr};
     _quorlCondition_Create(&guard.condition);
     _quorlMutex_Create(&guard.mutex);
-    const quorl_status status = guard.condition != nullptr && guard.mutex != nullptr
-                                    ? destroyAndWait(static_cast<quorlcmTransport>(id), &guard)
-                                    : QUORL_NO_MEMORY;
-    if (status != QUORL_OK) {
-        throwStatus(env, status);
+    if (guard.condition != nullptr && guard.mutex != nullptr) {
+        destroyAndWait(env, static_cast<quorlcmTransport>(id), &guard);
+    } else {
+        throwStatus(env, QUORL_NO_MEMORY);
     }
     _quorlMutex_Destroy(guard.mutex);
     _quorlCondition_Destroy(guard.condition);

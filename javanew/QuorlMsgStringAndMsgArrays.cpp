@@ -107,14 +107,16 @@ void _addOrUpdateStringArray(JNIEnv* env, jlong handle, jbyteArray fieldNameByte
         return;
     }
     const Copied copied = copyStrings(env, array, arrayLength, strings);
-    if (copied != Copied::kAll) {
+    if (copied == Copied::kNullElement) {
+        throwStatusUnlessPending(env, QUORL_INVALID_ARG);
         std::free(strings);
         freeText(name);
-        if (copied == Copied::kNullElement) {
-            throwStatusUnlessPending(env, QUORL_INVALID_ARG);
-        } else {
-            throwOutOfMemory(env, kNoArrayProcessing);
-        }
+        return;
+    }
+    if (copied == Copied::kNoMemory) {
+        std::free(strings);
+        freeText(name);
+        throwOutOfMemory(env, kNoArrayProcessing);
         return;
     }
     const quorl_status status = passStrings(handle, name.text, strings, arrayLength, id, add);
