@@ -1,6 +1,7 @@
 // Entry points for arrays: numbers, strings, messages.
 #include <type_traits>
 
+#include "message/append.h"
 #include "message/seek.h"
 #include "message/values.h"
 #include "quorl/quorl.h"
@@ -32,15 +33,24 @@ quorl_status put(quorlMsg message, const char* name, Array array, uint32_t count
     return write(*slot, checked, id, holder.value);
 }
 
+template <class Element>
+quorl_status add(quorlMsg message, const char* name, const Element* array, uint32_t count, uint16_t id) noexcept {
+    constexpr uint8_t type = numbersType<Element>;
+    uint32_t bytes = 0;
+    if (quorl_status status = checkNumbers(type, array, count, &bytes); status != QUORL_OK) return status;
+    return appendValue<type>(message, name, id, array, count, bytes);
+}
+
 // Numbers are handed out where they lie.
 template <class Element>
 quorl_status get(quorlMsg message, const char* name, const Element** array, uint32_t* count, uint16_t id) noexcept {
     if (array == nullptr || count == nullptr) return fail(QUORL_INVALID_ARG, "no place for the array or its count");
-    Found found;
-    if (quorl_status status = seek(message, name, id, numbersType<Element>, &found); status != QUORL_OK) return status;
+    quorl_status status;
+    const Found found = seekType(message, name, id, numbersType<Element>, &status);
+    if (!found) return status;
     noteHandout(*found.slot);
     *array = reinterpret_cast<const Element*>(found.value());
-    *count = found.field().length;
+    *count = found.field->length;
     return QUORL_OK;
 }
 
@@ -48,10 +58,12 @@ quorl_status get(quorlMsg message, const char* name, const Element** array, uint
 template <uint8_t type, auto make, class Array>
 quorl_status getMade(quorlMsg message, const char* name, Array* array, uint32_t* count, uint16_t id) noexcept {
     if (array == nullptr || count == nullptr) return fail(QUORL_INVALID_ARG, "no place for the array or its count");
-    Found found;
-    if (quorl_status status = seek(message, name, id, type, &found); status != QUORL_OK) return status;
-    if (quorl_status status = make(*found.slot, *found.content, found.index, array); status != QUORL_OK) return status;
-    *count = found.field().length;
+    quorl_status status;
+    const Found found = seekType(message, name, id, type, &status);
+    if (!found) return status;
+    status = make(*found.slot, found.content(), found.index(), array);
+    if (status != QUORL_OK) return status;
+    *count = found.field->length;
     return QUORL_OK;
 }
 
@@ -59,16 +71,16 @@ quorl_status getMade(quorlMsg message, const char* name, Array* array, uint32_t*
 
 extern "C" {
 // clang-format off
-quorl_status quorlMsg_AddI8ArrayEx(quorlMsg message, const char* name, const quorl_i8* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
-quorl_status quorlMsg_AddU8ArrayEx(quorlMsg message, const char* name, const quorl_u8* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
-quorl_status quorlMsg_AddI16ArrayEx(quorlMsg message, const char* name, const quorl_i16* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
-quorl_status quorlMsg_AddU16ArrayEx(quorlMsg message, const char* name, const quorl_u16* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
-quorl_status quorlMsg_AddI32ArrayEx(quorlMsg message, const char* name, const quorl_i32* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
-quorl_status quorlMsg_AddU32ArrayEx(quorlMsg message, const char* name, const quorl_u32* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
-quorl_status quorlMsg_AddI64ArrayEx(quorlMsg message, const char* name, const quorl_i64* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
-quorl_status quorlMsg_AddU64ArrayEx(quorlMsg message, const char* name, const quorl_u64* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
-quorl_status quorlMsg_AddF32ArrayEx(quorlMsg message, const char* name, const quorl_f32* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
-quorl_status quorlMsg_AddF64ArrayEx(quorlMsg message, const char* name, const quorl_f64* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
+quorl_status quorlMsg_AddI8ArrayEx(quorlMsg message, const char* name, const quorl_i8* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddU8ArrayEx(quorlMsg message, const char* name, const quorl_u8* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddI16ArrayEx(quorlMsg message, const char* name, const quorl_i16* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddU16ArrayEx(quorlMsg message, const char* name, const quorl_u16* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddI32ArrayEx(quorlMsg message, const char* name, const quorl_i32* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddU32ArrayEx(quorlMsg message, const char* name, const quorl_u32* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddI64ArrayEx(quorlMsg message, const char* name, const quorl_i64* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddU64ArrayEx(quorlMsg message, const char* name, const quorl_u64* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddF32ArrayEx(quorlMsg message, const char* name, const quorl_f32* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddF64ArrayEx(quorlMsg message, const char* name, const quorl_f64* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
 quorl_status quorlMsg_AddStringArrayEx(quorlMsg message, const char* name, const char** array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
 quorl_status quorlMsg_AddMsgArrayEx(quorlMsg message, const char* name, const quorlMsg* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
 

@@ -1,4 +1,5 @@
 // Entry points for values with a length of their own: strings, opaque and XML bytes, messages inside messages.
+#include "message/append.h"
 #include "message/seek.h"
 #include "message/values.h"
 #include "quorl/quorl.h"
@@ -21,13 +22,20 @@ quorl_status put(quorlMsg message, const char* name, uint16_t id,
 }
 
 template <uint8_t type>
+quorl_status addBytes(quorlMsg message, const char* name, const void* bytes, uint32_t size, uint16_t id) noexcept {
+    if (quorl_status status = checkBytes(bytes, size); status != QUORL_OK) return status;
+    return appendValue<type>(message, name, id, bytes, size, size);
+}
+
+template <uint8_t type>
 quorl_status getBytes(quorlMsg message, const char* name, const void** bytes, uint32_t* size, uint16_t id) noexcept {
     if (bytes == nullptr || size == nullptr) return fail(QUORL_INVALID_ARG, "no place for the bytes or their size");
-    Found found;
-    if (quorl_status status = seek(message, name, id, type, &found); status != QUORL_OK) return status;
+    quorl_status status;
+    const Found found = seekType(message, name, id, type, &status);
+    if (!found) return status;
     noteHandout(*found.slot);
     *bytes = found.value();
-    *size = found.field().length;
+    *size = found.field->length;
     return QUORL_OK;
 }
 
@@ -36,9 +44,8 @@ quorl_status getBytes(quorlMsg message, const char* name, const void** bytes, ui
 extern "C" {
 // clang-format off
 quorl_status quorlMsg_AddMsgEx(quorlMsg message, const char* name, quorlMsg value, quorl_u16 id) { return put<append>(message, name, id, &ValueHolder::fromMessage, value); }
-quorl_status quorlMsg_AddStringEx(quorlMsg message, const char* name, const char* value, quorl_u16 id) { return put<append>(message, name, id, &ValueHolder::fromString, value); }
-quorl_status quorlMsg_AddOpaqueEx(quorlMsg message, const char* name, const void* bytes, quorl_u32 size, quorl_u16 id) { return put<append>(message, name, id, &ValueHolder::fromBytes, uint8_t{QUORLMSG_OPAQUE}, bytes, size); }
-quorl_status quorlMsg_AddXmlEx(quorlMsg message, const char* name, const void* bytes, quorl_u32 size, quorl_u16 id) { return put<append>(message, name, id, &ValueHolder::fromBytes, uint8_t{QUORLMSG_XML}, bytes, size); }
+quorl_status quorlMsg_AddOpaqueEx(quorlMsg message, const char* name, const void* bytes, quorl_u32 size, quorl_u16 id) { return addBytes<QUORLMSG_OPAQUE>(message, name, bytes, size, id); }
+quorl_status quorlMsg_AddXmlEx(quorlMsg message, const char* name, const void* bytes, quorl_u32 size, quorl_u16 id) { return addBytes<QUORLMSG_XML>(message, name, bytes, size, id); }
 
 quorl_status quorlMsg_UpdateMsgEx(quorlMsg message, const char* name, quorlMsg value, quorl_u16 id) { return put<update>(message, name, id, &ValueHolder::fromMessage, value); }
 quorl_status quorlMsg_UpdateStringEx(quorlMsg message, const char* name, const char* value, quorl_u16 id) { return put<update>(message, name, id, &ValueHolder::fromString, value); }
@@ -49,10 +56,17 @@ quorl_status quorlMsg_GetOpaqueEx(quorlMsg message, const char* name, const void
 quorl_status quorlMsg_GetXmlEx(quorlMsg message, const char* name, const void** bytes, quorl_u32* size, quorl_u16 id) { return getBytes<QUORLMSG_XML>(message, name, bytes, size, id); }
 // clang-format on
 
+quorl_status quorlMsg_AddStringEx(quorlMsg message, const char* name, const char* value, quorl_u16 id) {
+    uint32_t size = 0;
+    if (quorl_status status = checkString(value, &size); status != QUORL_OK) return status;
+    return appendValue<QUORLMSG_STRING>(message, name, id, value, size, size);
+}
+
 quorl_status quorlMsg_GetStringEx(quorlMsg message, const char* name, const char** value, quorl_u16 id) {
     if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the string");
-    Found found;
-    if (quorl_status status = seek(message, name, id, QUORLMSG_STRING, &found); status != QUORL_OK) return status;
+    quorl_status status;
+    const Found found = seekType(message, name, id, QUORLMSG_STRING, &status);
+    if (!found) return status;
     noteHandout(*found.slot);
     *value = reinterpret_cast<const char*>(found.value());
     return QUORL_OK;
@@ -60,9 +74,10 @@ quorl_status quorlMsg_GetStringEx(quorlMsg message, const char* name, const char
 
 quorl_status quorlMsg_GetMsgEx(quorlMsg message, const char* name, quorlMsg* value, quorl_u16 id) {
     if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the message");
-    Found found;
-    if (quorl_status status = seek(message, name, id, QUORLMSG_MSG, &found); status != QUORL_OK) return status;
-    return innerMessage(*found.slot, *found.content, found.index, value);
+    quorl_status status;
+    const Found found = seekType(message, name, id, QUORLMSG_MSG, &status);
+    if (!found) return status;
+    return innerMessage(*found.slot, found.content(), found.index(), value);
 }
 
 }  // extern "C"

@@ -1,10 +1,10 @@
 // Entry points for one-value fields: numbers, booleans, IP ports and addresses, date-times.
 #include <type_traits>
 
+#include "message/append.h"
 #include "message/convert.h"
 #include "message/seek.h"
 #include "message/values.h"
-#include "message/write.h"
 #include "quorl/quorl.h"
 
 using namespace quorl;
@@ -16,16 +16,19 @@ namespace {
 
 template <uint8_t type, class Native>
 quorl_status add(quorlMsg message, const char* name, Native value, uint16_t id) noexcept {
-    Slot* slot;
-    Name checked;
-    if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
-    if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
     if constexpr (std::is_same_v<Native, quorl_bool>) {
         const uint8_t byte = value != 0;
-        return appendScalar<1>(*slot, checked, id, type, &byte);
+        return appendValue<type>(message, name, id, &byte, 1, 1);
     } else {
-        return appendScalar<sizeof(Native)>(*slot, checked, id, type, &value);
+        return appendValue<type>(message, name, id, &value, 1, sizeof(Native));
     }
+}
+
+quorl_status addDateTime(quorlMsg message, const char* name, const quorlMsgDateTime* value, uint16_t id) noexcept {
+    ValueHolder holder;
+    if (quorl_status status = holder.fromDateTime(value); status != QUORL_OK) return status;
+    constexpr uint32_t size = wireSizeOf<quorlMsgDateTime>;
+    return appendValue<QUORLMSG_DATETIME>(message, name, id, holder.value.data, 1, size);
 }
 
 template <uint8_t type, class Native>
@@ -43,15 +46,14 @@ quorl_status change(quorlMsg message, const char* name, Native value, uint16_t i
     return update(*slot, checked, id, holder.value);
 }
 
-template <auto write>
-quorl_status putDateTime(quorlMsg message, const char* name, const quorlMsgDateTime* value, uint16_t id) noexcept {
+quorl_status changeDateTime(quorlMsg message, const char* name, const quorlMsgDateTime* value, uint16_t id) noexcept {
     Slot* slot;
     Name checked;
+    ValueHolder holder;
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
     if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
-    ValueHolder holder;
     if (quorl_status status = holder.fromDateTime(value); status != QUORL_OK) return status;
-    return write(*slot, checked, id, holder.value);
+    return update(*slot, checked, id, holder.value);
 }
 
 // ---- get --------------------------------------------------------------------------------------------------------
@@ -88,9 +90,10 @@ bool readNumber(const uint8_t* value, uint8_t type, To* to) noexcept {
 template <uint8_t type, class Native>
 quorl_status get(quorlMsg message, const char* name, Native* value, uint16_t id) noexcept {
     if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the value");
-    Found found;
-    if (quorl_status status = seek(message, name, id, &found); status != QUORL_OK) return status;
-    const Field& field = found.field();
+    quorl_status status;
+    const Found found = seek(message, name, id, &status);
+    if (!found) return status;
+    const Field& field = *found.field;
     const uint8_t* from = found.value();
     if constexpr (!std::is_same_v<Native, quorl_bool>) {
         if (field.type == type) [[likely]] {
@@ -106,8 +109,9 @@ quorl_status get(quorlMsg message, const char* name, Native* value, uint16_t id)
 
 quorl_status getDateTime(quorlMsg message, const char* name, quorlMsgDateTime* value, uint16_t id) noexcept {
     if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the value");
-    Found found;
-    if (quorl_status status = seek(message, name, id, QUORLMSG_DATETIME, &found); status != QUORL_OK) return status;
+    quorl_status status;
+    const Found found = seekType(message, name, id, QUORLMSG_DATETIME, &status);
+    if (!found) return status;
     const uint8_t* from = found.value();
     *value = {wire::load<int64_t>(from), wire::load<uint32_t>(from + 8)};
     return QUORL_OK;
@@ -130,7 +134,7 @@ quorl_status quorlMsg_AddF32Ex(quorlMsg message, const char* name, quorl_f32 val
 quorl_status quorlMsg_AddF64Ex(quorlMsg message, const char* name, quorl_f64 value, quorl_u16 id) { return add<QUORLMSG_F64>(message, name, value, id); }
 quorl_status quorlMsg_AddIPPort16Ex(quorlMsg message, const char* name, quorl_ipport16 value, quorl_u16 id) { return add<QUORLMSG_IPPORT16>(message, name, value, id); }
 quorl_status quorlMsg_AddIPAddr32Ex(quorlMsg message, const char* name, quorl_ipaddr32 value, quorl_u16 id) { return add<QUORLMSG_IPADDR32>(message, name, value, id); }
-quorl_status quorlMsg_AddDateTimeEx(quorlMsg message, const char* name, const quorlMsgDateTime* value, quorl_u16 id) { return putDateTime<append>(message, name, value, id); }
+quorl_status quorlMsg_AddDateTimeEx(quorlMsg message, const char* name, const quorlMsgDateTime* value, quorl_u16 id) { return addDateTime(message, name, value, id); }
 
 quorl_status quorlMsg_UpdateBoolEx(quorlMsg message, const char* name, quorl_bool value, quorl_u16 id) { return change<QUORLMSG_BOOL>(message, name, value, id); }
 quorl_status quorlMsg_UpdateI8Ex(quorlMsg message, const char* name, quorl_i8 value, quorl_u16 id) { return change<QUORLMSG_I8>(message, name, value, id); }
@@ -145,7 +149,7 @@ quorl_status quorlMsg_UpdateF32Ex(quorlMsg message, const char* name, quorl_f32 
 quorl_status quorlMsg_UpdateF64Ex(quorlMsg message, const char* name, quorl_f64 value, quorl_u16 id) { return change<QUORLMSG_F64>(message, name, value, id); }
 quorl_status quorlMsg_UpdateIPPort16Ex(quorlMsg message, const char* name, quorl_ipport16 value, quorl_u16 id) { return change<QUORLMSG_IPPORT16>(message, name, value, id); }
 quorl_status quorlMsg_UpdateIPAddr32Ex(quorlMsg message, const char* name, quorl_ipaddr32 value, quorl_u16 id) { return change<QUORLMSG_IPADDR32>(message, name, value, id); }
-quorl_status quorlMsg_UpdateDateTimeEx(quorlMsg message, const char* name, const quorlMsgDateTime* value, quorl_u16 id) { return putDateTime<update>(message, name, value, id); }
+quorl_status quorlMsg_UpdateDateTimeEx(quorlMsg message, const char* name, const quorlMsgDateTime* value, quorl_u16 id) { return changeDateTime(message, name, value, id); }
 
 quorl_status quorlMsg_GetBoolEx(quorlMsg message, const char* name, quorl_bool* value, quorl_u16 id) { return get<QUORLMSG_BOOL>(message, name, value, id); }
 quorl_status quorlMsg_GetI8Ex(quorlMsg message, const char* name, quorl_i8* value, quorl_u16 id) { return get<QUORLMSG_I8>(message, name, value, id); }

@@ -18,9 +18,8 @@ uint8_t* ownImage(Content* content) noexcept {
     return reinterpret_cast<uint8_t*>(content + 1);
 }
 
-// A content with nothing in it yet, not even an image's header.
-Content* newBlock(size_t room) noexcept {
-    Content* content = pool::acquire(room);
+// Makes a content of a block, with nothing in it yet, not even an image's header. Null: there is no block.
+Content* prepared(Content* content) noexcept {
     if (content == nullptr) return nullptr;
     content->references.store(1, std::memory_order_relaxed);
     content->image = ownImage(content);
@@ -35,6 +34,10 @@ Content* newBlock(size_t room) noexcept {
     content->shortSend[0] = '\0';
     content->shortReply[0] = '\0';
     return content;
+}
+
+Content* newBlock(size_t room) noexcept {
+    return prepared(pool::acquire(room));
 }
 
 bool setSubject(std::string_view subject, char* brief, char*& lengthy, uint8_t& length) noexcept {
@@ -59,7 +62,7 @@ bool setSubject(std::string_view subject, char* brief, char*& lengthy, uint8_t& 
 }  // namespace
 
 Content* newContent(size_t room) noexcept {
-    Content* content = newBlock(wire::headerSize + room);
+    Content* content = prepared(pool::acquireToGrow(wire::headerSize + room));
     if (content == nullptr) return nullptr;
     content->size = wire::headerSize;
     wire::store(content->image, wire::magic);
@@ -71,7 +74,7 @@ Content* copyContent(const Content& from, size_t grow) noexcept {
     const size_t table = from.count * sizeof(Field);
     Content* copy = newBlock(from.size + table + grow);
     if (copy == nullptr) return nullptr;
-    if (!copy->copySubjects(from)) {
+    if ((from.sendLength | from.replyLength) != 0 && !copy->copySubjects(from)) {
         copy->release();
         return nullptr;
     }

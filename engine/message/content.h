@@ -20,10 +20,15 @@ using wire::Field;
 
 constexpr uint32_t notFound = UINT32_MAX;
 
-// A field's name as a caller gives it.
+// A field's name as a caller gives it; none when it is made without arguments.
 struct Name {
     const char* text = nullptr;
+    uint32_t tail = 0;  // as Field::tail
     uint8_t length = wire::noName;
+
+    Name() noexcept = default;
+    Name(const char* given, uint32_t size) noexcept
+        : text(given), tail(wire::tailOf(given, size)), length(static_cast<uint8_t>(size)) {}
 };
 
 class alignas(cacheLine) Content {
@@ -60,6 +65,9 @@ class alignas(cacheLine) Content {
     uint32_t end(uint32_t i) const noexcept { return i + 1 < count ? field(i + 1).head : size; }
     const char* name(const Field& of) const noexcept {
         return of.nameLength == wire::noName ? nullptr : reinterpret_cast<const char*>(image + of.name());
+    }
+    Name nameOf(const Field& of) const noexcept {
+        return of.nameLength == wire::noName ? Name() : Name(name(of), of.nameLength);
     }
     const uint8_t* value(const Field& of) const noexcept { return image + of.value; }
 
@@ -124,13 +132,23 @@ extern const uint8_t emptyImage[wire::headerSize];
 
 // The index of the field with that id (not 0), or of the first one with that name; notFound.
 uint32_t findId(const Content& content, uint16_t id) noexcept;
-uint32_t findName(const Content& content, Name name) noexcept;
+uint32_t findName(const Content& content, const Name& name) noexcept;
 // The first field with that name at index from or behind it.
-uint32_t findNameFrom(const Content& content, Name name, uint32_t from) noexcept;
+uint32_t findNameFrom(const Content& content, const Name& name, uint32_t from) noexcept;
 
-inline bool sameName(const Content& content, const Field& field, Name name) noexcept {
-    return field.nameLength == name.length &&
-           (name.length == wire::noName || std::memcmp(content.image + field.name(), name.text, name.length) == 0);
+// Up to 16 bytes are compared in two overlapping words, without the call that memcmp is.
+inline bool sameName(const Content& content, const Field& field, const Name& name) noexcept {
+    if (field.tail != name.tail || field.nameLength != name.length) return false;
+    const uint32_t length = name.length;
+    if (length < 4 || length == wire::noName) return true;  // the tail is all of it
+    const uint8_t* present = content.image + field.name();
+    const auto* given = reinterpret_cast<const uint8_t*>(name.text);
+    if (length <= 8) return wire::load<uint32_t>(present) == wire::load<uint32_t>(given);
+    if (length <= 16) {
+        return wire::load<uint64_t>(present) == wire::load<uint64_t>(given) &&
+               wire::load<uint64_t>(present + length - 8) == wire::load<uint64_t>(given + length - 8);
+    }
+    return std::memcmp(present, given, length) == 0;
 }
 
 // Tells the index, if there is one, of the field that was appended last. The content must be unshared.

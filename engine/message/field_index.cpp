@@ -56,7 +56,7 @@ uint64_t hashName(const void* name, uint32_t length) noexcept {
 uint64_t hashOf(const Content& content, const Field& field) noexcept {
     return field.nameLength == wire::noName ? hashKey() : hashName(content.image + field.name(), field.nameLength);
 }
-uint64_t hashOf(Name name) noexcept {
+uint64_t hashOf(const Name& name) noexcept {
     return name.length == wire::noName ? hashKey() : hashName(name.text, name.length);
 }
 uint32_t hashId(uint16_t id) noexcept {
@@ -82,7 +82,7 @@ void insert(const Content& content, FieldIndex& index, uint32_t number) noexcept
         // The first field of a name is the one that a search finds.
         if (names[at] >> 32 == hash >> 32) {
             const Field& other = content.field(fieldOf(names[at]));
-            if (sameName(content, other, {content.name(field), field.nameLength})) break;
+            if (sameName(content, other, content.nameOf(field))) break;
         }
     }
     if (field.id != 0) {
@@ -124,18 +124,16 @@ const FieldIndex* indexOf(const Content& content) noexcept {
 
 }  // namespace
 
-uint32_t findNameFrom(const Content& content, Name name, uint32_t from) noexcept {
-    const uint32_t tail = name.length == wire::noName ? 0 : wire::tailOf(name.text, name.length);
+uint32_t findNameFrom(const Content& content, const Name& name, uint32_t from) noexcept {
     const Field* end = content.top - content.count;
     for (const Field* field = content.top - from; field != end;) {
         --field;
-        if (field->tail == tail && sameName(content, *field, name))
-            return static_cast<uint32_t>(content.top - field - 1);
+        if (sameName(content, *field, name)) return static_cast<uint32_t>(content.top - field - 1);
     }
     return notFound;
 }
 
-uint32_t findName(const Content& content, Name name) noexcept {
+uint32_t findName(const Content& content, const Name& name) noexcept {
     if (content.count > fewFields) {
         if (const FieldIndex* index = indexOf(content)) {
             const uint64_t hash = hashOf(name);

@@ -33,7 +33,7 @@ class NothingKept {
         }
         while (true) {
             failAllocationAfter(0);
-            Slot* slot = pool::acquireSlot();
+            Slot* slot = pool::acquireSlot(0);
             failAllocationAfter(-1);
             if (slot == nullptr) break;
             slot->nextBatch = slots_;
@@ -42,7 +42,7 @@ class NothingKept {
     }
     ~NothingKept() {
         while (blocks_ != nullptr) pool::release(std::exchange(blocks_, blocks_->nextBatch));
-        while (slots_ != nullptr) pool::releaseSlot(std::exchange(slots_, slots_->nextBatch));
+        while (slots_ != nullptr) pool::releaseSlot(std::exchange(slots_, slots_->nextBatch), 0);
     }
 
   private:

@@ -31,22 +31,29 @@ constinit Content emptyContent = {
 
 void fillScalar(const uint8_t* value, uint8_t type, quorlLocalData* data) noexcept {
     switch (type) {
-        case QUORLMSG_BOOL:
-            data->boolean = *value != 0 ? QUORL_TRUE : QUORL_FALSE;
-            return;
-        case QUORLMSG_DATETIME:
-            data->date.sec = wire::load<int64_t>(value);
-            data->date.nsec = wire::load<uint32_t>(value + 8);
-            return;
+#define QUORL_SCALAR(TYPE, Name, Native, member)               \
+    case QUORLMSG_##TYPE:                                      \
+        if constexpr (wireSizeOf<Native> == sizeof(Native)) {  \
+            std::memcpy(&data->member, value, sizeof(Native)); \
+            return;                                            \
+        }                                                      \
+        break;
+#include "message/types.def"
         default:
-            std::memcpy(data, value, typeInfo(type).wireSize);  // a union: every member starts where it does
+            return;
+    }
+    if (type == QUORLMSG_BOOL) {
+        data->boolean = *value != 0 ? QUORL_TRUE : QUORL_FALSE;
+    } else {
+        data->date.sec = wire::load<int64_t>(value);
+        data->date.nsec = wire::load<uint32_t>(value + 8);
     }
 }
 
 }  // namespace
 
 Slot* openSlot(Owner owner) noexcept {
-    Slot* slot = pool::acquireSlot();
+    Slot* slot = pool::acquireSlot(owner == Owner::outer ? 0 : 1);
     if (slot == nullptr) return nullptr;
     slot->content = nullptr;
     slot->closure = nullptr;
@@ -66,7 +73,6 @@ quorl_status newMessage(Content* content, Owner owner, const void* closure, quor
     }
     slot->content = content;
     slot->closure = closure;
-    pool::countMessage(1);
     *message = handleOf(*slot);
     return QUORL_OK;
 }
@@ -77,8 +83,7 @@ void dropMessage(Slot& slot) noexcept {
     slot.live.store(0, std::memory_order_release);
     if (slot.handouts != nullptr) dropHandouts(slot);
     if (slot.content != nullptr) slot.content->release();
-    if (slot.owner != Owner::outer) pool::countMessage(-1);
-    pool::releaseSlot(&slot);
+    pool::releaseSlot(&slot, slot.owner == Owner::outer ? 0 : -1);
 }
 
 Content* missingContent(Slot& slot) noexcept {
@@ -87,7 +92,7 @@ Content* missingContent(Slot& slot) noexcept {
     return slot.content;
 }
 
-quorl_status locate(const Content& content, Name name, uint16_t id, uint32_t* index) noexcept {
+quorl_status locate(const Content& content, const Name& name, uint16_t id, uint32_t* index) noexcept {
     const uint32_t found = id != 0 ? findId(content, id) : findName(content, name);
     if (found == notFound) return QUORL_NOT_FOUND;
     if (id != 0 && name.text != nullptr && !sameName(content, content.field(found), name)) {
@@ -109,53 +114,56 @@ quorl_status missing(const char* name, uint16_t id) noexcept {
 quorl_status describe(Slot& slot, Content& content, uint32_t index, quorlMsgField* record) noexcept {
     const Field& field = content.field(index);
     const TypeInfo& info = typeInfo(field.type);
-    quorlMsgField filled{};
-    filled.name = content.name(field);
-    filled.id = field.id;
-    filled.type = field.type;
-    filled.size = info.nativeSize;
-    filled.count = 1;
-    quorl_status status = QUORL_OK;
+    const uint8_t* value = content.value(field);
+    uint32_t size = info.nativeSize;
+    uint32_t count = 1;
+    // The record is written where it stands, and only when nothing can fail any more.
     switch (info.kind) {
         case Kind::scalar:
-            fillScalar(content.value(field), field.type, &filled.data);
+            fillScalar(value, field.type, &record->data);
             break;
         case Kind::string:
-            filled.size = field.length;
-            filled.data.str = reinterpret_cast<const char*>(content.value(field));
+            size = field.length;
+            record->data.str = reinterpret_cast<const char*>(value);
             break;
         case Kind::bytes:
-            filled.size = field.length;
-            filled.data.buf = content.value(field);
+            size = field.length;
+            record->data.buf = value;
             break;
         case Kind::numbers:
-            filled.count = field.length;
-            filled.data.array = content.value(field);
+            count = field.length;
+            record->data.array = value;
             break;
-        case Kind::message:
-            filled.size = field.length;
-            status = innerMessage(slot, content, index, &filled.data.msg);
+        case Kind::message: {
+            size = field.length;
+            quorlMsg inner;
+            if (quorl_status status = innerMessage(slot, content, index, &inner); status != QUORL_OK) return status;
+            record->data.msg = inner;
             break;
+        }
         case Kind::strings: {
-            filled.count = field.length;
-            const char* const* array = nullptr;
-            status = strings(slot, content, index, &array);
-            filled.data.array = array;
+            count = field.length;
+            const char* const* array;
+            if (quorl_status status = strings(slot, content, index, &array); status != QUORL_OK) return status;
+            record->data.array = array;
             break;
         }
         case Kind::messages: {
-            filled.count = field.length;
-            const quorlMsg* array = nullptr;
-            status = innerMessages(slot, content, index, &array);
-            filled.data.array = array;
+            count = field.length;
+            const quorlMsg* array;
+            if (quorl_status status = innerMessages(slot, content, index, &array); status != QUORL_OK) return status;
+            record->data.array = array;
             break;
         }
         case Kind::none:
             break;
     }
-    if (status != QUORL_OK) return status;
     noteHandout(slot);
-    *record = filled;
+    record->name = content.name(field);
+    record->size = size;
+    record->count = count;
+    record->id = field.id;
+    record->type = field.type;
     return QUORL_OK;
 }
 

@@ -12,7 +12,7 @@ namespace quorl::message {
 
 // ---- life -------------------------------------------------------------------------------------------------------
 
-// A slot with a live handle, no content and nothing handed out; null: no memory. Not counted as a message.
+// A slot with a live handle, no content and nothing handed out; null: no memory.
 Slot* openSlot(Owner owner) noexcept;
 
 // A message over content (counted; the message takes it, also on failure; null: empty). QUORL_NO_MEMORY.
@@ -52,13 +52,13 @@ inline quorl_status readName(const char* text, Name* name) noexcept {
     if (length > QUORL_FIELD_NAME_MAX) {
         return fail(QUORL_INVALID_NAME, "the name \"%.40s...\" is longer than %d bytes", text, QUORL_FIELD_NAME_MAX);
     }
-    *name = {text, static_cast<uint8_t>(length)};
+    *name = Name(text, static_cast<uint32_t>(length));
     return QUORL_OK;
 }
 
 // The index of the field that name and id ask for: QUORL_OK, QUORL_NOT_FOUND (without a detail text),
 // QUORL_ID_CONFLICT.
-quorl_status locate(const Content& content, Name name, uint16_t id, uint32_t* index) noexcept;
+quorl_status locate(const Content& content, const Name& name, uint16_t id, uint32_t* index) noexcept;
 
 // Sets the detail text of a field that is not there and returns QUORL_NOT_FOUND.
 quorl_status missing(const char* name, uint16_t id) noexcept;
@@ -103,8 +103,8 @@ inline quorl_status findToChange(quorlMsg message, Slot** slot) noexcept {
 // Append a field, replace a field's value or append, remove a field. On failure nothing is changed.
 // QUORL_ID_IN_USE, QUORL_ID_CONFLICT, QUORL_INVALID_TYPE, QUORL_INVALID_SIZE, QUORL_INVALID_MSG (too deep),
 // QUORL_NO_MEMORY.
-quorl_status append(Slot& slot, Name name, uint16_t id, const Value& value) noexcept;
-quorl_status update(Slot& slot, Name name, uint16_t id, const Value& value) noexcept;
+quorl_status append(Slot& slot, const Name& name, uint16_t id, const Value& value) noexcept;
+quorl_status update(Slot& slot, const Name& name, uint16_t id, const Value& value) noexcept;
 quorl_status remove(Slot& slot, uint32_t index) noexcept;
 
 // Sets or, with an empty one, takes away a subject that has been checked. QUORL_NO_MEMORY.

@@ -52,6 +52,8 @@ struct ThreadCache {
     Magazine<Content> blocks[classes];
     Magazine<Slot> slots;
     std::atomic<int64_t> messages{0};  // written by its thread alone
+    uint8_t startClass = 0;            // of contents that will be added to
+    uint8_t startsLeft = 0;            // how many more of them begin there before a smaller one is tried again
     ThreadCache* next = nullptr;       // of the depot's list; depot.mutex
 };
 
@@ -262,6 +264,35 @@ inline Item* pop(Magazine<Item>& magazine) noexcept {
     return static_cast<Content*>(memory);
 }
 
+// The thread's list is empty: its spare batch, or one from the depot.
+[[gnu::noinline]] Slot* refillSlots(ThreadCache* mine) noexcept {
+    if (mine != nullptr && mine->slots.spare != nullptr) {
+        mine->slots.first = std::exchange(mine->slots.spare, nullptr);
+        mine->slots.count = slotBatch;
+        return pop(mine->slots);
+    }
+    Slot* batch = takeSlotsFromDepot();
+    if (batch == nullptr) return nullptr;
+    if (mine == nullptr) {
+        if (batch->nextOfBatch != nullptr) giveSlotsToDepot(batch->nextOfBatch);
+        return batch;
+    }
+    // A batch from a new chunk or an ended thread may be short; its length does not matter while it is the first.
+    mine->slots.first = batch;
+    mine->slots.count = 0;
+    for (const Slot* slot = batch; slot != nullptr; slot = slot->nextOfBatch) ++mine->slots.count;
+    return pop(mine->slots);
+}
+
+inline void count(ThreadCache* mine, int messages) noexcept {
+    if (mine != nullptr) [[likely]] {
+        mine->messages.store(mine->messages.load(std::memory_order_relaxed) + messages, std::memory_order_relaxed);
+        return;
+    }
+    std::lock_guard lock(depot.mutex);
+    depot.messages += messages;
+}
+
 [[gnu::noinline]] Content* acquireLarge(size_t room) noexcept {
     const size_t size = (sizeof(Content) + room + cacheLine - 1) & ~(cacheLine - 1);
     auto* block = static_cast<Content*>(allocate(size));
@@ -271,13 +302,13 @@ inline Item* pop(Magazine<Item>& magazine) noexcept {
     return block;
 }
 
-}  // namespace
-
-Content* acquire(size_t room) noexcept {
+inline unsigned classFor(size_t room) noexcept {
     unsigned sizeClass = 0;
     while (sizeClass < classes && sizeof(Content) + room > blockSizes[sizeClass]) ++sizeClass;
-    if (sizeClass == classes) return acquireLarge(room);
-    ThreadCache* mine = threadCache();
+    return sizeClass;
+}
+
+inline Content* acquireBlock(ThreadCache* mine, unsigned sizeClass) noexcept {
     Content* block = mine != nullptr && mine->blocks[sizeClass].first != nullptr ? pop(mine->blocks[sizeClass])
                                                                                  : refill(mine, sizeClass);
     if (block == nullptr) return nullptr;
@@ -285,6 +316,32 @@ Content* acquire(size_t room) noexcept {
     block->top = reinterpret_cast<Field*>(reinterpret_cast<char*>(block) + blockSizes[sizeClass]);
     unpoison(block);
     return block;
+}
+
+}  // namespace
+
+Content* acquire(size_t room) noexcept {
+    const unsigned sizeClass = classFor(room);
+    return sizeClass == classes ? acquireLarge(room) : acquireBlock(threadCache(), sizeClass);
+}
+
+Content* acquireToGrow(size_t room) noexcept {
+    unsigned sizeClass = classFor(room);
+    if (sizeClass == classes) return acquireLarge(room);
+    ThreadCache* mine = threadCache();
+    if (mine != nullptr && mine->startsLeft > 0) {
+        --mine->startsLeft;
+        sizeClass = std::max<unsigned>(sizeClass, mine->startClass);
+    }
+    return acquireBlock(mine, sizeClass);
+}
+
+void outgrown(uint8_t sizeClass) noexcept {
+    ThreadCache* mine = threadCache();
+    if (mine == nullptr || sizeClass >= classes) return;
+    constexpr uint8_t period = 64;
+    mine->startClass = sizeClass;
+    mine->startsLeft = period;
 }
 
 void release(Content* block) noexcept {
@@ -304,29 +361,16 @@ void release(Content* block) noexcept {
     push(magazine, block);
 }
 
-Slot* acquireSlot() noexcept {
+Slot* acquireSlot(int messages) noexcept {
     ThreadCache* mine = threadCache();
-    if (mine != nullptr && mine->slots.first != nullptr) return pop(mine->slots);
-    if (mine != nullptr && mine->slots.spare != nullptr) {
-        mine->slots.first = std::exchange(mine->slots.spare, nullptr);
-        mine->slots.count = slotBatch;
-        return pop(mine->slots);
-    }
-    Slot* batch = takeSlotsFromDepot();
-    if (batch == nullptr) return nullptr;
-    if (mine == nullptr) {
-        if (batch->nextOfBatch != nullptr) giveSlotsToDepot(batch->nextOfBatch);
-        return batch;
-    }
-    // A batch from a new chunk or an ended thread may be short; its length does not matter while it is the first.
-    mine->slots.first = batch;
-    mine->slots.count = 0;
-    for (const Slot* slot = batch; slot != nullptr; slot = slot->nextOfBatch) ++mine->slots.count;
-    return pop(mine->slots);
+    Slot* slot = mine != nullptr && mine->slots.first != nullptr ? pop(mine->slots) : refillSlots(mine);
+    if (slot != nullptr) count(mine, messages);
+    return slot;
 }
 
-void releaseSlot(Slot* slot) noexcept {
+void releaseSlot(Slot* slot, int messages) noexcept {
     ThreadCache* mine = threadCache();
+    count(mine, messages);
     if (mine == nullptr) {
         slot->nextOfBatch = nullptr;
         giveSlotsToDepot(slot);
@@ -338,15 +382,6 @@ void releaseSlot(Slot* slot) noexcept {
         mine->slots.count = 0;
     }
     push(mine->slots, slot);
-}
-
-void countMessage(int64_t change) noexcept {
-    if (ThreadCache* mine = threadCache()) {
-        mine->messages.store(mine->messages.load(std::memory_order_relaxed) + change, std::memory_order_relaxed);
-        return;
-    }
-    std::lock_guard lock(depot.mutex);
-    depot.messages += change;
 }
 
 uint64_t messages() noexcept {

@@ -14,12 +14,17 @@ namespace quorl::message::pool {
 Content* acquire(size_t room) noexcept;
 void release(Content* block) noexcept;
 
-// A slot for a handle: its next handle value is in Slot::next. Null: no memory, or no number left.
-Slot* acquireSlot() noexcept;
-void releaseSlot(Slot* slot) noexcept;
+// The same for a content that will be added to: a thread whose messages outgrow their first blocks gets larger ones.
+Content* acquireToGrow(size_t room) noexcept;
+// Says that a content has had to move to a block of that class.
+void outgrown(uint8_t sizeClass) noexcept;
 
-// Messages alive in the process; what one thread adds may be taken off by another.
-void countMessage(int64_t change) noexcept;
+// A slot for a handle: its next handle value is in Slot::next. Null: no memory, or no number left. messages is what the
+// slot adds to the number of messages alive: 1 or -1, or 0 for those inside others.
+Slot* acquireSlot(int messages) noexcept;
+void releaseSlot(Slot* slot, int messages) noexcept;
+
+// Messages alive in the process.
 uint64_t messages() noexcept;
 
 }  // namespace quorl::message::pool

@@ -5,34 +5,35 @@
 
 namespace quorl::message {
 
-// A field that was found.
+// A field that was found; the slot has a content then. field null: none.
 struct Found {
     Slot* slot;
-    Content* content;
-    uint32_t index;
+    const Field* field;
 
-    const Field& field() const noexcept { return content->field(index); }
-    const uint8_t* value() const noexcept { return content->value(field()); }
+    Content& content() const noexcept { return *slot->content; }
+    uint32_t index() const noexcept { return static_cast<uint32_t>(content().top - field - 1); }
+    const uint8_t* value() const noexcept { return content().value(*field); }
+    explicit operator bool() const noexcept { return field != nullptr; }
 };
 
-// QUORL_INVALID_MSG, QUORL_INVALID_NAME, QUORL_NOT_FOUND, QUORL_ID_CONFLICT, QUORL_NO_MEMORY.
-inline quorl_status seek(quorlMsg message, const char* name, uint16_t id, Found* found) noexcept {
-    Name checked;
-    if (quorl_status status = open(message, &found->slot, &found->content); status != QUORL_OK) return status;
-    if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
-    const quorl_status status = locate(*found->content, checked, id, &found->index);
-    return status == QUORL_NOT_FOUND ? missing(name, id) : status;
-}
+// On failure the status is QUORL_INVALID_MSG, QUORL_INVALID_NAME, QUORL_NOT_FOUND, QUORL_ID_CONFLICT or
+// QUORL_NO_MEMORY; otherwise it is left alone.
+Found seek(quorlMsg message, const char* name, uint16_t id, quorl_status* status) noexcept;
+
+// As above for the instance-th field of that name: QUORL_INVALID_INSTANCE for 0.
+Found seekInstance(quorlMsg message, const char* name, uint32_t instance, quorl_status* status) noexcept;
 
 inline quorl_status noConversion(const Field& field, uint8_t wanted) noexcept {
     return fail(QUORL_CONVERSION_FAILED, "the field's value, of type %s, is no value of type %s", typeName(field.type),
                 typeName(wanted));
 }
 
-// As above, for a field of one type alone: QUORL_CONVERSION_FAILED for others.
-inline quorl_status seek(quorlMsg message, const char* name, uint16_t id, uint8_t type, Found* found) noexcept {
-    if (quorl_status status = seek(message, name, id, found); status != QUORL_OK) return status;
-    return found->field().type == type ? QUORL_OK : noConversion(found->field(), type);
+// As seek, for a field of one type alone: QUORL_CONVERSION_FAILED for others.
+inline Found seekType(quorlMsg message, const char* name, uint16_t id, uint8_t type, quorl_status* status) noexcept {
+    const Found found = seek(message, name, id, status);
+    if (!found || found.field->type == type) return found;
+    *status = noConversion(*found.field, type);
+    return {};
 }
 
 }  // namespace quorl::message

@@ -6,10 +6,6 @@
 namespace quorl::message {
 namespace {
 
-quorl_status tooLong() noexcept {
-    return fail(QUORL_INVALID_SIZE, "the value is larger than a message may be");
-}
-
 // The image of a live message and its depth.
 quorl_status imageOf(quorlMsg message, Image* image, uint8_t* depth) noexcept {
     Slot* slot;
@@ -23,17 +19,19 @@ quorl_status imageOf(quorlMsg message, Image* image, uint8_t* depth) noexcept {
 
 }  // namespace
 
+quorl_status valueTooLong() noexcept {
+    return fail(QUORL_INVALID_SIZE, "the value is larger than a message may be");
+}
+
 quorl_status ValueHolder::fromString(const char* text) noexcept {
-    if (text == nullptr) return fail(QUORL_INVALID_ARG, "no string");
-    const size_t size = std::strlen(text) + 1;
-    if (size > QUORL_MSG_MAX_SIZE) return tooLong();
-    value = {QUORLMSG_STRING, Kind::string, 0, static_cast<uint32_t>(size), static_cast<uint32_t>(size), text};
+    uint32_t size = 0;
+    if (quorl_status status = checkString(text, &size); status != QUORL_OK) return status;
+    value = {QUORLMSG_STRING, Kind::string, 0, size, size, text};
     return QUORL_OK;
 }
 
 quorl_status ValueHolder::fromBytes(uint8_t type, const void* bytes, uint32_t size) noexcept {
-    if (bytes == nullptr && size != 0) return fail(QUORL_INVALID_ARG, "no bytes");
-    if (size > QUORL_MSG_MAX_SIZE) return tooLong();
+    if (quorl_status status = checkBytes(bytes, size); status != QUORL_OK) return status;
     value = {type, Kind::bytes, 0, size, size, bytes};
     return QUORL_OK;
 }
@@ -47,10 +45,9 @@ quorl_status ValueHolder::fromMessage(quorlMsg message) noexcept {
 }
 
 quorl_status ValueHolder::fromNumbers(uint8_t type, const void* array, uint32_t count) noexcept {
-    if (array == nullptr && count != 0) return fail(QUORL_INVALID_ARG, "no array");
-    const uint64_t bytes = uint64_t{count} * typeInfo(type).wireSize;
-    if (bytes > QUORL_MSG_MAX_SIZE) return tooLong();
-    value = {type, Kind::numbers, 0, count, static_cast<uint32_t>(bytes), array};
+    uint32_t bytes = 0;
+    if (quorl_status status = checkNumbers(type, array, count, &bytes); status != QUORL_OK) return status;
+    value = {type, Kind::numbers, 0, count, bytes, array};
     return QUORL_OK;
 }
 
@@ -60,7 +57,7 @@ quorl_status ValueHolder::fromStrings(const char* const* array, uint32_t count) 
     for (uint32_t i = 0; i < count; ++i) {
         if (array[i] == nullptr) return fail(QUORL_INVALID_ARG, "string %u of the array is null", i);
         bytes += std::strlen(array[i]) + 1;
-        if (bytes > QUORL_MSG_MAX_SIZE) return tooLong();
+        if (bytes > QUORL_MSG_MAX_SIZE) return valueTooLong();
     }
     value = {QUORLMSG_STRINGARRAY, Kind::strings, 0, count, static_cast<uint32_t>(bytes), array};
     return QUORL_OK;
@@ -68,7 +65,7 @@ quorl_status ValueHolder::fromStrings(const char* const* array, uint32_t count) 
 
 quorl_status ValueHolder::fromMessages(const quorlMsg* array, uint32_t count) noexcept {
     if (array == nullptr && count != 0) return fail(QUORL_INVALID_ARG, "no array");
-    if (count > QUORL_MSG_MAX_SIZE / wire::headerSize) return tooLong();
+    if (count > QUORL_MSG_MAX_SIZE / wire::headerSize) return valueTooLong();
     images_ = static_cast<Image*>(allocate(sizeof(Image) * std::max(count, 1u)));
     if (images_ == nullptr) return fail(QUORL_NO_MEMORY, "no memory for an array of %u messages", count);
     uint64_t bytes = 0;
@@ -78,7 +75,7 @@ quorl_status ValueHolder::fromMessages(const quorlMsg* array, uint32_t count) no
             return failWithin(status, "message %u of the array", i);
         }
         bytes = wire::alignUp(static_cast<uint32_t>(bytes), wire::imageAlignment) + images_[i].size;
-        if (bytes > QUORL_MSG_MAX_SIZE) return tooLong();
+        if (bytes > QUORL_MSG_MAX_SIZE) return valueTooLong();
     }
     value = {QUORLMSG_MSGARRAY, Kind::messages, depth, count, static_cast<uint32_t>(bytes), images_};
     return QUORL_OK;

@@ -5,6 +5,28 @@
 
 namespace quorl::message {
 
+quorl_status valueTooLong() noexcept;
+
+// Check what is to be added and measure it: QUORL_INVALID_ARG, QUORL_INVALID_SIZE.
+inline quorl_status checkString(const char* text, uint32_t* size) noexcept {
+    if (text == nullptr) return fail(QUORL_INVALID_ARG, "no string");
+    const size_t whole = std::strlen(text) + 1;
+    if (whole > QUORL_MSG_MAX_SIZE) return valueTooLong();
+    *size = static_cast<uint32_t>(whole);
+    return QUORL_OK;
+}
+inline quorl_status checkBytes(const void* bytes, uint32_t size) noexcept {
+    if (bytes == nullptr && size != 0) return fail(QUORL_INVALID_ARG, "no bytes");
+    return size <= QUORL_MSG_MAX_SIZE ? QUORL_OK : valueTooLong();
+}
+inline quorl_status checkNumbers(uint8_t type, const void* array, uint32_t count, uint32_t* bytes) noexcept {
+    if (array == nullptr && count != 0) return fail(QUORL_INVALID_ARG, "no array");
+    const uint64_t whole = uint64_t{count} * typeInfo(type).wireSize;
+    if (whole > QUORL_MSG_MAX_SIZE) return valueTooLong();
+    *bytes = static_cast<uint32_t>(whole);
+    return QUORL_OK;
+}
+
 // A value, and the memory that it may need until it is written. Every from... checks its arguments and gives
 // QUORL_INVALID_ARG, QUORL_INVALID_MSG, QUORL_INVALID_SIZE or QUORL_NO_MEMORY with a detail text.
 struct ValueHolder {

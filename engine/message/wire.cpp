@@ -34,17 +34,32 @@ quorl_status report(const Fault& fault) noexcept {
                 fault.at, fault.field, fault.level);
 }
 
+namespace {
+
+// The high bit of each zero byte of word, of those below it exactly: the lowest set bit is right.
+constexpr uint64_t zeroBytes(uint64_t word) noexcept {
+    constexpr uint64_t ones = 0x0101010101010101u;
+    return (word - ones) & ~word & (ones << 7);
+}
+
+}  // namespace
+
 template <bool checked>
 bool Walk<checked>::length(uint32_t& at, uint32_t* value) noexcept {
     if (checked && at >= size_) return bad("a length is cut short", at);
-    uint32_t byte = image_[at++];
-    if (byte < 0x80) [[likely]] {
-        *value = byte;
-        return true;
-    }
-    uint32_t start = at - 1;
-    uint32_t result = byte & 0x7f;
-    for (uint32_t shift = 7;; shift += 7) {
+    *value = image_[at];
+    if (*value >= 0x80) [[unlikely]]
+        return longLength(at, value);
+    ++at;
+    return true;
+}
+
+template <bool checked>
+[[gnu::noinline]] bool Walk<checked>::longLength(uint32_t& at, uint32_t* value) noexcept {
+    const uint32_t start = at;
+    uint32_t result = 0;
+    uint32_t byte;
+    for (uint32_t shift = 0;; shift += 7) {
         if (checked && at >= size_) return bad("a length is cut short", start);
         byte = image_[at++];
         if (checked && shift == 28 && byte > 0x0f) return bad("a length does not fit 32 bits", start);
@@ -73,13 +88,10 @@ bool Walk<checked>::padding(uint32_t& at, uint32_t alignment) noexcept {
 // than the search.
 template <bool checked>
 bool Walk<checked>::nameLength(uint32_t at, uint32_t* length) noexcept {
-    constexpr uint64_t ones = 0x0101010101010101u;
-    uint32_t room = std::min<uint32_t>(size_ - at, QUORL_FIELD_NAME_MAX + 1);
+    const uint32_t room = std::min<uint32_t>(size_ - at, QUORL_FIELD_NAME_MAX + 1);
     uint32_t done = 0;
     for (; room - done >= 8; done += 8) {
-        uint64_t word = load<uint64_t>(image_ + at + done);
-        uint64_t zeros = (word - ones) & ~word & (ones << 7);
-        if (zeros != 0) {
+        if (const uint64_t zeros = zeroBytes(load<uint64_t>(image_ + at + done)); zeros != 0) {
             *length = done + static_cast<uint32_t>(std::countr_zero(zeros)) / 8;
             return true;
         }
@@ -91,6 +103,33 @@ bool Walk<checked>::nameLength(uint32_t at, uint32_t* length) noexcept {
         }
     }
     return bad("a name has no end", at);
+}
+
+template <bool checked>
+[[gnu::noinline]] bool Walk<checked>::anyHead(uint32_t at, Head& head) noexcept {
+    const uint32_t start = at;
+    const uint8_t first = image_[at++];
+    head.type = first & headTypeMask;
+    if (head.type == headUserType) {
+        if (checked && at >= size_) return bad("a field's head is cut short", at);
+        head.type = image_[at++];
+        if (checked && head.type < userTypeFirst) return bad("a user type has a built-in type's code", at - 1);
+    }
+    head.id = 0;
+    if (first & headHasId) {
+        if (checked && size_ - at < 2) return bad("a field's head is cut short", at);
+        head.id = load<uint16_t>(image_ + at);
+        if (checked && head.id == 0) return bad("an id is 0", at);
+        at += 2;
+    }
+    head.nameOffset = at - start;
+    head.nameLength = noName;
+    if (first & headNamed) {
+        if (!nameLength(at, &head.nameLength)) return false;
+        at += head.nameLength + 1;
+    }
+    head.end = at;
+    return true;
 }
 
 template <bool checked>
@@ -108,110 +147,139 @@ bool Walk<checked>::inner(uint32_t at, uint32_t* size, uint8_t* depth) noexcept 
     return true;
 }
 
+// Reads what nearly every field is: one with a name of up to fifteen bytes, no id, and a number, or at most 127 bytes or
+// numbers. False: it is another one, or has a fault; read() will tell. In one piece and without calls but memchr, since
+// the time that it takes is the time to read a message.
 template <bool checked>
-inline bool Walk<checked>::read(uint32_t at, uint32_t index, Field& field, uint32_t& end) noexcept {
-    index_ = index;
-    field.head = at;
-    field.length = 1;
-    field.depth = 0;
-    if (checked && at >= size_) return bad("a field is missing", at);
-    const uint8_t head = image_[at++];
-    field.type = head & headTypeMask;
-    if (field.type == headUserType) {
-        if (checked && at >= size_) return bad("a field's head is cut short", at);
-        field.type = image_[at++];
-        if (checked && field.type < userTypeFirst) return bad("a user type has a built-in type's code", at - 1);
+[[gnu::always_inline]] inline bool Walk<checked>::readSimple(uint32_t at, Field& field, uint32_t& end) noexcept {
+    const uint8_t* const image = image_;
+    const uint32_t size = size_;
+    constexpr uint32_t words = 2 * sizeof(uint64_t);
+    if (at + words >= size) return false;
+    const uint8_t first = image[at];
+    if ((first & (headNamed | headHasId)) != headNamed) return false;
+    uint32_t nameLength = 0;
+    uint64_t zeros = zeroBytes(load<uint64_t>(image + at + 1));
+    if (zeros == 0) {
+        zeros = zeroBytes(load<uint64_t>(image + at + 9));
+        if (zeros == 0) return false;
+        nameLength = 8;
     }
-    field.id = 0;
-    if (head & headHasId) {
-        if (checked && size_ - at < 2) return bad("a field's head is cut short", at);
-        field.id = load<uint16_t>(image_ + at);
-        if (checked && field.id == 0) return bad("an id is 0", at);
-        at += 2;
+    nameLength += static_cast<uint32_t>(std::countr_zero(zeros)) / 8;
+    const uint8_t type = first & headTypeMask;
+    const TypeInfo info = typeInfo(type);
+    uint32_t value = at + 2 + nameLength;
+    uint32_t length = 1;
+    if (info.kind != Kind::scalar) {
+        if (info.kind != Kind::numbers && info.kind != Kind::string && info.kind != Kind::bytes) return false;
+        if (value >= size) return false;
+        length = image[value++];
+        if (length >= 0x80) return false;
+        for (; value % info.alignment != 0; ++value) {
+            if (checked && (value >= size || image[value] != 0)) return false;
+        }
     }
-    field.nameOffset = static_cast<uint8_t>(at - field.head);
-    field.nameLength = noName;
-    field.tail = 0;
-    if (head & headNamed) {
-        uint32_t bytes;
-        if (!nameLength(at, &bytes)) return false;
-        field.nameLength = static_cast<uint8_t>(bytes);
-        field.tail = tailOf(image_ + at, bytes);
-        at += bytes + 1;
+    const uint32_t bytes = length * info.wireSize;
+    if (checked) {
+        if (value > size || bytes > size - value) return false;
+        if (type == QUORLMSG_BOOL && image[value] > 1) return false;
+        if (type == QUORLMSG_DATETIME && load<uint32_t>(image + value + 8) > 999'999'999) return false;
+        if (type == QUORLMSG_STRING &&
+            (bytes == 0 || std::memchr(image + value, 0, bytes) != image + value + bytes - 1)) {
+            return false;
+        }
     }
+    field = {at, value, length, tailOf(image + at + 1, nameLength), 0, type, static_cast<uint8_t>(nameLength), 1, 0};
+    end = value + bytes;
+    return true;
+}
 
-    const TypeInfo& info = typeInfo(field.type);
+template <bool checked>
+bool Walk<checked>::read(uint32_t at, Field& field, uint32_t& end) noexcept {
+    const uint8_t* const image = image_;
+    const uint32_t size = size_;
+    const uint32_t start = at;
+    if (checked && at >= size) return bad("a field is missing", at);
+    Head head;
+    if (!anyHead(at, head)) return false;
+    at = head.end;
+    const uint8_t type = static_cast<uint8_t>(head.type);
+    const uint32_t tail = head.nameLength == noName ? 0 : tailOf(image + start + head.nameOffset, head.nameLength);
+    const auto found = [&](uint32_t value, uint32_t length, uint32_t behind, uint8_t depth) {
+        field = {start,
+                 value,
+                 length,
+                 tail,
+                 static_cast<uint16_t>(head.id),
+                 type,
+                 static_cast<uint8_t>(head.nameLength),
+                 static_cast<uint8_t>(head.nameOffset),
+                 depth};
+        end = behind;
+        return true;
+    };
+
+    const TypeInfo& info = typeInfo(type);
+    uint32_t length = 0;
+    uint8_t depth = 0;
     switch (info.kind) {
         case Kind::scalar:
-            field.value = at;
             if (checked) {
-                if (size_ - at < info.wireSize) return bad("a value is cut short", at);
-                if (field.type == QUORLMSG_BOOL && image_[at] > 1) return bad("a boolean is neither 0 nor 1", at);
-                if (field.type == QUORLMSG_DATETIME && load<uint32_t>(image_ + at + 8) > 999'999'999) {
+                if (size - at < info.wireSize) return bad("a value is cut short", at);
+                if (type == QUORLMSG_BOOL && image[at] > 1) return bad("a boolean is neither 0 nor 1", at);
+                if (type == QUORLMSG_DATETIME && load<uint32_t>(image + at + 8) > 999'999'999) {
                     return bad("a date-time's nanoseconds are above 999999999", at + 8);
                 }
             }
-            end = at + info.wireSize;
-            return true;
+            return found(at, 1, at + info.wireSize, 0);
         case Kind::string:
-            if (!length(at, &field.length)) return false;
-            field.value = at;
+            if (!this->length(at, &length)) return false;
             if (checked) {
-                if (field.length == 0) return bad("a string has no terminator", at);
-                if (field.length > size_ - at) return bad("a value is cut short", at);
-                if (std::memchr(image_ + at, 0, field.length) != image_ + at + field.length - 1) {
+                if (length == 0) return bad("a string has no terminator", at);
+                if (length > size - at) return bad("a value is cut short", at);
+                if (std::memchr(image + at, 0, length) != image + at + length - 1) {
                     return bad("a string's terminator is not at its end", at);
                 }
             }
-            end = at + field.length;
-            return true;
+            return found(at, length, at + length, 0);
         case Kind::bytes:
-            if (!length(at, &field.length)) return false;
-            field.value = at;
-            if (checked && field.length > size_ - at) return bad("a value is cut short", at);
-            end = at + field.length;
-            return true;
+            if (!this->length(at, &length)) return false;
+            if (checked && length > size - at) return bad("a value is cut short", at);
+            return found(at, length, at + length, 0);
         case Kind::numbers:
-            if (!length(at, &field.length) || !padding(at, info.alignment)) return false;
-            field.value = at;
-            if (checked && field.length > (size_ - at) / info.wireSize) return bad("an array is cut short", at);
-            end = at + field.length * info.wireSize;
-            return true;
+            if (!this->length(at, &length) || !padding(at, info.alignment)) return false;
+            if (checked && length > (size - at) / info.wireSize) return bad("an array is cut short", at);
+            return found(at, length, at + length * info.wireSize, 0);
         case Kind::strings: {
             uint32_t bytes;
-            if (!length(at, &field.length) || !length(at, &bytes)) return false;
-            field.value = at;
+            if (!this->length(at, &length) || !this->length(at, &bytes)) return false;
             if (checked) {
-                if (bytes > size_ - at) return bad("an array is cut short", at);
-                const uint8_t* from = image_ + at;
+                if (bytes > size - at) return bad("an array is cut short", at);
+                const uint8_t* from = image + at;
                 if (bytes != 0 && from[bytes - 1] != 0) return bad("a string has no terminator", at + bytes - 1);
-                if (std::count(from, from + bytes, 0) != static_cast<ptrdiff_t>(field.length)) {
+                if (std::count(from, from + bytes, 0) != static_cast<ptrdiff_t>(length)) {
                     return bad("an array holds another number of strings", at);
                 }
             }
-            end = at + bytes;
-            return true;
+            return found(at, length, at + bytes, 0);
         }
         case Kind::message:
-            if (!padding(at, info.alignment)) return false;
-            field.value = at;
-            if (!inner(at, &field.length, &field.depth)) return false;
-            end = at + field.length;
-            return true;
-        case Kind::messages:
-            if (!length(at, &field.length) || !padding(at, info.alignment)) return false;
-            field.value = at;
-            for (uint32_t i = 0; i < field.length; ++i) {
-                uint32_t size;
-                if (!padding(at, info.alignment) || !inner(at, &size, &field.depth)) return false;
-                at += size;
+            if (!padding(at, info.alignment) || !inner(at, &length, &depth)) return false;
+            return found(at, length, at + length, depth);
+        case Kind::messages: {
+            if (!this->length(at, &length) || !padding(at, info.alignment)) return false;
+            const uint32_t value = at;
+            for (uint32_t i = 0; i < length; ++i) {
+                uint32_t bytes;
+                if (!padding(at, info.alignment) || !inner(at, &bytes, &depth)) return false;
+                at += bytes;
             }
-            end = at;
-            return true;
+            return found(value, length, at, depth);
+        }
         case Kind::none:
             break;
     }
-    return bad("a type code is reserved", field.head);
+    return bad("a type code is reserved", start);
 }
 
 template <bool checked>
@@ -220,15 +288,23 @@ bool Walk<checked>::whole(uint32_t count, Field* top, uint8_t* depth) noexcept {
     uint16_t ids[fewIds];
     uint32_t idCount = 0;
     uint32_t at = headerSize;
+    uint8_t deepest = 0;
     Field scratch;
+    const auto wrong = [&](uint32_t index) {
+        if (fault_->level == level_) fault_->field = index;
+        return false;
+    };
     for (uint32_t index = 0; index < count; ++index) {
         Field& field = top != nullptr ? *--top : scratch;
-        if (!read(at, index, field, at)) return false;
-        *depth = std::max(*depth, field.depth);
-        if (checked && field.id != 0) {
+        if (readSimple(at, field, at)) continue;
+        if (!read(at, field, at)) return wrong(index);
+        if (!checked) continue;
+        deepest = std::max(deepest, field.depth);
+        if (field.id != 0) {
             if (idCount < fewIds) {
                 if (std::find(ids, ids + idCount, field.id) != ids + idCount) {
-                    return bad("two fields have the same id", field.head);
+                    bad("two fields have the same id", field.head);
+                    return wrong(index);
                 }
                 ids[idCount] = field.id;
             }
@@ -236,7 +312,11 @@ bool Walk<checked>::whole(uint32_t count, Field* top, uint8_t* depth) noexcept {
         }
     }
     if (!checked) return true;
-    if (at != size_) return bad("bytes are left over behind the last field", at);
+    *depth = deepest;
+    if (at != size_) {
+        bad("bytes are left over behind the last field", at);
+        return wrong(count == 0 ? 0 : count - 1);
+    }
     return idCount <= fewIds || uniqueIds(count);
 }
 
@@ -247,11 +327,15 @@ template <bool checked>
     Walk<false> walk(image_, size_, base_, level_, fault_);
     uint32_t at = headerSize;
     Field field;
-    for (index_ = 0; index_ < count; ++index_) {
-        walk.read(at, index_, field, at);
+    for (uint32_t index = 0; index < count; ++index) {
+        walk.read(at, field, at);
         if (field.id == 0) continue;
         const uint64_t bit = uint64_t{1} << (field.id % 64);
-        if (seen[field.id / 64] & bit) return bad("two fields have the same id", field.head);
+        if (seen[field.id / 64] & bit) {
+            bad("two fields have the same id", field.head);
+            fault_->field = index;
+            return false;
+        }
         seen[field.id / 64] |= bit;
     }
     return true;
@@ -268,7 +352,7 @@ uint8_t depthOf(const uint8_t* image) noexcept {
     uint32_t at = headerSize;
     Field field;
     for (uint32_t index = 0; index < count; ++index) {
-        walk.read(at, index, field, at);
+        walk.read(at, field, at);
         if (typeInfo(field.type).kind != Kind::message && typeInfo(field.type).kind != Kind::messages) continue;
         uint32_t inner = field.value;
         for (uint32_t i = 0; i < field.length && inner < at; ++i) {

@@ -102,19 +102,32 @@ class Walk {
     Walk(const uint8_t* image, uint32_t size, uint32_t base, uint32_t level, Fault* fault) noexcept
         : image_(image), size_(size), base_(base), level_(level), fault_(fault) {}
 
-    // Reads the field at offset at; end gets the offset of the byte behind it. False: there is a fault.
-    bool read(uint32_t at, uint32_t index, Field& field, uint32_t& end) noexcept;
+    // Reads the field at offset at; end gets the offset of the byte behind it. False: there is a fault, whose field is
+    // the caller's to set.
+    bool read(uint32_t at, Field& field, uint32_t& end) noexcept;
 
     // Reads all fields of an image whose header is good. When top is not null, the fields go to top[-1], top[-2]...
     // depth: the levels of messages inside; left 0 by the unchecked walk.
     bool whole(uint32_t count, Field* top, uint8_t* depth) noexcept;
 
   private:
-    bool bad(const char* what, uint32_t at) noexcept {
-        if (fault_->what == nullptr) *fault_ = {what, base_ + at, index_, level_};
+    // What stands before a field's lengths and value.
+    struct Head {
+        uint32_t type;
+        uint32_t id;
+        uint32_t nameOffset;
+        uint32_t nameLength;  // noName: none
+        uint32_t end;         // of the byte behind the name
+    };
+
+    [[gnu::cold, gnu::noinline]] bool bad(const char* what, uint32_t at) noexcept {
+        *fault_ = {what, base_ + at, 0, level_};
         return false;
     }
+    [[gnu::always_inline]] bool readSimple(uint32_t at, Field& field, uint32_t& end) noexcept;
+    bool anyHead(uint32_t at, Head& head) noexcept;
     bool length(uint32_t& at, uint32_t* value) noexcept;
+    bool longLength(uint32_t& at, uint32_t* value) noexcept;
     bool padding(uint32_t& at, uint32_t alignment) noexcept;
     bool nameLength(uint32_t at, uint32_t* length) noexcept;
     bool inner(uint32_t at, uint32_t* size, uint8_t* depth) noexcept;
@@ -124,7 +137,6 @@ class Walk {
     uint32_t size_;
     uint32_t base_;
     uint32_t level_;
-    uint32_t index_ = 0;
     Fault* fault_;
 };
 

@@ -3,6 +3,9 @@
 
 #include <algorithm>
 
+#include "message/append.h"
+#include "message/pool.h"
+
 namespace quorl::message {
 namespace {
 
@@ -122,8 +125,7 @@ quorl_status replace(Slot& slot, uint32_t index, const Value& value) noexcept {
     if (!change.replaceBy(fresh)) return noMemory();
 
     Field& field = fresh->field(index);
-    uint8_t* to = putHead(fresh->image, fresh->image + fresh->size, {old.name(source), source.nameLength}, source.id,
-                          source.type, field);
+    uint8_t* to = putHead(fresh->image, fresh->image + fresh->size, old.nameOf(source), source.id, source.type, field);
     to = putValue(fresh->image, to, value, field);
     fresh->size = static_cast<uint32_t>(to - fresh->image);
     ++fresh->count;
@@ -147,7 +149,9 @@ bool Change::moveToRoom(size_t bytes) noexcept {
     constexpr size_t keptSizes = 8192;
     const size_t present = from->size + from->count * sizeof(Field);
     fresh_ = copyContent(*from, present + bytes > keptSizes ? std::max(bytes, present) : bytes);
-    return fresh_ != nullptr;
+    if (fresh_ == nullptr) return false;
+    if (from->unshared() && fresh_->sizeClass > from->sizeClass) pool::outgrown(fresh_->sizeClass);
+    return true;
 }
 
 bool Change::needSubjects() noexcept {
@@ -165,7 +169,7 @@ quorl_status idInUse(const Content& content, uint32_t index, uint16_t id) noexce
     return fail(QUORL_ID_IN_USE, "the id %u is that of field %u, \"%s\"", id, index, name != nullptr ? name : "");
 }
 
-quorl_status append(Slot& slot, Name name, uint16_t id, const Value& value) noexcept {
+quorl_status append(Slot& slot, const Name& name, uint16_t id, const Value& value) noexcept {
     if (value.depth > QUORL_MSG_MAX_DEPTH) {
         return fail(QUORL_INVALID_MSG, "messages would be nested deeper than %d", QUORL_MSG_MAX_DEPTH);
     }
@@ -188,7 +192,16 @@ quorl_status append(Slot& slot, Name name, uint16_t id, const Value& value) noex
     return QUORL_OK;
 }
 
-quorl_status update(Slot& slot, Name name, uint16_t id, const Value& value) noexcept {
+[[gnu::noinline]] quorl_status appendGenerally(quorlMsg message, const char* name, uint16_t id,
+                                               const Value& value) noexcept {
+    Slot* slot;
+    Name checked;
+    if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
+    if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
+    return append(*slot, checked, id, value);
+}
+
+quorl_status update(Slot& slot, const Name& name, uint16_t id, const Value& value) noexcept {
     if (slot.content == nullptr) return append(slot, name, id, value);
     uint32_t index;
     const quorl_status status = locate(*slot.content, name, id, &index);

@@ -67,7 +67,8 @@ constexpr size_t fieldOverhead(uint8_t nameLength) {
 }
 
 // Writes a field's head and name at to; fills what of the field's record belongs to them. Returns the byte behind.
-inline uint8_t* putHead(uint8_t* image, uint8_t* to, Name name, uint16_t id, uint8_t type, Field& field) noexcept {
+inline uint8_t* putHead(uint8_t* image, uint8_t* to, const Name& name, uint16_t id, uint8_t type,
+                        Field& field) noexcept {
     field.head = static_cast<uint32_t>(to - image);
     uint8_t head = type >= userTypeFirst ? wire::headUserType : type;
     if (name.length != wire::noName) head |= wire::headNamed;
@@ -82,24 +83,10 @@ inline uint8_t* putHead(uint8_t* image, uint8_t* to, Name name, uint16_t id, uin
     field.id = id;
     field.type = type;
     field.nameLength = name.length;
-    field.tail = 0;
+    field.tail = name.tail;
     if (name.length != wire::noName) {
-        field.tail = wire::tailOf(name.text, name.length);
-        const uint32_t length = name.length;
-        // Short names are copied in two overlapping words; a call of memcpy costs more.
-        if (length >= 8 && length <= 16) {
-            const auto first = wire::load<uint64_t>(reinterpret_cast<const uint8_t*>(name.text));
-            const auto last = wire::load<uint64_t>(reinterpret_cast<const uint8_t*>(name.text) + length - 8);
-            wire::store(to, first);
-            wire::store(to + length - 8, last);
-        } else if (length >= 4 && length < 8) {
-            const auto first = wire::load<uint32_t>(reinterpret_cast<const uint8_t*>(name.text));
-            wire::store(to, first);
-            wire::store(to + length - 4, field.tail);
-        } else {
-            std::memcpy(to, name.text, length);
-        }
-        to += length;
+        std::memcpy(to, name.text, name.length);
+        to += name.length;
         *to++ = 0;
     }
     return to;
@@ -116,29 +103,5 @@ inline void closeField(Content& content, const uint8_t* end, uint8_t depth) noex
 
 // Reports an id that a field of the content has already: QUORL_ID_IN_USE.
 quorl_status idInUse(const Content& content, uint32_t index, uint16_t id) noexcept;
-
-// Appends a value of a fixed size, whose bytes are given as they go into the image.
-template <uint32_t bytes>
-quorl_status appendScalar(Slot& slot, Name name, uint16_t id, uint8_t type, const void* data) noexcept {
-    if (id != 0 && slot.content != nullptr) {
-        const uint32_t other = findId(*slot.content, id);
-        if (other != notFound) return idInUse(*slot.content, other, id);
-    }
-    Change change(slot);
-    const size_t most = fieldOverhead(name.length) + bytes;
-    if (slot.content != nullptr && slot.content->size > QUORL_MSG_MAX_SIZE - most) {
-        return fail(QUORL_INVALID_SIZE, "the message would pass %u bytes", QUORL_MSG_MAX_SIZE);
-    }
-    if (!change.needRoom(most + sizeof(Field))) return fail(QUORL_NO_MEMORY, "no memory for a field");
-    Content& content = change.pending();
-    Field& field = content.field(content.count);  // free room until closeField
-    uint8_t* to = putHead(content.image, content.image + content.size, name, id, type, field);
-    field.value = static_cast<uint32_t>(to - content.image);
-    field.length = 1;
-    field.depth = 0;
-    std::memcpy(to, data, bytes);
-    closeField(change.commit(), to + bytes, 0);
-    return QUORL_OK;
-}
 
 }  // namespace quorl::message
