@@ -17,6 +17,7 @@
 
 #include "quorl/quorl.h"
 #include "subject/node_pool.h"
+#include "subject/text_table.h"
 
 namespace quorl::subject {
 
@@ -34,9 +35,10 @@ class Trie {
     bool insert(std::string_view pattern, T* value) {
         bool isNew;
         if (!hasWildcard(pattern)) {
-            Index at = whole_.look(kRoot, pattern, hashOf(pattern));
-            if (at == kNone) at = whole_.make(kRoot, pattern, true);
-            isNew = whole_[at].values.add(value);  // a first value needs no memory
+            const uint64_t hash = hashOf(pattern);
+            Values* values = whole_.look(pattern, hash);
+            if (values == nullptr) values = whole_.make(pattern, hash);
+            isNew = values->add(value);  // a first value needs no memory
         } else {
             Index at = kRoot;
             Pruner pruner{this, at};  // nodes made for nothing go when there is no memory for the rest
@@ -53,9 +55,10 @@ class Trie {
     // Takes value away from under pattern, once. False when it is not there.
     bool remove(std::string_view pattern, T* value) noexcept {
         if (!hasWildcard(pattern)) {
-            Index at = whole_.look(kRoot, pattern, hashOf(pattern));
-            if (at == kNone || !whole_[at].values.remove(value)) return false;
-            if (whole_[at].values.empty()) whole_.free(at, true);
+            const uint64_t hash = hashOf(pattern);
+            Values* values = whole_.look(pattern, hash);
+            if (values == nullptr || !values->remove(value)) return false;
+            if (values->empty()) whole_.free(pattern, hash);
         } else {
             Index at = findBranch(pattern);
             if (at == kNone || !tree_[at].values.remove(value)) return false;
@@ -67,7 +70,7 @@ class Trie {
 
     // Whether pattern itself, not something that it matches, has a value.
     bool contains(std::string_view pattern) const noexcept {
-        if (!hasWildcard(pattern)) return whole_.look(kRoot, pattern, hashOf(pattern)) != kNone;
+        if (!hasWildcard(pattern)) return whole_.look(pattern, hashOf(pattern)) != nullptr;
         Index at = findBranch(pattern);
         return at != kNone && !tree_[at].values.empty();
     }
@@ -81,12 +84,9 @@ class Trie {
         if (whole_.empty()) return matchTree(subject, visit);
         // What the whole subject leads to is on its way from memory while the tree is walked.
         uint64_t hash = hashOf(subject);
-        Index likely = whole_.likely(kRoot, hash);
-        whole_.prefetch(likely);
-        __builtin_prefetch(whole_[likely].values.first());
+        if (const Values* likely = whole_.likely(hash)) __builtin_prefetch(likely->first());
         matchTree(subject, visit);
-        Index found = whole_.look(kRoot, subject, hash);
-        if (found != kNone) whole_[found].values.forEach(visit);
+        if (const Values* found = whole_.look(subject, hash)) found->forEach(visit);
     }
 
     size_t size() const noexcept { return size_; }  // values, each counted as often as it was inserted
@@ -148,13 +148,6 @@ class Trie {
       private:
         T* first_ = nullptr;
         std::unique_ptr<std::vector<T*>> more_;  // null when there is none but the first
-    };
-
-    // A pattern without wildcards; the parent is always the root.
-    struct alignas(64) Whole {
-        Index parent = kNone;
-        InlineText<40> text;
-        Values values;
     };
 
     // An element of a pattern with wildcards. The children by '*' and by '>' are not in the table: the node knows them.
@@ -347,7 +340,7 @@ class Trie {
         }
     }
 
-    NodePool<Whole> whole_;
+    TextTable<Values> whole_;
     NodePool<Branch> tree_;
     size_t size_ = 0;
 };
