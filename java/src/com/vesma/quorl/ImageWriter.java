@@ -19,6 +19,9 @@ final class ImageWriter {
     /** Messages that are begun and not ended; the outermost is the first. */
     private int open;
 
+    /** Messages around the outermost of this writer. */
+    private final int level;
+
     private int[] starts = new int[4];
     private int[] counts = new int[4];
 
@@ -26,14 +29,30 @@ final class ImageWriter {
     private Set<?>[] ids = new Set<?>[4];
 
     ImageWriter() {
+        level = 0;
         beginMessage();
+    }
+
+    private ImageWriter(int level) {
+        this.level = level;
+    }
+
+    /** For the messages of an array whose number is not known yet: they are begun and ended there, then {@link #messages}. */
+    ImageWriter aside() {
+        return new ImageWriter(level + open);
+    }
+
+    /** The value of a field of an array of messages. */
+    void messages(ImageWriter aside, int count) {
+        beginMessages(count);
+        put(aside.bytes, aside.at);
     }
 
     // ---- messages -----------------------------------------------------------------------------------------------------
 
     /** Begins a message; the one inside of another is the value, or one of the values, of the field whose head was written. */
     void beginMessage() {
-        checkDepth(open);
+        checkDepth(level + open);
         if (open == starts.length) {
             starts = Arrays.copyOf(starts, 2 * open);
             counts = Arrays.copyOf(counts, 2 * open);
@@ -64,7 +83,7 @@ final class ImageWriter {
 
     /** A whole message as it stands elsewhere. */
     void message(QuorlMsgView view) {
-        checkDepth(open + view.image().depth());
+        checkDepth(level + open + view.image().depth());
         align(Wire.MESSAGE_ALIGNMENT);
         view.copyTo(this);
     }
@@ -154,8 +173,7 @@ final class ImageWriter {
     }
 
     void put(byte[] from, int length) {
-        int to = room(length);
-        System.arraycopy(from, 0, bytes, to, length);
+        put(from, 0, length);
     }
 
     void put(byte[] from, int start, int length) {

@@ -237,6 +237,21 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
         return type.cast(RecordPlan.of(type).read(image()));
     }
 
+    /**
+     * The fields as JSON, which {@link QuorlMsg#fromJson} makes the same message of: one member for each, called
+     * {@code name:type}. Needs the library Gson.
+     *
+     * <pre>{@code
+     * {"line:string":"3","celsius:f64":71.5,"count:i64":"9007199254740993","site:msg":{"country:string":"FI"}}
+     * }</pre>
+     *
+     * @return one line
+     * @throws IllegalStateException when Gson is not there
+     */
+    public String toJson() {
+        return Json.write(image());
+    }
+
     @Override
     public String toString() {
         return "QuorlMsgView[" + getFieldCount() + " fields, " + (end - start) + " bytes]";
