@@ -324,6 +324,31 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
         return view().get(name, type);
     }
 
+    // ---- JSON ---------------------------------------------------------------------------------------------------------
+
+    /**
+     * The fields as JSON, as {@link QuorlMsgView#toJson} gives it.
+     *
+     * @return one line
+     */
+    public String toJson() {
+        return view().toJson();
+    }
+
+    /**
+     * Makes a message of JSON that {@link #toJson} gave, or that is written like it. Needs the library Gson.
+     *
+     * @param json one object
+     * @return to be closed by the caller
+     * @throws QuorlException {@link QuorlException#DECODER_FAILED} when it is no JSON,
+     *     {@link QuorlException#INVALID_TYPE} when a member's name says no type,
+     *     {@link QuorlException#CONVERSION_FAILED} when a value is none of its type
+     * @throws IllegalStateException when Gson is not there
+     */
+    public static QuorlMsg fromJson(String json) {
+        return Json.read(json);
+    }
+
     // ---- subjects -----------------------------------------------------------------------------------------------------
 
     /**
