@@ -13,6 +13,9 @@ void state_numeric_arrays();
 void state_string_and_message_arrays();
 void state_opaque();
 void state_vector_listeners();
+void state_messages();
+void state_fields();
+void state_scalars();
 
 }  // namespace contract
 

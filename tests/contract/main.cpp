@@ -15,6 +15,9 @@ int main(int argc, char** argv) {
     contract::state_string_and_message_arrays();
     contract::state_opaque();
     contract::state_vector_listeners();
+    contract::state_messages();
+    contract::state_fields();
+    contract::state_scalars();
     contract::register_coverage();
     return RUN_ALL_TESTS();
 }
