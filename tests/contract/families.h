@@ -16,6 +16,8 @@ void state_vector_listeners();
 void state_messages();
 void state_fields();
 void state_scalars();
+void state_certified();
+void state_groups_of_processes();
 
 }  // namespace contract
 

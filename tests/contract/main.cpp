@@ -18,6 +18,8 @@ int main(int argc, char** argv) {
     contract::state_messages();
     contract::state_fields();
     contract::state_scalars();
+    contract::state_certified();
+    contract::state_groups_of_processes();
     contract::register_coverage();
     return RUN_ALL_TESTS();
 }
