@@ -95,8 +95,7 @@ quorl_status wireImage(quorlMsg message, const void** bytes, quorl_u32* size) {
 
 extern "C" {
 
-// ---- making
-// -----------------------------------------------------------------------------------------------------------
+// ---- making --------------------------------------------------------------------------------------------------------
 
 // Quiet: 0 when the library refuses.
 JNIEXPORT jlong JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1Create(JNIEnv*, jclass) {
@@ -165,8 +164,7 @@ JNIEXPORT void    JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1SetReplyString
 
 // clang-format on
 
-// ---- reading
-// ----------------------------------------------------------------------------------------------------------
+// ---- reading -------------------------------------------------------------------------------------------------------
 
 JNIEXPORT jbyteArray JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1ConvertToString(JNIEnv* env, jclass, jlong handle,
                                                                                      jobject) {

@@ -45,8 +45,7 @@ Java numberAt(JNIEnv* env, jlong handle, jint index) {
 
 extern "C" {
 
-// ---- finding
-// ----------------------------------------------------------------------------------------------------------
+// ---- finding -------------------------------------------------------------------------------------------------------
 
 JNIEXPORT jlong JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetFieldTypeAndIndex(JNIEnv* env, jclass, jlong handle,
                                                                                      jbyteArray nameBytes,
@@ -118,8 +117,7 @@ JNIEXPORT jlong JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetFieldInstance
     return indexAndTypeOf(indexAndType);
 }
 
-// ---- describing
-// -------------------------------------------------------------------------------------------------------
+// ---- describing ----------------------------------------------------------------------------------------------------
 
 // clang-format off
 
@@ -170,8 +168,7 @@ JNIEXPORT jbyteArray JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetFieldNam
     return bytes;
 }
 
-// ---- removing
-// ---------------------------------------------------------------------------------------------------------
+// ---- removing ------------------------------------------------------------------------------------------------------
 
 JNIEXPORT jboolean JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1RemoveFieldEx(JNIEnv* env, jclass, jlong handle,
                                                                                  jbyteArray fieldNameBytes,

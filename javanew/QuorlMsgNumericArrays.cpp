@@ -23,8 +23,7 @@ using ElementOf = std::remove_pointer_t<decltype(elementsOf(nullptr, Array()))>;
 template <class Element>
 Element arrayTypeOf(quorl_status (*)(quorlMsg, const char*, const Element*, quorl_u32, quorl_u16));
 
-// ---- reading
-// ----------------------------------------------------------------------------------------------------------
+// ---- reading -------------------------------------------------------------------------------------------------------
 
 // marked: whether a bracket of references stands around the read. All have one but the arrays of 8-bit numbers.
 
@@ -91,8 +90,7 @@ void getWidened(JNIEnv* env, jlong handle, jint index, Array array) {
     clear<marked>(handle);
 }
 
-// ---- writing
-// ----------------------------------------------------------------------------------------------------------
+// ---- writing -------------------------------------------------------------------------------------------------------
 
 // The errors of adding and updating speak of message arrays, though no message is in them.
 

@@ -4,8 +4,7 @@
 
 namespace {
 
-// ---- reading
-// ----------------------------------------------------------------------------------------------------------
+// ---- reading -------------------------------------------------------------------------------------------------------
 
 // The field's bytes, whatever type it has. A Java array that is too short is the machine's to refuse.
 void getBytes(JNIEnv* env, jlong handle, jint index, jbyteArray bytes) {
@@ -31,8 +30,7 @@ void getMarkedBytes(JNIEnv* env, jlong handle, jint index, jbyteArray bytes) {
     quorlMsg_ClearReferences(toMsg(handle));
 }
 
-// ---- writing
-// ----------------------------------------------------------------------------------------------------------
+// ---- writing -------------------------------------------------------------------------------------------------------
 
 // What reaches the library between pin and release: name, pinned bytes, their length, id.
 struct Block {

@@ -12,8 +12,7 @@ Value valueTypeOf(quorl_status (*)(quorlMsg, const char*, Value, quorl_u16));
 template <class Value>
 Value resultTypeOf(quorl_status (*)(quorlMsg, const char*, Value*, quorl_u16));
 
-// ---- reading
-// ----------------------------------------------------------------------------------------------------------
+// ---- reading -------------------------------------------------------------------------------------------------------
 
 // The record's member of the getter's own type, whatever type the field has; unsigned values are zero-extended. Every
 // failing status is thrown.
@@ -69,8 +68,7 @@ Java valueOf(JNIEnv* env, jlong handle, jstring fieldName, jshort id) {
     return toJava<Java>(value);
 }
 
-// ---- writing
-// ----------------------------------------------------------------------------------------------------------
+// ---- writing -------------------------------------------------------------------------------------------------------
 
 // Adding takes ports and addresses in the order of the host and stores them in that of the network. Updating stores
 // what it is given, and reading gives what is stored.

@@ -13,8 +13,7 @@ constexpr char kNoFieldValue[] = "Insufficient memory to retrieve field value.";
 // The workers keep short names in a buffer of their own size.
 using ShortText = TextBuffer<127>;
 
-// ---- strings
-// ----------------------------------------------------------------------------------------------------------
+// ---- strings -------------------------------------------------------------------------------------------------------
 
 // Copies of strings that a call on this thread left behind when it failed, linked through their first bytes. The next
 // call of the kind or the thread's end frees them.
@@ -163,8 +162,7 @@ void _addOrUpdateStringArrayUTF(JNIEnv* env, jlong handle, jstring fieldName, jo
     }
 }
 
-// ---- messages
-// ---------------------------------------------------------------------------------------------------------
+// ---- messages ------------------------------------------------------------------------------------------------------
 
 // Copies the handles of a Java array, which is released again before the library is called. False: no pin.
 bool copyHandles(JNIEnv* env, jlongArray array, jint arrayLength, quorlMsg* messages) {
@@ -254,8 +252,7 @@ void _addOrUpdateMsgArrayUTF(JNIEnv* env, jlong handle, jstring fieldName, jlong
 
 extern "C" {
 
-// ---- reading
-// ----------------------------------------------------------------------------------------------------------
+// ---- reading -------------------------------------------------------------------------------------------------------
 
 // Each string as a byte array of its own; their local references stay until the native returns. Without the class of
 // byte arrays the exception carries the status of the read, which succeeded: 0.

@@ -60,7 +60,7 @@ QUORL_API quorl_status _quorlThreadLocal_Get(_quorlThreadLocal key, void** value
 typedef struct __quorlMutex {
     quorl_u32 flags; /* 0 */
     pthread_mutex_t mutex;
-}* _quorlMutex;
+} * _quorlMutex;
 
 /* A condition. Opaque. */
 typedef struct __quorlCondition* _quorlCondition;

@@ -84,15 +84,16 @@ typedef struct quorlMsg_tag* quorlMsg;
 #define QUORL_DEFAULT_QUEUE ((quorlQueue)1)
 
 /* Bounds of the format and of the interface. */
-#define QUORL_SUBJECT_MAX 254              /* bytes of a subject, without the terminator */
-#define QUORL_FIELD_NAME_MAX 127           /* bytes of a field name, without the terminator */
-#define QUORL_MSG_MAX_DEPTH 64             /* messages inside messages */
+#define QUORL_SUBJECT_MAX 254                      /* bytes of a subject, without the terminator */
+#define QUORL_FIELD_NAME_MAX 127                   /* bytes of a field name, without the terminator */
+#define QUORL_MSG_MAX_DEPTH 64                     /* messages inside messages */
 #define QUORL_MSG_MAX_SIZE (1024u * 1024u * 1024u) /* bytes of a message's wire image */
-#define QUORL_VECTOR_MAX 128               /* messages in one call of a vector callback */
+#define QUORL_VECTOR_MAX 128                       /* messages in one call of a vector callback */
 
 /* ---- statuses --------------------------------------------------------------------------------------------------- */
 
 /* The outcome of a call. The numbers are part of the interface; the gaps are too. */
+/* clang-format off */
 typedef QUORL_ENUM(quorl_status){
     QUORL_OK = 0,
     QUORL_INIT_FAILURE = 1,
@@ -157,6 +158,7 @@ typedef QUORL_ENUM(quorl_status){
     QUORL_CORRUPT_SERIALIZED_BUFFER = 116,
     QUORL_IPM_ONLY = 117
 } quorl_status;
+/* clang-format on */
 
 /* One sentence in English for a status, never null; an unknown number gives "Unknown status". Static storage. */
 QUORL_API const char* quorlStatus_GetText(quorl_status status);
@@ -203,12 +205,14 @@ QUORL_API void quorl_DisableQRDMReadyCheck(void);
 /* ---- queues ----------------------------------------------------------------------------------------------------- */
 
 /* What a full queue does with events. */
+/* clang-format off */
 typedef QUORL_ENUM(quorlQueueLimitPolicy){
     QUORLQUEUE_DISCARD_NONE = 0,  /* no limit: the queue grows */
     QUORLQUEUE_DISCARD_FIRST = 1, /* the oldest events give way */
     QUORLQUEUE_DISCARD_LAST = 2,  /* the newest events in the queue give way */
     QUORLQUEUE_DISCARD_NEW = 3    /* the arriving event is dropped */
 } quorlQueueLimitPolicy;
+/* clang-format on */
 
 /* Called once, on a thread of the library, when a destroyed queue has no callback in progress and no reference left. */
 typedef void (*quorlQueueOnComplete)(quorlQueue queue, void* closure);
@@ -303,10 +307,12 @@ QUORL_API quorl_status quorlEvent_DestroyEx(quorlEvent event, quorlEventOnComple
 /* ---- transports ------------------------------------------------------------------------------------------------- */
 
 /* How a daemon transport gathers outgoing messages. */
+/* clang-format off */
 typedef QUORL_ENUM(quorlTransportBatchMode){
     QUORLTRANSPORT_DEFAULT_BATCH = 0, /* each send goes out at once */
     QUORLTRANSPORT_TIMER_BATCH = 1    /* sends gather until the batch size or a short timer */
 } quorlTransportBatchMode;
+/* clang-format on */
 
 /* Creates a transport. Every parameter may be null, and then takes the default of the in-process parameters.
  * daemon: null or empty: a port on the embedded bus of this process; else a daemon's address. service, network: separate

@@ -13,12 +13,9 @@ extern "C" {
 /* Joins the distributed queue cmName. workerWeight: preference of this worker, higher first. workerTasks: tasks that it
  * takes at once. schedulerWeight: preference as scheduler, 1 to 65535. schedulerHeartbeat, schedulerActivation: seconds
  * between the scheduler's signs of life, and of silence after which another member takes over. */
-QUORL_API quorl_status quorlcmTransport_CreateDistributedQueueEx(quorlcmTransport* cmTransport,
-                                                                 quorlTransport transport, const char* cmName,
-                                                                 quorl_u32 workerWeight, quorl_u32 workerTasks,
-                                                                 quorl_u16 schedulerWeight,
-                                                                 quorl_f64 schedulerHeartbeat,
-                                                                 quorl_f64 schedulerActivation);
+QUORL_API quorl_status quorlcmTransport_CreateDistributedQueueEx(
+    quorlcmTransport* cmTransport, quorlTransport transport, const char* cmName, quorl_u32 workerWeight,
+    quorl_u32 workerTasks, quorl_u16 schedulerWeight, quorl_f64 schedulerHeartbeat, quorl_f64 schedulerActivation);
 /* Seconds within which a worker must complete a task before it is given to another; 0 for no limit. */
 QUORL_API quorl_status quorlcmTransport_SetCompleteTime(quorlcmTransport cmTransport, quorl_f64 completeTime);
 

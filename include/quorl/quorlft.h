@@ -14,12 +14,14 @@ typedef quorl_u32 quorlftMember;  /* object type 200 */
 typedef quorl_u32 quorlftMonitor; /* object type 201 */
 
 /* What a member is told to do. */
+/* clang-format off */
 typedef QUORL_ENUM(quorlftAction){
     QUORLFT_PREPARE_TO_ACTIVATE = 1,
     QUORLFT_ACTIVATE = 2,
     QUORLFT_DEACTIVATE = 3,
     QUORLFT_PREPARE_AND_ACTIVATE = 4 /* for bindings that merge the first two */
 } quorlftAction;
+/* clang-format on */
 
 /* Both run on the thread that dispatches the queue. */
 typedef void (*quorlftMemberCallback)(quorlftMember member, const char* groupName, quorlftAction action, void* closure);
