@@ -18,6 +18,7 @@ void state_fields();
 void state_scalars();
 void state_certified();
 void state_groups_of_processes();
+void state_shortages();
 
 }  // namespace contract
 

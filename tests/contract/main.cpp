@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
     contract::state_scalars();
     contract::state_certified();
     contract::state_groups_of_processes();
+    contract::state_shortages();
     contract::register_coverage();
     return RUN_ALL_TESTS();
 }

@@ -388,8 +388,11 @@ void set_region(JNIEnv* env, const char* function, char element, jarray array, j
                 const Element* buffer) {
     Jvm& machine = of(env, function);
     Object* object = machine.resolve(array, function);
-    const bool fits =
-        right_kind(object, function, element) && in_bounds(machine, object, start, length, sizeof(Element));
+    bool fits = right_kind(object, function, element) && in_bounds(machine, object, start, length, sizeof(Element));
+    if (fits && std::exchange(machine.fail_next_copy, false)) {
+        machine.raise("java/lang/ArrayIndexOutOfBoundsException", "from the machine");
+        fits = false;
+    }
     std::string content = "out of bounds";
     if (fits) content = element == 'B' ? quoted(buffer, static_cast<size_t>(length)) : list(buffer, element, length);
     if (fits && length == 0) content = "nothing";

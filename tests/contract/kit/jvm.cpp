@@ -98,6 +98,7 @@ void Jvm::reset() {
     fallible_.clear();
     fault_in_ = 0;
     fault_reached_ = false;
+    fail_next_copy = false;
     on_call = nullptr;
     version = JNI_VERSION_10;
     supers_["java/lang/Object"] = "";

@@ -83,6 +83,8 @@ class Jvm {
     void fail(const std::string& function, int nth);
     // The same, and the class of the exception that is left pending ("" for none).
     void fail(const std::string& function, int nth, const std::string& exception);
+    // The next Set...ArrayRegion raises the bounds exception though its content fits.
+    bool fail_next_copy = false;
     // The functions that can fail and were called since begin_call(), in order.
     const std::vector<std::string>& fallible() const { return fallible_; }
     bool fault_reached() const { return fault_reached_; }
