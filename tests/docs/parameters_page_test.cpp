@@ -1,0 +1,62 @@
+// docs/reference/parameters.md lists the parameters that the library takes, with defaults that it takes too.
+#include <gtest/gtest.h>
+#include <quorl/quorl.h>
+
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+#include <string>
+
+namespace {
+
+using Defaults = std::map<std::string, std::string>;  // name: default
+
+Defaults fromPage() {
+    Defaults defaults;
+    std::ifstream page(QUORL_PARAMETERS_PAGE);
+    const std::regex row(R"(\| `([a-z.]+)` \| ([^|]*)\| [^|]+ \|)");
+    for (std::string line; std::getline(page, line);) {
+        std::smatch cells;
+        if (!std::regex_match(line, cells, row)) continue;
+        std::string value = cells[2];
+        value.erase(value.find_last_not_of(' ') + 1);
+        defaults[cells[1]] = value;
+    }
+    return defaults;
+}
+
+quorl_status set(const std::string& parameter) {
+    const char* list[] = {parameter.c_str()};
+    return quorl_SetQRParameters(1, list);
+}
+
+TEST(ParametersPage, ListsWhatTheLibraryReads) {
+    std::set<std::string> read;
+    std::ifstream source(QUORL_PARAMETERS_SOURCE);
+    const std::regex comparison(R"re(name == "([a-z.]+)")re");
+    for (std::string line; std::getline(source, line);) {
+        std::smatch match;
+        if (std::regex_search(line, match, comparison)) read.insert(match[1]);
+    }
+    std::set<std::string> listed;
+    for (const auto& [name, value] : fromPage()) listed.insert(name);
+    EXPECT_FALSE(read.empty());
+    EXPECT_EQ(listed, read);
+}
+
+TEST(ParametersPage, NamesAndDefaultsAreTaken) {
+    for (const auto& [name, value] : fromPage()) {
+        EXPECT_EQ(set(name + "=" + value), QUORL_OK) << name << ": " << quorl_LastErrorText();
+    }
+}
+
+TEST(ParametersPage, TellsWhatIsRefused) {
+    EXPECT_EQ(set("dispatch.spin=1001"), QUORL_INVALID_ARG);
+    EXPECT_EQ(set("queue.limits=1"), QUORL_INVALID_ARG);
+    ASSERT_EQ(quorl_Open(), QUORL_OK);
+    EXPECT_EQ(set("queue.limit=0"), QUORL_NOT_PERMITTED);
+    EXPECT_EQ(quorl_Close(), QUORL_OK);
+}
+
+}  // namespace
