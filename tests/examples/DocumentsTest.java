@@ -19,11 +19,14 @@ import org.junit.jupiter.api.DynamicTest;
 import org.junit.jupiter.api.TestFactory;
 import org.junit.jupiter.api.io.TempDir;
 
-/** Compiles and runs the Java program that the README and the guide begin with, and follows the links of the documents. */
+/** Compiles and runs the Java program that the README and the guide begin with, follows the links of the
+ * documents, and looks the functions that they name up in the headers. */
 class DocumentsTest {
     private static final Path ROOT = Path.of(System.getProperty("examples.sources")).getParent();
     private static final String FIRST_LINE = "import com.vesma.quorl.*;";
     private static final Pattern LINK = Pattern.compile("\\]\\(([^)#]+)(#[^)]*)?\\)");
+    // Families such as quorlMsg_Add<Type>Ex are no names.
+    private static final Pattern FUNCTION = Pattern.compile("\\bquorl[A-Za-z]*_[A-Z][A-Za-z0-9]*\\b(?!<)");
     private static final int LIMIT_SECONDS = 60;
 
     @TempDir
@@ -84,6 +87,25 @@ class DocumentsTest {
             while (link.find()) {
                 if (link.group(1).contains("://")) continue;
                 assertTrue(Files.exists(document.resolveSibling(link.group(1))), "a link to " + link.group(1));
+            }
+        }));
+    }
+
+    @TestFactory
+    Stream<DynamicTest> everyFunctionNamedIsDeclared() throws IOException {
+        StringBuilder headers = new StringBuilder();
+        try (Stream<Path> files = Files.list(ROOT.resolve("include/quorl"))) {
+            for (Path header : files.toList()) headers.append(Files.readString(header));
+        }
+        List<Path> documents;
+        try (Stream<Path> guide = Files.list(ROOT.resolve("docs/guide"));
+                Stream<Path> reference = Files.list(ROOT.resolve("docs/reference"))) {
+            documents = Stream.concat(guide, reference).filter(file -> file.toString().endsWith(".md")).sorted().toList();
+        }
+        return documents.stream().map(document -> DynamicTest.dynamicTest(ROOT.relativize(document).toString(), () -> {
+            Matcher function = FUNCTION.matcher(Files.readString(document));
+            while (function.find()) {
+                assertTrue(headers.indexOf(function.group() + "(") >= 0, function.group() + " is in no header");
             }
         }));
     }
