@@ -1,6 +1,6 @@
 package com.vesma.quorl.cli;
 
-/** Writes JSON values. */
+/** Writes texts as JSON. The library writes the messages. */
 final class Json {
     private Json() {}
 
@@ -29,14 +29,5 @@ final class Json {
             }
         }
         out.append('"');
-    }
-
-    /** Appends a number; JSON has no NaN and no infinity, so these are strings. */
-    static void number(StringBuilder out, double value) {
-        if (Double.isFinite(value)) {
-            out.append(Texts.number(value));
-        } else {
-            string(out, Double.toString(value));
-        }
     }
 }

@@ -135,7 +135,10 @@ public final class Main implements Runnable {
 
     /** What to tell the user of a failure that a command did not expect. */
     static String describe(Exception failure) {
-        return failure instanceof QuorlException || failure instanceof Failure ? failure.getMessage() : failure.toString();
+        // The library says with IllegalStateException that JSON needs a library that is not there.
+        boolean explained = failure instanceof QuorlException || failure instanceof Failure
+                || failure instanceof IllegalStateException;
+        return explained ? failure.getMessage() : failure.toString();
     }
 
     private static PrintWriter writer(FileDescriptor file) {

@@ -34,16 +34,10 @@ class CommandsTest {
     @Test
     void jsonKeepsTheTypes() {
         Cli.expect("""
-                {"subject":"a","fields":[{"name":"b","type":"bool","value":true},{"name":"i8","type":"i8","value":-128},\
-                {"name":"u8","type":"u8","value":255},{"name":"i16","type":"i16","value":-1},\
-                {"name":"u16","type":"u16","value":65535},{"name":"i32","type":"i32","value":-5},\
-                {"name":"u32","type":"u32","value":4294967295},{"name":"i64","type":"i64","value":"-9223372036854775808"},\
-                {"name":"u64","type":"u64","value":"18446744073709551615"},{"name":"f32","type":"f32","value":0.1},\
-                {"name":"f64","type":"f64","value":0.1},{"name":"nan","type":"f64","value":"NaN"},\
-                {"name":"s","type":"string","value":"größe \\"😀\\""},{"name":"o","type":"opaque","value":"00cafe"},\
-                {"name":"x","type":"xml","value":"3c612f3e"},\
-                {"name":"t","type":"datetime","value":"2026-07-01T12:30:00.250Z"},\
-                {"name":"ip","type":"ipaddr32","value":"192.168.1.20"},{"name":"p","type":"ipport16","value":4222}]}
+                {"subject":"a","message":{"b:bool":true,"i8:i8":-128,"u8:u8":255,"i16:i16":-1,"u16:u16":65535,"i32:i32":-5,\
+                "u32:u32":4294967295,"i64:i64":"-9223372036854775808","u64:u64":"18446744073709551615","f32:f32":0.1,\
+                "f64:f64":0.1,"nan:f64":"NaN","s:string":"größe \\"😀\\"","o:opaque":"AMr+","x:xml":"PGEvPg==",\
+                "t:datetime":"2026-07-01T12:30:00.250Z","ip:ipaddr32":"192.168.1.20","p:ipport16":4222}}
                 """,
                 "listen a --json",
                 "send a b:bool=true i8:i8=-128 u8:u8=255 i16:i16=-1 u16:u16=65535 i32:i32=-5 u32:u32=4294967295 "
@@ -81,7 +75,7 @@ class CommandsTest {
 
     @Test
     void aReplyMayEchoTheRequestAndBeQuiet() {
-        Cli.expect("{\"fields\":[{\"name\":\"a\",\"type\":\"i32\",\"value\":1},{\"name\":\"b\",\"type\":\"u64\",\"value\":\"2\"}]}\n",
+        Cli.expect("{\"a:i32\":1,\"b:u64\":\"2\"}\n",
                 "reply echo --echo b:u64=2 --quiet --count 1", "request echo a:i32=1 --json");
     }
 
