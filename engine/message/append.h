@@ -48,7 +48,7 @@ template <uint8_t type>
     const uint32_t count = content->count + 1;
     Field* const field = content->top - count;
     const size_t room = static_cast<size_t>(reinterpret_cast<uint8_t*>(field + 1) - (image + head));
-    if (room < overhead + nameLength + bytes || head > QUORL_MSG_MAX_SIZE - bytes - 256) return generally();
+    if (room < overhead + nameLength + bytes || head + size_t{bytes} + 256 > wire::maxSize) return generally();
     const bool indexed = content->index.load(std::memory_order_relaxed) != nullptr;
 
     const auto* text = reinterpret_cast<const uint8_t*>(name);

@@ -121,7 +121,7 @@ quorl_status readImage(const uint8_t* bytes, uint32_t size, Content** content) n
     // The bytes may change while they are read, so that only the copy is believed.
     const uint32_t total = wire::load<uint32_t>(bytes + wire::sizeAt);
     const uint32_t count = wire::load<uint32_t>(bytes + wire::countAt);
-    if (total > QUORL_MSG_MAX_SIZE || count > total / wire::minFieldSize) {
+    if (total > wire::maxSize || count > total / wire::minFieldSize) {
         return fail(QUORL_CORRUPT_MSG, "corrupt message: it changes while it is read");
     }
     Content* made = newBlock(total + count * sizeof(Field));

@@ -39,7 +39,7 @@ bool convertExactly(From from, To* to) noexcept {
         *to = result;
         return true;
     } else {
-        const To result = static_cast<To>(from);
+        const To result = static_cast<To>(from);  // NOLINT(bugprone-signed-char-misuse): the sign is compared below
         if (static_cast<From>(result) != from || (result < To{0}) != (from < From{0})) return false;
         *to = result;
         return true;

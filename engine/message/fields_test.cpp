@@ -614,6 +614,22 @@ TEST(FieldTypes, StringsOfAnotherSizeThanTheRecordSaysAreRefused) {
     EXPECT_EQ(QUORL_INVALID_ARG, quorlMsg_AddField(message, &field));
 }
 
+// Refused by their size alone, before a byte is read: there are not as many.
+TEST(FieldTypes, ValuesAboveTheLimitAreRefused) {
+    Owned message;
+    ASSERT_EQ(QUORL_OK, quorlMsg_AddI32Ex(message, "n", 1, 0));
+    const std::string image = imageOf(message);
+    for (const quorl_u32 size : {QUORL_MSG_MAX_SIZE, QUORL_MSG_MAX_SIZE + 1, 0xffffffffu}) {
+        EXPECT_EQ(QUORL_INVALID_SIZE, quorlMsg_AddOpaqueEx(message, "x", "", size, 0));
+        EXPECT_EQ(QUORL_INVALID_SIZE, quorlMsg_UpdateXmlEx(message, "x", "", size, 0));
+        EXPECT_EQ(QUORL_INVALID_SIZE, quorlMsg_AddI8ArrayEx(message, "x", sampleArray<quorl_i8>(), size, 0));
+    }
+    EXPECT_EQ(QUORL_INVALID_SIZE, quorlMsg_AddF64ArrayEx(message, "x", sampleArray<quorl_f64>(), 1u << 27, 0));
+    EXPECT_EQ(QUORL_INVALID_SIZE, quorlMsg_UpdateF64ArrayEx(message, "x", sampleArray<quorl_f64>(), 1u << 29, 0));
+    EXPECT_EQ(QUORL_INVALID_SIZE, quorlMsg_AddMsgArrayEx(message, "x", sampleMessages(), 1u << 31, 0));
+    EXPECT_EQ(image, imageOf(message));
+}
+
 TEST(FieldTypes, OpaqueHandlers) {
     EXPECT_EQ(QUORL_OK, quorlMsg_SetOpaqueHandlers(0));
     EXPECT_EQ(QUORL_RESERVED_HANDLER, quorlMsg_SetOpaqueHandlers(1));

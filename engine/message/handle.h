@@ -60,7 +60,7 @@ inline uint64_t valueOf(quorlMsg message) noexcept {
     return reinterpret_cast<uintptr_t>(message);
 }
 inline quorlMsg toHandle(uint64_t value) noexcept {
-    return reinterpret_cast<quorlMsg>(static_cast<uintptr_t>(value));
+    return reinterpret_cast<quorlMsg>(static_cast<uintptr_t>(value));  // NOLINT(performance-no-int-to-ptr): no address
 }
 inline quorlMsg handleOf(const Slot& slot) noexcept {
     return toHandle(slot.live.load(std::memory_order_relaxed));

@@ -57,7 +57,7 @@ quorl_status ValueHolder::fromStrings(const char* const* array, uint32_t count) 
     for (uint32_t i = 0; i < count; ++i) {
         if (array[i] == nullptr) return fail(QUORL_INVALID_ARG, "string %u of the array is null", i);
         bytes += std::strlen(array[i]) + 1;
-        if (bytes > QUORL_MSG_MAX_SIZE) return valueTooLong();
+        if (bytes > wire::maxSize) return valueTooLong();
     }
     value = {QUORLMSG_STRINGARRAY, Kind::strings, 0, count, static_cast<uint32_t>(bytes), array};
     return QUORL_OK;
@@ -65,7 +65,7 @@ quorl_status ValueHolder::fromStrings(const char* const* array, uint32_t count) 
 
 quorl_status ValueHolder::fromMessages(const quorlMsg* array, uint32_t count) noexcept {
     if (array == nullptr && count != 0) return fail(QUORL_INVALID_ARG, "no array");
-    if (count > QUORL_MSG_MAX_SIZE / wire::headerSize) return valueTooLong();
+    if (count > wire::maxSize / wire::headerSize) return valueTooLong();
     images_ = static_cast<Image*>(allocate(sizeof(Image) * std::max(count, 1u)));
     if (images_ == nullptr) return fail(QUORL_NO_MEMORY, "no memory for an array of %u messages", count);
     uint64_t bytes = 0;
@@ -75,7 +75,7 @@ quorl_status ValueHolder::fromMessages(const quorlMsg* array, uint32_t count) no
             return failWithin(status, "message %u of the array", i);
         }
         bytes = wire::alignUp(static_cast<uint32_t>(bytes), wire::imageAlignment) + images_[i].size;
-        if (bytes > QUORL_MSG_MAX_SIZE) return valueTooLong();
+        if (bytes > wire::maxSize) return valueTooLong();
     }
     value = {QUORLMSG_MSGARRAY, Kind::messages, depth, count, static_cast<uint32_t>(bytes), images_};
     return QUORL_OK;

@@ -11,18 +11,18 @@ quorl_status valueTooLong() noexcept;
 inline quorl_status checkString(const char* text, uint32_t* size) noexcept {
     if (text == nullptr) return fail(QUORL_INVALID_ARG, "no string");
     const size_t whole = std::strlen(text) + 1;
-    if (whole > QUORL_MSG_MAX_SIZE) return valueTooLong();
+    if (whole > wire::maxSize) return valueTooLong();
     *size = static_cast<uint32_t>(whole);
     return QUORL_OK;
 }
 inline quorl_status checkBytes(const void* bytes, uint32_t size) noexcept {
     if (bytes == nullptr && size != 0) return fail(QUORL_INVALID_ARG, "no bytes");
-    return size <= QUORL_MSG_MAX_SIZE ? QUORL_OK : valueTooLong();
+    return size <= wire::maxSize ? QUORL_OK : valueTooLong();
 }
 inline quorl_status checkNumbers(uint8_t type, const void* array, uint32_t count, uint32_t* bytes) noexcept {
     if (array == nullptr && count != 0) return fail(QUORL_INVALID_ARG, "no array");
     const uint64_t whole = uint64_t{count} * typeInfo(type).wireSize;
-    if (whole > QUORL_MSG_MAX_SIZE) return valueTooLong();
+    if (whole > wire::maxSize) return valueTooLong();
     *bytes = static_cast<uint32_t>(whole);
     return QUORL_OK;
 }

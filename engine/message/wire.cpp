@@ -18,7 +18,7 @@ bool checkHeader(const uint8_t* image, uint32_t limit, uint32_t base, uint32_t l
     if (word != magic) return bad("unknown format version", 2);
     uint32_t size = load<uint32_t>(image + sizeAt);
     if (size < headerSize) return bad("the size is smaller than the header", sizeAt);
-    if (size > QUORL_MSG_MAX_SIZE) return bad("the size is above the limit", sizeAt);
+    if (size > maxSize) return bad("the size is above the limit", sizeAt);
     if (size > limit) return bad("the size reaches past the end", sizeAt);
     if (load<uint32_t>(image + countAt) > (size - headerSize) / minFieldSize) {
         return bad("more fields than bytes for them", countAt);

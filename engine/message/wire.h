@@ -26,6 +26,7 @@ constexpr uint8_t headUserType = 0x3f;
 constexpr uint8_t headNamed = 0x40;
 constexpr uint8_t headHasId = 0x80;
 
+constexpr uint32_t maxSize = QUORL_MSG_MAX_SIZE;
 constexpr uint32_t minFieldSize = 2;  // a bool, or empty bytes, without name and id
 constexpr uint8_t noName = 0xff;      // the name length of a field without a name
 constexpr uint32_t imageAlignment = 8;

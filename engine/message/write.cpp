@@ -17,7 +17,7 @@ quorl_status noMemory() noexcept {
 }
 
 quorl_status tooLarge() noexcept {
-    return fail(QUORL_INVALID_SIZE, "the message would pass %u bytes", QUORL_MSG_MAX_SIZE);
+    return fail(QUORL_INVALID_SIZE, "the message would pass %u bytes", wire::maxSize);
 }
 
 // What stands between a field's name and its value, but for the padding.
@@ -131,7 +131,7 @@ quorl_status replace(Slot& slot, uint32_t index, const Value& value) noexcept {
     ++fresh->count;
     fresh->depth = std::max(fresh->depth, field.depth);
     for (uint32_t i = index + 1; i < old.count; ++i) appendCopy(*fresh, old, i);
-    if (fresh->size > QUORL_MSG_MAX_SIZE) return tooLarge();
+    if (fresh->size > wire::maxSize) return tooLarge();
     fresh->stampHeader();
     change.commit();
     return QUORL_OK;
@@ -180,14 +180,14 @@ quorl_status append(Slot& slot, const Name& name, uint16_t id, const Value& valu
     }
     const uint64_t most = uint64_t{fieldOverhead(name.length)} + value.bytes;
     const uint32_t size = present != nullptr ? present->size : wire::headerSize;
-    if (size + most > QUORL_MSG_MAX_SIZE + fieldOverhead(name.length)) return tooLarge();
+    if (size + most > wire::maxSize + fieldOverhead(name.length)) return tooLarge();
     Change change(slot);
     if (!change.needRoom(most + sizeof(Field))) return noMemory();
     Content& into = change.pending();
     Field& field = into.field(into.count);  // free room until closeField
     uint8_t* to = putHead(into.image, into.image + into.size, name, id, value.type, field);
     to = putValue(into.image, to, value, field);
-    if (static_cast<size_t>(to - into.image) > QUORL_MSG_MAX_SIZE) return tooLarge();
+    if (static_cast<size_t>(to - into.image) > wire::maxSize) return tooLarge();
     closeField(change.commit(), to, value.depth);
     return QUORL_OK;
 }
