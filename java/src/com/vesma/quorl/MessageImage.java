@@ -12,17 +12,19 @@ import java.util.concurrent.ThreadLocalRandom;
  * is read. Everything is final, so that any number of threads may read.
  */
 final class MessageImage {
-    /** Ints of a field in the table. */
-    private static final int STRIDE = 5;
+    /**
+     * Three of the table are a field. WHAT: type, length of the name, id, tail of the name: 8, 8, 16 and 32 bits. WHERE: of
+     * the name and of the value. LENGTH: bytes of a text with its zero, of bytes, of a message; elements of an array; 0 for
+     * a scalar.
+     */
+    private static final int STRIDE = 3;
 
-    /** Type, length of the name, id: 8, 8 and 16 bits. */
-    private static final int INFO = 0;
+    private static final int WHAT = 0;
+    private static final int WHERE = 1;
+    private static final int LENGTH = 2;
 
-    private static final int TAIL = 1;
-    private static final int NAME = 2;
-    private static final int VALUE = 3;
-    /** Bytes of a text with its zero, of bytes, of a message; elements of an array; 0 for a scalar. */
-    private static final int LENGTH = 4;
+    /** The bits of WHAT that a search by name compares. */
+    private static final long NAME_BITS = 0x00FF_0000_FFFF_FFFFL;
 
     /** The name's length of a field without one. */
     private static final int NO_NAME = 0xFF;
@@ -43,7 +45,7 @@ final class MessageImage {
     final int size;
     final int count;
 
-    private final int[] table;
+    private final long[] table;
 
     /** For many fields: field number and 1 by the name's hash, then by the id; 0 is free. Null for few. */
     private final int[] cells;
@@ -62,7 +64,7 @@ final class MessageImage {
         if (count > MANY) {
             throw new QuorlException(QuorlException.NO_MEMORY, count + " fields are too many for a view");
         }
-        table = new int[count * STRIDE];
+        table = new long[count * STRIDE];
         walk();
         cells = count > FEW ? hashed() : null;
     }
@@ -90,7 +92,7 @@ final class MessageImage {
 
     private void walk() {
         byte[] b = bytes;
-        int[] t = table;
+        long[] t = table;
         int end = start + size;
         int at = start + Wire.HEADER;
         for (int entry = 0; entry < t.length; entry += STRIDE) {
@@ -113,22 +115,40 @@ final class MessageImage {
                 id = (short) Wire.I16.get(b, at) & 0xFFFF;
                 at += 2;
             }
-            int nameLength = NO_NAME;
-            t[entry + NAME] = at;
+            long what = (long) (type << 24 | NO_NAME << 16 | id) << 32;
+            int name = at;
             if ((head & Wire.NAMED) != 0) {
-                nameLength = nameLength(b, at, end);
-                t[entry + TAIL] = Wire.tailOf(b, at, nameLength);
-                at += nameLength + 1;
+                int length = nameLength(b, at, end);
+                what = (long) (type << 24 | length << 16 | id) << 32 | Wire.tailOf(b, at, length) & 0xFFFF_FFFFL;
+                at += length + 1;
             }
-            t[entry + INFO] = type << 24 | nameLength << 16 | id;
-            if (Wire.kind(type) == Wire.SCALAR) {
-                t[entry + VALUE] = at;
-                at += Wire.size(type);
-                if (at > end) {
-                    throw corrupt("a value is cut short", at);
+            t[entry + WHAT] = what;
+            // The common kinds stand here, so that the loop is compiled as one.
+            int kind = Wire.kind(type);
+            if (kind == Wire.SCALAR) {
+                t[entry + WHERE] = (long) name << 32 | at;
+                at = fits(at, Wire.size(type), end);
+            } else if (kind >= Wire.TEXT && kind <= Wire.NUMBERS) {
+                int length = at < end ? b[at] : -1;
+                if (length >= 0) {
+                    at++;
+                } else {
+                    length = lengthAt(at, end);
+                    at += lengthSize(length);
+                }
+                long size = length;
+                if (kind == Wire.NUMBERS) {
+                    size *= Wire.size(type);
+                    at = Wire.alignUp(at, Wire.size(type));
+                }
+                t[entry + WHERE] = (long) name << 32 | at;
+                t[entry + LENGTH] = length;
+                at = fits(at, size, end);
+                if (kind == Wire.TEXT && (length == 0 || b[at - 1] != 0)) {
+                    throw corrupt("a string has no terminator", at);
                 }
             } else {
-                at = value(type, at, end, entry);
+                at = value(kind, type, name, at, entry);
             }
         }
         if (at != end) {
@@ -136,30 +156,13 @@ final class MessageImage {
         }
     }
 
-    /** Enters where the value of a field that is no scalar is and how long, and returns where the next field begins. */
-    private int value(int type, int from, int end, int entry) {
+    /** Enters where a value of the other kinds is and how long, and returns where the next field begins. */
+    private int value(int kind, int type, int name, int from, int entry) {
+        int end = start + size;
         int at = from;
         int length;
         int next;
-        switch (Wire.kind(type)) {
-            case Wire.TEXT:
-                length = lengthAt(at, end);
-                at += lengthSize(length);
-                next = fits(at, length, end);
-                if (length == 0 || bytes[next - 1] != 0) {
-                    throw corrupt("a string has no terminator", at);
-                }
-                break;
-            case Wire.BYTES:
-                length = lengthAt(at, end);
-                at += lengthSize(length);
-                next = fits(at, length, end);
-                break;
-            case Wire.NUMBERS:
-                length = lengthAt(at, end);
-                at = Wire.alignUp(at + lengthSize(length), Wire.size(type));
-                next = fits(at, (long) length * Wire.size(type), end);
-                break;
+        switch (kind) {
             case Wire.TEXTS:
                 length = lengthAt(at, end);
                 at += lengthSize(length);
@@ -181,12 +184,10 @@ final class MessageImage {
                 break;
             case Wire.MESSAGES:
                 length = lengthAt(at, end);
-                at += lengthSize(length);
+                at = fits(Wire.alignUp(at + lengthSize(length), Wire.MESSAGE_ALIGNMENT), 0, end);
                 if (length > (end - at) / Wire.HEADER) {
                     throw corrupt("an array is cut short", at);
                 }
-                at = length == 0 ? fits(Wire.alignUp(at, Wire.MESSAGE_ALIGNMENT), 0, end)
-                        : Wire.alignUp(at, Wire.MESSAGE_ALIGNMENT);
                 next = at;
                 for (int i = 0; i < length; i++) {
                     next = Wire.alignUp(next, Wire.MESSAGE_ALIGNMENT);
@@ -196,7 +197,7 @@ final class MessageImage {
             default:
                 throw corrupt("type code " + type + " is reserved", from);
         }
-        table[entry + VALUE] = at;
+        table[entry + WHERE] = (long) name << 32 | at;
         table[entry + LENGTH] = length;
         return next;
     }
@@ -257,30 +258,34 @@ final class MessageImage {
     // ---- what a field is ----------------------------------------------------------------------------------------------
 
     int type(int field) {
-        return table[field * STRIDE + INFO] >>> 24;
+        return (int) (table[field * STRIDE + WHAT] >>> 56);
     }
 
     int id(int field) {
-        return table[field * STRIDE + INFO] & 0xFFFF;
+        return (int) (table[field * STRIDE + WHAT] >>> 32) & 0xFFFF;
     }
 
     int value(int field) {
-        return table[field * STRIDE + VALUE];
+        return (int) table[field * STRIDE + WHERE];
     }
 
     int length(int field) {
-        return table[field * STRIDE + LENGTH];
+        return (int) table[field * STRIDE + LENGTH];
+    }
+
+    private int nameAt(int field) {
+        return (int) (table[field * STRIDE + WHERE] >>> 32);
+    }
+
+    private int nameLength(int field) {
+        return (int) (table[field * STRIDE + WHAT] >>> 48) & 0xFF;
     }
 
     /** Null when it has none. */
     String name(int field) {
         int length = nameLength(field);
         return length == NO_NAME
-                ? null : new String(bytes, table[field * STRIDE + NAME], length, StandardCharsets.UTF_8);
-    }
-
-    private int nameLength(int field) {
-        return table[field * STRIDE + INFO] >>> 16 & 0xFF;
+                ? null : new String(bytes, nameAt(field), length, StandardCharsets.UTF_8);
     }
 
     /** The levels of messages inside. */
@@ -305,28 +310,32 @@ final class MessageImage {
 
     // ---- search -------------------------------------------------------------------------------------------------------
 
-    /** The first field of a name, -1 for none. */
+    /** What a search for a name looks for in the table. */
+    private static long wanted(byte[] bytes, int at, int length) {
+        return (long) length << 48 | Wire.tailOf(bytes, at, length) & 0xFFFF_FFFFL;
+    }
+
+    /** The first field of a name of at most 127 bytes, -1 for none. */
     int find(byte[] name) {
         if (cells == null) {
             return findFrom(name, 0);
         }
-        int tail = Wire.tailOf(name, 0, name.length);
+        long wanted = wanted(name, 0, name.length);
         int mask = (cells.length >> 1) - 1;
         for (int cell = (int) hash(name, 0, name.length) & mask; cells[cell] != 0; cell = cell + 1 & mask) {
-            if (isNamed(cells[cell] - 1, name, 0, name.length, tail)) {
+            if (isNamed(cells[cell] - 1, wanted, name, 0, name.length)) {
                 return cells[cell] - 1;
             }
         }
         return -1;
     }
 
-    /** The first field of a name at a position or behind it, -1 for none. */
+    /** The first field of a name of at most 127 bytes at a position or behind it, -1 for none. */
     int findFrom(byte[] name, int position) {
-        int tail = Wire.tailOf(name, 0, name.length);
-        int[] t = table;
-        for (int entry = position * STRIDE; entry < t.length; entry += STRIDE) {
-            if (t[entry + TAIL] == tail && isNamed(entry, name, 0, name.length)) {
-                return entry / STRIDE;
+        long wanted = wanted(name, 0, name.length);
+        for (int field = position; field < count; field++) {
+            if (isNamed(field, wanted, name, 0, name.length)) {
+                return field;
             }
         }
         return -1;
@@ -351,13 +360,13 @@ final class MessageImage {
         return -1;
     }
 
-    /** Whether an entry whose name has the right tail has that name. */
-    private boolean isNamed(int entry, byte[] name, int from, int length) {
-        if ((table[entry + INFO] >>> 16 & 0xFF) != length) {
-            return false;
-        }
-        // The tail is four of the bytes.
-        int at = table[entry + NAME];
+    private boolean isNamed(int field, long wanted, byte[] name, int from, int length) {
+        return (table[field * STRIDE + WHAT] & NAME_BITS) == wanted && isRest(field, name, from, length);
+    }
+
+    /** Whether the bytes before the tail are the name's. */
+    private boolean isRest(int field, byte[] name, int from, int length) {
+        int at = nameAt(field);
         if (length <= 4) {
             return true;
         }
@@ -370,10 +379,6 @@ final class MessageImage {
         return Arrays.equals(bytes, at, at + length - 4, name, from, from + length - 4);
     }
 
-    private boolean isNamed(int field, byte[] name, int from, int length, int tail) {
-        return table[field * STRIDE + TAIL] == tail && isNamed(field * STRIDE, name, from, length);
-    }
-
     private int[] hashed() {
         int half = Math.max(Integer.highestOneBit(count), FEW) << 2;
         int[] made = new int[half << 1];
@@ -381,11 +386,11 @@ final class MessageImage {
         for (int field = 0; field < count; field++) {
             int length = nameLength(field);
             if (length != NO_NAME) {
-                int at = table[field * STRIDE + NAME];
-                int tail = table[field * STRIDE + TAIL];
+                int at = nameAt(field);
+                long wanted = wanted(bytes, at, length);
                 int cell = (int) hash(bytes, at, length) & mask;
                 // The first field of a name is the one that a search finds.
-                while (made[cell] != 0 && !isNamed(made[cell] - 1, bytes, at, length, tail)) {
+                while (made[cell] != 0 && !isNamed(made[cell] - 1, wanted, bytes, at, length)) {
                     cell = cell + 1 & mask;
                 }
                 if (made[cell] == 0) {
