@@ -93,12 +93,18 @@ Ran observe_callback(const std::function<void()>& run) {
 
 void fresh(int critical) {
     replacements().clear();
-    reset_doubles();
-    jvm().reset();
     jvm().fail("", 0);
     heap().fail(0);
+    criticalMethodsAreAvailable = critical;
+    if (jvm().rewind()) {
+        reset_doubles(Slots::keep);
+        return;
+    }
+    reset_doubles();
+    jvm().reset();
     const Ran ran = observe([](jobject*) { return std::to_string(_quorlNative_Initialize(jvm().env())); });
     if (ran.result != "1") violation("initialisation fails");
+    jvm().mark();
     criticalMethodsAreAvailable = critical;
 }
 

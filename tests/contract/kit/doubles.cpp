@@ -17,15 +17,15 @@ std::vector<DoubleBase*>& all_doubles() {
     return doubles;
 }
 
-struct Slots {
+struct SlotTable {
     std::mutex mutex;
     _quorlThreadLocal next = 1;  // guarded by mutex, as is all below
     std::map<_quorlThreadLocal, void (*)(void*)> destructors;
     std::map<std::pair<std::thread::id, _quorlThreadLocal>, void*> values;
 };
 
-Slots& slots() {
-    static Slots the_slots;
+SlotTable& slots() {
+    static SlotTable the_slots;
     return the_slots;
 }
 
@@ -35,17 +35,18 @@ DoubleBase::DoubleBase() {
     all_doubles().push_back(this);
 }
 
-void reset_doubles() {
+void reset_doubles(Slots kept) {
     for (DoubleBase* each : all_doubles()) each->reset();
-    Slots& all = slots();
+    SlotTable& all = slots();
     std::lock_guard<std::mutex> lock(all.mutex);
+    all.values.clear();
+    if (kept == Slots::keep) return;
     all.next = 1;
     all.destructors.clear();
-    all.values.clear();
 }
 
 quorl_status make_slot(_quorlThreadLocal* key, void (*at_end)(void*)) {
-    Slots& all = slots();
+    SlotTable& all = slots();
     std::lock_guard<std::mutex> lock(all.mutex);
     *key = all.next++;
     all.destructors[*key] = at_end;
@@ -53,7 +54,7 @@ quorl_status make_slot(_quorlThreadLocal* key, void (*at_end)(void*)) {
 }
 
 quorl_status set_slot(_quorlThreadLocal key, void* value) {
-    Slots& all = slots();
+    SlotTable& all = slots();
     std::lock_guard<std::mutex> lock(all.mutex);
     if (!all.destructors.count(key)) return QUORL_INVALID_ARG;
     all.values[{std::this_thread::get_id(), key}] = value;
@@ -61,7 +62,7 @@ quorl_status set_slot(_quorlThreadLocal key, void* value) {
 }
 
 quorl_status get_slot(_quorlThreadLocal key, void** value) {
-    Slots& all = slots();
+    SlotTable& all = slots();
     std::lock_guard<std::mutex> lock(all.mutex);
     if (!all.destructors.count(key)) return QUORL_INVALID_ARG;
     auto found = all.values.find({std::this_thread::get_id(), key});

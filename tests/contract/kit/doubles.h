@@ -33,8 +33,9 @@ class DoubleBase {
     int calls = 0;
 };
 
-// Forgets what rows have programmed; the thread-local slots too.
-void reset_doubles();
+// Forgets what rows have programmed and what the thread-local slots hold; the slots themselves too, unless they are kept.
+enum class Slots { forget, keep };
+void reset_doubles(Slots slots = Slots::forget);
 
 template <class Function>
 class Double;

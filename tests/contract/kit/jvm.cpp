@@ -77,7 +77,7 @@ Jvm::Jvm() {
     reset();
 }
 
-void Jvm::reset() {
+void Jvm::forget_row() {
     for (const auto& [pointer, object] : pins_) std::free(const_cast<void*>(pointer));
     for (const auto& [pointer, object] : critical_) std::free(const_cast<void*>(pointer));
     for (const auto& [pointer, object] : chars_) std::free(const_cast<void*>(pointer));
@@ -85,15 +85,9 @@ void Jvm::reset() {
     critical_.clear();
     chars_.clear();
     pending_ = nullptr;
-    globals_ = 0;
-    refs_.clear();
     frame_.clear();
-    classes_.clear();
-    supers_.clear();
-    methods_.clear();
     broken_classes_.clear();
     broken_methods_.clear();
-    heap_.clear();
     exempted_.clear();
     fallible_.clear();
     fault_in_ = 0;
@@ -101,11 +95,34 @@ void Jvm::reset() {
     fail_next_copy = false;
     on_call = nullptr;
     version = JNI_VERSION_10;
+}
+
+void Jvm::reset() {
+    forget_row();
+    mark_.set = false;
+    globals_ = 0;
+    refs_.clear();
+    classes_.clear();
+    supers_.clear();
+    methods_.clear();
+    heap_.clear();
     supers_["java/lang/Object"] = "";
     supers_["java/lang/Throwable"] = "java/lang/Object";
     for (const char* name : error_classes) supers_[name] = "java/lang/Throwable";
     for (const char* name : plain_classes) supers_[name] = "java/lang/Object";
     for (const auto& [name, super] : supers_) class_object(name);
+}
+
+void Jvm::mark() { mark_ = {true, heap_.size(), refs_.size(), methods_.size(), globals_}; }
+
+bool Jvm::rewind() {
+    if (!mark_.set) return false;
+    forget_row();
+    globals_ = mark_.globals;
+    refs_.resize(mark_.references);
+    methods_.resize(mark_.methods);
+    heap_.resize(mark_.objects);
+    return true;
 }
 
 Object* Jvm::class_object(const std::string& name) {
