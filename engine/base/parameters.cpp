@@ -122,7 +122,10 @@ quorl_status ParameterSet::set(const std::vector<std::string_view>& settings) no
                     break;
             }
             std::erase_if(taken, [&](const Setting& old) { return old.name == name; });
-            taken.push_back({std::string(name), std::string(value), false});
+            // Set to its default is as good as never set: a file may say otherwise.
+            Parameters alone;
+            apply(alone, name, value);
+            if (!same(alone, Parameters{})) taken.push_back({std::string(name), std::string(value), false});
         }
         values_ = std::move(values);
         settings_ = std::move(taken);
