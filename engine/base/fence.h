@@ -20,8 +20,9 @@ namespace quorl {
 
 namespace fence {
 
-// Whether the kernel offers the barrier that runs on all threads of the process. Set once, before any thread announces.
-extern constinit bool processWide;
+// Whether the kernel offers the barrier that runs on all threads of the process. Becomes true at most once, when the first
+// thread is registered.
+extern constinit std::atomic<bool> processWide;
 
 // Finds out what the kernel offers. Called under a lock by the registration of the first thread.
 void prepare() noexcept;
@@ -31,7 +32,7 @@ void prepare() noexcept;
 template <class T>
 inline void announce(std::atomic<T>& cell, T value) noexcept {
 #ifndef QUORL_TSAN
-    if (fence::processWide) [[likely]] {
+    if (fence::processWide.load(std::memory_order_relaxed)) [[likely]] {
         cell.store(value, std::memory_order_release);
         std::atomic_signal_fence(std::memory_order_seq_cst);
         return;

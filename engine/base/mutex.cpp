@@ -1,15 +1,23 @@
 // The slow road into a mutex that is held.
 #include "base/mutex.h"
 
+#include "base/clock.h"
+
 namespace quorl {
 
 void Mutex::lockContended() noexcept {
-    // What the engine holds these locks for takes well under a microsecond: a short spin saves most system calls.
-    for (int round = 0; round < 60; ++round) {
+    // What the engine holds these locks for takes well under a microsecond: a short spin saves most sleeps.
+    for (int round = 0; round < 40; ++round) {
         spinPause();
-        if (state_.load(std::memory_order_relaxed) == free && try_lock()) return;
+        if (held_.load(std::memory_order_relaxed) == 0 && try_lock()) return;
     }
-    while (state_.exchange(contended, std::memory_order_acquire) != free) futexWait(state_, contended);
+    sleepers_.fetch_add(1, std::memory_order_seq_cst);
+    // From here on every unlock wakes; those before it are seen by the attempt below.
+    heavyFence();
+    // Without the fence of the whole process, or before it is known, the holder may miss this thread.
+    const bool seen = fence::processWide.load(std::memory_order_relaxed);
+    while (!try_lock()) futexWait(held_, 1, seen ? forever : monotonicNow() + 10'000'000);
+    sleepers_.fetch_sub(1, std::memory_order_relaxed);
 }
 
 }  // namespace quorl

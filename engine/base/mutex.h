@@ -1,16 +1,19 @@
-// A mutex of four bytes that costs two atomic operations when nobody waits, and its scope guard.
+// A mutex that costs one atomic operation when nobody waits, and its scope guard.
 //
-// Used instead of std::mutex on the paths that every message takes; constant-initialized and trivially destroyed, so
-// that it may be a global.
+// Used on the paths that every message takes; constant-initialized and trivially destroyed, so that it may be a global.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 
+#include "base/fence.h"
 #include "base/futex.h"
 
 namespace quorl {
 
+// Unlocking is a plain store: an atomic operation there would wait until the processor has written all that the thread
+// stored under the lock, which takes longest where another thread reads just that. Who has to sleep for the lock pays
+// instead, see fence.h.
 class Mutex {
   public:
     constexpr Mutex() noexcept = default;
@@ -18,29 +21,24 @@ class Mutex {
     Mutex& operator=(const Mutex&) = delete;
 
     void lock() noexcept {
-        uint32_t expected = free;
-        if (!state_.compare_exchange_strong(expected, held, std::memory_order_acquire, std::memory_order_relaxed))
-            [[unlikely]] {
+        if (!try_lock()) [[unlikely]]
             lockContended();
-        }
     }
     bool try_lock() noexcept {
-        uint32_t expected = free;
-        return state_.compare_exchange_strong(expected, held, std::memory_order_acquire, std::memory_order_relaxed);
+        uint32_t expected = 0;
+        return held_.compare_exchange_strong(expected, 1, std::memory_order_acquire, std::memory_order_relaxed);
     }
     void unlock() noexcept {
-        if (state_.exchange(free, std::memory_order_release) == contended) [[unlikely]]
-            futexWake(state_);
+        announce<uint32_t>(held_, 0);
+        if (sleepers_.load(std::memory_order_seq_cst) != 0) [[unlikely]]
+            futexWake(held_);
     }
 
   private:
-    static constexpr uint32_t free = 0;
-    static constexpr uint32_t held = 1;
-    static constexpr uint32_t contended = 2;  // held, and somebody may sleep
-
     void lockContended() noexcept;
 
-    std::atomic<uint32_t> state_{free};
+    std::atomic<uint32_t> held_{0};
+    std::atomic<uint32_t> sleepers_{0};  // threads that sleep for the lock, or are about to
 };
 
 class [[nodiscard]] Lock {

@@ -99,8 +99,13 @@ struct AfterPush {
 void place(Queue& queue, Event& event, uint32_t tag, message::Content* content, AfterPush* after) noexcept {
     ++event.back.pushed;
     auto& back = queue.back;
+    const Entry entry{event.id, tag, content};
     // Threads of a group look at the end while they decide to sleep, without the back lock.
-    queue.ring.append({event.id, tag, content}, back.grouped ? std::memory_order_seq_cst : std::memory_order_release);
+    if (back.grouped) [[unlikely]] {
+        queue.ring.append<std::memory_order_seq_cst>(entry);
+    } else {
+        queue.ring.append<std::memory_order_release>(entry);
+    }
     if (!back.sleepers.empty()) after->sleeper = back.sleepers.takeOne(wokenForEvent);
     if (back.grouped) [[unlikely]] {
         for (Group* group : back.groups) {
@@ -229,6 +234,9 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
         }
         if (entry.content != nullptr) dropContent(entry.content);
     }
+    // What comes next was written by another processor.
+    if (message::Content* far = queue.ring.ahead(3)) message::prefetchFar(far);
+    if (message::Content* near = queue.ring.ahead(0)) message::prefetchNear(near);
     ++event->front.taken;
     ++front.taken;
     uint64_t removed = front.removed.load(std::memory_order_relaxed) + 1;

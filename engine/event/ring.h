@@ -30,8 +30,9 @@ class Ring {
 
     // Makes room for one entry more. False: no memory.
     bool reserve() noexcept { return backPosition_ < chunkSize || grow(); }
-    // After reserve.
-    void append(const Entry& entry, std::memory_order order) noexcept {
+    // After reserve. Order is that of the new end: release, or seq_cst.
+    template <std::memory_order order>
+    void append(const Entry& entry) noexcept {
         backChunk_->entries[backPosition_++] = entry;
         ++backCount_;
         end_.store(backCount_, order);
@@ -57,6 +58,12 @@ class Ring {
         *entry = *place;
         ++begin_;
         return true;
+    }
+    // The content of the entry that lies ahead others behind the first, as far as that is known without asking the senders'
+    // side; null when it is not. For prefetching.
+    message::Content* ahead(uint32_t ahead) const noexcept {
+        const uint32_t position = frontPosition_ + ahead;
+        return knownEnd_ - begin_ > ahead && position < chunkSize ? frontChunk_->entries[position].content : nullptr;
     }
     // Entries ever taken.
     uint64_t begin() const noexcept { return begin_; }

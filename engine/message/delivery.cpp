@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "base/prefetch.h"
 #include "base/status.h"
 #include "message/message.h"
 #include "message/pool.h"
@@ -32,6 +33,17 @@ quorl_u32 ContentRef::byteSize() const noexcept {
 
 const void* ContentRef::bytes() const noexcept {
     return content_->image;
+}
+
+void prefetchFar(Content* content) noexcept {
+    auto* block = reinterpret_cast<char*>(content);
+    prefetchToWrite(block);
+    prefetchToRead(block + sizeof(Content));
+    prefetchToRead(block + sizeof(Content) + cacheLine);
+}
+
+void prefetchNear(Content* content) noexcept {
+    prefetchToRead(content->top - 1);
 }
 
 quorl_status snapshot(quorlMsg message, ContentRef* content) noexcept {

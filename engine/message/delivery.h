@@ -68,6 +68,11 @@ quorl_status handOver(ContentRef content, quorlMsg* message) noexcept;
 // After the callback: destroys the message unless it was detached. A handle that is gone already is left alone.
 void finishDelivery(quorlMsg message) noexcept;
 
+// For a content that will be delivered soon: asks for its memory, first far ahead, then for what that shows when it is
+// next.
+void prefetchFar(Content* content) noexcept;
+void prefetchNear(Content* content) noexcept;
+
 // Messages alive in this process, sub-message handles not counted; for statistics and tests.
 quorl_u64 liveMessages() noexcept;
 

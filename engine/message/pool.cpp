@@ -6,6 +6,7 @@
 #include <new>
 #include <utility>
 
+#include "base/prefetch.h"
 #include "message/memory.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -312,6 +313,15 @@ inline Content* acquireBlock(ThreadCache* mine, unsigned sizeClass) noexcept {
     Content* block = mine != nullptr && mine->blocks[sizeClass].first != nullptr ? pop(mine->blocks[sizeClass])
                                                                                  : refill(mine, sizeClass);
     if (block == nullptr) return nullptr;
+    if (mine != nullptr && mine->blocks[sizeClass].first != nullptr) {
+        // The next block comes from another thread as a rule: its lines are on their way while this one is filled.
+        auto* next = reinterpret_cast<char*>(mine->blocks[sizeClass].first);
+        prefetchToWrite(next);
+        prefetchToWrite(next + cacheLine);
+        prefetchToWrite(next + sizeof(Content));
+        prefetchToWrite(next + sizeof(Content) + cacheLine);
+        prefetchToWrite(next + blockSizes[sizeClass] - cacheLine);
+    }
     block->sizeClass = static_cast<uint8_t>(sizeClass);
     block->top = reinterpret_cast<Field*>(reinterpret_cast<char*>(block) + blockSizes[sizeClass]);
     unpoison(block);
