@@ -244,6 +244,7 @@ TEST_F(Delivery, refusesListenersThatMakeNoSense) {
     const quorlTransport transport = newTransport();
     quorlEvent event = 77;
     const std::string longest(QUORL_SUBJECT_MAX, 'x');
+    const std::string tooLong = longest + "x";
     EXPECT_EQ(quorlEvent_CreateListener(&event, 999, onNumber, transport, "a", nullptr), QUORL_INVALID_QUEUE);
     EXPECT_EQ(quorlEvent_CreateListener(&event, 1, nullptr, transport, "a", nullptr), QUORL_INVALID_CALLBACK);
     EXPECT_EQ(quorlEvent_CreateListener(&event, 1, onNumber, 999, "a", nullptr), QUORL_INVALID_TRANSPORT);
@@ -251,8 +252,7 @@ TEST_F(Delivery, refusesListenersThatMakeNoSense) {
     EXPECT_EQ(quorlEvent_CreateListener(nullptr, 1, onNumber, transport, "a", nullptr), QUORL_INVALID_ARG);
     EXPECT_EQ(quorlEvent_CreateGroupVectorListener(&event, 1, nullptr, transport, "a", nullptr, nullptr),
               QUORL_INVALID_CALLBACK);
-    for (const char* subject :
-         {"", ".", "a.", ".a", "a..b", "_x", "_INBOX.>", "_INBOX.abc", "_QUORL", (longest + "x").c_str()})
+    for (const char* subject : {"", ".", "a.", ".a", "a..b", "_x", "_INBOX.>", "_INBOX.abc", "_QUORL", tooLong.c_str()})
         EXPECT_EQ(quorlEvent_CreateListener(&event, 1, onNumber, transport, subject, nullptr), QUORL_INVALID_SUBJECT)
             << subject;
     EXPECT_EQ(quorlEvent_CreateListener(&event, 1, onNumber, transport, nullptr, nullptr), QUORL_INVALID_SUBJECT);
