@@ -30,6 +30,8 @@ struct alignas(128) ThreadState {
 
     // Sleeping in a dispatch: 0 while asleep. Written by whoever wakes, under the lock of the list that the thread is in.
     std::atomic<uint32_t> wake{0};
+    // The processor of the thread that woke this one for an event; written before wake.
+    std::atomic<int> wakerProcessor{-1};
 
     // Waiting for a reply: what became of the request (transport/transport.h).
     std::atomic<uint32_t> reply{0};

@@ -1,6 +1,7 @@
 // Timed dispatch of queues and groups.
 #include "event/dispatch.h"
 
+#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -178,8 +179,10 @@ bool spinForEvent(Queue& queue, uint64_t seen) noexcept {
     return came;
 }
 
-// Learns from a sleep that an event ended: a short one would better have been a spin.
-void learnFromSleep(Queue& queue, int64_t asleepFor) noexcept {
+// Learns from a sleep that an event ended: a short one would better have been a spin, unless the sender needed this very
+// processor to send.
+void learnFromSleep(Queue& queue, const ThreadState& thread, int64_t asleepFor) noexcept {
+    if (thread.wakerProcessor.load(std::memory_order_relaxed) == sched_getcpu()) return;
     const uint32_t most = environment::parameters().dispatchSpin * 1000;
     if (asleepFor < 2 * static_cast<int64_t>(most)) queue.spin.store(most, std::memory_order_relaxed);
 }
@@ -227,7 +230,7 @@ quorl_status dispatchQueue(uint32_t id, double timeout) noexcept {
             case asleep:
                 return fail(QUORL_TIMEOUT, "no event came to queue %u in time", id);
             case wokenForEvent:
-                learnFromSleep(queue, monotonicNow() - began);
+                learnFromSleep(queue, *thread, monotonicNow() - began);
                 break;
             case wokenBySignal:
                 if (afterSignal(*thread, id) == Next::interrupt) return interrupted();

@@ -1,6 +1,8 @@
 // The threads that sleep in a dispatch of one queue or group.
 #pragma once
 
+#include <sched.h>
+
 #include <cstdint>
 
 #include "base/futex.h"
@@ -46,6 +48,7 @@ class WaitList {
         if (waiter == nullptr) return nullptr;
         ThreadState* thread = waiter->thread;
         remove(*waiter);
+        if (reason == wokenForEvent) thread->wakerProcessor.store(sched_getcpu(), std::memory_order_relaxed);
         thread->wake.store(reason, std::memory_order_release);
         return thread;
     }
