@@ -165,6 +165,17 @@ abstract class MsgCore {
         return e instanceof QuorlClosedException ? e : e.about(describe(name, id));
     }
 
+    /** As {@link #about} for a number that could not be read, on a message that is entered: with what the field is. */
+    final QuorlException unread(QuorlException e, String name, int id, int wanted) {
+        if (e.getStatus() != QuorlException.CONVERSION_FAILED) {
+            return about(e, name, id);
+        }
+        long found = find(name, id);
+        return found == 0 ? about(e, name, id) : new QuorlException(QuorlException.CONVERSION_FAILED, describe(name, id)
+                + ": it is " + QuorlMsgField.typeName(typeIn(found)) + ", and its value is none of "
+                + QuorlMsgField.typeName(wanted), e);
+    }
+
     static String describe(String name, int id) {
         return "field " + (name == null ? "" : "\"" + name + "\"") + (id == 0 ? "" : (name == null ? "" : " ") + "id " + id);
     }

@@ -83,7 +83,7 @@ abstract class MsgNumbers extends MsgCore {
         try {
             return QuorlMsg.quorlMsg_GetBool(handle, bytes, Texts.length(bytes), (short) id, self());
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw unread(e, name, id, QuorlMsgField.BOOL);
         } finally {
             leave();
         }
@@ -164,7 +164,7 @@ abstract class MsgNumbers extends MsgCore {
         try {
             return QuorlMsg.quorlMsg_GetI8(handle, bytes, Texts.length(bytes), (short) id, self());
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw unread(e, name, id, QuorlMsgField.I8);
         } finally {
             leave();
         }
@@ -246,7 +246,7 @@ abstract class MsgNumbers extends MsgCore {
             return (int) converted(
                     QuorlMsg.quorlMsg_GetI64(handle, bytes, Texts.length(bytes), (short) id, self()), 0xFF);
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw unread(e, name, id, QuorlMsgField.U8);
         } finally {
             leave();
         }
@@ -327,7 +327,7 @@ abstract class MsgNumbers extends MsgCore {
         try {
             return QuorlMsg.quorlMsg_GetI16(handle, bytes, Texts.length(bytes), (short) id, self());
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw unread(e, name, id, QuorlMsgField.I16);
         } finally {
             leave();
         }
@@ -409,7 +409,7 @@ abstract class MsgNumbers extends MsgCore {
             return (int) converted(
                     QuorlMsg.quorlMsg_GetI64(handle, bytes, Texts.length(bytes), (short) id, self()), 0xFFFF);
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw unread(e, name, id, QuorlMsgField.U16);
         } finally {
             leave();
         }
@@ -490,7 +490,7 @@ abstract class MsgNumbers extends MsgCore {
         try {
             return QuorlMsg.quorlMsg_GetI32(handle, bytes, Texts.length(bytes), (short) id, self());
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw unread(e, name, id, QuorlMsgField.I32);
         } finally {
             leave();
         }
@@ -572,7 +572,7 @@ abstract class MsgNumbers extends MsgCore {
             return converted(
                     QuorlMsg.quorlMsg_GetI64(handle, bytes, Texts.length(bytes), (short) id, self()), 0xFFFF_FFFFL);
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw unread(e, name, id, QuorlMsgField.U32);
         } finally {
             leave();
         }
@@ -653,7 +653,7 @@ abstract class MsgNumbers extends MsgCore {
         try {
             return QuorlMsg.quorlMsg_GetI64(handle, bytes, Texts.length(bytes), (short) id, self());
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw unread(e, name, id, QuorlMsgField.I64);
         } finally {
             leave();
         }
@@ -739,7 +739,7 @@ abstract class MsgNumbers extends MsgCore {
             return converted(
                     QuorlMsg.quorlMsg_GetI64(handle, bytes, Texts.length(bytes), (short) id, self()), Long.MAX_VALUE);
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw unread(e, name, id, QuorlMsgField.U64);
         } finally {
             leave();
         }
@@ -820,7 +820,7 @@ abstract class MsgNumbers extends MsgCore {
         try {
             return QuorlMsg.quorlMsg_GetF32(handle, bytes, Texts.length(bytes), (short) id, self());
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw unread(e, name, id, QuorlMsgField.F32);
         } finally {
             leave();
         }
@@ -901,7 +901,7 @@ abstract class MsgNumbers extends MsgCore {
         try {
             return QuorlMsg.quorlMsg_GetF64(handle, bytes, Texts.length(bytes), (short) id, self());
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw unread(e, name, id, QuorlMsgField.F64);
         } finally {
             leave();
         }

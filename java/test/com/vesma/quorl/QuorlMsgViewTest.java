@@ -216,6 +216,27 @@ class QuorlMsgViewTest {
     }
 
     @Test
+    void viewsOfReceivedMessagesOutliveTheHandler() throws Exception {
+        List<byte[]> sent = new ArrayList<>();
+        List<QuorlMsgView> received = new ArrayList<>();
+        try (Quorl quorl = Quorl.open(); QuorlQrdTransport transport = new QuorlQrdTransport(); QuorlQueue queue = new QuorlQueue();
+                QuorlListener listener = new QuorlListener(queue, transport, "views", (l, m) -> received.add(m.view()))) {
+            RandomMessages.forEach(300, (message, random) -> {
+                transport.send(message.setSendSubject("views"));
+                sent.add(message.toBytes());
+                queue.dispatch();
+            });
+        }
+        assertEquals(300, received.size());
+        for (int i = 0; i < 300; i++) {
+            assertArrayEquals(sent.get(i), received.get(i).toBytes());
+            try (QuorlMsg same = QuorlMsg.fromBytes(sent.get(i))) {
+                RandomMessages.assertSame(same, received.get(i));
+            }
+        }
+    }
+
+    @Test
     void aClosedMessageHasNoView() {
         QuorlMsg m = new QuorlMsg().addI32("n", 1);
         try (QuorlMsg inner = new QuorlMsg()) {
@@ -312,6 +333,19 @@ class QuorlMsgViewTest {
             assertEquals(i, all.next().getIndex());
         }
         assertThrows(NoSuchElementException.class, all::next);
+    }
+
+    @Test
+    void refusalsOfTheMessageNameTheFieldAndBothTypes() {
+        try (QuorlMsg m = new QuorlMsg().addString("s", 7, "text").addF64("half", 0.5).addI32Array("array", new int[3])) {
+            assertRefusal("field \"s\": it is STRING, and its value is none of I32", () -> m.getI32("s"));
+            assertRefusal("field id 7: it is STRING, and its value is none of BOOL", () -> m.getBool(7));
+            assertRefusal("field \"half\": it is F64, and its value is none of U64", () -> m.getU64("half"));
+            assertRefusal("field \"half\": it is F64, and its value is none of U8", () -> m.getU8("half"));
+            assertRefusal("field \"array\": it is I32ARRAY, not F64ARRAY", () -> m.getF64Array("array"));
+            assertTrue(assertThrows(QuorlException.class, () -> m.getF32("none")).getMessage().endsWith("field \"none\""));
+            m.updateString("s", 7, "still usable");
+        }
     }
 
     private static void assertRefusal(String end, org.junit.jupiter.api.function.Executable call) {
