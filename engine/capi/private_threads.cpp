@@ -1,7 +1,6 @@
 // Thread-local slots, conditions and mutexes for language bindings.
 #include <pthread.h>
 
-#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -75,7 +74,10 @@ quorl_status _quorlMutex_Create(_quorlMutex* mutex) {
 
 quorl_status _quorlMutex_Destroy(_quorlMutex mutex) {
     if (mutex == nullptr) return fail(QUORL_INVALID_ARG, "no mutex");
-    if (pthread_mutex_destroy(&mutex->mutex) == EBUSY) return fail(QUORL_NOT_PERMITTED, "the mutex is locked");
+    // POSIX leaves the destruction of a locked mutex undefined, so it is looked for first.
+    if (pthread_mutex_trylock(&mutex->mutex) != 0) return fail(QUORL_NOT_PERMITTED, "the mutex is locked");
+    pthread_mutex_unlock(&mutex->mutex);
+    pthread_mutex_destroy(&mutex->mutex);
     delete mutex;
     return QUORL_OK;
 }
