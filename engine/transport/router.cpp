@@ -124,7 +124,7 @@ quorl_status Router::check(std::string_view subject) noexcept {
     return QUORL_OK;
 }
 
-quorl_status Router::routeToInbox(message::ContentRef content, std::string_view subject) noexcept {
+quorl_status Router::routeToInbox(const message::ContentRef& content, std::string_view subject) noexcept {
     if (const quorl_status status = check(subject); status != QUORL_OK) return status;
     std::array<Listener*, 16> few;
     std::vector<Listener*> many;
@@ -158,7 +158,7 @@ quorl_status Router::routeToInbox(message::ContentRef content, std::string_view 
     return QUORL_OK;
 }
 
-quorl_status Router::routeUncached(message::ContentRef content, std::string_view subject) noexcept {
+quorl_status Router::routeUncached(const message::ContentRef& content, std::string_view subject) noexcept {
     if (const quorl_status status = check(subject); status != QUORL_OK) return status;
     std::vector<Listener*> targets;
     try {
@@ -175,9 +175,9 @@ quorl_status Router::routeUncached(message::ContentRef content, std::string_view
 
 quorl_status Router::route(ThreadState& thread, message::ContentRef content) noexcept {
     const std::string_view subject = content.sendSubject();
-    if (subject::isInbox(subject)) return routeToInbox(std::move(content), subject);
+    if (subject::isInbox(subject)) return routeToInbox(content, subject);
     Cache* cache = cacheOf(thread);
-    if (cache == nullptr || subject.size() > Matches::longestText) return routeUncached(std::move(content), subject);
+    if (cache == nullptr || subject.size() > Matches::longestText) return routeUncached(content, subject);
 
     const uint64_t hash = hashOf(subject);
     Matches& matches = cache->at(hash);
@@ -205,7 +205,7 @@ quorl_status Router::route(ThreadState& thread, message::ContentRef content) noe
             }
         }
         if (count > Matches::fewTargets && (count > Matches::mostTargets || !matches.many))
-            return routeUncached(std::move(content), subject);
+            return routeUncached(content, subject);
         matches.router = identity_;
         matches.version = version;
         matches.hash = static_cast<uint32_t>(hash >> 32);

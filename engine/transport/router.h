@@ -48,8 +48,8 @@ class Router {
     class Cache;
     struct Matches;
 
-    quorl_status routeToInbox(message::ContentRef content, std::string_view subject) noexcept;
-    quorl_status routeUncached(message::ContentRef content, std::string_view subject) noexcept;
+    quorl_status routeToInbox(const message::ContentRef& content, std::string_view subject) noexcept;
+    quorl_status routeUncached(const message::ContentRef& content, std::string_view subject) noexcept;
     static Cache* cacheOf(ThreadState& thread) noexcept;
 
     const uint64_t identity_;  // differs from that of every other router of the process, also those that are gone

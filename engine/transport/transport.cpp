@@ -71,7 +71,7 @@ quorl_status createTransport(uint32_t* id, const char* service, const char* netw
         registry::abandon(reserved);
         return fail(QUORL_NOT_INITIALIZED, "the library is not open");
     }
-    transport.release();  // the registry's
+    static_cast<void>(transport.release());  // the registry's
     *id = reserved;
     return QUORL_OK;
 }
