@@ -113,7 +113,9 @@ void Jvm::reset() {
     for (const auto& [name, super] : supers_) class_object(name);
 }
 
-void Jvm::mark() { mark_ = {true, heap_.size(), refs_.size(), methods_.size(), globals_}; }
+void Jvm::mark() {
+    mark_ = {true, heap_.size(), refs_.size(), methods_.size(), globals_};
+}
 
 bool Jvm::rewind() {
     if (!mark_.set) return false;
