@@ -154,7 +154,7 @@ void dropChild(Record& parent) noexcept {
     parent.children.fetch_sub(1, std::memory_order_acq_rel);
 }
 
-void forEachOpen(uint16_t type, void (*visit)(uint32_t id)) noexcept {
+void forEachOpen(void (*visit)(void* closure, uint32_t id, uint16_t type), void* closure) noexcept {
     uint32_t last;
     {
         Lock lock(guard);
@@ -164,9 +164,22 @@ void forEachOpen(uint16_t type, void (*visit)(uint32_t id)) noexcept {
         Slot* slot = slotOf(index);
         if (slot == nullptr) continue;
         const uint64_t word = slot->word.load(std::memory_order_seq_cst);
-        const auto id = static_cast<uint32_t>(word >> 32);
-        if (word == wordOf(id, type, open)) visit(id);
+        if (static_cast<uint8_t>(word) == open)
+            visit(closure, static_cast<uint32_t>(word >> 32), static_cast<uint16_t>(word >> 8));
     }
+}
+
+void forEachOpen(uint16_t type, void (*visit)(uint32_t id)) noexcept {
+    struct Wanted {
+        uint16_t type;
+        void (*visit)(uint32_t id);
+    } wanted{type, visit};
+    forEachOpen(
+        [](void* closure, uint32_t id, uint16_t found) {
+            const auto& looked = *static_cast<const Wanted*>(closure);
+            if (found == looked.type) looked.visit(id);
+        },
+        &wanted);
 }
 
 uint32_t inUse() noexcept {

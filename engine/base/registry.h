@@ -143,6 +143,9 @@ void dropChild(Record& parent) noexcept;
 // Calls visit for the ids of all open objects of a type. Objects may come and go meanwhile.
 void forEachOpen(uint16_t type, void (*visit)(uint32_t id)) noexcept;
 
+// The same for the ids of all types, with an argument of the caller's.
+void forEachOpen(void (*visit)(void* closure, uint32_t id, uint16_t type), void* closure) noexcept;
+
 // Objects whose ids are in use: open, closing, or waiting to be freed.
 uint32_t inUse() noexcept;
 

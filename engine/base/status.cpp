@@ -10,7 +10,7 @@
 namespace quorl {
 namespace {
 
-constexpr size_t textSize = 512;
+constexpr size_t textSize = errorTextSize;
 thread_local char text[textSize];
 
 struct StatusText {
@@ -113,6 +113,14 @@ quorl_status failWithin(quorl_status status, const char* format, ...) noexcept {
 
 const char* lastErrorText() noexcept {
     return text;
+}
+
+KeptErrorText::KeptErrorText() noexcept {
+    std::memcpy(text_, text, textSize);
+}
+
+KeptErrorText::~KeptErrorText() {
+    if (kept_) std::memcpy(text, text_, textSize);
 }
 
 }  // namespace quorl

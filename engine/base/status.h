@@ -1,6 +1,8 @@
 // How a failure is reported inside the engine: a status, and a detail text kept for the calling thread.
 #pragma once
 
+#include <cstddef>
+
 #include "quorl/quorl.h"
 
 namespace quorl {
@@ -14,5 +16,22 @@ namespace quorl {
 
 // The calling thread's detail text; never null.
 const char* lastErrorText() noexcept;
+
+inline constexpr size_t errorTextSize = 512;  // bytes of a detail text, with the terminator
+
+// Puts the calling thread's detail text back as it was, for work inside the engine that is not what the caller asked for.
+class [[nodiscard]] KeptErrorText {
+  public:
+    KeptErrorText() noexcept;
+    ~KeptErrorText();
+    KeptErrorText(const KeptErrorText&) = delete;
+    KeptErrorText& operator=(const KeptErrorText&) = delete;
+    const char* saved() const noexcept { return text_; }
+    void forget() noexcept { kept_ = false; }  // leaves the text as it has become
+
+  private:
+    bool kept_ = true;
+    char text_[errorTextSize];
+};
 
 }  // namespace quorl

@@ -7,4 +7,8 @@ extern "C" {
 
 /* Sets the calling thread's detail text (null for none) and returns status. */
 QUORL_API quorl_status _quorlSupport_Fail(quorl_status status, const char* text);
+
+/* Publishes a message of the caller's as an advisory of this process (transport/advisory.h); its send subject is
+ * _QUORL.<INFO|WARN|ERROR>.<source>.<name>. The calling thread's detail text stays as it is. */
+QUORL_API void _quorlSupport_Advise(quorlMsg advisory);
 }

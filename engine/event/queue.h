@@ -128,4 +128,15 @@ quorl_status destroyQueue(uint32_t id, quorlQueueOnComplete completion, const vo
 quorl_status setLimit(Queue& queue, const Limit& limit) noexcept;
 uint32_t countOf(Queue& queue) noexcept;
 
+// For statistics.
+struct QueueFigures {
+    uint64_t waiting;
+    uint64_t mostWaiting;
+    uint64_t taken;
+    uint64_t dropped;
+    uint64_t refused;
+    Limit limit;
+};
+void figuresOf(Queue& queue, QueueFigures* figures) noexcept;
+
 }  // namespace quorl::event

@@ -109,4 +109,11 @@ uint32_t countOf(Queue& queue) noexcept {
     return static_cast<uint32_t>(queue.waiting());
 }
 
+void figuresOf(Queue& queue, QueueFigures* figures) noexcept {
+    Lock front(queue.front.lock);
+    Lock back(queue.back.lock);
+    *figures = {queue.waiting(),    queue.back.mostWaiting, queue.front.taken,
+                queue.back.dropped, queue.back.refused,     queue.back.limit};
+}
+
 }  // namespace quorl::event

@@ -11,6 +11,7 @@
 #include "base/status.h"
 #include "event/queue.h"
 #include "subject/subject.h"
+#include "transport/local.h"
 #include "transport/transport.h"
 
 namespace quorl::transport {
@@ -31,7 +32,7 @@ void detachListener(event::Event& event) noexcept {
     listener.detached = true;
     if (!listener.attached) return;
     listener.attached = false;
-    transport.carrier->unlisten(listener);
+    starve(listener);
     (listener.previous != nullptr ? listener.previous->next : transport.listeners) = listener.next;
     if (listener.next != nullptr) listener.next->previous = listener.previous;
 }
@@ -42,7 +43,7 @@ quorl_status attach(Listener& listener) noexcept {
     Lock lock(transport.lock);
     if (transport.closed) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", transport.id);
     if (listener.detached) return fail(QUORL_INVALID_EVENT, "the listener was destroyed while it was made");
-    if (const quorl_status status = transport.carrier->listen(listener); status != QUORL_OK) return status;
+    if (const quorl_status status = feed(listener); status != QUORL_OK) return status;
     listener.attached = true;
     listener.next = transport.listeners;
     if (listener.next != nullptr) listener.next->previous = &listener;
@@ -71,6 +72,22 @@ quorl_status checkSubject(const Transport& transport, const char* text) noexcept
 }
 
 }  // namespace
+
+quorl_status feed(Listener& listener) noexcept {
+    const auto [carrier, here] = local::sourcesOf(listener.subject);
+    if (here) {
+        if (const quorl_status status = local::listen(listener); status != QUORL_OK) return status;
+    }
+    const quorl_status status = carrier ? listener.transport->carrier->listen(listener) : QUORL_OK;
+    if (status != QUORL_OK && here) local::unlisten(listener);
+    return status;
+}
+
+void starve(Listener& listener) noexcept {
+    const auto [carrier, here] = local::sourcesOf(listener.subject);
+    if (carrier) listener.transport->carrier->unlisten(listener);
+    if (here) local::unlisten(listener);
+}
 
 quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexcept {
     ThreadState* thread = threadState();

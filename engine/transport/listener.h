@@ -31,6 +31,11 @@ struct ListenerRequest {
     bool vector;
 };
 
+// Starts and stops feeding the listener, from the carrier and inside the process as its subject demands. Under the
+// transport's lock.
+quorl_status feed(Listener& listener) noexcept;
+void starve(Listener& listener) noexcept;
+
 quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexcept;
 
 }  // namespace quorl::transport

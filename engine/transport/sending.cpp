@@ -8,6 +8,8 @@
 #include "base/environment.h"
 #include "base/registry.h"
 #include "base/status.h"
+#include "subject/subject.h"
+#include "transport/local.h"
 #include "transport/transport.h"
 
 namespace quorl::transport {
@@ -19,6 +21,28 @@ quorl_status noThreadState() noexcept {
 
 quorl_status noTransport(uint32_t id) noexcept {
     return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
+}
+
+// Sends what stays in the process: publishes an advisory, or answers a question to its reply subject.
+quorl_status sendHere(Transport& transport, ThreadState& thread, message::ContentRef content) noexcept {
+    const std::string_view address = content.replySubject();
+    if (address.empty()) return local::publish(thread, std::move(content));
+    message::ContentRef reply;
+    if (const quorl_status status = local::answer(content.sendSubject(), &reply); status != QUORL_OK) return status;
+    if (!reply) return local::publish(thread, std::move(content));
+    message::ContentRef addressed;
+    if (const quorl_status status = message::withSubjects(reply, address, {}, &addressed); status != QUORL_OK)
+        return status;
+    Carrier& carrier = *transport.carrier;
+    if (subject::isInbox(address)) return carrier.deliver(thread, std::move(addressed));
+    return local::staysHere(address) ? QUORL_OK : carrier.send(thread, std::move(addressed));
+}
+
+// Every message of the program goes out here. Inside a section.
+quorl_status sendOut(Transport& transport, ThreadState& thread, message::ContentRef content) noexcept {
+    if (subject::isSystem(content.sendSubject()) && local::staysHere(content.sendSubject())) [[unlikely]]
+        return sendHere(transport, thread, std::move(content));
+    return transport.carrier->send(thread, std::move(content));
 }
 
 void link(Transport& transport, Request& request) noexcept {
@@ -43,7 +67,7 @@ quorl_status send(uint32_t id, quorlMsg message) noexcept {
     if (transport == nullptr) return noTransport(id);
     message::ContentRef content;
     if (const quorl_status status = message::snapshot(message, &content); status != QUORL_OK) return status;
-    return transport->carrier->send(*thread, std::move(content));
+    return sendOut(*transport, *thread, std::move(content));
 }
 
 quorl_status sendAll(uint32_t id, const quorlMsg* messages, uint32_t count) noexcept {
@@ -65,7 +89,7 @@ quorl_status sendAll(uint32_t id, const quorlMsg* messages, uint32_t count) noex
         if (status != QUORL_OK) return failWithin(status, "message %u of %u", i + 1, count);
     }
     for (auto& content : contents) {
-        const quorl_status status = transport->carrier->send(*thread, std::move(content));
+        const quorl_status status = sendOut(*transport, *thread, std::move(content));
         if (status != QUORL_OK) return status;
     }
     return QUORL_OK;
@@ -87,7 +111,7 @@ quorl_status sendReply(uint32_t id, quorlMsg reply, quorlMsg request) noexcept {
     if (const quorl_status status = message::withSubjects(answer, address, answer.replySubject(), &addressed);
         status != QUORL_OK)
         return status;
-    return transport->carrier->send(*thread, std::move(addressed));
+    return sendOut(*transport, *thread, std::move(addressed));
 }
 
 quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double timeout) noexcept {
@@ -103,9 +127,12 @@ quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double 
         status = message::snapshot(message, &asked);
         if (status == QUORL_OK) status = transport->carrier->check(asked.sendSubject());
         if (status == QUORL_OK) status = createInbox(id, inbox.data(), inbox.size());
+        // What the engine itself answers needs no inbox; the request gets one all the same, as every request does.
+        if (status == QUORL_OK) status = local::answer(asked.sendSubject(), &request.reply);
     }
     if (status == QUORL_OK) status = quorlMsg_SetReplySubject(message, inbox.data());
     if (status != QUORL_OK) return status;
+    if (request.reply) return message::handOver(std::move(request.reply), reply);
     try {
         request.inbox = inbox.data();
     } catch (const std::bad_alloc&) {
@@ -122,7 +149,7 @@ quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double 
         Section section(*thread);
         message::ContentRef content;
         status = message::snapshot(message, &content);
-        if (status == QUORL_OK) status = transport->carrier->send(*thread, std::move(content));
+        if (status == QUORL_OK) status = sendOut(*transport, *thread, std::move(content));
     }
     if (status == QUORL_OK) {
         const int64_t deadline = deadlineAfter(timeout);

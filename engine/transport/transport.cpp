@@ -88,7 +88,7 @@ quorl_status destroyTransport(uint32_t id) noexcept {
         transport.closed = true;
         for (Listener* listener = transport.listeners; listener != nullptr; listener = listener->next) {
             listener->attached = false;
-            transport.carrier->unlisten(*listener);
+            starve(*listener);
             event::cutOff(*listener);
         }
         transport.listeners = nullptr;

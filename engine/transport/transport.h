@@ -45,6 +45,12 @@ class Carrier {
     // Sends the content to its send subject, which it checks. The thread is inside a section: this does not wait.
     virtual quorl_status send(ThreadState& thread, message::ContentRef content) noexcept = 0;
 
+    // Puts the content where it would go if it had just come in from the bus: to this process's listeners, and the request,
+    // that match its send subject. Nothing goes out to others. The thread is inside a section.
+    virtual quorl_status deliver(ThreadState& thread, message::ContentRef content) noexcept {
+        return send(thread, std::move(content));
+    }
+
     // Starts and stops putting messages that match the listener's subject into its queue. The subject has been checked.
     virtual quorl_status listen(Listener& listener) noexcept = 0;
     virtual void unlisten(Listener& listener) noexcept = 0;

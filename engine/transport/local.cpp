@@ -1,0 +1,97 @@
+// Routing and answering inside the process.
+#include "transport/local.h"
+
+#include <new>
+
+#include "base/environment.h"
+#include "base/status.h"
+#include "transport/router.h"
+#include "transport/statistics.h"
+
+namespace quorl::transport::local {
+namespace {
+
+constexpr std::string_view systemPrefix = "_QUORL.";
+constexpr std::string_view statisticsSubject = "_QUORL.STATS";
+constexpr std::string_view lastErrorSubject = "_QUORL.LASTERROR";
+
+constinit Mutex making;                          // of the router
+constinit std::atomic<Router*> router{nullptr};  // made with the first listener, and kept
+constinit std::atomic<uint32_t> listeners{0};
+
+// Null: no memory.
+Router* routerMade() noexcept {
+    Router* made = router.load(std::memory_order_acquire);
+    if (made != nullptr) return made;
+    Lock lock(making);
+    made = router.load(std::memory_order_relaxed);
+    if (made != nullptr) return made;
+    made = new (std::nothrow) Router;
+    router.store(made, std::memory_order_release);
+    return made;
+}
+
+std::string_view secondElement(std::string_view subject) noexcept {
+    if (!subject.starts_with(systemPrefix)) return {};
+    subject.remove_prefix(systemPrefix.size());
+    return subject.substr(0, subject.find('.'));
+}
+
+bool keptHere(std::string_view element) noexcept {
+    return element == "INFO" || element == "WARN" || element == "ERROR" || element == "STATS" || element == "LASTERROR";
+}
+
+}  // namespace
+
+bool staysHere(std::string_view subject) noexcept {
+    return keptHere(secondElement(subject));
+}
+
+Sources sourcesOf(std::string_view pattern) noexcept {
+    const std::string_view element = secondElement(pattern);
+    if (keptHere(element)) return {false, true};
+    return {true, element == "*" || element == ">"};
+}
+
+quorl_status listen(Listener& listener) noexcept {
+    Router* to = routerMade();
+    if (to == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a listener of the system's subjects");
+    try {
+        to->add(listener);
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for a listener of the system's subjects");
+    }
+    listeners.fetch_add(1, std::memory_order_relaxed);
+    return QUORL_OK;
+}
+
+void unlisten(Listener& listener) noexcept {
+    router.load(std::memory_order_acquire)->remove(listener);
+    listeners.fetch_sub(1, std::memory_order_relaxed);
+}
+
+bool heard() noexcept {
+    return listeners.load(std::memory_order_relaxed) != 0;
+}
+
+quorl_status publish(ThreadState& thread, message::ContentRef content) noexcept {
+    if (!heard()) return Router::check(content.sendSubject());
+    return router.load(std::memory_order_acquire)->route(thread, std::move(content));
+}
+
+quorl_status answer(std::string_view subject, message::ContentRef* reply) noexcept {
+    const bool lastError = subject == lastErrorSubject;
+    if (!lastError && subject != statisticsSubject) return QUORL_OK;
+    KeptErrorText kept;
+    quorlMsg message;
+    quorl_status status = quorlMsg_Create(&message);
+    if (status == QUORL_OK) {
+        status = lastError ? quorlMsg_AddStringEx(message, "text", kept.saved(), 0) : statistics::fill(message);
+        if (status == QUORL_OK) status = message::snapshot(message, reply);
+        quorlMsg_Destroy(message);
+    }
+    if (status != QUORL_OK) kept.forget();
+    return status;
+}
+
+}  // namespace quorl::transport::local

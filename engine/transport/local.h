@@ -1,0 +1,36 @@
+// The subjects that never leave the process: advisories, and questions that the engine itself answers.
+#pragma once
+
+#include <string_view>
+
+#include "base/thread_state.h"
+#include "message/delivery.h"
+#include "transport/listener.h"
+
+namespace quorl::transport::local {
+
+// Whether messages on the subject stay in the process: its second element is INFO, WARN, ERROR, STATS or LASTERROR.
+bool staysHere(std::string_view subject) noexcept;
+
+// From where messages on subjects of a pattern can come.
+struct Sources {
+    bool carrier;
+    bool local;
+};
+Sources sourcesOf(std::string_view pattern) noexcept;
+
+// Starts and stops feeding a listener of such a pattern, whichever transport it belongs to. QUORL_NO_MEMORY.
+quorl_status listen(Listener& listener) noexcept;
+void unlisten(Listener& listener) noexcept;
+
+// Whether any listener is fed.
+bool heard() noexcept;
+
+// Puts a message into the queues of the listeners that match. Inside a section. QUORL_INVALID_SUBJECT, QUORL_NO_MEMORY.
+quorl_status publish(ThreadState& thread, message::ContentRef content) noexcept;
+
+// The engine's answer to a question on that subject, without subjects; empty when it is no question. The calling thread's
+// detail text stays as it is, and is what _QUORL.LASTERROR asks for. QUORL_NO_MEMORY.
+quorl_status answer(std::string_view subject, message::ContentRef* reply) noexcept;
+
+}  // namespace quorl::transport::local

@@ -1,0 +1,21 @@
+// What the engine counts, as one message. docs/reference/advisories.md describes its fields.
+#pragma once
+
+#include "quorl/quorl.h"
+
+namespace quorl::transport::statistics {
+
+// Adds the statistics to an empty message. QUORL_NO_MEMORY.
+quorl_status fill(quorlMsg message) noexcept;
+
+// A module's own part: adds fields to the message, under names of the module. On any thread; no lock of the engine is held
+// but the one of this list.
+struct Part {
+    quorl_status (*fill)(quorlMsg message) noexcept;
+    Part* next = nullptr;
+};
+
+// From now on fill asks the part, which lives for ever. Adding it again has no effect.
+void add(Part& part) noexcept;
+
+}  // namespace quorl::transport::statistics
