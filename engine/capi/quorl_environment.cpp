@@ -10,6 +10,7 @@
 #include "event/group.h"
 #include "event/queue.h"
 #include "event/timer.h"
+#include "secure/credentials.h"
 #include "transport/transport.h"
 
 using namespace quorl;
@@ -25,6 +26,7 @@ void stop() noexcept {
     registry::forEachOpen(QUORL_OBJECT_TRANSPORT, [](uint32_t id) { transport::destroyTransport(id); });
     reclaimer::finish();
     event::stopTimers();
+    secure::forgetCredentials();
 }
 
 quorl_status start() noexcept {

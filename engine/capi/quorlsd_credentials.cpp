@@ -1,22 +1,72 @@
-// Credentials for secure daemons: not part of this version.
+// Credentials for secure daemons: checked here, kept by libquorl.
+#include <cstring>
+
 #include "base/support.h"
 #include "quorl/quorlsd.h"
+#include "secure/parsing/identity.h"
+#include "secure/support.h"
+
+using namespace quorl::secure;
 
 namespace {
 
-quorl_status refuse() noexcept {
-    return _quorlSupport_Fail(QUORL_NOT_PERMITTED, "secure daemons are not part of this version");
+constexpr size_t longestText = 255;  // bytes of a name or a password of a user
+
+// The length of a text, but no more than limit + 1.
+std::string_view bounded(const char* text, size_t limit) noexcept {
+    return {text, strnlen(text, limit + 1)};
+}
+
+quorl_status report(const Outcome& outcome) noexcept {
+    return _quorlSupport_Fail(outcome.status, outcome.text);
+}
+
+quorl_status keep(const Outcome& outcome, const Identity& identity) noexcept {
+    if (outcome.status != QUORL_OK) return report(outcome);
+    return _quorlSupport_SetIdentity(identity.certificates.text(), identity.key.text());
+}
+
+quorl_status refuseUser(const char* text) noexcept {
+    return _quorlSupport_Fail(QUORL_INVALID_ARG, text);
 }
 
 }  // namespace
 
 extern "C" {
 
-// clang-format off
-quorl_status quorlSecureDaemon_SetDaemonCert(const char*, const char*) { return refuse(); }
-quorl_status quorlSecureDaemon_SetUserCertWithKey(const char*, const char*) { return refuse(); }
-quorl_status quorlSecureDaemon_SetUserCertWithKeyBin(const void*, quorl_u32, const char*) { return refuse(); }
-quorl_status quorlSecureDaemon_SetUserNameWithPassword(const char*, const char*) { return refuse(); }
-// clang-format on
+quorl_status quorlSecureDaemon_SetDaemonCert(const char* daemonName, const char* daemonCert) {
+    if (daemonName == nullptr) daemonName = QUORLSD_ANY_DAEMON;
+    if (daemonCert != nullptr) {
+        const Outcome outcome = checkCertificates(bounded(daemonCert, longestCredential));
+        if (outcome.status != QUORL_OK) return report(outcome);
+    }
+    return _quorlSupport_SetDaemonCertificates(daemonName, daemonCert);
+}
+
+quorl_status quorlSecureDaemon_SetUserCertWithKey(const char* userCertWithKey, const char* password) {
+    if (userCertWithKey == nullptr) return _quorlSupport_SetIdentity(nullptr, nullptr);
+    Identity identity;
+    const Outcome outcome = readPem(bounded(userCertWithKey, longestCredential), password, &identity);
+    return keep(outcome, identity);
+}
+
+quorl_status quorlSecureDaemon_SetUserCertWithKeyBin(const void* userCertWithKey, quorl_u32 size,
+                                                     const char* password) {
+    if (userCertWithKey == nullptr) return _quorlSupport_SetIdentity(nullptr, nullptr);
+    Identity identity;
+    const Outcome outcome = readPkcs12(userCertWithKey, size, password, &identity);
+    return keep(outcome, identity);
+}
+
+quorl_status quorlSecureDaemon_SetUserNameWithPassword(const char* userName, const char* password) {
+    if (userName == nullptr) return _quorlSupport_SetUser(nullptr, nullptr);
+    if (password == nullptr) return refuseUser("a user name needs its password");
+    if (*userName == '\0') return refuseUser("the user name is empty");
+    if (*password == '\0') return refuseUser("the password is empty");
+    if (bounded(userName, longestText).size() > longestText)
+        return refuseUser("the user name is longer than 255 bytes");
+    if (bounded(password, longestText).size() > longestText) return refuseUser("the password is longer than 255 bytes");
+    return _quorlSupport_SetUser(userName, password);
+}
 
 }  // extern "C"

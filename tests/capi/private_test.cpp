@@ -409,8 +409,6 @@ TEST(Companions, sayThatTheyAreNotThereYet) {
     EXPECT_EQ(_quorlcmq_Complete(nullptr, 0, 0, 0, 0, 0, 1), QUORL_NOT_PERMITTED);
     EXPECT_EQ(quorlftMember_Destroy(1), QUORL_NOT_PERMITTED);
     EXPECT_STREQ(quorl_LastErrorText(), "fault tolerance is not part of this version");
-    EXPECT_EQ(quorlSecureDaemon_SetDaemonCert(nullptr, nullptr), QUORL_NOT_PERMITTED);
-    EXPECT_STREQ(quorl_LastErrorText(), "secure daemons are not part of this version");
     const char* sender = nullptr;
     quorl_u64 sequence = 0;
     double seconds = 0;
@@ -419,6 +417,17 @@ TEST(Companions, sayThatTheyAreNotThereYet) {
     EXPECT_EQ(quorlMsg_GetCMTimeLimit(nullptr, &seconds), QUORL_NOT_FOUND);
     EXPECT_EQ(quorlMsg_SetCMTimeLimit(nullptr, 1), QUORL_NOT_PERMITTED);
     EXPECT_EQ(id, 7u);
+}
+
+TEST(Companions, credentials_reach_the_library_and_come_back_with_its_texts) {
+    EXPECT_EQ(quorlSecureDaemon_SetDaemonCert(nullptr, nullptr), QUORL_OK);
+    EXPECT_EQ(quorlSecureDaemon_SetDaemonCert("two words", nullptr), QUORL_INVALID_NAME);
+    EXPECT_NE(strstr(quorl_LastErrorText(), "daemon's name"), nullptr) << quorl_LastErrorText();
+    EXPECT_EQ(quorlSecureDaemon_SetDaemonCert(nullptr, "no PEM"), QUORL_INVALID_ARG);
+    EXPECT_STREQ(quorl_LastErrorText(), "the text holds no certificate in PEM");
+    EXPECT_EQ(quorlSecureDaemon_SetUserNameWithPassword("ada", "countess"), QUORL_OK);
+    EXPECT_EQ(quorlSecureDaemon_SetUserNameWithPassword(nullptr, nullptr), QUORL_OK);
+    EXPECT_EQ(quorlSecureDaemon_SetUserCertWithKeyBin("\0\0", 2, ""), QUORL_INVALID_ARG);
 }
 
 }  // namespace

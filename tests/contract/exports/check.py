@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Holds what each of the engine's libraries exports against what its header declares, both ways.
 
-What the core exports for its companions alone stands in engine/base/support.h.
+What the core exports for its companions alone stands in the files support.h of the engine's folders.
 
 Usage: check.py NM SOURCE_FOLDER LIBRARY..."""
 import pathlib
@@ -21,7 +21,8 @@ def declared(root):
     for name in DECLARATION.findall((folder / "private.h").read_text()):
         owner = next((o for o in ("quorlcmq", "quorlcm", "quorlft") if name.startswith("_" + o)), "quorl")
         owed[f"lib{owner}.so"].add(name)
-    owed["libquorl.so"].update(DECLARATION.findall((root / "engine/base/support.h").read_text()))
+    for support in sorted((root / "engine").rglob("support.h")):
+        owed["libquorl.so"].update(DECLARATION.findall(support.read_text()))
     return owed
 
 

@@ -1,0 +1,45 @@
+// Copies what libquorlsd hands over into secrets of the store.
+#include "secure/support.h"
+
+#include "base/status.h"
+#include "secure/credentials.h"
+
+using namespace quorl;
+using secure::Secret;
+
+namespace {
+
+// A text that may be null. False: no memory.
+bool take(const char* text, Secret* secret) noexcept {
+    return text == nullptr || secret->assign(text);
+}
+
+quorl_status noMemory() noexcept {
+    return fail(QUORL_NO_MEMORY, "no memory for credentials");
+}
+
+}  // namespace
+
+extern "C" {
+
+quorl_status _quorlSupport_SetDaemonCertificates(const char* daemonName, const char* pem) {
+    Secret kept;
+    if (!take(pem, &kept)) return noMemory();
+    return secure::setDaemonCertificates(daemonName, std::move(kept));
+}
+
+quorl_status _quorlSupport_SetIdentity(const char* certPem, const char* keyPem) {
+    Secret certificate;
+    Secret key;
+    if (!take(certPem, &certificate) || !take(keyPem, &key)) return noMemory();
+    return secure::setIdentity(std::move(certificate), std::move(key));
+}
+
+quorl_status _quorlSupport_SetUser(const char* name, const char* password) {
+    Secret user;
+    Secret secret;
+    if (!take(name, &user) || !take(password, &secret)) return noMemory();
+    return secure::setUser(std::move(user), std::move(secret));
+}
+
+}  // extern "C"
