@@ -12,7 +12,7 @@ import java.util.function.Predicate;
  * One thread's part in dispatching: what it is inside, and the way to wake it there.
  *
  * <p>A dispatch has two halves. {@link #takeOnce} is inside the library, which hands out the event's Java object as the
- * global reference that the event itself holds; {@link #deliver} runs the handler, in Java alone. The reference would be
+ * global reference that the event itself holds; {@link #deliver} runs the handler, in Java alone, or leaves it to an executor. The reference would be
  * invalid if the event were destroyed between the library's callback and the return to Java, so an event is destroyed
  * only while no thread is in the first half with its queue: {@link Gate} closes, wakes the threads that sleep there,
  * waits until they are out, destroys, and opens. What a thread does is told by one volatile member, {@link #now}, whose
@@ -63,6 +63,8 @@ final class Dispatching {
     private Dispatchable interruptible;
 
     private Interruption interruption;
+
+    private long[] handles;
 
     /** A handler that is not the innermost. */
     static final class Outer {
@@ -157,26 +159,47 @@ final class Dispatching {
     /** Dispatches until the dispatcher is told to stop or target is gone. Runs on the dispatcher's own thread. */
     void loop(QuorlDispatcher owner) {
         Dispatchable target = owner.target();
+        HandOver handOver = owner.handOver();
         dispatcher = owner;
         openKey();
         try {
             while (!owner.stopping()) {
                 try {
+                    if (handOver != null && !handOver.awaitRoom()) {
+                        return;
+                    }
                     Object taken = takeOnce(target, hasKey() ? -1 : WITHOUT_KEY);
-                    if (taken instanceof QuorlEvent) {
+                    if (!(taken instanceof QuorlEvent)) {
+                        continue;
+                    }
+                    if (handOver == null) {
                         deliver((QuorlEvent) taken);
+                    } else {
+                        deliverTo(handOver, (QuorlEvent) taken);
                     }
                 } catch (Throwable e) {
                     if (targetIsGone(target, e)) {
                         return;
                     }
-                    thread.getUncaughtExceptionHandler().uncaughtException(thread, e);
+                    report(thread.getUncaughtExceptionHandler(), e);
                 }
             }
         } finally {
             closeKey();
+            if (handOver != null) {
+                handOver.end();
+            }
             over = true;
             Gate.handlerReturned();
+        }
+    }
+
+    /** Tells of what a handler threw, as the machine does of what ends a thread: what comes out here goes nowhere. */
+    static void report(Thread.UncaughtExceptionHandler handler, Throwable thrown) {
+        try {
+            handler.uncaughtException(Thread.currentThread(), thrown);
+        } catch (Throwable e) {
+            return;
         }
     }
 
@@ -233,23 +256,73 @@ final class Dispatching {
     /** In Java. Ends what {@link #takeOnce} began, also when the handler throws. */
     private void deliver(QuorlEvent event) {
         try {
-            event.deliver();
+            Object taken = event.take();
+            if (taken != null) {
+                runHandler(event, taken);
+            }
+        } finally {
+            leave(event);
+        }
+    }
+
+    /** As {@link #deliver}, with the handler left to others. The event is let go first: an executor may block. */
+    private void deliverTo(HandOver handOver, QuorlEvent event) {
+        Runnable task;
+        try {
+            Object taken = event.take();
+            task = taken == null ? null : handOver.add(event, taken);
+        } finally {
+            leave(event);
+        }
+        if (task != null) {
+            handOver.submit(task);
+        }
+    }
+
+    /** Runs the handler of an event that this or another thread has taken. */
+    void run(QuorlEvent event, Object taken) {
+        Object before = now;
+        if (before != null) {
+            outer = new Outer((QuorlEvent) before, outer);
+        }
+        now = event;
+        try {
+            runHandler(event, taken);
+        } finally {
+            leave(event);
+        }
+    }
+
+    private static void runHandler(QuorlEvent event, Object taken) {
+        try {
+            event.run(taken);
         } catch (RuntimeException | Error e) {
             throw e;
         } catch (Exception e) {
             throw new UndeclaredThrowableException(e, "a handler of " + event + " threw a checked exception");
-        } finally {
-            Outer around = outer;
-            if (around == null) {
-                now = null;
-            } else {
-                now = around.event;
-                outer = around.next;
-            }
-            if (event.isClosed() || event.queueIsClosed()) {
-                Gate.handlerReturned();
-            }
         }
+    }
+
+    /** Behind the handler, or behind the one that did not come to run. */
+    private void leave(QuorlEvent event) {
+        Outer around = outer;
+        if (around == null) {
+            now = null;
+        } else {
+            now = around.event;
+            outer = around.next;
+        }
+        if (event.isClosed() || event.queueIsClosed()) {
+            Gate.handlerReturned();
+        }
+    }
+
+    /** Where a batch's handles are put; read before the next dispatch of this thread. */
+    long[] handles() {
+        if (handles == null) {
+            handles = new long[QuorlVectorListener.BATCH_MAX];
+        }
+        return handles;
     }
 
     /** Whether this thread runs a handler of that event, innermost or not. Any thread may ask. */

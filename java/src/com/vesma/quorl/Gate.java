@@ -2,6 +2,7 @@ package com.vesma.quorl;
 
 import java.util.Map;
 import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.atomic.AtomicInteger;
 import java.util.concurrent.locks.Condition;
 import java.util.concurrent.locks.LockSupport;
 import java.util.concurrent.locks.ReentrantLock;
@@ -15,6 +16,8 @@ import java.util.concurrent.locks.ReentrantLock;
  * that handler; when two handlers close each other's events, the one that would complete the circle does not wait.
  */
 final class Gate {
+    private static final int FEW = 16;
+
     /** Held while events are destroyed; a thread that finds the gate closed waits for it. */
     private static final ReentrantLock DESTRUCTION = new ReentrantLock();
 
@@ -23,6 +26,9 @@ final class Gate {
 
     /** Every thread that has ever dispatched and lives. */
     private static final Map<Dispatching, Boolean> THREADS = new ConcurrentHashMap<>();
+
+    /** So many of them make it worth looking for those that have ended; an executor may use a new thread for each task. */
+    private static final AtomicInteger ENOUGH = new AtomicInteger(FEW);
 
     /** Guards waitingFor in all threads, and the circles among them. */
     private static final ReentrantLock WAITING = new ReentrantLock();
@@ -33,12 +39,12 @@ final class Gate {
     private Gate() {}
 
     static void add(Dispatching created) {
-        removeDead();
         THREADS.put(created, Boolean.TRUE);
-    }
-
-    private static void removeDead() {
-        THREADS.keySet().removeIf(known -> !known.thread.isAlive());
+        int enough = ENOUGH.get();
+        if (THREADS.size() > enough && ENOUGH.compareAndSet(enough, Integer.MAX_VALUE)) {
+            THREADS.keySet().removeIf(known -> !known.thread.isAlive());
+            ENOUGH.set(2 * THREADS.size() + FEW);
+        }
     }
 
     // ---- dispatching threads --------------------------------------------------------------------------------------
@@ -113,8 +119,8 @@ final class Gate {
 
     /**
      * Returns when no other thread runs what: a {@link QuorlEvent}'s handler, the handler of any event of a
-     * {@link QuorlQueue}, or the loop of a dispatcher for a {@link Dispatching}. what must be marked closed or stopped
-     * before.
+     * {@link QuorlQueue}, the loop of a dispatcher for a {@link Dispatching}, or what a dispatcher has handed over for a
+     * {@link HandOver}. what must be marked closed or stopped before.
      */
     static void awaitHandlers(Object what) {
         if (!runsElsewhere(what, null)) {
@@ -148,6 +154,7 @@ final class Gate {
     private static boolean runs(Dispatching thread, Object what) {
         return what instanceof QuorlEvent ? thread.runs((QuorlEvent) what)
                 : what instanceof QuorlQueue ? thread.runsEventOf((QuorlQueue) what)
+                : what instanceof HandOver ? ((HandOver) what).runsOn(thread)
                 : thread == what && !thread.over;
     }
 

@@ -53,8 +53,16 @@ public class QuorlEvent implements AutoCloseable {
         }
     }
 
-    /** Runs the handler with what the library has left for this thread; on the dispatching thread. */
-    void deliver() throws Exception {}
+    /** Takes what the library has left for this thread, null for nothing; on the dispatching thread, once a dispatch. */
+    Object take() {
+        return null;
+    }
+
+    /** Runs the handler with what was taken, or drops it when the event is closed; on any thread. */
+    void run(Object taken) throws Exception {}
+
+    /** Ends what was taken without a handler. */
+    void drop(Object taken) {}
 
     /** Whether what comes for this event is to be dropped. */
     final boolean isDropped() {

@@ -81,12 +81,14 @@ public final class QuorlListener extends QuorlEvent {
     }
 
     @Override
-    void deliver() throws Exception {
+    Object take() {
         long handle = getDispatchedMsgHandle();
-        if (handle == 0) {
-            return;
-        }
-        QuorlMsg message = new QuorlMsg(handle);
+        return handle == 0 ? null : new QuorlMsg(handle);
+    }
+
+    @Override
+    void run(Object taken) throws Exception {
+        QuorlMsg message = (QuorlMsg) taken;
         if (isDropped()) {
             message.close();
             return;
@@ -96,6 +98,11 @@ public final class QuorlListener extends QuorlEvent {
         } finally {
             message.endOfHandler();
         }
+    }
+
+    @Override
+    void drop(Object taken) {
+        ((QuorlMsg) taken).close();
     }
 
     @Override

@@ -71,7 +71,12 @@ public final class QuorlTimer extends QuorlEvent {
     }
 
     @Override
-    void deliver() throws Exception {
+    Object take() {
+        return this;
+    }
+
+    @Override
+    void run(Object taken) throws Exception {
         if (!isDropped()) {
             handler.onTimer(this);
         }

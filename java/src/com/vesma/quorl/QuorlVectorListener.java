@@ -1,7 +1,7 @@
 package com.vesma.quorl;
 
 import java.lang.ref.Reference;
-import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
 import java.util.Objects;
@@ -90,19 +90,37 @@ public final class QuorlVectorListener extends QuorlEvent {
     }
 
     @Override
-    void deliver() throws Exception {
-        long[] handles = new long[BATCH_MAX];
+    Object take() {
+        long[] handles = Dispatching.current().handles();
         int count = getDispatchedMsgsHandle(handles);
-        List<QuorlMsg> messages = new ArrayList<>(count);
-        for (int i = 0; i < count; i++) {
-            messages.add(new QuorlMsg(handles[i]));
+        if (count == 0) {
+            return null;
         }
+        QuorlMsg[] messages = new QuorlMsg[count];
+        for (int i = 0; i < count; i++) {
+            messages[i] = new QuorlMsg(handles[i]);
+        }
+        return messages;
+    }
+
+    @Override
+    void run(Object taken) throws Exception {
+        QuorlMsg[] messages = (QuorlMsg[]) taken;
         try {
-            if (count > 0 && !isDropped()) {
-                handler.onMessages(this, Collections.unmodifiableList(messages));
+            if (!isDropped()) {
+                handler.onMessages(this, Collections.unmodifiableList(Arrays.asList(messages)));
             }
         } finally {
-            messages.forEach(QuorlMsg::endOfHandler);
+            for (QuorlMsg message : messages) {
+                message.endOfHandler();
+            }
+        }
+    }
+
+    @Override
+    void drop(Object taken) {
+        for (QuorlMsg message : (QuorlMsg[]) taken) {
+            message.close();
         }
     }
 
