@@ -66,6 +66,8 @@ Outcome apply(Parameters& to, std::string_view name, std::string_view value) {
         good = readNumber(value, &to.reconnectBuffer);
     } else if (name == "queue.limit") {
         good = readNumber(value, &to.queueLimit);
+    } else if (name == "queue.highwater") {
+        good = readNumber(value, &to.queueHighwater);
     } else if (name == "dispatch.spin") {
         good = readNumber(value, &to.dispatchSpin) && to.dispatchSpin <= 1000;
     } else {
@@ -77,7 +79,7 @@ Outcome apply(Parameters& to, std::string_view name, std::string_view value) {
 bool same(const Parameters& a, const Parameters& b) noexcept {
     return a.daemon == b.daemon && a.service == b.service && a.network == b.network &&
            a.connectTimeout == b.connectTimeout && a.reconnectBuffer == b.reconnectBuffer &&
-           a.queueLimit == b.queueLimit && a.dispatchSpin == b.dispatchSpin;
+           a.queueLimit == b.queueLimit && a.queueHighwater == b.queueHighwater && a.dispatchSpin == b.dispatchSpin;
 }
 
 // Splits at the first '='. False when there is none or no name before it.

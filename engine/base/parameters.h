@@ -18,6 +18,7 @@ struct Parameters {
     double connectTimeout = 2.0;          // seconds
     uint32_t reconnectBuffer = 8u << 20;  // bytes
     uint32_t queueLimit = 0;              // events; 0 for none
+    uint32_t queueHighwater = 100'000;    // events; 0 for none
     uint32_t dispatchSpin = 20;           // microseconds
 };
 

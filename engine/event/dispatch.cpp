@@ -205,7 +205,11 @@ quorl_status dispatchQueue(uint32_t id, double timeout) noexcept {
         const bool found = takeFirst(queue, *thread, &taken, &batch);
         const uint64_t seen = queue.ring.begin();
         queue.front.lock.unlock();
-        if (found) return run(*thread, taken, batch);
+        if (found) {
+            if (taken.calm) [[unlikely]]
+                settle(queue);
+            return run(*thread, taken, batch);
+        }
         if (deadline.polls()) return fail(QUORL_TIMEOUT, "no event waits in queue %u", id);
         if (spinForEvent(queue, seen)) continue;
 
@@ -273,6 +277,8 @@ quorl_status dispatchGroup(uint32_t id, double timeout) noexcept {
             }
         }
         if (taken.event != nullptr) {
+            if (taken.calm) [[unlikely]]
+                settle(*queue);
             const quorl_status status = run(*thread, taken, batch);
             registry::unpin(*thread, queue);
             return status;

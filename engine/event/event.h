@@ -34,6 +34,7 @@ struct Event : Record {
     struct alignas(64) {
         uint64_t pushed = 0;  // guarded by the queue's back lock
         bool closed = false;  // nothing is put into the queue any more; written under both locks of the queue
+        uint32_t slow = 0;    // 1 + its place among the queue's slow listeners; guarded by the queue's back lock
     } back;
 
     // And on one for those who take them out.

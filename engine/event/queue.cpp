@@ -8,7 +8,6 @@
 #include "base/registry.h"
 #include "base/status.h"
 #include "event/group.h"
-#include "event/timer.h"
 
 namespace quorl::event {
 namespace {
@@ -31,56 +30,55 @@ void dropContent(message::Content* content) noexcept {
     message::ContentRef::adopt(content);
 }
 
-// Timers of interval 0 that a limit dropped: they would never fire again by themselves.
-struct DroppedTimers {
-    std::array<uint32_t, 8> ids;
-    uint32_t count = 0;
-    bool more = false;
-};
-
-// Counts an entry as dropped that was just taken out of the ring. Under both locks.
-bool drop(Queue& queue, const Entry& entry, DroppedTimers* timers) noexcept {
+// Counts an entry that a limit dropped, and that was just taken out of the ring. Under both locks. False: it was dead.
+bool drop(Queue& queue, const Entry& entry, Trouble* trouble) noexcept {
+    auto content = message::ContentRef::adopt(entry.content);
     Event* event = liveEvent(entry);
-    if (entry.content != nullptr) dropContent(entry.content);
     if (event == nullptr) return false;
     ++event->front.taken;
-    if (event->kind == Kind::timer) {
-        event->front.waiting.store(false, std::memory_order_relaxed);
-        if (event->front.endless.load(std::memory_order_relaxed)) {
-            if (timers->count < timers->ids.size()) timers->ids[timers->count++] = event->id;
-        }
-    }
-    ++queue.back.dropped;
+    if (event->kind == Kind::timer) event->front.waiting.store(false, std::memory_order_relaxed);
+    lose(queue, *event, std::move(content), trouble);
     return true;
 }
 
-// Makes room by the queue's policy. Under both locks. False: the arriving event is to be dropped.
-bool makeRoom(Queue& queue, DroppedTimers* timers) noexcept {
-    const Limit& limit = queue.back.limit;
+void dropFirst(Queue& queue, uint64_t amount, Trouble* trouble) noexcept {
     uint64_t removed = queue.front.removed.load(std::memory_order_relaxed);
-    const uint64_t waiting = queue.ring.backCount() - removed;
-    if (limit.policy == QUORLQUEUE_DISCARD_NONE || waiting < limit.maxEvents) return true;
-    if (limit.policy == QUORLQUEUE_DISCARD_NEW) return false;
-    // More than the amount only when the limit was lowered below what waits.
-    uint64_t amount = std::max<uint64_t>(limit.discardAmount, waiting - limit.maxEvents + 1);
     Entry entry;
-    if (limit.policy == QUORLQUEUE_DISCARD_FIRST) {
-        while (amount != 0 && queue.ring.take(&entry)) {
-            if (!drop(queue, entry, timers)) continue;
-            --amount;
-            queue.front.removed.store(++removed, std::memory_order_release);
-        }
-    } else {
-        while (amount != 0 && queue.ring.takeLast(&entry)) {
-            if (drop(queue, entry, timers)) {
-                --amount;  // its place at the end is free: removed stays
-            } else {
-                // A dead entry was counted as removed when it died, and its place is given back too.
-                queue.front.removed.store(--removed, std::memory_order_release);
-            }
+    while (amount != 0 && queue.ring.take(&entry)) {
+        if (!drop(queue, entry, trouble)) continue;
+        --amount;
+        queue.front.removed.store(++removed, std::memory_order_release);
+    }
+}
+
+void dropLast(Queue& queue, uint64_t amount, Trouble* trouble) noexcept {
+    uint64_t removed = queue.front.removed.load(std::memory_order_relaxed);
+    Entry entry;
+    while (amount != 0 && queue.ring.takeLast(&entry)) {
+        if (drop(queue, entry, trouble)) {
+            --amount;  // its place at the end is free: removed stays
+        } else {
+            // A dead entry was counted as removed when it died, and its place is given back too.
+            queue.front.removed.store(--removed, std::memory_order_release);
         }
     }
-    return true;
+}
+
+// Makes room by the queue's policy. Under both locks. False: the arriving event is to be dropped.
+bool makeRoom(Queue& queue, Trouble* trouble) noexcept {
+    const Limit& limit = queue.back.limit;
+    const uint64_t waiting = queue.ring.backCount() - queue.front.removed.load(std::memory_order_relaxed);
+    if (limit.policy == QUORLQUEUE_DISCARD_NONE || waiting < limit.maxEvents) return true;
+    switch (limit.policy) {
+        case QUORLQUEUE_DISCARD_FIRST:
+            dropFirst(queue, limit.discardAmount, trouble);
+            return true;
+        case QUORLQUEUE_DISCARD_LAST:
+            dropLast(queue, limit.discardAmount, trouble);
+            return true;
+        default:
+            return false;
+    }
 }
 
 void wakeGroups(const std::vector<Group*>& groups) noexcept {
@@ -142,32 +140,37 @@ bool admits(Queue& queue, Event& event, uint32_t expectedEpoch) noexcept {
            (event.front.epoch == expectedEpoch && !event.front.waiting.load(std::memory_order_relaxed));
 }
 
-// The slow road of push: the queue may be full.
-bool pushIntoFull(Queue& queue, Event& event, uint32_t expectedEpoch, message::ContentRef content) noexcept {
-    DroppedTimers timers;
+// The slow road of push: the queue may be full, or beyond its mark.
+bool pushSlowly(Queue& queue, Event& event, uint32_t expectedEpoch, message::ContentRef content) noexcept {
+    Trouble trouble;
     AfterPush after;
     bool admitted;
     {
         Lock front(queue.front.lock);
-        Lock back(queue.back.lock);
+        Lock backLock(queue.back.lock);
+        auto& back = queue.back;
         admitted = admits(queue, event, expectedEpoch);
         if (admitted) {
-            if (!makeRoom(queue, &timers)) {
-                ++queue.back.dropped;
-                if (event.kind == Kind::timer && event.front.endless.load(std::memory_order_relaxed))
-                    timers.ids[timers.count++] = event.id;
+            if (!makeRoom(queue, &trouble)) {
+                lose(queue, event, std::move(content), &trouble);
             } else if (!queue.ring.reserve()) {
-                ++queue.back.refused;
+                ++back.refused;
             } else {
                 if (event.kind == Kind::timer) event.front.waiting.store(true, std::memory_order_relaxed);
                 const uint32_t tag = event.kind == Kind::timer ? event.front.epoch : event.vectorTag;
                 place(queue, event, tag, content.release(), &after);
+                lookAtMark(queue, &trouble);
             }
-            queue.back.removedSeen = queue.front.removed.load(std::memory_order_relaxed);
+            back.removedSeen = queue.front.removed.load(std::memory_order_relaxed);
+            trouble.waiting = queue.ring.backCount() - back.removedSeen;
+            if (trouble.waiting > back.mostWaiting) {
+                back.mostWaiting = trouble.waiting;
+                back.countAt = std::min(back.mostWaiting, back.lookAt);
+            }
         }
     }
     finish(queue, after);
-    for (uint32_t i = 0; i < timers.count; ++i) fireSoon(timers.ids[i]);
+    if (trouble.any()) tell(queue, trouble);
     return admitted;
 }
 
@@ -185,16 +188,17 @@ bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch) noe
     auto& back = queue.back;
     AfterPush after;
     back.lock.lock();
-    const uint64_t seemsWaiting = queue.ring.backCount() - back.removedSeen;
-    if (seemsWaiting >= back.mostWaiting || (back.limit.maxEvents != 0 && seemsWaiting >= back.limit.maxEvents))
-        [[unlikely]] {
+    if (queue.ring.backCount() - back.removedSeen >= back.countAt) [[unlikely]] {
         back.removedSeen = queue.front.removed.load(std::memory_order_acquire);
         const uint64_t waiting = queue.ring.backCount() - back.removedSeen;
-        if (back.limit.maxEvents != 0 && waiting >= back.limit.maxEvents) {
+        if (waiting >= back.lookAt) {
             back.lock.unlock();
-            return pushIntoFull(queue, event, expectedEpoch, std::move(content));
+            return pushSlowly(queue, event, expectedEpoch, std::move(content));
         }
-        back.mostWaiting = std::max(back.mostWaiting, waiting + 1);
+        if (waiting >= back.mostWaiting) {
+            back.mostWaiting = waiting + 1;
+            back.countAt = std::min(back.mostWaiting, back.lookAt);
+        }
     }
     if (!admits(queue, event, expectedEpoch)) [[unlikely]] {
         back.lock.unlock();
@@ -270,26 +274,45 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
         });
     }
     front.removed.store(removed, std::memory_order_release);
+    if (front.calmBelow != 0) [[unlikely]]
+        taken->calm = queue.waiting() < front.calmBelow;
     return true;
+}
+
+void trim(Queue& queue, Trouble* trouble) noexcept {
+    const Limit& limit = queue.back.limit;
+    const uint64_t waiting = queue.ring.backCount() - queue.front.removed.load(std::memory_order_relaxed);
+    if (limit.policy == QUORLQUEUE_DISCARD_NONE || waiting <= limit.maxEvents) return;
+    if (limit.policy == QUORLQUEUE_DISCARD_FIRST) {
+        dropFirst(queue, waiting - limit.maxEvents, trouble);
+    } else {
+        dropLast(queue, waiting - limit.maxEvents, trouble);
+    }
 }
 
 void forget(Event& event) noexcept {
     Queue& queue = *event.queue;
-    Lock front(queue.front.lock);
-    Lock back(queue.back.lock);
-    event.back.closed = true;
-    const uint64_t dead = event.back.pushed - event.front.taken;
-    if (dead == 0 || queue.back.closed) return;
-    event.front.taken += dead;
-    const uint64_t removed = queue.front.removed.load(std::memory_order_relaxed) + dead;
-    queue.front.removed.store(removed, std::memory_order_release);
-    const uint64_t entries = queue.ring.backCount() - queue.ring.begin();
-    if (entries > fewEntries && removed - queue.ring.begin() < entries / 2) return;
-    queue.ring.filter([](const Entry& entry) {
-        if (liveEvent(entry) != nullptr) return true;
-        if (entry.content != nullptr) dropContent(entry.content);
-        return false;
-    });
+    bool calm;
+    {
+        Lock front(queue.front.lock);
+        Lock back(queue.back.lock);
+        event.back.closed = true;
+        const uint64_t dead = event.back.pushed - event.front.taken;
+        if (dead == 0 || queue.back.closed) return;
+        event.front.taken += dead;
+        const uint64_t removed = queue.front.removed.load(std::memory_order_relaxed) + dead;
+        queue.front.removed.store(removed, std::memory_order_release);
+        calm = queue.waiting() < queue.front.calmBelow;
+        const uint64_t entries = queue.ring.backCount() - queue.ring.begin();
+        if (entries <= fewEntries || removed - queue.ring.begin() >= entries / 2) {
+            queue.ring.filter([](const Entry& entry) {
+                if (liveEvent(entry) != nullptr) return true;
+                if (entry.content != nullptr) dropContent(entry.content);
+                return false;
+            });
+        }
+    }
+    if (calm) settle(queue);
 }
 
 void cutOff(Event& event) noexcept {

@@ -11,6 +11,7 @@
 #include "base/record.h"
 #include "event/event.h"
 #include "event/ring.h"
+#include "event/trouble.h"
 #include "event/wait_list.h"
 #include "message/delivery.h"
 
@@ -23,6 +24,7 @@ struct Taken {
     Event* event = nullptr;  // pinned on the taking thread
     message::Content* content = nullptr;
     uint32_t tag = 0;
+    bool calm = false;  // the queue's trouble seems over: settle it once no lock is held
 };
 
 // The messages of one call of a vector callback.
@@ -36,6 +38,13 @@ struct Limit {
     quorlQueueLimitPolicy policy = QUORLQUEUE_DISCARD_NONE;
     uint32_t maxEvents = 0;
     uint32_t discardAmount = 0;
+};
+
+// A listener that lost messages since the queue's limit began to drop.
+struct SlowListener {
+    uint32_t event;
+    uint64_t lost;
+    int64_t began;  // nanoseconds on the monotonic clock
 };
 
 // Locks, in the order in which they are taken: a group's lock, the front lock, the back lock. No lock of a queue is held
@@ -54,10 +63,20 @@ struct Queue : Record {
         bool grouped = false;      // groups is not empty
         WaitList sleepers;         // threads that sleep in a dispatch of this queue
         uint64_t removedSeen = 0;  // an older value of front.removed
+        // A sender that sees this many events wait counts them exactly, and goes the slow road when they are lookAt.
+        uint64_t countAt = 0;
+        uint64_t lookAt = UINT64_MAX;
         Limit limit;
         uint64_t dropped = 0;      // events that a limit dropped
         uint64_t mostWaiting = 0;  // the highest count ever, as seen whenever the queue looked longer than before
         uint64_t refused = 0;      // events that found no memory
+        // Trouble; see trouble.h. Written under both locks.
+        uint32_t highWater = 0;          // events; 0: no mark. Set once.
+        bool losing = false;             // the limit drops
+        bool high = false;               // beyond the mark
+        uint64_t lostSince = 0;          // while losing: events dropped, advisories not counted
+        int64_t troubleBegan = 0;        // nanoseconds on the monotonic clock
+        std::vector<SlowListener> slow;  // while losing
         std::vector<Group*> groups;
         struct BatchKind {
             quorlEventVectorCallback callback;
@@ -75,7 +94,8 @@ struct Queue : Record {
         // Entries that wait no longer: taken, dropped, or dead because their event was destroyed. The queue's count is
         // ring.end() - removed; removed - ring.begin() entries of the ring are dead. Written under the lock.
         std::atomic<uint64_t> removed{0};
-        uint64_t taken = 0;  // events that were dispatched
+        uint64_t taken = 0;      // events that were dispatched
+        uint64_t calmBelow = 0;  // trouble is over with fewer events waiting; 0: none. Written under both locks.
     } front;
 
     // How long a thread that finds the queue empty spins before it sleeps, in nanoseconds: long while events come in quick
@@ -108,6 +128,9 @@ bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch = 0)
 // Takes the first event; of a vector listener also those that share its batch, into *batch, the first included. Under the
 // front lock. False: nothing waits.
 bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) noexcept;
+
+// Drops what waits beyond the limit, by its policy. Under both locks, inside a section.
+void trim(Queue& queue, Trouble* trouble) noexcept;
 
 // After the event is closed: no event of it starts any more or counts as waiting. Inside a section.
 void forget(Event& event) noexcept;

@@ -32,6 +32,8 @@ quorl_status create(uint32_t reserved, uint32_t* id) noexcept {
     queue->destroy = destroyRecord;
     if (const uint32_t most = environment::parameters().queueLimit; most != 0)
         queue->back.limit = {QUORLQUEUE_DISCARD_FIRST, most, 1};
+    queue->back.highWater = environment::parameters().queueHighwater;
+    setThresholds(*queue);
     if (!registry::publish(*queue, reserved, QUORL_OBJECT_QUEUE)) {
         delete queue;
         registry::abandon(reserved);
@@ -77,6 +79,7 @@ quorl_status destroyQueue(uint32_t id, quorlQueueOnComplete completion, const vo
         }
         queue.front.removed.store(queue.ring.backCount(), std::memory_order_release);
     }
+    settle(queue);
     leaveGroups(queue);
     registry::retire(queue);
     return QUORL_OK;
@@ -99,8 +102,22 @@ quorl_status setLimit(Queue& queue, const Limit& limit) noexcept {
         default:
             return fail(QUORL_INVALID_ARG, "%d is no limit policy", static_cast<int>(limit.policy));
     }
-    Lock lock(queue.back.lock);
-    queue.back.limit = limit;
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
+    Section section(*thread);
+    Trouble trouble;
+    bool calm;
+    {
+        Lock front(queue.front.lock);
+        Lock back(queue.back.lock);
+        queue.back.limit = limit;
+        trim(queue, &trouble);
+        setThresholds(queue);
+        trouble.waiting = queue.waiting();
+        calm = trouble.waiting < queue.front.calmBelow;
+    }
+    if (trouble.any()) tell(queue, trouble);
+    if (calm) settle(queue);
     return QUORL_OK;
 }
 

@@ -47,6 +47,7 @@ void AdvisoryField::addTo(quorlMsg message) const noexcept {
             quorlMsg_AddF64Ex(message, name_, value_.f64, 0);
             return;
         case Kind::text:
+            if (text_.empty()) return;
             try {
                 quorlMsg_AddStringEx(message, name_, std::string(text_).c_str(), 0);
             } catch (const std::bad_alloc&) {

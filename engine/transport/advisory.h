@@ -20,7 +20,7 @@ namespace quorl::transport {
 
 enum class Severity : uint8_t { info, warn, error };
 
-// One field of an advisory. What it points to has to live until advise returns.
+// One field of an advisory. An empty text is left out. What it points to has to live until advise returns.
 class AdvisoryField {
   public:
     AdvisoryField(const char* name, bool value) noexcept : name_(name), kind_(Kind::boolean) { value_.boolean = value; }

@@ -63,6 +63,9 @@ class Router::Cache {
   public:
     static constexpr size_t size = 512;
 
+    // While the thread puts a message into queues, which may make it route another one: an advisory.
+    bool busy = false;
+
     Matches& at(uint64_t hash) noexcept { return entries_[hash % size]; }
 
   private:
@@ -177,7 +180,8 @@ quorl_status Router::route(ThreadState& thread, message::ContentRef content) noe
     const std::string_view subject = content.sendSubject();
     if (subject::isInbox(subject)) return routeToInbox(content, subject);
     Cache* cache = cacheOf(thread);
-    if (cache == nullptr || subject.size() > Matches::longestText) return routeUncached(content, subject);
+    if (cache == nullptr || cache->busy || subject.size() > Matches::longestText)
+        return routeUncached(content, subject);
 
     const uint64_t hash = hashOf(subject);
     Matches& matches = cache->at(hash);
@@ -216,8 +220,10 @@ quorl_status Router::route(ThreadState& thread, message::ContentRef content) noe
     if (matches.count == 0) return QUORL_OK;
     Listener* const* targets = matches.count > Matches::fewTargets ? matches.many.get() : matches.few.data();
     const size_t last = matches.count - 1u;
+    cache->busy = true;
     for (size_t i = 0; i < last; ++i) event::push(*targets[i], content);
     event::push(*targets[last], std::move(content));
+    cache->busy = false;
     return QUORL_OK;
 }
 

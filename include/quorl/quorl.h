@@ -243,7 +243,9 @@ QUORL_API quorl_status quorlQueue_SetPriority(quorlQueue queue, quorl_u32 priori
 QUORL_API quorl_status quorlQueue_GetPriority(quorlQueue queue, quorl_u32* priority);
 
 /* Limits the queue to maxEvents waiting events. When an event arrives at a full queue, FIRST and LAST drop discardAmount
- * events from their end and take the new one, NEW drops the new one. With NONE both numbers must be 0.
+ * events from their end and take the new one, NEW drops the new one. What waits beyond a lowered limit is dropped at once,
+ * the oldest with FIRST, the newest otherwise. With NONE both numbers must be 0. Advisories tell when dropping begins and
+ * ends, or when a queue without a limit has grown beyond its mark (docs/reference/advisories.md).
  * QUORL_INVALID_ARG: unknown policy, or with a limit: maxEvents 0, discardAmount 0 or above maxEvents. */
 QUORL_API quorl_status quorlQueue_SetLimitPolicy(quorlQueue queue, quorlQueueLimitPolicy policy, quorl_u32 maxEvents,
                                                  quorl_u32 discardAmount);

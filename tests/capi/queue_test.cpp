@@ -118,13 +118,19 @@ TEST_F(Queue, discardsAllWhenTheAmountIsTheLimit) {
     }
 }
 
-TEST_F(Queue, aLoweredLimitHoldsFromTheNextEventOn) {
-    send(1, 10);
-    ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_FIRST, 3, 1), QUORL_OK);
-    EXPECT_EQ(countOf(queue), 10u);
-    send(11, 11);
-    drain(queue);
-    EXPECT_EQ(numbers.came, (std::vector{9, 10, 11}));
+TEST_F(Queue, aLoweredLimitTrimsAtOnceByItsPolicy) {
+    for (auto policy : {QUORLQUEUE_DISCARD_FIRST, QUORLQUEUE_DISCARD_LAST, QUORLQUEUE_DISCARD_NEW}) {
+        ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_NONE, 0, 0), QUORL_OK);
+        numbers.came.clear();
+        send(1, 1000);
+        ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, policy, 3, 1), QUORL_OK);
+        EXPECT_EQ(countOf(queue), 3u);
+        ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, policy, 300, 1), QUORL_OK);
+        EXPECT_EQ(countOf(queue), 3u);
+        drain(queue);
+        EXPECT_EQ(numbers.came,
+                  policy == QUORLQUEUE_DISCARD_FIRST ? (std::vector{998, 999, 1000}) : (std::vector{1, 2, 3}));
+    }
 }
 
 TEST_F(Queue, limitsHoldWhileItIsDispatched) {
