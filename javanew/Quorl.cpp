@@ -13,6 +13,17 @@ jstring versionOf(JNIEnv* env) {
     return env->NewStringUTF(text != nullptr ? text : "");
 }
 
+// The string at a place of the array and its text, which the machine lends; elements are not checked for null. False:
+// the machine has left an exception, after which it must not be called on.
+bool convertParameter(JNIEnv* env, jobjectArray array, jint index, jstring* string, const char** text) {
+    *string = static_cast<jstring>(env->GetObjectArrayElement(array, index));
+    if (*string == nullptr && env->ExceptionOccurred() != nullptr) {
+        return false;
+    }
+    *text = env->GetStringUTFChars(*string, nullptr);
+    return *text != nullptr || env->ExceptionOccurred() == nullptr;
+}
+
 }  // namespace
 
 extern "C" {
@@ -54,7 +65,8 @@ JNIEXPORT void JNICALL Java_com_vesma_quorl_Quorl_quorl_1DisableQRDMReadyCheck(J
     quorl_DisableQRDMReadyCheck();
 }
 
-// The one native that both throws and answers a status: when the list finds no memory.
+// The one native that both throws and answers a status: when the list finds no memory. An element that is not there, or
+// a text that cannot be had, ends it when the machine has left an exception: the library is not asked then.
 JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1SetQRParameters(JNIEnv* env, jclass, jobjectArray array,
                                                                          jint arrayLength) {
     if (arrayLength < 1) {
@@ -68,11 +80,12 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1SetQRParameters(JNIEnv*
     }
     const char** const texts = static_cast<const char**>(block);
     jstring* const strings = static_cast<jstring*>(static_cast<void*>(texts + arrayLength));
-    for (jint i = 0; i < arrayLength; ++i) {
-        strings[i] = static_cast<jstring>(env->GetObjectArrayElement(array, i));
-        texts[i] = env->GetStringUTFChars(strings[i], nullptr);
+    bool copied = true;
+    for (jint i = 0; i < arrayLength && copied; ++i) {
+        copied = convertParameter(env, array, i, &strings[i], &texts[i]);
     }
-    const quorl_status status = quorl_SetQRParameters(static_cast<quorl_u32>(arrayLength), texts);
+    const quorl_status status =
+        copied ? quorl_SetQRParameters(static_cast<quorl_u32>(arrayLength), texts) : QUORL_INVALID_ARG;
     for (jint i = 0; i < arrayLength; ++i) {
         if (texts[i] != nullptr) {
             env->ReleaseStringUTFChars(strings[i], texts[i]);

@@ -24,8 +24,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmListener_quorlcmEvent_1Create
                                                                                          jbyteArray subjectBytes,
                                                                                          jint subjectBytesLength) {
     Text subject;
-    if (!copyText(env, subjectBytes, subjectBytesLength, &subject)) {
-        throwStatus(env, QUORL_NO_MEMORY);
+    if (!copyTextOrThrow(env, subjectBytes, subjectBytesLength, &subject)) {
         return 0;
     }
     const jobject listenerRef = env->NewGlobalRef(self);
@@ -47,7 +46,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmListener_quorlcmEvent_1Create
     }
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(listenerRef);
-        throwStatusUnlessPending(env, status);
+        throwStatus(env, status);
         return 0;
     }
     return static_cast<jint>(id);

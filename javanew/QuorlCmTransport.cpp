@@ -65,16 +65,20 @@ void callWithText(JNIEnv* env, jint id, jbyteArray bytes, jint length, Arguments
     }
 }
 
-// Calls the library with the id, a listener's name and a subject.
+// Calls the library with the id, a listener's name and a subject. No subject is copied after a name that could not be.
 template <auto library>
 void callWithListener(JNIEnv* env, jint id, jbyteArray nameBytes, jint nameLength, jbyteArray subjectBytes,
                       jint subjectLength) {
     Text name;
     Text subject;
-    const quorl_status status =
-        copyText(env, nameBytes, nameLength, &name) && copyText(env, subjectBytes, subjectLength, &subject)
-            ? library(static_cast<quorlcmTransport>(id), name.text, subject.text)
-            : QUORL_NO_MEMORY;
+    const bool hasName = copyText(env, nameBytes, nameLength, &name);
+    if (subjectBytes != nullptr && copyFailed(env, name.text, nameLength)) {
+        freeText(name);
+        return;
+    }
+    const quorl_status status = hasName && copyText(env, subjectBytes, subjectLength, &subject)
+                                    ? library(static_cast<quorlcmTransport>(id), name.text, subject.text)
+                                    : QUORL_NO_MEMORY;
     freeText(name);
     freeText(subject);
     if (status != QUORL_OK) {
@@ -96,7 +100,7 @@ char* copyName(JNIEnv* env, jbyteArray bytes, jint length) {
 extern "C" {
 
 // The certified name has no error text of its own: without memory for it the library is not asked, and the status that
-// stands for that is thrown, after the other two have been looked at.
+// stands for that is thrown, after the other two have been looked at. No name is copied after one that could not be.
 JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1Create(
     JNIEnv* env, jclass, jint transportId, jbyteArray cmNameBytes, jint cmNameBytesLength, jboolean requestOld,
     jbyteArray ledgerNameBytes, jint ledgerNameBytesLength, jboolean syncLedger, jbyteArray relayAgentBytes,
@@ -104,6 +108,10 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1C
     char* const cmName = cmNameBytes != nullptr ? copyName(env, cmNameBytes, cmNameBytesLength) : nullptr;
     char* ledgerName = nullptr;
     if (ledgerNameBytes != nullptr) {
+        if (copyFailed(env, cmName, cmNameBytesLength)) {
+            std::free(cmName);
+            return 0;
+        }
         ledgerName = copyName(env, ledgerNameBytes, ledgerNameBytesLength);
         if (ledgerName == nullptr) {
             std::free(cmName);
@@ -113,6 +121,11 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1C
     }
     char* relayAgent = nullptr;
     if (relayAgentBytes != nullptr) {
+        if (copyFailed(env, cmName, cmNameBytesLength) || copyFailed(env, ledgerName, ledgerNameBytesLength)) {
+            std::free(cmName);
+            std::free(ledgerName);
+            return 0;
+        }
         relayAgent = copyName(env, relayAgentBytes, relayAgentBytesLength);
         if (relayAgent == nullptr) {
             std::free(cmName);
@@ -204,13 +217,15 @@ JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1S
 // clang-format on
 
 // The closure is a local reference: it and the environment are good for as long as the review runs, on this thread. The
-// slot keeps the environment afterwards, which stays that of the thread.
+// slot keeps the environment afterwards, which stays that of the thread. Without its subject no review begins: it would
+// call Java with the exception of the failed copy pending.
 JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1ReviewLedger(
     JNIEnv* env, jclass, jint id, jbyteArray subjectBytes, jint subjectBytesLength, jobject ledgerInfo) {
     Text subject;
-    quorl_status status = copyText(env, subjectBytes, subjectBytesLength, &subject)
-                              ? _quorlThreadLocal_Set(_envThreadKey, env)
-                              : QUORL_NO_MEMORY;
+    if (!copyTextOrThrow(env, subjectBytes, subjectBytesLength, &subject)) {
+        return;
+    }
+    quorl_status status = _quorlThreadLocal_Set(_envThreadKey, env);
     if (status == QUORL_OK) {
         status = quorlcmTransport_ReviewLedger(static_cast<quorlcmTransport>(id), reviewLedgerCallback, subject.text,
                                                ledgerInfo);

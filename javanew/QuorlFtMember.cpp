@@ -36,8 +36,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMember_quorlftMember_1Create(
     JNIEnv* env, jobject self, jint queueId, jint transportId, jbyteArray groupNameBytes, jint groupNameBytesLength,
     jint weight, jint activeGoal, jdouble heartbeatInterval, jdouble preparationInterval, jdouble activationInterval) {
     Text groupName;
-    if (!copyText(env, groupNameBytes, groupNameBytesLength, &groupName)) {
-        throwStatus(env, QUORL_NO_MEMORY);
+    if (!copyTextOrThrow(env, groupNameBytes, groupNameBytesLength, &groupName)) {
         return 0;
     }
     const jobject memberRef = env->NewGlobalRef(self);
@@ -54,7 +53,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMember_quorlftMember_1Create(
     freeText(groupName);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(memberRef);
-        throwStatusUnlessPending(env, status);
+        throwStatus(env, status);
         return 0;
     }
     return static_cast<jint>(id);

@@ -39,8 +39,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMonitor_quorlftMonitor_1Creat
                                                                                   jint groupNameBytesLength,
                                                                                   jdouble lostInterval) {
     Text groupName;
-    if (!copyText(env, groupNameBytes, groupNameBytesLength, &groupName)) {
-        throwStatus(env, QUORL_NO_MEMORY);
+    if (!copyTextOrThrow(env, groupNameBytes, groupNameBytesLength, &groupName)) {
         return 0;
     }
     const jobject monitorRef = env->NewGlobalRef(self);
@@ -56,7 +55,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMonitor_quorlftMonitor_1Creat
     freeText(groupName);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(monitorRef);
-        throwStatusUnlessPending(env, status);
+        throwStatus(env, status);
         return 0;
     }
     return static_cast<jint>(id);

@@ -22,8 +22,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlListener_quorlEvent_1CreateList
                                                                                      jbyteArray subjectBytes,
                                                                                      jint subjectBytesLength) {
     Text subject;
-    if (!copyText(env, subjectBytes, subjectBytesLength, &subject)) {
-        throwStatus(env, QUORL_NO_MEMORY);
+    if (!copyTextOrThrow(env, subjectBytes, subjectBytesLength, &subject)) {
         return 0;
     }
     const jobject listenerRef = env->NewGlobalRef(self);
@@ -39,7 +38,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlListener_quorlEvent_1CreateList
     freeText(subject);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(listenerRef);
-        throwStatusUnlessPending(env, status);
+        throwStatus(env, status);
         return 0;
     }
     return static_cast<jint>(listenerId);

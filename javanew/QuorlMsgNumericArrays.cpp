@@ -114,8 +114,7 @@ template <auto library, class Array>
 void setArray(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fieldNameBytesLength, Array array,
               jint arrayLength, jshort id) {
     Text name;
-    if (!copyText(env, fieldNameBytes, fieldNameBytesLength, &name)) {
-        throwStatus(env, QUORL_NO_MEMORY);
+    if (!copyTextOrThrow(env, fieldNameBytes, fieldNameBytesLength, &name)) {
         return;
     }
     quorl_status status = QUORL_OK;
@@ -124,7 +123,7 @@ void setArray(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fieldNa
     if (!passed) {
         throwOutOfMemory(env, kNoMessageArray);
     } else if (status != QUORL_OK) {
-        throwStatusUnlessPending(env, status);
+        throwStatus(env, status);
     }
 }
 
@@ -144,13 +143,11 @@ void setArray(JNIEnv* env, jlong handle, jstring fieldName, Array array, jint ar
     }
 }
 
-// A buffer with the low half of each pinned element. Null without memory, which a negative length never finds.
+// A buffer with the low half of each pinned element; null without memory.
 template <class Element, class Java>
 Element* narrow(const Java* elements, jint arrayLength) {
     static_assert(std::is_unsigned_v<Element> && sizeof(Java) == 2 * sizeof(Element));
-    Element* const narrowed =
-        arrayLength < 0 ? nullptr
-                        : static_cast<Element*>(std::malloc(static_cast<size_t>(arrayLength) * sizeof(Element)));
+    Element* const narrowed = static_cast<Element*>(std::malloc(static_cast<size_t>(arrayLength) * sizeof(Element)));
     if (narrowed != nullptr) {
         for (jint i = 0; i < arrayLength; ++i) {
             narrowed[i] = static_cast<Element>(elements[i]);
@@ -159,14 +156,19 @@ Element* narrow(const Java* elements, jint arrayLength) {
     return narrowed;
 }
 
-// Without a buffer the error is thrown before the array is released.
+// No memory holds a negative number of elements, which needs no pin to be known; without a buffer for the others the
+// error is thrown before the array is released.
 template <auto library, class Array>
 void setNarrowed(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fieldNameBytesLength, Array array,
                  jint arrayLength, jshort id) {
     using Element = decltype(arrayTypeOf(library));
     Text name;
-    if (!copyText(env, fieldNameBytes, fieldNameBytesLength, &name)) {
-        throwStatus(env, QUORL_NO_MEMORY);
+    if (!copyTextOrThrow(env, fieldNameBytes, fieldNameBytesLength, &name)) {
+        return;
+    }
+    if (arrayLength < 0) {
+        freeText(name);
+        throwOutOfMemory(env, kNoMessageArray);
         return;
     }
     ElementOf<Array>* const elements = pin(env, array);
@@ -188,7 +190,7 @@ void setNarrowed(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fiel
     std::free(narrowed);
     freeText(name);
     if (status != QUORL_OK) {
-        throwStatusUnlessPending(env, status);
+        throwStatus(env, status);
     }
 }
 
@@ -197,6 +199,11 @@ void setNarrowed(JNIEnv* env, jlong handle, jstring fieldName, Array array, jint
     using Element = decltype(arrayTypeOf(library));
     const char* const name = nameChars(env, fieldName, kNoMessageBytes);
     if (name == nullptr) {
+        return;
+    }
+    if (arrayLength < 0) {
+        env->ReleaseStringUTFChars(fieldName, name);
+        throwOutOfMemory(env, kNoMessageArray);
         return;
     }
     ElementOf<Array>* const elements = pin(env, array);

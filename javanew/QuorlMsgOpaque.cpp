@@ -77,8 +77,7 @@ template <auto pass, class... Type>
 void setBytes(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fieldNameBytesLength, jbyteArray bytes,
               jint bytesLength, jshort id, Type... type) {
     Text name;
-    if (!copyText(env, fieldNameBytes, fieldNameBytesLength, &name)) {
-        throwStatus(env, QUORL_NO_MEMORY);
+    if (!copyTextOrThrow(env, fieldNameBytes, fieldNameBytesLength, &name)) {
         return;
     }
     quorl_status status = QUORL_OK;
@@ -87,7 +86,7 @@ void setBytes(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fieldNa
     if (!passed) {
         throwOutOfMemory(env, kNoMessageBytes);
     } else if (status != QUORL_OK) {
-        throwStatusUnlessPending(env, status);
+        throwStatus(env, status);
     }
 }
 

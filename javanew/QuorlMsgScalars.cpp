@@ -140,8 +140,7 @@ template <auto library>
 void setString(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fieldNameBytesLength,
                jbyteArray fieldValueBytes, jint fieldValueBytesLength, jshort id) {
     Text name;
-    if (!copyText(env, fieldNameBytes, fieldNameBytesLength, &name)) {
-        throwNoMemoryStatus(env);
+    if (!copyTextOrThrow(env, fieldNameBytes, fieldNameBytesLength, &name)) {
         return;
     }
     char* const value = allocateText(fieldValueBytesLength);

@@ -1,5 +1,6 @@
 // The natives of QuorlMsg for fields that are arrays of strings or of messages: reading by position, adding and
 // updating.
+#include <atomic>
 #include <cstring>
 
 #include "QuorlMsg.h"
@@ -51,15 +52,57 @@ char* allocateString(jsize length) {
     return allocateText(length < kLeast ? kLeast : length);
 }
 
-enum class Copied { kAll, kNullElement, kNoMemory };
+// A name whose text a call left with the machine, with the global reference that it takes to give the text back.
+struct LeftName {
+    jobject string;
+    const char* text;
+    LeftName* next;
+};
 
-// Copies the byte arrays of a Java array into strings. What was copied before a failure is left behind.
+// Linked over all threads: only a thread of the machine can give texts back, and one that ends no longer is.
+std::atomic<LeftName*> leftNames{nullptr};
+
+// Before an exception is thrown: a reference cannot be made over one. Without memory or a reference the text is lost.
+void leaveNameBehind(JNIEnv* env, jstring fieldName, const char* text) {
+    LeftName* const left = static_cast<LeftName*>(std::malloc(sizeof(LeftName)));
+    if (left == nullptr) {
+        return;
+    }
+    left->string = env->NewGlobalRef(fieldName);
+    if (left->string == nullptr) {
+        std::free(left);
+        return;
+    }
+    left->text = text;
+    left->next = leftNames.load(std::memory_order_relaxed);
+    while (!leftNames.compare_exchange_weak(left->next, left, std::memory_order_release, std::memory_order_relaxed)) {
+    }
+}
+
+void takeBackNames(JNIEnv* env) {
+    if (leftNames.load(std::memory_order_relaxed) == nullptr) {
+        return;
+    }
+    LeftName* left = leftNames.exchange(nullptr, std::memory_order_acquire);
+    while (left != nullptr) {
+        LeftName* const next = left->next;
+        env->ReleaseStringUTFChars(static_cast<jstring>(left->string), left->text);
+        env->DeleteGlobalRef(left->string);
+        std::free(left);
+        left = next;
+    }
+}
+
+enum class Copied { kAll, kNullElement, kNoElement, kNoMemory };
+
+// Copies the byte arrays of a Java array into strings. What was copied before a failure is left behind. kNoElement: the
+// array is shorter than stated, and the machine's exception pending.
 Copied copyStrings(JNIEnv* env, jobjectArray array, jint arrayLength, const char** strings) {
     for (jint i = 0; i < arrayLength; ++i) {
         const jbyteArray element = static_cast<jbyteArray>(env->GetObjectArrayElement(array, i));
         if (element == nullptr) {
             leaveStringsBehind(strings, i);
-            return Copied::kNullElement;
+            return env->ExceptionOccurred() != nullptr ? Copied::kNoElement : Copied::kNullElement;
         }
         const jsize length = env->GetArrayLength(element);
         char* const copy = allocateString(length);
@@ -95,8 +138,7 @@ void _addOrUpdateStringArray(JNIEnv* env, jlong handle, jbyteArray fieldNameByte
         return;
     }
     ShortText name;
-    if (!copyText(env, fieldNameBytes, fieldNameBytesLength, &name)) {
-        throwStatus(env, QUORL_NO_MEMORY);
+    if (!copyTextOrThrow(env, fieldNameBytes, fieldNameBytesLength, &name)) {
         return;
     }
     const char** const strings = static_cast<const char**>(allocateZeroed(arrayLength, sizeof(const char*)));
@@ -106,29 +148,29 @@ void _addOrUpdateStringArray(JNIEnv* env, jlong handle, jbyteArray fieldNameByte
         return;
     }
     const Copied copied = copyStrings(env, array, arrayLength, strings);
-    if (copied == Copied::kNullElement) {
-        throwStatusUnlessPending(env, QUORL_INVALID_ARG);
+    if (copied != Copied::kAll) {
+        if (copied == Copied::kNullElement) {
+            throwStatus(env, QUORL_INVALID_ARG);
+        }
         std::free(strings);
         freeText(name);
-        return;
-    }
-    if (copied == Copied::kNoMemory) {
-        std::free(strings);
-        freeText(name);
-        throwOutOfMemory(env, kNoArrayProcessing);
+        if (copied == Copied::kNoMemory) {
+            throwOutOfMemory(env, kNoArrayProcessing);
+        }
         return;
     }
     const quorl_status status = passStrings(handle, name.text, strings, arrayLength, id, add);
     freeText(name);
     if (status != QUORL_OK) {
-        throwStatusUnlessPending(env, status);
+        throwStatus(env, status);
     }
 }
 
-// A null element leaves the name's characters with the machine.
+// A null element leaves the name's text with the machine, besides the copies; the next call gives it back.
 void _addOrUpdateStringArrayUTF(JNIEnv* env, jlong handle, jstring fieldName, jobjectArray array, jint arrayLength,
                                 jint id, quorl_bool add) {
     takeBack(&leftStrings);
+    takeBackNames(env);
     if (arrayLength == 0) {
         throwStatus(env, QUORL_INVALID_ARG);
         return;
@@ -145,20 +187,23 @@ void _addOrUpdateStringArrayUTF(JNIEnv* env, jlong handle, jstring fieldName, jo
     }
     const Copied copied = copyStrings(env, array, arrayLength, strings);
     if (copied == Copied::kNullElement) {
-        throwStatusUnlessPending(env, QUORL_INVALID_ARG);
+        leaveNameBehind(env, fieldName, name);
+        throwStatus(env, QUORL_INVALID_ARG);
         std::free(strings);
         return;
     }
-    if (copied == Copied::kNoMemory) {
+    if (copied != Copied::kAll) {
         std::free(strings);
         env->ReleaseStringUTFChars(fieldName, name);
-        throwOutOfMemory(env, kNoArrayProcessing);
+        if (copied == Copied::kNoMemory) {
+            throwOutOfMemory(env, kNoArrayProcessing);
+        }
         return;
     }
     const quorl_status status = passStrings(handle, name, strings, arrayLength, id, add);
     env->ReleaseStringUTFChars(fieldName, name);
     if (status != QUORL_OK) {
-        throwStatusUnlessPending(env, status);
+        throwStatus(env, status);
     }
 }
 
@@ -192,8 +237,7 @@ void _addOrUpdateMsgArray(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, 
         return;
     }
     ShortText name;
-    if (!copyText(env, fieldNameBytes, fieldNameBytesLength, &name)) {
-        throwStatus(env, QUORL_NO_MEMORY);
+    if (!copyTextOrThrow(env, fieldNameBytes, fieldNameBytesLength, &name)) {
         return;
     }
     quorlMsg* messages = static_cast<quorlMsg*>(allocateZeroed(arrayLength, sizeof(quorlMsg)));
@@ -213,7 +257,7 @@ void _addOrUpdateMsgArray(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, 
     if (status != QUORL_OK) {
         std::free(messages);
         messages = nullptr;
-        throwStatusUnlessPending(env, status);
+        throwStatus(env, status);
     }
     std::free(messages);
 }

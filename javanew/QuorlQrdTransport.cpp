@@ -9,7 +9,8 @@ thread_local ThreadBlock leftService;
 thread_local ThreadBlock leftNetwork;
 thread_local ThreadBlock leftDaemon;
 
-// One parameter; null for an absent one. False: no memory, with the error thrown.
+// One parameter; null for an absent one. False: the extraction ends, with an exception pending; the parameter is null
+// when it found no memory, and empty when its bytes could not be copied.
 bool extractParameter(JNIEnv* env, jbyteArray bytes, jint length, jbyte** parameter, const char* text) {
     if (bytes == nullptr) {
         return true;
@@ -20,7 +21,7 @@ bool extractParameter(JNIEnv* env, jbyteArray bytes, jint length, jbyte** parame
         return false;
     }
     env->GetByteArrayRegion(bytes, 0, length, *parameter);
-    return true;
+    return !copyFailed(env, reinterpret_cast<char*>(*parameter), length);
 }
 
 void freeParameter(jbyte** parameter) {
@@ -42,10 +43,13 @@ void extract_transport_parameters(JNIEnv* env, jbyteArray serviceBytes, jint ser
         return;
     }
     if (!extractParameter(env, networkBytes, networkLength, network, "Cannot allocate memory for network parameter.")) {
-        freeParameter(service);
+        if (*network == nullptr) {
+            freeParameter(service);
+        }
         return;
     }
-    if (!extractParameter(env, daemonBytes, daemonLength, daemon, "Cannot allocate memory for daemon parameter.")) {
+    if (!extractParameter(env, daemonBytes, daemonLength, daemon, "Cannot allocate memory for daemon parameter.") &&
+        *daemon == nullptr) {
         freeParameter(service);
         freeParameter(network);
     }

@@ -12,14 +12,14 @@ void throwNoMemory(JNIEnv* env) {
     throwOutOfMemory(env, "Cannot allocate memory for service parameter.");
 }
 
-// A zeroed copy of a Java array, a terminated text or bare bytes; null when there is no memory.
+// A zeroed buffer for a terminated text or for bare bytes; null when there is no memory.
 template <bool isText>
-char* copyCredential(JNIEnv* env, jbyteArray bytes, jint length) {
-    char* const copy = isText ? allocateText(length) : static_cast<char*>(allocateZeroed(length, 1));
-    if (copy != nullptr) {
-        env->GetByteArrayRegion(bytes, 0, length, reinterpret_cast<jbyte*>(copy));
-    }
-    return copy;
+char* allocateCredential(jint length) {
+    return isText ? allocateText(length) : static_cast<char*>(allocateZeroed(length, 1));
+}
+
+void copyCredential(JNIEnv* env, jbyteArray bytes, jint length, char* copy) {
+    env->GetByteArrayRegion(bytes, 0, length, reinterpret_cast<jbyte*>(copy));
 }
 
 // Wipes and frees a credential, so that freed memory holds none.
@@ -30,25 +30,33 @@ void freeCredential(char* copy, jint length) {
     }
 }
 
-// Hands two credentials to the library; an absent array is a null credential. call gets both copies.
+// Hands two credentials to the library; an absent array is a null credential. call gets both copies, zeroed as far as
+// nothing was copied: a failed copy ends the copying, not the call, and its exception stays the one that Java sees.
 template <bool firstIsText, class Call>
 void passCredentials(JNIEnv* env, jbyteArray firstBytes, jint firstLength, jbyteArray secondBytes, jint secondLength,
                      Call call) {
     char* first = nullptr;
     if (firstBytes != nullptr) {
-        first = copyCredential<firstIsText>(env, firstBytes, firstLength);
+        first = allocateCredential<firstIsText>(firstLength);
         if (first == nullptr) {
             throwNoMemory(env);
             return;
         }
+        copyCredential(env, firstBytes, firstLength, first);
     }
     char* second = nullptr;
     if (secondBytes != nullptr) {
-        second = copyCredential<true>(env, secondBytes, secondLength);
+        const bool firstFailed = copyFailed(env, first, firstLength);
+        second = allocateCredential<true>(secondLength);
         if (second == nullptr) {
             freeCredential(first, firstLength);
-            throwNoMemory(env);
+            if (!firstFailed) {
+                throwNoMemory(env);
+            }
             return;
+        }
+        if (!firstFailed) {
+            copyCredential(env, secondBytes, secondLength, second);
         }
     }
     const quorl_status status = call(first, second);

@@ -74,8 +74,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlVectorListener_quorlEvent_1Crea
     JNIEnv* env, jobject self, jint queueId, jint transportId, jbyteArray subjectBytes, jint subjectBytesLength,
     jint cb) {
     Text subject;
-    if (!copyText(env, subjectBytes, subjectBytesLength, &subject)) {
-        throwStatus(env, QUORL_NO_MEMORY);
+    if (!copyTextOrThrow(env, subjectBytes, subjectBytesLength, &subject)) {
         return 0;
     }
     const jobject listenerRef = env->NewGlobalRef(self);
@@ -91,7 +90,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlVectorListener_quorlEvent_1Crea
     freeText(subject);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(listenerRef);
-        throwStatusUnlessPending(env, status);
+        throwStatus(env, status);
         return 0;
     }
     return static_cast<jint>(listenerId);

@@ -217,6 +217,28 @@ inline void freeText(const TextBuffer<kFixedSize>& buffer) {
     }
 }
 
+// Whether the machine refused to copy length bytes into text, which was empty before: a refused copy writes nothing. It
+// is asked only where nothing seems to be written, so a copy that went well costs no call.
+inline bool copyFailed(JNIEnv* env, const char* text, jint length) {
+    return text != nullptr && length != 0 && *text == '\0' && env->ExceptionOccurred() != nullptr;
+}
+
+// The same copy for natives that call the machine again before the library, which is not allowed with an exception
+// pending. False: the native has to return at once; it holds nothing then, and the exception of the copy is pending or
+// that of the missing memory is thrown.
+template <jint kFixedSize>
+inline bool copyTextOrThrow(JNIEnv* env, jbyteArray bytes, jint length, TextBuffer<kFixedSize>* buffer) {
+    if (!copyText(env, bytes, length, buffer)) {
+        throwStatus(env, QUORL_NO_MEMORY);
+        return false;
+    }
+    if (copyFailed(env, buffer->text, length)) {
+        freeText(*buffer);
+        return false;
+    }
+    return true;
+}
+
 // ---- pointers and message handles ---------------------------------------------------------------------------------
 
 // Java has no pointers: they travel as numbers.

@@ -47,7 +47,9 @@ void state_creation() {
         .refusals = {{status_exception(19), "0"},
                      {out_of_memory(no_ledger), "0", Lines{lines[0], throw_new_line(no_ledger)}},
                      {out_of_memory(no_relay), "0", Lines{lines[0], lines[1], throw_new_line(no_relay)}}},
-        .bytes = {{"name", "cm"}, {"ledger", "led"}, {"relay", "rela"}}};
+        .bytes = {{.label = "name", .canonical = "cm", .failed_copy_stops = true},
+                  {.label = "ledger", .canonical = "led", .failed_copy_stops = true},
+                  {"relay", "rela"}}};
     state(native, contract);
     row(native, life, "booleans_arrive_as_0_and_1", RowKind::normal, [] {
         for (jboolean old : {JNI_FALSE, JNI_TRUE}) {
@@ -260,7 +262,7 @@ void state_create_listener() {
                                .failed_tail = Lines{"DeleteGlobalRef(this)"},
                                .faults = {{"NewGlobalRef", out_of_memory(no_memory), "0",
                                            Lines{lines[0], lines[1], throw_new_line(no_memory)}}},
-                               .bytes = {{"subject", "orders"}}};
+                               .bytes = {{.label = "subject", .canonical = "orders", .failed_copy_stops = true}}};
     state(native, contract);
     row(native, listeners, "mode_that_is_refused_throws_and_leaves_the_listener", RowKind::failure, [=] {
         for (int status : failing_statuses()) {
@@ -428,16 +430,17 @@ void state_with_text(const Native& native, const Library& library, const std::st
 
 void state_with_listener(const Native& native, const Library& library,
                          void (*function)(JNIEnv*, jclass, jint, jbyteArray, jint, jbyteArray, jint)) {
-    state(native, {.family = control,
-                   .invoke =
-                       [=] {
-                           const Bytes name = given("name", "audit"), subject = given("subject", "orders");
-                           return call(function, -2, name.array, name.length, subject.array, subject.length);
-                       },
-                   .lines = {"GetByteArrayRegion(name, 0, 5)", "GetByteArrayRegion(subject, 0, 6)",
-                             library.name + "(4294967294, \"audit\", \"orders\")"},
-                   .reports = library,
-                   .bytes = {{"name", "audit"}, {"subject", "orders"}}});
+    state(native,
+          {.family = control,
+           .invoke =
+               [=] {
+                   const Bytes name = given("name", "audit"), subject = given("subject", "orders");
+                   return call(function, -2, name.array, name.length, subject.array, subject.length);
+               },
+           .lines = {"GetByteArrayRegion(name, 0, 5)", "GetByteArrayRegion(subject, 0, 6)",
+                     library.name + "(4294967294, \"audit\", \"orders\")"},
+           .reports = library,
+           .bytes = {{.label = "name", .canonical = "audit", .failed_copy_stops = true}, {"subject", "orders"}}});
 }
 
 void state_control() {
@@ -615,7 +618,7 @@ void state_review() {
                    .invoke = invoke,
                    .lines = {"GetByteArrayRegion(subject, 0, 6)", set, start},
                    .reports = LIBRARY(quorlcmTransport_ReviewLedger),
-                   .bytes = {{"subject", "orders"}}});
+                   .bytes = {{.label = "subject", .canonical = "orders", .failed_copy_stops = true}}});
     row(native, review, "calls_java_for_each_entry", RowKind::normal, [=] {
         entries({message, other_message, -1});
         expect(invoke(), {"",

@@ -101,6 +101,19 @@ void state_parameters() {
         without_first.erase(without_first.begin() + 5);
         expect(invoke(), {"0", "", without_first});
     });
+    row(native, family, "text_that_leaves_an_exception_ends_it", RowKind::failure, [=] {
+        for (int nth : {1, 2}) {
+            fresh();
+            jvm().fail("GetStringUTFChars", nth, "java/lang/OutOfMemoryError");
+            Lines before(lines.begin(), lines.begin() + 2 * nth);
+            if (nth == 2) before.push_back("ReleaseStringUTFChars(parameter 0)");
+            expect(invoke(), {"3", "java/lang/OutOfMemoryError: from the machine", before});
+        }
+    });
+    row(native, family, "array_shorter_than_stated_ends_it", RowKind::failure, [=] {
+        expect(call(function, parameters({"daemon=a"}), 2),
+               {"3", out_of_bounds, {lines[0], lines[1], lines[2], "ReleaseStringUTFChars(parameter 0)"}});
+    });
     row(native, family, "memory_is_taken_first_and_given_back_last", RowKind::normal, [=] {
         const Ran ran = invoke();
         EXPECT_EQ(ran.all.front().compare(0, 6, "alloc("), 0) << ran.all.front();

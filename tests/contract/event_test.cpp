@@ -50,7 +50,7 @@ void state_create_listener() {
                    .failed_tail = Lines{"DeleteGlobalRef(this)"},
                    .faults = {{"NewGlobalRef", out_of_memory(no_memory), "0",
                                Lines{lines[0], lines[1], throw_new_line(no_memory)}}},
-                   .bytes = {{"subject", "plant.temp"}}});
+                   .bytes = {{.label = "subject", .canonical = "plant.temp", .failed_copy_stops = true}}});
 }
 
 void state_listener_callback() {

@@ -269,7 +269,7 @@ void state_setter(const Numbers<Java, Library>& numbers, Native native, Function
     const Lines before = {"GetByteArrayRegion(name, 0, 5)"};
     Contract contract = setter(type, library, before, {});
     contract.invoke = [=] { return with(type->java_array(type->written), static_cast<jint>(type->written.size())); };
-    contract.bytes = {{"name", "price"}};
+    contract.bytes = {{.label = "name", .canonical = "price", .failed_copy_stops = true}};
     state(native, contract);
     state_setter_rows(type, native, library, with, before, {});
 }

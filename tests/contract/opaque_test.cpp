@@ -83,7 +83,7 @@ void state_setter(const Native& native, const Library& library, const CallWithBy
                                    .thrown = out_of_memory(no_bytes),
                                    .lines = Lines{before[0], throw_new_line(no_bytes)}});
     } else {
-        contract.bytes = {{"name", "price"}};
+        contract.bytes = {{.label = "name", .canonical = "price", .failed_copy_stops = true}};
     }
     state(native, contract);
 }

@@ -101,7 +101,7 @@ void state_creation() {
                    .failed_tail = Lines{"DeleteGlobalRef(this)"},
                    .faults = {{"NewGlobalRef", out_of_memory(no_memory), "0",
                                Lines{lines[0], lines[1], throw_new_line(no_memory)}}},
-                   .bytes = {{"subject", "plant.temp"}}});
+                   .bytes = {{.label = "subject", .canonical = "plant.temp", .failed_copy_stops = true}}});
     row(native, family, "group_is_the_number_given", RowKind::normal, [=] {
         for (jint cb : {0, -5, INT32_MAX}) {
             const std::string line = with(cb).lines[2];

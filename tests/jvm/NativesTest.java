@@ -220,6 +220,21 @@ class NativesTest extends OpenLibrary {
             assertBounds(() -> QuorlMsg.quorlMsg_AddI32(m, NAME, 2, 1, id, null));
             assertBounds(() -> QuorlMsg.quorlMsg_AddI32(m, NAME, 1_000_000, 1, id, null));
             assertBounds(() -> QuorlMsg.quorlMsg_UpdateString(m, NAME, 1, NAME, 2, id, null));
+            assertBounds(() -> QuorlMsg.quorlMsg_AddString(m, NAME, 2, NAME, 1, id, null));
+            assertBounds(() -> QuorlMsg.quorlMsg_AddString(m, NAME, 2, NAME, 2, id, null));
+            for (int length : new int[] {2, 126, 127, 254, 255, 100_000, -1, Integer.MIN_VALUE}) {
+                assertBounds(() -> QuorlMsg.quorlMsg_AddOpaque(m, NAME, length, NAME, 1, id, null));
+                assertBounds(() -> QuorlMsg.quorlMsg_UpdateXml(m, NAME, length, NAME, 1, id, null));
+                assertBounds(() -> QuorlMsg.quorlMsg_AddUserType(m, (short) 200, NAME, length, NAME, 1, id, null));
+                assertBounds(() -> QuorlMsg.quorlMsg_AddI8Array(m, NAME, length, NAME, 1, id, null));
+                assertBounds(() -> QuorlMsg.quorlMsg_UpdateF64Array(m, NAME, length, new double[1], 1, id, null));
+                assertBounds(() -> QuorlMsg.quorlMsg_AddU16Array(m, NAME, length, new int[1], 1, id, null));
+                assertBounds(() -> QuorlMsg.quorlMsg_UpdateStringArray(m, NAME, length, new Object[] {NAME}, 1, id, null));
+                assertBounds(() -> QuorlMsg.quorlMsg_AddMsgArray(m, NAME, length, new long[] {m}, 1, id, null));
+                assertBounds(() -> QuorlQrdTransport.quorlTransport_Create(NAME, length, NAME, 1, NAME, 1));
+            }
+            assertBounds(() -> QuorlMsg.quorlMsg_AddStringArrayUTF(m, "n", new Object[] {NAME}, 2, id, null));
+            assertBounds(() -> Quorl.quorl_SetQRParameters(new String[] {"a=b"}, 2));
             assertBounds(() -> QuorlMsg.quorlMsg_GetI32(m, NAME, 300, id, null));
             assertBounds(() -> QuorlMsg.quorlMsg_GetFieldTypeAndIndex(m, NAME, 300, id, null));
             assertBounds(() -> QuorlMsg.quorlMsg_SetSendSubject(m, NAME, 300, null));

@@ -170,8 +170,13 @@ struct BytesParameter {
     std::string label;
     std::string canonical;
     NullArray null = NullArray::means_null;
-    bool binary = false;             // passed with its length, not terminated
-    bool failed_copy_stops = false;  // the native returns after a failed copy, the library is not called
+    bool binary = false;  // passed with its length, not terminated
+    // The native returns after a failed copy, and the library is not called: it would call the machine again, which is not
+    // allowed with an exception pending.
+    bool failed_copy_stops = false;
+    bool stopping_leaves_buffers = false;
+    // A parameter that is then not copied either, and reaches the library empty.
+    std::string not_copied_after = {};
 };
 
 struct Contract {
