@@ -3,6 +3,14 @@
 #include "native.h"
 #include "quorl/quorlft.h"
 
+namespace {
+
+// The thread's cell while its action is not taken. The thread's end frees it, and so does the next cell, which is made
+// only when this one is out of the slot's reach.
+thread_local ThreadBlock pendingAction;
+
+}  // namespace
+
 extern "C" {
 
 JNIEXPORT void ftMemberCallback(quorlftMember member, const char* groupName, quorlftAction action, void* closure);
@@ -28,7 +36,15 @@ void ftMemberCallback(quorlftMember, const char*, quorlftAction action, void* cl
     } else {
         *pending = action;
     }
-    _quorlThreadLocal_Set(_actionThreadKey, pending);
+    const quorl_status status = _quorlThreadLocal_Set(_actionThreadKey, pending);
+    if (slot != nullptr) {
+        return;
+    }
+    if (status == QUORL_OK) {
+        leaveBehind(&pendingAction, pending);
+    } else {
+        std::free(pending);
+    }
 }
 
 // weight and activeGoal are used by their low 16 bits.
@@ -87,6 +103,9 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMember_getDispatchedAction(JN
     }
     _quorlThreadLocal_Set(_actionThreadKey, nullptr);
     const jint action = *static_cast<quorlftAction*>(slot);
+    if (pendingAction.block == slot) {
+        pendingAction.block = nullptr;
+    }
     std::free(slot);
     return action;
 }

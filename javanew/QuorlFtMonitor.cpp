@@ -28,9 +28,12 @@ void ftMonitorCallback(quorlftMonitor, const char*, quorl_u32 numActiveMembers, 
         return;
     }
     *cell = numActiveMembers;
+    if (_quorlThreadLocal_Set(_activeMembersThreadKey, cell) != QUORL_OK) {
+        std::free(cell);
+        return;
+    }
     leaveBehind(&leftCount, pendingCount.block);
     pendingCount.block = cell;
-    _quorlThreadLocal_Set(_activeMembersThreadKey, cell);
 }
 
 JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMonitor_quorlftMonitor_1Create(JNIEnv* env, jobject self,

@@ -207,6 +207,13 @@ const std::string get_action = "_quorlThreadLocal_Get(_actionThreadKey)";
 const std::string put_action = "_quorlThreadLocal_Set(_actionThreadKey, block)";
 const std::string clear_action = "_quorlThreadLocal_Set(_actionThreadKey, null)";
 
+// Of the calls to come the second to fill a slot is refused.
+void refuse_second_slot() {
+    when<&_quorlThreadLocal_Set>().does = [filled = 0](_quorlThreadLocal key, void* value) mutable {
+        return ++filled == 2 ? QUORL_NO_MEMORY : set_slot(key, value);
+    };
+}
+
 Ran tell(int action) {
     const jobject member = owner();
     return observe_callback([=] { ftMemberCallback(3, "group", static_cast<quorlftAction>(action), member); });
@@ -270,6 +277,38 @@ void state_actions() {
         observe_callback([=] { ftMemberCallback(3, "group", QUORLFT_ACTIVATE, member); });
         EXPECT_EQ(peek_slot(_eventThreadKey), member);
         take_action();
+    });
+    // The event's slot takes its value, the record's does not: the refused calls are counted from the second on.
+    inner_row("ftMemberCallback", "record_that_the_slot_refuses_is_freed", [] {
+        refuse_second_slot();
+        expect(tell(2), {"", "", {set_event, get_action, put_action}});
+        when<&_quorlThreadLocal_Set>().does = set_slot;
+        expect(take_action(), {"0", "", {get_action}});
+        tell(1);
+        refuse_second_slot();
+        expect(tell(2), {"", "", {set_event, get_action, put_action}});
+        when<&_quorlThreadLocal_Set>().does = set_slot;
+        EXPECT_EQ(take_action().result, "4") << "the one in the slot is changed all the same";
+    });
+    inner_row("ftMemberCallback", "record_that_nobody_takes_goes_with_the_thread", [] {
+        const size_t before = heap().held();
+        std::thread([] {
+            tell(1);
+            take_action();
+            tell(2);
+        }).join();
+        EXPECT_EQ(heap().held(), before);
+    });
+    inner_row("ftMemberCallback", "record_out_of_the_slots_reach_is_freed_by_the_next", [] {
+        const size_t before = heap().held();
+        for (int action : {1, 2, 3}) {
+            tell(action);
+            set_slot(_actionThreadKey, nullptr);
+        }
+        EXPECT_EQ(heap().held(), before + 1);
+        tell(4);
+        EXPECT_EQ(take_action().result, "4");
+        EXPECT_EQ(heap().held(), before);
     });
     inner_row("ftMemberCallback", "no_memory_for_the_record_does_no_harm", [] {
         heap().fail(1);
@@ -354,6 +393,21 @@ void state_monitors() {
         EXPECT_NE(peek_slot(_activeMembersThreadKey), first);
         EXPECT_EQ(take_count().result, "6");
         EXPECT_EQ(take_count().result, "0");
+    });
+    inner_row("ftMonitorCallback", "record_that_the_slot_refuses_is_freed", [] {
+        const size_t before = heap().held();
+        std::thread([before] {
+            report(5);
+            refuse_second_slot();
+            expect(report(6), {"", "", {set_event, put_count}});
+            when<&_quorlThreadLocal_Set>().does = set_slot;
+            EXPECT_EQ(take_count().result, "5");
+            report(7);
+            report(8);
+            EXPECT_EQ(take_count().result, "8");
+            EXPECT_EQ(heap().held(), before + 1) << "the overwritten one is left";
+        }).join();
+        EXPECT_EQ(heap().held(), before);
     });
     inner_row("ftMonitorCallback", "overwritten_records_are_taken_back", [] {
         const size_t before = heap().held();
