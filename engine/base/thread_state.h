@@ -36,6 +36,26 @@ struct alignas(128) ThreadState {
     // Waiting for a reply: what became of the request (transport/transport.h).
     std::atomic<uint32_t> reply{0};
 
+    // Messages that this thread sent, and that its callbacks were given, for the statistics. Written by the owner, read by
+    // anyone; they go on when the state is passed on.
+    struct Traffic {
+        std::atomic<uint64_t> messagesOut{0};
+        std::atomic<uint64_t> bytesOut{0};
+        std::atomic<uint64_t> messagesIn{0};
+        std::atomic<uint64_t> bytesIn{0};
+        static void add(std::atomic<uint64_t>& count, uint64_t amount) noexcept {
+            count.store(count.load(std::memory_order_relaxed) + amount, std::memory_order_relaxed);
+        }
+        void sent(uint64_t messages, uint64_t bytes) noexcept {
+            add(messagesOut, messages);
+            add(bytesOut, bytes);
+        }
+        void received(uint64_t messages, uint64_t bytes) noexcept {
+            add(messagesIn, messages);
+            add(bytesIn, bytes);
+        }
+    } traffic;
+
     // A cache that the transports keep for this thread, and how to free it.
     void* cache = nullptr;
     void (*freeCache)(void* cache) noexcept = nullptr;
@@ -48,7 +68,7 @@ struct alignas(128) ThreadState {
     ThreadState* nextState = nullptr;  // of the list of all states; set once
     std::atomic<bool> owned{false};
 
-    static ThreadState* first() noexcept;  // of all states; for the reclaimer
+    static ThreadState* first() noexcept;  // of all states; for the reclaimer and the statistics
 };
 
 // The calling thread's state, for code of the engine alone: null before the thread's first call.

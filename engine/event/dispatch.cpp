@@ -60,10 +60,12 @@ quorl_status runBatch(ThreadState& thread, const Event& event, Batch& batch) noe
     std::array<quorlMsg, QUORL_VECTOR_MAX> messages;
     std::array<quorlMsg, QUORL_VECTOR_MAX> given;
     uint32_t count = 0;
+    uint64_t bytes = 0;
     quorl_status status = QUORL_OK;
     for (uint32_t i = 0; i < batch.count; ++i) {
-        const quorl_status made =
-            message::deliver(message::ContentRef::adopt(batch.contents[i]), batch.events[i]->arg, &messages[count]);
+        auto content = message::ContentRef::adopt(batch.contents[i]);
+        bytes += content.byteSize();
+        const quorl_status made = message::deliver(std::move(content), batch.events[i]->arg, &messages[count]);
         if (made == QUORL_OK) {
             given[count] = messages[count];
             ++count;
@@ -71,6 +73,7 @@ quorl_status runBatch(ThreadState& thread, const Event& event, Batch& batch) noe
             status = made;
         }
     }
+    thread.traffic.received(count, bytes);
     if (count != 0) {
         ++thread.callbackDepth;
         event.vectorCallback(messages.data(), count);
@@ -90,7 +93,9 @@ quorl_status run(ThreadState& thread, const Taken& taken, Batch& batch) noexcept
     switch (event.kind) {
         case Kind::listener: {
             quorlMsg message;
-            status = message::deliver(message::ContentRef::adopt(taken.content), event.arg, &message);
+            auto content = message::ContentRef::adopt(taken.content);
+            thread.traffic.received(1, content.byteSize());
+            status = message::deliver(std::move(content), event.arg, &message);
             if (status != QUORL_OK) break;
             ++thread.callbackDepth;
             event.callback(event.id, message, const_cast<void*>(event.arg));

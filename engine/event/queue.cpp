@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <new>
 
+#include "base/clock.h"
 #include "base/environment.h"
 #include "base/registry.h"
 #include "base/status.h"
@@ -17,6 +18,27 @@ constexpr uint32_t vectorTagBit = 1u << 31;
 constexpr uint64_t batchReach = 1024;
 // Dead entries of a destroyed event are cleared out when there are few entries, or mostly dead ones.
 constexpr uint64_t fewEntries = 4096;
+
+// Each of this many entries is timed, and each that wakes a thread. A power of two.
+constexpr uint64_t timedEvery = 64;
+
+constinit Histogram lag;
+
+// Notes the time of the entry that is appended next, if none is being timed. Under the back lock.
+void startTiming(Queue& queue) noexcept {
+    if (queue.timedPosition.load(std::memory_order_acquire) != Queue::untimed) return;
+    queue.timedSince = monotonicNow();
+    queue.timedPosition.store(queue.ring.backCount(), std::memory_order_release);
+}
+
+// The timed entry is reached: at a position from first on it is being taken, before that it died or was dropped. Under the front lock.
+void endTiming(Queue& queue, uint64_t position, uint64_t first) noexcept {
+    if (position >= first) {
+        const int64_t now = monotonicNow();
+        lag.add(now, now - queue.timedSince);
+    }
+    queue.timedPosition.store(Queue::untimed, std::memory_order_release);
+}
 
 // Whether the entry is still to be delivered. Inside a section, under either lock of the queue.
 Event* liveEvent(const Entry& entry) noexcept {
@@ -54,6 +76,7 @@ void dropFirst(Queue& queue, uint64_t amount, Trouble* trouble) noexcept {
 void dropLast(Queue& queue, uint64_t amount, Trouble* trouble) noexcept {
     uint64_t removed = queue.front.removed.load(std::memory_order_relaxed);
     Entry entry;
+    queue.timedPosition.store(Queue::untimed, std::memory_order_relaxed);
     while (amount != 0 && queue.ring.takeLast(&entry)) {
         if (drop(queue, entry, trouble)) {
             --amount;  // its place at the end is free: removed stays
@@ -98,6 +121,8 @@ void place(Queue& queue, Event& event, uint32_t tag, message::Content* content, 
     ++event.back.pushed;
     auto& back = queue.back;
     const Entry entry{event.id, tag, content};
+    if (queue.ring.backCount() % timedEvery == 0 || !back.sleepers.empty()) [[unlikely]]
+        startTiming(queue);
     // Threads of a group look at the end while they decide to sleep, without the back lock.
     if (back.grouped) [[unlikely]] {
         queue.ring.append<std::memory_order_seq_cst>(entry);
@@ -274,9 +299,17 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
         });
     }
     front.removed.store(removed, std::memory_order_release);
+    // What a batch took out of its turn is near enough to what came first.
+    const uint64_t reached = queue.ring.begin() + (event->kind == Kind::vectorListener ? batch->count - 1 : 0);
+    if (const uint64_t timed = queue.timedPosition.load(std::memory_order_acquire); timed < reached) [[unlikely]]
+        endTiming(queue, timed, queue.ring.begin() - 1);
     if (front.calmBelow != 0) [[unlikely]]
         taken->calm = queue.waiting() < front.calmBelow;
     return true;
+}
+
+Histogram::Summary dispatchLag() noexcept {
+    return lag.read(monotonicNow());
 }
 
 void trim(Queue& queue, Trouble* trouble) noexcept {
@@ -305,6 +338,7 @@ void forget(Event& event) noexcept {
         calm = queue.waiting() < queue.front.calmBelow;
         const uint64_t entries = queue.ring.backCount() - queue.ring.begin();
         if (entries <= fewEntries || removed - queue.ring.begin() >= entries / 2) {
+            queue.timedPosition.store(Queue::untimed, std::memory_order_relaxed);
             queue.ring.filter([](const Entry& entry) {
                 if (liveEvent(entry) != nullptr) return true;
                 if (entry.content != nullptr) dropContent(entry.content);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/histogram.h"
 #include "base/mutex.h"
 #include "base/record.h"
 #include "event/event.h"
@@ -98,6 +99,12 @@ struct Queue : Record {
         uint64_t calmBelow = 0;  // trouble is over with fewer events waiting; 0: none. Written under both locks.
     } front;
 
+    // One entry at a time is timed, for the statistics: its position, and when it came. Written under the back lock while the
+    // position is untimed, and otherwise under the front lock.
+    static constexpr uint64_t untimed = UINT64_MAX;
+    alignas(128) std::atomic<uint64_t> timedPosition{untimed};
+    int64_t timedSince = 0;
+
     // How long a thread that finds the queue empty spins before it sleeps, in nanoseconds: long while events come in quick
     // succession, nothing when they do not. A hint; any thread may write it.
     alignas(128) std::atomic<uint32_t> spin{0};
@@ -150,6 +157,9 @@ quorl_status destroyQueue(uint32_t id, quorlQueueOnComplete completion, const vo
 
 quorl_status setLimit(Queue& queue, const Limit& limit) noexcept;
 uint32_t countOf(Queue& queue) noexcept;
+
+// How long events waited of late before their callbacks began.
+Histogram::Summary dispatchLag() noexcept;
 
 // For statistics.
 struct QueueFigures {

@@ -40,9 +40,14 @@ quorl_status sendHere(Transport& transport, ThreadState& thread, message::Conten
 
 // Every message of the program goes out here. Inside a section.
 quorl_status sendOut(Transport& transport, ThreadState& thread, message::ContentRef content) noexcept {
+    const uint64_t bytes = content.byteSize();
+    quorl_status status;
     if (subject::isSystem(content.sendSubject()) && local::staysHere(content.sendSubject())) [[unlikely]]
-        return sendHere(transport, thread, std::move(content));
-    return transport.carrier->send(thread, std::move(content));
+        status = sendHere(transport, thread, std::move(content));
+    else
+        status = transport.carrier->send(thread, std::move(content));
+    if (status == QUORL_OK) thread.traffic.sent(1, bytes);
+    return status;
 }
 
 void link(Transport& transport, Request& request) noexcept {

@@ -1,6 +1,8 @@
 // Gathering the statistics.
 #include "transport/statistics.h"
 
+#include <unistd.h>
+
 #include <new>
 #include <vector>
 
@@ -81,6 +83,11 @@ class Writer {
     }
     Writer& u64(const char* name, uint64_t value) noexcept {
         if (status_ == QUORL_OK) status_ = quorlMsg_AddU64Ex(message_, name, value, 0);
+        return *this;
+    }
+    Writer& seconds(const char* name, int64_t nanoseconds) noexcept {
+        if (status_ == QUORL_OK)
+            status_ = quorlMsg_AddF64Ex(message_, name, static_cast<double>(nanoseconds) * 1e-9, 0);
         return *this;
     }
     Writer& text(const char* name, const char* value) noexcept {
@@ -178,6 +185,41 @@ quorl_status addObjects(quorlMsg message, const Census& census, uint64_t message
     return Writer(message).message("objects", objects.get()).status();
 }
 
+quorl_status addTraffic(quorlMsg message) noexcept {
+    uint64_t messagesOut = 0;
+    uint64_t bytesOut = 0;
+    uint64_t messagesIn = 0;
+    uint64_t bytesIn = 0;
+    for (const ThreadState* thread = ThreadState::first(); thread != nullptr; thread = thread->nextState) {
+        const auto& traffic = thread->traffic;
+        messagesOut += traffic.messagesOut.load(std::memory_order_relaxed);
+        bytesOut += traffic.bytesOut.load(std::memory_order_relaxed);
+        messagesIn += traffic.messagesIn.load(std::memory_order_relaxed);
+        bytesIn += traffic.bytesIn.load(std::memory_order_relaxed);
+    }
+    return Writer(message)
+        .u64("messages_out", messagesOut)
+        .u64("bytes_out", bytesOut)
+        .u64("messages_in", messagesIn)
+        .u64("bytes_in", bytesIn)
+        .status();
+}
+
+quorl_status addLag(quorlMsg message) noexcept {
+    const Owned lag;
+    if (lag.status() != QUORL_OK) return lag.status();
+    const Histogram::Summary summary = event::dispatchLag();
+    Writer writer(lag.get());
+    writer.u64("samples", summary.count)
+        .seconds("p50", summary.p50)
+        .seconds("p90", summary.p90)
+        .seconds("p99", summary.p99)
+        .seconds("p999", summary.p999)
+        .seconds("max", summary.most);
+    if (writer.status() != QUORL_OK) return writer.status();
+    return Writer(message).message("lag", lag.get()).status();
+}
+
 }  // namespace
 
 quorl_status fill(quorlMsg message) noexcept {
@@ -185,6 +227,11 @@ quorl_status fill(quorlMsg message) noexcept {
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
     // Without the message that is filled, and those made on the way.
     const uint64_t messages = message::liveMessages() - 1;
+    Writer writer(message);
+    writer.text("version", QUORL_VERSION).u32("process", static_cast<uint32_t>(getpid()));
+    if (writer.status() != QUORL_OK) return writer.status();
+    if (const quorl_status status = addTraffic(message); status != QUORL_OK) return status;
+    if (const quorl_status status = addLag(message); status != QUORL_OK) return status;
     {
         Section section(*thread);
         Census census;

@@ -1,4 +1,6 @@
 // Advisories and the questions that the library answers itself.
+#include <unistd.h>
+
 #include <string>
 
 #include "support.h"
@@ -157,6 +159,48 @@ TEST_F(Advisory, aQuestionWithoutReplySubjectIsNotAnswered) {
     EXPECT_EQ(sendNumber(transport, "_QUORL.STATS", 0), QUORL_OK);
     EXPECT_EQ(sendNumber(transport, "_QUORL.LASTERROR", 0), QUORL_OK);
     EXPECT_EQ(drain(queue), 0);
+}
+
+quorl_u64 wholeOf(quorlMsg message, const char* name) {
+    quorl_u64 value = UINT64_MAX;
+    EXPECT_EQ(quorlMsg_GetU64Ex(message, name, &value, 0), QUORL_OK) << name << ": " << quorl_LastErrorText();
+    return value;
+}
+
+TEST_F(Advisory, statisticsCountTrafficAndLag) {
+    const quorlTransport transport = newTransport();
+    Numbers numbers;
+    for (int i = 0; i < 3; ++i) listen(queue, transport, "a", onNumber, &numbers);
+    quorlMsg before = ask(transport, "_QUORL.STATS");
+    for (int i = 0; i < 1000; ++i) EXPECT_EQ(sendNumber(transport, "a", i), QUORL_OK);
+    EXPECT_EQ(sendNumber(transport, "*", 0), QUORL_INVALID_SUBJECT);
+    EXPECT_EQ(drain(queue), 3000);
+    quorlMsg after = ask(transport, "_QUORL.STATS");
+    EXPECT_EQ(wholeOf(after, "messages_out") - wholeOf(before, "messages_out"), 1000u);
+    EXPECT_EQ(wholeOf(after, "messages_in") - wholeOf(before, "messages_in"), 3000u);
+    const void* bytes = nullptr;
+    quorl_u32 size = 0;
+    quorlMsg one = newMessage("a", 1);
+    EXPECT_EQ(quorlMsg_GetAsBytes(one, &bytes), QUORL_OK);
+    EXPECT_EQ(quorlMsg_GetByteSize(one, &size), QUORL_OK);
+    EXPECT_EQ(quorlMsg_Destroy(one), QUORL_OK);
+    EXPECT_EQ(wholeOf(after, "bytes_out") - wholeOf(before, "bytes_out"), 1000u * size);
+    EXPECT_EQ(wholeOf(after, "bytes_in") - wholeOf(before, "bytes_in"), 3000u * size);
+    quorlMsg lag = nullptr;
+    ASSERT_EQ(quorlMsg_GetMsgEx(after, "lag", &lag, 0), QUORL_OK);
+    EXPECT_GE(wholeOf(lag, "samples"), 1u);
+    double last = 0;
+    for (const char* name : {"p50", "p90", "p99", "p999", "max"}) {
+        double seconds = -1;
+        EXPECT_EQ(quorlMsg_GetF64Ex(lag, name, &seconds, 0), QUORL_OK);
+        EXPECT_GE(seconds, last) << name;
+        last = seconds;
+    }
+    EXPECT_GT(last, 0);
+    EXPECT_STREQ(textOf(after, "version").c_str(), quorl_Version());
+    EXPECT_EQ(wholeOf(after, "process"), static_cast<quorl_u64>(getpid()));
+    EXPECT_EQ(quorlMsg_Destroy(before), QUORL_OK);
+    EXPECT_EQ(quorlMsg_Destroy(after), QUORL_OK);
 }
 
 TEST_F(Advisory, statisticsCountWhatLives) {
