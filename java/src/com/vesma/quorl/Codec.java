@@ -302,7 +302,8 @@ final class Codec {
                     ImageValues::ipAddr32);
         }
         if (type == QuorlMsgView.class) {
-            return new Codec(QuorlMsgField.MSG, (out, value) -> out.message((QuorlMsgView) value), ImageValues::msg);
+            return new Codec(QuorlMsgField.MSG, (out, value) -> out.message((QuorlMsgView) value),
+                    (image, field) -> ImageValues.msg(image, field).copy());
         }
         if (type.isEnum()) {
             return enumeration(type);
@@ -369,7 +370,7 @@ final class Codec {
             return new Codec(QuorlMsgField.MSGARRAY, (out, value) -> writeMessages(out, (List<?>) value), (image, field) -> {
                 List<Object> values = new ArrayList<>();
                 for (QuorlMsgView view : ImageValues.msgArray(image, field)) {
-                    values.add(element.isRecord() ? RecordPlan.of(element).read(view.image()) : view);
+                    values.add(element.isRecord() ? RecordPlan.of(element).read(view.image()) : view.copy());
                 }
                 return Collections.unmodifiableList(values);
             });

@@ -250,7 +250,7 @@ final class ImageValues {
 
     static QuorlMsgView msg(MessageImage image, int field) {
         int at = typed(image, field, QuorlMsgField.MSG);
-        return new QuorlMsgView(image.bytes, at, at + image.length(field));
+        return new QuorlMsgView(image.owner, image.bytes, at, at + image.length(field));
     }
 
     // ---- arrays -------------------------------------------------------------------------------------------------------
@@ -365,7 +365,7 @@ final class ImageValues {
         for (int i = 0; i < length; i++) {
             at = Wire.alignUp(at, Wire.MESSAGE_ALIGNMENT);
             int end = at + (int) Wire.I32.get(image.bytes, at + Wire.SIZE_AT);
-            values.add(new QuorlMsgView(image.bytes, at, end));
+            values.add(new QuorlMsgView(image.owner, image.bytes, at, end));
             at = end;
         }
         return values;

@@ -10,6 +10,9 @@ import java.util.concurrent.ThreadLocalRandom;
  * <p>The table is made in one walk, which believes nothing: what it has accepted lies inside the bytes, field by field, so
  * values can be read by it without a further look. Messages inside are stepped over; each has a table of its own when it
  * is read. Everything is final, so that any number of threads may read.
+ *
+ * <p>An image may have an owner, the message whose bytes these were. The bytes are Java's and stay readable after its end;
+ * {@link #ofLiving} is what refuses them then, and every way in from a program leads through it.
  */
 final class MessageImage {
     /**
@@ -40,6 +43,9 @@ final class MessageImage {
     /** Names may come from somebody who wishes us ill: without it nobody can choose names that meet in one cell. */
     private static final long KEY = ThreadLocalRandom.current().nextLong() | 1;
 
+    /** An outermost message; null when these bytes are nobody's. */
+    final MsgCore owner;
+
     final byte[] bytes;
     final int start;
     final int size;
@@ -53,7 +59,8 @@ final class MessageImage {
     /**
      * Reads the message that begins at start, a multiple of 8, and ends at limit or before.
      */
-    MessageImage(byte[] bytes, int start, int limit) {
+    MessageImage(MsgCore owner, byte[] bytes, int start, int limit) {
+        this.owner = owner;
         this.bytes = bytes;
         this.start = start;
         size = sizeAt(bytes, start, limit);
@@ -67,6 +74,14 @@ final class MessageImage {
         table = new long[count * STRIDE];
         walk();
         cells = count > FEW ? hashed() : null;
+    }
+
+    /** This, unless its owner has ended. */
+    MessageImage ofLiving() {
+        if (owner != null) {
+            MsgCore.refuseEnded(owner);
+        }
+        return this;
     }
 
     /** The size that a message's header says, which is in bounds. */

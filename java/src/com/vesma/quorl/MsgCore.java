@@ -91,6 +91,17 @@ abstract class MsgCore {
         return root.state == CLOSED;
     }
 
+    /** For a view, whose life this message bounds: one load, which the closing thread and whoever it told see at once. */
+    static void refuseEnded(MsgCore outermost) {
+        if ((int) STATE.getOpaque(outermost) == CLOSED) {
+            throw new QuorlClosedException(QuorlException.INVALID_MSG, "the view's message");
+        }
+    }
+
+    final MsgCore outermost() {
+        return root;
+    }
+
     final boolean isInside() {
         return root != this;
     }
@@ -162,7 +173,7 @@ abstract class MsgCore {
 
     /** A status with the field that it is about. */
     static QuorlException about(QuorlException e, String name, int id) {
-        return e instanceof QuorlClosedException ? e : e.about(describe(name, id));
+        return e.about(describe(name, id));
     }
 
     /** As {@link #about} for a number that could not be read, on a message that is entered: with what the field is. */

@@ -20,4 +20,10 @@ public final class QuorlClosedException extends QuorlException {
     QuorlClosedException(int status, String what) {
         super(status, what + " is closed");
     }
+
+    /** This one: its class is what a caller asks for, and it says what is closed. */
+    @Override
+    QuorlException about(String what) {
+        return this;
+    }
 }

@@ -168,7 +168,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     /**
      * All fields as they are now, to be read without asking the library for each.
      *
-     * @return independent of this message
+     * @return later changes do not show in it; it ends with this message, a {@linkplain QuorlMsgView#copy copy} does not
      */
     public QuorlMsgView view() {
         long handle = enter();
@@ -286,6 +286,8 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * <tr><td>List of boxed numbers, of texts or enums, of records or views</td><td>the array of that type</td></tr>
      * <tr><td>Optional of any of these</td><td>that field, or none</td></tr>
      * </table>
+     *
+     * <p>A view in a record that was read is a {@linkplain QuorlMsgView#copy copy}, so that the record may be kept.
      *
      * <p>{@link FieldType} chooses another type. A component that is null makes no field; a component without a field is
      * null, or an empty Optional, or refused when its type is primitive.

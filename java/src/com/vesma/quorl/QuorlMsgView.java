@@ -12,10 +12,17 @@ import java.util.Objects;
 /**
  * All fields of a message, read without asking the library field by field.
  *
- * <p>{@link QuorlMsg#view} takes the message's bytes over the border once and keeps them. From then on a view is on its
- * own: it shows the message as it was at that moment, whatever is done to the message afterwards, needs no close, may be
- * kept, and may be read by any number of threads. Its answers are those that {@link QuorlMsg} gives: the first field of a
- * name, numbers converted when the value fits, the same exceptions, with more in their texts. It has no subjects.
+ * <p>{@link QuorlMsg#view} takes the message's bytes over the border once. From then on a view reads in Java alone: it shows
+ * the message as it was at that moment, whatever is done to the message's fields afterwards. Its answers are those that
+ * {@link QuorlMsg} gives: the first field of a name, numbers converted when the value fits, the same exceptions, with more
+ * in their texts. It has no subjects.
+ *
+ * <p><b>Life.</b> A view lives as long as its message. When that is closed, by the program or behind the handler that it was
+ * given to, the view, its fields and the views of messages inside are refused with {@link QuorlClosedException}.
+ * {@link #copy} gives a view that is bound to no message and may be kept.
+ *
+ * <p><b>Threads.</b> Any number of threads may read a view, also while another one uses its message. A read that meets the
+ * close on another thread gives the value or is refused; it never sees memory that is gone.
  *
  * <p>A program that reads most of a message's fields reads them faster this way; for one field of a large message, the
  * getters of the message itself copy less.
@@ -28,7 +35,10 @@ import java.util.Objects;
  * }</pre>
  */
 public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
-    /** Whole messages, of which the ones inside are parts. */
+    /** The outermost message, whose close ends this view; null when none does. */
+    private final MsgCore owner;
+
+    /** Whole messages, of which the ones inside are parts. Nobody changes them. */
     private final byte[] bytes;
 
     private final int start;
@@ -37,7 +47,8 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
     /** Made by the first who asks; two at once make two, which are alike. */
     private MessageImage image;
 
-    QuorlMsgView(byte[] bytes, int start, int end) {
+    QuorlMsgView(MsgCore owner, byte[] bytes, int start, int end) {
+        this.owner = owner;
         this.bytes = bytes;
         this.start = start;
         this.end = end;
@@ -46,7 +57,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
     /** Of a message that is entered. */
     static QuorlMsgView of(long handle, QuorlMsg message) {
         byte[] bytes = QuorlMsg.quorlMsg_GetAsBytes(handle, message);
-        return new QuorlMsgView(bytes, 0, bytes.length);
+        return new QuorlMsgView(message.outermost(), bytes, 0, bytes.length);
     }
 
     /** The whole of it, to where a message may stand. */
@@ -54,13 +65,49 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
         out.put(bytes, start, end - start);
     }
 
+    /** To read from now, on the way in from a program. */
     MessageImage image() {
+        return made().ofLiving();
+    }
+
+    private MessageImage made() {
         MessageImage made = image;
         if (made == null) {
-            made = new MessageImage(bytes, start, end);
+            made = new MessageImage(owner, bytes, start, end);
             image = made;
         }
         return made;
+    }
+
+    private void refuseEnded() {
+        if (owner != null) {
+            MsgCore.refuseEnded(owner);
+        }
+    }
+
+    /**
+     * A view of the same fields that is bound to no message: it may be kept for good, and needs no close.
+     *
+     * @return a view that no close ends; this one when it is such a view already
+     * @throws QuorlClosedException if the message is closed
+     */
+    public QuorlMsgView copy() {
+        if (owner == null) {
+            return this;
+        }
+        refuseEnded();
+        // A part is copied, so that it does not keep all of a large message; the bytes themselves are nobody's to change.
+        return start == 0 && end == bytes.length
+                ? new QuorlMsgView(null, bytes, start, end) : new QuorlMsgView(null, toBytes(), 0, end - start);
+    }
+
+    /**
+     * Whether the message of this view was closed.
+     *
+     * @return whether the view can be read no more; of a {@linkplain #copy copy} false
+     */
+    public boolean isClosed() {
+        return owner != null && owner.isEnded();
     }
 
     // ---- fields -------------------------------------------------------------------------------------------------------
@@ -161,7 +208,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
                 if (!hasNext()) {
                     throw new NoSuchElementException();
                 }
-                return new Field(all, next++);
+                return new Field(all.ofLiving(), next++);
             }
         };
     }
@@ -212,6 +259,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public byte[] toBytes() {
+        refuseEnded();
         return Arrays.copyOfRange(bytes, start, end);
     }
 
@@ -254,7 +302,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
 
     @Override
     public String toString() {
-        return "QuorlMsgView[" + getFieldCount() + " fields, " + (end - start) + " bytes]";
+        return "QuorlMsgView[" + (isClosed() ? "closed" : made().count + " fields, " + (end - start) + " bytes") + "]";
     }
 
     // ---- values -------------------------------------------------------------------------------------------------------
@@ -488,7 +536,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * Reads a message inside this one.
      *
      * @param name the field's name
-     * @return the value, a view of the same bytes
+     * @return the value, a view with the same life
      */
     public QuorlMsgView getMsg(String name) {
         return ImageValues.msg(image(), of(name));
@@ -713,7 +761,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * Reads an array of messages.
      *
      * @param name the field's name
-     * @return a new list of views of the same bytes
+     * @return a new list of views with the same life
      */
     public List<QuorlMsgView> getMsgArray(String name) {
         return ImageValues.msgArray(image(), of(name));
@@ -758,13 +806,17 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
             this.index = index;
         }
 
+        private MessageImage living() {
+            return image.ofLiving();
+        }
+
         /**
          * The field's name.
          *
          * @return the name, null when it has none
          */
         public String getName() {
-            return image.name(index);
+            return living().name(index);
         }
 
         /**
@@ -773,7 +825,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
          * @return 1 to 65535, 0 when it has none
          */
         public int getId() {
-            return image.id(index);
+            return living().id(index);
         }
 
         /**
@@ -782,7 +834,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
          * @return one of the constants of {@link QuorlMsgField}, or {@link QuorlMsgField#USER_FIRST} to 255
          */
         public int getType() {
-            return image.type(index);
+            return living().type(index);
         }
 
         /**
@@ -800,7 +852,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
          * @return elements of an array, 1 otherwise
          */
         public long getCount() {
-            return ImageValues.count(image, index);
+            return ImageValues.count(living(), index);
         }
 
         /**
@@ -809,7 +861,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
          * @return bytes, of a text with the zero at its end
          */
         public long getSize() {
-            return ImageValues.size(image, index);
+            return ImageValues.size(living(), index);
         }
 
         /**
@@ -818,7 +870,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
          * @return as {@link QuorlMsgField#getValue} gives it, but for messages, which are views
          */
         public Object getValue() {
-            return ImageValues.value(image, index);
+            return ImageValues.value(living(), index);
         }
 
         /**
@@ -829,15 +881,15 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
          * @param <T> the Java type
          */
         public <T> T get(Class<T> as) {
-            return read(image, index, as);
+            return read(living(), index, as);
         }
 
         @Override
         public String toString() {
-            return QuorlMsgField.typeName(getType()) + " " + image.describe(index);
+            return QuorlMsgField.typeName(image.type(index)) + " " + image.describe(index);
         }
     }
 
-    /** A window on the library's memory. Views copy instead, which is no slower and leaves nothing to guard. */
+    /** A window on the library's memory. Views copy instead, which is no slower and leaves no memory to guard. */
     static native Object quorlMsg_GetByteBuffer(long handle, Object view);
 }
