@@ -26,7 +26,7 @@ final class MessageImage {
     private static final int WHERE = 1;
     private static final int LENGTH = 2;
 
-    /** The bits of WHAT that a search by name compares. */
+    /** The bits of WHAT that a search by name compares with a {@link Wire#nameKey}. */
     private static final long NAME_BITS = 0x00FF_0000_FFFF_FFFFL;
 
     /** The name's length of a field without one. */
@@ -325,32 +325,28 @@ final class MessageImage {
 
     // ---- search -------------------------------------------------------------------------------------------------------
 
-    /** What a search for a name looks for in the table. */
-    private static long wanted(byte[] bytes, int at, int length) {
-        return (long) length << 48 | Wire.tailOf(bytes, at, length) & 0xFFFF_FFFFL;
-    }
-
-    /** The first field of a name of at most 127 bytes, -1 for none. */
-    int find(byte[] name) {
+    /** The first field of a name, -1 for none. */
+    int find(Texts.Encoded name) {
         if (cells == null) {
             return findFrom(name, 0);
         }
-        long wanted = wanted(name, 0, name.length);
+        byte[] bytes = name.bytes;
         int mask = (cells.length >> 1) - 1;
-        for (int cell = (int) hash(name, 0, name.length) & mask; cells[cell] != 0; cell = cell + 1 & mask) {
-            if (isNamed(cells[cell] - 1, wanted, name, 0, name.length)) {
+        for (int cell = (int) hash(bytes, 0, bytes.length) & mask; cells[cell] != 0; cell = cell + 1 & mask) {
+            if (isNamed(cells[cell] - 1, name.key, bytes, 0, bytes.length)) {
                 return cells[cell] - 1;
             }
         }
         return -1;
     }
 
-    /** The first field of a name of at most 127 bytes at a position or behind it, -1 for none. */
-    int findFrom(byte[] name, int position) {
-        long wanted = wanted(name, 0, name.length);
-        for (int field = position; field < count; field++) {
-            if (isNamed(field, wanted, name, 0, name.length)) {
-                return field;
+    /** The first field of a name at a position or behind it, -1 for none. */
+    int findFrom(Texts.Encoded name, int position) {
+        long[] t = table;
+        long key = name.key;
+        for (int entry = position * STRIDE; entry < t.length; entry += STRIDE) {
+            if ((t[entry] & NAME_BITS) == key && isRest(entry / STRIDE, name.bytes, 0, name.bytes.length)) {
+                return entry / STRIDE;
             }
         }
         return -1;
@@ -375,8 +371,8 @@ final class MessageImage {
         return -1;
     }
 
-    private boolean isNamed(int field, long wanted, byte[] name, int from, int length) {
-        return (table[field * STRIDE + WHAT] & NAME_BITS) == wanted && isRest(field, name, from, length);
+    private boolean isNamed(int field, long key, byte[] name, int from, int length) {
+        return (table[field * STRIDE + WHAT] & NAME_BITS) == key && isRest(field, name, from, length);
     }
 
     /** Whether the bytes before the tail are the name's. */
@@ -402,10 +398,10 @@ final class MessageImage {
             int length = nameLength(field);
             if (length != NO_NAME) {
                 int at = nameAt(field);
-                long wanted = wanted(bytes, at, length);
+                long key = Wire.nameKey(bytes, at, length);
                 int cell = (int) hash(bytes, at, length) & mask;
                 // The first field of a name is the one that a search finds.
-                while (made[cell] != 0 && !isNamed(made[cell] - 1, wanted, bytes, at, length)) {
+                while (made[cell] != 0 && !isNamed(made[cell] - 1, key, bytes, at, length)) {
                     cell = cell + 1 & mask;
                 }
                 if (made[cell] == 0) {

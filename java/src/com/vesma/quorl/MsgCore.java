@@ -156,6 +156,11 @@ abstract class MsgCore {
         return Texts.cached(name, "the field's name");
     }
 
+    /** A name to look up, in the form that a view searches for. */
+    static Texts.Encoded encoded(String name) {
+        return Texts.encoded(known(name), "the field's name");
+    }
+
     /** An id to write. */
     static short id16(int id) {
         if (id < 0 || id > 0xFFFF) {

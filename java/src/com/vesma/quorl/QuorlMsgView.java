@@ -169,7 +169,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      */
     public List<Field> getFields(String name) {
         MessageImage all = image();
-        byte[] encoded = encoded(name);
+        Texts.Encoded encoded = encoded(name);
         List<Field> fields = new ArrayList<>();
         for (int at = all.find(encoded); at >= 0; at = all.findFrom(encoded, at + 1)) {
             fields.add(new Field(all, at));
@@ -217,9 +217,9 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
         return found < 0 ? null : new Field(image(), found);
     }
 
-    private static byte[] encoded(String name) {
-        byte[] encoded = MsgCore.bytes(MsgCore.known(name));
-        if (encoded.length > Wire.NAME_MAX) {
+    private static Texts.Encoded encoded(String name) {
+        Texts.Encoded encoded = MsgCore.encoded(name);
+        if (encoded.key < 0) {
             throw new QuorlException(QuorlException.INVALID_NAME, MsgCore.describe(name, 0));
         }
         return encoded;
@@ -233,18 +233,18 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
         return image().find(MsgCore.known(id));
     }
 
-    /** The field of that name, which must be there. */
+    /** The field of that name, which must be there; for a caller that has asked for the image. */
     private int of(String name) {
-        int found = find(name);
+        int found = made().find(encoded(name));
         if (found < 0) {
             throw new QuorlException(QuorlException.NOT_FOUND, MsgCore.describe(name, 0));
         }
         return found;
     }
 
-    /** The field with that id, which must be there. */
+    /** As {@link #of(String)}, with that id. */
     private int of(int id) {
-        int found = find(id);
+        int found = made().find(MsgCore.known(id));
         if (found < 0) {
             throw new QuorlException(QuorlException.NOT_FOUND, MsgCore.describe(null, id));
         }

@@ -20,7 +20,7 @@ final class RecordPlan {
 
     private static final class Component {
         String name;
-        byte[] encoded;
+        Texts.Encoded encoded;
         /** From the record to the value, both as Object. */
         MethodHandle accessor;
         Class<?> type;
@@ -75,7 +75,7 @@ final class RecordPlan {
     private Component component(RecordComponent declared, MethodHandles.Lookup lookup) throws ReflectiveOperationException {
         Component made = new Component();
         made.name = declared.getName();
-        made.encoded = MsgCore.bytes(made.name);
+        made.encoded = MsgCore.encoded(made.name);
         made.type = declared.getType();
         made.accessor = lookup.unreflect(declared.getAccessor()).asType(MethodType.methodType(Object.class, Object.class));
         FieldType annotation = declared.getAnnotation(FieldType.class);
@@ -109,7 +109,7 @@ final class RecordPlan {
 
     private void write(ImageWriter out, Component component, Object value) {
         try {
-            component.codec.write(out, component.encoded, value);
+            component.codec.write(out, component.encoded.bytes, value);
         } catch (QuorlException e) {
             throw e.about(describe(component));
         } catch (IllegalArgumentException e) {
@@ -138,7 +138,7 @@ final class RecordPlan {
 
     private Object read(MessageImage image, Component component) {
         try {
-            int field = component.encoded.length > Wire.NAME_MAX ? -1 : image.find(component.encoded);
+            int field = image.find(component.encoded);
             if (field >= 0) {
                 Object value = component.codec.read(image, field);
                 return component.optional ? Optional.of(value) : value;

@@ -22,33 +22,41 @@ final class Texts {
 
     private Texts() {}
 
-    /** Written once and published without a lock: both members are final. */
-    private static final class Encoded {
+    /** A text with its bytes. Written once and published without a lock: all members are final. */
+    static final class Encoded {
         final String text;
+
+        /** Shared: nobody may change them. */
         final byte[] bytes;
+
+        /** What a search compares first, see {@link Wire#nameKey}; -1 for a text that is too long for a name. */
+        final long key;
 
         Encoded(String text, byte[] bytes) {
             this.text = text;
             this.bytes = bytes;
+            key = bytes.length <= Wire.NAME_MAX ? Wire.nameKey(bytes, 0, bytes.length) : -1;
         }
     }
 
     /** The bytes of a field name or a subject; null for null. The array is shared: nobody may change it. */
     static byte[] cached(String text, String what) {
-        if (text == null) {
-            return null;
-        }
+        return text == null ? null : encoded(text, what).bytes;
+    }
+
+    /** As {@link #cached}, of a text that is not null. */
+    static Encoded encoded(String text, String what) {
         int hash = text.hashCode();
         int slot = (hash ^ hash >>> 16) & SLOTS - 1;
         Encoded known = TABLE[slot];
         if (known != null && (known.text == text || known.text.equals(text))) {
-            return known.bytes;
+            return known;
         }
-        byte[] bytes = encode(text, what);
-        if (bytes.length <= LONGEST_KEPT) {
-            TABLE[slot] = new Encoded(text, bytes);
+        Encoded made = new Encoded(text, encode(text, what));
+        if (made.bytes.length <= LONGEST_KEPT) {
+            TABLE[slot] = made;
         }
-        return bytes;
+        return made;
     }
 
     /** The bytes of a text that is not likely to come again. what names it in the refusal. */

@@ -99,6 +99,11 @@ final class Wire {
         return (offset + alignment - 1) & -alignment;
     }
 
+    /** A name's length, 0 to 127, and its tail, as a view's table has them. */
+    static long nameKey(byte[] bytes, int at, int length) {
+        return (long) length << 48 | tailOf(bytes, at, length) & 0xFFFF_FFFFL;
+    }
+
     /**
      * The last bytes of a name in one number, which a search compares first, since names tend to differ at their ends.
      * Together with the length it is the whole name up to four bytes.
