@@ -64,6 +64,11 @@ abstract class Dispatchable extends LibraryObject {
         if (limit.isNegative()) {
             throw new IllegalArgumentException(what + " is negative: " + limit);
         }
-        return limit.compareTo(LONGEST) >= 0 ? LONGEST.toNanos() / 1e9 : limit.toNanos() / 1e9;
+        return nanos(limit) / 1e9;
+    }
+
+    /** A time limit of 0 or more in nanoseconds, or as many as there can be. */
+    static long nanos(Duration limit) {
+        return limit.compareTo(LONGEST) >= 0 ? Long.MAX_VALUE : limit.toNanos();
     }
 }

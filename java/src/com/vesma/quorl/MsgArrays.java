@@ -263,7 +263,7 @@ abstract class MsgArrays extends MsgNumberArrays {
         try {
             long found = find(name, id);
             if (found == 0) {
-                throw new QuorlException(QuorlException.NOT_FOUND);
+                throw new QuorlException(QuorlException.NOT_FOUND, null);
             }
             if (typeIn(found) < QuorlMsgField.USER_FIRST) {
                 throw new QuorlException(QuorlException.CONVERSION_FAILED,

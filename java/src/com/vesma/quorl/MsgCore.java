@@ -208,7 +208,7 @@ abstract class MsgCore {
     final int indexOf(String name, int id, int type) {
         long found = find(name, id);
         if (found == 0) {
-            throw new QuorlException(QuorlException.NOT_FOUND);
+            throw new QuorlException(QuorlException.NOT_FOUND, null);
         }
         if (typeIn(found) != type) {
             throw new QuorlException(QuorlException.CONVERSION_FAILED,

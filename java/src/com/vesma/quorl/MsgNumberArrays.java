@@ -840,7 +840,7 @@ abstract class MsgNumberArrays extends MsgValues {
                 QuorlMsg.quorlMsg_AddF64Array(
                         handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
             } else if (typeIn(found) != QuorlMsgField.F64ARRAY) {
-                throw new QuorlException(QuorlException.INVALID_TYPE);
+                throw new QuorlException(QuorlException.INVALID_TYPE, null);
             } else {
                 int index = indexIn(found);
                 byte[] oldName = QuorlMsg.quorlMsg_GetFieldName(handle, index, self());

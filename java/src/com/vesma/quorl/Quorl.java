@@ -10,7 +10,7 @@ import java.util.concurrent.locks.ReentrantLock;
  * The library as a whole: opening and closing it, and its parameters.
  *
  * <p>Opening nests: each open gives an object of its own, and the library closes with the last of them. The last close
- * ends dispatchers and events, waits for the handlers that run on other threads, and destroys what is left; queues and
+ * ends dispatchers, events and asynchronous requests, waits for the handlers that run on other threads, and destroys what is left; queues and
  * transports that were not closed refuse every use from then on. Messages stay valid. Any thread may open and close.
  *
  * <p>The first use of the library's classes loads its shared objects: from the file or directory that the system
@@ -111,9 +111,11 @@ public final class Quorl implements AutoCloseable {
         }
         int status;
         try {
+            Requests.closeAll();
             QuorlDispatcher.closeAll();
             QuorlEvent.closeAll();
         } finally {
+            FailureDetail.libraryCloses();
             status = quorl_Close();
             LOCK.lock();
             try {

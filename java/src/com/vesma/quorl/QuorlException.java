@@ -8,6 +8,9 @@ package com.vesma.quorl;
  * one, and a program treats them in one place or not at all. The few outcomes that a program must expect are no
  * exceptions here: a dispatch or a request that found nothing in time says so by its result.
  *
+ * <p>The message ends with the library's own words for the failure, for example which daemon was tried and what it said;
+ * {@link #getDetail} has them alone.
+ *
  * <p>Mistakes that the Java classes see before the library is asked (a null, a number out of range, a text with an
  * embedded zero) are the usual {@link NullPointerException} and {@link IllegalArgumentException}; use after close is
  * a {@link QuorlClosedException}.
@@ -155,11 +158,12 @@ public class QuorlException extends RuntimeException {
     /** What is known beyond the status, null for nothing. */
     private final String detail;
 
-    /** The bridge calls this constructor. */
+    /** Whether the detail is the library's own. */
+    private final boolean fromLibrary;
+
+    /** The bridge calls this constructor, on the thread that the library has just refused. */
     QuorlException(int status) {
-        super(text(status) + " (status " + status + ")");
-        this.status = status;
-        detail = null;
+        this(status, FailureDetail.of(status), null, true);
     }
 
     /** For statuses that the Java classes give themselves, with what they know beyond the number. */
@@ -168,14 +172,35 @@ public class QuorlException extends RuntimeException {
     }
 
     QuorlException(int status, String detail, Throwable cause) {
-        super(text(status) + " (status " + status + "): " + detail, cause);
+        this(status, detail, cause, false);
+    }
+
+    /** The same failure as another class. */
+    QuorlException(QuorlException same) {
+        this(same.status, same.detail, same, same.fromLibrary);
+    }
+
+    private QuorlException(int status, String detail, Throwable cause, boolean fromLibrary) {
+        super(text(status) + " (status " + status + ")" + (detail == null ? "" : ": " + detail), cause);
         this.status = status;
         this.detail = detail;
+        this.fromLibrary = fromLibrary;
     }
 
     /** The same status with what it is about in front of what is known already. */
     QuorlException about(String what) {
-        return new QuorlException(status, detail == null ? what : what + ": " + detail, this);
+        // Of a field that is not there, the library can say no more than its name either.
+        boolean nothingMore = detail == null || (fromLibrary && status == NOT_FOUND);
+        return new QuorlException(status, nothingMore ? what : what + ": " + detail, this);
+    }
+
+    /**
+     * What is known of this failure beyond its status: which object, field or daemon, and why.
+     *
+     * @return text for a person, whose wording may change; null when nothing more is known
+     */
+    public String getDetail() {
+        return detail;
     }
 
     /**

@@ -91,7 +91,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
         Library.load();
         long handle = quorlMsg_Create();
         if (handle == 0) {
-            throw new QuorlException(QuorlException.NO_MEMORY);
+            throw new QuorlException(QuorlException.NO_MEMORY, null);
         }
         return handle;
     }

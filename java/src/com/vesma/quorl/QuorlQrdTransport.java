@@ -39,7 +39,8 @@ public final class QuorlQrdTransport extends QuorlTransport {
      * @param network as service
      * @param daemon the daemon's address; null for the default, empty for the bus of this process
      * @throws QuorlException {@link QuorlException#SERVICE_NOT_FOUND}, {@link QuorlException#NETWORK_NOT_FOUND},
-     *     {@link QuorlException#DAEMON_NOT_FOUND}, {@link QuorlException#NOT_INITIALIZED}
+     *     {@link QuorlException#NOT_INITIALIZED}
+     * @throws QuorlDaemonException when the daemon cannot be reached
      */
     public QuorlQrdTransport(String service, String network, String daemon) {
         super(create(service, network, daemon));
@@ -50,8 +51,12 @@ public final class QuorlQrdTransport extends QuorlTransport {
         byte[] networkBytes = network == null ? null : Texts.encode(network, "the network");
         byte[] daemonBytes = daemon == null ? null : Texts.encode(daemon, "the daemon");
         Library.load();
-        return quorlTransport_Create(serviceBytes, Texts.length(serviceBytes), networkBytes, Texts.length(networkBytes),
-                daemonBytes, Texts.length(daemonBytes));
+        try {
+            return quorlTransport_Create(serviceBytes, Texts.length(serviceBytes), networkBytes,
+                    Texts.length(networkBytes), daemonBytes, Texts.length(daemonBytes));
+        } catch (QuorlException e) {
+            throw QuorlDaemonException.typed(e);
+        }
     }
 
     /**

@@ -6,6 +6,7 @@ import java.util.List;
 import java.util.Objects;
 import java.util.Queue;
 import java.util.Set;
+import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.ConcurrentLinkedQueue;
 
@@ -16,7 +17,8 @@ import java.util.concurrent.ConcurrentLinkedQueue;
  * thread sends on one subject arrive in that order. All methods may be called from any thread.
  *
  * <p>Closing a transport silences its listeners, which are to be closed too, in any order, and ends requests that wait
- * on it.
+ * on it. It waits for steps of asynchronous requests that run on the transport's own thread for replies, except for one
+ * that it is called from.
  *
  * <pre>{@code
  * try (QuorlMsg question = new QuorlMsg("time.now");
@@ -35,24 +37,60 @@ public abstract class QuorlTransport extends LibraryObject {
     /** The queues of requests that wait. */
     private final Set<QuorlQueue> requests = ConcurrentHashMap.newKeySet();
 
+    private final Requests asynchronous = new Requests(this);
+
     QuorlTransport(int id) {
         super(id, QuorlTransport::quorlTransport_Destroy);
     }
 
     /**
-     * Sends a message to its send subject.
+     * Sends a message to its send subject. Does not wait for whoever listens: with the bus of this process the message is
+     * in the listeners' queues when this returns, and with a daemon it is on its way, or in the buffer for a lost
+     * connection.
      *
      * @param message with a send subject without wildcards
-     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when it has none or one with wildcards,
-     *     {@link QuorlException#DAEMON_NOT_CONNECTED} when the connection is lost and the buffer for it full
+     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when it has none or one with wildcards
+     * @throws QuorlDaemonException when the connection is lost and the buffer for it is full
      */
     public void send(QuorlMsg message) {
         long handle = message.enter();
         try {
             quorlTransport_Send(id(), handle, message);
+        } catch (QuorlException e) {
+            throw QuorlDaemonException.typed(e);
         } finally {
             message.leave();
             Reference.reachabilityFence(this);
+        }
+    }
+
+    /**
+     * Sends a message if it can be taken now. As {@link #send(QuorlMsg)}, but that the message cannot be taken now, while
+     * the same call may succeed later, is a result instead of an exception.
+     *
+     * <p>With a daemon the answer is false while the connection is lost and the buffer for it is full; the virtual
+     * circuit's is false while it is not connected. The bus of this process takes every message, as long as there is
+     * memory: it hands it to the queues of all listeners, and a queue that is full drops by its own
+     * {@linkplain QuorlQueue#limit limit policy}, which counts and tells of it. One slow listener so never stops a sender
+     * or another listener.
+     *
+     * @param message with a send subject without wildcards
+     * @return true when the message was taken; false when nothing was sent, the message being as it was
+     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when it has no send subject or one with wildcards
+     */
+    public boolean trySend(QuorlMsg message) {
+        try {
+            send(message);
+            return true;
+        } catch (QuorlException e) {
+            switch (e.getStatus()) {
+                case QuorlException.DAEMON_NOT_CONNECTED:
+                case QuorlException.VC_NOT_CONNECTED:
+                case QuorlException.NO_MEMORY:
+                    return false;
+                default:
+                    throw e;
+            }
         }
     }
 
@@ -102,11 +140,40 @@ public abstract class QuorlTransport extends LibraryObject {
     }
 
     /**
+     * Sends a request without waiting for the reply. The request's reply subject is replaced by a fresh inbox; the request
+     * itself stays the program's, who may close it at once.
+     *
+     * <p>The future completes with the first reply, which is to be closed by whoever takes it; later ones are dropped. It
+     * completes exceptionally with
+     * <ul>
+     *   <li>{@link QuorlTimeoutException} when no reply came in time,
+     *   <li>{@link QuorlDaemonException} when there is no connection and no room to wait for one,
+     *   <li>{@link QuorlClosedException} when the transport or the library is closed, before or meanwhile,
+     *   <li>another {@link QuorlException} when the request could not be sent, such as one without a subject,
+     *   <li>{@link java.util.concurrent.CancellationException} when the program cancels it, which lets go of the inbox at
+     *       once; a reply that comes later is dropped. Cancel a request whose reply nobody wants any more.
+     * </ul>
+     *
+     * <p>A reply completes the future on a thread that serves all requests of this transport, a time limit on one of the
+     * common pool. Steps that take long belong into an executor: {@code thenAcceptAsync(step, executor)}.
+     *
+     * @param request with a send subject
+     * @param limit the longest wait, 0 or more
+     * @return the reply to come
+     */
+    public CompletableFuture<QuorlMsg> requestAsync(QuorlMsg request, Duration limit) {
+        Objects.requireNonNull(request, "request");
+        Dispatchable.seconds(limit, "limit");
+        return asynchronous.request(request, limit);
+    }
+
+    /**
      * Answers a request.
      *
      * @param reply what to send; its send subject is replaced
      * @param request what a listener was given
      * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when the request has no reply subject
+     * @throws QuorlDaemonException as {@link #send(QuorlMsg)}
      */
     public void reply(QuorlMsg reply, QuorlMsg request) {
         if (reply.isSameAs(request)) {
@@ -117,6 +184,8 @@ public abstract class QuorlTransport extends LibraryObject {
             long requestHandle = request.enter();
             try {
                 quorlTransport_SendReply(id(), replyHandle, requestHandle, reply, request);
+            } catch (QuorlException e) {
+                throw QuorlDaemonException.typed(e);
             } finally {
                 request.leave();
             }
@@ -191,6 +260,7 @@ public abstract class QuorlTransport extends LibraryObject {
     @Override
     public void close() {
         destroy();
+        asynchronous.close();
         // A request that begins later finds no transport to send on.
         requests.forEach(QuorlQueue::close);
         for (QuorlQueue idle = idleQueues.poll(); idle != null; idle = idleQueues.poll()) {

@@ -1,0 +1,79 @@
+package com.vesma.quorl;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.util.ArrayList;
+import java.util.List;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.function.Executable;
+
+/** What an exception says beyond its status. */
+class FailureDetailTest extends OpenLibrary {
+    private static String detailOf(Executable call) {
+        QuorlException e = assertThrows(QuorlException.class, call);
+        assertNotNull(e.getDetail(), e.toString());
+        assertTrue(e.getMessage().endsWith(e.getDetail()), e.getMessage());
+        return e.getDetail();
+    }
+
+    @Test
+    void theLibrarysOwnWordsAreInTheException() {
+        assertTrue(detailOf(() -> new QuorlListener(queue, transport, "a..b", (l, m) -> {})).contains("a..b"));
+        assertTrue(detailOf(() -> new QuorlQrdTransport("with space", null, null)).contains("with space"));
+        assertTrue(detailOf(() -> queue.limit(7, 1, 1)).contains("7"));
+        try (QuorlMsg message = new QuorlMsg("a.*")) {
+            assertTrue(detailOf(() -> transport.send(message)).contains("a.*"));
+        }
+    }
+
+    @Test
+    void theDaemonIsNamed() {
+        // Port 1 of this machine: nobody listens there.
+        QuorlDaemonException e = assertThrows(
+                QuorlDaemonException.class, () -> new QuorlQrdTransport(null, null, "nats://127.0.0.1:1"));
+        assertEquals(QuorlException.DAEMON_NOT_FOUND, e.getStatus());
+        assertTrue(e.getDetail().contains("127.0.0.1:1"), e.getMessage());
+    }
+
+    @Test
+    void eachThreadIsToldOfItsOwnFailure() throws Exception {
+        List<Worker> workers = new ArrayList<>();
+        for (int w = 0; w < 4; w++) {
+            String bad = "bad.." + w;
+            workers.add(new Worker(() -> {
+                for (int i = 0; i < 200; i++) {
+                    assertTrue(detailOf(() -> new QuorlListener(queue, transport, bad, (l, m) -> {})).contains(bad));
+                }
+            }));
+        }
+        for (Worker worker : workers) {
+            worker.join();
+        }
+    }
+
+    @Test
+    void aClosedLibraryIsNotAsked() {
+        try (QuorlMsg message = new QuorlMsg("a")) {
+            assertThrows(QuorlException.class, () -> transport.send(new QuorlMsg()));
+            quorl.close();
+            assertNull(assertThrows(QuorlException.class, () -> transport.send(message)).getDetail());
+            quorl = Quorl.open();
+            assertNotNull(assertThrows(QuorlException.class, () -> transport.send(message)).getDetail(),
+                    "it is asked again when it is open again");
+        }
+    }
+
+    @Test
+    void whatJavaKnowsComesFirst() {
+        try (QuorlMsg message = new QuorlMsg().addF64("celsius", 71.5)) {
+            QuorlException e = assertThrows(QuorlException.class, () -> message.getString("celsius"));
+            assertTrue(e.getMessage().contains("field \"celsius\""), e.getMessage());
+            e = assertThrows(QuorlException.class, () -> message.getF64("fahrenheit"));
+            assertEquals("field \"fahrenheit\"", e.getDetail());
+        }
+    }
+}
