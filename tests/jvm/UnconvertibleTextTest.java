@@ -1,0 +1,140 @@
+package com.vesma.quorl;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.IOException;
+import java.lang.reflect.InvocationTargetException;
+import java.lang.reflect.Method;
+import java.lang.reflect.Modifier;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.Comparator;
+import java.util.List;
+import java.util.Map;
+import java.util.TreeMap;
+import java.util.concurrent.TimeUnit;
+import org.junit.jupiter.api.Test;
+
+/**
+ * The natives that take a name as a Java string, when the machine has no memory to convert it: each throws what it is known
+ * for, leaves the message as it was, and goes on working.
+ */
+class UnconvertibleTextTest {
+    /** Characters of a text that needs twice as many bytes, more than the child may have. */
+    private static final int LONG = 48 << 20;
+
+    /** What the child may take beyond what it has: enough for itself. */
+    private static final long SPARE = 40L << 20;
+
+    /** Calls every such native with a text that is too long to convert, and prints what is thrown. */
+    static final class Child {
+        public static void main(String[] arguments) throws Exception {
+            try (QuorlMsg message = new QuorlMsg("plant").addI32("n", 1)) {
+                long handle = message.ownHandle();
+                List<Method> natives = new ArrayList<>();
+                for (Method method : QuorlMsg.class.getDeclaredMethods()) {
+                    if (Modifier.isNative(method.getModifiers()) && Arrays.asList(method.getParameterTypes()).contains(String.class)) {
+                        natives.add(method);
+                    }
+                }
+                natives.sort(Comparator.comparing(Method::toString));
+                String unconvertible = "é".repeat(LONG);
+                limitMemory();
+                for (Method method : natives) {
+                    Class<?>[] types = method.getParameterTypes();
+                    for (int text = 0; text < types.length; text++) {
+                        if (types[text] == String.class) {
+                            Object[] values = values(types, handle);
+                            values[text] = unconvertible;
+                            System.out.println("thrown " + method.getName() + " " + thrown(method, values));
+                        }
+                    }
+                }
+                QuorlMsg.quorlMsg_AddI32UTF(handle, "still", 2, (short) 0, null);
+                System.out.println("left " + message.getSendSubject() + " " + message);
+            }
+        }
+
+        private static void limitMemory() throws IOException, InterruptedException {
+            String status = new String(new java.io.FileInputStream("/proc/self/status").readAllBytes());
+            long size = Long.parseLong(status.replaceAll("(?s).*VmSize:\\s*(\\d+) kB.*", "$1")) << 10;
+            Process prlimit = new ProcessBuilder("prlimit", "--pid", Long.toString(ProcessHandle.current().pid()),
+                    "--as=" + (size + SPARE) + ":" + (size + SPARE)).inheritIO().start();
+            if (!prlimit.waitFor(OpenLibrary.LIMIT.toSeconds(), TimeUnit.SECONDS) || prlimit.exitValue() != 0) {
+                throw new IllegalStateException("prlimit failed");
+            }
+        }
+
+        private static Object[] values(Class<?>[] types, long handle) {
+            Object[] values = new Object[types.length];
+            for (int i = 0; i < types.length; i++) {
+                Class<?> type = types[i];
+                values[i] = type == long.class ? (Object) (i == 0 ? handle : 0L) : type == int.class ? (Object) 1
+                        : type == short.class ? (Object) (short) 200 : type == byte.class ? (Object) (byte) 1
+                        : type == boolean.class ? (Object) true : type == float.class ? (Object) 1f
+                        : type == double.class ? (Object) 1.0 : type == String.class ? "short"
+                        : type == Object[].class ? new Object[] {new byte[1]}
+                        : type.isArray() ? java.lang.reflect.Array.newInstance(type.getComponentType(), 1) : null;
+            }
+            return values;
+        }
+
+        private static String thrown(Method method, Object[] values) throws IllegalAccessException {
+            try {
+                method.invoke(null, values);
+                return "nothing";
+            } catch (InvocationTargetException e) {
+                Throwable cause = e.getCause();
+                return cause instanceof QuorlException ? "status " + ((QuorlException) cause).getStatus()
+                        : cause.getClass().getSimpleName() + ": " + cause.getMessage();
+            }
+        }
+    }
+
+    private static String expected(String method) {
+        String name = method.substring("quorlMsg_".length());
+        switch (name) {
+            case "AddMsgUTF":
+            case "AddDateTimeUTF":
+            case "SetSendStringSubject":
+            case "SetReplyStringSubject":
+                return "status " + QuorlException.NO_MEMORY;
+            case "AddBoolUTF":
+            case "AddStringUTF":
+            case "UpdateStringUTF":
+                return "OutOfMemoryError: Cannot allocate memory for message field name.";
+            case "AddStringArrayUTF":
+            case "UpdateStringArrayUTF":
+            case "AddMsgArrayUTF":
+            case "UpdateMsgArrayUTF":
+                return "OutOfMemoryError: Cannot allocate memory for array processing.";
+            default:
+                return "OutOfMemoryError: Cannot allocate memory for message bytes.";
+        }
+    }
+
+    @Test
+    void everyNativeThrowsWhatItIsKnownFor() throws Exception {
+        List<String> options = new ArrayList<>(ChildProcess.withLibrary());
+        // Nothing is compiled meanwhile, since the compiler ends the machine when it finds no memory.
+        options.addAll(List.of("-Xint", "-Xmx192m", "-XX:+UseSerialGC"));
+        ChildProcess child = ChildProcess.run(Child.class, options);
+        assertEquals(0, child.exit, child.output);
+        assertTrue(!child.output.contains("in native method"), child.output);
+        Map<String, String> found = new TreeMap<>();
+        for (String line : child.output.split("\n")) {
+            if (line.startsWith("thrown ")) {
+                String[] words = line.split(" ", 3);
+                String before = found.put(words[1], words[2]);
+                assertTrue(before == null || before.equals(words[2]), line);
+            }
+        }
+        Map<String, String> expected = new TreeMap<>();
+        found.keySet().forEach(method -> expected.put(method, expected(method)));
+        assertEquals(expected, found);
+        // 2 lookups, 7 reads by name, 32 of one value, 19 of numbers, 4 of texts and messages, 6 of bytes, 2 subjects.
+        assertEquals(2 + 7 + 32 + 19 + 4 + 6 + 2, found.size());
+        assertTrue(child.output.contains("left plant {n=1, still=2}"), child.output);
+    }
+}
