@@ -32,7 +32,7 @@
  *              handle must not be used by two threads at once.
  * Strings.     Zero-terminated UTF-8. Strings given to the library are copied. Strings that it gives out belong to the
  *              object that they were read from and live until that object is changed or destroyed.
- * Time.        Seconds as double. Negative means for ever where a function waits. NaN is QUORL_INVALID_ARG.
+ * Time.        Seconds as double. Negative and infinite mean for ever where a function waits. NaN is QUORL_INVALID_ARG.
  */
 #ifndef QUORL_QUORL_H
 #define QUORL_QUORL_H
@@ -238,7 +238,7 @@ QUORL_API quorl_status quorlQueue_GetCount(quorlQueue queue, quorl_u32* count);
  * (private.h); QUORL_INVALID_QUEUE: no such queue, or destroyed during the wait. */
 QUORL_API quorl_status quorlQueue_TimedDispatch(quorlQueue queue, quorl_f64 timeout);
 
-/* The queue's priority in its groups, 0 to 4294967295, higher first; 1 at the start. */
+/* The queue's priority in its groups, 0 to 4294967295, higher first; 1 at the start. No value is refused. */
 QUORL_API quorl_status quorlQueue_SetPriority(quorlQueue queue, quorl_u32 priority);
 QUORL_API quorl_status quorlQueue_GetPriority(quorlQueue queue, quorl_u32* priority);
 
@@ -257,7 +257,8 @@ QUORL_API quorl_status quorlQueue_GetLimitPolicy(quorlQueue queue, quorlQueueLim
 QUORL_API quorl_status quorlQueueGroup_Create(quorlQueueGroup* group);
 /* Destroys a group, not its queues. Threads blocked in a dispatch of it return QUORL_INVALID_QUEUE_GROUP. */
 QUORL_API quorl_status quorlQueueGroup_Destroy(quorlQueueGroup group);
-/* Adds a queue; a queue may be in several groups. QUORL_ALREADY_EXISTS when it is in this one. */
+/* Adds a queue; a queue may be in any number of groups. QUORL_ALREADY_EXISTS when it is in this one; QUORL_INVALID_QUEUE
+ * for anything but a queue: groups hold no groups. */
 QUORL_API quorl_status quorlQueueGroup_Add(quorlQueueGroup group, quorlQueue queue);
 /* Takes a queue out. QUORL_INVALID_QUEUE when it is not in the group. */
 QUORL_API quorl_status quorlQueueGroup_Remove(quorlQueueGroup group, quorlQueue queue);
