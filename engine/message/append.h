@@ -1,26 +1,31 @@
-// The quick way to append a field: one with a name and without an id, to a message that has room and has handed out
-// nothing. Whatever is not as simple goes the general way, which append() of message.h is.
+// The quick way to append a field: one with a short name, to a message that has room and has handed out nothing. Whatever
+// is not as simple goes the general way, which append() of message.h is.
 #pragma once
 
 #include "message/message.h"
 
 namespace quorl::message {
 
-// The general way from the handle on.
-quorl_status appendGenerally(quorlMsg message, const char* name, uint16_t id, const Value& value) noexcept;
+// The general way from the handle on, for a value of such a type; length as Field::length.
+quorl_status appendGenerally(quorlMsg message, const char* name, uint16_t id, uint8_t type, uint32_t length,
+                             const void* data) noexcept;
 
-// Copies a name and its terminator. Up to 16 bytes go in two overlapping words: a call of memcpy costs more.
-[[gnu::always_inline]] inline void putName(uint8_t* to, const uint8_t* name, uint32_t length, uint32_t tail) noexcept {
-    if (length >= 8 && length <= 16) {
-        wire::store(to, wire::load<uint64_t>(name));
-        wire::store(to + length - 8, wire::load<uint64_t>(name + length - 8));
-    } else if (length >= 4 && length < 8) {
-        wire::store(to, wire::load<uint32_t>(name));
-        wire::store(to + length - 4, tail);
-    } else {
-        std::memcpy(to, name, length);
+// Copies a value. Short ones go in overlapping words, as names do.
+[[gnu::always_inline]] inline void putData(uint8_t* to, const void* data, uint32_t bytes) noexcept {
+    struct Words {
+        uint64_t first, second;
+    };
+    const auto* from = static_cast<const uint8_t*>(data);
+    if (__builtin_constant_p(bytes)) {
+        std::memcpy(to, data, bytes);
+    } else if (bytes >= sizeof(Words) && bytes <= 2 * sizeof(Words)) {
+        const auto head = wire::load<Words>(from);
+        const auto rest = wire::load<Words>(from + bytes - sizeof(Words));
+        wire::store(to, head);
+        wire::store(to + bytes - sizeof(Words), rest);
+    } else if (bytes != 0) {
+        std::memcpy(to, data, bytes);
     }
-    to[length] = 0;
 }
 
 // A value of bytes bytes at data; length as Field::length. For scalars both are constants.
@@ -30,17 +35,17 @@ template <uint8_t type>
     constexpr TypeInfo info = typeInfo(type);
     constexpr Kind kind = info.kind;
     static_assert(type < userTypeFirst && kind != Kind::message && kind != Kind::strings && kind != Kind::messages);
-    const auto generally = [&] { return appendGenerally(message, name, id, {type, kind, 0, length, bytes, data}); };
-    // Beside name and value: head, terminator, a length, padding, whose zeros are written as a whole word, and the
-    // table's entry.
-    constexpr size_t overhead = 2 + 5 + sizeof(uint64_t) + sizeof(Field);
+    const auto generally = [&] { return appendGenerally(message, name, id, type, length, data); };
+    // Beside the value: head, id, name, a length, padding, whose zeros are written as a whole word, and the table's entry.
+    constexpr size_t overhead = 3 + 2 * ShortText::wordSize + 5 + sizeof(uint64_t) + sizeof(Field);
 
     Slot* slot = resolve(message);
-    if (slot == nullptr || name == nullptr || id != 0 || slot->owner == Owner::outer) return generally();
+    if (slot == nullptr || name == nullptr || slot->owner == Owner::outer) return generally();
     Content* content = slot->content;
     if (content == nullptr || slot->handouts != nullptr || slot->marks != 0 || !content->unshared()) return generally();
-    const size_t nameLength = strnlen(name, QUORL_FIELD_NAME_MAX + 1);
-    if (nameLength > QUORL_FIELD_NAME_MAX) return generally();
+    ShortText text;
+    if (!text.read(name)) return generally();
+    if (id != 0 && findId(*content, id) != notFound) return generally();
 
     // Everything is read before the first byte is written: the compiler must take those bytes for anything.
     uint8_t* const image = content->image;
@@ -48,14 +53,19 @@ template <uint8_t type>
     const uint32_t count = content->count + 1;
     Field* const field = content->top - count;
     const size_t room = static_cast<size_t>(reinterpret_cast<uint8_t*>(field + 1) - (image + head));
-    if (room < overhead + nameLength + bytes || head + size_t{bytes} + 256 > wire::maxSize) return generally();
+    if (room < overhead + bytes || head + size_t{bytes} + 256 > wire::maxSize) return generally();
     const bool indexed = content->index.load(std::memory_order_relaxed) != nullptr;
 
-    const auto* text = reinterpret_cast<const uint8_t*>(name);
-    const uint32_t tail = wire::tailOf(text, static_cast<uint32_t>(nameLength));
-    image[head] = type | wire::headNamed;
-    putName(image + head + 1, text, static_cast<uint32_t>(nameLength), tail);
-    uint32_t at = head + 2 + static_cast<uint32_t>(nameLength);
+    const uint32_t tail = wire::tailOf(name, text);
+    uint32_t at = head + 1;
+    if (id != 0) {
+        wire::store(image + at, id);
+        at += sizeof id;
+    }
+    const uint32_t nameOffset = at - head;
+    image[head] = static_cast<uint8_t>(type | wire::headNamed | (id != 0 ? wire::headHasId : 0));
+    text.write(image + at);
+    at += text.length + 1;
     if constexpr (kind != Kind::scalar) {
         at = static_cast<uint32_t>(wire::putLength(image + at, length) - image);
         if constexpr (info.alignment > 1) {
@@ -63,9 +73,10 @@ template <uint8_t type>
             at = wire::alignUp(at, info.alignment);
         }
     }
-    if (bytes != 0) std::memcpy(image + at, data, bytes);
+    putData(image + at, data, bytes);
     const uint32_t size = at + bytes;
-    *field = {head, at, length, tail, 0, type, static_cast<uint8_t>(nameLength), 1, 0};
+    *field = {head, at, length, tail, id, type, static_cast<uint8_t>(text.length), static_cast<uint8_t>(nameOffset), 0};
+    wire::keepTail(field + count, count - 1, tail);
     content->size = size;
     content->count = count;
     wire::store(image + wire::sizeAt, size | uint64_t{count} << 32);

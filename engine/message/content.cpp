@@ -82,7 +82,7 @@ Content* copyContent(const Content& from, size_t grow) noexcept {
     copy->count = from.count;
     copy->depth = from.depth;
     std::memcpy(copy->image, from.image, from.size);
-    std::memcpy(copy->top - from.count, from.top - from.count, table);
+    std::memcpy(static_cast<void*>(copy->top - from.count), from.top - from.count, table + wire::tailsSize);
     return copy;
 }
 
@@ -117,30 +117,19 @@ Content* newEnvelopeOver(Content* base) noexcept {
 
 quorl_status readImage(const uint8_t* bytes, uint32_t size, Content** content) noexcept {
     wire::Fault fault;
-    if (!wire::checkHeader(bytes, size, 0, 0, &fault)) return report(fault);
-    // The bytes may change while they are read, so that only the copy is believed.
-    const uint32_t total = wire::load<uint32_t>(bytes + wire::sizeAt);
-    const uint32_t count = wire::load<uint32_t>(bytes + wire::countAt);
-    if (total > wire::maxSize || count > total / wire::minFieldSize) {
-        return fail(QUORL_CORRUPT_MSG, "corrupt message: it changes while it is read");
-    }
-    Content* made = newBlock(total + count * sizeof(Field));
-    if (made == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a message of %u bytes", total);
-    std::memcpy(made->image, bytes, total);
-    made->size = total;
-    made->count = count;
-    const bool same = wire::load<uint32_t>(made->image + wire::sizeAt) == total &&
-                      wire::load<uint32_t>(made->image + wire::countAt) == count;
-    quorl_status status = QUORL_OK;
-    if (!same) {
-        status = fail(QUORL_CORRUPT_MSG, "corrupt message: it changes while it is read");
-    } else if (!wire::checkHeader(made->image, total, 0, 0, &fault) ||
-               !wire::Walk<true>(made->image, total, 0, 0, &fault).whole(count, made->top, &made->depth)) {
-        status = report(fault);
-    }
-    if (status != QUORL_OK) {
+    if (size < wire::headerSize) return wire::checkHeader(bytes, size, 0, 0, &fault), report(fault);
+    // The bytes may change while they are read: the header is read once, and of the rest only the copy is believed.
+    const auto header = wire::load<wire::Header>(bytes);
+    if (!wire::checkHeader(header, size, 0, 0, &fault)) return report(fault);
+    Content* made = newBlock(header.size + header.count * sizeof(Field));
+    if (made == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a message of %u bytes", header.size);
+    wire::store(made->image, header);
+    std::memcpy(made->image + wire::headerSize, bytes + wire::headerSize, header.size - wire::headerSize);
+    made->size = header.size;
+    made->count = header.count;
+    if (!wire::Walk<true>(made->image, header.size, 0, 0, &fault).whole(header.count, made->top, &made->depth)) {
         made->release();
-        return status;
+        return report(fault);
     }
     *content = made;
     return QUORL_OK;

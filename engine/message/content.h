@@ -1,11 +1,16 @@
 // A message's content: its wire image, the table of its fields and its subjects, in one block of memory.
 //
-// One block holds, in this order: the Content itself, the image, which grows up, free room, and the table of fields,
-// which grows down from the block's end. A content is counted; while more than one reference is out it never changes,
+// One block holds, in this order: the Content itself, the image, which grows up, free room, the table of fields, which
+// grows down, and behind it the first names' tails (wire::tailsSize bytes). A content is counted; while more than one reference is out it never changes,
 // so that any number of threads may read it. A view is a content whose image lies in another one, its base.
 #pragma once
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include <atomic>
+#include <bit>
 #include <cstdint>
 #include <string_view>
 
@@ -39,7 +44,7 @@ class alignas(cacheLine) Content {
     std::atomic<uint32_t> references;
     uint32_t size;   // bytes of the image
     uint8_t* image;  // aligned to wire::imageAlignment
-    Field* top;      // the table's end: field i is top[-1 - i]
+    Field* top;      // the table's end: field i is top[-1 - i]; the tails stand behind it
     uint32_t count;  // fields
     uint8_t sizeClass;
     uint8_t depth;  // levels of messages inside; of a view not known (0)
@@ -136,19 +141,49 @@ uint32_t findName(const Content& content, const Name& name) noexcept;
 // The first field with that name at index from or behind it.
 uint32_t findNameFrom(const Content& content, const Name& name, uint32_t from) noexcept;
 
-// Up to 16 bytes are compared in two overlapping words, without the call that memcmp is.
-inline bool sameName(const Content& content, const Field& field, const Name& name) noexcept {
+// Up to this many fields a search looks at each.
+constexpr uint32_t fewFields = wire::tailsKept;
+
+// Compared word by word, the last one overlapping the one before it, without the call that memcmp is.
+[[gnu::always_inline]] inline bool sameName(const Content& content, const Field& field, const Name& name) noexcept {
     if (field.tail != name.tail || field.nameLength != name.length) return false;
     const uint32_t length = name.length;
     if (length < 4 || length == wire::noName) return true;  // the tail is all of it
     const uint8_t* present = content.image + field.name();
     const auto* given = reinterpret_cast<const uint8_t*>(name.text);
     if (length <= 8) return wire::load<uint32_t>(present) == wire::load<uint32_t>(given);
-    if (length <= 16) {
-        return wire::load<uint64_t>(present) == wire::load<uint64_t>(given) &&
-               wire::load<uint64_t>(present + length - 8) == wire::load<uint64_t>(given + length - 8);
+    for (uint32_t i = 0; i < length - 8; i += 8) {
+        if (wire::load<uint64_t>(present + i) != wire::load<uint64_t>(given + i)) return false;
     }
-    return std::memcmp(present, given, length) == 0;
+    return wire::load<uint64_t>(present + length - 8) == wire::load<uint64_t>(given + length - 8);
+}
+
+// The bits of those of the tails behind top that are tail.
+[[gnu::always_inline]] inline uint32_t sameTails(const Field* top, uint32_t tail) noexcept {
+    static_assert(wire::tailsKept == 16);
+#ifdef __SSE2__
+    const auto* from = reinterpret_cast<const __m128i*>(top);
+    const __m128i wanted = _mm_set1_epi32(static_cast<int>(tail));
+    const auto same = [&](int four) { return _mm_cmpeq_epi32(_mm_loadu_si128(from + four), wanted); };
+    const __m128i words = _mm_packs_epi16(_mm_packs_epi32(same(0), same(1)), _mm_packs_epi32(same(2), same(3)));
+    return static_cast<uint32_t>(_mm_movemask_epi8(words));
+#else
+    const auto* tails = reinterpret_cast<const uint32_t*>(top);
+    uint32_t bits = 0;
+    for (uint32_t i = 0; i < wire::tailsKept; ++i) bits |= uint32_t{tails[i] == tail} << i;
+    return bits;
+#endif
+}
+
+// The search in a content with at most fewFields fields: the tails are compared all at once, and what they leave is
+// looked at in the order of the fields.
+[[gnu::always_inline]] inline uint32_t findAmongFew(const Content& content, const Name& name) noexcept {
+    uint32_t candidates = sameTails(content.top, name.tail) & ((1u << content.count) - 1);
+    for (; candidates != 0; candidates &= candidates - 1) {
+        const auto index = static_cast<uint32_t>(std::countr_zero(candidates));
+        if (sameName(content, content.field(index), name)) return index;
+    }
+    return notFound;
 }
 
 // Tells the index, if there is one, of the field that was appended last. The content must be unshared.

@@ -134,19 +134,17 @@ uint32_t findNameFrom(const Content& content, const Name& name, uint32_t from) n
 }
 
 uint32_t findName(const Content& content, const Name& name) noexcept {
-    if (content.count > fewFields) {
-        if (const FieldIndex* index = indexOf(content)) {
-            const uint64_t hash = hashOf(name);
-            const uint64_t* names = index->names();
-            for (uint32_t at = static_cast<uint32_t>(hash) & index->mask; names[at] != 0; at = (at + 1) & index->mask) {
-                if (names[at] >> 32 != hash >> 32) continue;
-                const uint32_t number = fieldOf(names[at]);
-                if (sameName(content, content.field(number), name)) return number;
-            }
-            return notFound;
-        }
+    if (content.count <= fewFields) return findAmongFew(content, name);
+    const FieldIndex* index = indexOf(content);
+    if (index == nullptr) return findNameFrom(content, name, 0);
+    const uint64_t hash = hashOf(name);
+    const uint64_t* names = index->names();
+    for (uint32_t at = static_cast<uint32_t>(hash) & index->mask; names[at] != 0; at = (at + 1) & index->mask) {
+        if (names[at] >> 32 != hash >> 32) continue;
+        const uint32_t number = fieldOf(names[at]);
+        if (sameName(content, content.field(number), name)) return number;
     }
-    return findNameFrom(content, name, 0);
+    return notFound;
 }
 
 uint32_t findId(const Content& content, uint16_t id) noexcept {

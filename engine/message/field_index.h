@@ -18,7 +18,4 @@ struct FieldIndex {
     const uint64_t* ids() const noexcept { return names() + mask + 1; }
 };
 
-// Up to this many fields a search looks at each.
-constexpr uint32_t fewFields = 16;
-
 }  // namespace quorl::message

@@ -10,12 +10,16 @@ constinit std::atomic<Slot*> handles::chunks[handles::maxChunks] = {};
 namespace {
 
 // What messages without fields and subjects are read as. Never written, never counted.
-constinit Field noFields[1] = {};
+struct NoFields {
+    Field table[1];
+    uint32_t tails[wire::tailsKept];
+};
+constinit NoFields noFields = {};
 constinit Content emptyContent = {
     .references = 1,
     .size = wire::headerSize,
     .image = const_cast<uint8_t*>(emptyImage),
-    .top = noFields,
+    .top = noFields.table + 1,
     .count = 0,
     .sizeClass = 0,
     .depth = 0,

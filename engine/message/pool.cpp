@@ -25,7 +25,7 @@ namespace {
 
 // Whole blocks, the Content included. The smallest takes a message of a few fields, the third and the fourth the ones
 // around 1 and 4 KiB, the last 8 KiB and its surroundings. Larger blocks are not kept.
-constexpr size_t blockSizes[] = {512, 1280, 2560, 5120, 9472};
+constexpr size_t blockSizes[] = {576, 1344, 2624, 5184, 9536};
 constexpr unsigned classes = std::size(blockSizes);
 constexpr uint8_t noClass = classes;
 
@@ -294,18 +294,25 @@ inline void count(ThreadCache* mine, int messages) noexcept {
     depot.messages += messages;
 }
 
+// What a block holds beside the room: the Content before it, the tails behind it.
+constexpr size_t besideRoom = sizeof(Content) + wire::tailsSize;
+
+Field* tableEnd(Content* block, size_t size) noexcept {
+    return reinterpret_cast<Field*>(reinterpret_cast<char*>(block) + size - wire::tailsSize);
+}
+
 [[gnu::noinline]] Content* acquireLarge(size_t room) noexcept {
-    const size_t size = (sizeof(Content) + room + cacheLine - 1) & ~(cacheLine - 1);
+    const size_t size = (besideRoom + room + cacheLine - 1) & ~(cacheLine - 1);
     auto* block = static_cast<Content*>(allocate(size));
     if (block == nullptr) return nullptr;
     block->sizeClass = noClass;
-    block->top = reinterpret_cast<Field*>(reinterpret_cast<char*>(block) + size);
+    block->top = tableEnd(block, size);
     return block;
 }
 
 inline unsigned classFor(size_t room) noexcept {
     unsigned sizeClass = 0;
-    while (sizeClass < classes && sizeof(Content) + room > blockSizes[sizeClass]) ++sizeClass;
+    while (sizeClass < classes && besideRoom + room > blockSizes[sizeClass]) ++sizeClass;
     return sizeClass;
 }
 
@@ -323,7 +330,7 @@ inline Content* acquireBlock(ThreadCache* mine, unsigned sizeClass) noexcept {
         prefetchToWrite(next + blockSizes[sizeClass] - cacheLine);
     }
     block->sizeClass = static_cast<uint8_t>(sizeClass);
-    block->top = reinterpret_cast<Field*>(reinterpret_cast<char*>(block) + blockSizes[sizeClass]);
+    block->top = tableEnd(block, blockSizes[sizeClass]);
     unpoison(block);
     return block;
 }

@@ -10,7 +10,7 @@
 
 namespace quorl::message::pool {
 
-// A block for a content with room bytes behind it. Only sizeClass and top are set. Null: no memory.
+// A block for a content with room bytes for its image and its table. Only sizeClass and top are set. Null: no memory.
 Content* acquire(size_t room) noexcept;
 void release(Content* block) noexcept;
 

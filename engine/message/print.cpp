@@ -310,7 +310,7 @@ void message(Text& to, const uint8_t* image) noexcept {
     to.put('{');
     for (uint32_t i = 0; i < count; ++i) {
         Field field;
-        walk.read(at, field, at);
+        at = walk.read(at, field);
         if (i != 0) to.put(", ");
         if (field.nameLength == wire::noName) {
             to.put('#');

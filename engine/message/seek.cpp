@@ -1,8 +1,6 @@
 // Finding the field that a caller asks for.
 #include "message/seek.h"
 
-#include "message/field_index.h"
-
 namespace quorl::message {
 namespace {
 
@@ -10,33 +8,11 @@ Found at(Slot* slot, const Content& content, uint32_t index) noexcept {
     return {slot, &content.field(index)};
 }
 
-}  // namespace
-
-Found seek(quorlMsg message, const char* name, uint16_t id, quorl_status* status) noexcept {
+// The search with all its answers.
+[[gnu::noinline]] Found seekGenerally(quorlMsg message, const char* name, uint16_t id, quorl_status* status) noexcept {
     Slot* slot;
     Content* content;
     Name checked;
-    // The quick way is that of nearly every call: a name, no id, few fields.
-    slot = resolve(message);
-    if (slot != nullptr && name != nullptr && id == 0 && slot->content != nullptr) [[likely]] {
-        content = slot->content;
-        const size_t length = strnlen(name, QUORL_FIELD_NAME_MAX + 1);
-        if (length <= QUORL_FIELD_NAME_MAX) [[likely]] {
-            checked = Name(name, static_cast<uint32_t>(length));
-            if (content->count > fewFields) {
-                const uint32_t index = findName(*content, checked);
-                if (index != notFound) return at(slot, *content, index);
-            } else {
-                const Field* const last = content->top - content->count;
-                for (const Field* field = content->top; field != last;) {
-                    --field;
-                    if (field->tail == checked.tail && sameName(*content, *field, checked)) return {slot, field};
-                }
-            }
-            *status = missing(name, id);
-            return {};
-        }
-    }
     *status = open(message, &slot, &content);
     if (*status != QUORL_OK) return {};
     *status = readName(name, &checked);
@@ -46,6 +22,27 @@ Found seek(quorlMsg message, const char* name, uint16_t id, quorl_status* status
     if (*status == QUORL_OK) return at(slot, *content, index);
     if (*status == QUORL_NOT_FOUND) *status = missing(name, id);
     return {};
+}
+
+}  // namespace
+
+Found seek(quorlMsg message, const char* name, uint16_t id, quorl_status* status) noexcept {
+    // The quick way is that of nearly every call: a short name and no id, and a message with few fields.
+    Slot* slot = resolve(message);
+    if (slot == nullptr || name == nullptr || id != 0) return seekGenerally(message, name, id, status);
+    const Content* content = slot->content;
+    if (content == nullptr || content->count > fewFields) return seekGenerally(message, name, id, status);
+    ShortText text;
+    if (!text.read(name)) return seekGenerally(message, name, id, status);
+    const uint32_t tail = wire::tailOf(name, text);
+    const Field* const top = content->top;
+    uint32_t candidates = sameTails(top, tail) & ((1u << content->count) - 1);
+    for (; candidates != 0; candidates &= candidates - 1) {
+        const Field* field = top - 1 - std::countr_zero(candidates);
+        // Behind an image there is always more in the block than a short text is long.
+        if (text.equals(content->image + field->name()) && field->nameLength != wire::noName) return {slot, field};
+    }
+    return seekGenerally(message, name, id, status);
 }
 
 Found seekInstance(quorlMsg message, const char* name, uint32_t instance, quorl_status* status) noexcept {

@@ -2,28 +2,39 @@
 #include "message/wire.h"
 
 #include <algorithm>
+#include <array>
 
 #include "base/status.h"
 
 namespace quorl::message::wire {
 
-bool checkHeader(const uint8_t* image, uint32_t limit, uint32_t base, uint32_t level, Fault* fault) noexcept {
-    auto bad = [&](const char* what, uint32_t at) {
-        *fault = {what, base + at, 0, level};
-        return false;
-    };
-    if (limit < headerSize) return bad("the header is cut short", 0);
-    uint32_t word = load<uint32_t>(image);
-    if ((word & 0xffff) != (magic & 0xffff)) return bad("no message begins here", 0);
-    if (word != magic) return bad("unknown format version", 2);
-    uint32_t size = load<uint32_t>(image + sizeAt);
-    if (size < headerSize) return bad("the size is smaller than the header", sizeAt);
-    if (size > maxSize) return bad("the size is above the limit", sizeAt);
-    if (size > limit) return bad("the size reaches past the end", sizeAt);
-    if (load<uint32_t>(image + countAt) > (size - headerSize) / minFieldSize) {
+namespace {
+
+bool badHeader(const char* what, uint32_t at, uint32_t level, Fault* fault) noexcept {
+    *fault = {what, at, 0, level};
+    return false;
+}
+
+}  // namespace
+
+bool checkHeader(const Header& header, uint32_t limit, uint32_t base, uint32_t level, Fault* fault) noexcept {
+    const auto bad = [&](const char* what, uint32_t at) { return badHeader(what, base + at, level, fault); };
+    if (header.magic != magic) {
+        if ((header.magic & 0xffff) != (magic & 0xffff)) return bad("no message begins here", 0);
+        return bad("unknown format version", 2);
+    }
+    if (header.size < headerSize) return bad("the size is smaller than the header", sizeAt);
+    if (header.size > maxSize) return bad("the size is above the limit", sizeAt);
+    if (header.size > limit) return bad("the size reaches past the end", sizeAt);
+    if (header.count > (header.size - headerSize) / minFieldSize) {
         return bad("more fields than bytes for them", countAt);
     }
     return true;
+}
+
+bool checkHeader(const uint8_t* image, uint32_t limit, uint32_t base, uint32_t level, Fault* fault) noexcept {
+    if (limit < headerSize) return badHeader("the header is cut short", base, level, fault);
+    return checkHeader(load<Header>(image), limit, base, level, fault);
 }
 
 quorl_status report(const Fault& fault) noexcept {
@@ -36,11 +47,56 @@ quorl_status report(const Fault& fault) noexcept {
 
 namespace {
 
-// The high bit of each zero byte of word, of those below it exactly: the lowest set bit is right.
-constexpr uint64_t zeroBytes(uint64_t word) noexcept {
-    constexpr uint64_t ones = 0x0101010101010101u;
-    return (word - ones) & ~word & (ones << 7);
+// Whether the only zero among bytes is the last one. Short texts are looked through here: a call of memchr costs more.
+[[gnu::always_inline]] inline bool endsWithOnlyZero(const uint8_t* text, uint32_t bytes) noexcept {
+    if (bytes == 0 || text[bytes - 1] != 0) return false;
+    constexpr uint32_t word = sizeof(uint64_t);
+    const uint32_t length = bytes - 1;
+    if (length >= word && length <= 8 * word) {
+        for (uint32_t i = 0; i <= length - word; i += word) {
+            if (zeroBytes(load<uint64_t>(text + i)) != 0) return false;
+        }
+        return zeroBytes(load<uint64_t>(text + length - word)) == 0;
+    }
+    return std::memchr(text, 0, bytes) == text + length;
 }
+
+// What the quick reader does with a type.
+enum class Simple : uint8_t {
+    scalar,
+    boolean,
+    dateTime,
+    string,
+    bytes,
+    numbers,
+    no,  // leaves it to the other one
+};
+
+struct SimpleInfo {
+    Simple kind;
+    uint8_t size;     // of a scalar
+    uint8_t shift;    // of an element's size
+    uint8_t padding;  // the most zeros before the value: its alignment less one
+};
+
+constexpr std::array<SimpleInfo, headTypeMask + 1> simpleTable = [] {
+    std::array<SimpleInfo, headTypeMask + 1> table{};
+    for (uint8_t type = 0; type < table.size(); ++type) {
+        const TypeInfo& info = typeInfo(type);
+        SimpleInfo& row = table[type];
+        row.kind = Simple::no;
+        row.size = info.wireSize;
+        row.shift = static_cast<uint8_t>(std::bit_width(info.wireSize) - 1);
+        row.padding = static_cast<uint8_t>(info.alignment - 1);
+        if (info.kind == Kind::scalar) row.kind = Simple::scalar;
+        if (info.kind == Kind::string) row.kind = Simple::string;
+        if (info.kind == Kind::bytes) row.kind = Simple::bytes;
+        if (info.kind == Kind::numbers) row.kind = Simple::numbers;
+        if (type == QUORLMSG_BOOL) row.kind = Simple::boolean;
+        if (type == QUORLMSG_DATETIME) row.kind = Simple::dateTime;
+    }
+    return table;
+}();
 
 }  // namespace
 
@@ -92,7 +148,7 @@ bool Walk<checked>::nameLength(uint32_t at, uint32_t* length) noexcept {
     uint32_t done = 0;
     for (; room - done >= 8; done += 8) {
         if (const uint64_t zeros = zeroBytes(load<uint64_t>(image_ + at + done)); zeros != 0) {
-            *length = done + static_cast<uint32_t>(std::countr_zero(zeros)) / 8;
+            *length = done + firstZero(zeros);
             return true;
         }
     }
@@ -148,60 +204,69 @@ bool Walk<checked>::inner(uint32_t at, uint32_t* size, uint8_t* depth) noexcept 
 }
 
 // Reads what nearly every field is: one with a name of up to fifteen bytes, no id, and a number, or at most 127 bytes or
-// numbers. False: it is another one, or has a fault; read() will tell. In one piece and without calls but memchr, since
-// the time that it takes is the time to read a message.
+// numbers. 0: it is another one, or has a fault; read() will tell. In one piece and, but for long texts, without calls,
+// since the time that it takes is the time to read a message.
 template <bool checked>
-[[gnu::always_inline]] inline bool Walk<checked>::readSimple(uint32_t at, Field& field, uint32_t& end) noexcept {
+[[gnu::always_inline]] inline uint32_t Walk<checked>::readSimple(uint32_t at, Field& field) const noexcept {
     const uint8_t* const image = image_;
     const uint32_t size = size_;
-    constexpr uint32_t words = 2 * sizeof(uint64_t);
-    if (at + words >= size) return false;
-    const uint8_t first = image[at];
-    if ((first & (headNamed | headHasId)) != headNamed) return false;
+    constexpr uint32_t word = sizeof(uint64_t);
+    if (at + 2 * word >= size) return 0;  // the words of the name can be read, and no scalar begins behind the end
+    const uint32_t type = image[at] ^ headNamed;
+    if (type >= simpleTable.size()) return 0;
+    const SimpleInfo& info = simpleTable[type];
+    const Simple kind = info.kind;
+    const uint64_t name = load<uint64_t>(image + at + 1);
+    uint64_t zeros = zeroBytes(name);
     uint32_t nameLength = 0;
-    uint64_t zeros = zeroBytes(load<uint64_t>(image + at + 1));
     if (zeros == 0) {
-        zeros = zeroBytes(load<uint64_t>(image + at + 9));
-        if (zeros == 0) return false;
-        nameLength = 8;
+        zeros = zeroBytes(load<uint64_t>(image + at + 1 + word));
+        if (zeros == 0) return 0;
+        nameLength = word;
     }
-    nameLength += static_cast<uint32_t>(std::countr_zero(zeros)) / 8;
-    const uint8_t type = first & headTypeMask;
-    const TypeInfo info = typeInfo(type);
+    nameLength += firstZero(zeros);
     uint32_t value = at + 2 + nameLength;
-    uint32_t length = 1;
-    if (info.kind != Kind::scalar) {
-        if (info.kind != Kind::numbers && info.kind != Kind::string && info.kind != Kind::bytes) return false;
-        if (value >= size) return false;
-        length = image[value++];
-        if (length >= 0x80) return false;
-        for (; value % info.alignment != 0; ++value) {
-            if (checked && (value >= size || image[value] != 0)) return false;
+    const uint32_t tail =
+        nameLength >= 4 ? load<uint32_t>(image + value - 5) : static_cast<uint32_t>(name & upToZero(zeros));
+    if (kind < Simple::string) {
+        const uint32_t bytes = info.size;
+        if (checked) {
+            if (bytes > size - value) return 0;
+            if (kind != Simple::scalar) {
+                if (kind == Simple::boolean && image[value] > 1) return 0;
+                if (kind == Simple::dateTime && load<uint32_t>(image + value + 8) > 999'999'999) return 0;
+            }
         }
+        field = {at, value, 1, tail, 0, static_cast<uint8_t>(type), static_cast<uint8_t>(nameLength), 1, 0};
+        return value + bytes;
     }
-    const uint32_t bytes = length * info.wireSize;
+    if (value + 1 + word > size || kind == Simple::no) return 0;
+    const uint32_t length = image[value++];
+    if (length >= 0x80) return 0;
+    uint32_t bytes = length;
+    if (kind == Simple::numbers) {
+        const uint32_t over = -value & info.padding;
+        if (checked && (load<uint64_t>(image + value) & ((uint64_t{1} << over * 8) - 1)) != 0) return 0;
+        value += over;
+        bytes <<= info.shift;
+    }
     if (checked) {
-        if (value > size || bytes > size - value) return false;
-        if (type == QUORLMSG_BOOL && image[value] > 1) return false;
-        if (type == QUORLMSG_DATETIME && load<uint32_t>(image + value + 8) > 999'999'999) return false;
-        if (type == QUORLMSG_STRING &&
-            (bytes == 0 || std::memchr(image + value, 0, bytes) != image + value + bytes - 1)) {
-            return false;
-        }
+        if (bytes > size - value) return 0;
+        if (kind == Simple::string && !endsWithOnlyZero(image + value, bytes)) return 0;
     }
-    field = {at, value, length, tailOf(image + at + 1, nameLength), 0, type, static_cast<uint8_t>(nameLength), 1, 0};
-    end = value + bytes;
-    return true;
+    field = {at, value, length, tail, 0, static_cast<uint8_t>(type), static_cast<uint8_t>(nameLength), 1, 0};
+    return value + bytes;
 }
 
 template <bool checked>
-bool Walk<checked>::read(uint32_t at, Field& field, uint32_t& end) noexcept {
+uint32_t Walk<checked>::read(uint32_t at, Field& field) noexcept {
     const uint8_t* const image = image_;
     const uint32_t size = size_;
     const uint32_t start = at;
-    if (checked && at >= size) return bad("a field is missing", at);
+    const auto none = [&](const char* what, uint32_t where) -> uint32_t { return bad(what, where); };
+    if (checked && at >= size) return none("a field is missing", at);
     Head head;
-    if (!anyHead(at, head)) return false;
+    if (!anyHead(at, head)) return 0;
     at = head.end;
     const uint8_t type = static_cast<uint8_t>(head.type);
     const uint32_t tail = head.nameLength == noName ? 0 : tailOf(image + start + head.nameOffset, head.nameLength);
@@ -215,8 +280,7 @@ bool Walk<checked>::read(uint32_t at, Field& field, uint32_t& end) noexcept {
                  static_cast<uint8_t>(head.nameLength),
                  static_cast<uint8_t>(head.nameOffset),
                  depth};
-        end = behind;
-        return true;
+        return behind;
     };
 
     const TypeInfo& info = typeInfo(type);
@@ -225,53 +289,53 @@ bool Walk<checked>::read(uint32_t at, Field& field, uint32_t& end) noexcept {
     switch (info.kind) {
         case Kind::scalar:
             if (checked) {
-                if (size - at < info.wireSize) return bad("a value is cut short", at);
-                if (type == QUORLMSG_BOOL && image[at] > 1) return bad("a boolean is neither 0 nor 1", at);
+                if (size - at < info.wireSize) return none("a value is cut short", at);
+                if (type == QUORLMSG_BOOL && image[at] > 1) return none("a boolean is neither 0 nor 1", at);
                 if (type == QUORLMSG_DATETIME && load<uint32_t>(image + at + 8) > 999'999'999) {
-                    return bad("a date-time's nanoseconds are above 999999999", at + 8);
+                    return none("a date-time's nanoseconds are above 999999999", at + 8);
                 }
             }
             return found(at, 1, at + info.wireSize, 0);
         case Kind::string:
-            if (!this->length(at, &length)) return false;
+            if (!this->length(at, &length)) return 0;
             if (checked) {
-                if (length == 0) return bad("a string has no terminator", at);
-                if (length > size - at) return bad("a value is cut short", at);
+                if (length == 0) return none("a string has no terminator", at);
+                if (length > size - at) return none("a value is cut short", at);
                 if (std::memchr(image + at, 0, length) != image + at + length - 1) {
-                    return bad("a string's terminator is not at its end", at);
+                    return none("a string's terminator is not at its end", at);
                 }
             }
             return found(at, length, at + length, 0);
         case Kind::bytes:
-            if (!this->length(at, &length)) return false;
-            if (checked && length > size - at) return bad("a value is cut short", at);
+            if (!this->length(at, &length)) return 0;
+            if (checked && length > size - at) return none("a value is cut short", at);
             return found(at, length, at + length, 0);
         case Kind::numbers:
-            if (!this->length(at, &length) || !padding(at, info.alignment)) return false;
-            if (checked && length > (size - at) / info.wireSize) return bad("an array is cut short", at);
+            if (!this->length(at, &length) || !padding(at, info.alignment)) return 0;
+            if (checked && length > (size - at) / info.wireSize) return none("an array is cut short", at);
             return found(at, length, at + length * info.wireSize, 0);
         case Kind::strings: {
             uint32_t bytes;
-            if (!this->length(at, &length) || !this->length(at, &bytes)) return false;
+            if (!this->length(at, &length) || !this->length(at, &bytes)) return 0;
             if (checked) {
-                if (bytes > size - at) return bad("an array is cut short", at);
+                if (bytes > size - at) return none("an array is cut short", at);
                 const uint8_t* from = image + at;
-                if (bytes != 0 && from[bytes - 1] != 0) return bad("a string has no terminator", at + bytes - 1);
+                if (bytes != 0 && from[bytes - 1] != 0) return none("a string has no terminator", at + bytes - 1);
                 if (std::count(from, from + bytes, 0) != static_cast<ptrdiff_t>(length)) {
-                    return bad("an array holds another number of strings", at);
+                    return none("an array holds another number of strings", at);
                 }
             }
             return found(at, length, at + bytes, 0);
         }
         case Kind::message:
-            if (!padding(at, info.alignment) || !inner(at, &length, &depth)) return false;
+            if (!padding(at, info.alignment) || !inner(at, &length, &depth)) return 0;
             return found(at, length, at + length, depth);
         case Kind::messages: {
-            if (!this->length(at, &length) || !padding(at, info.alignment)) return false;
+            if (!this->length(at, &length) || !padding(at, info.alignment)) return 0;
             const uint32_t value = at;
             for (uint32_t i = 0; i < length; ++i) {
                 uint32_t bytes;
-                if (!padding(at, info.alignment) || !inner(at, &bytes, &depth)) return false;
+                if (!padding(at, info.alignment) || !inner(at, &bytes, &depth)) return 0;
                 at += bytes;
             }
             return found(value, length, at, depth);
@@ -279,45 +343,64 @@ bool Walk<checked>::read(uint32_t at, Field& field, uint32_t& end) noexcept {
         case Kind::none:
             break;
     }
-    return bad("a type code is reserved", start);
+    return none("a type code is reserved", start);
+}
+
+// Reads a field that is not simple and counts what it holds. The fault, if there is one, is complete.
+template <bool checked>
+[[gnu::noinline]] uint32_t Walk<checked>::readOther(uint32_t at, uint32_t index, Field& field, Seen& seen) noexcept {
+    const uint32_t end = read(at, field);
+    if (!checked) return end;
+    const auto wrong = [&] {
+        if (fault_->level == level_) fault_->field = index;
+        return 0;
+    };
+    if (end == 0) return wrong();
+    seen.depth = std::max(seen.depth, field.depth);
+    if (field.id == 0) return end;
+    if (seen.idCount < Seen::fewIds) {
+        const auto* last = seen.ids + seen.idCount;
+        if (std::find(static_cast<const uint16_t*>(seen.ids), last, field.id) != last) {
+            bad("two fields have the same id", field.head);
+            return wrong();
+        }
+        seen.ids[seen.idCount] = field.id;
+    }
+    ++seen.idCount;
+    return end;
+}
+
+template <bool checked>
+template <bool keep>
+[[gnu::always_inline]] inline uint32_t Walk<checked>::readAll(uint32_t count, Field* top, Seen& seen) noexcept {
+    uint32_t at = headerSize;
+    Field scratch;
+    for (uint32_t index = 0; index < count; ++index) {
+        Field& field = keep ? top[-1 - static_cast<ptrdiff_t>(index)] : scratch;
+        uint32_t end = readSimple(at, field);
+        if (end == 0) [[unlikely]] {
+            end = readOther(at, index, field, seen);
+            if (end == 0) return 0;
+        }
+        if (keep) keepTail(top, index, field.tail);
+        at = end;
+    }
+    return at;
 }
 
 template <bool checked>
 bool Walk<checked>::whole(uint32_t count, Field* top, uint8_t* depth) noexcept {
-    constexpr uint32_t fewIds = 16;  // that many are compared with each other as they come
-    uint16_t ids[fewIds];
-    uint32_t idCount = 0;
-    uint32_t at = headerSize;
-    uint8_t deepest = 0;
-    Field scratch;
-    const auto wrong = [&](uint32_t index) {
-        if (fault_->level == level_) fault_->field = index;
-        return false;
-    };
-    for (uint32_t index = 0; index < count; ++index) {
-        Field& field = top != nullptr ? *--top : scratch;
-        if (readSimple(at, field, at)) continue;
-        if (!read(at, field, at)) return wrong(index);
-        if (!checked) continue;
-        deepest = std::max(deepest, field.depth);
-        if (field.id != 0) {
-            if (idCount < fewIds) {
-                if (std::find(ids, ids + idCount, field.id) != ids + idCount) {
-                    bad("two fields have the same id", field.head);
-                    return wrong(index);
-                }
-                ids[idCount] = field.id;
-            }
-            ++idCount;
-        }
-    }
+    Seen seen;
+    const uint32_t end = top != nullptr ? readAll<true>(count, top, seen) : readAll<false>(count, top, seen);
     if (!checked) return true;
-    *depth = deepest;
-    if (at != size_) {
-        bad("bytes are left over behind the last field", at);
-        return wrong(count == 0 ? 0 : count - 1);
+    if (end == 0) return false;
+    *depth = seen.depth;
+    if (end != size_) {
+        bad("bytes are left over behind the last field", end);
+        if (count != 0) fault_->field = count - 1;
+        return false;
     }
-    return idCount <= fewIds || uniqueIds(count);
+    return seen.idCount <= Seen::fewIds || uniqueIds(count);
 }
 
 // Apart from whole, so that nested messages do not pile up its table on the stack.
@@ -328,7 +411,7 @@ template <bool checked>
     uint32_t at = headerSize;
     Field field;
     for (uint32_t index = 0; index < count; ++index) {
-        walk.read(at, field, at);
+        at = walk.read(at, field);
         if (field.id == 0) continue;
         const uint64_t bit = uint64_t{1} << (field.id % 64);
         if (seen[field.id / 64] & bit) {
@@ -352,7 +435,7 @@ uint8_t depthOf(const uint8_t* image) noexcept {
     uint32_t at = headerSize;
     Field field;
     for (uint32_t index = 0; index < count; ++index) {
-        walk.read(at, field, at);
+        at = walk.read(at, field);
         if (typeInfo(field.type).kind != Kind::message && typeInfo(field.type).kind != Kind::messages) continue;
         uint32_t inner = field.value;
         for (uint32_t i = 0; i < field.length && inner < at; ++i) {

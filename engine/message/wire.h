@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "message/short_text.h"
 #include "message/types.h"
 #include "quorl/quorl.h"
 
@@ -82,8 +83,22 @@ struct Field {
 inline uint32_t tailOf(const void* name, uint32_t length) noexcept {
     const auto* bytes = static_cast<const uint8_t*>(name);
     if (length >= 4) return load<uint32_t>(bytes + length - 4);
-    if (length == 0) return 0;
-    return bytes[0] | uint32_t{bytes[length / 2]} << 8 | uint32_t{bytes[length - 1]} << 16;
+    uint32_t tail = 0;
+    for (uint32_t i = 0; i < length; ++i) tail |= uint32_t{bytes[i]} << 8 * i;
+    return tail;
+}
+inline uint32_t tailOf(const void* name, const ShortText& text) noexcept {
+    if (text.length >= 4) return load<uint32_t>(static_cast<const uint8_t*>(name) + text.length - 4);
+    return static_cast<uint32_t>(text.first & text.mask);
+}
+
+// A table of fields ends where its first field ends; behind that stand the tails of the first few names once more, side by
+// side, so that a search compares them all at once.
+constexpr uint32_t tailsKept = 16;
+constexpr size_t tailsSize = tailsKept * sizeof(uint32_t);
+
+inline void keepTail(Field* top, uint32_t index, uint32_t tail) noexcept {
+    if (index < tailsKept) reinterpret_cast<uint32_t*>(top)[index] = tail;
 }
 
 // What is wrong with an image, and where.
@@ -92,6 +107,14 @@ struct Fault {
     uint32_t at = 0;     // byte offset in the outermost image
     uint32_t field = 0;  // index in the message that the fault is in
     uint32_t level = 0;  // of that message; 0 for the outermost
+};
+
+// What the walk over a message has seen but does not keep field by field.
+struct Seen {
+    static constexpr uint32_t fewIds = 16;  // that many are compared with each other as they come
+    uint16_t ids[fewIds];
+    uint32_t idCount = 0;
+    uint8_t depth = 0;
 };
 
 // Walks the fields of an image. The checked walk believes nothing and stops at the first fault. The other one is for
@@ -103,12 +126,12 @@ class Walk {
     Walk(const uint8_t* image, uint32_t size, uint32_t base, uint32_t level, Fault* fault) noexcept
         : image_(image), size_(size), base_(base), level_(level), fault_(fault) {}
 
-    // Reads the field at offset at; end gets the offset of the byte behind it. False: there is a fault, whose field is
-    // the caller's to set.
-    bool read(uint32_t at, Field& field, uint32_t& end) noexcept;
+    // Reads the field at offset at. Returns the offset of the byte behind it, or 0: there is a fault, whose field is the
+    // caller's to set.
+    uint32_t read(uint32_t at, Field& field) noexcept;
 
-    // Reads all fields of an image whose header is good. When top is not null, the fields go to top[-1], top[-2]...
-    // depth: the levels of messages inside; left 0 by the unchecked walk.
+    // Reads all fields of an image whose header is good. When top is not null, the fields go to top[-1], top[-2]..., and
+    // their tails behind top. depth: the levels of messages inside; left 0 by the unchecked walk.
     bool whole(uint32_t count, Field* top, uint8_t* depth) noexcept;
 
   private:
@@ -125,7 +148,10 @@ class Walk {
         *fault_ = {what, base_ + at, 0, level_};
         return false;
     }
-    [[gnu::always_inline]] bool readSimple(uint32_t at, Field& field, uint32_t& end) noexcept;
+    [[gnu::always_inline]] uint32_t readSimple(uint32_t at, Field& field) const noexcept;
+    template <bool keep>
+    uint32_t readAll(uint32_t count, Field* top, Seen& seen) noexcept;
+    uint32_t readOther(uint32_t at, uint32_t index, Field& field, Seen& seen) noexcept;
     bool anyHead(uint32_t at, Head& head) noexcept;
     bool length(uint32_t& at, uint32_t* value) noexcept;
     bool longLength(uint32_t& at, uint32_t* value) noexcept;
@@ -144,7 +170,16 @@ class Walk {
 extern template class Walk<true>;
 extern template class Walk<false>;
 
-// Checks a header that is at least headerSize bytes long, where limit bytes are there to be read.
+// A header's words, read once.
+struct Header {
+    uint32_t magic;
+    uint32_t size;
+    uint32_t count;
+};
+static_assert(sizeof(Header) == headerSize);
+
+// Checks a header; limit: the bytes that are there to be read from its first one on.
+bool checkHeader(const Header& header, uint32_t limit, uint32_t base, uint32_t level, Fault* fault) noexcept;
 bool checkHeader(const uint8_t* image, uint32_t limit, uint32_t base, uint32_t level, Fault* fault) noexcept;
 
 // The levels of messages inside an image that has been checked.

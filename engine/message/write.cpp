@@ -76,6 +76,7 @@ void appendCopy(Content& content, const Content& from, uint32_t i) noexcept {
     const Field& source = from.field(i);
     Field& field = content.field(content.count);
     field = source;
+    wire::keepTail(content.top, content.count, field.tail);
     uint8_t* to = content.image + content.size;
     field.head = content.size;
     std::memcpy(to, from.image + source.head, source.nameEnd() - source.head);
@@ -101,7 +102,7 @@ Content* copyStart(const Content& from, uint32_t count, size_t bytes) noexcept {
     copy->size = count < from.count ? from.field(count).head : from.size;
     copy->count = count;
     std::memcpy(copy->image, from.image, copy->size);
-    std::memcpy(copy->top - count, from.top - count, count * sizeof(Field));
+    std::memcpy(static_cast<void*>(copy->top - count), from.top - count, count * sizeof(Field) + wire::tailsSize);
     for (uint32_t i = 0; i < count; ++i) copy->depth = std::max(copy->depth, copy->field(i).depth);
     return copy;
 }
@@ -128,7 +129,7 @@ quorl_status replace(Slot& slot, uint32_t index, const Value& value) noexcept {
     uint8_t* to = putHead(fresh->image, fresh->image + fresh->size, old.nameOf(source), source.id, source.type, field);
     to = putValue(fresh->image, to, value, field);
     fresh->size = static_cast<uint32_t>(to - fresh->image);
-    ++fresh->count;
+    wire::keepTail(fresh->top, fresh->count++, field.tail);
     fresh->depth = std::max(fresh->depth, field.depth);
     for (uint32_t i = index + 1; i < old.count; ++i) appendCopy(*fresh, old, i);
     if (fresh->size > wire::maxSize) return tooLarge();
@@ -192,13 +193,14 @@ quorl_status append(Slot& slot, const Name& name, uint16_t id, const Value& valu
     return QUORL_OK;
 }
 
-[[gnu::noinline]] quorl_status appendGenerally(quorlMsg message, const char* name, uint16_t id,
-                                               const Value& value) noexcept {
+[[gnu::noinline]] quorl_status appendGenerally(quorlMsg message, const char* name, uint16_t id, uint8_t type,
+                                               uint32_t length, const void* data) noexcept {
     Slot* slot;
     Name checked;
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
     if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
-    return append(*slot, checked, id, value);
+    const TypeInfo& info = typeInfo(type);
+    return append(*slot, checked, id, {type, info.kind, 0, length, length * info.wireSize, data});
 }
 
 quorl_status update(Slot& slot, const Name& name, uint16_t id, const Value& value) noexcept {

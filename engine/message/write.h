@@ -95,6 +95,7 @@ inline uint8_t* putHead(uint8_t* image, uint8_t* to, const Name& name, uint16_t 
 // Counts a field that has been written behind the last one, up to end.
 inline void closeField(Content& content, const uint8_t* end, uint8_t depth) noexcept {
     content.size = static_cast<uint32_t>(end - content.image);
+    wire::keepTail(content.top, content.count, content.field(content.count).tail);
     ++content.count;
     if (depth > content.depth) content.depth = depth;
     content.stampHeader();
