@@ -135,6 +135,17 @@ quorl_status readImage(const uint8_t* bytes, uint32_t size, Content** content) n
     return QUORL_OK;
 }
 
+void Content::clear() noexcept {
+    dropIndex();
+    size = wire::headerSize;
+    count = 0;
+    depth = 0;
+    stampHeader();
+    // Nothing can fail where there is nothing to store.
+    if (sendLength != 0) setSendSubject({});
+    if (replyLength != 0) setReplySubject({});
+}
+
 bool Content::setSendSubject(std::string_view subject) noexcept {
     return setSubject(subject, shortSend, longSend, sendLength);
 }

@@ -95,6 +95,9 @@ class alignas(cacheLine) Content {
         }
     }
 
+    // Takes all fields and both subjects away. The content must be unshared.
+    void clear() noexcept;
+
     // Writes size and count into the image's header.
     void stampHeader() noexcept {
         wire::store(image + wire::sizeAt, size);

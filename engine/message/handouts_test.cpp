@@ -371,6 +371,46 @@ TEST(WholeMessages, CopiesAreIndependent) {
     EXPECT_EQ(QUORL_NOT_FOUND, quorlMsg_GetSendSubject(message, &subject));
 }
 
+TEST(WholeMessages, AMessageThatWasResetIsLikeANewOne) {
+    const std::string longSubject = "long." + std::string(200, 's');
+    Owned message;
+    for (const size_t size : {10, 1'000, 100'000}) {  // blocks of two sizes that are kept, and one that is not
+        const std::string bytes(size, 'b');
+        ASSERT_EQ(QUORL_OK, quorlMsg_SetSendSubject(message, "brief"));
+        ASSERT_EQ(QUORL_OK, quorlMsg_SetReplySubject(message, longSubject.c_str()));
+        for (quorl_u16 id = 1; id <= 20; ++id) ASSERT_EQ(QUORL_OK, quorlMsg_AddI32Ex(message, "n", id, id));
+        ASSERT_EQ(QUORL_OK, quorlMsg_AddMsgEx(message, "inner", nested(), 21));
+        ASSERT_EQ(QUORL_OK, quorlMsg_AddOpaqueEx(message, "bytes", bytes.data(), static_cast<quorl_u32>(size), 22));
+        quorl_i32 value;
+        ASSERT_EQ(QUORL_OK, quorlMsg_GetI32Ex(message, "n", &value, 0));  // makes an index
+        const quorlMsg inner = innerOf(message, "inner");
+        quorlMsg made = nullptr;
+        ASSERT_EQ(QUORL_OK, quorlMsg_CreateCopy(message, &made));
+        Owned copy(made);
+        if (size != 1'000) copy = Owned();  // else what is reset is shared
+        ASSERT_EQ(QUORL_OK, quorlMsg_Reset(message));
+
+        EXPECT_EQ(imageOf(Owned()), imageOf(message));
+        EXPECT_EQ("{}", printed(message));
+        EXPECT_EQ(0u, fieldsOf(message));
+        EXPECT_FALSE(alive(inner));
+        const char* subject;
+        EXPECT_EQ(QUORL_NOT_FOUND, quorlMsg_GetSendSubject(message, &subject));
+        EXPECT_EQ(QUORL_NOT_FOUND, quorlMsg_GetReplySubject(message, &subject));
+        EXPECT_EQ(QUORL_NOT_FOUND, quorlMsg_GetI32Ex(message, "n", &value, 0));
+        EXPECT_EQ(QUORL_NOT_FOUND, quorlMsg_GetI32Ex(message, nullptr, &value, 1));
+        if (size == 1'000) {
+            EXPECT_EQ(22u, fieldsOf(copy));
+            ASSERT_EQ(QUORL_OK, quorlMsg_GetReplySubject(copy, &subject));
+            EXPECT_EQ(longSubject, subject);
+        }
+        quorlMsg outer = nullptr;
+        ASSERT_EQ(QUORL_OK, quorlMsg_Create(&outer));
+        ASSERT_EQ(QUORL_OK, quorlMsg_AddMsgEx(outer, "was reset", message, 0));
+        EXPECT_EQ("{was reset={}}", printed(Owned(outer)));
+    }
+}
+
 TEST(WholeMessages, NullArgumentsAreRefused) {
     Owned message;
     EXPECT_EQ(QUORL_INVALID_ARG, quorlMsg_Create(nullptr));

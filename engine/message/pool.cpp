@@ -378,6 +378,10 @@ void release(Content* block) noexcept {
     push(magazine, block);
 }
 
+bool recycles(const Content& block) noexcept {
+    return block.sizeClass != noClass;
+}
+
 Slot* acquireSlot(int messages) noexcept {
     ThreadCache* mine = threadCache();
     Slot* slot = mine != nullptr && mine->slots.first != nullptr ? pop(mine->slots) : refillSlots(mine);

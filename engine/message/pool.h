@@ -13,6 +13,8 @@ namespace quorl::message::pool {
 // A block for a content with room bytes for its image and its table. Only sizeClass and top are set. Null: no memory.
 Content* acquire(size_t room) noexcept;
 void release(Content* block) noexcept;
+// Whether the block is of a size that is kept when it is given back.
+bool recycles(const Content& block) noexcept;
 
 // The same for a content that will be added to: a thread whose messages outgrow their first blocks gets larger ones.
 Content* acquireToGrow(size_t room) noexcept;

@@ -18,6 +18,10 @@ class Owned {
     Owned() { EXPECT_EQ(QUORL_OK, quorlMsg_Create(&message_)); }
     explicit Owned(quorlMsg message) : message_(message) {}
     Owned(Owned&& other) noexcept : message_(std::exchange(other.message_, nullptr)) {}
+    Owned& operator=(Owned&& other) noexcept {
+        std::swap(message_, other.message_);
+        return *this;
+    }
     ~Owned() {
         if (message_ != nullptr) quorlMsg_Destroy(message_);
     }

@@ -254,9 +254,17 @@ quorl_status setSubject(Slot& slot, std::string_view subject, bool reply) noexce
 quorl_status reset(Slot& slot) noexcept {
     ChangeOfHandouts handouts;
     if (!handouts.begin(slot)) return fail(QUORL_NO_MEMORY, "no memory to keep what a bracket has handed out");
+    const bool keep = handouts.keepsContent();
     handouts.commit(slot);
-    if (slot.content != nullptr) slot.content->release();
-    slot.content = nullptr;
+    Content* content = slot.content;
+    if (content == nullptr) return QUORL_OK;
+    // A message that is emptied is filled again as a rule, so that it keeps its block, unless that is a large one.
+    if (!keep && content->unshared() && pool::recycles(*content)) {
+        content->clear();
+    } else {
+        content->release();
+        slot.content = nullptr;
+    }
     return QUORL_OK;
 }
 
