@@ -6,12 +6,26 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 namespace quorl {
 namespace {
 
 constexpr size_t textSize = errorTextSize;
-thread_local char text[textSize];
+
+struct Detail {
+    char text[textSize];
+    void (*write)(const void* facts, char* text, size_t size);  // null: the text is complete
+    alignas(8) unsigned char facts[lateFactsSize];
+};
+constinit thread_local Detail detail{};
+
+// The thread's detail with its text complete.
+Detail& complete() noexcept {
+    Detail& mine = detail;
+    if (mine.write != nullptr) std::exchange(mine.write, nullptr)(mine.facts, mine.text, textSize);
+    return mine;
+}
 
 struct StatusText {
     quorl_status status;
@@ -87,14 +101,17 @@ static_assert(std::size(statusTexts) == 62, "one text for each status");
 }  // namespace
 
 quorl_status fail(quorl_status status, const char* format, ...) noexcept {
+    Detail& mine = detail;
+    mine.write = nullptr;
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(text, textSize, format, arguments);
+    std::vsnprintf(mine.text, textSize, format, arguments);
     va_end(arguments);
     return status;
 }
 
 quorl_status failWithin(quorl_status status, const char* format, ...) noexcept {
+    char* const text = complete().text;
     char inner[textSize];
     std::memcpy(inner, text, textSize);
     va_list arguments;
@@ -111,16 +128,24 @@ quorl_status failWithin(quorl_status status, const char* format, ...) noexcept {
     return status;
 }
 
+void* lateFacts(void (*write)(const void* facts, char* text, size_t size)) noexcept {
+    Detail& mine = detail;
+    mine.write = write;
+    return mine.facts;
+}
+
 const char* lastErrorText() noexcept {
-    return text;
+    return complete().text;
 }
 
 KeptErrorText::KeptErrorText() noexcept {
-    std::memcpy(text_, text, textSize);
+    std::memcpy(text_, complete().text, textSize);
 }
 
 KeptErrorText::~KeptErrorText() {
-    if (kept_) std::memcpy(text, text_, textSize);
+    if (!kept_) return;
+    detail.write = nullptr;
+    std::memcpy(detail.text, text_, textSize);
 }
 
 }  // namespace quorl

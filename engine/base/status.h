@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <type_traits>
 
 #include "quorl/quorl.h"
 
@@ -13,6 +14,19 @@ namespace quorl {
 
 // Puts the words of an outer level before the text that is there: "open transport: connect ...: refused".
 [[gnu::format(printf, 2, 3)]] quorl_status failWithin(quorl_status status, const char* format, ...) noexcept;
+
+// Room for the facts of a detail text that is put together only when somebody asks for it, by write(facts, text, size):
+// for failures that their callers expect and that must cost little. The facts may point to nothing that can go away.
+constexpr size_t lateFactsSize = 160;
+void* lateFacts(void (*write)(const void* facts, char* text, size_t size)) noexcept;
+
+// The calling thread's room for a Facts, which its write function turns into the text; for the caller to fill.
+template <class Facts>
+Facts& failLater() noexcept {
+    static_assert(std::is_trivially_copyable_v<Facts> && sizeof(Facts) <= lateFactsSize && alignof(Facts) <= 8);
+    return *static_cast<Facts*>(lateFacts(
+        [](const void* facts, char* text, size_t size) { static_cast<const Facts*>(facts)->write(text, size); }));
+}
 
 // The calling thread's detail text; never null.
 const char* lastErrorText() noexcept;
