@@ -29,15 +29,18 @@ quorl_status put(quorlMsg message, const char* name, Array array, uint32_t count
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
     if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
     ValueHolder holder;
-    if (quorl_status status = take(holder, array, count); status != QUORL_OK) return status;
-    return write(*slot, checked, id, holder.value);
+    quorl_status status = take(holder, array, count);
+    if (status == QUORL_OK) status = write(*slot, checked, id, holder.value);
+    return status == QUORL_OK ? status : inField(status, name, id);
 }
 
 template <class Element>
 quorl_status add(quorlMsg message, const char* name, const Element* array, uint32_t count, uint16_t id) noexcept {
     constexpr uint8_t type = numbersType<Element>;
     uint32_t bytes = 0;
-    if (quorl_status status = checkNumbers(type, array, count, &bytes); status != QUORL_OK) return status;
+    if (quorl_status status = checkNumbers(type, array, count, &bytes); status != QUORL_OK) {
+        return inField(status, name, id);
+    }
     return appendValue<type>(message, name, id, array, count, bytes);
 }
 

@@ -17,13 +17,14 @@ quorl_status put(quorlMsg message, const char* name, uint16_t id,
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
     if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
     ValueHolder holder;
-    if (quorl_status status = (holder.*take)(arguments...); status != QUORL_OK) return status;
-    return write(*slot, checked, id, holder.value);
+    quorl_status status = (holder.*take)(arguments...);
+    if (status == QUORL_OK) status = write(*slot, checked, id, holder.value);
+    return status == QUORL_OK ? status : inField(status, name, id);
 }
 
 template <uint8_t type>
 quorl_status addBytes(quorlMsg message, const char* name, const void* bytes, uint32_t size, uint16_t id) noexcept {
-    if (quorl_status status = checkBytes(bytes, size); status != QUORL_OK) return status;
+    if (quorl_status status = checkBytes(bytes, size); status != QUORL_OK) return inField(status, name, id);
     return appendValue<type>(message, name, id, bytes, size, size);
 }
 
@@ -58,7 +59,7 @@ quorl_status quorlMsg_GetXmlEx(quorlMsg message, const char* name, const void** 
 
 quorl_status quorlMsg_AddStringEx(quorlMsg message, const char* name, const char* value, quorl_u16 id) {
     uint32_t size = 0;
-    if (quorl_status status = checkString(value, &size); status != QUORL_OK) return status;
+    if (quorl_status status = checkString(value, &size); status != QUORL_OK) return inField(status, name, id);
     return appendValue<QUORLMSG_STRING>(message, name, id, value, size, size);
 }
 

@@ -23,8 +23,9 @@ quorl_status put(quorlMsg message, const quorlMsgField* record) noexcept {
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
     if (quorl_status status = readName(record->name, &name); status != QUORL_OK) return status;
     ValueHolder holder;
-    if (quorl_status status = holder.fromRecord(*record); status != QUORL_OK) return status;
-    return change(*slot, name, record->id, holder.value);
+    quorl_status status = holder.fromRecord(*record);
+    if (status == QUORL_OK) status = change(*slot, name, record->id, holder.value);
+    return status == QUORL_OK ? status : inField(status, record->name, record->id);
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ quorl_status add(quorlMsg message, const char* name, Native value, uint16_t id) 
 
 quorl_status addDateTime(quorlMsg message, const char* name, const quorlMsgDateTime* value, uint16_t id) noexcept {
     ValueHolder holder;
-    if (quorl_status status = holder.fromDateTime(value); status != QUORL_OK) return status;
+    if (quorl_status status = holder.fromDateTime(value); status != QUORL_OK) return inField(status, name, id);
     constexpr uint32_t size = wireSizeOf<quorlMsgDateTime>;
     return appendValue<QUORLMSG_DATETIME>(message, name, id, holder.value.data, 1, size);
 }
@@ -43,7 +43,8 @@ quorl_status change(quorlMsg message, const char* name, Native value, uint16_t i
     } else {
         holder.fromScalar(type, &value);
     }
-    return update(*slot, checked, id, holder.value);
+    const quorl_status status = update(*slot, checked, id, holder.value);
+    return status == QUORL_OK ? status : inField(status, name, id);
 }
 
 quorl_status changeDateTime(quorlMsg message, const char* name, const quorlMsgDateTime* value, uint16_t id) noexcept {
@@ -52,8 +53,9 @@ quorl_status changeDateTime(quorlMsg message, const char* name, const quorlMsgDa
     ValueHolder holder;
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
     if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
-    if (quorl_status status = holder.fromDateTime(value); status != QUORL_OK) return status;
-    return update(*slot, checked, id, holder.value);
+    quorl_status status = holder.fromDateTime(value);
+    if (status == QUORL_OK) status = update(*slot, checked, id, holder.value);
+    return status == QUORL_OK ? status : inField(status, name, id);
 }
 
 // ---- get --------------------------------------------------------------------------------------------------------
@@ -104,7 +106,7 @@ quorl_status get(quorlMsg message, const char* name, Native* value, uint16_t id)
     if constexpr (isNumber(type)) {
         if (readNumber(from, field.type, value)) return QUORL_OK;
     }
-    return noConversion(field, type);
+    return noConversion(found.content(), field, type);
 }
 
 quorl_status getDateTime(quorlMsg message, const char* name, quorlMsgDateTime* value, uint16_t id) noexcept {

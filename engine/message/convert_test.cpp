@@ -94,7 +94,7 @@ TEST(Convert, ThroughTheGetters) {
     EXPECT_EQ(QUORL_CONVERSION_FAILED, quorlMsg_GetI32Ex(message, "half", &i32, 0));
     EXPECT_EQ(QUORL_CONVERSION_FAILED, quorlMsg_GetI32Ex(message, "port", &i32, 0));
     EXPECT_EQ(-7, i32);
-    EXPECT_STREQ("the field's value, of type IPPORT16, is no value of type I32", quorl_LastErrorText());
+    EXPECT_STREQ("field \"port\": it is IPPORT16, not I32", quorl_LastErrorText());
     EXPECT_EQ(QUORL_OK, quorlMsg_GetI32Ex(message, "one", &i32, 0));
     EXPECT_EQ(1, i32);
     quorl_bool boolean = QUORL_FALSE;

@@ -109,12 +109,6 @@ quorl_status locate(const Content& content, const Name& name, uint16_t id, uint3
     return QUORL_OK;
 }
 
-quorl_status missing(const char* name, uint16_t id) noexcept {
-    if (id != 0) return fail(QUORL_NOT_FOUND, "no field has the id %u", id);
-    if (name == nullptr) return fail(QUORL_NOT_FOUND, "no field is without a name");
-    return fail(QUORL_NOT_FOUND, "no field has the name \"%s\"", name);
-}
-
 quorl_status describe(Slot& slot, Content& content, uint32_t index, quorlMsgField* record) noexcept {
     const Field& field = content.field(index);
     const TypeInfo& info = typeInfo(field.type);

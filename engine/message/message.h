@@ -60,9 +60,6 @@ inline quorl_status readName(const char* text, Name* name) noexcept {
 // QUORL_ID_CONFLICT.
 quorl_status locate(const Content& content, const Name& name, uint16_t id, uint32_t* index) noexcept;
 
-// Sets the detail text of a field that is not there and returns QUORL_NOT_FOUND.
-quorl_status missing(const char* name, uint16_t id) noexcept;
-
 // Fills the public record of a field. QUORL_NO_MEMORY.
 quorl_status describe(Slot& slot, Content& content, uint32_t index, quorlMsgField* record) noexcept;
 

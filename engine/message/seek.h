@@ -1,6 +1,7 @@
 // Finding the field that a caller asks for by handle, name and id.
 #pragma once
 
+#include "message/field_faults.h"
 #include "message/message.h"
 
 namespace quorl::message {
@@ -23,16 +24,11 @@ Found seek(quorlMsg message, const char* name, uint16_t id, quorl_status* status
 // As above for the instance-th field of that name: QUORL_INVALID_INSTANCE for 0.
 Found seekInstance(quorlMsg message, const char* name, uint32_t instance, quorl_status* status) noexcept;
 
-inline quorl_status noConversion(const Field& field, uint8_t wanted) noexcept {
-    return fail(QUORL_CONVERSION_FAILED, "the field's value, of type %s, is no value of type %s", typeName(field.type),
-                typeName(wanted));
-}
-
 // As seek, for a field of one type alone: QUORL_CONVERSION_FAILED for others.
 inline Found seekType(quorlMsg message, const char* name, uint16_t id, uint8_t type, quorl_status* status) noexcept {
     const Found found = seek(message, name, id, status);
     if (!found || found.field->type == type) return found;
-    *status = noConversion(*found.field, type);
+    *status = noConversion(found.content(), *found.field, type);
     return {};
 }
 

@@ -76,7 +76,7 @@ constexpr const TypeInfo& typeInfo(uint8_t type) {
     return typeTable[type];
 }
 
-// The type's name for texts: "I32", "user type 200" is made by the caller.
+// A built-in type's name: "I32".
 constexpr const char* typeName(uint8_t type) {
     switch (type) {
 #define QUORL_SCALAR(TYPE, Name, Native, member) \
@@ -90,7 +90,7 @@ constexpr const char* typeName(uint8_t type) {
         return #TYPE;
 #include "message/types.def"
         default:
-            return type >= userTypeFirst ? "a user type" : "no type";
+            return nullptr;
     }
 }
 

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "message/field_faults.h"
+
 namespace quorl::message {
 namespace {
 
@@ -104,11 +106,11 @@ quorl_status ValueHolder::fromRecord(const quorlMsgField& record) noexcept {
     if (info.kind == Kind::none) return fail(QUORL_INVALID_TYPE, "there is no field type %d", record.type);
     const bool isArray = info.kind == Kind::numbers || info.kind == Kind::strings || info.kind == Kind::messages;
     if (!isArray && record.count != 1) {
-        return fail(QUORL_INVALID_COUNT, "a field of type %s holds 1 value, not %u", typeName(record.type),
+        return fail(QUORL_INVALID_COUNT, "a field of %s holds 1 value, not %u", TypeText(record.type).text,
                     record.count);
     }
     if (info.nativeSize != 0 && record.size != info.nativeSize) {
-        return fail(QUORL_INVALID_SIZE, "a value of type %s is of %d bytes, not %u", typeName(record.type),
+        return fail(QUORL_INVALID_SIZE, "a value of %s is of %d bytes, not %u", TypeText(record.type).text,
                     info.nativeSize, record.size);
     }
     switch (info.kind) {

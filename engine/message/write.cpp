@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "message/append.h"
+#include "message/field_faults.h"
 #include "message/pool.h"
 
 namespace quorl::message {
@@ -200,7 +201,8 @@ quorl_status append(Slot& slot, const Name& name, uint16_t id, const Value& valu
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
     if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
     const TypeInfo& info = typeInfo(type);
-    return append(*slot, checked, id, {type, info.kind, 0, length, length * info.wireSize, data});
+    const quorl_status status = append(*slot, checked, id, {type, info.kind, 0, length, length * info.wireSize, data});
+    return status == QUORL_OK ? status : inField(status, name, id);
 }
 
 quorl_status update(Slot& slot, const Name& name, uint16_t id, const Value& value) noexcept {
@@ -211,7 +213,7 @@ quorl_status update(Slot& slot, const Name& name, uint16_t id, const Value& valu
     if (status != QUORL_OK) return status;
     const Field& present = slot.content->field(index);
     if (present.type != value.type) {
-        return fail(QUORL_INVALID_TYPE, "the field is %s, the value %s", typeName(present.type), typeName(value.type));
+        return fail(QUORL_INVALID_TYPE, "it is %s, not %s", TypeText(present.type).text, TypeText(value.type).text);
     }
     if (value.depth > QUORL_MSG_MAX_DEPTH) {
         return fail(QUORL_INVALID_MSG, "messages would be nested deeper than %d", QUORL_MSG_MAX_DEPTH);
