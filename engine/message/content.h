@@ -189,6 +189,9 @@ constexpr uint32_t fewFields = wire::tailsKept;
     return notFound;
 }
 
+// The instance-th field (counted from 1) with that name; notFound.
+uint32_t findInstance(const Content& content, const Name& name, uint32_t instance) noexcept;
+
 // Tells the index, if there is one, of the field that was appended last. The content must be unshared.
 void indexLast(Content& content) noexcept;
 

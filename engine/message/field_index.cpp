@@ -104,13 +104,14 @@ FieldIndex* build(const Content& content) noexcept {
     auto* index = static_cast<FieldIndex*>(memory);
     index->mask = capacity - 1;
     index->fields = 0;
+    index->lastInstance.store(0, std::memory_order_relaxed);
     std::memset(index->names(), 0, cells);
     for (uint32_t i = 0; i < content.count; ++i) insert(content, *index, i);
     return index;
 }
 
 // The content's index, made if need be; several threads may be here at once. Null: no memory.
-const FieldIndex* indexOf(const Content& content) noexcept {
+FieldIndex* indexOf(const Content& content) noexcept {
     auto& shared = const_cast<std::atomic<FieldIndex*>&>(content.index);
     FieldIndex* index = shared.load(std::memory_order_acquire);
     if (index != nullptr) [[likely]]
@@ -145,6 +146,26 @@ uint32_t findName(const Content& content, const Name& name) noexcept {
         if (sameName(content, content.field(number), name)) return number;
     }
     return notFound;
+}
+
+uint32_t findInstance(const Content& content, const Name& name, uint32_t instance) noexcept {
+    FieldIndex* index = content.count > fewFields ? indexOf(content) : nullptr;
+    uint32_t number = notFound;
+    uint32_t at = 1;  // the instance that number is
+    if (index != nullptr) {
+        const uint64_t last = index->lastInstance.load(std::memory_order_relaxed);
+        if (last != 0 && last >> 32 <= instance &&
+            sameName(content, content.field(static_cast<uint32_t>(last)), name)) {
+            number = static_cast<uint32_t>(last);
+            at = static_cast<uint32_t>(last >> 32);
+        }
+    }
+    if (number == notFound) number = findName(content, name);
+    for (; number != notFound && at < instance; ++at) number = findNameFrom(content, name, number + 1);
+    if (index != nullptr && number != notFound) {
+        index->lastInstance.store(uint64_t{instance} << 32 | number, std::memory_order_relaxed);
+    }
+    return number;
 }
 
 uint32_t findId(const Content& content, uint16_t id) noexcept {

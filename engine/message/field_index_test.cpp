@@ -126,6 +126,40 @@ TEST(Lookup, InstancesAreCountedFromOne) {
     }
 }
 
+TEST(Lookup, InstancesAreFoundInAnyOrder) {
+    Owned message;
+    const char* names[] = {"a", "a name that is too long for two words", nullptr};
+    constexpr quorl_u32 most = 2'000;
+    for (quorl_u32 i = 1; i <= most; ++i) {
+        for (const char* name : names) ASSERT_EQ(QUORL_OK, quorlMsg_AddU32Ex(message, name, i, 0));
+    }
+    quorlMsgField field;
+    const auto expect = [&](quorl_u32 i) {
+        for (const char* name : names) {
+            ASSERT_EQ(QUORL_OK, quorlMsg_GetFieldInstance(message, name, &field, i));
+            ASSERT_EQ(i, field.data.u32);
+            ASSERT_STREQ(name, field.name);
+        }
+    };
+    for (quorl_u32 i = 1; i <= most; ++i) expect(i);
+    for (quorl_u32 i = most; i > most - 50; --i) expect(i);
+    for (const quorl_u32 i : {1u, most, 2u, 1'000u, 999u, 1'001u}) expect(i);
+    for (const char* name : names) {
+        for (quorl_u32 i = 1; i <= most; ++i) {
+            ASSERT_EQ(QUORL_OK, quorlMsg_GetFieldInstance(message, name, &field, i));
+            ASSERT_EQ(i, field.data.u32);
+        }
+        EXPECT_EQ(QUORL_NOT_FOUND, quorlMsg_GetFieldInstance(message, name, &field, most + 1));
+        EXPECT_EQ(QUORL_NOT_FOUND, quorlMsg_GetFieldInstance(message, name, &field, UINT32_MAX));
+    }
+    ASSERT_EQ(QUORL_OK, quorlMsg_AddU32Ex(message, "a", most + 1, 0));
+    ASSERT_EQ(QUORL_OK, quorlMsg_GetFieldInstance(message, "a", &field, most + 1));
+    EXPECT_EQ(most + 1, field.data.u32);
+    ASSERT_EQ(QUORL_OK, quorlMsg_RemoveFieldInstance(message, "a", 1'000));
+    ASSERT_EQ(QUORL_OK, quorlMsg_GetFieldInstance(message, "a", &field, 1'000));
+    EXPECT_EQ(1'001u, field.data.u32);
+}
+
 TEST(Lookup, AnIdGoesBeforeTheNameAndMustAgreeWithIt) {
     Owned message;
     ASSERT_EQ(QUORL_OK, quorlMsg_AddI32Ex(message, "a", 1, 1));

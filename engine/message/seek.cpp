@@ -57,10 +57,7 @@ Found seekInstance(quorlMsg message, const char* name, uint32_t instance, quorl_
         *status = fail(QUORL_INVALID_INSTANCE, "instances are counted from 1");
         return {};
     }
-    uint32_t index = findName(*content, checked);
-    for (uint32_t left = instance - 1; index != notFound && left > 0; --left) {
-        index = findNameFrom(*content, checked, index + 1);
-    }
+    const uint32_t index = findInstance(*content, checked, instance);
     if (index != notFound) return at(slot, *content, index);
     *status = fail(QUORL_NOT_FOUND, "no instance %u of the name \"%s\"", instance, name != nullptr ? name : "");
     return {};
