@@ -11,6 +11,7 @@
 #include "event/queue.h"
 #include "event/timer.h"
 #include "secure/credentials.h"
+#include "transport/nats/port.h"
 #include "transport/transport.h"
 
 using namespace quorl;
@@ -25,6 +26,7 @@ void stop() noexcept {
     registry::forEachOpen(QUORL_OBJECT_QUEUE, [](uint32_t id) { event::destroyQueue(id, nullptr, nullptr, true); });
     registry::forEachOpen(QUORL_OBJECT_TRANSPORT, [](uint32_t id) { transport::destroyTransport(id); });
     reclaimer::finish();
+    transport::nats::stop();
     event::stopTimers();
     secure::forgetCredentials();
 }
@@ -34,6 +36,7 @@ quorl_status start() noexcept {
     quorl_status status = reclaimer::start();
     if (status != QUORL_OK) return status;
     registry::begin();
+    transport::nats::start();
     status = event::createDefaultQueue();
     if (status != QUORL_OK) stop();
     return status;

@@ -33,6 +33,7 @@ quorl_status change(quorlTransport id, F&& set) {
     if (found == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
     Lock lock(found->lock);
     set(*found);
+    found->carrier->configure(found->settings);
     return QUORL_OK;
 }
 
@@ -64,17 +65,17 @@ quorl_status quorlTransport_SetDescription(quorlTransport transport, const char*
 quorl_status quorlTransport_RequestReliability(quorlTransport transport, quorl_f64 reliability) {
     if (!std::isfinite(reliability) || reliability < 0)
         return fail(QUORL_INVALID_TIME_INTERVAL, "%g seconds are no interval", reliability);
-    return change(transport, [&](Transport& found) { found.reliability = reliability; });
+    return change(transport, [&](Transport& found) { found.settings.reliability = reliability; });
 }
 
 quorl_status quorlTransport_SetBatchMode(quorlTransport transport, quorlTransportBatchMode mode) {
     if (mode != QUORLTRANSPORT_DEFAULT_BATCH && mode != QUORLTRANSPORT_TIMER_BATCH)
         return fail(QUORL_INVALID_ARG, "%d is no batch mode", static_cast<int>(mode));
-    return change(transport, [&](Transport& found) { found.batchMode = mode; });
+    return change(transport, [&](Transport& found) { found.settings.batchMode = mode; });
 }
 
 quorl_status quorlTransport_SetBatchSize(quorlTransport transport, quorl_u32 numBytes) {
-    return change(transport, [&](Transport& found) { found.batchSize = numBytes; });
+    return change(transport, [&](Transport& found) { found.settings.batchSize = numBytes; });
 }
 
 quorl_status quorlTransport_CreateInbox(quorlTransport transport, char* subject, quorl_u32 limit) {

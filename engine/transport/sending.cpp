@@ -50,6 +50,18 @@ quorl_status sendOut(Transport& transport, ThreadState& thread, message::Content
     return status;
 }
 
+// Calls attempt, which sends inside a section of its own, until it says something else than that there is no room.
+template <class F>
+quorl_status untilThereIsRoom(ThreadState& thread, uint32_t id, F&& attempt) noexcept {
+    for (;;) {
+        const quorl_status status = attempt();
+        if (status != Carrier::noRoom) [[likely]]
+            return status;
+        registry::Pin<Transport> transport(thread, id);
+        if (!transport || !transport->carrier->awaitRoom()) return noTransport(id);
+    }
+}
+
 void link(Transport& transport, Request& request) noexcept {
     request.next = transport.requests;
     if (request.next != nullptr) request.next->previous = &request;
@@ -67,56 +79,68 @@ void unlink(Transport& transport, Request& request) noexcept {
 quorl_status send(uint32_t id, quorlMsg message) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return noThreadState();
-    Section section(*thread);
-    auto* transport = registry::find<Transport>(id);
-    if (transport == nullptr) return noTransport(id);
-    message::ContentRef content;
-    if (const quorl_status status = message::snapshot(message, &content); status != QUORL_OK) return status;
-    return sendOut(*transport, *thread, std::move(content));
+    return untilThereIsRoom(*thread, id, [&]() noexcept {
+        Section section(*thread);
+        auto* transport = registry::find<Transport>(id);
+        if (transport == nullptr) return noTransport(id);
+        message::ContentRef content;
+        if (const quorl_status status = message::snapshot(message, &content); status != QUORL_OK) return status;
+        return sendOut(*transport, *thread, std::move(content));
+    });
 }
 
 quorl_status sendAll(uint32_t id, const quorlMsg* messages, uint32_t count) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return noThreadState();
-    Section section(*thread);
-    auto* transport = registry::find<Transport>(id);
-    if (transport == nullptr) return noTransport(id);
-    if (count != 0 && messages == nullptr) return fail(QUORL_INVALID_ARG, "no messages, but a count of %u", count);
     std::vector<message::ContentRef> contents;
-    try {
-        contents.resize(count);
-    } catch (const std::bad_alloc&) {
-        return fail(QUORL_NO_MEMORY, "no memory for a vector of %u messages", count);
+    {
+        Section section(*thread);
+        auto* transport = registry::find<Transport>(id);
+        if (transport == nullptr) return noTransport(id);
+        if (count != 0 && messages == nullptr) return fail(QUORL_INVALID_ARG, "no messages, but a count of %u", count);
+        try {
+            contents.resize(count);
+        } catch (const std::bad_alloc&) {
+            return fail(QUORL_NO_MEMORY, "no memory for a vector of %u messages", count);
+        }
+        for (uint32_t i = 0; i < count; ++i) {
+            quorl_status status = message::snapshot(messages[i], &contents[i]);
+            if (status == QUORL_OK) status = transport->carrier->check(contents[i].sendSubject());
+            if (status != QUORL_OK) return failWithin(status, "message %u of %u", i + 1, count);
+        }
     }
-    for (uint32_t i = 0; i < count; ++i) {
-        quorl_status status = message::snapshot(messages[i], &contents[i]);
-        if (status == QUORL_OK) status = transport->carrier->check(contents[i].sendSubject());
-        if (status != QUORL_OK) return failWithin(status, "message %u of %u", i + 1, count);
-    }
-    for (auto& content : contents) {
-        const quorl_status status = sendOut(*transport, *thread, std::move(content));
-        if (status != QUORL_OK) return status;
-    }
-    return QUORL_OK;
+    uint32_t sent = 0;
+    return untilThereIsRoom(*thread, id, [&]() noexcept {
+        Section section(*thread);
+        auto* transport = registry::find<Transport>(id);
+        if (transport == nullptr) return noTransport(id);
+        for (; sent < count; ++sent) {
+            const quorl_status status = sendOut(*transport, *thread, contents[sent]);
+            if (status != QUORL_OK) return status;
+        }
+        return QUORL_OK;
+    });
 }
 
 quorl_status sendReply(uint32_t id, quorlMsg reply, quorlMsg request) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return noThreadState();
-    Section section(*thread);
-    auto* transport = registry::find<Transport>(id);
-    if (transport == nullptr) return noTransport(id);
-    message::ContentRef asked;
-    message::ContentRef answer;
-    if (const quorl_status status = message::snapshot(reply, &answer); status != QUORL_OK) return status;
-    if (const quorl_status status = message::snapshot(request, &asked); status != QUORL_OK) return status;
-    const std::string_view address = asked.replySubject();
-    if (address.empty()) return fail(QUORL_INVALID_SUBJECT, "the request has no reply subject");
-    message::ContentRef addressed;
-    if (const quorl_status status = message::withSubjects(answer, address, answer.replySubject(), &addressed);
-        status != QUORL_OK)
-        return status;
-    return sendOut(*transport, *thread, std::move(addressed));
+    return untilThereIsRoom(*thread, id, [&]() noexcept {
+        Section section(*thread);
+        auto* transport = registry::find<Transport>(id);
+        if (transport == nullptr) return noTransport(id);
+        message::ContentRef asked;
+        message::ContentRef answer;
+        if (const quorl_status status = message::snapshot(reply, &answer); status != QUORL_OK) return status;
+        if (const quorl_status status = message::snapshot(request, &asked); status != QUORL_OK) return status;
+        const std::string_view address = asked.replySubject();
+        if (address.empty()) return fail(QUORL_INVALID_SUBJECT, "the request has no reply subject");
+        message::ContentRef addressed;
+        if (const quorl_status status = message::withSubjects(answer, address, answer.replySubject(), &addressed);
+            status != QUORL_OK)
+            return status;
+        return sendOut(*transport, *thread, std::move(addressed));
+    });
 }
 
 quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double timeout) noexcept {
@@ -150,12 +174,12 @@ quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double 
         if (status != QUORL_OK) return status;
         link(*transport, request);
     }
-    {
+    status = untilThereIsRoom(*thread, id, [&]() noexcept {
         Section section(*thread);
         message::ContentRef content;
-        status = message::snapshot(message, &content);
-        if (status == QUORL_OK) status = sendOut(*transport, *thread, std::move(content));
-    }
+        if (const quorl_status failed = message::snapshot(message, &content); failed != QUORL_OK) return failed;
+        return sendOut(*transport, *thread, std::move(content));
+    });
     if (status == QUORL_OK) {
         const int64_t deadline = deadlineAfter(timeout);
         while (thread->reply.load(std::memory_order_acquire) == Request::waiting) {

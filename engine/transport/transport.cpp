@@ -12,6 +12,7 @@
 #include "base/status.h"
 #include "event/queue.h"
 #include "transport/embedded/bus.h"
+#include "transport/nats/port.h"
 
 namespace quorl::transport {
 namespace {
@@ -52,15 +53,17 @@ quorl_status createTransport(uint32_t* id, const char* service, const char* netw
     if (!validBusName(networkName))
         return fail(QUORL_NETWORK_NOT_FOUND, "\"%.*s\" is no name of a network",
                     static_cast<int>(std::min<size_t>(networkName.size(), 80)), networkName.data());
-    if (!daemonName.empty())
-        return fail(QUORL_DAEMON_NOT_FOUND, "connect %.*s: this version carries the embedded bus only",
-                    static_cast<int>(std::min<size_t>(daemonName.size(), 200)), daemonName.data());
     uint32_t reserved = 0;
     std::unique_ptr<Transport> transport;
     try {
         transport = std::make_unique<Transport>();
         if (!makeInboxPrefix(transport->inboxPrefix)) return fail(QUORL_OS_ERROR, "the system gives no random numbers");
-        transport->carrier = embedded::openPort(serviceName, networkName);
+        if (daemonName.empty()) {
+            transport->carrier = embedded::openPort(serviceName, networkName);
+        } else {
+            const quorl_status status = nats::openPort(daemonName, serviceName, networkName, &transport->carrier);
+            if (status != QUORL_OK) return status;
+        }
         reserved = registry::reserve();
     } catch (const std::bad_alloc&) {
         reserved = 0;
@@ -97,6 +100,7 @@ quorl_status destroyTransport(uint32_t id) noexcept {
             if (request->thread->reply.compare_exchange_strong(state, Request::aborted, std::memory_order_relaxed))
                 futexWake(request->thread->reply);
         }
+        transport.carrier->close();
     }
     registry::retire(transport);
     return QUORL_OK;

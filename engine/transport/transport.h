@@ -42,7 +42,9 @@ class Carrier {
 
     // Whether a message may be sent to the subject.
     virtual quorl_status check(std::string_view subject) const noexcept = 0;
-    // Sends the content to its send subject, which it checks. The thread is inside a section: this does not wait.
+    // Sends the content to its send subject, which it checks. The thread is inside a section: this does not wait. noRoom:
+    // nothing was sent; the caller leaves its section, calls awaitRoom with the transport pinned, and tries again.
+    static constexpr quorl_status noRoom = static_cast<quorl_status>(-1);
     virtual quorl_status send(ThreadState& thread, message::ContentRef content) noexcept = 0;
 
     // Puts the content where it would go if it had just come in from the bus: to this process's listeners, and the request,
@@ -58,6 +60,23 @@ class Carrier {
     // Takes the first message to request.inbox as the reply. From close on the request is left alone.
     virtual quorl_status openRequest(Request& request) noexcept = 0;
     virtual void closeRequest(Request& request) noexcept = 0;
+
+    // Waits until a message may find room. False: the transport was closed.
+    virtual bool awaitRoom() noexcept { return true; }
+
+    // What the program has asked of the transport. Under the transport's lock.
+    struct Settings {
+        double reliability = 0;  // seconds
+        quorlTransportBatchMode batchMode = QUORLTRANSPORT_DEFAULT_BATCH;
+        uint32_t batchSize = 0;  // bytes
+    };
+    virtual void configure(const Settings&) noexcept {}
+    // How the program describes itself. Under no lock, from one thread at a time; may wait.
+    virtual void describe(std::string_view) noexcept {}
+
+    // The transport was closed, and all its listeners are gone. Under the transport's lock; calls on it may still be under
+    // way, and end soon.
+    virtual void close() noexcept {}
 };
 
 struct Transport : Record {
@@ -75,9 +94,7 @@ struct Transport : Record {
     Listener* listeners = nullptr;
     Request* requests = nullptr;
     std::string description;
-    double reliability = 0;  // seconds
-    quorlTransportBatchMode batchMode = QUORLTRANSPORT_DEFAULT_BATCH;
-    uint32_t batchSize = 0;  // bytes
+    Carrier::Settings settings;
 };
 
 quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept;

@@ -1,0 +1,58 @@
+// Puts messages together again that came in parts, within bounds of memory and time whatever the senders do.
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <vector>
+
+#include "base/mutex.h"
+#include "transport/nats/frame.h"
+
+namespace quorl::transport::nats {
+
+// Bytes of the largest message that a daemon's transport carries, and that are held at once for messages of which parts are
+// missing.
+inline constexpr uint32_t largestEntry = 256u << 20;
+
+class Assembler {
+  public:
+    struct Limits {
+        size_t bytes = largestEntry + (1u << 20);  // of all parts that are held
+        size_t messages = 64;                      // of which parts are missing
+        int64_t patience = 30'000'000'000;         // nanoseconds from one part to the next
+    };
+
+    Assembler() noexcept = default;
+    explicit Assembler(const Limits& limits) noexcept : limits_(limits) {}
+
+    // Takes a part that came in on the given way (a subscription: each gets parts of its own). True: it was the last one, and
+    // *whole is the entry. Parts that do not continue what is there are dropped, with what is there.
+    bool take(const void* way, const Part& part, int64_t now, std::vector<uint8_t>* whole) noexcept;
+
+    // Forgets what came in on that way.
+    void forget(const void* way) noexcept;
+
+    // Messages that were given up: their parts did not fit together, came too late, or were too much.
+    uint64_t dropped() const noexcept { return dropped_.load(std::memory_order_relaxed); }
+    size_t bytesHeld() noexcept;
+
+  private:
+    struct Partial {
+        const void* way;
+        SenderId sender;
+        uint64_t number;
+        uint32_t total;
+        int64_t last;  // when the last part came
+        std::vector<uint8_t> bytes;
+    };
+
+    void drop(std::list<Partial>::iterator at) noexcept;
+
+    const Limits limits_;
+    std::atomic<uint64_t> dropped_{0};
+    Mutex lock_;                   // of the two below
+    std::list<Partial> partials_;  // the one that got a part last stands last
+    size_t held_ = 0;              // bytes
+};
+
+}  // namespace quorl::transport::nats

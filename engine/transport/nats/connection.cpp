@@ -1,0 +1,471 @@
+// The life of a connection: its thread, its sessions, what is subscribed to.
+#include "transport/nats/connection.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstring>
+#include <new>
+
+#include "base/clock.h"
+#include "base/futex.h"
+#include "base/status.h"
+#include "transport/advisory.h"
+#include "transport/nats/wire_subject.h"
+
+namespace quorl::transport::nats {
+namespace {
+
+constexpr int64_t millisecond = 1'000'000;
+constexpr int64_t second = 1000 * millisecond;
+
+// Between attempts to connect again: doubled from the first to the last, so that a daemon that is started again is found
+// at once, and one that stays away costs nothing.
+constexpr int64_t firstPause = 20 * millisecond;
+constexpr int64_t longestPause = second;
+
+// How long a creator waits beyond the limit for connecting: the reason of the failure is worth it.
+constexpr int64_t creatorsPatience = second / 2;
+
+SenderId randomId() noexcept {
+    SenderId id{};
+    size_t have = 0;
+    while (have < id.size()) {
+        const ssize_t got = getrandom(id.data() + have, id.size() - have, 0);
+        if (got > 0) have += static_cast<size_t>(got);
+    }
+    return id;
+}
+
+std::string hexadecimal(const SenderId& id) {
+    std::string text;
+    for (const uint8_t byte : id) {
+        text += "0123456789abcdef"[byte >> 4];
+        text += "0123456789abcdef"[byte & 15];
+    }
+    return text;
+}
+
+std::string defaultName() {
+    return std::string(program_invocation_short_name) + " " + std::to_string(getpid());
+}
+
+}  // namespace
+
+Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Parameters& parameters, bool readyCheck)
+    : key_(std::move(key)),
+      connectTimeout_(nanosecondsOf(parameters.connectTimeout)),
+      readyCheck_(readyCheck),
+      senderId_(randomId()),
+      intake_(wirePrefix(key_.network, key_.service)),
+      markSubject_(intake_.prefix + "_MARK." + hexadecimal(senderId_)),
+      outbox_(intake_.prefix, parameters.reconnectBuffer),
+      name_(key_.description.empty() ? defaultName() : key_.description),
+      servers_(std::move(servers)) {}
+
+Connection::~Connection() {
+    join();
+    if (epoll_ >= 0) close(epoll_);
+    if (wakeEvent_ >= 0) close(wakeEvent_);
+}
+
+quorl_status Connection::start() noexcept {
+    epoll_ = epoll_create1(EPOLL_CLOEXEC);
+    wakeEvent_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = wakeEvent_;
+    if (epoll_ < 0 || wakeEvent_ < 0 || epoll_ctl(epoll_, EPOLL_CTL_ADD, wakeEvent_, &event) != 0)
+        return fail(QUORL_INIT_FAILURE, "the system gives no event loop: %s", strerrordesc_np(errno));
+    // A new thread inherits the mask of its creator. So do the threads that libnats starts from it.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const int error = pthread_create(
+        &thread_, nullptr,
+        [](void* connection) -> void* {
+            static_cast<Connection*>(connection)->run();
+            return nullptr;
+        },
+        this);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (error != 0) return fail(QUORL_INIT_FAILURE, "thread quorl-nats: %s", strerrordesc_np(error));
+    pthread_setname_np(thread_, "quorl-nats");
+    started_ = true;
+    return QUORL_OK;
+}
+
+void Connection::join() noexcept {
+    if (!started_) return;
+    pthread_join(thread_, nullptr);
+    started_ = false;
+}
+
+void Connection::stop() noexcept {
+    stopping_.store(true, std::memory_order_seq_cst);
+    ring();
+    futexWake(phase_, INT32_MAX);
+}
+
+void Connection::ring() noexcept {
+    const uint64_t one = 1;
+    // Fails only when the event is set already, to its greatest value.
+    static_cast<void>(!::write(wakeEvent_, &one, sizeof one));
+}
+
+void Connection::wake() noexcept {
+    if (asleep_.exchange(false, std::memory_order_seq_cst)) ring();
+}
+
+void Connection::emptyWakeEvent() noexcept {
+    uint64_t count;
+    static_cast<void>(!::read(wakeEvent_, &count, sizeof count));
+}
+
+void Connection::describe(std::string_view description) noexcept {
+    try {
+        std::string name = description.empty() ? defaultName() : std::string(description);
+        Lock lock(lock_);
+        name_.swap(name);
+    } catch (const std::bad_alloc&) {
+        // It keeps the name that it has.
+    }
+}
+
+quorl_status Connection::waitUntilConnected() noexcept {
+    const int64_t deadline = monotonicNow() + connectTimeout_ + creatorsPatience;
+    for (;;) {
+        const uint32_t phase = phase_.load(std::memory_order_acquire);
+        if (phase == connected || phase == away) return QUORL_OK;
+        if (phase != connecting) break;
+        if (stopping_.load(std::memory_order_acquire)) return fail(QUORL_NOT_INITIALIZED, "the library closes");
+        if (!futexWait(phase_, connecting, deadline)) {
+            return fail(QUORL_DAEMON_NOT_FOUND, "connect %s: no answer after %.1f s", key_.daemon.c_str(),
+                        static_cast<double>(connectTimeout_ + creatorsPatience) / 1e9);
+        }
+    }
+    Lock lock(lock_);
+    return fail(firstStatus_, "%s", firstText_.c_str());
+}
+
+// ---- what the program listens to
+
+quorl_status Connection::addUser(std::string_view pattern, Listener* listener) noexcept {
+    try {
+        Lock lock(lock_);
+        auto& subscription = subscriptions_[std::string(pattern)];
+        const bool fresh = subscription == nullptr;
+        if (fresh) {
+            changes_.reserve(changes_.size() + 1);
+            subscription = std::make_unique<Subscription>(intake_, pattern);
+        }
+        if (listener != nullptr) subscription->add(*listener);
+        ++subscription->users;
+        if (fresh) {
+            changes_.push_back({nullptr, subscription.get()});
+            changesWaiting_.store(1, std::memory_order_seq_cst);
+        }
+        if (!fresh) return QUORL_OK;
+    } catch (const std::bad_alloc&) {
+        Lock lock(lock_);
+        const auto found = subscriptions_.find(std::string(pattern));
+        if (found != subscriptions_.end() && (found->second == nullptr || found->second->users == 0))
+            subscriptions_.erase(found);
+        return fail(QUORL_NO_MEMORY, "no memory for a subscription");
+    }
+    ring();
+    return QUORL_OK;
+}
+
+void Connection::removeUser(std::string_view pattern, Listener* listener) noexcept {
+    {
+        Lock lock(lock_);
+        const auto found = subscriptions_.find(std::string(pattern));
+        if (found == subscriptions_.end()) return;
+        Subscription& subscription = *found->second;
+        if (listener != nullptr) subscription.remove(*listener);
+        if (--subscription.users != 0) return;
+        changes_.push_back({std::move(found->second), nullptr});
+        subscriptions_.erase(found);
+        changesWaiting_.store(1, std::memory_order_seq_cst);
+    }
+    ring();
+}
+
+quorl_status Connection::listen(Listener& listener) noexcept {
+    return addUser(listener.subject, &listener);
+}
+
+void Connection::unlisten(Listener& listener) noexcept {
+    removeUser(listener.subject, &listener);
+}
+
+quorl_status Connection::listenToInboxes(std::string_view inboxPrefix) noexcept {
+    return addUser(std::string(inboxPrefix) + "*", nullptr);
+}
+
+void Connection::unlistenToInboxes(std::string_view inboxPrefix) noexcept {
+    removeUser(std::string(inboxPrefix) + "*", nullptr);
+}
+
+void Connection::applyChanges() noexcept {
+    if (changesWaiting_.load(std::memory_order_seq_cst) == 0) return;
+    std::vector<Change> changes;
+    {
+        Lock lock(lock_);
+        changes.swap(changes_);
+        changesWaiting_.store(0, std::memory_order_relaxed);
+    }
+    for (Change& change : changes) {
+        if (change.added != nullptr) {
+            Subscription& added = *change.added;
+            if (session_ == nullptr || added.subscribed) continue;
+            added.subscribed = session_->subscribe(added, toWire(intake_.prefix, added.pattern()).c_str());
+            if (!added.subscribed && !session_->lost()) givenUp_ = "no memory for a subscription";
+        } else if (change.subscription->subscribed) {
+            session_->unsubscribe(*change.subscription);
+            change.subscription->subscribed = false;
+            retired_.push_back(std::move(change.subscription));
+        }
+    }
+}
+
+// ---- the thread
+
+void Connection::run() noexcept {
+    bool running = false;
+    try {
+        connectFirst();
+        running = phase_.load(std::memory_order_relaxed) == connected;
+        if (running) keepUp();
+    } catch (const std::bad_alloc&) {
+        Lock lock(lock_);
+        firstStatus_ = QUORL_NO_MEMORY;
+        firstText_.clear();
+    }
+    dropSession();
+    outbox_.setConnected(false);
+    phase_.store(running ? done : failedToConnect, std::memory_order_release);
+    futexWake(phase_, INT32_MAX);
+}
+
+void Connection::connectFirst() {
+    const int64_t deadline = monotonicNow() + connectTimeout_;
+    std::string texts;
+    quorl_status worst = QUORL_DAEMON_NOT_FOUND;
+    for (size_t i = 0; i < servers_.size() && !stopping_.load(std::memory_order_acquire); ++i) {
+        const int64_t now = monotonicNow();
+        // What is left is shared among those that are left, so that one that does not answer leaves time for the others.
+        const int64_t share = std::max<int64_t>(deadline - now, 0) / static_cast<int64_t>(servers_.size() - i);
+        const quorl_status status = takeUp(servers_[i], now + share);
+        if (status == QUORL_OK) {
+            nextServer_ = i + 1;
+            outbox_.setConnected(true);
+            phase_.store(connected, std::memory_order_release);
+            futexWake(phase_, INT32_MAX);
+            return;
+        }
+        if (status != QUORL_DAEMON_NOT_FOUND) worst = status;
+        if (!texts.empty()) texts += "; ";
+        texts += lastErrorText();
+    }
+    Lock lock(lock_);
+    firstStatus_ = worst;
+    firstText_ = texts;
+}
+
+// Makes a session with the server, with all subscriptions. QUORL_DAEMON_NOT_FOUND and others with the reason.
+quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
+    const int64_t start = monotonicNow();
+    Session::Request request{server, {}, std::max<int64_t>(deadline - start, millisecond)};
+    {
+        Lock lock(lock_);
+        request.name = name_;
+    }
+    std::unique_ptr<Session> session;
+    if (const quorl_status status = Session::open(request, &session); status != QUORL_OK) return status;
+    Lock io(io_);
+    session_ = std::move(session);
+    givenUp_ = nullptr;
+    bool good = session_->subscribe(markFeed_, markSubject_.c_str());
+    {
+        Lock lock(lock_);
+        for (auto& [pattern, subscription] : subscriptions_) {
+            if (!good) break;
+            subscription->subscribed = session_->subscribe(*subscription, toWire(intake_.prefix, pattern).c_str());
+            good = subscription->subscribed;
+        }
+    }
+    const int64_t now = monotonicNow();
+    good = good && sendMark(*session_, now);
+    if (good && readyCheck_) good = awaitMark(*session_, std::max(deadline, now + millisecond), false);
+    if (good) {
+        epoll_event event{};
+        event.events = EPOLLIN;
+        event.data.fd = session_->socket();
+        good = epoll_ctl(epoll_, EPOLL_CTL_ADD, session_->socket(), &event) == 0;
+    }
+    if (good) {
+        returned_ = monotonicNow();
+        lastRead_ = returned_;
+        return QUORL_OK;
+    }
+    const std::string why = session_->lost() ? session_->reason() : "it does not carry messages of this bus";
+    io_.unlock();
+    dropSession();
+    io_.lock();
+    return fail(QUORL_DAEMON_NOT_FOUND, "connect %s: %s after %.1f s", server.url().c_str(), why.c_str(),
+                static_cast<double>(monotonicNow() - start) / 1e9);
+}
+
+// Reads and writes until the last mark has come back. False: the session was lost, or not in time, or all is to end
+// unless this is the end.
+bool Connection::awaitMark(Session& session, int64_t deadline, bool ending) noexcept {
+    while (markSeen_.load(std::memory_order_acquire) != markNumber_) {
+        if (session.lost()) return false;
+        if (session.buffered() != 0) session.write();
+        const int64_t left = deadline - monotonicNow();
+        if (left <= 0 || (!ending && stopping_.load(std::memory_order_acquire))) return false;
+        // The mark is counted on another thread, which rings.
+        std::array<pollfd, 2> waited{{{session.socket(), POLLIN, 0}, {wakeEvent_, POLLIN, 0}}};
+        if (session.buffered() != 0) waited[0].events |= POLLOUT;
+        if (poll(waited.data(), waited.size(), static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR)
+            return false;
+        if (waited[1].revents != 0) emptyWakeEvent();
+        if ((waited[0].revents & (POLLIN | POLLERR | POLLHUP)) != 0) session.read();
+    }
+    return true;
+}
+
+void Connection::dropSession() noexcept {
+    Lock io(io_);
+    if (session_ == nullptr) return;
+    session_->close();
+    session_->release(markFeed_);
+    {
+        Lock lock(lock_);
+        for (auto& [pattern, subscription] : subscriptions_) {
+            session_->release(*subscription);
+            subscription->subscribed = false;
+        }
+        for (Change& change : changes_) {
+            if (change.subscription == nullptr) continue;
+            session_->release(*change.subscription);
+            change.subscription->subscribed = false;
+        }
+    }
+    for (auto& subscription : retired_) session_->release(*subscription);
+    retired_.clear();
+    session_.reset();
+    partOffset_ = 0;  // a message that was sent in part is sent whole again
+    markUnderWay_ = false;
+}
+
+void Connection::pause(int64_t nanoseconds) noexcept {
+    const int64_t end = monotonicNow() + nanoseconds;
+    while (!stopping_.load(std::memory_order_acquire)) {
+        const int64_t left = end - monotonicNow();
+        if (left <= 0) return;
+        pollfd waited{wakeEvent_, POLLIN, 0};
+        if (poll(&waited, 1, static_cast<int>(left / millisecond + 1)) > 0) emptyWakeEvent();
+        Lock io(io_);
+        applyChanges();
+    }
+}
+
+void Connection::keepUp() noexcept {
+    for (;;) {
+        serve();
+        if (stopping_.load(std::memory_order_acquire)) {
+            finishSending();
+            return;
+        }
+        {
+            Lock io(io_);
+            lostUnconfirmed_ = handed_ - confirmed_;
+            confirmed_ = handed_;
+            try {
+                lostReason_ = givenUp_ != nullptr ? givenUp_ : session_->reason();
+                std::vector<Server> found = session_->discovered();
+                if (!found.empty()) further_ = std::move(found);
+            } catch (const std::bad_alloc&) {
+                lostReason_.clear();
+            }
+        }
+        lostAt_ = monotonicNow();
+        outbox_.setConnected(false);
+        phase_.store(away, std::memory_order_release);
+        dropSession();
+        adviseLost();
+        for (int64_t wait = firstPause;; wait = std::min(2 * wait, longestPause)) {
+            bool back = false;
+            try {
+                back = connectAgain();
+            } catch (const std::bad_alloc&) {
+                back = false;
+            }
+            if (back) break;
+            pause(wait);
+            if (stopping_.load(std::memory_order_acquire)) return;
+        }
+        adviseBack();
+        outbox_.setConnected(true);
+        phase_.store(connected, std::memory_order_release);
+    }
+}
+
+// One attempt at each server, beginning behind the one that was used last.
+bool Connection::connectAgain() {
+    std::vector<Server> all = servers_;
+    for (const Server& server : further_) {
+        if (std::find(all.begin(), all.end(), server) == all.end()) all.push_back(server);
+    }
+    for (size_t i = 0; i < all.size(); ++i) {
+        if (stopping_.load(std::memory_order_acquire)) return false;
+        const size_t index = (nextServer_ + i) % all.size();
+        if (takeUp(all[index], monotonicNow() + connectTimeout_) == QUORL_OK) {
+            nextServer_ = index + 1;
+            return true;
+        }
+    }
+    return false;
+}
+
+void Connection::adviseLost() noexcept {
+    if (!advisoriesHeard()) return;
+    advise(Severity::warn, "daemon", "lost",
+           {{"daemon", key_.daemon},
+            {"service", key_.service},
+            {"network", key_.network},
+            {"reason", lostReason_},
+            {"unconfirmed", lostUnconfirmed_}});
+}
+
+void Connection::adviseBack() noexcept {
+    const uint64_t lost = outbox_.takeLost();
+    if (!advisoriesHeard()) return;
+    uint64_t kept = outbox_.messages();
+    {
+        Lock io(io_);
+        for (size_t i = nextFrame_; current_ != nullptr && i < current_->frames.size(); ++i)
+            kept += current_->frames[i].messages;
+    }
+    advise(Severity::info, "daemon", "back",
+           {{"daemon", key_.daemon},
+            {"service", key_.service},
+            {"network", key_.network},
+            {"seconds", static_cast<double>(monotonicNow() - lostAt_) / 1e9},
+            {"sent", kept},
+            {"lost", lost},
+            {"unconfirmed", lostUnconfirmed_}});
+}
+
+}  // namespace quorl::transport::nats

@@ -1,0 +1,196 @@
+// A connection of this process to a daemon, kept up for as long as transports use it: what goes out, what comes in, what
+// happens when the daemon goes away.
+//
+// One thread of its own connects, subscribes and unsubscribes, reads and writes. A sender whose message finds that thread
+// idle writes it itself, which saves a change of threads; one that finds it busy leaves the message to it, where messages
+// gather into frames.
+//
+// Marks are messages of the connection to itself. The mark that has come back says that all that was sent before it has
+// arrived at the daemon; one that does not come back says that the connection is dead, whatever the system thinks of it.
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "base/mutex.h"
+#include "base/parameters.h"
+#include "transport/nats/outbox.h"
+#include "transport/nats/session.h"
+#include "transport/nats/subscription.h"
+#include "transport/transport.h"
+
+namespace quorl::transport::nats {
+
+struct ConnectionKey {
+    std::string daemon;  // as the program wrote it
+    std::string service;
+    std::string network;
+    std::string description;
+
+    bool operator==(const ConnectionKey&) const = default;
+};
+
+class Connection {
+  public:
+    // How a transport gathers what it sends.
+    struct Batching {
+        std::atomic<bool> gather{false};  // until size bytes wait or a short time has passed
+        std::atomic<uint32_t> size{0};    // 0: no bound of its own
+        std::atomic<int64_t> keep{0};  // nanoseconds that a message is worth keeping for a daemon that is away; 0: any
+    };
+
+    Connection(ConnectionKey key, std::vector<Server> servers, const Parameters& parameters, bool readyCheck);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    // QUORL_INIT_FAILURE.
+    quorl_status start() noexcept;
+    // Waits until the first attempt to connect has ended, up to the limit for it. QUORL_DAEMON_NOT_FOUND,
+    // QUORL_USERPASS_MISMATCH and others with the reason; QUORL_NOT_INITIALIZED when the library closes meanwhile.
+    quorl_status waitUntilConnected() noexcept;
+    bool failed() const noexcept { return phase_.load(std::memory_order_acquire) == failedToConnect; }
+
+    // Asks the thread to send what waits, and to end. Then finished becomes true, and join returns.
+    void stop() noexcept;
+    bool finished() const noexcept { return phase_.load(std::memory_order_acquire) >= failedToConnect; }
+    void join() noexcept;
+
+    const ConnectionKey& key() const noexcept { return key_; }
+
+    // The program's description, for the next session.
+    void describe(std::string_view description) noexcept;
+
+    // Carrier::noRoom, and what put and Router::check say.
+    quorl_status send(const message::ContentRef& content, const Batching& batching) noexcept;
+    Outbox& outbox() noexcept { return outbox_; }
+
+    quorl_status listen(Listener& listener) noexcept;
+    void unlisten(Listener& listener) noexcept;
+    // All inboxes of one transport.
+    quorl_status listenToInboxes(std::string_view inboxPrefix) noexcept;
+    void unlistenToInboxes(std::string_view inboxPrefix) noexcept;
+    Router& inboxes() noexcept { return intake_.inboxes; }
+
+    // For the list of connections: who uses this one. Guarded by that list's lock.
+    uint32_t users = 0;
+
+  private:
+    enum Phase : uint32_t { connecting, connected, away, failedToConnect, done };
+
+    // A change of what is subscribed to, in the order in which the program asked for it.
+    struct Change {
+        std::unique_ptr<Subscription> subscription;  // to unsubscribe and then free; null: subscribe to added
+        Subscription* added = nullptr;
+    };
+
+    class MarkFeed final : public Feed {
+      public:
+        explicit MarkFeed(Connection& connection) noexcept : connection_(connection) {}
+        void received(std::string_view, const uint8_t* payload, size_t size) noexcept override;
+
+      private:
+        Connection& connection_;
+    };
+
+    quorl_status addUser(std::string_view pattern, Listener* listener) noexcept;
+    void removeUser(std::string_view pattern, Listener* listener) noexcept;
+
+    // Of the thread.
+    void run() noexcept;
+    void keepUp() noexcept;
+    void connectFirst();
+    bool connectAgain();
+    quorl_status takeUp(const Server& server, int64_t deadline);
+    bool awaitMark(Session& session, int64_t deadline, bool ending) noexcept;
+    void serve() noexcept;
+    void finishSending() noexcept;
+    void dropSession() noexcept;
+    void pause(int64_t nanoseconds) noexcept;
+    void emptyWakeEvent() noexcept;
+    void adviseLost() noexcept;
+    void adviseBack() noexcept;
+
+    // Under io_.
+    void applyChanges() noexcept;
+    void watchMarks(int64_t now) noexcept;
+    int64_t nextLook() const noexcept;
+    enum class Flushed { all, blocked, changesFirst };
+    Flushed flush() noexcept;
+    bool sendFrame(const Outbox::Chunk& chunk, const Outbox::Frame& frame) noexcept;
+    bool sendEntry(const char* wireSubject, std::string_view reply, const uint8_t* image, uint32_t size,
+                   bool mayStop) noexcept;
+    bool makeRoom() noexcept;
+    bool sendMark(Session& session, int64_t now) noexcept;
+
+    // Makes the thread look for work: when it sleeps, or in any case.
+    void wake() noexcept;
+    void ring() noexcept;
+
+    const ConnectionKey key_;
+    const int64_t connectTimeout_;  // nanoseconds
+    const bool readyCheck_;
+    const SenderId senderId_;
+
+    Intake intake_;
+    const std::string markSubject_;  // on the wire
+    Outbox outbox_;
+    pthread_t thread_{};
+    bool started_ = false;
+    int epoll_ = -1;
+    int wakeEvent_ = -1;
+
+    std::atomic<uint32_t> phase_{connecting};  // creators sleep on it
+    std::atomic<bool> stopping_{false};
+    std::atomic<bool> asleep_{false};       // the thread waits, or is about to, and has nothing to send
+    std::atomic<bool> gathering_{false};    // what waits to be sent may wait for more
+    std::atomic<bool> flushNow_{false};     // but no longer
+    std::atomic<bool> unconfirmed_{false};  // something was sent since the last mark
+    std::atomic<uint32_t> changesWaiting_{0};
+    std::atomic<int64_t> lastSend_{0};   // when a sender last found the thread asleep
+    std::atomic<uint64_t> markSeen_{0};  // the number of the last mark that came back
+
+    Mutex lock_;                           // of the next five; taken inside io_ and inside transports' locks
+    quorl_status firstStatus_ = QUORL_OK;  // of the first attempt to connect
+    std::string firstText_;
+    std::string name_;  // for the daemon's tools, from the next session on
+    std::unordered_map<std::string, std::unique_ptr<Subscription>> subscriptions_;
+    std::vector<Change> changes_;
+
+    Mutex io_;  // of what follows: whoever calls the session holds it
+    std::unique_ptr<Session> session_;
+    std::vector<std::unique_ptr<Subscription>> retired_;  // unsubscribed, and perhaps still fed
+    std::unique_ptr<Outbox::Chunk> current_;              // partly sent
+    size_t nextFrame_ = 0;                                // of it
+    uint32_t partOffset_ = 0;                             // of an entry that is sent in parts
+    uint64_t partNumber_ = 0;                             // of that entry
+    std::vector<uint8_t> scratch_;                        // a part with its header
+    MarkFeed markFeed_{*this};
+    const char* givenUp_ = nullptr;  // why the session is taken for lost; null while it is not
+    int64_t returned_ = 0;           // when the session began
+    uint64_t handed_ = 0;            // messages given to sessions, ever
+    uint64_t marked_ = 0;            // of them, those before the last mark that was sent
+    uint64_t confirmed_ = 0;         // of them, those before the last mark that came back
+    uint64_t markNumber_ = 0;        // of the last mark; never repeated
+    bool markUnderWay_ = false;
+    int64_t markTime_ = 0;  // when a mark was last sent or came back
+    int64_t lastRead_ = 0;
+
+    // Of the thread.
+    const std::vector<Server> servers_;  // those that the program named
+    std::vector<Server> further_;        // and those that the daemon told of
+    size_t nextServer_ = 0;              // of both
+    int64_t gatherUntil_ = 0;            // 0: not set
+    int64_t lostAt_ = 0;
+    std::string lostReason_;
+    uint64_t lostUnconfirmed_ = 0;
+};
+
+}  // namespace quorl::transport::nats

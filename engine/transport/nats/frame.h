@@ -1,0 +1,107 @@
+// What the payload of one message of a daemon holds: several messages of one subject, a part of a large one, or a mark.
+// docs/reference/daemon-wire.md says the same in words.
+//
+// An entry is one message: the length of its reply subject in a byte, the reply subject, its wire image, whose header says
+// how long it is. Everything is little-endian.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "message/wire.h"
+#include "quorl/quorl.h"
+
+namespace quorl::transport::nats {
+
+inline constexpr uint32_t frameMagic = 'Q' | 'N' << 8 | 1 << 16;  // with the version, and 0 for the kind
+
+enum class FrameKind : uint8_t { entries = 1, part = 2, mark = 3 };
+
+inline constexpr uint32_t frameHeaderSize = 4;
+
+constexpr uint32_t frameHead(FrameKind kind) noexcept {
+    return frameMagic | static_cast<uint32_t>(kind) << 24;
+}
+
+// ---- entries
+
+struct Entry {
+    std::string_view replySubject;
+    const uint8_t* image = nullptr;
+    uint32_t size = 0;  // of the image
+};
+
+// Bytes of an entry.
+constexpr size_t entrySize(size_t replyLength, size_t imageSize) noexcept {
+    return 1 + replyLength + imageSize;
+}
+
+// Reads the entry at the front of size bytes; *used gets its length. False: there is none that is whole.
+inline bool readEntry(const uint8_t* bytes, size_t size, Entry* entry, size_t* used) noexcept {
+    if (size < 1) return false;
+    const size_t reply = bytes[0];
+    if (reply > QUORL_SUBJECT_MAX || size < 1 + reply + message::wire::headerSize) return false;
+    const uint8_t* image = bytes + 1 + reply;
+    const auto imageSize = message::wire::load<uint32_t>(image + message::wire::sizeAt);
+    if (imageSize < message::wire::headerSize || imageSize > size - 1 - reply) return false;
+    entry->replySubject = {reinterpret_cast<const char*>(bytes + 1), reply};
+    entry->image = image;
+    entry->size = imageSize;
+    *used = 1 + reply + imageSize;
+    return true;
+}
+
+// ---- parts
+
+using SenderId = std::array<uint8_t, 16>;
+
+// Of an entry that is too large for one message of the daemon. Parts come in order, without gaps.
+struct Part {
+    SenderId sender;      // of the connection that cut it
+    uint64_t number = 0;  // of the entry; a sender uses it once
+    uint32_t total = 0;   // bytes of the entry
+    uint32_t offset = 0;  // of this part in it
+    const uint8_t* data = nullptr;
+    uint32_t size = 0;
+};
+
+inline constexpr uint32_t partHeaderSize = frameHeaderSize + 16 + 8 + 4 + 4;
+
+inline void writePartHeader(uint8_t* to, const Part& part) noexcept {
+    message::wire::store(to, frameHead(FrameKind::part));
+    std::memcpy(to + 4, part.sender.data(), 16);
+    message::wire::store(to + 20, part.number);
+    message::wire::store(to + 28, part.total);
+    message::wire::store(to + 32, part.offset);
+}
+
+// bytes: the whole payload. False: it is no part that can be right.
+inline bool readPart(const uint8_t* bytes, size_t size, Part* part) noexcept {
+    if (size <= partHeaderSize) return false;
+    std::memcpy(part->sender.data(), bytes + 4, 16);
+    part->number = message::wire::load<uint64_t>(bytes + 20);
+    part->total = message::wire::load<uint32_t>(bytes + 28);
+    part->offset = message::wire::load<uint32_t>(bytes + 32);
+    part->data = bytes + partHeaderSize;
+    part->size = static_cast<uint32_t>(size - partHeaderSize);
+    return part->offset <= part->total && part->size <= part->total - part->offset;
+}
+
+// ---- marks: what a connection sends to itself, to learn what has arrived at the daemon
+
+inline constexpr uint32_t markSize = frameHeaderSize + 8;
+
+// ----
+
+// What the payload is; false: nothing of ours.
+inline bool readKind(const uint8_t* bytes, size_t size, FrameKind* kind) noexcept {
+    if (size < frameHeaderSize) return false;
+    const auto head = message::wire::load<uint32_t>(bytes);
+    if ((head & 0xffffffu) != frameMagic) return false;
+    *kind = static_cast<FrameKind>(head >> 24);
+    return *kind == FrameKind::entries || *kind == FrameKind::part || *kind == FrameKind::mark;
+}
+
+}  // namespace quorl::transport::nats

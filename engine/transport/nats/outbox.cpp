@@ -1,0 +1,185 @@
+// Gathering messages into frames.
+#include "transport/nats/outbox.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "base/clock.h"
+#include "base/status.h"
+#include "transport/nats/assembler.h"
+#include "transport/nats/wire_subject.h"
+
+namespace quorl::transport::nats {
+
+// The last chunk when it has the room, else a new one. Throws std::bad_alloc.
+Outbox::Chunk& Outbox::chunkWith(size_t room) {
+    if (!chunks_.empty() && chunks_.back()->room - chunks_.back()->used >= room) return *chunks_.back();
+    std::unique_ptr<Chunk> chunk;
+    if (room <= Chunk::standardRoom && !spares_.empty()) {
+        chunk = std::move(spares_.back());
+        spares_.pop_back();
+    } else {
+        chunk = std::make_unique<Chunk>();
+        chunk->room = std::max(room, Chunk::standardRoom);
+        chunk->bytes.reset(new uint8_t[chunk->room]);
+    }
+    chunks_.push_back(std::move(chunk));
+    return *chunks_.back();
+}
+
+void Outbox::dropExpired() noexcept {
+    const int64_t now = monotonicNow();
+    while (!chunks_.empty()) {
+        uint64_t messages = 0;
+        for (const Frame& frame : chunks_.front()->frames) {
+            if (frame.keepUntil > now) return;
+            messages += frame.messages;
+        }
+        waiting_.store(waiting_.load(std::memory_order_relaxed) - chunks_.front()->cost, std::memory_order_release);
+        chunks_.pop_front();
+        open_ = open_ && !chunks_.empty();
+        addLost(messages);
+    }
+}
+
+quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, size_t* waiting) noexcept {
+    const std::string_view subject = content.sendSubject();
+    const std::string_view reply = content.replySubject();
+    const size_t entry = entrySize(reply.size(), content.byteSize());
+    if (entry > largestEntry)
+        return fail(QUORL_INVALID_SIZE, "a message of %u bytes is larger than a daemon's transport carries (%u)",
+                    content.byteSize(), largestEntry);
+    Lock lock(lock_);
+    if (full(entry)) [[unlikely]] {
+        if (connected_) return Carrier::noRoom;
+        dropExpired();
+        if (full(entry)) {
+            addLost(1);
+            return fail(QUORL_DAEMON_NOT_CONNECTED, "the daemon is away, and %zu of %zu bytes wait for it",
+                        waiting_.load(std::memory_order_relaxed), awayRoom_);
+        }
+    }
+    try {
+        const bool copied = entry <= largestCopied;
+        const bool sameSubject = open_ && subject.size() == lastSubjectSize_ &&
+                                 std::memcmp(subject.data(), lastSubject_.data(), subject.size()) == 0;
+        size_t cost = entry;
+        Chunk* chunk = chunks_.empty() ? nullptr : chunks_.back().get();
+        if (copied && sameSubject && chunk->frames.back().size + entry <= frameRoom &&
+            chunk->room - chunk->used >= entry) {
+            Frame& frame = chunk->frames.back();
+            frame.size += static_cast<uint32_t>(entry);
+            ++frame.messages;
+            frame.keepUntil = std::max(frame.keepUntil, keepUntil);
+        } else {
+            const std::string wire = toWire(prefix_, subject);
+            const size_t head = wire.size() + 1 + (copied ? frameHeaderSize : 0);
+            chunk = &chunkWith(head + (copied ? entry : 0));
+            Frame frame;
+            frame.subject = static_cast<uint32_t>(chunk->used);
+            frame.payload = static_cast<uint32_t>(chunk->used + wire.size() + 1);
+            frame.messages = 1;
+            frame.keepUntil = keepUntil;
+            if (copied) {
+                frame.size = static_cast<uint32_t>(frameHeaderSize + entry);
+            } else {
+                frame.content = static_cast<uint32_t>(chunk->contents.size());
+                chunk->contents.push_back(content);
+            }
+            chunk->frames.push_back(frame);
+            std::memcpy(chunk->bytes.get() + chunk->used, wire.c_str(), wire.size() + 1);
+            if (copied) message::wire::store(chunk->bytes.get() + frame.payload, frameHead(FrameKind::entries));
+            chunk->used += head;
+            cost += head;
+            open_ = copied;
+            lastSubjectSize_ = subject.size();
+            std::memcpy(lastSubject_.data(), subject.data(), subject.size());
+        }
+        if (copied) {
+            uint8_t* to = chunk->bytes.get() + chunk->used;
+            *to = static_cast<uint8_t>(reply.size());
+            if (!reply.empty()) std::memcpy(to + 1, reply.data(), reply.size());
+            std::memcpy(to + 1 + reply.size(), content.bytes(), content.byteSize());
+            chunk->used += entry;
+        }
+        chunk->cost += cost;
+        *waiting = waiting_.load(std::memory_order_relaxed) + cost;
+        waiting_.store(*waiting, std::memory_order_seq_cst);
+        return QUORL_OK;
+    } catch (const std::bad_alloc&) {
+        open_ = false;
+        return fail(QUORL_NO_MEMORY, "no memory for a message on its way to the daemon");
+    }
+}
+
+void Outbox::waitForRoom(const std::atomic<bool>& gaveUp) noexcept {
+    roomSleepers_.fetch_add(1, std::memory_order_seq_cst);
+    for (;;) {
+        const uint32_t seen = roomChanges_.load(std::memory_order_seq_cst);
+        if (gaveUp.load(std::memory_order_seq_cst)) break;
+        {
+            Lock lock(lock_);
+            if (!connected_ || waiting_.load(std::memory_order_relaxed) < connectedRoom) break;
+        }
+        futexWait(roomChanges_, seen);
+    }
+    roomSleepers_.fetch_sub(1, std::memory_order_relaxed);
+}
+
+void Outbox::wakeSenders() noexcept {
+    roomChanges_.fetch_add(1, std::memory_order_seq_cst);
+    if (roomSleepers_.load(std::memory_order_seq_cst) != 0) futexWake(roomChanges_, INT32_MAX);
+}
+
+void Outbox::setConnected(bool connected) noexcept {
+    {
+        Lock lock(lock_);
+        connected_ = connected;
+    }
+    wakeSenders();
+}
+
+std::unique_ptr<Outbox::Chunk> Outbox::take() noexcept {
+    Lock lock(lock_);
+    if (chunks_.empty()) return nullptr;
+    std::unique_ptr<Chunk> chunk = std::move(chunks_.front());
+    chunks_.pop_front();
+    if (chunks_.empty()) open_ = false;
+    return chunk;
+}
+
+void Outbox::giveBack(std::unique_ptr<Chunk> chunk) noexcept {
+    const size_t cost = chunk->cost;
+    chunk->contents.clear();  // outside of the lock
+    chunk->frames.clear();
+    chunk->used = 0;
+    chunk->cost = 0;
+    bool wake;
+    {
+        Lock lock(lock_);
+        const size_t before = waiting_.load(std::memory_order_relaxed);
+        waiting_.store(before - cost, std::memory_order_release);
+        // Woken when half is free, so that a sender that is faster than the daemon sleeps seldom.
+        wake = before >= connectedRoom / 2 && before - cost < connectedRoom / 2;
+        if (chunk->room == Chunk::standardRoom && spares_.size() < sparesKept) {
+            try {
+                spares_.push_back(std::move(chunk));
+            } catch (const std::bad_alloc&) {
+                // It goes.
+            }
+        }
+    }
+    if (wake) wakeSenders();
+}
+
+uint64_t Outbox::messages() noexcept {
+    Lock lock(lock_);
+    uint64_t count = 0;
+    for (const auto& chunk : chunks_) {
+        for (const Frame& frame : chunk->frames) count += frame.messages;
+    }
+    return count;
+}
+
+}  // namespace quorl::transport::nats

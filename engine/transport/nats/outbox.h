@@ -1,0 +1,110 @@
+// What waits to be sent on one connection, in the order of sending: gathered into frames of one subject, within a bound.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/futex.h"
+#include "base/mutex.h"
+#include "message/delivery.h"
+#include "transport/nats/frame.h"
+#include "transport/transport.h"
+
+namespace quorl::transport::nats {
+
+class Outbox {
+  public:
+    // Bytes of entries that are gathered into one frame. Large enough that the daemon's cost for each of its messages
+    // vanishes, small enough that the frame is still in the processor's cache when it is sent and read.
+    static constexpr size_t frameRoom = 16u << 10;
+    // A larger image is not copied: it is cut into parts, or sent, from where it is.
+    static constexpr size_t largestCopied = 48u << 10;
+    // Bytes that wait while the daemon is there before senders have to wait.
+    static constexpr size_t connectedRoom = 4u << 20;
+
+    struct Frame {
+        uint32_t subject = 0;  // offset of the subject on the wire, zero-terminated
+        uint32_t payload = 0;  // offset of the payload
+        uint32_t size = 0;     // bytes of the payload; 0: the message is contents[content]
+        uint32_t content = 0;
+        uint32_t messages = 0;
+        int64_t keepUntil = 0;  // on the monotonic clock
+    };
+
+    // Frames and their bytes; never changed once it was taken.
+    struct Chunk {
+        static constexpr size_t standardRoom = 256u << 10;
+
+        std::unique_ptr<uint8_t[]> bytes;
+        size_t room = 0;
+        size_t used = 0;
+        size_t cost = 0;  // bytes as they count against the bounds
+        std::vector<Frame> frames;
+        std::vector<message::ContentRef> contents;
+
+        const char* subjectOf(const Frame& frame) const noexcept {
+            return reinterpret_cast<const char*>(bytes.get() + frame.subject);
+        }
+        const uint8_t* payloadOf(const Frame& frame) const noexcept { return bytes.get() + frame.payload; }
+    };
+
+    // prefix: of subjects on the wire. awayRoom: bytes that wait while the daemon is away.
+    Outbox(std::string_view prefix, size_t awayRoom) : prefix_(prefix), awayRoom_(awayRoom) {}
+
+    // Takes a message over, whose subject has been checked. keepUntil: when it is worthless if the daemon is away;
+    // forever for never. *waiting gets the bytes that wait now.
+    // Carrier::noRoom, QUORL_DAEMON_NOT_CONNECTED, QUORL_INVALID_SIZE, QUORL_NO_MEMORY.
+    quorl_status put(const message::ContentRef& content, int64_t keepUntil, size_t* waiting) noexcept;
+
+    // Waits until there may be room, the daemon is away, or wakeSenders is called; gaveUp is looked at first.
+    void waitForRoom(const std::atomic<bool>& gaveUp) noexcept;
+    void wakeSenders() noexcept;
+
+    void setConnected(bool connected) noexcept;
+
+    // The oldest messages; null: none wait. They count as waiting until they are given back.
+    std::unique_ptr<Chunk> take() noexcept;
+    void giveBack(std::unique_ptr<Chunk> chunk) noexcept;
+
+    bool empty() const noexcept { return waiting_.load(std::memory_order_seq_cst) == 0; }
+    size_t waiting() const noexcept { return waiting_.load(std::memory_order_relaxed); }
+
+    // Messages that were refused or dropped because the daemon was away, since the last time that this was asked.
+    uint64_t takeLost() noexcept { return lost_.exchange(0, std::memory_order_relaxed); }
+    void addLost(uint64_t messages) noexcept { lost_.fetch_add(messages, std::memory_order_relaxed); }
+    // Messages that wait.
+    uint64_t messages() noexcept;
+
+  private:
+    static constexpr size_t sparesKept = 4;
+
+    Chunk& chunkWith(size_t room);
+    void dropExpired() noexcept;
+    bool full(size_t size) const noexcept {
+        const size_t waits = waiting_.load(std::memory_order_relaxed);
+        return connected_ ? waits >= connectedRoom : waits + size > awayRoom_;
+    }
+
+    const std::string prefix_;
+    const size_t awayRoom_;
+
+    std::atomic<size_t> waiting_{0};  // bytes; written under the lock, in one order with the connection's sleep
+    std::atomic<uint64_t> lost_{0};
+    std::atomic<uint32_t> roomChanges_{0};  // senders sleep on it
+    std::atomic<uint32_t> roomSleepers_{0};
+
+    Mutex lock_;  // of what follows
+    bool connected_ = false;
+    bool open_ = false;  // the last frame of the last chunk takes more messages of lastSubject_
+    std::array<char, QUORL_SUBJECT_MAX> lastSubject_;
+    size_t lastSubjectSize_ = 0;
+    std::deque<std::unique_ptr<Chunk>> chunks_;
+    std::vector<std::unique_ptr<Chunk>> spares_;
+};
+
+}  // namespace quorl::transport::nats

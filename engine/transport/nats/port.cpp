@@ -1,0 +1,227 @@
+// Ports, and the list of connections.
+#include "transport/nats/port.h"
+
+#include <algorithm>
+#include <new>
+#include <vector>
+
+#include "base/clock.h"
+#include "base/environment.h"
+#include "base/futex.h"
+#include "base/status.h"
+#include "subject/subject.h"
+#include "transport/nats/connection.h"
+
+namespace quorl::transport::nats {
+namespace {
+
+using Shared = std::shared_ptr<Connection>;
+
+constinit Mutex listLock;                        // of the next four
+constinit std::vector<Shared>* list = nullptr;   // while the library is open
+constinit bool closing = true;                   //
+constinit bool everConnected = false;            // since the library was opened
+constinit std::atomic<uint32_t> listChanges{0};  // stop sleeps on it
+
+// Takes those that have ended off the list. Under the list's lock; they are joined by whoever gets them.
+std::vector<Shared> takeFinished() {
+    std::vector<Shared> taken;
+    taken.reserve(list->size());
+    std::erase_if(*list, [&](Shared& connection) {
+        if (!connection->finished() || connection->users != 0) return false;
+        taken.push_back(std::move(connection));
+        return true;
+    });
+    return taken;
+}
+
+void leave(const Shared& connection) noexcept {
+    bool last;
+    {
+        Lock lock(listLock);
+        last = --connection->users == 0;
+    }
+    if (last) connection->stop();
+    listChanges.fetch_add(1, std::memory_order_release);
+    futexWake(listChanges);
+}
+
+quorl_status join(const ConnectionKey& key, const std::vector<Server>& servers, Shared* joined) {
+    std::vector<Shared> ended;
+    Shared connection;
+    {
+        Lock lock(listLock);
+        if (closing) return fail(QUORL_NOT_INITIALIZED, "the library closes");
+        ended = takeFinished();
+        // One that nobody uses any more is about to end.
+        const auto found = std::find_if(list->begin(), list->end(), [&](const Shared& one) {
+            return one->users != 0 && !one->failed() && one->key() == key;
+        });
+        if (found != list->end()) {
+            connection = *found;
+            ++connection->users;
+        } else {
+            list->reserve(list->size() + 1);
+            connection = std::make_shared<Connection>(key, servers, environment::parameters(),
+                                                      !environment::readyCheckDisabled());
+            if (const quorl_status status = connection->start(); status != QUORL_OK) return status;
+            connection->users = 1;
+            everConnected = true;
+            list->push_back(connection);
+        }
+    }
+    ended.clear();
+    const quorl_status status = connection->waitUntilConnected();
+    if (status != QUORL_OK) {
+        leave(connection);
+        return status;
+    }
+    *joined = std::move(connection);
+    return QUORL_OK;
+}
+
+class Port final : public Carrier {
+  public:
+    Port(Shared connection, std::vector<Server> servers)
+        : servers_(std::move(servers)), connection_(connection.get()), held_{std::move(connection)} {}
+
+    ~Port() override {
+        if (!closed_.load(std::memory_order_relaxed)) Port::close();
+    }
+
+    quorl_status check(std::string_view subject) const noexcept override { return Router::check(subject); }
+
+    quorl_status send(ThreadState&, message::ContentRef content) noexcept override {
+        if (!used_.load(std::memory_order_relaxed)) used_.store(true, std::memory_order_seq_cst);
+        return current().send(content, batching_);
+    }
+    bool awaitRoom() noexcept override {
+        current().outbox().waitForRoom(closed_);
+        return !closed_.load(std::memory_order_seq_cst);
+    }
+    // The connection goes with its last transport; its memory stays for the calls that are under way.
+    void close() noexcept override {
+        closed_.store(true, std::memory_order_seq_cst);
+        current().outbox().wakeSenders();
+        if (!inboxPrefix_.empty()) current().unlistenToInboxes(inboxPrefix_);
+        leave(held_.back());
+    }
+
+    quorl_status deliver(ThreadState& thread, message::ContentRef content) noexcept override {
+        return current().inboxes().route(thread, std::move(content));
+    }
+
+    // The transport's lock is held by whoever calls the next four.
+    quorl_status listen(Listener& listener) noexcept override {
+        used_.store(true, std::memory_order_seq_cst);
+        if (!subject::isInbox(listener.subject)) return current().listen(listener);
+        try {
+            if (const quorl_status status = openInboxes(listener.subject); status != QUORL_OK) return status;
+            current().inboxes().add(listener);
+            return QUORL_OK;
+        } catch (const std::bad_alloc&) {
+            return fail(QUORL_NO_MEMORY, "no memory for a listener of an inbox");
+        }
+    }
+    void unlisten(Listener& listener) noexcept override {
+        if (subject::isInbox(listener.subject)) {
+            current().inboxes().remove(listener);
+        } else {
+            current().unlisten(listener);
+        }
+    }
+    quorl_status openRequest(Request& request) noexcept override {
+        used_.store(true, std::memory_order_seq_cst);
+        try {
+            if (const quorl_status status = openInboxes(request.inbox); status != QUORL_OK) return status;
+            current().inboxes().add(request);
+            return QUORL_OK;
+        } catch (const std::bad_alloc&) {
+            return fail(QUORL_NO_MEMORY, "no memory for a request");
+        }
+    }
+    void closeRequest(Request& request) noexcept override { current().inboxes().remove(request); }
+
+    void configure(const Settings& settings) noexcept override {
+        batching_.gather.store(settings.batchMode == QUORLTRANSPORT_TIMER_BATCH, std::memory_order_relaxed);
+        batching_.size.store(settings.batchSize, std::memory_order_relaxed);
+        batching_.keep.store(nanosecondsOf(settings.reliability), std::memory_order_relaxed);
+    }
+
+  private:
+    Connection& current() const noexcept { return *connection_.load(std::memory_order_acquire); }
+
+    // Inboxes of a transport have all but the last element in common, and one subscription together.
+    quorl_status openInboxes(std::string_view inbox) {
+        if (!inboxPrefix_.empty()) return QUORL_OK;
+        std::string prefix(inbox.substr(0, inbox.rfind('.') + 1));
+        if (const quorl_status status = current().listenToInboxes(prefix); status != QUORL_OK) return status;
+        inboxPrefix_ = std::move(prefix);
+        return QUORL_OK;
+    }
+
+    const std::vector<Server> servers_;
+    std::atomic<Connection*> connection_;
+    std::vector<Shared> held_;  // the last one is the port's; others may still be in use by a call
+    Connection::Batching batching_;
+    std::atomic<bool> used_{false};
+    std::atomic<bool> closed_{false};
+    std::string inboxPrefix_;  // guarded by the transport's lock; empty: no inbox is listened to
+};
+
+}  // namespace
+
+quorl_status openPort(std::string_view daemon, std::string_view service, std::string_view network,
+                      std::unique_ptr<Carrier>* port) noexcept {
+    try {
+        std::vector<Server> servers;
+        if (const quorl_status status = parseAddress(daemon, &servers); status != QUORL_OK) return status;
+        Shared connection;
+        const ConnectionKey key{std::string(daemon), std::string(service), std::string(network), {}};
+        if (const quorl_status status = join(key, servers, &connection); status != QUORL_OK) return status;
+        try {
+            *port = std::make_unique<Port>(connection, std::move(servers));
+        } catch (const std::bad_alloc&) {
+            leave(connection);
+            throw;
+        }
+        return QUORL_OK;
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for a transport");
+    }
+}
+
+void start() noexcept {
+    Lock lock(listLock);
+    if (list == nullptr) list = new (std::nothrow) std::vector<Shared>;
+    closing = list == nullptr;
+}
+
+void stop() noexcept {
+    std::unique_ptr<std::vector<Shared>> left;
+    {
+        Lock lock(listLock);
+        if (list == nullptr) return;
+        closing = true;
+        for (const Shared& connection : *list) connection->stop();
+    }
+    // Those who still create a transport notice, and leave; the transports themselves are closed.
+    for (;;) {
+        const uint32_t seen = listChanges.load(std::memory_order_acquire);
+        {
+            Lock lock(listLock);
+            if (std::none_of(list->begin(), list->end(), [](const Shared& one) { return one->users != 0; })) {
+                left.reset(list);
+                list = nullptr;
+                break;
+            }
+        }
+        futexWait(listChanges, seen);
+    }
+    for (const Shared& connection : *left) connection->join();
+    left.reset();
+    if (everConnected) Session::shutDownLibrary();
+    everConnected = false;
+}
+
+}  // namespace quorl::transport::nats

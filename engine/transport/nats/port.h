@@ -1,0 +1,20 @@
+// Transports over daemons: each a port on a connection, which those with the same daemon, service and network share.
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include "transport/transport.h"
+
+namespace quorl::transport::nats {
+
+// A port on a connection to that daemon; connects when there is none yet, and waits for that up to the limit.
+// QUORL_DAEMON_NOT_FOUND and others with the reason; QUORL_NO_MEMORY.
+quorl_status openPort(std::string_view daemon, std::string_view service, std::string_view network,
+                      std::unique_ptr<Carrier>* port) noexcept;
+
+// The library opens, or closes: then waits until what was sent is out, and no thread is left.
+void start() noexcept;
+void stop() noexcept;
+
+}  // namespace quorl::transport::nats

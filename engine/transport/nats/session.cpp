@@ -1,0 +1,287 @@
+// The calls of libnats.
+#include "transport/nats/session.h"
+
+#include <nats/nats.h>
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "base/clock.h"
+#include "base/futex.h"
+#include "base/status.h"
+#include "secure/credentials.h"
+#include "transport/nats/probe.h"
+
+namespace quorl::transport::nats {
+namespace {
+
+constexpr int readSize = 128 << 10;  // bytes that one read takes at most
+// A daemon that announces less is none that this can work with; one that announces more is not believed.
+constexpr int64_t leastPayload = 512;
+constexpr int64_t mostPayload = 64 << 20;  // what the daemon itself has as its upper limit
+
+// The loop is ours: libnats asks for events only by what it leaves unsent, which is looked at after each call.
+natsStatus attachSocket(void** loop, void* given, natsConnection*, natsSock socket) {
+    *static_cast<int*>(given) = static_cast<int>(socket);
+    *loop = given;
+    return NATS_OK;
+}
+natsStatus ignoreInterest(void*, bool) {
+    return NATS_OK;
+}
+natsStatus ignoreDetach(void*) {
+    return NATS_OK;
+}
+// Without a handler of its own libnats writes to the standard error. The subscription may be freed memory.
+void ignoreError(natsConnection*, natsSubscription*, natsStatus, void*) {}
+
+struct DestroyOptions {
+    void operator()(natsOptions* options) const noexcept { natsOptions_Destroy(options); }
+};
+
+// The words of libnats, without the place in its source that stands before them.
+std::string lastWords(natsStatus status) {
+    natsStatus unused;
+    const char* text = nats_GetLastError(&unused);
+    if (text == nullptr || *text == '\0') text = natsStatus_GetText(status);
+    if (*text == '(') {
+        if (const char* end = std::strstr(text, "): ")) text = end + 3;
+    }
+    return text;
+}
+
+double seconds(int64_t nanoseconds) noexcept {
+    return static_cast<double>(nanoseconds) / 1e9;
+}
+
+quorl_status refuse(quorl_status status, const Session::Request& request, const std::string& why, int64_t since) {
+    return fail(status, "connect %s: %s after %.1f s", request.server.url().c_str(), why.c_str(),
+                seconds(monotonicNow() - since));
+}
+
+}  // namespace
+
+void Session::onMessage(natsConnection*, natsSubscription*, natsMsg* message, void* closure) {
+    const char* subject = natsMsg_GetSubject(message);
+    static_cast<Feed*>(closure)->received(subject, reinterpret_cast<const uint8_t*>(natsMsg_GetData(message)),
+                                          static_cast<size_t>(std::max(0, natsMsg_GetDataLength(message))));
+    natsMsg_Destroy(message);
+}
+
+void Session::onFinished(void* closure) {
+    Feed& feed = *static_cast<Feed*>(closure);
+    Session& session = *feed.session_;
+    feed.finished_.store(true, std::memory_order_release);  // the feed may be gone from here on
+    // And the session from the next step on, but for the word, which waking only names.
+    if (session.feedsLeft_.fetch_sub(1, std::memory_order_acq_rel) == 1) futexWake(session.feedsLeft_, INT32_MAX);
+}
+
+quorl_status Session::open(const Request& request, std::unique_ptr<Session>* session) noexcept {
+    try {
+        std::unique_ptr<Session> made(new Session);
+        if (const quorl_status status = made->connect(request); status != QUORL_OK) return status;
+        *session = std::move(made);
+        return QUORL_OK;
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for a connection");
+    }
+}
+
+quorl_status Session::connect(const Request& request) noexcept {
+    const int64_t start = monotonicNow();
+    secure::Credentials credentials;
+    if (const quorl_status status = secure::lookup(request.server.hostAndPort(), &credentials); status != QUORL_OK)
+        return status;
+    natsOptions* made = nullptr;
+    if (natsOptions_Create(&made) != NATS_OK) return fail(QUORL_NO_MEMORY, "no memory for a connection");
+    std::unique_ptr<natsOptions, DestroyOptions> options(made);
+    natsStatus status = natsOptions_SetURL(made, ("nats://" + request.server.hostAndPort()).c_str());
+    const auto set = [&](natsStatus outcome) {
+        if (status == NATS_OK) status = outcome;
+    };
+    set(natsOptions_SetName(made, request.name.c_str()));
+    set(natsOptions_SetTimeout(made, std::max<int64_t>(request.timeout / 1'000'000, 1)));
+    set(natsOptions_SetAllowReconnect(made, false));
+    set(natsOptions_SetIgnoreDiscoveredServers(made, false));
+    set(natsOptions_SetPingInterval(made, 0));
+    set(natsOptions_SetSendAsap(made, true));  // otherwise there is a thread that flushes
+    set(natsOptions_SetIOBufSize(made, readSize));
+    set(natsOptions_UseGlobalMessageDelivery(made, true));
+    set(natsOptions_SetErrorHandler(made, ignoreError, nullptr));
+    set(natsOptions_SetEventLoop(made, &socket_, attachSocket, ignoreInterest, ignoreInterest, ignoreDetach));
+    if (credentials.user.present())
+        set(natsOptions_SetUserInfo(made, credentials.user.text(),
+                                    credentials.password.present() ? credentials.password.text() : ""));
+    if (request.server.tls) {
+        set(natsOptions_SetSecure(made, true));
+        set(natsOptions_SetExpectedHostname(made, request.server.host.c_str()));
+        if (credentials.caPem.present()) set(natsOptions_SetCATrustedCertificates(made, credentials.caPem.text()));
+        if (credentials.certPem.present())
+            set(natsOptions_SetCertificatesChain(made, credentials.certPem.text(), credentials.keyPem.text()));
+    }
+    if (status != NATS_OK) return refuse(QUORL_DAEMON_NOT_FOUND, request, lastWords(status), start);
+
+    status = natsConnection_Connect(&connection_, made);
+    if (status == NATS_OK) {
+        tls_ = request.server.tls;
+        const int64_t payload = natsConnection_GetMaxPayload(connection_);
+        if (payload < leastPayload) {
+            const std::string why = "it takes messages of " + std::to_string(payload) + " bytes only";
+            return refuse(QUORL_DAEMON_NOT_FOUND, request, why, start);
+        }
+        maxPayload_ = static_cast<size_t>(std::min(payload, mostPayload));
+        return QUORL_OK;
+    }
+    connection_ = nullptr;
+    std::string why;
+    quorl_status outcome = QUORL_DAEMON_NOT_FOUND;
+    switch (status) {
+        case NATS_CONNECTION_AUTH_FAILED:
+        case NATS_NOT_PERMITTED:
+            outcome = QUORL_USERPASS_MISMATCH;
+            why = credentials.user.present() ? "the user name or the password is refused"
+                                             : "a user name with a password, or a certificate, is demanded";
+            break;
+        case NATS_SECURE_CONNECTION_REQUIRED:
+            why = "the daemon demands TLS (tls://)";
+            break;
+        case NATS_SECURE_CONNECTION_WANTED:
+            why = "the daemon offers no TLS";
+            break;
+        case NATS_NO_SERVER:
+        case NATS_TIMEOUT: {
+            const int64_t left = start + request.timeout - monotonicNow();
+            why = whyUnreachable(request.server, std::max<int64_t>(left, 0));
+            if (why.empty()) why = status == NATS_TIMEOUT ? "no greeting" : "no daemon speaks there";
+            break;
+        }
+        default:
+            why = lastWords(status);
+    }
+    return refuse(outcome, request, why, start);
+}
+
+Session::~Session() {
+    if (connection_ == nullptr) return;
+    natsConnection_Close(connection_);
+    natsConnection_Destroy(connection_);
+}
+
+bool Session::lost() const noexcept {
+    return broke_ != nullptr || natsConnection_IsClosed(connection_);
+}
+
+std::string Session::reason() const {
+    if (broke_ != nullptr) return broke_;
+    const char* text = nullptr;
+    const natsStatus status = natsConnection_GetLastError(connection_, &text);
+    if (text != nullptr && *text != '\0') {
+        if (*text == '(') {
+            if (const char* end = std::strstr(text, "): ")) text = end + 3;
+        }
+        return text;
+    }
+    return status != NATS_OK ? natsStatus_GetText(status) : "closed by the daemon";
+}
+
+std::vector<Server> Session::discovered() const {
+    std::vector<Server> servers;
+    char** urls = nullptr;
+    int count = 0;
+    if (natsConnection_GetDiscoveredServers(connection_, &urls, &count) != NATS_OK) return servers;
+    for (int i = 0; i < count; ++i) {
+        std::vector<Server> one;
+        if (parseAddress(urls[i], &one) == QUORL_OK && one.size() == 1 && servers.size() < mostServers) {
+            one.front().tls = tls_;
+            servers.push_back(std::move(one.front()));
+        }
+        std::free(urls[i]);
+    }
+    std::free(urls);
+    return servers;
+}
+
+void Session::read() noexcept {
+    // A daemon that sends without end and never completes a message would otherwise be believed up to the size that it
+    // names, which may be any.
+    int waiting = 0;
+    ioctl(socket_, FIONREAD, &waiting);
+    natsConnection_ProcessReadEvent(connection_);
+    natsStatistics* statistics = nullptr;
+    uint64_t messages = 0;
+    if (natsStatistics_Create(&statistics) == NATS_OK) {
+        if (natsConnection_GetStats(connection_, statistics) == NATS_OK)
+            natsStatistics_GetCounts(statistics, &messages, nullptr, nullptr, nullptr, nullptr);
+        natsStatistics_Destroy(statistics);
+    }
+    if (messages != messagesSeen_) {
+        messagesSeen_ = messages;
+        readSinceMessage_ = 0;
+    } else {
+        readSinceMessage_ += static_cast<uint64_t>(std::clamp(waiting, 0, readSize));
+        if (readSinceMessage_ > maxPayload_ + 4u * readSize) broke_ = "the daemon sends a message without end";
+    }
+}
+
+void Session::write() noexcept {
+    natsConnection_ProcessWriteEvent(connection_);
+}
+
+size_t Session::buffered() const noexcept {
+    return static_cast<size_t>(std::max(0, natsConnection_Buffered(connection_)));
+}
+
+bool Session::publish(const char* wireSubject, const uint8_t* payload, size_t size) noexcept {
+    return natsConnection_Publish(connection_, wireSubject, payload, static_cast<int>(size)) == NATS_OK;
+}
+
+bool Session::subscribe(Feed& feed, const char* wireSubject) noexcept {
+    feed.session_ = this;
+    feed.finished_.store(false, std::memory_order_relaxed);
+    if (natsConnection_Subscribe(&feed.handle_, connection_, wireSubject, onMessage, &feed) != NATS_OK) {
+        feed.handle_ = nullptr;
+        return false;
+    }
+    feedsLeft_.fetch_add(1, std::memory_order_relaxed);
+    if (natsSubscription_SetPendingLimits(feed.handle_, -1, -1) == NATS_OK &&
+        natsSubscription_SetOnCompleteCB(feed.handle_, onFinished, &feed) == NATS_OK)
+        return true;
+    // Only when the connection is closed: nobody would tell that the feed is finished.
+    feedsLeft_.fetch_sub(1, std::memory_order_relaxed);
+    feed.finished_.store(true, std::memory_order_relaxed);
+    return false;
+}
+
+void Session::unsubscribe(Feed& feed) noexcept {
+    if (feed.handle_ != nullptr) natsSubscription_Unsubscribe(feed.handle_);
+}
+
+bool Session::finished(Feed& feed) noexcept {
+    if (feed.handle_ == nullptr) return true;
+    if (!feed.finished_.load(std::memory_order_acquire)) return false;
+    release(feed);
+    return true;
+}
+
+void Session::close() noexcept {
+    natsConnection_Close(connection_);
+    for (;;) {
+        const uint32_t left = feedsLeft_.load(std::memory_order_acquire);
+        if (left == 0) break;
+        futexWait(feedsLeft_, left);
+    }
+}
+
+void Session::release(Feed& feed) noexcept {
+    if (feed.handle_ == nullptr) return;
+    natsSubscription_Destroy(feed.handle_);
+    feed.handle_ = nullptr;
+}
+
+void Session::shutDownLibrary() noexcept {
+    nats_CloseAndWait(0);
+}
+
+}  // namespace quorl::transport::nats

@@ -1,0 +1,114 @@
+// One connection to one server, from its making to its loss, through libnats: the only file that knows that library.
+//
+// libnats is used with an event loop of ours: it reads and writes only inside the calls of this class. Its own threads are
+// one for timers, which has none; one for notices, which get nothing to do; one that collects garbage; and one, shared by
+// all connections of the process, that hands messages to their feeds. That last one runs Feed::received and nothing else.
+//
+// Its faults are kept away as follows. Every call on a session but for the constructor's is made with the same lock held by
+// whoever makes it, so that no two threads are inside one connection, nor inside its TLS state. A subscription is destroyed
+// only after libnats has said that it will never call its feed again. Pings are off, since a missed one would close the
+// connection from the timers' thread: see the marks of connection.h. Its error handler looks at nothing.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "quorl/quorl.h"
+#include "transport/nats/address.h"
+
+struct __natsConnection;
+struct __natsMsg;
+struct __natsSubscription;
+
+namespace quorl::transport::nats {
+
+class Session;
+
+// What messages of one subscription are handed to.
+class Feed {
+  public:
+    Feed() noexcept = default;
+    Feed(const Feed&) = delete;
+    Feed& operator=(const Feed&) = delete;
+    virtual ~Feed() = default;
+
+    // On the thread of libnats, one call at a time; must not wait.
+    virtual void received(std::string_view wireSubject, const uint8_t* payload, size_t size) noexcept = 0;
+
+  private:
+    friend class Session;
+    __natsSubscription* handle_ = nullptr;
+    Session* session_ = nullptr;
+    std::atomic<bool> finished_{false};  // received will not be called any more
+};
+
+class Session {
+  public:
+    struct Request {
+        Server server;
+        std::string name;     // of the program, for the daemon's tools
+        int64_t timeout = 0;  // nanoseconds for connecting, TLS and the daemon's greeting together
+    };
+
+    // Connects, and blocks up to the timeout. QUORL_DAEMON_NOT_FOUND, QUORL_USERPASS_MISMATCH, QUORL_INVALID_NAME,
+    // QUORL_NO_MEMORY; the detail says why.
+    static quorl_status open(const Request& request, std::unique_ptr<Session>* session) noexcept;
+
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    int socket() const noexcept { return socket_; }
+    bool lost() const noexcept;
+    // Why it was lost, in words; for this the connection is asked, or what it was told.
+    std::string reason() const;
+
+    size_t maxPayload() const noexcept { return maxPayload_; }
+    // Further servers of the cluster that the daemon has told of.
+    std::vector<Server> discovered() const;
+
+    // The socket can be read or written.
+    void read() noexcept;
+    void write() noexcept;
+    // Bytes that the socket has not taken yet.
+    size_t buffered() const noexcept;
+
+    bool publish(const char* wireSubject, const uint8_t* payload, size_t size) noexcept;
+
+    // False: the connection is lost, or no memory.
+    bool subscribe(Feed& feed, const char* wireSubject) noexcept;
+    // From some time on the feed gets nothing more; see finished.
+    void unsubscribe(Feed& feed) noexcept;
+    // Whether the feed, which was unsubscribed, will get nothing more. True frees what it has here.
+    bool finished(Feed& feed) noexcept;
+
+    // Closes the connection and waits until no feed is called any more; release follows for each feed.
+    void close() noexcept;
+    void release(Feed& feed) noexcept;
+
+    // Ends what libnats keeps in this process: its threads and its memory. No session may be left.
+    static void shutDownLibrary() noexcept;
+
+  private:
+    Session() noexcept = default;
+
+    static void onMessage(__natsConnection*, __natsSubscription*, __natsMsg* message, void* closure);
+    static void onFinished(void* closure);
+    quorl_status connect(const Request& request) noexcept;
+
+    __natsConnection* connection_ = nullptr;
+    int socket_ = -1;
+    bool tls_ = false;
+    size_t maxPayload_ = 0;
+    uint64_t readSinceMessage_ = 0;  // bytes
+    uint64_t messagesSeen_ = 0;
+    const char* broke_ = nullptr;  // what the daemon did against the protocol; null for nothing
+    std::atomic<uint32_t> feedsLeft_{0};
+};
+
+}  // namespace quorl::transport::nats

@@ -1,0 +1,61 @@
+// One subject or pattern that a connection has subscribed to, and the listeners that get what comes in on it.
+//
+// A daemon sends one copy of a message for each subscription that matches. Each copy goes to the listeners of exactly that
+// pattern, so that a listener gets a message once however many patterns overlap, and in the order of its sender.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "base/mutex.h"
+#include "message/delivery.h"
+#include "transport/listener.h"
+#include "transport/nats/assembler.h"
+#include "transport/nats/session.h"
+#include "transport/router.h"
+
+namespace quorl::transport::nats {
+
+// What the subscriptions of one connection share.
+struct Intake {
+    explicit Intake(std::string_view wirePrefix) : prefix(wirePrefix) {}
+
+    const std::string prefix;
+    Assembler assembler;
+    Router inboxes;                      // listeners and requests of inboxes
+    std::atomic<uint64_t> malformed{0};  // messages that came in and were none
+};
+
+class Subscription final : public Feed {
+  public:
+    Subscription(Intake& intake, std::string_view pattern);
+    ~Subscription() override { intake_.assembler.forget(this); }
+
+    const std::string& pattern() const noexcept { return pattern_; }
+
+    // Throws std::bad_alloc.
+    void add(Listener& listener);
+    // Whether it was the last one.
+    bool remove(Listener& listener) noexcept;
+
+    void received(std::string_view wireSubject, const uint8_t* payload, size_t size) noexcept override;
+
+    // Guarded by the connection's lock: users are listeners, or for inboxes the transport that has them.
+    uint32_t users = 0;
+    bool subscribed = false;  // of the connection's thread
+
+  private:
+    void takeEntries(std::string_view subject, const uint8_t* bytes, size_t size) noexcept;
+    quorl_status deliver(ThreadState& thread, message::ContentRef content, Listener* const* listeners,
+                         size_t count) noexcept;
+
+    Intake& intake_;
+    const std::string pattern_;
+    const bool system_;  // whether the pattern is the system's
+    const bool inboxes_;
+
+    Mutex lock_;
+    std::vector<Listener*> listeners_;  // guarded by lock_
+};
+
+}  // namespace quorl::transport::nats

@@ -1,0 +1,303 @@
+// The traffic of a connection: how its thread serves the socket, how messages are written, how marks watch over both.
+#include <poll.h>
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "base/clock.h"
+#include "base/status.h"
+#include "transport/nats/connection.h"
+#include "transport/nats/wire_subject.h"
+
+namespace quorl::transport::nats {
+namespace {
+
+constexpr int64_t microsecond = 1'000;
+constexpr int64_t millisecond = 1'000'000;
+constexpr int64_t second = 1000 * millisecond;
+
+// A sender that sent less than this ago is sending a stream: its messages are gathered by the thread. Writing to a socket
+// takes a few microseconds, a request and its reply several tens.
+constexpr int64_t streamGap = 25 * microsecond;
+
+// Of transports that gather: bytes when they name none, and how long the first message waits at most.
+constexpr size_t gatherSize = 64u << 10;
+constexpr int64_t gatherTime = 2 * millisecond;
+
+// Bytes that libnats may hold because the socket did not take them.
+constexpr size_t unsentMost = 128u << 10;
+// Bytes of a part: far smaller than most daemons allow, so that a large message holds up others only for a moment.
+constexpr size_t partMost = 256u << 10;
+
+// A mark follows what was sent after this time at the latest; without anything sent one goes out now and then, to see
+// whether the daemon is still there; one that is not back, while nothing else comes in either, is missed.
+constexpr int64_t markDelay = 100 * millisecond;
+constexpr int64_t markPeriod = 15 * second;
+constexpr int64_t silenceLimit = 10 * second;
+
+}  // namespace
+
+quorl_status Connection::send(const message::ContentRef& content, const Batching& batching) noexcept {
+    if (const quorl_status status = Router::check(content.sendSubject()); status != QUORL_OK) return status;
+    const int64_t keep = batching.keep.load(std::memory_order_relaxed);
+    size_t waiting;
+    if (const quorl_status status = outbox_.put(content, keep != 0 ? monotonicNow() + keep : forever, &waiting);
+        status != QUORL_OK)
+        return status;
+    // Either this sees that the thread sleeps, or the thread sees the message before it does.
+    if (!asleep_.load(std::memory_order_seq_cst)) return QUORL_OK;
+    if (batching.gather.load(std::memory_order_relaxed)) {
+        const size_t size = batching.size.load(std::memory_order_relaxed);
+        if (waiting >= (size != 0 ? size : gatherSize)) {
+            flushNow_.store(true, std::memory_order_seq_cst);
+            wake();
+        } else if (!gathering_.exchange(true, std::memory_order_seq_cst)) {
+            wake();
+        }
+        return QUORL_OK;
+    }
+    const int64_t now = monotonicNow();
+    if (now - lastSend_.exchange(now, std::memory_order_relaxed) >= streamGap && io_.try_lock()) {
+        const bool sent = session_ != nullptr && phase_.load(std::memory_order_relaxed) == connected &&
+                          flush() == Flushed::all && !session_->lost();
+        io_.unlock();
+        if (sent && outbox_.empty()) {
+            // The thread is told once that a mark is due.
+            if (!unconfirmed_.exchange(true, std::memory_order_relaxed)) wake();
+            return QUORL_OK;
+        }
+    }
+    flushNow_.store(true, std::memory_order_seq_cst);
+    wake();
+    return QUORL_OK;
+}
+
+void Connection::serve() noexcept {
+    bool outWatched = false;
+    while (!stopping_.load(std::memory_order_acquire)) {
+        const int64_t now = monotonicNow();
+        bool blocked;
+        int64_t look;
+        int socket;
+        {
+            Lock io(io_);
+            applyChanges();
+            const bool gathers = gathering_.load(std::memory_order_relaxed);
+            if (gathers && gatherUntil_ == 0) gatherUntil_ = now + gatherTime;
+            const bool wait = gathers && now < gatherUntil_ && !flushNow_.load(std::memory_order_relaxed);
+            blocked = false;
+            if (!wait) {
+                gathering_.store(false, std::memory_order_relaxed);
+                flushNow_.store(false, std::memory_order_relaxed);
+                gatherUntil_ = 0;
+                Flushed flushed = flush();
+                while (flushed == Flushed::changesFirst) {
+                    applyChanges();
+                    flushed = flush();
+                }
+                blocked = flushed == Flushed::blocked;
+            }
+            watchMarks(now);
+            if (session_->buffered() != 0) {
+                session_->write();
+                blocked = blocked || session_->buffered() != 0;
+            }
+            if (session_->lost() || givenUp_ != nullptr) return;
+            std::erase_if(retired_, [&](auto& subscription) { return session_->finished(*subscription); });
+            look = nextLook();
+            if (gatherUntil_ != 0) look = std::min(look, gatherUntil_);
+            socket = session_->socket();
+        }
+        if (blocked != outWatched) {
+            epoll_event event{};
+            event.events = blocked ? EPOLLIN | EPOLLOUT : EPOLLIN;
+            event.data.fd = socket;
+            epoll_ctl(epoll_, EPOLL_CTL_MOD, socket, &event);
+            outWatched = blocked;
+        }
+        // While the socket takes nothing, senders need not wake the thread: the socket will.
+        if (!blocked) asleep_.store(true, std::memory_order_seq_cst);
+        int timeout = static_cast<int>(std::clamp<int64_t>((look - now) / millisecond + 1, 0, 60'000));
+        if (changesWaiting_.load(std::memory_order_seq_cst) != 0 ||
+            (!blocked && gatherUntil_ == 0 && (!outbox_.empty() || gathering_.load(std::memory_order_seq_cst))) ||
+            flushNow_.load(std::memory_order_seq_cst))
+            timeout = 0;
+        std::array<epoll_event, 2> events;
+        const int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), timeout);
+        asleep_.store(false, std::memory_order_relaxed);
+        for (int i = 0; i < count; ++i) {
+            const epoll_event& event = events[static_cast<size_t>(i)];
+            if (event.data.fd == wakeEvent_) {
+                emptyWakeEvent();
+            } else if ((event.events & (EPOLLIN | EPOLLERR | EPOLLHUP)) != 0) {
+                Lock io(io_);
+                session_->read();
+                lastRead_ = now;
+            }
+        }
+    }
+}
+
+// Sends what waits and makes sure that it arrives: what is still unread when a socket is closed may cost what was written.
+void Connection::finishSending() noexcept {
+    const int64_t deadline = monotonicNow() + std::max(connectTimeout_, 100 * millisecond);
+    Lock io(io_);
+    for (;;) {
+        applyChanges();
+        const Flushed flushed = flush();
+        if (flushed == Flushed::all) break;
+        const int64_t left = deadline - monotonicNow();
+        if (session_->lost() || left <= 0) return;
+        if (flushed == Flushed::changesFirst) continue;
+        pollfd waited{session_->socket(), POLLIN | POLLOUT, 0};
+        if (poll(&waited, 1, static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR) return;
+        if ((waited.revents & (POLLIN | POLLERR | POLLHUP)) != 0) session_->read();
+    }
+    if (sendMark(*session_, monotonicNow())) awaitMark(*session_, deadline, true);
+}
+
+// ---- writing
+
+Connection::Flushed Connection::flush() noexcept {
+    for (;;) {
+        if (current_ == nullptr) {
+            if (outbox_.empty()) break;
+            current_ = outbox_.take();
+            nextFrame_ = 0;
+            if (current_ == nullptr) break;
+        }
+        // What was listened to before a message was sent is subscribed to before the message goes out.
+        if (changesWaiting_.load(std::memory_order_seq_cst) != 0) return Flushed::changesFirst;
+        for (; nextFrame_ < current_->frames.size(); ++nextFrame_) {
+            const Outbox::Frame& frame = current_->frames[nextFrame_];
+            if (frame.keepUntil < returned_) {
+                outbox_.addLost(frame.messages);
+                continue;
+            }
+            if (!makeRoom() || !sendFrame(*current_, frame)) return Flushed::blocked;
+            handed_ += frame.messages;
+        }
+        outbox_.giveBack(std::move(current_));
+    }
+    if (session_->buffered() == 0) return Flushed::all;
+    session_->write();
+    return session_->buffered() == 0 ? Flushed::all : Flushed::blocked;
+}
+
+// False: the socket takes nothing more for now, or the session is lost.
+bool Connection::makeRoom() noexcept {
+    if (session_->buffered() < unsentMost) return true;
+    session_->write();
+    return session_->buffered() < unsentMost;
+}
+
+bool Connection::sendFrame(const Outbox::Chunk& chunk, const Outbox::Frame& frame) noexcept {
+    const char* wireSubject = chunk.subjectOf(frame);
+    if (frame.size == 0) {
+        const message::ContentRef& content = chunk.contents[frame.content];
+        return sendEntry(wireSubject, content.replySubject(), static_cast<const uint8_t*>(content.bytes()),
+                         content.byteSize(), true);
+    }
+    const uint8_t* payload = chunk.payloadOf(frame);
+    if (frame.size <= session_->maxPayload()) return session_->publish(wireSubject, payload, frame.size);
+    // The daemon takes less than a frame: the messages go one by one.
+    size_t at = frameHeaderSize;
+    while (at < frame.size) {
+        Entry entry;
+        size_t used;
+        if (!readEntry(payload + at, frame.size - at, &entry, &used)) break;
+        // A frame is small, and not left in the middle: libnats keeps what the socket does not take.
+        if (!sendEntry(wireSubject, entry.replySubject, entry.image, entry.size, false)) return false;
+        at += used;
+    }
+    return true;
+}
+
+// One entry by itself, in parts when it is too large. False: the session is lost, or, when it may stop, not all of it was
+// taken yet; partOffset_ says how much.
+bool Connection::sendEntry(const char* wireSubject, std::string_view reply, const uint8_t* image, uint32_t size,
+                           bool mayStop) noexcept {
+    const size_t headSize = 1 + reply.size();
+    const auto total = static_cast<uint32_t>(headSize + size);
+    // Copies bytes of the entry, which lie in pieces.
+    const auto copy = [&](uint8_t* to, size_t from, size_t count) {
+        for (; count != 0 && from < headSize; ++from, --count)
+            *to++ = from == 0 ? static_cast<uint8_t>(reply.size()) : static_cast<uint8_t>(reply[from - 1]);
+        if (count != 0) std::memcpy(to, image + (from - headSize), count);
+    };
+    const size_t most = std::min(session_->maxPayload(), partMost);
+    try {
+        scratch_.resize(std::max<size_t>(most, frameHeaderSize));
+    } catch (const std::bad_alloc&) {
+        givenUp_ = "no memory for a part of a message";
+        return false;
+    }
+    if (frameHeaderSize + total <= most) {
+        message::wire::store(scratch_.data(), frameHead(FrameKind::entries));
+        copy(scratch_.data() + frameHeaderSize, 0, total);
+        return session_->publish(wireSubject, scratch_.data(), frameHeaderSize + total);
+    }
+    Part part{senderId_, 0, total, 0, nullptr, 0};
+    if (partOffset_ == 0) ++partNumber_;
+    part.number = partNumber_;
+    while (partOffset_ < total) {
+        if (mayStop && !makeRoom()) return false;
+        part.offset = partOffset_;
+        part.size = static_cast<uint32_t>(std::min<size_t>(most - partHeaderSize, total - partOffset_));
+        writePartHeader(scratch_.data(), part);
+        copy(scratch_.data() + partHeaderSize, part.offset, part.size);
+        if (!session_->publish(wireSubject, scratch_.data(), partHeaderSize + part.size)) return false;
+        partOffset_ += part.size;
+    }
+    partOffset_ = 0;
+    return true;
+}
+
+// ---- marks
+
+void Connection::MarkFeed::received(std::string_view, const uint8_t* payload, size_t size) noexcept {
+    FrameKind kind;
+    if (size != markSize || !readKind(payload, size, &kind) || kind != FrameKind::mark) return;
+    connection_.markSeen_.store(message::wire::load<uint64_t>(payload + frameHeaderSize), std::memory_order_release);
+    connection_.ring();
+}
+
+bool Connection::sendMark(Session& session, int64_t now) noexcept {
+    std::array<uint8_t, markSize> mark;
+    message::wire::store(mark.data(), frameHead(FrameKind::mark));
+    message::wire::store(mark.data() + frameHeaderSize, ++markNumber_);
+    unconfirmed_.store(false, std::memory_order_relaxed);
+    marked_ = handed_;
+    markUnderWay_ = true;
+    markTime_ = now;
+    return session.publish(markSubject_.c_str(), mark.data(), mark.size());
+}
+
+void Connection::watchMarks(int64_t now) noexcept {
+    if (markUnderWay_) {
+        if (markSeen_.load(std::memory_order_acquire) == markNumber_) {
+            markUnderWay_ = false;
+            markTime_ = now;
+            confirmed_ = marked_;
+        } else if (now - std::max(markTime_, lastRead_) > silenceLimit) {
+            // Without the ready check the daemon may be one that does not carry marks.
+            if (readyCheck_) givenUp_ = "the daemon is silent";
+            markTime_ = now;
+        }
+        return;
+    }
+    const bool sent = handed_ != confirmed_;
+    if (now - markTime_ >= (sent ? markDelay : markPeriod)) sendMark(*session_, now);
+}
+
+// When the thread has to look at the marks again.
+int64_t Connection::nextLook() const noexcept {
+    if (markUnderWay_) return std::max(markTime_, lastRead_) + silenceLimit;
+    return markTime_ + (handed_ != confirmed_ ? markDelay : markPeriod);
+}
+
+}  // namespace quorl::transport::nats
