@@ -120,6 +120,7 @@ TEST_F(Delivery, aNewListenerIsSeenBySubjectsThatWereSentBefore) {
     Numbers first, second;
     const quorlEvent listener = listen(QUORL_DEFAULT_QUEUE, transport, "a", onNumber, &first);
     sendNumber(transport, "a", 1);
+    settle();
     listen(QUORL_DEFAULT_QUEUE, transport, "a", onNumber, &second);
     sendNumber(transport, "a", 2);
     drain(QUORL_DEFAULT_QUEUE);

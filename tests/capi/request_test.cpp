@@ -118,6 +118,7 @@ TEST_F(Request, worksInsideACallbackWithoutDispatching) {
         &state);
     sendNumber(transport, "go", 1);
     sendNumber(transport, "go", 2);
+    settle();
     EXPECT_EQ(quorlQueue_TimedDispatch(queue, 0), QUORL_OK);
     EXPECT_EQ(state.answer, 101);
     EXPECT_EQ(countOf(queue), 1u);
