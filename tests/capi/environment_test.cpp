@@ -329,12 +329,12 @@ TEST_F(Environment, aDefaultDaemonIsNotInThisProcess) {
     ASSERT_EQ(quorl_Open(), QUORL_OK);
     EXPECT_EQ(quorl_IsIPM(), QUORL_TRUE);
     ASSERT_EQ(quorl_Close(), QUORL_OK);
-    ASSERT_EQ(setParameter("daemon=localhost:4222"), QUORL_OK);
+    ASSERT_EQ(setParameter("daemon=localhost:1"), QUORL_OK);
     ASSERT_EQ(quorl_Open(), QUORL_OK);
     EXPECT_EQ(quorl_IsIPM(), QUORL_FALSE);
     quorlTransport transport = 0;
     EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, nullptr), QUORL_DAEMON_NOT_FOUND);
-    EXPECT_NE(std::string(quorl_LastErrorText()).find("localhost:4222"), std::string::npos);
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("localhost:1"), std::string::npos);
     EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, ""), QUORL_OK);
 }
 
@@ -407,7 +407,7 @@ TEST_F(TransportSettings, areChecked) {
         EXPECT_EQ(quorlTransport_Create(&other, bad, nullptr, nullptr), QUORL_SERVICE_NOT_FOUND);
         EXPECT_EQ(quorlTransport_Create(&other, nullptr, bad, nullptr), QUORL_NETWORK_NOT_FOUND);
     }
-    EXPECT_EQ(quorlTransport_Create(&other, nullptr, nullptr, "nats://x:4222"), QUORL_DAEMON_NOT_FOUND);
+    EXPECT_EQ(quorlTransport_Create(&other, nullptr, nullptr, "nats://127.0.0.1:1"), QUORL_DAEMON_NOT_FOUND);
     const std::string text(255, 'd');
     EXPECT_EQ(quorlTransport_SetDescription(transport, text.c_str()), QUORL_OK);
     EXPECT_EQ(quorlTransport_SetDescription(transport, (text + "d").c_str()), QUORL_INVALID_ARG);
