@@ -6,6 +6,7 @@ import java.nio.channels.Selector;
 import java.nio.channels.spi.AbstractSelectableChannel;
 import java.nio.channels.spi.AbstractSelector;
 import java.util.Set;
+import java.util.function.BooleanSupplier;
 import java.util.function.Predicate;
 
 /**
@@ -35,6 +36,8 @@ final class Dispatching {
     private static final Object NOTHING = new Object();
     private static final Object SIGNALLED = new Object();
     private static final Object EMPTY_EVENT = new Object();
+
+    private static final BooleanSupplier NEVER = () -> false;
 
     final Thread thread = Thread.currentThread();
 
@@ -106,12 +109,27 @@ final class Dispatching {
         }
         Object taken = takeOnce(target, 0);
         if ((taken == NOTHING && seconds != 0) || taken == SIGNALLED) {
-            taken = takeBlocking(target, seconds);
+            taken = takeBlocking(target, seconds, NEVER);
         }
         return finish(taken);
     }
 
-    private Object takeBlocking(Dispatchable target, double seconds) throws InterruptedException {
+    /** Waits for the next event and runs its handler, unless stop says before each wait that it is to end. */
+    void dispatchUnless(Dispatchable target, BooleanSupplier stop) throws InterruptedException {
+        if (Thread.interrupted()) {
+            throw new InterruptedException();
+        }
+        if (stop.getAsBoolean()) {
+            return;
+        }
+        Object taken = takeOnce(target, 0);
+        if (taken == NOTHING || taken == SIGNALLED) {
+            taken = takeBlocking(target, -1, stop);
+        }
+        finish(taken);
+    }
+
+    private Object takeBlocking(Dispatchable target, double seconds, BooleanSupplier stop) throws InterruptedException {
         long start = System.nanoTime();
         boolean mine = openKey();
         if (interruption == null) {
@@ -125,6 +143,9 @@ final class Dispatching {
             for (double slice = FIRST_SLICE;; slice *= 2) {
                 if (Thread.interrupted()) {
                     throw new InterruptedException();
+                }
+                if (stop.getAsBoolean()) {
+                    return NOTHING;
                 }
                 double left = seconds < 0 ? Double.MAX_VALUE : Math.max(0, seconds - (System.nanoTime() - start) / 1e9);
                 double wait = Math.min(left, hasKey() ? slice : WITHOUT_KEY);

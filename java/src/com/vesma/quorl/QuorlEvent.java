@@ -125,6 +125,17 @@ public class QuorlEvent implements AutoCloseable {
         }
     }
 
+    /** Behind the close of its queue, which leaves the event itself open. */
+    void queueClosed() {}
+
+    static void queueClosed(QuorlQueue queue) {
+        for (QuorlEvent event : OPEN) {
+            if (event.isOn(queue)) {
+                event.queueClosed();
+            }
+        }
+    }
+
     static void closeAll() {
         for (QuorlEvent event : OPEN) {
             event.close();

@@ -2,6 +2,8 @@ package com.vesma.quorl;
 
 import java.lang.ref.Reference;
 import java.util.Objects;
+import java.util.concurrent.Flow;
+import java.util.stream.Stream;
 
 /**
  * Interest in a subject: every message that a transport carries on a matching subject goes to the handler.
@@ -12,6 +14,8 @@ import java.util.Objects;
  * <p>The handler runs on the threads that dispatch the queue. The message is valid until the handler returns; to use it
  * longer, {@link QuorlMsg#keep} it and close it yourself. What a handler throws goes to the caller of
  * {@link QuorlQueue#dispatch()}, or to the uncaught exception handler of a {@link QuorlDispatcher}'s thread.
+ *
+ * <p>A listener without a handler is asked for its messages instead, by a {@link #stream} or a {@link #publisher}.
  *
  * <pre>{@code
  * try (QuorlListener listener = new QuorlListener(queue, transport, "plant.*.temp",
@@ -34,7 +38,12 @@ public final class QuorlListener extends QuorlEvent {
         void onMessage(QuorlListener listener, QuorlMsg message) throws Exception;
     }
 
+    /** Null for a listener whose messages are asked for. */
     private final Handler handler;
+
+    /** Null for a listener with a handler. */
+    private final Pull pull;
+
     private final QuorlTransport transport;
     private final String subject;
 
@@ -49,10 +58,30 @@ public final class QuorlListener extends QuorlEvent {
      * @throws QuorlClosedException if the queue or the transport is closed
      */
     public QuorlListener(QuorlQueue queue, QuorlTransport transport, String subject, Handler handler) {
+        this(queue, transport, subject, Objects.requireNonNull(handler, "handler"), false);
+    }
+
+    /**
+     * Starts listening without a handler. The messages are asked for, one after the other, by a {@link #stream} or by the
+     * subscriber of a {@link #publisher}. Until then they wait in the queue, where the queue's
+     * {@linkplain QuorlQueue#limit limit} holds. Give the listener a queue of its own, and let nothing else dispatch that.
+     *
+     * @param queue where the messages wait to be asked for
+     * @param transport where they come from
+     * @param subject the subject or pattern, or an inbox of that transport
+     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT}, {@link QuorlException#NOT_INITIALIZED}
+     * @throws QuorlClosedException if the queue or the transport is closed
+     */
+    public QuorlListener(QuorlQueue queue, QuorlTransport transport, String subject) {
+        this(queue, transport, subject, null, true);
+    }
+
+    private QuorlListener(QuorlQueue queue, QuorlTransport transport, String subject, Handler handler, boolean pulled) {
         super(Objects.requireNonNull(queue, "queue"));
         this.transport = Objects.requireNonNull(transport, "transport");
         this.subject = Objects.requireNonNull(subject, "subject");
-        this.handler = Objects.requireNonNull(handler, "handler");
+        this.handler = handler;
+        pull = pulled ? new Pull(this) : null;
         byte[] bytes = Texts.cached(subject, "the subject");
         try {
             created(quorlEvent_CreateListener(queue.id(), transport.id(), bytes, bytes.length));
@@ -80,6 +109,73 @@ public final class QuorlListener extends QuorlEvent {
         return subject;
     }
 
+    /**
+     * The messages of a listener without a handler, as a stream that waits for each.
+     *
+     * <p>The thread that reads the stream dispatches the listener's queue, one event for each message; handlers of other
+     * events on that queue run meanwhile, on the same thread. A message is valid until the next one is asked for; to use
+     * it longer, {@link QuorlMsg#keep} it and close it yourself, or map it to something else:
+     * {@code stream().map(QuorlMsg::view)}.
+     *
+     * <p>The stream ends when the listener or its queue is closed, by any thread. Closing the stream closes the listener.
+     * An interrupt ends the wait with {@link QuorlException#INTR} and leaves the thread's interrupt flag set. A parallel
+     * stream works as a sequential one.
+     *
+     * <pre>{@code
+     * try (QuorlListener listener = new QuorlListener(queue, transport, "plant.*.temp");
+     *      Stream<QuorlMsg> messages = listener.stream()) {
+     *     double highest = messages.limit(100).mapToDouble(m -> m.getF64("celsius")).max().getAsDouble();
+     * }
+     * }</pre>
+     *
+     * @return to be closed
+     * @throws IllegalStateException if the listener has a handler, or a stream or subscriber already
+     */
+    public Stream<QuorlMsg> stream() {
+        return pull().stream();
+    }
+
+    /**
+     * The messages of a listener without a handler, for one subscriber that says how many it can take.
+     *
+     * <p>A daemon thread of the subscription dispatches the listener's queue while the subscriber has asked for more than
+     * it has got, and sleeps otherwise. So the subscriber's demand drives the dispatch: what was not asked for waits in the
+     * queue, and when there is more than the queue's {@linkplain QuorlQueue#limit limit}, the limit's policy acts.
+     *
+     * <p>That thread makes all calls of the subscriber but {@code onSubscribe}, one at a time. A message is valid until
+     * {@code onNext} returns; to use it longer, {@link QuorlMsg#keep} it and close it yourself. The subscription completes
+     * when the listener or its queue is closed. Cancelling it closes the listener, soon after the call. A request for less
+     * than one message ends it with an {@link IllegalArgumentException}. What {@code onNext} throws cancels the
+     * subscription and goes to the thread's uncaught exception handler. A second subscriber is refused with an
+     * {@link IllegalStateException}.
+     *
+     * @return of one subscriber, whenever that comes
+     * @throws IllegalStateException if the listener has a handler
+     */
+    public Flow.Publisher<QuorlMsg> publisher() {
+        return pull()::subscribe;
+    }
+
+    private Pull pull() {
+        if (pull == null) {
+            throw new IllegalStateException("the messages go to the listener's handler");
+        }
+        return pull;
+    }
+
+    @Override
+    public void close() {
+        super.close();
+        queueClosed();
+    }
+
+    @Override
+    void queueClosed() {
+        if (pull != null) {
+            pull.ended();
+        }
+    }
+
     @Override
     Object take() {
         long handle = getDispatchedMsgHandle();
@@ -91,6 +187,10 @@ public final class QuorlListener extends QuorlEvent {
         QuorlMsg message = (QuorlMsg) taken;
         if (isDropped()) {
             message.close();
+            return;
+        }
+        if (pull != null) {
+            pull.arrived(message);
             return;
         }
         try {

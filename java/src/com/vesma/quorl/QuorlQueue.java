@@ -221,6 +221,7 @@ public final class QuorlQueue extends Dispatchable {
             return;
         }
         destroy();
+        QuorlEvent.queueClosed(this);
         Gate.awaitHandlers(this);
     }
 
