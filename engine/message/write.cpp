@@ -28,6 +28,15 @@ uint8_t* putLengths(uint8_t* to, Kind kind, uint32_t length, uint32_t bytes) noe
     return kind == Kind::strings ? wire::putLength(to, bytes) : to;
 }
 
+uint32_t headSize(const Name& name, uint16_t id, uint8_t type) noexcept {
+    return (type >= userTypeFirst ? 2 : 1) + (id != 0 ? 2 : 0) + (name.length == wire::noName ? 0 : name.length + 1u);
+}
+
+uint32_t lengthsSize(Kind kind, uint32_t length, uint32_t bytes) noexcept {
+    if (kind == Kind::scalar || kind == Kind::message) return 0;
+    return wire::lengthSize(length) + (kind == Kind::strings ? wire::lengthSize(bytes) : 0);
+}
+
 uint8_t* pad(uint8_t* image, uint8_t* to, uint32_t alignment) noexcept {
     uint8_t* aligned = image + wire::alignUp(static_cast<uint32_t>(to - image), alignment);
     while (to != aligned) *to++ = 0;
@@ -119,8 +128,12 @@ quorl_status replace(Slot& slot, uint32_t index, const Value& value) noexcept {
     const Content& old = *slot.content;
     const Field& source = old.field(index);
     const uint32_t behind = old.count - index - 1;
-    const size_t most = fieldOverhead(source.nameLength) + value.bytes + paddingBehind(old, index + 1);
-    if (old.size + uint64_t{most} > UINT32_MAX) return tooLarge();
+    const size_t padding = paddingBehind(old, index + 1);
+    const size_t most = fieldOverhead(source.nameLength) + value.bytes + padding;
+    // Refused without a copy, but for what the padding may save.
+    const uint64_t stays = old.size - (old.end(index) - source.nameEnd());
+    const uint64_t least = stays + lengthsSize(value.kind, value.length, value.bytes) + value.bytes;
+    if (least > wire::maxSize + padding || old.size + uint64_t{most} > UINT32_MAX) return tooLarge();
     Content* fresh = copyStart(old, index, most + (behind + 1) * sizeof(Field));
     if (fresh == nullptr) return noMemory();
     Change change(slot);
@@ -132,6 +145,7 @@ quorl_status replace(Slot& slot, uint32_t index, const Value& value) noexcept {
     fresh->size = static_cast<uint32_t>(to - fresh->image);
     wire::keepTail(fresh->top, fresh->count++, field.tail);
     fresh->depth = std::max(fresh->depth, field.depth);
+    if (fresh->size > wire::maxSize) return tooLarge();
     for (uint32_t i = index + 1; i < old.count; ++i) appendCopy(*fresh, old, i);
     if (fresh->size > wire::maxSize) return tooLarge();
     fresh->stampHeader();
@@ -180,16 +194,17 @@ quorl_status append(Slot& slot, const Name& name, uint16_t id, const Value& valu
         const uint32_t other = findId(*present, id);
         if (other != notFound) return idInUse(*present, other, id);
     }
-    const uint64_t most = uint64_t{fieldOverhead(name.length)} + value.bytes;
     const uint32_t size = present != nullptr ? present->size : wire::headerSize;
-    if (size + most > wire::maxSize + fieldOverhead(name.length)) return tooLarge();
+    const uint32_t before = size + headSize(name, id, value.type) + lengthsSize(value.kind, value.length, value.bytes);
+    if (wire::alignUp(before, typeInfo(value.type).alignment) + uint64_t{value.bytes} > wire::maxSize)
+        return tooLarge();
+    const size_t most = fieldOverhead(name.length) + value.bytes;
     Change change(slot);
     if (!change.needRoom(most + sizeof(Field))) return noMemory();
     Content& into = change.pending();
     Field& field = into.field(into.count);  // free room until closeField
     uint8_t* to = putHead(into.image, into.image + into.size, name, id, value.type, field);
     to = putValue(into.image, to, value, field);
-    if (static_cast<size_t>(to - into.image) > wire::maxSize) return tooLarge();
     closeField(change.commit(), to, value.depth);
     return QUORL_OK;
 }
@@ -231,11 +246,14 @@ quorl_status update(Slot& slot, const Name& name, uint16_t id, const Value& valu
 
 quorl_status remove(Slot& slot, uint32_t index) noexcept {
     const Content& old = *slot.content;
-    Content* fresh = copyStart(old, index, (old.count - index) * sizeof(Field) + paddingBehind(old, index));
+    const size_t padding = paddingBehind(old, index);
+    if (old.size + uint64_t{padding} > UINT32_MAX) return tooLarge();
+    Content* fresh = copyStart(old, index, (old.count - index) * sizeof(Field) + padding);
     if (fresh == nullptr) return noMemory();
     Change change(slot);
     if (!change.replaceBy(fresh)) return noMemory();
     for (uint32_t i = index + 1; i < old.count; ++i) appendCopy(*fresh, old, i);
+    if (fresh->size > wire::maxSize) return tooLarge();  // the fields behind may need more padding than before
     fresh->stampHeader();
     change.commit();
     return QUORL_OK;
