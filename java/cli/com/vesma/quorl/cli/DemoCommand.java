@@ -1,5 +1,6 @@
 package com.vesma.quorl.cli;
 
+import com.vesma.quorl.Quorl;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -22,6 +23,9 @@ final class DemoCommand extends Action {
 
     @Option(names = "--seconds", paramLabel = "N", defaultValue = "15", description = "for how long (${DEFAULT-VALUE})")
     double seconds;
+
+    @Option(names = "--stats", description = "print at the end what the library has counted")
+    boolean stats;
 
     @Option(names = "--proc", paramLabel = "FOLDER", defaultValue = "/proc", hidden = true)
     Path proc;
@@ -65,6 +69,7 @@ final class DemoCommand extends Action {
             session.flush();
             check.awaitReceived(publisher.sent(), DRAIN_SECONDS);
             DemoResult result = new DemoResult(publisher.sent(), check.received(), check.outOfOrder(), check.duplicates());
+            if (stats) StatisticsText.lines(Quorl.statistics(), null, 0).forEach(out()::println);
             out().println(result.summary(elapsed));
             out().flush();
             String complaint = result.complaint();

@@ -7,6 +7,7 @@ import com.vesma.quorl.QuorlListener;
 import com.vesma.quorl.QuorlMsg;
 import com.vesma.quorl.QuorlQrdTransport;
 import com.vesma.quorl.QuorlQueue;
+import com.vesma.quorl.QuorlStatistics;
 import com.vesma.quorl.QuorlTransport;
 import java.io.PrintWriter;
 import java.time.Duration;
@@ -157,6 +158,11 @@ final class Session implements AutoCloseable {
 
     void reply(TransportOptions options, QuorlMsg reply, QuorlMsg request) {
         transport(options).reply(reply, request);
+    }
+
+    /** Answers requests for this process's statistics until the session closes. */
+    void answerStatistics(TransportOptions options, String subject) {
+        QuorlStatistics.answer(queue, transport(options), subject);
     }
 
     /** Prints one line. Called by the dispatching thread and by the main one. */
