@@ -130,8 +130,11 @@ void retire(Record& record) noexcept {
 void release(Record& record) noexcept {
     Slot* slot = slotOf(record.id);
     Lock lock(guard);
-    slot->word.store(0, std::memory_order_seq_cst);
-    slot->record.store(nullptr, std::memory_order_release);
+    // The default queue's slot may belong to the one of a later opening by now.
+    if (slot->record.load(std::memory_order_relaxed) == &record) {
+        slot->word.store(0, std::memory_order_seq_cst);
+        slot->record.store(nullptr, std::memory_order_release);
+    }
     giveFree(record.id & slotMask);
 }
 

@@ -238,6 +238,28 @@ TEST_F(Environment, aReferenceDoesNotHoldTheCloseUpAndStaysReadable) {
     EXPECT_EQ(_quorlObjectId_Verify(listener, QUORL_OBJECT_EVENT), QUORL_NOT_FOUND);
 }
 
+// The default queue of an earlier opening may go while the one of this opening, which has the same id, is in use.
+TEST_F(Environment, aReferenceFromAnEarlierOpeningLeavesTheDefaultQueueAlone) {
+    ASSERT_EQ(quorl_Open(), QUORL_OK);
+    const quorlEvent listener = listen(
+        QUORL_DEFAULT_QUEUE, newTransport(), "a", [](quorlEvent, quorlMsg, void*) {}, nullptr);
+    void* record = nullptr;
+    ASSERT_EQ(_quorlObjectId_GetEx(listener, QUORL_OBJECT_EVENT, &record, 1, 0), QUORL_OK);
+    ASSERT_EQ(quorl_Close(), QUORL_OK);
+    ASSERT_EQ(quorl_Open(), QUORL_OK);
+    ASSERT_EQ(_quorlObjectId_ReleaseEx(record, 1), QUORL_OK);
+    // What was given back before these was looked at when they are complete.
+    Counter completed;
+    for (int i = 1; i <= 2; ++i) {
+        ASSERT_EQ(quorlQueue_DestroyEx(
+                      newQueue(), [](quorlQueue, void* counter) { static_cast<Counter*>(counter)->add(); }, &completed),
+                  QUORL_OK);
+        ASSERT_TRUE(completed.waitFor(i));
+    }
+    EXPECT_EQ(countOf(QUORL_DEFAULT_QUEUE), 0u);
+    EXPECT_EQ(quorl_Close(), QUORL_OK);
+}
+
 TEST_F(Environment, messagesOutliveIt) {
     ASSERT_EQ(quorl_Open(), QUORL_OK);
     quorlMsg message = newMessage("a", 4);
