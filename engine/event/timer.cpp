@@ -8,7 +8,9 @@
 
 #include "base/clock.h"
 #include "base/environment.h"
+#include "base/futex.h"
 #include "base/mutex.h"
+#include "base/prefetch.h"
 #include "base/registry.h"
 #include "base/status.h"
 #include "base/thread.h"
@@ -18,23 +20,62 @@
 namespace quorl::event {
 namespace {
 
-struct Timer : Event, TimerEntry {  // the entry is guarded by timersLock
-    double seconds = 0;             // the interval as it was given; guarded by timersLock
+// Guarded by timersLock.
+struct Timer : Event {
+    int64_t due = 0;       // nanoseconds on the monotonic clock
+    int64_t interval = 0;  // nanoseconds
+    double seconds = 0;    // the interval as it was given
+    uint32_t turn = 0;     // of its item in the heap
+    bool armed = false;    // it has an item
+
+    // The first time on the timer's grid that lies after now: a timer that is late skips, and never drifts.
+    int64_t dueAfter(int64_t now) const noexcept {
+        if (interval >= forever - due) return forever;
+        int64_t next = due + interval;
+        if (next <= now) next += ((now - next) / interval + 1) * interval;
+        return next;
+    }
 };
 
-constexpr int64_t soon = 1'000'000;      // nanoseconds until a dropped endless timer tries again
-constexpr int64_t shortestNap = 20'000;  // nanoseconds; the kernel's own slack is more
+constexpr int64_t soon = 1'000'000;  // nanoseconds until a dropped endless timer tries again
 constexpr size_t firedAtOnce = 64;
+// Nanoseconds that the timers' thread sleeps at least: little while few timers are due, since the kernel's own slack is
+// more; longer and longer while many are, since a wake-up costs more than a hundred timers.
+constexpr int64_t shortestNap = 20'000;
+constexpr int64_t longestNap = 1'000'000;
+constexpr size_t manyFired = 8;
+// Items that their timers left are swept out when they are more than that, and more than the others.
+constexpr size_t fewLeft = 1024;
 
 // Taken before the locks of a queue.
 constinit Mutex timersLock;
 constinit TimerHeap* heap = nullptr;         // made with the first timer, and kept
+constinit size_t leftItems = 0;              // about how many items their timers left; guarded by timersLock
 constinit bool stopping = false;             // guarded by timersLock
 constinit Thread timersThread;               // started under timersLock; joined when the library closes
 constinit std::atomic<uint32_t> changes{0};  // counts reasons to look again; the thread sleeps on it
 
-Timer& timerOf(TimerEntry& entry) noexcept {
-    return static_cast<Timer&>(entry);
+// The timer that the item is of; null when the timer left it. Under timersLock, inside a section.
+Timer* owner(const TimerHeap::Item& item) noexcept {
+    auto* event = registry::find<Event>(item.id);
+    if (event == nullptr) return nullptr;
+    auto* timer = static_cast<Timer*>(event);
+    return timer->armed && timer->turn == item.turn ? timer : nullptr;
+}
+
+// Gives the timer an item; there is room. Under timersLock.
+void insert(Timer& timer) noexcept {
+    timer.armed = true;
+    heap->add({timer.due, timer.id, ++timer.turn});
+}
+
+// Leaves the timer's item, if it has one. Under timersLock, inside a section.
+void leave(Timer& timer) noexcept {
+    if (!timer.armed) return;
+    timer.armed = false;
+    if (++leftItems <= fewLeft || leftItems <= heap->size() / 2) return;
+    heap->sweep([](const TimerHeap::Item& item) { return owner(item) != nullptr; });
+    leftItems = 0;
 }
 
 void poke() noexcept {
@@ -46,37 +87,66 @@ struct Firing {
     Timer* timer;
     uint32_t epoch;
 };
+using Firings = std::array<Firing, firedAtOnce>;
+
+// Asks for the memory of the timers that are due. With many of them none is in a cache.
+void prefetchTimers(const std::array<TimerHeap::Item, firedAtOnce>& items, size_t count) noexcept {
+    for (size_t i = 0; i < count; ++i) prefetchToRead(registry::slotOf(items[i].id));
+    for (size_t i = 0; i < count; ++i) {
+        Record* record = registry::slotOf(items[i].id)->record.load(std::memory_order_relaxed);
+        if (record == nullptr) continue;
+        auto* bytes = reinterpret_cast<char*>(record);
+        for (size_t at = 0; at < sizeof(Timer); at += 64) prefetchToWrite(bytes + at);
+    }
+}
+
+// Takes up to firedAtOnce timers that are due, and puts them back with their next times. Under timersLock, inside a section.
+size_t takeDue(int64_t now, Firings& firings) noexcept {
+    std::array<TimerHeap::Item, firedAtOnce> items;
+    size_t count = 0;
+    for (; count < firedAtOnce && !heap->empty() && heap->first().due <= now; heap->removeFirst())
+        items[count++] = heap->first();
+    prefetchTimers(items, count);
+    size_t fired = 0;
+    for (size_t i = 0; i < count; ++i) {
+        Timer* timer = owner(items[i]);
+        if (timer == nullptr) {
+            if (leftItems != 0) --leftItems;
+            continue;
+        }
+        firings[fired++] = {timer, timer->front.epoch};
+        if (timer->interval == 0) {
+            timer->armed = false;
+        } else {
+            timer->due = timer->dueAfter(now);
+            insert(*timer);  // into the room of the item that was taken
+        }
+    }
+    return fired;
+}
 
 void runTimers() {
     ThreadState* thread = threadState();
     if (thread == nullptr) return;
-    std::array<Firing, firedAtOnce> firings;
+    Firings firings;
+    int64_t nap = shortestNap;
     for (;;) {
         const uint32_t seen = changes.load(std::memory_order_acquire);
         int64_t next = forever;
         int64_t now;
-        {
-            // What is in the heap is not retired yet, so that it lives until the section ends.
+        size_t firedInAll = 0;
+        size_t fired;
+        do {
+            // What is found in it lives until the section ends.
             Section section(*thread);
-            size_t count = 0;
             {
                 Lock lock(timersLock);
                 if (stopping) return;
                 now = monotonicNow();
-                TimerEntry* first = heap->first();
-                for (; first != nullptr && first->due <= now && count < firedAtOnce; first = heap->first()) {
-                    Timer& timer = timerOf(*first);
-                    firings[count++] = {&timer, timer.front.epoch};
-                    if (timer.interval == 0) {
-                        heap->remove(timer);
-                    } else {
-                        timer.due = timer.dueAfter(now);
-                        heap->moved(timer);
-                    }
-                }
-                if (first != nullptr) next = first->due;
+                fired = takeDue(now, firings);
+                next = heap->empty() ? forever : heap->first().due;
             }
-            for (size_t i = 0; i < count; ++i) {
+            for (size_t i = 0; i < fired; ++i) {
                 Timer& timer = *firings[i].timer;
                 if (push(timer, {}, firings[i].epoch)) continue;
                 // Refused because one event waits already, or for good because the queue is gone.
@@ -86,10 +156,12 @@ void runTimers() {
                     Lock back(timer.queue->back.lock);
                     over = timer.queue->back.closed;
                 }
-                if (over && timer.armed()) heap->remove(timer);
+                if (over) leave(timer);
             }
-        }
-        if (next != forever) next = std::max(next, now + shortestNap);
+            firedInAll += fired;
+        } while (next <= now);
+        nap = firedInAll >= manyFired ? std::min(nap * 2, longestNap) : std::max(nap / 2, shortestNap);
+        if (next != forever) next = std::max(next, now + nap);
         futexWait(changes, seen, next);
     }
 }
@@ -99,7 +171,7 @@ quorl_status makeReady() noexcept {
     if (heap == nullptr) heap = new (std::nothrow) TimerHeap;
     if (heap == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the timers");
     try {
-        heap->reserve();
+        heap->reserve(1);
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for the timers");
     }
@@ -112,17 +184,17 @@ void arm(Timer& timer, double seconds, int64_t now) noexcept {
     timer.seconds = seconds;
     timer.interval = seconds == 0 ? 0 : std::max<int64_t>(nanosecondsOf(seconds), 1);
     timer.front.endless.store(timer.interval == 0, std::memory_order_relaxed);
-    if (timer.armed()) heap->remove(timer);
+    leave(timer);
     if (timer.interval == 0) return;
     timer.due = timer.interval >= forever - now ? forever : now + timer.interval;
-    heap->add(timer);
+    insert(timer);
 }
 
 void detachTimer(Event& event) noexcept {
     auto& timer = static_cast<Timer&>(event);
     Lock lock(timersLock);
     timer.front.endless.store(false, std::memory_order_relaxed);
-    if (timer.armed()) heap->remove(timer);
+    leave(timer);
 }
 
 void destroyRecord(Record* record) noexcept {
@@ -215,7 +287,7 @@ quorl_status resetTimer(uint32_t id, double interval) noexcept {
         Lock lock(timersLock);
         // A timer that is being destroyed meanwhile was taken out of the heap for good.
         if (findTimer(id) != timer) return environment::noObject(QUORL_INVALID_EVENT, "timer", id);
-        if (!timer->armed() && interval != 0) {
+        if (interval != 0) {
             const quorl_status status = makeReady();
             if (status != QUORL_OK) return status;
         }
@@ -235,9 +307,9 @@ void fireSoon(uint32_t id) noexcept {
     {
         Lock lock(timersLock);
         Timer* timer = findTimer(id);
-        if (timer == nullptr || timer->interval != 0 || timer->armed() || makeReady() != QUORL_OK) return;
+        if (timer == nullptr || timer->interval != 0 || timer->armed || makeReady() != QUORL_OK) return;
         timer->due = monotonicNow() + soon;
-        heap->add(*timer);
+        insert(*timer);
     }
     poke();
 }

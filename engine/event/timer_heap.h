@@ -1,93 +1,83 @@
-// The order in which timers are due: a binary heap whose members know their place.
+// The order in which timers are due: a heap of times, and of who is due then.
+//
+// Its items are plain values, four children to a node, so that an item moves through few cache lines and no timer is
+// touched before it is due. An item that a timer has left stays until it comes up or is swept out.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <utility>
 #include <vector>
-
-#include "base/futex.h"
 
 namespace quorl::event {
 
-struct TimerEntry {
-    static constexpr size_t nowhere = SIZE_MAX;
-
-    int64_t due = 0;       // nanoseconds on the monotonic clock
-    int64_t interval = 0;  // nanoseconds
-    size_t place = nowhere;
-
-    bool armed() const noexcept { return place != nowhere; }
-
-    // The first time on the timer's grid that lies after now: a timer that is late skips, and never drifts.
-    int64_t dueAfter(int64_t now) const noexcept {
-        if (interval >= forever - due) return forever;
-        int64_t next = due + interval;
-        if (next <= now) next += ((now - next) / interval + 1) * interval;
-        return next;
-    }
-};
-
 class TimerHeap {
   public:
-    // Room for one entry more, so that add cannot fail. Throws std::bad_alloc.
-    void reserve() {
-        if (heap_.size() == heap_.capacity()) heap_.reserve(heap_.empty() ? 16 : heap_.size() * 2);
-    }
-    void add(TimerEntry& entry) noexcept {
-        heap_.push_back(&entry);
-        entry.place = heap_.size() - 1;
-        up(entry.place);
-    }
-    void remove(TimerEntry& entry) noexcept {
-        const size_t place = entry.place;
-        entry.place = TimerEntry::nowhere;
-        TimerEntry* last = heap_.back();
-        heap_.pop_back();
-        if (last == &entry) return;
-        put(place, last);
-        up(place);
-        down(last->place);
-    }
-    // After the entry's due was changed.
-    void moved(TimerEntry& entry) noexcept {
-        up(entry.place);
-        down(entry.place);
-    }
-    TimerEntry* first() const noexcept { return heap_.empty() ? nullptr : heap_.front(); }
-    size_t size() const noexcept { return heap_.size(); }
+    struct Item {
+        int64_t due;    // nanoseconds on the monotonic clock
+        uint32_t id;    // of the timer
+        uint32_t turn;  // of the timer: an item of an earlier turn is left
+    };
 
-  private:
-    void put(size_t place, TimerEntry* entry) noexcept {
-        heap_[place] = entry;
-        entry->place = place;
+    // Room for that many items more, so that add cannot fail. Throws std::bad_alloc.
+    void reserve(size_t more) {
+        const size_t needed = items_.size() + more;
+        if (needed > items_.capacity()) items_.reserve(std::max(needed, items_.capacity() * 2));
     }
-    void up(size_t place) noexcept {
+
+    bool empty() const noexcept { return items_.empty(); }
+    size_t size() const noexcept { return items_.size(); }
+    const Item& first() const noexcept { return items_.front(); }
+
+    void add(const Item& item) noexcept {
+        size_t place = items_.size();
+        items_.push_back(item);
         while (place != 0) {
-            const size_t parent = (place - 1) / 2;
-            if (heap_[parent]->due <= heap_[place]->due) return;
-            exchange(parent, place);
+            const size_t parent = (place - 1) / children;
+            if (items_[parent].due <= item.due) break;
+            items_[place] = items_[parent];
             place = parent;
         }
-    }
-    void down(size_t place) noexcept {
-        for (;;) {
-            size_t least = place;
-            for (size_t child = 2 * place + 1; child <= 2 * place + 2 && child < heap_.size(); ++child) {
-                if (heap_[child]->due < heap_[least]->due) least = child;
-            }
-            if (least == place) return;
-            exchange(least, place);
-            place = least;
-        }
-    }
-    void exchange(size_t a, size_t b) noexcept {
-        TimerEntry* first = heap_[a];
-        put(a, heap_[b]);
-        put(b, first);
+        items_[place] = item;
     }
 
-    std::vector<TimerEntry*> heap_;
+    void removeFirst() noexcept {
+        const Item last = items_.back();
+        items_.pop_back();
+        if (!items_.empty()) sink(0, last);
+    }
+
+    // Keeps the items for which keep(const Item&) is true.
+    template <class F>
+    void sweep(F&& keep) noexcept {
+        std::erase_if(items_, [&](const Item& item) { return !keep(item); });
+        for (size_t place = items_.size() / children + 1; place-- != 0;) {
+            if (place < items_.size()) sink(place, items_[place]);
+        }
+    }
+
+  private:
+    static constexpr size_t children = 4;
+
+    // Puts the item at the place, or as far below as earlier ones need.
+    void sink(size_t place, const Item item) noexcept {
+        const size_t count = items_.size();
+        for (;;) {
+            const size_t from = place * children + 1;
+            if (from >= count) break;
+            size_t least = from;
+            const size_t to = std::min(from + children, count);
+            for (size_t child = from + 1; child < to; ++child) {
+                if (items_[child].due < items_[least].due) least = child;
+            }
+            if (items_[least].due >= item.due) break;
+            items_[place] = items_[least];
+            place = least;
+        }
+        items_[place] = item;
+    }
+
+    std::vector<Item> items_;
 };
 
 }  // namespace quorl::event

@@ -161,6 +161,31 @@ TEST_F(Timer, manyTimersFireInTheOrderInWhichTheyAreDue) {
     EXPECT_EQ(order, (std::vector{1, 2, 3}));
 }
 
+// Each change of an interval leaves a place among the due times behind; what is left is swept out at times.
+TEST_F(Timer, manyChangesLoseNoTimer) {
+    constexpr size_t timers = 3000;
+    std::vector<Counter> fired(timers);
+    std::vector<quorlEvent> events(timers);
+    for (size_t i = 0; i < timers; ++i) {
+        ASSERT_EQ(
+            quorlEvent_CreateTimer(
+                &events[i], queue, [](quorlEvent, quorlMsg, void* closure) { static_cast<Counter*>(closure)->add(); },
+                1000.0 + static_cast<double>(i), &fired[i]),
+            QUORL_OK);
+    }
+    for (int change = 0; change < 3; ++change) {
+        for (size_t i = 0; i < timers; ++i)
+            ASSERT_EQ(quorlEvent_ResetTimerInterval(events[(i * 7) % timers], 5000.0 - static_cast<double>(i)),
+                      QUORL_OK);
+    }
+    for (size_t i = 1; i < timers; i += 2) ASSERT_EQ(quorlEvent_DestroyEx(events[i], nullptr), QUORL_OK);
+    for (size_t i = 0; i < timers; i += 2) ASSERT_EQ(quorlEvent_ResetTimerInterval(events[i], 0.001), QUORL_OK);
+    for (size_t i = 0; i < timers; ++i) {
+        while (i % 2 == 0 && fired[i].value() == 0) ASSERT_EQ(quorlQueue_TimedDispatch(queue, limit), QUORL_OK);
+        ASSERT_EQ(fired[i].value() != 0, i % 2 == 0);
+    }
+}
+
 TEST_F(Timer, aDestroyedQueueStopsItsTimers) {
     const quorlEvent timer = create(0.001, &fired);
     EXPECT_EQ(quorlQueue_DestroyEx(queue, nullptr, nullptr), QUORL_OK);
