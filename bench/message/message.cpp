@@ -1,4 +1,5 @@
 // Self-describing messages: what it costs to make one, to read one, and to find a field.
+#include "message/arrays.h"
 #include "message/codec.h"
 
 int main() {
@@ -9,4 +10,5 @@ int main() {
              {"libbson", bsonRun},
              {"flexbuffers", flexbuffersRun},
              {"capnproto, compiled", capnprotoRun}});
+    reportArrays();
 }
