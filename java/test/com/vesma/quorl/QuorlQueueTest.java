@@ -10,7 +10,11 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.lang.reflect.UndeclaredThrowableException;
 import java.time.Duration;
 import java.util.ArrayList;
+import java.util.Collections;
 import java.util.List;
+import java.util.concurrent.atomic.AtomicInteger;
+import java.util.stream.Collectors;
+import java.util.stream.IntStream;
 import org.junit.jupiter.api.Test;
 
 /** Queues and groups, and dispatching them on the test's own threads. */
@@ -205,5 +209,42 @@ class QuorlQueueTest extends OpenLibrary {
             assertEquals(List.of(4, 3, 2, 1, 0), got);
             assertFalse(queue.poll());
         }
+    }
+
+    @Test
+    void interruptsLoseNothing() throws Exception {
+        int count = 5_000;
+        List<Integer> got = Collections.synchronizedList(new ArrayList<>());
+        AtomicInteger interrupted = new AtomicInteger();
+        try (QuorlQueueGroup group = new QuorlQueueGroup();
+                QuorlListener listener = new QuorlListener(queue, transport, "a", (l, m) -> got.add(m.getI32("n")))) {
+            group.add(queue);
+            Worker reader = new Worker(() -> {
+                for (int i = 0; got.size() < count; i++) {
+                    try {
+                        if (i % 2 == 0) {
+                            queue.dispatch(LIMIT);
+                        } else {
+                            group.dispatch(LIMIT);
+                        }
+                    } catch (InterruptedException e) {
+                        interrupted.incrementAndGet();
+                    }
+                }
+            });
+            for (int i = 0; i < count; i++) {
+                send("a", i);
+                if (i % 3 == 0) {
+                    reader.thread.interrupt();
+                }
+                if (i % 100 == 0) {
+                    int sent = i + 1;
+                    await(() -> got.size() == sent);
+                }
+            }
+            reader.join();
+        }
+        assertEquals(IntStream.range(0, count).boxed().collect(Collectors.toList()), got);
+        assertTrue(interrupted.get() > 0);
     }
 }
