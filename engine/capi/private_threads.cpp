@@ -1,6 +1,8 @@
 // Thread-local slots, conditions and mutexes for language bindings.
 #include <pthread.h>
 
+#include <atomic>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -13,6 +15,9 @@ using namespace quorl;
 
 struct __quorlCondition {
     pthread_cond_t condition;
+    // How many signals were made. POSIX lets a wait end without one, so the count decides: a binding may wait once, with
+    // nothing of its own to test.
+    std::atomic<uint32_t> signals{0};
 };
 
 namespace {
@@ -103,12 +108,17 @@ quorl_status _quorlCondition_Destroy(_quorlCondition condition) {
 
 quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex) {
     if (condition == nullptr || mutex == nullptr) return fail(QUORL_INVALID_ARG, "no condition or no mutex");
-    const int error = pthread_cond_wait(&condition->condition, &mutex->mutex);
+    const uint32_t before = condition->signals.load();
+    int error = 0;
+    while (error == 0 && condition->signals.load() == before) {
+        error = pthread_cond_wait(&condition->condition, &mutex->mutex);
+    }
     return error == 0 ? QUORL_OK : fail(QUORL_OS_ERROR, "pthread_cond_wait: %s", strerrordesc_np(error));
 }
 
 quorl_status _quorlCondition_Signal(_quorlCondition condition) {
     if (condition == nullptr) return fail(QUORL_INVALID_ARG, "no condition");
+    condition->signals.fetch_add(1);
     const int error = pthread_cond_signal(&condition->condition);
     return error == 0 ? QUORL_OK : fail(QUORL_OS_ERROR, "pthread_cond_signal: %s", strerrordesc_np(error));
 }

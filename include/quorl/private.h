@@ -69,7 +69,8 @@ QUORL_API quorl_status _quorlMutex_Create(_quorlMutex* mutex);
 QUORL_API quorl_status _quorlMutex_Destroy(_quorlMutex mutex);
 QUORL_API quorl_status _quorlCondition_Create(_quorlCondition* condition);
 QUORL_API quorl_status _quorlCondition_Destroy(_quorlCondition condition);
-/* Gives the mutex up, waits for a signal, takes the mutex back. May wake without one. */
+/* Gives the mutex up, waits for a signal that is made after the call began, takes the mutex back. Whoever signals with the
+ * mutex held is not missed. One signal ends one wait at least. */
 QUORL_API quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex);
 QUORL_API quorl_status _quorlCondition_Signal(_quorlCondition condition);
 

@@ -1,4 +1,6 @@
 // What language bindings use: objects by id, thread-local slots, conditions, keys and signals.
+#include <pthread.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -226,6 +228,62 @@ TEST(Condition, handsAMutexOverAndBack) {
          {_quorlMutex_Create(nullptr), _quorlMutex_Destroy(nullptr), _quorlCondition_Create(nullptr),
           _quorlCondition_Destroy(nullptr), _quorlCondition_Signal(nullptr), _quorlCondition_Wait(nullptr, nullptr)})
         EXPECT_EQ(status, QUORL_INVALID_ARG);
+}
+
+TEST(Condition, endsAWaitOnlyAfterASignal) {
+    _quorlMutex mutex = nullptr;
+    _quorlCondition condition = nullptr;
+    ASSERT_EQ(_quorlMutex_Create(&mutex), QUORL_OK);
+    ASSERT_EQ(_quorlCondition_Create(&condition), QUORL_OK);
+    // Guarded by the mutex.
+    bool waiting = false, signalled = false, signalledWhenItEnded = false;
+    std::thread waiter([&] {
+        pthread_mutex_lock(&mutex->mutex);
+        waiting = true;
+        EXPECT_EQ(_quorlCondition_Wait(condition, mutex), QUORL_OK);
+        signalledWhenItEnded = signalled;
+        pthread_mutex_unlock(&mutex->mutex);
+    });
+    for (bool begun = false; !begun; sched_yield()) {
+        pthread_mutex_lock(&mutex->mutex);
+        begun = waiting;
+        pthread_mutex_unlock(&mutex->mutex);
+    }
+    // A wait that ends by itself, as POSIX allows: the record begins with the POSIX condition, which is woken here directly.
+    for (int i = 0; i < 10'000; ++i) {
+        if (i % 50 == 0) pthread_cond_broadcast(reinterpret_cast<pthread_cond_t*>(condition));
+        sched_yield();
+    }
+    pthread_mutex_lock(&mutex->mutex);
+    signalled = true;
+    EXPECT_EQ(_quorlCondition_Signal(condition), QUORL_OK);
+    pthread_mutex_unlock(&mutex->mutex);
+    waiter.join();
+    EXPECT_TRUE(signalledWhenItEnded);
+    EXPECT_EQ(_quorlMutex_Destroy(mutex), QUORL_OK);
+    EXPECT_EQ(_quorlCondition_Destroy(condition), QUORL_OK);
+}
+
+TEST(Condition, signalBeforeAWaitIsNotKept) {
+    _quorlMutex mutex = nullptr;
+    _quorlCondition condition = nullptr;
+    ASSERT_EQ(_quorlMutex_Create(&mutex), QUORL_OK);
+    ASSERT_EQ(_quorlCondition_Create(&condition), QUORL_OK);
+    EXPECT_EQ(_quorlCondition_Signal(condition), QUORL_OK);
+    bool signalled = false;
+    pthread_mutex_lock(&mutex->mutex);
+    std::thread other([&] {
+        pthread_mutex_lock(&mutex->mutex);
+        signalled = true;
+        EXPECT_EQ(_quorlCondition_Signal(condition), QUORL_OK);
+        pthread_mutex_unlock(&mutex->mutex);
+    });
+    EXPECT_EQ(_quorlCondition_Wait(condition, mutex), QUORL_OK);
+    EXPECT_TRUE(signalled);
+    pthread_mutex_unlock(&mutex->mutex);
+    other.join();
+    EXPECT_EQ(_quorlMutex_Destroy(mutex), QUORL_OK);
+    EXPECT_EQ(_quorlCondition_Destroy(condition), QUORL_OK);
 }
 
 // ---- keys and signals
