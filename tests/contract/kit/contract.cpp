@@ -78,6 +78,7 @@ Ran observe(const std::function<std::string(jobject*)>& run) {
     ran.all = journal().everything();
     ran.thrown = jvm().thrown();
     ran.left = heap().left();
+    heap().check();
     ran.globals = jvm().globals() - globals_before;
     jvm().end_call(kept);
     jvm().clear_pending();

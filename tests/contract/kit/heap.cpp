@@ -18,6 +18,23 @@ thread_local bool inside = false;
 
 // No row asks for so much: a negative length that was taken for a size is refused as a real heap would.
 constexpr size_t largest = size_t{1} << 30;
+
+// A pattern behind each block, which stays as it is unless somebody writes past the block's end.
+#ifdef __SANITIZE_ADDRESS__
+constexpr size_t guard_size = 0;
+#else
+constexpr size_t guard_size = 16;
+#endif
+constexpr unsigned char guard_byte = 0xC3;
+
+bool guard_is_whole(const void* block, size_t size) {
+    const unsigned char* const guard = static_cast<const unsigned char*>(block) + size;
+    return std::all_of(guard, guard + guard_size, [](unsigned char byte) { return byte == guard_byte; });
+}
+
+void report_overrun(size_t size) {
+    violation("a block of " + std::to_string(size) + " bytes was written to past its end");
+}
 }  // namespace
 
 bool inside_bridge() {
@@ -78,6 +95,13 @@ std::vector<size_t> Heap::held_sizes() const {
     return sizes;
 }
 
+void Heap::check() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto& [block, about] : blocks_) {
+        if (!guard_is_whole(block, about.size)) report_overrun(about.size);
+    }
+}
+
 void* Heap::allocate(size_t size, bool zeroed) {
     bool refused = size > largest;
     {
@@ -90,8 +114,9 @@ void* Heap::allocate(size_t size, bool zeroed) {
     void* block = nullptr;
     if (!refused) {
         // Fresh blocks are filled with a pattern, so that a buffer that ought to be zeroed and is not shows.
-        block = std::malloc(std::max<size_t>(size, 1));
+        block = std::malloc(std::max<size_t>(size + guard_size, 1));
         std::memset(block, zeroed ? 0 : 0xA5, size);
+        std::memset(static_cast<char*>(block) + size, guard_byte, guard_size);
         std::lock_guard<std::mutex> lock(mutex_);
         blocks_[block] = {size, next_++};
     }
@@ -116,6 +141,7 @@ void Heap::release(void* block) {
         violation("a block is freed that the bridge does not hold");
         return;
     }
+    if (!guard_is_whole(block, size)) report_overrun(size);
     journal().add(LineKind::heap, "free(" + std::to_string(size) + ")");
     std::free(block);
 }
