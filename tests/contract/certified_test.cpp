@@ -30,7 +30,7 @@ void state_creation() {
                          "quorlcmTransport_Create(&, 4294967294, \"cm\", 1, \"led\", 0, \"rela\")"};
     auto invoke = [] {
         when<&quorlcmTransport_Create>().does = [](quorlcmTransport* made, auto...) {
-            *made = 0xFFFFFFF1u;
+            *made = 0x87654321u;
             return QUORL_OK;
         };
         const Bytes name = given("name", "cm"), ledger = given("ledger", "led"), relay = given("relay", "rela");
@@ -40,7 +40,7 @@ void state_creation() {
     Contract contract = {
         .family = life,
         .invoke = invoke,
-        .result = "-15",
+        .result = "-2023406815",
         .lines = lines,
         .reports = LIBRARY(quorlcmTransport_Create),
         .failed_result = "0",
@@ -532,6 +532,8 @@ void state_attributes() {
     row(sender, control, "array_of_the_very_length_and_empty_name", RowKind::normal, [=] {
         expect(read_sender("billing", 7), {"7", "", {get_sender, "SetByteArrayRegion(sender, 0, 7, \"billing\")"}});
         expect(read_sender("", 0), {"0", "", {get_sender, "SetByteArrayRegion(sender, 0, 0, nothing)"}});
+        const std::string long_name(70'000, 's');
+        EXPECT_EQ(read_sender(long_name.c_str(), long_name.size()).result, "70000");
     });
     row(sender, control, "short_array_gives_the_length_and_leaves_the_bounds_exception", RowKind::failure, [=] {
         expect(read_sender("billing", 6),

@@ -81,6 +81,17 @@ void state_parameters() {
                 {"GetObjectArrayElement(parameters, 0)", "GetStringUTFChars(parameter 0)",
                  "quorl_SetQRParameters(1, [\"queue.limit=5\"])", "ReleaseStringUTFChars(parameter 0)"}});
     });
+    row(native, family, "more_parameters_than_16_bits_count", RowKind::normal, [=] {
+        const int count = 70'000;
+        quorl_u32 passed = 0;
+        when<&quorl_SetQRParameters>().does = [&passed](quorl_u32 given, const char**) {
+            passed = given;
+            return QUORL_OK;
+        };
+        const jstring each = jvm().string("each", "a=b");
+        call(function, jvm().objects("parameters", std::vector<jobject>(count, each)), count);
+        EXPECT_EQ(passed, 70'000u);
+    });
     row(native, family, "every_status_is_the_result", RowKind::failure, [=] {
         for (int status : failing_statuses()) {
             fresh();
@@ -171,9 +182,9 @@ void state_environment() {
                                           .every_status_is_quiet = true});
     state(Native{"Quorl_quorl_1IsValid"},
           {.family = family,
-           .invoke = [] { return call(&Java_com_vesma_quorl_Quorl_quorl_1IsValid, -2, 101); },
+           .invoke = [] { return call(&Java_com_vesma_quorl_Quorl_quorl_1IsValid, -2, -3); },
            .result = "true",
-           .lines = {"_quorlObjectId_Verify(4294967294, 101)"},
+           .lines = {"_quorlObjectId_Verify(4294967294, 4294967293)"},
            .reports = LIBRARY(_quorlObjectId_Verify),
            .failed_result = "false",
            .every_status_is_quiet = true});

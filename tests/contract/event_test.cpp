@@ -141,12 +141,12 @@ void state_timers() {
            .invoke =
                [] {
                    when<&quorlEvent_CreateTimer>().does = [](quorlEvent* event, auto...) {
-                       *event = 31;
+                       *event = 0x8765432Au;
                        return QUORL_OK;
                    };
                    return call(&Java_com_vesma_quorl_QuorlTimer_quorlEvent_1CreateTimer, -2, 0.125);
                },
-           .result = "31",
+           .result = "-2023406806",
            .lines = {"NewGlobalRef(this)", "quorlEvent_CreateTimer(&, 4294967294, timer_callback, 0.125, global this)"},
            .globals = 1,
            .reports = LIBRARY(quorlEvent_CreateTimer),

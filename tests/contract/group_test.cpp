@@ -38,13 +38,13 @@ void state_distributed_queues() {
            .invoke =
                [] {
                    when<&quorlcmTransport_CreateDistributedQueueEx>().does = [](quorlcmTransport* made, auto...) {
-                       *made = 0xFFFFFFF2u;
+                       *made = 0x87654322u;
                        return QUORL_OK;
                    };
                    const Bytes name = given("name", "work");
                    return call(&CMQ(CreateDistributedQueueEx), -2, name.array, name.length, -11, -12, -1, 1.5, 2.25);
                },
-           .result = "-14",
+           .result = "-2023406814",
            .lines = {"GetByteArrayRegion(name, 0, 4)",
                      "quorlcmTransport_CreateDistributedQueueEx(&, 4294967294, \"work\", 4294967285, 4294967284, "
                      "65535, 1.5, 2.25)"},
@@ -85,7 +85,7 @@ void state_distributed_queues() {
     const std::string line = "quorlcmTransport_GetUnassignedMessageCount(4294967294, &)";
     row(count, queues, "gives_the_count", RowKind::normal, [=] {
         expect(read(5, QUORL_OK), {"5", "", {line}});
-        expect(read(0xFFFFFFFFu, QUORL_OK), {"-1", "", {line}});
+        expect(read(0x87654325u, QUORL_OK), {"-2023406811", "", {line}});
     });
     row(count, queues, "throws_every_status_and_gives_what_was_written", RowKind::failure, [=] {
         for (int status : failing_statuses()) {
@@ -155,7 +155,7 @@ void state_members() {
     const std::string no_memory = "Cannot allocate memory for Fault Tolerance member reference.";
     auto invoke_with = [](jint weight, jint goal) {
         when<&quorlftMember_Create>().does = [](quorlftMember* made, auto...) {
-            *made = 0xFFFFFFF3u;
+            *made = 0x87654323u;
             return QUORL_OK;
         };
         const Bytes name = given("name", "group");
@@ -169,7 +169,7 @@ void state_members() {
     const Lines lines = {"GetByteArrayRegion(name, 0, 5)", "NewGlobalRef(this)", create_line("50", "2")};
     state(create, {.family = members,
                    .invoke = [=] { return invoke_with(50, 2); },
-                   .result = "-13",
+                   .result = "-2023406813",
                    .lines = lines,
                    .globals = 1,
                    .reports = LIBRARY(quorlftMember_Create),
@@ -342,14 +342,14 @@ void state_monitors() {
                    .invoke =
                        [] {
                            when<&quorlftMonitor_Create>().does = [](quorlftMonitor* made, auto...) {
-                               *made = 0xFFFFFFF4u;
+                               *made = 0x87654324u;
                                return QUORL_OK;
                            };
                            const Bytes name = given("name", "group");
                            return call(&Java_com_vesma_quorl_QuorlFtMonitor_quorlftMonitor_1Create, -2, -3, name.array,
                                        name.length, 1.5);
                        },
-                   .result = "-12",
+                   .result = "-2023406812",
                    .lines = lines,
                    .globals = 1,
                    .reports = LIBRARY(quorlftMonitor_Create),

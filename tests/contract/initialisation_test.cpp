@@ -177,6 +177,14 @@ void method_missing(int at, const std::string& exception) {
 }  // namespace
 
 void state_initialisation() {
+    // Taken before any row runs.
+    static const std::vector<int> at_first = {
+        criticalMethodsAreAvailable,         static_cast<int>(_eventThreadKey),
+        static_cast<int>(_msgThreadKey),     static_cast<int>(_envThreadKey),
+        static_cast<int>(_actionThreadKey),  static_cast<int>(_activeMembersThreadKey),
+        static_cast<int>(_msgArrayThreadKey)};
+    inner_row("_quorlNative_Initialize", "finds_no_flag_and_no_slots_before_it",
+              [] { EXPECT_EQ(at_first, std::vector<int>(7, 0)); });
     const auto [native, function] = std::pair{NATIVE(Quorl_quorl_1InitializeNative)};
     (void)function;
 

@@ -350,12 +350,12 @@ void state_numbers() {
                    .invoke =
                        [] {
                            when<&quorlMsg_GetNumFields>().does = [](quorlMsg, quorl_u32* count) {
-                               *count = 12;
+                               *count = 0x8765432Bu;
                                return QUORL_OK;
                            };
                            return call(&Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetNumFields, message, nullptr);
                        },
-                   .result = "12",
+                   .result = "-2023406805",
                    .lines = {"quorlMsg_GetNumFields(" + message_text + ", &)"},
                    .reports = LIBRARY(quorlMsg_GetNumFields),
                    .failed_result = "0",
@@ -463,6 +463,12 @@ void state_view() {
         const Ran ran = view(10);
         EXPECT_EQ(ran.result, "null");
         EXPECT_EQ(ran.thrown, "java/lang/OutOfMemoryError: from the machine");
+    });
+    row(native, family, "buffer_is_as_long_as_the_image", RowKind::normal, [=] {
+        for (quorl_u32 size : {1u, 70'000u, 0x7FFFFFFFu}) {
+            const std::string room = "(" + handle(image) + ", " + std::to_string(size) + ")";
+            expect(view(size), {"ByteBuffer" + room, "", {get_image, get_size, "NewDirectByteBuffer" + room}});
+        }
     });
     row(native, family, "empty_image_throws_status_0", RowKind::failure, [=] {
         for (quorl_u32 size : {0u, 0x80000000u, 0xFFFFFFFFu}) {

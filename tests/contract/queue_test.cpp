@@ -248,12 +248,12 @@ void state_queues_themselves() {
                           [] {
                               when<&quorlQueue_GetCount>().does = [](quorlQueue, quorl_u32* count) {
                                   EXPECT_EQ(*count, 0u);
-                                  *count = 4294967295u;
+                                  *count = 0x87654327u;
                                   return QUORL_OK;
                               };
                               return call(&Java_com_vesma_quorl_QuorlQueue_quorlQueue_1GetCount, 4);
                           },
-                      .result = "-1",
+                      .result = "-2023406809",
                       .lines = {"quorlQueue_GetCount(4, &)"},
                       .reports = LIBRARY(quorlQueue_GetCount),
                       .failed_result = "0"});
@@ -278,12 +278,12 @@ void state_queues_themselves() {
                          .invoke =
                              [] {
                                  when<&quorlQueue_GetPriority>().does = [](quorlQueue, quorl_u32* priority) {
-                                     *priority = 12;
+                                     *priority = 0x87654328u;
                                      return QUORL_OK;
                                  };
                                  return call(&Java_com_vesma_quorl_QuorlQueue_quorlQueue_1GetPriority, 4);
                              },
-                         .result = "12",
+                         .result = "-2023406808",
                          .lines = {"quorlQueue_GetPriority(4, &)"}});
     row(get_priority, family, "throws_every_status_and_gives_what_was_written", RowKind::failure, [] {
         for (int status : failing_statuses()) {
@@ -321,12 +321,12 @@ void state_groups() {
                        [] {
                            when<&quorlQueueGroup_Create>().does = [](quorlQueueGroup* group) {
                                EXPECT_EQ(*group, 63u);
-                               *group = 8;
+                               *group = 0x87654329u;
                                return QUORL_OK;
                            };
                            return call(&Java_com_vesma_quorl_QuorlQueueGroup_quorlQueueGroup_1Create);
                        },
-                   .result = "8",
+                   .result = "-2023406807",
                    .lines = {"quorlQueueGroup_Create(&)"},
                    .reports = LIBRARY(quorlQueueGroup_Create),
                    .failed_result = "63"});

@@ -280,6 +280,12 @@ void state_string_setter(Native native, Function* function, Library library, con
                                  "free(10)", "free(" + std::to_string(sizeof(char*)) + ")"},
                                 form.after}));
     });
+    row(native, family, "more_strings_than_16_bits_count", RowKind::normal, [=] {
+        const int count = 70'000;
+        const jobject each = jvm().bytes("each", "s");
+        const Ran ran = with(jvm().objects("strings", std::vector<jobject>(count, each)), count);
+        EXPECT_EQ(ran.lines[ran.lines.size() - 1 - form.after.size()], set_line(library, "unread", count));
+    });
     row(native, family, "string_is_cut_at_a_zero_byte_by_the_library", RowKind::normal, [=] {
         const Ran ran = with(strings_of({std::string("before\0after", 12)}), 1);
         EXPECT_EQ(ran.lines[form.before.size() + 2], set_line(library, "[\"before\"]", 1));

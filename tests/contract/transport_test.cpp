@@ -31,7 +31,7 @@ void state_creation() {
                          "GetByteArrayRegion(daemon, 0, 4)", "quorlTransport_Create(&, \"sv\", \"net\", \"host\")"};
     auto invoke = [] {
         when<&quorlTransport_Create>().does = [](quorlTransport* transport, auto...) {
-            *transport = 0xFFFFFFF0u;
+            *transport = 0x87654320u;
             return QUORL_OK;
         };
         const Bytes service = given("service", "sv"), network = given("network", "net"),
@@ -48,7 +48,7 @@ void state_creation() {
     third.canonical = "host";
     state(native, {.family = creation,
                    .invoke = invoke,
-                   .result = "-16",
+                   .result = "-2023406816",
                    .lines = lines,
                    .reports = LIBRARY(quorlTransport_Create),
                    .failed_result = "0",
@@ -346,8 +346,8 @@ void state_circuits() {
                    .failed_result = "0"});
     row(accept, circuits, "any_id_and_length_are_packed", RowKind::normal, [=] {
         for (quorl_u32 id : {1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
-            for (size_t length : {size_t{0}, size_t{1}, size_t{254}, size_t{400}}) {
-                const Ran ran = accept_with(id, std::string(length, 's'), 400);
+            for (size_t length : {size_t{0}, size_t{1}, size_t{254}, size_t{400}, size_t{70'000}}) {
+                const Ran ran = accept_with(id, std::string(length, 's'), 70'000);
                 EXPECT_EQ(ran.result, packed(id, static_cast<quorl_u32>(length)));
                 EXPECT_EQ(ran.thrown, "");
             }
@@ -375,14 +375,14 @@ void state_circuits() {
          .invoke =
              [] {
                  when<&quorlTransport_CreateConnectVc>().does = [](quorlTransport* circuit, auto...) {
-                     *circuit = 0xFFFFFFFEu;
+                     *circuit = 0x87654326u;
                      return QUORL_OK;
                  };
                  const Bytes subject = given("subject", "_INBOX.9");
                  return call(&Java_com_vesma_quorl_QuorlVcTransport_quorlTransport_1CreateConnectVc, -8, subject.array,
                              subject.length);
              },
-         .result = "-2",
+         .result = "-2023406810",
          .lines = {"GetByteArrayRegion(subject, 0, 8)", "quorlTransport_CreateConnectVc(&, \"_INBOX.9\", 4294967288)"},
          .reports = LIBRARY(quorlTransport_CreateConnectVc),
          .failed_result = "0",

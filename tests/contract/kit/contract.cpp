@@ -296,6 +296,40 @@ void run_bytes_rows(const Native& native, const Contract& contract, const BytesP
                    {contract.result, "", with_text(contract, parameter, quoted(text.c_str()), length), contract.left,
                     contract.globals},
                    "length " + std::to_string(length));
+            // On the heap it has its own length and one byte for the terminator.
+            const std::string size = std::to_string(parameter.binary ? length : length + 1);
+            if (length == 5000) {
+                EXPECT_EQ(std::count(ran.all.begin(), ran.all.end(), "alloc(" + size + ")"), 1);
+            }
+        }
+    });
+    row(native, contract.family, prefix + "long_text_is_freed_whatever_fails", RowKind::failure, [=] {
+        auto run = [=] {
+            replacements()[parameter.label] = {false, std::string(1000, 'n'), 1000};
+            return contract.invoke();
+        };
+        for (const Fault& fault : contract.faults) {
+            fresh();
+            jvm().fail(fault.function, fault.nth);
+            const Ran ran = run();
+            EXPECT_EQ(ran.thrown, fault.thrown) << fault.function;
+            EXPECT_EQ(ran.left, fault.left) << fault.function;
+        }
+        if (contract.reports.function != nullptr) {
+            fresh();
+            contract.reports.function->status = QUORL_INVALID_ARG;
+            EXPECT_EQ(run().left, contract.failed_left);
+        }
+        // The allocation of the text itself is another row's; those after it are as they are without it, one later.
+        fresh();
+        run();
+        const int more = heap().asked() - static_cast<int>(contract.refusals.size());
+        for (size_t i = 0; more == 1 && i < contract.refusals.size(); ++i) {
+            fresh();
+            heap().fail(static_cast<int>(i) + 1 + more);
+            const Ran ran = run();
+            EXPECT_EQ(ran.thrown, contract.refusals[i].thrown) << "allocation " << i;
+            EXPECT_EQ(ran.left, contract.refusals[i].left) << "allocation " << i;
         }
     });
     row(native, contract.family, prefix + "negative_length_copies_nothing", RowKind::failure, [=] {

@@ -102,6 +102,7 @@ void Jvm::reset() {
     mark_.set = false;
     globals_ = 0;
     refs_.clear();
+    known_.clear();
     classes_.clear();
     supers_.clear();
     methods_.clear();
@@ -121,6 +122,7 @@ bool Jvm::rewind() {
     if (!mark_.set) return false;
     forget_row();
     globals_ = mark_.globals;
+    for (size_t i = mark_.references; i < refs_.size(); ++i) known_.erase(refs_[i].get());
     refs_.resize(mark_.references);
     methods_.resize(mark_.methods);
     heap_.resize(mark_.objects);
@@ -166,9 +168,14 @@ jobject as_reference(Ref* ref) {
 
 // Arguments: made by the row, not by the native, so they belong to no frame.
 static jobject argument(Jvm& machine, Object* object) {
-    machine.refs_.push_back(std::make_unique<Ref>());
-    machine.refs_.back()->object = object;
-    return as_reference(machine.refs_.back().get());
+    return as_reference(machine.new_reference(object));
+}
+
+Ref* Jvm::new_reference(Object* object) {
+    refs_.push_back(std::make_unique<Ref>());
+    refs_.back()->object = object;
+    known_.insert(refs_.back().get());
+    return refs_.back().get();
 }
 
 jclass Jvm::klass(const std::string& name) {
@@ -203,11 +210,10 @@ jobjectArray Jvm::objects(const std::string& label, const std::vector<jobject>& 
 }
 
 jobject Jvm::new_global(jobject reference) {
-    refs_.push_back(std::make_unique<Ref>());
-    refs_.back()->object = behind(reference);
-    refs_.back()->global = true;
+    Ref* const made = new_reference(behind(reference));
+    made->global = true;
     ++globals_;
-    return as_reference(refs_.back().get());
+    return as_reference(made);
 }
 
 void Jvm::break_class(const std::string& name, const std::string& exception) {
@@ -256,19 +262,16 @@ Object* Jvm::behind(jobject reference) {
 }
 
 bool Jvm::is_global(const void* pointer) const {
-    for (const auto& ref : refs_) {
-        if (ref.get() == pointer) return ref->global && ref->alive;
-    }
-    return false;
+    if (known_.count(pointer) == 0) return false;
+    const Ref* const ref = static_cast<const Ref*>(pointer);
+    return ref->global && ref->alive;
 }
 
 std::string Jvm::label_of(const void* pointer) const {
     if (pointer == nullptr) return "null";
-    for (const auto& ref : refs_) {
-        if (ref.get() != pointer) continue;
-        return std::string(ref->alive ? "" : "stale ") + (ref->global ? "global " : "local ") + ref->object->label;
-    }
-    return handle(pointer);
+    if (known_.count(pointer) == 0) return handle(pointer);
+    const Ref* const ref = static_cast<const Ref*>(pointer);
+    return std::string(ref->alive ? "" : "stale ") + (ref->global ? "global " : "local ") + ref->object->label;
 }
 
 std::vector<jlong> Jvm::longs(jarray array) {
@@ -323,10 +326,8 @@ void Jvm::raise(const std::string& class_name, const std::string& message) {
 
 jobject Jvm::local(Object* object) {
     if (object == nullptr) return nullptr;
-    refs_.push_back(std::make_unique<Ref>());
-    refs_.back()->object = object;
-    frame_.push_back(refs_.back().get());
-    return as_reference(refs_.back().get());
+    frame_.push_back(new_reference(object));
+    return as_reference(frame_.back());
 }
 
 void Jvm::enter(const char* function) {
@@ -361,10 +362,7 @@ Object* Jvm::resolve(jobject reference, const char* function) {
         violation(std::string(function) + " is given a null reference");
         leave();
     }
-    Ref* ref = nullptr;
-    for (const auto& known : refs_) {
-        if (as_reference(known.get()) == reference) ref = known.get();
-    }
+    Ref* const ref = known_.count(reference) == 0 ? nullptr : reinterpret_cast<Ref*>(reference);
     if (ref == nullptr || !ref->alive) {
         violation(std::string(function) + " is given a " + (ref == nullptr ? "wild" : "stale") + " reference");
         leave();

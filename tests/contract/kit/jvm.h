@@ -16,6 +16,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace contract {
@@ -128,7 +129,9 @@ class Jvm {
     std::map<const void*, Object*> critical_;  // critical pins
     std::map<const void*, Object*> chars_;     // string texts
     int globals_ = 0;
+    Ref* new_reference(Object* object);
     std::vector<std::unique_ptr<Ref>> refs_;
+    std::unordered_set<const void*> known_;  // the addresses of refs_
     std::vector<Ref*> frame_;
     std::map<std::string, Object*> classes_;
     std::map<std::string, std::string> supers_;
