@@ -79,7 +79,7 @@ final class JsonReading {
                 throw new QuorlException(QuorlException.INVALID_INSTANCE,
                         "it is number " + instances.get(name) + " of its name, which ~ is to say from the second on");
             }
-            out.head(type, name == null ? null : MsgCore.bytes(name), id);
+            out.head(type, Texts.cached(name, "the name"), id);
             value(out, type);
         } catch (QuorlException e) {
             throw e.getStatus() == QuorlException.ID_IN_USE ? e : e.about(MsgCore.describe(name, id));

@@ -4,8 +4,8 @@ import java.util.ArrayList;
 import java.util.Collections;
 import java.util.IdentityHashMap;
 import java.util.List;
-import java.util.Objects;
 import java.util.Set;
+import java.util.function.Consumer;
 
 /**
  * The fields of bytes, and of arrays of texts and messages. {@link QuorlMsg} tells the rules that hold for all.
@@ -30,18 +30,9 @@ abstract class MsgArrays extends MsgNumberArrays {
 
     /** As {@link #addOpaque(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addOpaque(String name, int id, byte[] value) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(value, "value");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddOpaque(
-                    handle, bytes, Texts.length(bytes), value, value.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(value, QuorlMsgField.OPAQUE, name, id);
+        return set(name, id, QuorlMsgField.OPAQUE,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddOpaque(m, n, length, value, value.length, i, self()));
     }
 
     /**
@@ -57,18 +48,9 @@ abstract class MsgArrays extends MsgNumberArrays {
 
     /** As {@link #updateOpaque(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateOpaque(String name, int id, byte[] value) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(value, "value");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateOpaque(
-                    handle, bytes, Texts.length(bytes), value, value.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(value, QuorlMsgField.OPAQUE, name, id);
+        return set(name, id, QuorlMsgField.OPAQUE,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateOpaque(m, n, length, value, value.length, i, self()));
     }
 
     /**
@@ -87,17 +69,7 @@ abstract class MsgArrays extends MsgNumberArrays {
     }
 
     private byte[] getOpaque(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.OPAQUE);
-            byte[] value = new byte[sizeAt(index)];
-            QuorlMsg.quorlMsg_GetOpaque(handle, index, value, self());
-            return value;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.OPAQUE, this::blockAt);
     }
 
     // ---- Xml ----------------------------------------------------------------------------------------------------------
@@ -115,18 +87,9 @@ abstract class MsgArrays extends MsgNumberArrays {
 
     /** As {@link #addXml(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addXml(String name, int id, byte[] value) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(value, "value");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddXml(
-                    handle, bytes, Texts.length(bytes), value, value.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(value, QuorlMsgField.XML, name, id);
+        return set(name, id, QuorlMsgField.XML,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddXml(m, n, length, value, value.length, i, self()));
     }
 
     /**
@@ -142,18 +105,9 @@ abstract class MsgArrays extends MsgNumberArrays {
 
     /** As {@link #updateXml(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateXml(String name, int id, byte[] value) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(value, "value");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateXml(
-                    handle, bytes, Texts.length(bytes), value, value.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(value, QuorlMsgField.XML, name, id);
+        return set(name, id, QuorlMsgField.XML,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateXml(m, n, length, value, value.length, i, self()));
     }
 
     /**
@@ -172,17 +126,7 @@ abstract class MsgArrays extends MsgNumberArrays {
     }
 
     private byte[] getXml(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.XML);
-            byte[] value = new byte[sizeAt(index)];
-            QuorlMsg.quorlMsg_GetXml(handle, index, value, self());
-            return value;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.XML, this::blockAt);
     }
 
     // ---- user types ---------------------------------------------------------------------------------------------------
@@ -201,18 +145,10 @@ abstract class MsgArrays extends MsgNumberArrays {
 
     /** As {@link #addUser(String, int, byte[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addUser(String name, int id, int type, byte[] value) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(value, "value");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddUserType(handle, (short) inRange(type, 128, 255, "a user type"), bytes,
-                    Texts.length(bytes), value, value.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        short code = (short) userType(type, name, id);
+        given(value, type, name, id);
+        return set(name, id, type,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddUserType(m, code, n, length, value, value.length, i, self()));
     }
 
     /**
@@ -229,18 +165,10 @@ abstract class MsgArrays extends MsgNumberArrays {
 
     /** As {@link #updateUser(String, int, byte[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateUser(String name, int id, int type, byte[] value) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(value, "value");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateUserType(handle, (short) inRange(type, 128, 255, "a user type"), bytes,
-                    Texts.length(bytes), value, value.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        short code = (short) userType(type, name, id);
+        given(value, type, name, id);
+        return set(name, id, type,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateUserType(m, code, n, length, value, value.length, i, self()));
     }
 
     /**
@@ -259,27 +187,22 @@ abstract class MsgArrays extends MsgNumberArrays {
     }
 
     private byte[] getUser(String name, int id) {
-        long handle = enter();
-        try {
-            long found = find(name, id);
-            if (found == 0) {
-                throw new QuorlException(QuorlException.NOT_FOUND, null);
-            }
-            if (typeIn(found) < QuorlMsgField.USER_FIRST) {
-                throw new QuorlException(QuorlException.CONVERSION_FAILED,
-                        "it is " + QuorlMsgField.typeName(typeIn(found)) + ", not a user type");
-            }
-            return userAt(handle, indexIn(found));
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.USER_ANY, this::blockAt);
     }
 
-    final byte[] userAt(long handle, int index) {
+    /** A type that is the program's to give. */
+    private static int userType(int type, String name, int id) {
+        if (type < QuorlMsgField.USER_FIRST || type > 0xFF) {
+            throw new IllegalArgumentException(
+                    describe(name, id) + ": " + unfit(type, QuorlMsgField.USER_FIRST, 0xFF, "a user type"));
+        }
+        return type;
+    }
+
+    /** The bytes of an opaque, XML or user-type field. */
+    final byte[] blockAt(long handle, int index) {
         byte[] value = new byte[sizeAt(index)];
-        QuorlMsg.quorlMsg_GetUserType(handle, index, value, self());
+        QuorlMsg.quorlMsg_GetOpaque(handle, index, value, self());
         return value;
     }
 
@@ -298,18 +221,9 @@ abstract class MsgArrays extends MsgNumberArrays {
 
     /** As {@link #addStringArray(String, String[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addStringArray(String name, int id, String[] values) {
-        byte[] bytes = bytes(name);
-        Object[] encoded = encode(values);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddStringArray(
-                    handle, bytes, Texts.length(bytes), encoded, encoded.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        Object[] encoded = encode(values, name, id);
+        return set(name, id, QuorlMsgField.STRINGARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddStringArray(m, n, length, encoded, encoded.length, i, self()));
     }
 
     /**
@@ -325,18 +239,9 @@ abstract class MsgArrays extends MsgNumberArrays {
 
     /** As {@link #updateStringArray(String, String[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateStringArray(String name, int id, String[] values) {
-        byte[] bytes = bytes(name);
-        Object[] encoded = encode(values);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateStringArray(
-                    handle, bytes, Texts.length(bytes), encoded, encoded.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        Object[] encoded = encode(values, name, id);
+        return set(name, id, QuorlMsgField.STRINGARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateStringArray(m, n, length, encoded, encoded.length, i, self()));
     }
 
     /**
@@ -355,14 +260,7 @@ abstract class MsgArrays extends MsgNumberArrays {
     }
 
     private String[] getStringArray(String name, int id) {
-        long handle = enter();
-        try {
-            return stringsAt(handle, indexOf(name, id, QuorlMsgField.STRINGARRAY));
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.STRINGARRAY, this::stringsAt);
     }
 
     final String[] stringsAt(long handle, int index) {
@@ -375,12 +273,31 @@ abstract class MsgArrays extends MsgNumberArrays {
         return values;
     }
 
-    private static Object[] encode(String[] values) {
-        Object[] encoded = new Object[values.length];
+    private static Object[] encode(String[] values, String name, int id) {
+        Object[] encoded = new Object[some(given(values, QuorlMsgField.STRINGARRAY, name, id).length, "texts", name, id)];
         for (int i = 0; i < encoded.length; i++) {
-            encoded[i] = Texts.encode(Objects.requireNonNull(values[i], "a text of the array"), "a text of the array");
+            try {
+                encoded[i] = Texts.encode(element(values[i], i, name, id), "the text");
+            } catch (IllegalArgumentException e) {
+                throw new IllegalArgumentException(describe(name, id) + ": element " + i + ": " + e.getMessage(), e);
+            }
         }
         return encoded;
+    }
+
+    /** The length of an array that the natives add: they refuse one of none. */
+    private static int some(int length, String what, String name, int id) {
+        if (length == 0) {
+            throw new QuorlException(QuorlException.INVALID_ARG, describe(name, id) + ": an array of no " + what);
+        }
+        return length;
+    }
+
+    private static <T> T element(T value, int index, String name, int id) {
+        if (value == null) {
+            throw new NullPointerException(describe(name, id) + ": element " + index + " is null");
+        }
+        return value;
     }
 
     // ---- MsgArray -----------------------------------------------------------------------------------------------------
@@ -398,27 +315,15 @@ abstract class MsgArrays extends MsgNumberArrays {
 
     /** As {@link #addMsgArray(String, List<QuorlMsg>)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addMsgArray(String name, int id, List<QuorlMsg> values) {
-        byte[] bytes = bytes(name);
-        QuorlMsg[] inner = values.toArray(new QuorlMsg[0]);
-        long handle = enter();
-        try {
-            long[] handles = new long[inner.length];
-            Set<MsgCore> entered = Collections.newSetFromMap(new IdentityHashMap<>());
-            try {
-                for (int i = 0; i < inner.length; i++) {
-                    handles[i] = enterAmong(entered, inner[i]);
-                }
-                QuorlMsg.quorlMsg_AddMsgArray(
-                        handle, bytes, Texts.length(bytes), handles, handles.length, id16(id), self());
-            } finally {
-                entered.forEach(MsgCore::leave);
-            }
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        QuorlMsg[] inner = inner(values, name, id);
+        return set(name, id, QuorlMsgField.MSGARRAY,
+                (m, n, length, i) -> withEach(inner, handles -> {
+                    try {
+                        QuorlMsg.quorlMsg_AddMsgArray(m, n, length, handles, handles.length, i, self());
+                    } catch (QuorlException e) {
+                        throw nested(e, handles);
+                    }
+                }));
     }
 
     /**
@@ -434,27 +339,15 @@ abstract class MsgArrays extends MsgNumberArrays {
 
     /** As {@link #updateMsgArray(String, List<QuorlMsg>)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateMsgArray(String name, int id, List<QuorlMsg> values) {
-        byte[] bytes = bytes(name);
-        QuorlMsg[] inner = values.toArray(new QuorlMsg[0]);
-        long handle = enter();
-        try {
-            long[] handles = new long[inner.length];
-            Set<MsgCore> entered = Collections.newSetFromMap(new IdentityHashMap<>());
-            try {
-                for (int i = 0; i < inner.length; i++) {
-                    handles[i] = enterAmong(entered, inner[i]);
-                }
-                QuorlMsg.quorlMsg_UpdateMsgArray(
-                        handle, bytes, Texts.length(bytes), handles, handles.length, id16(id), self());
-            } finally {
-                entered.forEach(MsgCore::leave);
-            }
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        QuorlMsg[] inner = inner(values, name, id);
+        return set(name, id, QuorlMsgField.MSGARRAY,
+                (m, n, length, i) -> withEach(inner, handles -> {
+                    try {
+                        QuorlMsg.quorlMsg_UpdateMsgArray(m, n, length, handles, handles.length, i, self());
+                    } catch (QuorlException e) {
+                        throw nested(e, handles);
+                    }
+                }));
     }
 
     /**
@@ -473,13 +366,30 @@ abstract class MsgArrays extends MsgNumberArrays {
     }
 
     private List<QuorlMsg> getMsgArray(String name, int id) {
-        long handle = enter();
+        return value(name, id, QuorlMsgField.MSGARRAY, this::messagesAt);
+    }
+
+    /** A copy, which nobody else changes. */
+    private static QuorlMsg[] inner(List<QuorlMsg> values, String name, int id) {
+        QuorlMsg[] inner = given(values, QuorlMsgField.MSGARRAY, name, id).toArray(new QuorlMsg[0]);
+        some(inner.length, "messages", name, id);
+        for (int i = 0; i < inner.length; i++) {
+            element(inner[i], i, name, id);
+        }
+        return inner;
+    }
+
+    /** Runs with the handles of messages that are entered beside this one. */
+    private void withEach(QuorlMsg[] inner, Consumer<long[]> action) {
+        long[] handles = new long[inner.length];
+        Set<MsgCore> entered = Collections.newSetFromMap(new IdentityHashMap<>());
         try {
-            return messagesAt(handle, indexOf(name, id, QuorlMsgField.MSGARRAY));
-        } catch (QuorlException e) {
-            throw about(e, name, id);
+            for (int i = 0; i < inner.length; i++) {
+                handles[i] = enterAmong(entered, inner[i]);
+            }
+            action.accept(handles);
         } finally {
-            leave();
+            entered.forEach(MsgCore::leave);
         }
     }
 

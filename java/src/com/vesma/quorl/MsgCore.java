@@ -6,6 +6,7 @@ import java.util.ConcurrentModificationException;
 import java.util.Objects;
 import java.util.Set;
 import java.util.concurrent.locks.LockSupport;
+import java.util.function.LongFunction;
 
 /**
  * What keeps a message's handle from harm: the guard that every use of it passes, and the lookups that need a type
@@ -34,7 +35,7 @@ abstract class MsgCore {
     }
 
     /** The natives' getters use 16 bits of an index. */
-    private static final long LAST_INDEX = 0xFFFF;
+    private static final int LAST_INDEX = 0xFFFF;
 
     private final long handle;
 
@@ -153,12 +154,16 @@ abstract class MsgCore {
     }
 
     static byte[] bytes(String name) {
-        return Texts.cached(name, "the field's name");
+        return name == null ? null : encoded(name).bytes;
     }
 
-    /** A name to look up, in the form that a view searches for. */
+    /** A name in the form that a view searches for. */
     static Texts.Encoded encoded(String name) {
-        return Texts.encoded(known(name), "the field's name");
+        try {
+            return Texts.encoded(name, "the name");
+        } catch (IllegalArgumentException e) {
+            throw about(e, name, 0);
+        }
     }
 
     /** An id to write. */
@@ -169,12 +174,42 @@ abstract class MsgCore {
         return (short) id;
     }
 
-    static int inRange(long value, long low, long high, String type) {
+    // ---- values to write ------------------------------------------------------------------------------------------
+
+    /** A number that its type holds. */
+    static int fit(long value, long low, long high, int type, String name, int id) {
         if (value < low || value > high) {
-            throw new IllegalArgumentException(value + " does not fit " + type + ", " + low + " to " + high);
+            throw new IllegalArgumentException(
+                    describe(name, id) + ": " + unfit(value, low, high, QuorlMsgField.typeName(type)));
         }
         return (int) value;
     }
+
+    /** As {@link #fit}, for a caller that names the field itself. */
+    static int inRange(long value, long low, long high, String type) {
+        if (value < low || value > high) {
+            throw new IllegalArgumentException(unfit(value, low, high, type));
+        }
+        return (int) value;
+    }
+
+    static String unfit(long value, long low, long high, String type) {
+        return value + " does not fit " + type + ", " + low + " to " + high;
+    }
+
+    /** A value that is there. */
+    static <T> T given(T value, int type, String name, int id) {
+        if (value == null) {
+            throw new NullPointerException(describe(name, id) + ": its " + QuorlMsgField.typeName(type) + " is null");
+        }
+        return value;
+    }
+
+    static IllegalArgumentException about(IllegalArgumentException e, String name, int id) {
+        return new IllegalArgumentException(describe(name, id) + ": " + e.getMessage(), e);
+    }
+
+    // ---- what refusals say ----------------------------------------------------------------------------------------
 
     /** A status with the field that it is about. */
     static QuorlException about(QuorlException e, String name, int id) {
@@ -182,18 +217,143 @@ abstract class MsgCore {
     }
 
     /** As {@link #about} for a number that could not be read, on a message that is entered: with what the field is. */
-    final QuorlException unread(QuorlException e, String name, int id, int wanted) {
-        if (e.getStatus() != QuorlException.CONVERSION_FAILED) {
-            return about(e, name, id);
+    private QuorlException unread(QuorlException e, String name, int id, int wanted) {
+        long found = e.getStatus() == QuorlException.CONVERSION_FAILED ? find(name, id) : 0;
+        if (found == 0) {
+            return e.getStatus() == QuorlException.NOT_FOUND ? missing(name, id, QuorlMsgField.typeName(wanted)) : about(e, name, id);
         }
-        long found = find(name, id);
-        return found == 0 ? about(e, name, id) : new QuorlException(QuorlException.CONVERSION_FAILED, describe(name, id)
-                + ": it is " + QuorlMsgField.typeName(typeIn(found)) + ", and its value is none of "
-                + QuorlMsgField.typeName(wanted), e);
+        int type = typeIn(found);
+        String text = type > QuorlMsgField.F64 || indexIn(found) != (char) indexIn(found)
+                ? notOf(type, wanted)
+                : QuorlMsgField.typeName(type) + " " + new QuorlMsgField(self(), indexIn(found), name, id, type, 1, 0).scalar(handle)
+                        + " does not fit " + QuorlMsgField.typeName(wanted);
+        return new QuorlException(QuorlException.CONVERSION_FAILED, describe(name, id) + ": " + text, e);
     }
 
+    private static String notOf(int type, int wanted) {
+        return "it is " + QuorlMsgField.typeName(type) + ", not " + QuorlMsgField.typeName(wanted);
+    }
+
+    /** As {@link #about} for a field that could not be added or updated, on a message that is entered. */
+    private QuorlException unset(QuorlException e, String name, int id, int type) {
+        String wanted = QuorlMsgField.typeName(type);
+        switch (e.getStatus()) {
+            case QuorlException.INVALID_TYPE:
+                return withFound(e, name, id, found -> notOf(typeIn(found), type));
+            case QuorlException.ID_IN_USE:
+                return withFound(e, null, id, found -> wanted
+                        + (name == null ? " without a name" : " \"" + name + "\"") + " has the id of field number "
+                        + Integer.toUnsignedLong(indexIn(found)) + ", " + QuorlMsgField.typeName(typeIn(found)));
+            case QuorlException.INVALID_SIZE:
+                return new QuorlException(QuorlException.INVALID_SIZE, describe(name, id) + ": with this " + wanted
+                        + " the message would be larger than " + Wire.SIZE_MAX + " bytes", e);
+            default:
+                return about(e, name, id);
+        }
+    }
+
+    /** What the library said when messages were put inside: when all of them are alive, they are nested too deeply. */
+    final QuorlException nested(QuorlException e, long... inner) {
+        if (e.getStatus() != QuorlException.INVALID_MSG) {
+            return e;
+        }
+        QuorlMsg.quorlMsg_GetByteSize(handle, null);
+        for (long each : inner) {
+            QuorlMsg.quorlMsg_GetByteSize(each, null);
+        }
+        return new QuorlException(
+                QuorlException.INVALID_MSG, "messages would be nested to more than " + Wire.DEPTH_MAX + " levels", e);
+    }
+
+    private QuorlException withFound(QuorlException e, String name, int id, LongFunction<String> text) {
+        long found = find(name, id);
+        return found == 0 ? about(e, name, id)
+                : new QuorlException(e.getStatus(), describe(name, id) + ": " + text.apply(found), e);
+    }
+
+    static QuorlException missing(String name, int id, String wanted) {
+        return new QuorlException(QuorlException.NOT_FOUND, describe(name, id) + " of type " + wanted);
+    }
+
+    /** A name as it can be shown: not too long, and without what is no character. */
     static String describe(String name, int id) {
-        return "field " + (name == null ? "" : "\"" + name + "\"") + (id == 0 ? "" : (name == null ? "" : " ") + "id " + id);
+        StringBuilder text = new StringBuilder("field ");
+        if (name != null) {
+            text.append('"');
+            for (int i = 0; i < Math.min(name.length(), Wire.NAME_MAX); i++) {
+                char c = name.charAt(i);
+                if (c < ' ' || Texts.isHalf(name, i)) {
+                    text.append(String.format("\\u%04x", (int) c));
+                } else {
+                    text.append(c);
+                }
+            }
+            text.append(name.length() > Wire.NAME_MAX ? "...\" of " + name.length() + " characters" : "\"");
+        }
+        return text.append(id == 0 ? "" : (name == null ? "" : " ") + "id " + id).toString();
+    }
+
+    // ---- the steps around a native --------------------------------------------------------------------------------
+
+    // Each is written once, and what differs comes as a lambda. The machine inlines both into the public method, where
+    // the lambda is known: there is no call through it and no object.
+
+    /** A native that adds or updates a field by its name and id. */
+    interface Setter {
+        void set(long handle, byte[] name, int nameLength, short id);
+    }
+
+    /** A native that reads a number by its name and id, as the number or as 0 and 1. */
+    interface NumberGetter {
+        long get(long handle, byte[] name, int nameLength, short id);
+    }
+
+    /** A native that reads a field by its position, whose type was checked. */
+    interface Getter<T> {
+        T get(long handle, int index);
+    }
+
+    final QuorlMsg set(String name, int id, int type, Setter setter) {
+        byte[] bytes = bytes(name);
+        short id16 = id16(id);
+        long handle = enter();
+        try {
+            setter.set(handle, bytes, Texts.length(bytes), id16);
+            return self();
+        } catch (QuorlException e) {
+            throw unset(e, name, id, type);
+        } finally {
+            leave();
+        }
+    }
+
+    final long number(String name, int id, int type, NumberGetter getter) {
+        byte[] bytes = bytes(name);
+        long handle = enter();
+        try {
+            return getter.get(handle, bytes, Texts.length(bytes), (short) id);
+        } catch (QuorlException e) {
+            throw unread(e, name, id, type);
+        } finally {
+            leave();
+        }
+    }
+
+    final <T> T value(String name, int id, int type, Getter<T> getter) {
+        long handle = enter();
+        try {
+            long found = find(name, id);
+            if (found == 0) {
+                throw missing(name, id, QuorlMsgField.typeName(type));
+            }
+            if (typeIn(found) != type && !(type == QuorlMsgField.USER_ANY && typeIn(found) >= QuorlMsgField.USER_FIRST)) {
+                throw new QuorlException(
+                        QuorlException.CONVERSION_FAILED, describe(name, id) + ": " + notOf(typeIn(found), type));
+            }
+            return getter.get(handle, indexIn(found, name, id));
+        } finally {
+            leave();
+        }
     }
 
     // ---- lookups, on a message that is entered --------------------------------------------------------------------
@@ -204,30 +364,22 @@ abstract class MsgCore {
         return QuorlMsg.quorlMsg_GetFieldTypeAndIndex(handle, bytes, Texts.length(bytes), (short) id, self());
     }
 
-    /** The index of a field that must be there with that type. */
-    final int indexOf(String name, int id, int type) {
-        long found = find(name, id);
-        if (found == 0) {
-            throw new QuorlException(QuorlException.NOT_FOUND, null);
-        }
-        if (typeIn(found) != type) {
-            throw new QuorlException(QuorlException.CONVERSION_FAILED,
-                    "it is " + QuorlMsgField.typeName(typeIn(found)) + ", not " + QuorlMsgField.typeName(type));
-        }
-        return indexIn(found);
-    }
-
     static int typeIn(long found) {
         return (int) (found >>> 32) & 0xFF;
     }
 
     static int indexIn(long found) {
-        long index = (found & 0xFFFF_FFFFL) - 1;
-        if (index > LAST_INDEX) {
-            throw new QuorlException(QuorlException.INVALID_FIELD,
-                    "it is field number " + index + " of its message, and only the first 65,536 can be read");
+        return (int) found - 1;
+    }
+
+    /** An index that the natives' getters can take. */
+    static int indexIn(long found, String name, int id) {
+        int index = indexIn(found);
+        if (index < 0 || index > LAST_INDEX) {
+            throw new QuorlException(QuorlException.INVALID_FIELD, describe(name, id) + ": it is field number "
+                    + Integer.toUnsignedLong(index) + " of its message, and only the first 65,536 can be read");
         }
-        return (int) index;
+        return index;
     }
 
     /** The field's size in bytes, of one element for an array, as the length of a Java array. */

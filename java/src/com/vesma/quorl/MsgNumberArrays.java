@@ -1,7 +1,5 @@
 package com.vesma.quorl;
 
-import java.util.Objects;
-
 /**
  * The fields of arrays of numbers. {@link QuorlMsg} tells the rules that hold for all.
  */
@@ -25,18 +23,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #addI8Array(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addI8Array(String name, int id, byte[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddI8Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.I8ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I8ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddI8Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -52,18 +41,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #updateI8Array(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateI8Array(String name, int id, byte[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateI8Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.I8ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I8ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateI8Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -82,17 +62,13 @@ abstract class MsgNumberArrays extends MsgValues {
     }
 
     private byte[] getI8Array(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.I8ARRAY);
-            byte[] values = new byte[countAt(index)];
-            QuorlMsg.quorlMsg_GetI8Array(handle, index, values, self());
-            return values;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.I8ARRAY, this::i8ArrayAt);
+    }
+
+    final byte[] i8ArrayAt(long handle, int index) {
+        byte[] values = new byte[countAt(index)];
+        QuorlMsg.quorlMsg_GetI8Array(handle, index, values, self());
+        return values;
     }
 
     // ---- U8Array ------------------------------------------------------------------------------------------------------
@@ -110,20 +86,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #addU8Array(String, short[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addU8Array(String name, int id, short[] values) {
-        byte[] bytes = bytes(name);
-        for (short value : values) {
-            inRange(value, 0, 0xFF, "U8");
-        }
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddU8Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        fit(given(values, QuorlMsgField.U8ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U8ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddU8Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -139,20 +104,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #updateU8Array(String, short[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateU8Array(String name, int id, short[] values) {
-        byte[] bytes = bytes(name);
-        for (short value : values) {
-            inRange(value, 0, 0xFF, "U8");
-        }
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateU8Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        fit(given(values, QuorlMsgField.U8ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U8ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateU8Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -171,17 +125,13 @@ abstract class MsgNumberArrays extends MsgValues {
     }
 
     private short[] getU8Array(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.U8ARRAY);
-            short[] values = new short[countAt(index)];
-            QuorlMsg.quorlMsg_GetU8Array(handle, index, values, self());
-            return values;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.U8ARRAY, this::u8ArrayAt);
+    }
+
+    final short[] u8ArrayAt(long handle, int index) {
+        short[] values = new short[countAt(index)];
+        QuorlMsg.quorlMsg_GetU8Array(handle, index, values, self());
+        return values;
     }
 
     // ---- I16Array -----------------------------------------------------------------------------------------------------
@@ -199,18 +149,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #addI16Array(String, short[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addI16Array(String name, int id, short[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddI16Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.I16ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I16ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddI16Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -226,18 +167,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #updateI16Array(String, short[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateI16Array(String name, int id, short[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateI16Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.I16ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I16ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateI16Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -256,17 +188,13 @@ abstract class MsgNumberArrays extends MsgValues {
     }
 
     private short[] getI16Array(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.I16ARRAY);
-            short[] values = new short[countAt(index)];
-            QuorlMsg.quorlMsg_GetI16Array(handle, index, values, self());
-            return values;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.I16ARRAY, this::i16ArrayAt);
+    }
+
+    final short[] i16ArrayAt(long handle, int index) {
+        short[] values = new short[countAt(index)];
+        QuorlMsg.quorlMsg_GetI16Array(handle, index, values, self());
+        return values;
     }
 
     // ---- U16Array -----------------------------------------------------------------------------------------------------
@@ -284,20 +212,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #addU16Array(String, int[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addU16Array(String name, int id, int[] values) {
-        byte[] bytes = bytes(name);
-        for (int value : values) {
-            inRange(value, 0, 0xFFFF, "U16");
-        }
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddU16Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        fit(given(values, QuorlMsgField.U16ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U16ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddU16Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -313,20 +230,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #updateU16Array(String, int[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateU16Array(String name, int id, int[] values) {
-        byte[] bytes = bytes(name);
-        for (int value : values) {
-            inRange(value, 0, 0xFFFF, "U16");
-        }
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateU16Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        fit(given(values, QuorlMsgField.U16ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U16ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateU16Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -345,17 +251,13 @@ abstract class MsgNumberArrays extends MsgValues {
     }
 
     private int[] getU16Array(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.U16ARRAY);
-            int[] values = new int[countAt(index)];
-            QuorlMsg.quorlMsg_GetU16Array(handle, index, values, self());
-            return values;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.U16ARRAY, this::u16ArrayAt);
+    }
+
+    final int[] u16ArrayAt(long handle, int index) {
+        int[] values = new int[countAt(index)];
+        QuorlMsg.quorlMsg_GetU16Array(handle, index, values, self());
+        return values;
     }
 
     // ---- I32Array -----------------------------------------------------------------------------------------------------
@@ -373,18 +275,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #addI32Array(String, int[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addI32Array(String name, int id, int[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddI32Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.I32ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I32ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddI32Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -400,18 +293,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #updateI32Array(String, int[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateI32Array(String name, int id, int[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateI32Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.I32ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I32ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateI32Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -430,17 +314,13 @@ abstract class MsgNumberArrays extends MsgValues {
     }
 
     private int[] getI32Array(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.I32ARRAY);
-            int[] values = new int[countAt(index)];
-            QuorlMsg.quorlMsg_GetI32Array(handle, index, values, self());
-            return values;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.I32ARRAY, this::i32ArrayAt);
+    }
+
+    final int[] i32ArrayAt(long handle, int index) {
+        int[] values = new int[countAt(index)];
+        QuorlMsg.quorlMsg_GetI32Array(handle, index, values, self());
+        return values;
     }
 
     // ---- U32Array -----------------------------------------------------------------------------------------------------
@@ -458,20 +338,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #addU32Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addU32Array(String name, int id, long[] values) {
-        byte[] bytes = bytes(name);
-        for (long value : values) {
-            inRange(value, 0, 0xFFFF_FFFFL, "U32");
-        }
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddU32Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        fit(given(values, QuorlMsgField.U32ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U32ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddU32Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -487,20 +356,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #updateU32Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateU32Array(String name, int id, long[] values) {
-        byte[] bytes = bytes(name);
-        for (long value : values) {
-            inRange(value, 0, 0xFFFF_FFFFL, "U32");
-        }
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateU32Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        fit(given(values, QuorlMsgField.U32ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U32ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateU32Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -519,17 +377,13 @@ abstract class MsgNumberArrays extends MsgValues {
     }
 
     private long[] getU32Array(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.U32ARRAY);
-            long[] values = new long[countAt(index)];
-            QuorlMsg.quorlMsg_GetU32Array(handle, index, values, self());
-            return values;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.U32ARRAY, this::u32ArrayAt);
+    }
+
+    final long[] u32ArrayAt(long handle, int index) {
+        long[] values = new long[countAt(index)];
+        QuorlMsg.quorlMsg_GetU32Array(handle, index, values, self());
+        return values;
     }
 
     // ---- I64Array -----------------------------------------------------------------------------------------------------
@@ -547,18 +401,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #addI64Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addI64Array(String name, int id, long[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddI64Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.I64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I64ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddI64Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -574,18 +419,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #updateI64Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateI64Array(String name, int id, long[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateI64Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.I64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I64ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateI64Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -604,17 +440,13 @@ abstract class MsgNumberArrays extends MsgValues {
     }
 
     private long[] getI64Array(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.I64ARRAY);
-            long[] values = new long[countAt(index)];
-            QuorlMsg.quorlMsg_GetI64Array(handle, index, values, self());
-            return values;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.I64ARRAY, this::i64ArrayAt);
+    }
+
+    final long[] i64ArrayAt(long handle, int index) {
+        long[] values = new long[countAt(index)];
+        QuorlMsg.quorlMsg_GetI64Array(handle, index, values, self());
+        return values;
     }
 
     // ---- U64Array -----------------------------------------------------------------------------------------------------
@@ -632,18 +464,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #addU64Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addU64Array(String name, int id, long[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddU64Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.U64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.U64ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddU64Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -659,18 +482,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #updateU64Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateU64Array(String name, int id, long[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateU64Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.U64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.U64ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateU64Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -689,17 +503,13 @@ abstract class MsgNumberArrays extends MsgValues {
     }
 
     private long[] getU64Array(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.U64ARRAY);
-            long[] values = new long[countAt(index)];
-            QuorlMsg.quorlMsg_GetU64Array(handle, index, values, self());
-            return values;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.U64ARRAY, this::u64ArrayAt);
+    }
+
+    final long[] u64ArrayAt(long handle, int index) {
+        long[] values = new long[countAt(index)];
+        QuorlMsg.quorlMsg_GetU64Array(handle, index, values, self());
+        return values;
     }
 
     // ---- F32Array -----------------------------------------------------------------------------------------------------
@@ -717,18 +527,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #addF32Array(String, float[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addF32Array(String name, int id, float[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddF32Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.F32ARRAY, name, id);
+        return set(name, id, QuorlMsgField.F32ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddF32Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -744,18 +545,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #updateF32Array(String, float[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateF32Array(String name, int id, float[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateF32Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.F32ARRAY, name, id);
+        return set(name, id, QuorlMsgField.F32ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateF32Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -774,17 +566,13 @@ abstract class MsgNumberArrays extends MsgValues {
     }
 
     private float[] getF32Array(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.F32ARRAY);
-            float[] values = new float[countAt(index)];
-            QuorlMsg.quorlMsg_GetF32Array(handle, index, values, self());
-            return values;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.F32ARRAY, this::f32ArrayAt);
+    }
+
+    final float[] f32ArrayAt(long handle, int index) {
+        float[] values = new float[countAt(index)];
+        QuorlMsg.quorlMsg_GetF32Array(handle, index, values, self());
+        return values;
     }
 
     // ---- F64Array -----------------------------------------------------------------------------------------------------
@@ -802,18 +590,9 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #addF64Array(String, double[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addF64Array(String name, int id, double[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddF64Array(
-                    handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(values, QuorlMsgField.F64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.F64ARRAY,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddF64Array(m, n, length, values, values.length, i, self()));
     }
 
     /**
@@ -830,30 +609,31 @@ abstract class MsgNumberArrays extends MsgValues {
 
     /** As {@link #updateF64Array(String, double[])}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateF64Array(String name, int id, double[] values) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(values, "values");
-        long handle = enter();
-        try {
+        given(values, QuorlMsgField.F64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.F64ARRAY, (m, n, length, i) -> {
             // The native that updates such an array adds another field, so the old one is taken out here.
             long found = find(name, id);
             if (found == 0) {
-                QuorlMsg.quorlMsg_AddF64Array(
-                        handle, bytes, Texts.length(bytes), values, values.length, id16(id), self());
+                QuorlMsg.quorlMsg_AddF64Array(m, n, length, values, values.length, i, self());
             } else if (typeIn(found) != QuorlMsgField.F64ARRAY) {
-                throw new QuorlException(QuorlException.INVALID_TYPE, null);
+                throw new QuorlException(QuorlException.INVALID_TYPE);
             } else {
-                int index = indexIn(found);
-                byte[] oldName = QuorlMsg.quorlMsg_GetFieldName(handle, index, self());
-                short oldId = (short) QuorlMsg.quorlMsg_GetFieldId(handle, index, self());
-                QuorlMsg.quorlMsg_RemoveFieldEx(handle, bytes, Texts.length(bytes), id16(id), self());
-                QuorlMsg.quorlMsg_AddF64Array(
-                        handle, oldName, Texts.length(oldName), values, values.length, oldId, self());
+                replaceF64Array(m, indexIn(found, name, id), n, length, i, values);
             }
-            return self();
+        });
+    }
+
+    private void replaceF64Array(long handle, int index, byte[] name, int nameLength, short id, double[] values) {
+        byte[] oldName = QuorlMsg.quorlMsg_GetFieldName(handle, index, self());
+        short oldId = (short) QuorlMsg.quorlMsg_GetFieldId(handle, index, self());
+        double[] old = f64ArrayAt(handle, index);
+        QuorlMsg.quorlMsg_RemoveFieldEx(handle, name, nameLength, id, self());
+        try {
+            QuorlMsg.quorlMsg_AddF64Array(handle, oldName, Texts.length(oldName), values, values.length, oldId, self());
         } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
+            // What is refused changes nothing: the old one fits where it was.
+            QuorlMsg.quorlMsg_AddF64Array(handle, oldName, Texts.length(oldName), old, old.length, oldId, self());
+            throw e;
         }
     }
 
@@ -873,16 +653,39 @@ abstract class MsgNumberArrays extends MsgValues {
     }
 
     private double[] getF64Array(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.F64ARRAY);
-            double[] values = new double[countAt(index)];
-            QuorlMsg.quorlMsg_GetF64Array(handle, index, values, self());
-            return values;
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
+        return value(name, id, QuorlMsgField.F64ARRAY, this::f64ArrayAt);
+    }
+
+    final double[] f64ArrayAt(long handle, int index) {
+        double[] values = new double[countAt(index)];
+        QuorlMsg.quorlMsg_GetF64Array(handle, index, values, self());
+        return values;
+    }
+
+    // ---- ranges -------------------------------------------------------------------------------------------------------
+
+    private static void fit(short[] values, String name, int id) {
+        for (int i = 0; i < values.length; i++) {
+            fitElement(values[i], 0xFF, i, "U8", name, id);
+        }
+    }
+
+    private static void fit(int[] values, String name, int id) {
+        for (int i = 0; i < values.length; i++) {
+            fitElement(values[i], 0xFFFF, i, "U16", name, id);
+        }
+    }
+
+    private static void fit(long[] values, String name, int id) {
+        for (int i = 0; i < values.length; i++) {
+            fitElement(values[i], 0xFFFF_FFFFL, i, "U32", name, id);
+        }
+    }
+
+    private static void fitElement(long value, long high, int index, String type, String name, int id) {
+        if (value < 0 || value > high) {
+            throw new IllegalArgumentException(
+                    describe(name, id) + ": element " + index + ": " + unfit(value, 0, high, type));
         }
     }
 }

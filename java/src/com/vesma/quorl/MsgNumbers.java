@@ -23,17 +23,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #addBool(String, boolean)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addBool(String name, int id, boolean value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddBool(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.BOOL,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddBool(m, n, length, value, i, self()));
     }
 
     /**
@@ -49,17 +40,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #updateBool(String, boolean)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateBool(String name, int id, boolean value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateBool(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.BOOL,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateBool(m, n, length, value, i, self()));
     }
 
     /**
@@ -78,15 +60,8 @@ abstract class MsgNumbers extends MsgCore {
     }
 
     private boolean getBool(String name, int id) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            return QuorlMsg.quorlMsg_GetBool(handle, bytes, Texts.length(bytes), (short) id, self());
-        } catch (QuorlException e) {
-            throw unread(e, name, id, QuorlMsgField.BOOL);
-        } finally {
-            leave();
-        }
+        return number(name, id, QuorlMsgField.BOOL,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_GetBool(m, n, length, i, self()) ? 1 : 0) != 0;
     }
 
     // ---- I8 -----------------------------------------------------------------------------------------------------------
@@ -104,17 +79,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #addI8(String, byte)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addI8(String name, int id, byte value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddI8(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.I8,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddI8(m, n, length, value, i, self()));
     }
 
     /**
@@ -130,17 +96,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #updateI8(String, byte)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateI8(String name, int id, byte value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateI8(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.I8,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateI8(m, n, length, value, i, self()));
     }
 
     /**
@@ -159,15 +116,8 @@ abstract class MsgNumbers extends MsgCore {
     }
 
     private byte getI8(String name, int id) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            return QuorlMsg.quorlMsg_GetI8(handle, bytes, Texts.length(bytes), (short) id, self());
-        } catch (QuorlException e) {
-            throw unread(e, name, id, QuorlMsgField.I8);
-        } finally {
-            leave();
-        }
+        return (byte) number(name, id, QuorlMsgField.I8,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_GetI8(m, n, length, i, self()));
     }
 
     // ---- U8 -----------------------------------------------------------------------------------------------------------
@@ -185,17 +135,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #addU8(String, int)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addU8(String name, int id, int value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddU8(
-                    handle, bytes, Texts.length(bytes), (byte) inRange(value, 0, 0xFF, "U8"), id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        byte bits = (byte) fit(value, 0, 0xFF, QuorlMsgField.U8, name, id);
+        return set(name, id, QuorlMsgField.U8, (m, n, length, i) -> QuorlMsg.quorlMsg_AddU8(m, n, length, bits, i, self()));
     }
 
     /**
@@ -211,17 +152,9 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #updateU8(String, int)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateU8(String name, int id, int value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateU8(
-                    handle, bytes, Texts.length(bytes), (byte) inRange(value, 0, 0xFF, "U8"), id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        byte bits = (byte) fit(value, 0, 0xFF, QuorlMsgField.U8, name, id);
+        return set(name, id, QuorlMsgField.U8,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateU8(m, n, length, bits, i, self()));
     }
 
     /**
@@ -240,16 +173,8 @@ abstract class MsgNumbers extends MsgCore {
     }
 
     private int getU8(String name, int id) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            return (int) converted(
-                    QuorlMsg.quorlMsg_GetI64(handle, bytes, Texts.length(bytes), (short) id, self()), 0xFF);
-        } catch (QuorlException e) {
-            throw unread(e, name, id, QuorlMsgField.U8);
-        } finally {
-            leave();
-        }
+        return (int) number(name, id, QuorlMsgField.U8,
+                (m, n, length, i) -> converted(QuorlMsg.quorlMsg_GetI64(m, n, length, i, self()), 0xFF));
     }
 
     // ---- I16 ----------------------------------------------------------------------------------------------------------
@@ -267,17 +192,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #addI16(String, short)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addI16(String name, int id, short value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddI16(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.I16,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddI16(m, n, length, value, i, self()));
     }
 
     /**
@@ -293,17 +209,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #updateI16(String, short)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateI16(String name, int id, short value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateI16(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.I16,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateI16(m, n, length, value, i, self()));
     }
 
     /**
@@ -322,15 +229,8 @@ abstract class MsgNumbers extends MsgCore {
     }
 
     private short getI16(String name, int id) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            return QuorlMsg.quorlMsg_GetI16(handle, bytes, Texts.length(bytes), (short) id, self());
-        } catch (QuorlException e) {
-            throw unread(e, name, id, QuorlMsgField.I16);
-        } finally {
-            leave();
-        }
+        return (short) number(name, id, QuorlMsgField.I16,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_GetI16(m, n, length, i, self()));
     }
 
     // ---- U16 ----------------------------------------------------------------------------------------------------------
@@ -348,17 +248,9 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #addU16(String, int)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addU16(String name, int id, int value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddU16(
-                    handle, bytes, Texts.length(bytes), (short) inRange(value, 0, 0xFFFF, "U16"), id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        short bits = (short) fit(value, 0, 0xFFFF, QuorlMsgField.U16, name, id);
+        return set(name, id, QuorlMsgField.U16,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddU16(m, n, length, bits, i, self()));
     }
 
     /**
@@ -374,17 +266,9 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #updateU16(String, int)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateU16(String name, int id, int value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateU16(
-                    handle, bytes, Texts.length(bytes), (short) inRange(value, 0, 0xFFFF, "U16"), id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        short bits = (short) fit(value, 0, 0xFFFF, QuorlMsgField.U16, name, id);
+        return set(name, id, QuorlMsgField.U16,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateU16(m, n, length, bits, i, self()));
     }
 
     /**
@@ -403,16 +287,8 @@ abstract class MsgNumbers extends MsgCore {
     }
 
     private int getU16(String name, int id) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            return (int) converted(
-                    QuorlMsg.quorlMsg_GetI64(handle, bytes, Texts.length(bytes), (short) id, self()), 0xFFFF);
-        } catch (QuorlException e) {
-            throw unread(e, name, id, QuorlMsgField.U16);
-        } finally {
-            leave();
-        }
+        return (int) number(name, id, QuorlMsgField.U16,
+                (m, n, length, i) -> converted(QuorlMsg.quorlMsg_GetI64(m, n, length, i, self()), 0xFFFF));
     }
 
     // ---- I32 ----------------------------------------------------------------------------------------------------------
@@ -430,17 +306,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #addI32(String, int)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addI32(String name, int id, int value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddI32(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.I32,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddI32(m, n, length, value, i, self()));
     }
 
     /**
@@ -456,17 +323,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #updateI32(String, int)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateI32(String name, int id, int value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateI32(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.I32,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateI32(m, n, length, value, i, self()));
     }
 
     /**
@@ -485,15 +343,8 @@ abstract class MsgNumbers extends MsgCore {
     }
 
     private int getI32(String name, int id) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            return QuorlMsg.quorlMsg_GetI32(handle, bytes, Texts.length(bytes), (short) id, self());
-        } catch (QuorlException e) {
-            throw unread(e, name, id, QuorlMsgField.I32);
-        } finally {
-            leave();
-        }
+        return (int) number(name, id, QuorlMsgField.I32,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_GetI32(m, n, length, i, self()));
     }
 
     // ---- U32 ----------------------------------------------------------------------------------------------------------
@@ -511,17 +362,9 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #addU32(String, long)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addU32(String name, int id, long value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddU32(
-                    handle, bytes, Texts.length(bytes), inRange(value, 0, 0xFFFF_FFFFL, "U32"), id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        int bits = fit(value, 0, 0xFFFF_FFFFL, QuorlMsgField.U32, name, id);
+        return set(name, id, QuorlMsgField.U32,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddU32(m, n, length, bits, i, self()));
     }
 
     /**
@@ -537,17 +380,9 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #updateU32(String, long)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateU32(String name, int id, long value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateU32(
-                    handle, bytes, Texts.length(bytes), inRange(value, 0, 0xFFFF_FFFFL, "U32"), id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        int bits = fit(value, 0, 0xFFFF_FFFFL, QuorlMsgField.U32, name, id);
+        return set(name, id, QuorlMsgField.U32,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateU32(m, n, length, bits, i, self()));
     }
 
     /**
@@ -566,16 +401,8 @@ abstract class MsgNumbers extends MsgCore {
     }
 
     private long getU32(String name, int id) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            return converted(
-                    QuorlMsg.quorlMsg_GetI64(handle, bytes, Texts.length(bytes), (short) id, self()), 0xFFFF_FFFFL);
-        } catch (QuorlException e) {
-            throw unread(e, name, id, QuorlMsgField.U32);
-        } finally {
-            leave();
-        }
+        return number(name, id, QuorlMsgField.U32,
+                (m, n, length, i) -> converted(QuorlMsg.quorlMsg_GetI64(m, n, length, i, self()), 0xFFFF_FFFFL));
     }
 
     // ---- I64 ----------------------------------------------------------------------------------------------------------
@@ -593,17 +420,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #addI64(String, long)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addI64(String name, int id, long value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddI64(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.I64,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddI64(m, n, length, value, i, self()));
     }
 
     /**
@@ -619,17 +437,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #updateI64(String, long)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateI64(String name, int id, long value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateI64(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.I64,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateI64(m, n, length, value, i, self()));
     }
 
     /**
@@ -648,15 +457,7 @@ abstract class MsgNumbers extends MsgCore {
     }
 
     private long getI64(String name, int id) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            return QuorlMsg.quorlMsg_GetI64(handle, bytes, Texts.length(bytes), (short) id, self());
-        } catch (QuorlException e) {
-            throw unread(e, name, id, QuorlMsgField.I64);
-        } finally {
-            leave();
-        }
+        return number(name, id, QuorlMsgField.I64, (m, n, length, i) -> QuorlMsg.quorlMsg_GetI64(m, n, length, i, self()));
     }
 
     // ---- U64 ----------------------------------------------------------------------------------------------------------
@@ -674,17 +475,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #addU64(String, long)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addU64(String name, int id, long value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddU64(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.U64,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddU64(m, n, length, value, i, self()));
     }
 
     /**
@@ -700,17 +492,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #updateU64(String, long)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateU64(String name, int id, long value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateU64(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.U64,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateU64(m, n, length, value, i, self()));
     }
 
     /**
@@ -729,20 +512,11 @@ abstract class MsgNumbers extends MsgCore {
     }
 
     private long getU64(String name, int id) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
+        return number(name, id, QuorlMsgField.U64, (m, n, length, i) -> {
             long found = find(name, id);
-            if (typeIn(found) == QuorlMsgField.U64) {
-                return QuorlMsg.quorlMsg_GetU64(handle, indexIn(found), self());
-            }
-            return converted(
-                    QuorlMsg.quorlMsg_GetI64(handle, bytes, Texts.length(bytes), (short) id, self()), Long.MAX_VALUE);
-        } catch (QuorlException e) {
-            throw unread(e, name, id, QuorlMsgField.U64);
-        } finally {
-            leave();
-        }
+            return typeIn(found) == QuorlMsgField.U64 ? QuorlMsg.quorlMsg_GetU64(m, indexIn(found, name, id), self())
+                    : converted(QuorlMsg.quorlMsg_GetI64(m, n, length, i, self()), Long.MAX_VALUE);
+        });
     }
 
     // ---- F32 ----------------------------------------------------------------------------------------------------------
@@ -760,17 +534,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #addF32(String, float)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addF32(String name, int id, float value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddF32(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.F32,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddF32(m, n, length, value, i, self()));
     }
 
     /**
@@ -786,17 +551,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #updateF32(String, float)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateF32(String name, int id, float value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateF32(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.F32,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateF32(m, n, length, value, i, self()));
     }
 
     /**
@@ -815,15 +571,9 @@ abstract class MsgNumbers extends MsgCore {
     }
 
     private float getF32(String name, int id) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            return QuorlMsg.quorlMsg_GetF32(handle, bytes, Texts.length(bytes), (short) id, self());
-        } catch (QuorlException e) {
-            throw unread(e, name, id, QuorlMsgField.F32);
-        } finally {
-            leave();
-        }
+        // By its bits, so that one that is not a number keeps them.
+        return Float.intBitsToFloat((int) number(name, id, QuorlMsgField.F32, (m, n, length, i) ->
+                Float.floatToRawIntBits(QuorlMsg.quorlMsg_GetF32(m, n, length, i, self()))));
     }
 
     // ---- F64 ----------------------------------------------------------------------------------------------------------
@@ -841,17 +591,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #addF64(String, double)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addF64(String name, int id, double value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddF64(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.F64,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddF64(m, n, length, value, i, self()));
     }
 
     /**
@@ -867,17 +608,8 @@ abstract class MsgNumbers extends MsgCore {
 
     /** As {@link #updateF64(String, double)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateF64(String name, int id, double value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateF64(
-                    handle, bytes, Texts.length(bytes), value, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return set(name, id, QuorlMsgField.F64,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateF64(m, n, length, value, i, self()));
     }
 
     /**
@@ -896,15 +628,8 @@ abstract class MsgNumbers extends MsgCore {
     }
 
     private double getF64(String name, int id) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
-            return QuorlMsg.quorlMsg_GetF64(handle, bytes, Texts.length(bytes), (short) id, self());
-        } catch (QuorlException e) {
-            throw unread(e, name, id, QuorlMsgField.F64);
-        } finally {
-            leave();
-        }
+        return Double.longBitsToDouble(number(name, id, QuorlMsgField.F64, (m, n, length, i) ->
+                Double.doubleToRawLongBits(QuorlMsg.quorlMsg_GetF64(m, n, length, i, self()))));
     }
 
     private static long converted(long value, long high) {

@@ -5,7 +5,6 @@ import java.net.InetAddress;
 import java.net.UnknownHostException;
 import java.time.DateTimeException;
 import java.time.Instant;
-import java.util.Objects;
 
 /**
  * The fields of one value that is no number: text, time, message, port, address. {@link QuorlMsg} tells the rules.
@@ -30,18 +29,9 @@ abstract class MsgValues extends MsgNumbers {
 
     /** As {@link #addString(String, String)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addString(String name, int id, String text) {
-        byte[] bytes = bytes(name);
-        byte[] value = Texts.encode(Objects.requireNonNull(text, "text"), "the text");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddString(
-                    handle, bytes, Texts.length(bytes), value, value.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        byte[] value = encode(text, name, id);
+        return set(name, id, QuorlMsgField.STRING,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddString(m, n, length, value, value.length, i, self()));
     }
 
     /**
@@ -57,18 +47,9 @@ abstract class MsgValues extends MsgNumbers {
 
     /** As {@link #updateString(String, String)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateString(String name, int id, String text) {
-        byte[] bytes = bytes(name);
-        byte[] value = Texts.encode(Objects.requireNonNull(text, "text"), "the text");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateString(
-                    handle, bytes, Texts.length(bytes), value, value.length, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        byte[] value = encode(text, name, id);
+        return set(name, id, QuorlMsgField.STRING,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateString(m, n, length, value, value.length, i, self()));
     }
 
     /**
@@ -87,14 +68,14 @@ abstract class MsgValues extends MsgNumbers {
     }
 
     private String getString(String name, int id) {
-        long handle = enter();
+        return value(name, id, QuorlMsgField.STRING, this::textAt);
+    }
+
+    static byte[] encode(String text, String name, int id) {
         try {
-            int index = indexOf(name, id, QuorlMsgField.STRING);
-            return textAt(handle, index);
-        } catch (QuorlException e) {
+            return Texts.encode(given(text, QuorlMsgField.STRING, name, id), "the text");
+        } catch (IllegalArgumentException e) {
             throw about(e, name, id);
-        } finally {
-            leave();
         }
     }
 
@@ -120,22 +101,17 @@ abstract class MsgValues extends MsgNumbers {
 
     /** As {@link #addMsg(String, QuorlMsg)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addMsg(String name, int id, QuorlMsg value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
+        given(value, QuorlMsgField.MSG, name, id);
+        return set(name, id, QuorlMsgField.MSG, (m, n, length, i) -> {
             long inner = enterWith(value);
             try {
-                QuorlMsg.quorlMsg_AddMsg(
-                        handle, bytes, Texts.length(bytes), inner, id16(id), self(), value);
-                return self();
+                QuorlMsg.quorlMsg_AddMsg(m, n, length, inner, i, self(), value);
+            } catch (QuorlException e) {
+                throw nested(e, inner);
             } finally {
                 leaveWith(value);
             }
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        });
     }
 
     /**
@@ -151,22 +127,17 @@ abstract class MsgValues extends MsgNumbers {
 
     /** As {@link #updateMsg(String, QuorlMsg)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateMsg(String name, int id, QuorlMsg value) {
-        byte[] bytes = bytes(name);
-        long handle = enter();
-        try {
+        given(value, QuorlMsgField.MSG, name, id);
+        return set(name, id, QuorlMsgField.MSG, (m, n, length, i) -> {
             long inner = enterWith(value);
             try {
-                QuorlMsg.quorlMsg_UpdateMsg(
-                        handle, bytes, Texts.length(bytes), inner, id16(id), self(), value);
-                return self();
+                QuorlMsg.quorlMsg_UpdateMsg(m, n, length, inner, i, self(), value);
+            } catch (QuorlException e) {
+                throw nested(e, inner);
             } finally {
                 leaveWith(value);
             }
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        });
     }
 
     /**
@@ -186,15 +157,11 @@ abstract class MsgValues extends MsgNumbers {
     }
 
     private QuorlMsg getMsg(String name, int id) {
-        long handle = enter();
-        try {
-            long inner = QuorlMsg.quorlMsg_GetMsg(handle, indexOf(name, id, QuorlMsgField.MSG), self());
-            return new QuorlMsg(inner, this);
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.MSG, this::messageAt);
+    }
+
+    final QuorlMsg messageAt(long handle, int index) {
+        return new QuorlMsg(QuorlMsg.quorlMsg_GetMsg(handle, index, self()), this);
     }
 
     // ---- DateTime -----------------------------------------------------------------------------------------------------
@@ -212,18 +179,10 @@ abstract class MsgValues extends MsgNumbers {
 
     /** As {@link #addDateTime(String, Instant)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addDateTime(String name, int id, Instant time) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(time, "time");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddDateTime(
-                    handle, bytes, Texts.length(bytes), time.getEpochSecond(), time.getNano(), id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(time, QuorlMsgField.DATETIME, name, id);
+        return set(name, id, QuorlMsgField.DATETIME,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddDateTime(
+                        m, n, length, time.getEpochSecond(), time.getNano(), i, self()));
     }
 
     /**
@@ -239,18 +198,10 @@ abstract class MsgValues extends MsgNumbers {
 
     /** As {@link #updateDateTime(String, Instant)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateDateTime(String name, int id, Instant time) {
-        byte[] bytes = bytes(name);
-        Objects.requireNonNull(time, "time");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateDateTime(
-                    handle, bytes, Texts.length(bytes), time.getEpochSecond(), time.getNano(), id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        given(time, QuorlMsgField.DATETIME, name, id);
+        return set(name, id, QuorlMsgField.DATETIME,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateDateTime(
+                        m, n, length, time.getEpochSecond(), time.getNano(), i, self()));
     }
 
     /**
@@ -269,15 +220,7 @@ abstract class MsgValues extends MsgNumbers {
     }
 
     private Instant getDateTime(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.DATETIME);
-            return instantAt(handle, index);
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.DATETIME, this::instantAt);
     }
 
     final Instant instantAt(long handle, int index) {
@@ -309,18 +252,9 @@ abstract class MsgValues extends MsgNumbers {
 
     /** As {@link #addIPPort16(String, int)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addIPPort16(String name, int id, int port) {
-        byte[] bytes = bytes(name);
-        short number = (short) inRange(port, 0, 0xFFFF, "IPPort16");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddIPPort16(
-                    handle, bytes, Texts.length(bytes), number, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        short number = (short) fit(port, 0, 0xFFFF, QuorlMsgField.IPPORT16, name, id);
+        return set(name, id, QuorlMsgField.IPPORT16,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddIPPort16(m, n, length, number, i, self()));
     }
 
     /**
@@ -336,18 +270,9 @@ abstract class MsgValues extends MsgNumbers {
 
     /** As {@link #updateIPPort16(String, int)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateIPPort16(String name, int id, int port) {
-        byte[] bytes = bytes(name);
-        short number = (short) inRange(port, 0, 0xFFFF, "IPPort16");
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateIPPort16(
-                    handle, bytes, Texts.length(bytes), Short.reverseBytes(number), id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        short number = (short) fit(port, 0, 0xFFFF, QuorlMsgField.IPPORT16, name, id);
+        return set(name, id, QuorlMsgField.IPPORT16,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateIPPort16(m, n, length, Short.reverseBytes(number), i, self()));
     }
 
     /**
@@ -366,15 +291,7 @@ abstract class MsgValues extends MsgNumbers {
     }
 
     private int getIPPort16(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.IPPORT16);
-            return portAt(handle, index);
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.IPPORT16, this::portAt);
     }
 
     /**
@@ -390,18 +307,9 @@ abstract class MsgValues extends MsgNumbers {
 
     /** As {@link #addIPAddr32(String, Inet4Address)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg addIPAddr32(String name, int id, Inet4Address address) {
-        byte[] bytes = bytes(name);
-        int number = number(address);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_AddIPAddr32(
-                    handle, bytes, Texts.length(bytes), number, id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        int number = number(given(address, QuorlMsgField.IPADDR32, name, id));
+        return set(name, id, QuorlMsgField.IPADDR32,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_AddIPAddr32(m, n, length, number, i, self()));
     }
 
     /**
@@ -417,18 +325,10 @@ abstract class MsgValues extends MsgNumbers {
 
     /** As {@link #updateIPAddr32(String, Inet4Address)}, with an id: 1 to 65535, or 0 for none. */
     public QuorlMsg updateIPAddr32(String name, int id, Inet4Address address) {
-        byte[] bytes = bytes(name);
-        int number = number(address);
-        long handle = enter();
-        try {
-            QuorlMsg.quorlMsg_UpdateIPAddr32(
-                    handle, bytes, Texts.length(bytes), Integer.reverseBytes(number), id16(id), self());
-            return self();
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        int number = number(given(address, QuorlMsgField.IPADDR32, name, id));
+        return set(name, id, QuorlMsgField.IPADDR32,
+                (m, n, length, i) -> QuorlMsg.quorlMsg_UpdateIPAddr32(
+                        m, n, length, Integer.reverseBytes(number), i, self()));
     }
 
     /**
@@ -447,15 +347,7 @@ abstract class MsgValues extends MsgNumbers {
     }
 
     private Inet4Address getIPAddr32(String name, int id) {
-        long handle = enter();
-        try {
-            int index = indexOf(name, id, QuorlMsgField.IPADDR32);
-            return addressAt(handle, index);
-        } catch (QuorlException e) {
-            throw about(e, name, id);
-        } finally {
-            leave();
-        }
+        return value(name, id, QuorlMsgField.IPADDR32, this::addressAt);
     }
 
     final int portAt(long handle, int index) {

@@ -490,7 +490,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
         long handle = enter();
         try {
             long found = find(name, id);
-            return found == 0 ? null : fieldAt(handle, indexIn(found));
+            return found == 0 ? null : fieldAt(handle, indexIn(found, name, id));
         } finally {
             leave();
         }
@@ -517,7 +517,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
                     }
                     throw e;
                 }
-                fields.add(fieldAt(handle, indexIn(found)));
+                fields.add(fieldAt(handle, indexIn(found, name, 0)));
             }
         } finally {
             leave();

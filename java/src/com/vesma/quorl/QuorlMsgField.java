@@ -78,6 +78,9 @@ public final class QuorlMsgField {
     /** The first of the types that are the program's own, to 255: bytes that the library does not look into. */
     public static final int USER_FIRST = 128;
 
+    /** In the place of a type, any that is the program's own. */
+    static final int USER_ANY = -1;
+
     private static final String[] NAMES = {
         "NONE", "BOOL", "I8", "U8", "I16", "U16", "I32", "U32", "I64", "U64", "F32", "F64", "IPPORT16", "IPADDR32",
         "DATETIME", "STRING", "MSG", "OPAQUE", "XML"
@@ -168,6 +171,9 @@ public final class QuorlMsgField {
         if (type >= USER_FIRST) {
             return "USER" + type;
         }
+        if (type == USER_ANY) {
+            return "a user type";
+        }
         if (type >= 0 && type < NAMES.length) {
             return NAMES[type];
         }
@@ -191,13 +197,14 @@ public final class QuorlMsgField {
                     || QuorlMsg.quorlMsg_GetFieldType(handle, index, message) != type) {
                 throw new ConcurrentModificationException("the message was changed after this field was looked up");
             }
-            return type < ARRAY ? scalar(handle) : type < USER_FIRST ? array(handle) : message.userAt(handle, index);
+            return type < ARRAY ? scalar(handle) : type < USER_FIRST ? array(handle) : message.blockAt(handle, index);
         } finally {
             message.leave();
         }
     }
 
-    private Object scalar(long handle) {
+    /** Of a message that is entered. */
+    Object scalar(long handle) {
         switch (type) {
             case BOOL:
                 return QuorlMsg.quorlMsg_GetBool(handle, index, message);
@@ -216,7 +223,7 @@ public final class QuorlMsgField {
             case I64:
                 return QuorlMsg.quorlMsg_GetI64(handle, index, message);
             case U64:
-                return new BigInteger(Long.toUnsignedString(QuorlMsg.quorlMsg_GetU64(handle, index, message)));
+                return ImageValues.unsigned(QuorlMsg.quorlMsg_GetU64(handle, index, message));
             case F32:
                 return QuorlMsg.quorlMsg_GetF32(handle, index, message);
             case F64:
@@ -230,60 +237,37 @@ public final class QuorlMsgField {
             case STRING:
                 return message.textAt(handle, index);
             case MSG:
-                return new QuorlMsg(QuorlMsg.quorlMsg_GetMsg(handle, index, message), message);
+                return message.messageAt(handle, index);
             case OPAQUE:
             case XML:
-                byte[] value = new byte[message.sizeAt(index)];
-                QuorlMsg.quorlMsg_GetOpaque(handle, index, value, message);
-                return value;
+                return message.blockAt(handle, index);
             default:
                 throw new QuorlException(QuorlException.INVALID_TYPE, "type " + type + " is newer than these classes");
         }
     }
 
     private Object array(long handle) {
-        int length = message.countAt(index);
         switch (type) {
             case I8ARRAY:
-                byte[] i8 = new byte[length];
-                QuorlMsg.quorlMsg_GetI8Array(handle, index, i8, message);
-                return i8;
+                return message.i8ArrayAt(handle, index);
             case U8ARRAY:
-                short[] u8 = new short[length];
-                QuorlMsg.quorlMsg_GetU8Array(handle, index, u8, message);
-                return u8;
+                return message.u8ArrayAt(handle, index);
             case I16ARRAY:
-                short[] i16 = new short[length];
-                QuorlMsg.quorlMsg_GetI16Array(handle, index, i16, message);
-                return i16;
+                return message.i16ArrayAt(handle, index);
             case U16ARRAY:
-                int[] u16 = new int[length];
-                QuorlMsg.quorlMsg_GetU16Array(handle, index, u16, message);
-                return u16;
+                return message.u16ArrayAt(handle, index);
             case I32ARRAY:
-                int[] i32 = new int[length];
-                QuorlMsg.quorlMsg_GetI32Array(handle, index, i32, message);
-                return i32;
+                return message.i32ArrayAt(handle, index);
             case U32ARRAY:
-                long[] u32 = new long[length];
-                QuorlMsg.quorlMsg_GetU32Array(handle, index, u32, message);
-                return u32;
+                return message.u32ArrayAt(handle, index);
             case I64ARRAY:
-                long[] i64 = new long[length];
-                QuorlMsg.quorlMsg_GetI64Array(handle, index, i64, message);
-                return i64;
+                return message.i64ArrayAt(handle, index);
             case U64ARRAY:
-                long[] u64 = new long[length];
-                QuorlMsg.quorlMsg_GetU64Array(handle, index, u64, message);
-                return u64;
+                return message.u64ArrayAt(handle, index);
             case F32ARRAY:
-                float[] f32 = new float[length];
-                QuorlMsg.quorlMsg_GetF32Array(handle, index, f32, message);
-                return f32;
+                return message.f32ArrayAt(handle, index);
             case F64ARRAY:
-                double[] f64 = new double[length];
-                QuorlMsg.quorlMsg_GetF64Array(handle, index, f64, message);
-                return f64;
+                return message.f64ArrayAt(handle, index);
             case STRINGARRAY:
                 return message.stringsAt(handle, index);
             case MSGARRAY:

@@ -218,7 +218,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
     }
 
     private static Texts.Encoded encoded(String name) {
-        Texts.Encoded encoded = MsgCore.encoded(name);
+        Texts.Encoded encoded = MsgCore.encoded(MsgCore.known(name));
         if (encoded.key < 0) {
             throw new QuorlException(QuorlException.INVALID_NAME, MsgCore.describe(name, 0));
         }
@@ -233,20 +233,20 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
         return image().find(MsgCore.known(id));
     }
 
-    /** The field of that name, which must be there; for a caller that has asked for the image. */
-    private int of(String name) {
+    /** The field of that name, which must be there; wanted: what it is to be read as. For a caller that has the image. */
+    private int of(String name, int wanted) {
         int found = made().find(encoded(name));
         if (found < 0) {
-            throw new QuorlException(QuorlException.NOT_FOUND, MsgCore.describe(name, 0));
+            throw MsgCore.missing(name, 0, QuorlMsgField.typeName(wanted));
         }
         return found;
     }
 
-    /** As {@link #of(String)}, with that id. */
-    private int of(int id) {
+    /** As {@link #of(String, int)}, with that id. */
+    private int of(int id, int wanted) {
         int found = made().find(MsgCore.known(id));
         if (found < 0) {
-            throw new QuorlException(QuorlException.NOT_FOUND, MsgCore.describe(null, id));
+            throw MsgCore.missing(null, id, QuorlMsgField.typeName(wanted));
         }
         return found;
     }
@@ -314,12 +314,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value
      */
     public boolean getBool(String name) {
-        return ImageValues.bool(image(), of(name));
+        return ImageValues.bool(image(), of(name, QuorlMsgField.BOOL));
     }
 
     /** As {@link #getBool(String)}, by the field's id. */
     public boolean getBool(int id) {
-        return ImageValues.bool(image(), of(id));
+        return ImageValues.bool(image(), of(id, QuorlMsgField.BOOL));
     }
 
     /**
@@ -329,12 +329,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value
      */
     public byte getI8(String name) {
-        return ImageValues.i8(image(), of(name));
+        return ImageValues.i8(image(), of(name, QuorlMsgField.I8));
     }
 
     /** As {@link #getI8(String)}, by the field's id. */
     public byte getI8(int id) {
-        return ImageValues.i8(image(), of(id));
+        return ImageValues.i8(image(), of(id, QuorlMsgField.I8));
     }
 
     /**
@@ -344,12 +344,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value, 0 to 255
      */
     public int getU8(String name) {
-        return ImageValues.u8(image(), of(name));
+        return ImageValues.u8(image(), of(name, QuorlMsgField.U8));
     }
 
     /** As {@link #getU8(String)}, by the field's id. */
     public int getU8(int id) {
-        return ImageValues.u8(image(), of(id));
+        return ImageValues.u8(image(), of(id, QuorlMsgField.U8));
     }
 
     /**
@@ -359,12 +359,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value
      */
     public short getI16(String name) {
-        return ImageValues.i16(image(), of(name));
+        return ImageValues.i16(image(), of(name, QuorlMsgField.I16));
     }
 
     /** As {@link #getI16(String)}, by the field's id. */
     public short getI16(int id) {
-        return ImageValues.i16(image(), of(id));
+        return ImageValues.i16(image(), of(id, QuorlMsgField.I16));
     }
 
     /**
@@ -374,12 +374,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value, 0 to 65535
      */
     public int getU16(String name) {
-        return ImageValues.u16(image(), of(name));
+        return ImageValues.u16(image(), of(name, QuorlMsgField.U16));
     }
 
     /** As {@link #getU16(String)}, by the field's id. */
     public int getU16(int id) {
-        return ImageValues.u16(image(), of(id));
+        return ImageValues.u16(image(), of(id, QuorlMsgField.U16));
     }
 
     /**
@@ -389,12 +389,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value
      */
     public int getI32(String name) {
-        return ImageValues.i32(image(), of(name));
+        return ImageValues.i32(image(), of(name, QuorlMsgField.I32));
     }
 
     /** As {@link #getI32(String)}, by the field's id. */
     public int getI32(int id) {
-        return ImageValues.i32(image(), of(id));
+        return ImageValues.i32(image(), of(id, QuorlMsgField.I32));
     }
 
     /**
@@ -404,12 +404,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value, 0 to 4294967295
      */
     public long getU32(String name) {
-        return ImageValues.u32(image(), of(name));
+        return ImageValues.u32(image(), of(name, QuorlMsgField.U32));
     }
 
     /** As {@link #getU32(String)}, by the field's id. */
     public long getU32(int id) {
-        return ImageValues.u32(image(), of(id));
+        return ImageValues.u32(image(), of(id, QuorlMsgField.U32));
     }
 
     /**
@@ -419,12 +419,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value
      */
     public long getI64(String name) {
-        return ImageValues.i64(image(), of(name));
+        return ImageValues.i64(image(), of(name, QuorlMsgField.I64));
     }
 
     /** As {@link #getI64(String)}, by the field's id. */
     public long getI64(int id) {
-        return ImageValues.i64(image(), of(id));
+        return ImageValues.i64(image(), of(id, QuorlMsgField.I64));
     }
 
     /**
@@ -434,12 +434,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value by its bits
      */
     public long getU64(String name) {
-        return ImageValues.u64(image(), of(name));
+        return ImageValues.u64(image(), of(name, QuorlMsgField.U64));
     }
 
     /** As {@link #getU64(String)}, by the field's id. */
     public long getU64(int id) {
-        return ImageValues.u64(image(), of(id));
+        return ImageValues.u64(image(), of(id, QuorlMsgField.U64));
     }
 
     /**
@@ -449,12 +449,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value
      */
     public float getF32(String name) {
-        return ImageValues.f32(image(), of(name));
+        return ImageValues.f32(image(), of(name, QuorlMsgField.F32));
     }
 
     /** As {@link #getF32(String)}, by the field's id. */
     public float getF32(int id) {
-        return ImageValues.f32(image(), of(id));
+        return ImageValues.f32(image(), of(id, QuorlMsgField.F32));
     }
 
     /**
@@ -464,12 +464,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value
      */
     public double getF64(String name) {
-        return ImageValues.f64(image(), of(name));
+        return ImageValues.f64(image(), of(name, QuorlMsgField.F64));
     }
 
     /** As {@link #getF64(String)}, by the field's id. */
     public double getF64(int id) {
-        return ImageValues.f64(image(), of(id));
+        return ImageValues.f64(image(), of(id, QuorlMsgField.F64));
     }
 
     /**
@@ -479,12 +479,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value
      */
     public String getString(String name) {
-        return ImageValues.string(image(), of(name));
+        return ImageValues.string(image(), of(name, QuorlMsgField.STRING));
     }
 
     /** As {@link #getString(String)}, by the field's id. */
     public String getString(int id) {
-        return ImageValues.string(image(), of(id));
+        return ImageValues.string(image(), of(id, QuorlMsgField.STRING));
     }
 
     /**
@@ -494,12 +494,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value
      */
     public Instant getDateTime(String name) {
-        return ImageValues.dateTime(image(), of(name));
+        return ImageValues.dateTime(image(), of(name, QuorlMsgField.DATETIME));
     }
 
     /** As {@link #getDateTime(String)}, by the field's id. */
     public Instant getDateTime(int id) {
-        return ImageValues.dateTime(image(), of(id));
+        return ImageValues.dateTime(image(), of(id, QuorlMsgField.DATETIME));
     }
 
     /**
@@ -509,12 +509,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value, 0 to 65535
      */
     public int getIPPort16(String name) {
-        return ImageValues.ipPort16(image(), of(name));
+        return ImageValues.ipPort16(image(), of(name, QuorlMsgField.IPPORT16));
     }
 
     /** As {@link #getIPPort16(String)}, by the field's id. */
     public int getIPPort16(int id) {
-        return ImageValues.ipPort16(image(), of(id));
+        return ImageValues.ipPort16(image(), of(id, QuorlMsgField.IPPORT16));
     }
 
     /**
@@ -524,12 +524,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value
      */
     public Inet4Address getIPAddr32(String name) {
-        return ImageValues.ipAddr32(image(), of(name));
+        return ImageValues.ipAddr32(image(), of(name, QuorlMsgField.IPADDR32));
     }
 
     /** As {@link #getIPAddr32(String)}, by the field's id. */
     public Inet4Address getIPAddr32(int id) {
-        return ImageValues.ipAddr32(image(), of(id));
+        return ImageValues.ipAddr32(image(), of(id, QuorlMsgField.IPADDR32));
     }
 
     /**
@@ -539,12 +539,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return the value, a view with the same life
      */
     public QuorlMsgView getMsg(String name) {
-        return ImageValues.msg(image(), of(name));
+        return ImageValues.msg(image(), of(name, QuorlMsgField.MSG));
     }
 
     /** As {@link #getMsg(String)}, by the field's id. */
     public QuorlMsgView getMsg(int id) {
-        return ImageValues.msg(image(), of(id));
+        return ImageValues.msg(image(), of(id, QuorlMsgField.MSG));
     }
 
     /**
@@ -554,12 +554,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public byte[] getOpaque(String name) {
-        return ImageValues.bytes(image(), of(name), QuorlMsgField.OPAQUE);
+        return ImageValues.bytes(image(), of(name, QuorlMsgField.OPAQUE), QuorlMsgField.OPAQUE);
     }
 
     /** As {@link #getOpaque(String)}, by the field's id. */
     public byte[] getOpaque(int id) {
-        return ImageValues.bytes(image(), of(id), QuorlMsgField.OPAQUE);
+        return ImageValues.bytes(image(), of(id, QuorlMsgField.OPAQUE), QuorlMsgField.OPAQUE);
     }
 
     /**
@@ -569,12 +569,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public byte[] getXml(String name) {
-        return ImageValues.bytes(image(), of(name), QuorlMsgField.XML);
+        return ImageValues.bytes(image(), of(name, QuorlMsgField.XML), QuorlMsgField.XML);
     }
 
     /** As {@link #getXml(String)}, by the field's id. */
     public byte[] getXml(int id) {
-        return ImageValues.bytes(image(), of(id), QuorlMsgField.XML);
+        return ImageValues.bytes(image(), of(id, QuorlMsgField.XML), QuorlMsgField.XML);
     }
 
     /**
@@ -584,12 +584,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public byte[] getUser(String name) {
-        return ImageValues.user(image(), of(name));
+        return ImageValues.user(image(), of(name, QuorlMsgField.USER_ANY));
     }
 
     /** As {@link #getUser(String)}, by the field's id. */
     public byte[] getUser(int id) {
-        return ImageValues.user(image(), of(id));
+        return ImageValues.user(image(), of(id, QuorlMsgField.USER_ANY));
     }
 
     /**
@@ -599,12 +599,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public byte[] getI8Array(String name) {
-        return ImageValues.i8Array(image(), of(name));
+        return ImageValues.i8Array(image(), of(name, QuorlMsgField.I8ARRAY));
     }
 
     /** As {@link #getI8Array(String)}, by the field's id. */
     public byte[] getI8Array(int id) {
-        return ImageValues.i8Array(image(), of(id));
+        return ImageValues.i8Array(image(), of(id, QuorlMsgField.I8ARRAY));
     }
 
     /**
@@ -614,12 +614,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public short[] getU8Array(String name) {
-        return ImageValues.u8Array(image(), of(name));
+        return ImageValues.u8Array(image(), of(name, QuorlMsgField.U8ARRAY));
     }
 
     /** As {@link #getU8Array(String)}, by the field's id. */
     public short[] getU8Array(int id) {
-        return ImageValues.u8Array(image(), of(id));
+        return ImageValues.u8Array(image(), of(id, QuorlMsgField.U8ARRAY));
     }
 
     /**
@@ -629,12 +629,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public short[] getI16Array(String name) {
-        return ImageValues.i16Array(image(), of(name));
+        return ImageValues.i16Array(image(), of(name, QuorlMsgField.I16ARRAY));
     }
 
     /** As {@link #getI16Array(String)}, by the field's id. */
     public short[] getI16Array(int id) {
-        return ImageValues.i16Array(image(), of(id));
+        return ImageValues.i16Array(image(), of(id, QuorlMsgField.I16ARRAY));
     }
 
     /**
@@ -644,12 +644,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public int[] getU16Array(String name) {
-        return ImageValues.u16Array(image(), of(name));
+        return ImageValues.u16Array(image(), of(name, QuorlMsgField.U16ARRAY));
     }
 
     /** As {@link #getU16Array(String)}, by the field's id. */
     public int[] getU16Array(int id) {
-        return ImageValues.u16Array(image(), of(id));
+        return ImageValues.u16Array(image(), of(id, QuorlMsgField.U16ARRAY));
     }
 
     /**
@@ -659,12 +659,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public int[] getI32Array(String name) {
-        return ImageValues.i32Array(image(), of(name));
+        return ImageValues.i32Array(image(), of(name, QuorlMsgField.I32ARRAY));
     }
 
     /** As {@link #getI32Array(String)}, by the field's id. */
     public int[] getI32Array(int id) {
-        return ImageValues.i32Array(image(), of(id));
+        return ImageValues.i32Array(image(), of(id, QuorlMsgField.I32ARRAY));
     }
 
     /**
@@ -674,12 +674,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public long[] getU32Array(String name) {
-        return ImageValues.u32Array(image(), of(name));
+        return ImageValues.u32Array(image(), of(name, QuorlMsgField.U32ARRAY));
     }
 
     /** As {@link #getU32Array(String)}, by the field's id. */
     public long[] getU32Array(int id) {
-        return ImageValues.u32Array(image(), of(id));
+        return ImageValues.u32Array(image(), of(id, QuorlMsgField.U32ARRAY));
     }
 
     /**
@@ -689,12 +689,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public long[] getI64Array(String name) {
-        return ImageValues.i64Array(image(), of(name));
+        return ImageValues.i64Array(image(), of(name, QuorlMsgField.I64ARRAY));
     }
 
     /** As {@link #getI64Array(String)}, by the field's id. */
     public long[] getI64Array(int id) {
-        return ImageValues.i64Array(image(), of(id));
+        return ImageValues.i64Array(image(), of(id, QuorlMsgField.I64ARRAY));
     }
 
     /**
@@ -704,12 +704,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public long[] getU64Array(String name) {
-        return ImageValues.u64Array(image(), of(name));
+        return ImageValues.u64Array(image(), of(name, QuorlMsgField.U64ARRAY));
     }
 
     /** As {@link #getU64Array(String)}, by the field's id. */
     public long[] getU64Array(int id) {
-        return ImageValues.u64Array(image(), of(id));
+        return ImageValues.u64Array(image(), of(id, QuorlMsgField.U64ARRAY));
     }
 
     /**
@@ -719,12 +719,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public float[] getF32Array(String name) {
-        return ImageValues.f32Array(image(), of(name));
+        return ImageValues.f32Array(image(), of(name, QuorlMsgField.F32ARRAY));
     }
 
     /** As {@link #getF32Array(String)}, by the field's id. */
     public float[] getF32Array(int id) {
-        return ImageValues.f32Array(image(), of(id));
+        return ImageValues.f32Array(image(), of(id, QuorlMsgField.F32ARRAY));
     }
 
     /**
@@ -734,12 +734,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public double[] getF64Array(String name) {
-        return ImageValues.f64Array(image(), of(name));
+        return ImageValues.f64Array(image(), of(name, QuorlMsgField.F64ARRAY));
     }
 
     /** As {@link #getF64Array(String)}, by the field's id. */
     public double[] getF64Array(int id) {
-        return ImageValues.f64Array(image(), of(id));
+        return ImageValues.f64Array(image(), of(id, QuorlMsgField.F64ARRAY));
     }
 
     /**
@@ -749,12 +749,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new array
      */
     public String[] getStringArray(String name) {
-        return ImageValues.stringArray(image(), of(name));
+        return ImageValues.stringArray(image(), of(name, QuorlMsgField.STRINGARRAY));
     }
 
     /** As {@link #getStringArray(String)}, by the field's id. */
     public String[] getStringArray(int id) {
-        return ImageValues.stringArray(image(), of(id));
+        return ImageValues.stringArray(image(), of(id, QuorlMsgField.STRINGARRAY));
     }
 
     /**
@@ -764,12 +764,12 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @return a new list of views with the same life
      */
     public List<QuorlMsgView> getMsgArray(String name) {
-        return ImageValues.msgArray(image(), of(name));
+        return ImageValues.msgArray(image(), of(name, QuorlMsgField.MSGARRAY));
     }
 
     /** As {@link #getMsgArray(String)}, by the field's id. */
     public List<QuorlMsgView> getMsgArray(int id) {
-        return ImageValues.msgArray(image(), of(id));
+        return ImageValues.msgArray(image(), of(id, QuorlMsgField.MSGARRAY));
     }
 
     /**
@@ -781,12 +781,22 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @param <T> the Java type
      */
     public <T> T get(String name, Class<T> type) {
-        return read(image(), of(name), type);
+        MessageImage all = image();
+        int found = all.find(encoded(name));
+        if (found < 0) {
+            throw MsgCore.missing(name, 0, type.getSimpleName());
+        }
+        return read(all, found, type);
     }
 
     /** As {@link #get(String, Class)}, by the field's id. */
     public <T> T get(int id, Class<T> type) {
-        return read(image(), of(id), type);
+        MessageImage all = image();
+        int found = all.find(MsgCore.known(id));
+        if (found < 0) {
+            throw MsgCore.missing(null, id, type.getSimpleName());
+        }
+        return read(all, found, type);
     }
 
     @SuppressWarnings("unchecked") // the class of a primitive type cannot cast its box

@@ -144,8 +144,7 @@ final class RecordPlan {
                 return component.optional ? Optional.of(value) : value;
             }
             if (component.type.isPrimitive()) {
-                throw new QuorlException(QuorlException.NOT_FOUND,
-                        MsgCore.describe(component.name, 0) + " of type " + component.type.getSimpleName());
+                throw MsgCore.missing(component.name, 0, component.type.getSimpleName());
             }
             return component.optional ? Optional.empty() : null;
         } catch (QuorlException e) {

@@ -84,12 +84,18 @@ final class Texts {
         return new String(bytes, 0, length, StandardCharsets.UTF_8);
     }
 
+    /** Whether the character there is half a surrogate pair without its other half. */
+    static boolean isHalf(String text, int i) {
+        char c = text.charAt(i);
+        if (Character.isHighSurrogate(c)) {
+            return i + 1 == text.length() || !Character.isLowSurrogate(text.charAt(i + 1));
+        }
+        return Character.isLowSurrogate(c) && (i == 0 || !Character.isHighSurrogate(text.charAt(i - 1)));
+    }
+
     private static void refuseHalfPairs(String text, String what) {
         for (int i = 0; i < text.length(); i++) {
-            char c = text.charAt(i);
-            if (Character.isHighSurrogate(c) && i + 1 < text.length() && Character.isLowSurrogate(text.charAt(i + 1))) {
-                i++;
-            } else if (Character.isSurrogate(c)) {
+            if (isHalf(text, i)) {
                 throw new IllegalArgumentException(what + " has half a surrogate pair at index " + i);
             }
         }

@@ -73,7 +73,7 @@ class FailureDetailTest extends OpenLibrary {
             QuorlException e = assertThrows(QuorlException.class, () -> message.getString("celsius"));
             assertTrue(e.getMessage().contains("field \"celsius\""), e.getMessage());
             e = assertThrows(QuorlException.class, () -> message.getF64("fahrenheit"));
-            assertEquals("field \"fahrenheit\"", e.getDetail());
+            assertEquals("field \"fahrenheit\" of type F64", e.getDetail());
         }
     }
 }

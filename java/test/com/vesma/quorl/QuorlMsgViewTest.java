@@ -212,8 +212,8 @@ class QuorlMsgViewTest {
         assertRefusal("field \"array\": it is I32ARRAY, not MSG", () -> v.getMsg("array"));
         QuorlException missing = assertThrows(QuorlException.class, () -> v.getI32("none"));
         assertEquals(QuorlException.NOT_FOUND, missing.getStatus());
-        assertTrue(missing.getMessage().endsWith("field \"none\""), missing.getMessage());
-        assertTrue(assertThrows(QuorlException.class, () -> v.getI32(77)).getMessage().endsWith("field id 77"));
+        assertTrue(missing.getMessage().endsWith("field \"none\" of type I32"), missing.getMessage());
+        assertTrue(assertThrows(QuorlException.class, () -> v.getI32(77)).getMessage().endsWith("field id 77 of type I32"));
         assertStatus(QuorlException.INVALID_NAME, () -> v.getI32("x".repeat(128)));
         assertStatus(QuorlException.INVALID_NAME, () -> v.has("x".repeat(255)));
         for (int id : new int[] {0, -1, 65536}) {
@@ -238,12 +238,12 @@ class QuorlMsgViewTest {
     @Test
     void refusalsOfTheMessageNameTheFieldAndBothTypes() {
         try (QuorlMsg m = new QuorlMsg().addString("s", 7, "text").addF64("half", 0.5).addI32Array("array", new int[3])) {
-            assertRefusal("field \"s\": it is STRING, and its value is none of I32", () -> m.getI32("s"));
-            assertRefusal("field id 7: it is STRING, and its value is none of BOOL", () -> m.getBool(7));
-            assertRefusal("field \"half\": it is F64, and its value is none of U64", () -> m.getU64("half"));
-            assertRefusal("field \"half\": it is F64, and its value is none of U8", () -> m.getU8("half"));
+            assertRefusal("field \"s\": it is STRING, not I32", () -> m.getI32("s"));
+            assertRefusal("field id 7: it is STRING, not BOOL", () -> m.getBool(7));
+            assertRefusal("field \"half\": F64 0.5 does not fit U64", () -> m.getU64("half"));
+            assertRefusal("field \"half\": F64 0.5 does not fit U8", () -> m.getU8("half"));
             assertRefusal("field \"array\": it is I32ARRAY, not F64ARRAY", () -> m.getF64Array("array"));
-            assertTrue(assertThrows(QuorlException.class, () -> m.getF32("none")).getMessage().endsWith("field \"none\""));
+            assertTrue(assertThrows(QuorlException.class, () -> m.getF32("none")).getMessage().endsWith("field \"none\" of type F32"));
             m.updateString("s", 7, "still usable");
         }
     }

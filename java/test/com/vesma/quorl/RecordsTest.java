@@ -194,7 +194,7 @@ class RecordsTest {
             assertEquals(BigInteger.valueOf(42), m.get("n", BigInteger.class));
             assertArrayEquals(new int[] {1, 2}, m.get("a", int[].class));
             assertEquals("RUNNING", m.view().getFieldAt(1).get(String.class));
-            assertRefusal(QuorlException.NOT_FOUND, "field \"none\"", () -> m.get("none", int.class));
+            assertRefusal(QuorlException.NOT_FOUND, "field \"none\" of type int", () -> m.get("none", int.class));
             assertRefusal(QuorlException.CONVERSION_FAILED, "field \"s\": it is STRING, not I32", () -> m.get("s", int.class));
             assertRefusal(QuorlException.CONVERSION_FAILED, "field \"n\" id 5: it is I32, not MSG", () -> m.get("n", Site.class));
             assertRefusal(QuorlException.CONVERSION_FAILED, "field \"a\": it is I32ARRAY, not I64ARRAY",
