@@ -1,0 +1,119 @@
+// Frames as messages. A program's message travels as bytes in a field, so that it may be nested as deep as any other.
+#include "transport/circuit/frame.h"
+
+#include <array>
+#include <new>
+
+#include "quorl/quorl.h"
+#include "subject/subject.h"
+
+namespace quorl::transport::circuit {
+namespace {
+
+// Field ids. A frame without protocol field, or of another version, is none.
+enum : uint16_t { idVersion = 1, idKind, idSession, idSequence, idAcknowledged, idFrom, idSend, idReply, idBytes };
+constexpr uint8_t version = 1;
+
+// A message that is destroyed with its scope.
+class Built {
+  public:
+    Built() noexcept { status_ = quorlMsg_Create(&message_); }
+    Built(const Built&) = delete;
+    Built& operator=(const Built&) = delete;
+    ~Built() {
+        if (message_ != nullptr) quorlMsg_Destroy(message_);
+    }
+    quorlMsg get() const noexcept { return message_; }
+    quorl_status status() const noexcept { return status_; }
+
+    void u8(uint16_t id, uint8_t value) noexcept { keep(quorlMsg_AddU8Ex, id, value); }
+    void u64(uint16_t id, uint64_t value) noexcept { keep(quorlMsg_AddU64Ex, id, value); }
+    void text(uint16_t id, const char* value) noexcept { keep(quorlMsg_AddStringEx, id, value); }
+    void bytes(uint16_t id, const void* value, uint32_t size) noexcept {
+        if (status_ == QUORL_OK) status_ = quorlMsg_AddOpaqueEx(message_, nullptr, value, size, id);
+    }
+
+  private:
+    template <class Add, class T>
+    void keep(Add add, uint16_t id, T value) noexcept {
+        if (status_ == QUORL_OK) status_ = add(message_, nullptr, value, id);
+    }
+
+    quorlMsg message_ = nullptr;
+    quorl_status status_;
+};
+
+// Looks a field up by its id alone. False: not there, or of another type.
+bool find(quorlMsg message, uint16_t id, uint8_t type, quorlMsgField* field) noexcept {
+    return quorlMsg_GetFieldEx(message, nullptr, field, id) == QUORL_OK && field->type == type;
+}
+
+bool readNumber(quorlMsg message, uint16_t id, uint64_t* number) noexcept {
+    quorlMsgField field;
+    if (!find(message, id, QUORLMSG_U64, &field)) return false;
+    *number = field.data.u64;
+    return true;
+}
+
+// An empty view when the field is missing.
+std::string_view readText(quorlMsg message, uint16_t id) noexcept {
+    quorlMsgField field;
+    return find(message, id, QUORLMSG_STRING, &field) ? std::string_view(field.data.str) : std::string_view();
+}
+
+bool readContent(quorlMsg message, message::ContentRef* content) noexcept {
+    quorlMsgField bytes;
+    if (!find(message, idBytes, QUORLMSG_OPAQUE, &bytes)) return false;
+    const std::string_view send = readText(message, idSend);
+    const std::string_view reply = readText(message, idReply);
+    if (!subject::validForSending(send) || (!reply.empty() && !subject::validForSending(reply))) return false;
+    return message::contentFromBytes(bytes.data.buf, bytes.size, send, reply, content) == QUORL_OK;
+}
+
+}  // namespace
+
+quorl_status encode(const Frame& frame, std::string_view to, message::ContentRef* wire) noexcept {
+    Built message;
+    message.u8(idVersion, version);
+    message.u8(idKind, static_cast<uint8_t>(frame.kind));
+    message.u64(idSession, frame.session);
+    message.u64(idSequence, frame.sequence);
+    message.u64(idAcknowledged, frame.acknowledged);
+    if (!frame.from.empty()) message.text(idFrom, frame.from.c_str());
+    if (frame.content) {
+        // Subjects of a content are zero-terminated.
+        message.text(idSend, frame.content.sendSubject().data());
+        if (!frame.content.replySubject().empty()) message.text(idReply, frame.content.replySubject().data());
+        message.bytes(idBytes, frame.content.bytes(), frame.content.byteSize());
+    }
+    if (message.status() != QUORL_OK) return message.status();
+    message::ContentRef fields;
+    if (const quorl_status status = message::snapshot(message.get(), &fields); status != QUORL_OK) return status;
+    return message::withSubjects(fields, to, {}, wire);
+}
+
+bool decode(quorlMsg message, Frame* frame) noexcept {
+    quorlMsgField field;
+    if (!find(message, idVersion, QUORLMSG_U8, &field) || field.data.u8 != version) return false;
+    if (!find(message, idKind, QUORLMSG_U8, &field)) return false;
+    if (field.data.u8 < static_cast<uint8_t>(Kind::connect) || field.data.u8 > static_cast<uint8_t>(Kind::closed))
+        return false;
+    frame->kind = static_cast<Kind>(field.data.u8);
+    if (!readNumber(message, idSession, &frame->session) || !readNumber(message, idSequence, &frame->sequence) ||
+        !readNumber(message, idAcknowledged, &frame->acknowledged))
+        return false;
+    frame->content = {};
+    frame->from.clear();
+    if (frame->kind == Kind::data) return readContent(message, &frame->content);
+    if (frame->kind != Kind::connect) return true;
+    const std::string_view from = readText(message, idFrom);
+    if (!subject::isInbox(from) || !subject::validForSending(from)) return false;
+    try {
+        frame->from = from;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+}  // namespace quorl::transport::circuit
