@@ -360,14 +360,20 @@ QUORL_API quorl_status quorlTransport_SendReply(quorlTransport transport, quorlM
 
 /* ---- virtual circuits ------------------------------------------------------------------------------------------- */
 
-/* Makes the accepting end of a circuit over parent, and the subject to hand to the peer (owned by the circuit).
- * The circuit is a transport. */
+/* A circuit is a transport whose messages reach its peer alone, once each and in order. Until the peer is there, and when it
+ * is gone, sending and requests are QUORL_VC_NOT_CONNECTED; QUORL_QUEUE_LIMIT: too much waits for the peer, and the message
+ * was not taken. Destroying a circuit brings home what was sent, in the background; destroying its parent ends it. */
+
+/* Makes the accepting end of a circuit over parent, and the subject to hand to the peer (owned by the circuit). One peer
+ * is accepted. QUORL_INVALID_TRANSPORT. */
 QUORL_API quorl_status quorlTransport_CreateAcceptVc(quorlTransport* circuit, const char** connectSubject,
                                                      quorlTransport parent);
-/* Makes the connecting end over parent, towards the subject that the accepting end gave. */
+/* Makes the connecting end over parent, towards the subject that the accepting end gave, and returns at once.
+ * QUORL_INVALID_TRANSPORT; QUORL_INVALID_SUBJECT: null, or nothing that an accepting end gives out. */
 QUORL_API quorl_status quorlTransport_CreateConnectVc(quorlTransport* circuit, const char* connectSubject,
                                                       quorlTransport parent);
-/* Waits until the circuit is up. QUORL_TIMEOUT; QUORL_VC_NOT_CONNECTED when the peer is gone. */
+/* Waits until the circuit is up. QUORL_TIMEOUT; QUORL_VC_NOT_CONNECTED when the peer is gone, or refused; QUORL_INTR: the
+ * circuit was destroyed meanwhile; QUORL_INVALID_TRANSPORT: no such transport, or no circuit. */
 QUORL_API quorl_status quorlTransport_WaitForVcConnection(quorlTransport circuit, quorl_f64 timeout);
 
 /* ---- messages: types -------------------------------------------------------------------------------------------- */
