@@ -70,6 +70,8 @@ Outcome apply(Parameters& to, std::string_view name, std::string_view value) {
         good = readNumber(value, &to.queueHighwater);
     } else if (name == "dispatch.spin") {
         good = readNumber(value, &to.dispatchSpin) && to.dispatchSpin <= 1000;
+    } else if (name == "circuit.timeout") {
+        good = readSeconds(value, &to.circuitTimeout) && to.circuitTimeout >= 0.1;
     } else {
         return Outcome::unknownName;
     }
@@ -79,7 +81,8 @@ Outcome apply(Parameters& to, std::string_view name, std::string_view value) {
 bool same(const Parameters& a, const Parameters& b) noexcept {
     return a.daemon == b.daemon && a.service == b.service && a.network == b.network &&
            a.connectTimeout == b.connectTimeout && a.reconnectBuffer == b.reconnectBuffer &&
-           a.queueLimit == b.queueLimit && a.queueHighwater == b.queueHighwater && a.dispatchSpin == b.dispatchSpin;
+           a.queueLimit == b.queueLimit && a.queueHighwater == b.queueHighwater && a.dispatchSpin == b.dispatchSpin &&
+           a.circuitTimeout == b.circuitTimeout;
 }
 
 // Splits at the first '='. False when there is none or no name before it.

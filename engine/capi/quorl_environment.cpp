@@ -11,6 +11,7 @@
 #include "event/queue.h"
 #include "event/timer.h"
 #include "secure/credentials.h"
+#include "transport/circuit/circuit.h"
 #include "transport/nats/port.h"
 #include "transport/transport.h"
 
@@ -20,6 +21,7 @@ namespace {
 
 void stop() noexcept {
     registry::end();
+    transport::circuit::stop();
     // Events first, so that nothing new starts; then what they came from.
     registry::forEachOpen(QUORL_OBJECT_EVENT, [](uint32_t id) { event::destroyEvent(id, nullptr); });
     registry::forEachOpen(QUORL_OBJECT_QUEUE_GROUP, [](uint32_t id) { event::destroyGroup(id); });

@@ -6,6 +6,7 @@
 #include "base/environment.h"
 #include "base/registry.h"
 #include "base/status.h"
+#include "transport/circuit/circuit.h"
 #include "transport/transport.h"
 
 using namespace quorl;
@@ -17,10 +18,6 @@ constexpr size_t longestDescription = 255;
 
 quorl_status noPlace() noexcept {
     return fail(QUORL_INVALID_ARG, "no place for the result");
-}
-
-quorl_status noCircuits() noexcept {
-    return fail(QUORL_NOT_PERMITTED, "virtual circuits are not part of this version");
 }
 
 // Calls set(Transport&) on the transport of that id, under its lock.
@@ -102,16 +99,21 @@ quorl_status quorlTransport_SendReply(quorlTransport transport, quorlMsg reply, 
     return transport::sendReply(transport, reply, request);
 }
 
-quorl_status quorlTransport_CreateAcceptVc(quorlTransport*, const char**, quorlTransport) {
-    return noCircuits();
+quorl_status quorlTransport_CreateAcceptVc(quorlTransport* circuit, const char** connectSubject,
+                                           quorlTransport parent) {
+    if (circuit == nullptr || connectSubject == nullptr) return noPlace();
+    return transport::circuit::createAccept(circuit, connectSubject, parent);
 }
 
-quorl_status quorlTransport_CreateConnectVc(quorlTransport*, const char*, quorlTransport) {
-    return noCircuits();
+quorl_status quorlTransport_CreateConnectVc(quorlTransport* circuit, const char* connectSubject,
+                                            quorlTransport parent) {
+    if (circuit == nullptr) return noPlace();
+    return transport::circuit::createConnect(circuit, connectSubject, parent);
 }
 
-quorl_status quorlTransport_WaitForVcConnection(quorlTransport, quorl_f64) {
-    return noCircuits();
+quorl_status quorlTransport_WaitForVcConnection(quorlTransport circuit, quorl_f64 timeout) {
+    if (std::isnan(timeout)) return fail(QUORL_INVALID_ARG, "the timeout is not a number");
+    return transport::circuit::waitForConnection(circuit, timeout);
 }
 
 }  // extern "C"

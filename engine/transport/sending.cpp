@@ -193,7 +193,7 @@ quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double 
         case Request::replied:
             return message::handOver(std::move(request.reply), reply);
         case Request::aborted:
-            return fail(QUORL_INTR, "the transport was closed while the request waited");
+            return transport->carrier->whyAborted();
         default:
             return fail(QUORL_TIMEOUT, "no reply came in time");
     }

@@ -11,6 +11,7 @@
 #include "base/registry.h"
 #include "base/status.h"
 #include "event/queue.h"
+#include "transport/circuit/circuit.h"
 #include "transport/embedded/bus.h"
 #include "transport/nats/port.h"
 
@@ -53,17 +54,27 @@ quorl_status createTransport(uint32_t* id, const char* service, const char* netw
     if (!validBusName(networkName))
         return fail(QUORL_NETWORK_NOT_FOUND, "\"%.*s\" is no name of a network",
                     static_cast<int>(std::min<size_t>(networkName.size(), 80)), networkName.data());
+    std::unique_ptr<Carrier> carrier;
+    try {
+        if (daemonName.empty()) {
+            carrier = embedded::openPort(serviceName, networkName);
+        } else {
+            const quorl_status status = nats::openPort(daemonName, serviceName, networkName, &carrier);
+            if (status != QUORL_OK) return status;
+        }
+    } catch (const std::bad_alloc&) {
+        return fail(QUORL_NO_MEMORY, "no memory for a transport");
+    }
+    return publishTransport(id, std::move(carrier));
+}
+
+quorl_status publishTransport(uint32_t* id, std::unique_ptr<Carrier> carrier) noexcept {
     uint32_t reserved = 0;
     std::unique_ptr<Transport> transport;
     try {
         transport = std::make_unique<Transport>();
         if (!makeInboxPrefix(transport->inboxPrefix)) return fail(QUORL_OS_ERROR, "the system gives no random numbers");
-        if (daemonName.empty()) {
-            transport->carrier = embedded::openPort(serviceName, networkName);
-        } else {
-            const quorl_status status = nats::openPort(daemonName, serviceName, networkName, &transport->carrier);
-            if (status != QUORL_OK) return status;
-        }
+        transport->carrier = std::move(carrier);
         reserved = registry::reserve();
     } catch (const std::bad_alloc&) {
         reserved = 0;
@@ -83,6 +94,7 @@ quorl_status destroyTransport(uint32_t id) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
     Section section(*thread);
+    circuit::parentCloses(id);
     Record* record = registry::close(id, QUORL_OBJECT_TRANSPORT);
     if (record == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
     auto& transport = static_cast<Transport&>(*record);
@@ -95,15 +107,24 @@ quorl_status destroyTransport(uint32_t id) noexcept {
             event::cutOff(*listener);
         }
         transport.listeners = nullptr;
-        for (Request* request = transport.requests; request != nullptr; request = request->next) {
-            uint32_t state = Request::waiting;
-            if (request->thread->reply.compare_exchange_strong(state, Request::aborted, std::memory_order_relaxed))
-                futexWake(request->thread->reply);
-        }
+        abortAll(transport);
         transport.carrier->close();
     }
+    transport.carrier->closed(*thread);
     registry::retire(transport);
     return QUORL_OK;
+}
+
+void abortAll(Transport& transport) noexcept {
+    for (Request* request = transport.requests; request != nullptr; request = request->next) {
+        uint32_t state = Request::waiting;
+        if (request->thread->reply.compare_exchange_strong(state, Request::aborted, std::memory_order_relaxed))
+            futexWake(request->thread->reply);
+    }
+}
+
+quorl_status Carrier::whyAborted() const noexcept {
+    return fail(QUORL_INTR, "the transport was closed while the request waited");
 }
 
 quorl_status createInbox(uint32_t id, char* subject, uint32_t limit) noexcept {

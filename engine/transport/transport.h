@@ -77,6 +77,10 @@ class Carrier {
     // The transport was closed, and all its listeners are gone. Under the transport's lock; calls on it may still be under
     // way, and end soon.
     virtual void close() noexcept {}
+    // The same, a little later: inside a section, no lock held.
+    virtual void closed(ThreadState&) noexcept {}
+    // The status, with its detail text, of a request that was ended before its time.
+    virtual quorl_status whyAborted() const noexcept;
 };
 
 struct Transport : Record {
@@ -98,7 +102,12 @@ struct Transport : Record {
 };
 
 quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept;
+// Makes a transport over the carrier. QUORL_NOT_INITIALIZED, QUORL_OS_ERROR, QUORL_NO_MEMORY.
+quorl_status publishTransport(uint32_t* id, std::unique_ptr<Carrier> carrier) noexcept;
 quorl_status destroyTransport(uint32_t id) noexcept;
+
+// Ends all requests that wait on the transport. Under its lock.
+void abortAll(Transport& transport) noexcept;
 
 // Writes a new inbox. subject has room for limit bytes.
 quorl_status createInbox(uint32_t id, char* subject, uint32_t limit) noexcept;

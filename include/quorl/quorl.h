@@ -361,8 +361,8 @@ QUORL_API quorl_status quorlTransport_SendReply(quorlTransport transport, quorlM
 /* ---- virtual circuits ------------------------------------------------------------------------------------------- */
 
 /* A circuit is a transport whose messages reach its peer alone, once each and in order. Until the peer is there, and when it
- * is gone, sending and requests are QUORL_VC_NOT_CONNECTED; QUORL_QUEUE_LIMIT: too much waits for the peer, and the message
- * was not taken. Destroying a circuit brings home what was sent, in the background; destroying its parent ends it. */
+ * is gone, sending and requests are QUORL_VC_NOT_CONNECTED; a send waits while too much waits for the peer. Destroying a
+ * circuit brings home what was sent, in the background; destroying its parent ends it. */
 
 /* Makes the accepting end of a circuit over parent, and the subject to hand to the peer (owned by the circuit). One peer
  * is accepted. QUORL_INVALID_TRANSPORT. */

@@ -449,14 +449,5 @@ TEST_F(TransportSettings, areChecked) {
     EXPECT_EQ(quorlTransport_Send(999, nullptr), QUORL_INVALID_TRANSPORT);
 }
 
-TEST_F(TransportSettings, circuitsAreNotThereYet) {
-    quorlTransport circuit = 0;
-    const char* subject = nullptr;
-    EXPECT_EQ(quorlTransport_CreateAcceptVc(&circuit, &subject, 1), QUORL_NOT_PERMITTED);
-    EXPECT_EQ(quorlTransport_CreateConnectVc(&circuit, "x", 1), QUORL_NOT_PERMITTED);
-    EXPECT_EQ(quorlTransport_WaitForVcConnection(1, 0), QUORL_NOT_PERMITTED);
-    EXPECT_STRNE(quorl_LastErrorText(), "");
-}
-
 }  // namespace
 }  // namespace quorltest

@@ -20,6 +20,7 @@ constexpr size_t repeatedAtOnce = 64;  // messages that one expired timer sends 
 // How long an acknowledgement may wait for company, and how much of it.
 constexpr int64_t acknowledgeWithin = 20 * milliseconds;
 constexpr uint32_t acknowledgeEvery = 32;
+constexpr int64_t crowdedPause = 5 * milliseconds;
 constexpr uint32_t probesBeforeLoss = 3;
 constexpr uint64_t overhead = 256;  // bytes that a message that waits takes beyond its image, roughly
 
@@ -128,7 +129,7 @@ void Machine::pump(int64_t now, Output& out) {
 quorl_status Machine::send(message::ContentRef content, int64_t now, Output& out) {
     if (state_ != State::up) return QUORL_VC_NOT_CONNECTED;
     const uint64_t weight = weightOf(content);
-    if (waitingBytes_ != 0 && waitingBytes_ + weight > settings_.waitingBytes) return QUORL_QUEUE_LIMIT;
+    if (!hasRoom() && waitingBytes_ + weight > settings_.waitingBytes) return QUORL_QUEUE_LIMIT;
     waiting_.push_back(std::move(content));
     waitingBytes_ += weight;
     pump(now, out);
@@ -326,6 +327,10 @@ void Machine::tick(int64_t now, Output& out) {
         ++probes_;
         emit(Kind::ping, 0, out);
     }
+}
+
+void Machine::repeatSoon(int64_t now) noexcept {
+    if (talking() && !unacknowledged_.empty()) retransmitAt_ = std::min(retransmitAt_, now + crowdedPause);
 }
 
 void Machine::close(int64_t now, Output& out) {

@@ -74,11 +74,16 @@ class Machine {
     // When to call tick next; INT64_MAX for never.
     int64_t due() const noexcept;
 
+    // Whether send will take the next message, whatever its size.
+    bool hasRoom() const noexcept { return waitingBytes_ <= settings_.waitingBytes / 2; }
+
     // Takes a message, to be sent now or when the window allows. QUORL_VC_NOT_CONNECTED; QUORL_QUEUE_LIMIT: too many wait
     // already. Neither sets a detail text.
     quorl_status send(message::ContentRef content, int64_t now, Output& out);
     void receive(Frame frame, int64_t now, Output& out);
     void tick(int64_t now, Output& out);
+    // What was given out last found no room on its way: it will be given out again before it is missed.
+    void repeatSoon(int64_t now) noexcept;
     // The program needs the circuit no more: what was sent is still brought home, for as long as a peer may be silent.
     void close(int64_t now, Output& out);
     // The way below is about to go: everything that waits goes out at once, unprotected.
