@@ -19,7 +19,9 @@ import java.util.Objects;
  * {@link QuorlException#NOT_FOUND}, and {@link #has} asks before. Unsigned numbers travel in the next wider type of Java,
  * checked for their range; those of 64 bits by their bits.
  *
- * <p><b>Text</b> is any Unicode text without the character U+0000, which would end it. Text with one is refused.
+ * <p><b>Text</b>, of values, names and subjects, is any Unicode text without the character U+0000, which would end it. Text
+ * with one is refused, and so is half a surrogate pair, which is no character: nothing is replaced silently. Text that a
+ * program in another language wrote and that is no UTF-8 is read with U+FFFD in the place of what is wrong.
  *
  * <p><b>Threads.</b> A message may be used by any thread, but by one at a time: a second one that comes meanwhile is
  * refused with {@link java.util.ConcurrentModificationException}. {@link #close} may be called from any thread and waits

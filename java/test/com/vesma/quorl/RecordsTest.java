@@ -76,7 +76,7 @@ class RecordsTest {
 
     @Test
     void recordsComeBackEqual() {
-        for (int seed = 0; seed < 2_000; seed++) {
+        for (int seed = 0; seed < 500; seed++) {
             Random random = new Random(seed);
             Supplier<Site> site = () -> new Site("c" + random.nextInt(), random.nextInt());
             Record[] records = {
