@@ -22,7 +22,7 @@ class Assembler {
         int64_t patience = 30'000'000'000;         // nanoseconds from one part to the next
     };
 
-    Assembler() noexcept = default;
+    Assembler() noexcept : limits_() {}
     explicit Assembler(const Limits& limits) noexcept : limits_(limits) {}
 
     // Takes a part that came in on the given way (a subscription: each gets parts of its own). True: it was the last one, and
