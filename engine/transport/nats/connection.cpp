@@ -416,9 +416,11 @@ void Connection::keepUp() noexcept {
             pause(wait);
             if (stopping_.load(std::memory_order_acquire)) return;
         }
-        adviseBack();
+        const uint64_t kept = messagesWaiting();
+        const uint64_t lost = outbox_.takeLost();
         outbox_.setConnected(true);
         phase_.store(connected, std::memory_order_release);
+        adviseBack(kept, lost);
     }
 }
 
@@ -449,15 +451,16 @@ void Connection::adviseLost() noexcept {
             {"unconfirmed", lostUnconfirmed_}});
 }
 
-void Connection::adviseBack() noexcept {
-    const uint64_t lost = outbox_.takeLost();
+uint64_t Connection::messagesWaiting() noexcept {
+    uint64_t count = outbox_.messages();
+    Lock io(io_);
+    for (size_t i = nextFrame_; current_ != nullptr && i < current_->frames.size(); ++i)
+        count += current_->frames[i].messages;
+    return count;
+}
+
+void Connection::adviseBack(uint64_t kept, uint64_t lost) noexcept {
     if (!advisoriesHeard()) return;
-    uint64_t kept = outbox_.messages();
-    {
-        Lock io(io_);
-        for (size_t i = nextFrame_; current_ != nullptr && i < current_->frames.size(); ++i)
-            kept += current_->frames[i].messages;
-    }
     advise(Severity::info, "daemon", "back",
            {{"daemon", key_.daemon},
             {"service", key_.service},

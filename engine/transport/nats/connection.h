@@ -116,7 +116,8 @@ class Connection {
     void pause(int64_t nanoseconds) noexcept;
     void emptyWakeEvent() noexcept;
     void adviseLost() noexcept;
-    void adviseBack() noexcept;
+    void adviseBack(uint64_t kept, uint64_t lost) noexcept;
+    uint64_t messagesWaiting() noexcept;
 
     // Under io_.
     void applyChanges() noexcept;

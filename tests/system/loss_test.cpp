@@ -1,0 +1,258 @@
+// A daemon that is killed and comes back, and a cluster of which one server goes.
+#include "support.h"
+
+namespace quorltest {
+namespace {
+
+class Loss : public Open {
+  protected:
+    NatsServer server;
+};
+
+// Sends numbers until it is told to stop.
+class Stream {
+  public:
+    Stream(quorlTransport transport, const char* subject) {
+        threads_.start([this, transport, subject] {
+            quorlMsg message = newMessage(subject);
+            for (int number = 0; !over_; ++number) {
+                quorlMsg_UpdateI32Ex(message, "n", number, 0);
+                const quorl_status status = quorlTransport_Send(transport, message);
+                if (status == QUORL_OK) {
+                    ++sent_;
+                } else {
+                    EXPECT_EQ(status, QUORL_DAEMON_NOT_CONNECTED) << quorl_LastErrorText();
+                    ++refused_;
+                }
+                // A sender that is only slowed by the daemon fills the buffer at once when it is away.
+                if (number % 50 == 0) std::this_thread::yield();
+            }
+            quorlMsg_Destroy(message);
+        });
+    }
+    void stop() {
+        over_ = true;
+        threads_.join();
+    }
+    quorl_u64 sent() const { return sent_; }
+    quorl_u64 refused() const { return refused_; }
+
+  private:
+    std::atomic<bool> over_{false};
+    std::atomic<quorl_u64> sent_{0};
+    std::atomic<quorl_u64> refused_{0};
+    Threads threads_;
+};
+
+struct Received {
+    std::atomic<quorl_u64> count{0};
+    std::atomic<int> last{-1};
+    std::atomic<int> wrong{0};
+};
+void onStream(quorlEvent, quorlMsg message, void* closure) {
+    auto& to = *static_cast<Received*>(closure);
+    const int number = numberOf(message);
+    if (number <= to.last) ++to.wrong;
+    to.last = number;
+    ++to.count;
+}
+
+// The connection of the sender is the listener's too, so that what it does not confirm is all that can be lost.
+TEST_F(Loss, killedInMidStreamItLosesNoMoreThanTheAdvisoriesSay) {
+    const int kills = numberFrom("QUORL_SYSTEM_KILLS", 3);
+    const quorlTransport transport = transportTo(server.url());
+    const quorlTransport local = newTransport();
+    Advisories advisories(local);
+    Received received;
+    const quorlQueue queue = newQueue();
+    listen(queue, transport, "stream", onStream, &received);
+    Threads dispatcher;
+    dispatcher.start([=] {
+        while (quorlQueue_TimedDispatch(queue, -1) == QUORL_OK) {
+        }
+    });
+    settleOn(transport);
+    Stream stream(transport, "stream");
+    for (int kill = 1; kill <= kills; ++kill) {
+        const quorl_u64 before = received.count;
+        while (received.count < before + 1000) std::this_thread::yield();
+        server.kill();
+        // Requests have their time limit, whatever the daemon does.
+        quorlMsg request = newMessage("nobody");
+        quorlMsg reply = nullptr;
+        const quorl_status status = quorlTransport_SendRequest(transport, request, &reply, 0.02);
+        EXPECT_TRUE(status == QUORL_TIMEOUT || status == QUORL_DAEMON_NOT_CONNECTED) << status;
+        quorlMsg_Destroy(request);
+        ASSERT_TRUE(server.start()) << server.log();
+        ASSERT_TRUE(advisories.waitFor(kill, kill));
+        // The listener goes on without having been made again.
+        const quorl_u64 after = received.count;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+        while (received.count < after + 100 && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+        ASSERT_GE(received.count, after + 100);
+    }
+    stream.stop();
+    settleOn(transport);
+    while (countOf(queue) != 0) std::this_thread::yield();
+    quorlQueue_DestroyEx(queue, nullptr, nullptr);
+    dispatcher.join();
+    EXPECT_EQ(received.wrong, 0);
+    const quorl_u64 unconfirmed = advisories.sumOf("_QUORL.WARN.daemon.lost", "unconfirmed");
+    const quorl_u64 refused = advisories.sumOf("_QUORL.INFO.daemon.back", "lost");
+    EXPECT_LE(stream.sent() - received.count, unconfirmed);
+    EXPECT_GE(refused, stream.refused());
+    for (const auto& one : advisories.seen()) {
+        EXPECT_EQ(one.texts.at("daemon"), server.url());
+        if (one.subject == "_QUORL.WARN.daemon.lost") {
+            EXPECT_FALSE(one.texts.at("reason").empty());
+        }
+    }
+    printf("%d kills: %llu sent, %llu received, at most %llu unconfirmed, %llu refused\n", kills,
+           static_cast<unsigned long long>(stream.sent()), static_cast<unsigned long long>(received.count.load()),
+           static_cast<unsigned long long>(unconfirmed), static_cast<unsigned long long>(stream.refused()));
+}
+
+TEST_F(Loss, whatIsSentMeanwhileIsKeptInOrder) {
+    const quorlTransport transport = transportTo(server.url());
+    const quorlTransport local = newTransport();
+    Advisories advisories(local);
+    Numbers numbers;
+    listen(QUORL_DEFAULT_QUEUE, transport, "kept", onNumber, &numbers);
+    sendNumber(transport, "kept", 0);
+    settleOn(transport);
+    server.kill();
+    ASSERT_TRUE(advisories.waitFor(1, 0));
+    std::vector<int> expected{0};
+    for (int i = 1; i <= 5000; ++i) {
+        ASSERT_EQ(sendNumber(transport, "kept", i), QUORL_OK) << quorl_LastErrorText();
+        expected.push_back(i);
+    }
+    Numbers late;
+    listen(QUORL_DEFAULT_QUEUE, transport, "kept.too", onNumber, &late);
+    ASSERT_EQ(sendNumber(transport, "kept.too", 7), QUORL_OK);
+    ASSERT_TRUE(server.start());
+    ASSERT_TRUE(advisories.waitFor(1, 1));
+    settleOn(transport);
+    drain(QUORL_DEFAULT_QUEUE);
+    EXPECT_EQ(numbers.came, expected);
+    EXPECT_EQ(late.came, std::vector{7});
+    EXPECT_EQ(advisories.sumOf("_QUORL.INFO.daemon.back", "sent"), 5001u);
+    EXPECT_EQ(advisories.sumOf("_QUORL.INFO.daemon.back", "lost"), 0u);
+}
+
+TEST_F(Loss, aMessageIsKeptNoLongerThanItIsWorth) {
+    const quorlTransport transport = transportTo(server.url());
+    const quorlTransport local = newTransport();
+    Advisories advisories(local);
+    Numbers numbers;
+    listen(QUORL_DEFAULT_QUEUE, transport, "brief", onNumber, &numbers);
+    settleOn(transport);
+    server.kill();
+    ASSERT_TRUE(advisories.waitFor(1, 0));
+    ASSERT_EQ(quorlTransport_RequestReliability(transport, 1e-9), QUORL_OK);
+    ASSERT_EQ(sendNumber(transport, "brief", 1), QUORL_OK);
+    ASSERT_EQ(quorlTransport_RequestReliability(transport, 1000), QUORL_OK);
+    ASSERT_EQ(sendNumber(transport, "other", 1), QUORL_OK);
+    ASSERT_EQ(sendNumber(transport, "brief", 2), QUORL_OK);
+    ASSERT_TRUE(server.start());
+    ASSERT_TRUE(advisories.waitFor(1, 1));
+    settleOn(transport);
+    drain(QUORL_DEFAULT_QUEUE);
+    EXPECT_EQ(numbers.came, std::vector{2});
+}
+
+TEST(SmallBuffer, refusesWhatDoesNotFitAndSaysHowMuch) {
+    NatsServer server;
+    const char* settings[] = {"reconnect.buffer=2000", "connect.timeout=1"};
+    ASSERT_EQ(quorl_SetQRParameters(2, settings), QUORL_OK);
+    ASSERT_EQ(quorl_Open(), QUORL_OK);
+    const quorlTransport transport = transportTo(server.url());
+    {
+        const quorlTransport local = newTransport();
+        Advisories advisories(local);
+        server.kill();
+        ASSERT_TRUE(advisories.waitFor(1, 0));
+        int kept = 0;
+        quorl_status status;
+        while ((status = sendNumber(transport, "a", kept)) == QUORL_OK) ++kept;
+        EXPECT_EQ(status, QUORL_DAEMON_NOT_CONNECTED);
+        EXPECT_NE(std::string(quorl_LastErrorText()).find("the daemon is away"), std::string::npos);
+        EXPECT_GT(kept, 50);
+        EXPECT_LT(kept, 100);
+        // A request fails at once, with the reason.
+        quorlMsg request = newMessage("a");
+        quorlMsg reply = nullptr;
+        EXPECT_EQ(quorlTransport_SendRequest(transport, request, &reply, -1), QUORL_DAEMON_NOT_CONNECTED);
+        quorlMsg_Destroy(request);
+        ASSERT_TRUE(server.start());
+        ASSERT_TRUE(advisories.waitFor(1, 1));
+        EXPECT_EQ(sendNumber(transport, "a", 0), QUORL_OK);
+        EXPECT_EQ(advisories.sumOf("_QUORL.INFO.daemon.back", "lost"), 2u);
+        EXPECT_EQ(advisories.sumOf("_QUORL.INFO.daemon.back", "sent"), static_cast<quorl_u64>(kept));
+    }
+    EXPECT_EQ(quorl_Close(), QUORL_OK);
+    const char* defaults[] = {"reconnect.buffer=8388608", "connect.timeout=2"};
+    ASSERT_EQ(quorl_SetQRParameters(2, defaults), QUORL_OK);
+}
+
+TEST_F(Loss, closingWhileTheDaemonIsAwayEnds) {
+    const quorlTransport transport = transportTo(server.url());
+    const quorlTransport local = newTransport();
+    Advisories advisories(local);
+    listen(QUORL_DEFAULT_QUEUE, transport, "a", onNumber, nullptr);
+    server.kill();
+    ASSERT_TRUE(advisories.waitFor(1, 0));
+    sendNumber(transport, "a", 1);
+    EXPECT_EQ(quorlTransport_Destroy(transport), QUORL_OK);
+}
+
+TEST(Cluster, goesOnAtAnotherServer) {
+    // Each knows the next; gossip does the rest.
+    NatsServer first("server_name: a\ncluster { name: c, host: 127.0.0.1, port: -1 }");
+    const std::string log = first.log();
+    const size_t at = log.find("Listening for route connections on 127.0.0.1:");
+    ASSERT_NE(at, std::string::npos) << log;
+    const std::string route = std::to_string(std::atoi(log.c_str() + at + 45));
+    const auto member = [&](const char* name) {
+        return std::string("server_name: ") + name +
+               "\ncluster { name: c, host: 127.0.0.1, port: -1, routes: " + "[\"nats://127.0.0.1:" + route + "\"] }";
+    };
+    NatsServer second(member("b"));
+    NatsServer third(member("c"));
+    ASSERT_EQ(quorl_Open(), QUORL_OK);
+    const quorlTransport transport = transportTo(first.address() + "," + second.address() + "," + third.address());
+    const quorlTransport other = transportTo(third.url());
+    {
+        const quorlTransport local = newTransport();
+        Advisories advisories(local);
+        Numbers here, there;
+        listen(QUORL_DEFAULT_QUEUE, transport, "news", onNumber, &here);
+        listen(QUORL_DEFAULT_QUEUE, other, "news", onNumber, &there);
+        settleOn(transport);
+        settleOn(other);
+        first.kill();
+        ASSERT_TRUE(advisories.waitFor(1, 1));
+        settleOn(transport);
+        // Interest spreads through the cluster in its own time: repeat until both have heard.
+        for (int i = 0; (here.came.empty() || there.came.empty()) && i < 1000; ++i) {
+            EXPECT_EQ(sendNumber(transport, "news", i), QUORL_OK);
+            quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, 0.05);
+        }
+        EXPECT_FALSE(here.came.empty());
+        EXPECT_FALSE(there.came.empty());
+        second.kill();
+        ASSERT_TRUE(advisories.waitFor(2, 2));
+        here.came.clear();
+        settleOn(transport);
+        drain(QUORL_DEFAULT_QUEUE);
+        here.came.clear();
+        EXPECT_EQ(sendNumber(transport, "news", 7), QUORL_OK);
+        settleOn(transport);
+        drain(QUORL_DEFAULT_QUEUE);
+        EXPECT_EQ(here.came, std::vector{7});
+    }
+    EXPECT_EQ(quorl_Close(), QUORL_OK);
+}
+
+}  // namespace
+}  // namespace quorltest
