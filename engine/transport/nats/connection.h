@@ -181,6 +181,7 @@ class Connection {
     uint64_t confirmed_ = 0;         // of them, those before the last mark that came back
     uint64_t markNumber_ = 0;        // of the last mark; never repeated
     bool markUnderWay_ = false;
+    bool missed_ = false;   // it should have come back a second ago
     int64_t markTime_ = 0;  // when a mark was last sent or came back
     int64_t lastRead_ = 0;
 

@@ -1,4 +1,5 @@
-// What the payload of one message of a daemon holds: several messages of one subject, a part of a large one, or a mark.
+// What the payload of one message of a daemon holds: one image as it is, several messages of one subject, a part of a large
+// one, or a mark.
 // docs/reference/daemon-wire.md says the same in words.
 //
 // An entry is one message: the length of its reply subject in a byte, the reply subject, its wire image, whose header says
@@ -17,7 +18,8 @@ namespace quorl::transport::nats {
 
 inline constexpr uint32_t frameMagic = 'Q' | 'N' << 8 | 1 << 16;  // with the version, and 0 for the kind
 
-enum class FrameKind : uint8_t { entries = 1, part = 2, mark = 3 };
+// image: the payload is a message's wire image, which has a magic of its own, and there is no reply subject.
+enum class FrameKind : uint8_t { image = 0, entries = 1, part = 2, mark = 3 };
 
 inline constexpr uint32_t frameHeaderSize = 4;
 
@@ -99,6 +101,10 @@ inline constexpr uint32_t markSize = frameHeaderSize + 8;
 inline bool readKind(const uint8_t* bytes, size_t size, FrameKind* kind) noexcept {
     if (size < frameHeaderSize) return false;
     const auto head = message::wire::load<uint32_t>(bytes);
+    if (head == message::wire::magic) {
+        *kind = FrameKind::image;
+        return true;
+    }
     if ((head & 0xffffffu) != frameMagic) return false;
     *kind = static_cast<FrameKind>(head >> 24);
     return *kind == FrameKind::entries || *kind == FrameKind::part || *kind == FrameKind::mark;

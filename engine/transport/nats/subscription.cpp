@@ -36,8 +36,12 @@ void Subscription::received(std::string_view wireSubject, const uint8_t* payload
     }
     // A wildcard of the program does not reach the system's subjects.
     if (!system_ && subject::isSystem(subject.view())) return;
+    if (kind == FrameKind::image) {
+        take(subject.view(), payload, size, true);
+        return;
+    }
     if (kind == FrameKind::entries) {
-        takeEntries(subject.view(), payload + frameHeaderSize, size - frameHeaderSize);
+        take(subject.view(), payload + frameHeaderSize, size - frameHeaderSize, false);
         return;
     }
     Part part;
@@ -47,10 +51,10 @@ void Subscription::received(std::string_view wireSubject, const uint8_t* payload
         return;
     }
     if (intake_.assembler.take(this, part, monotonicNow(), &whole))
-        takeEntries(subject.view(), whole.data(), whole.size());
+        take(subject.view(), whole.data(), whole.size(), false);
 }
 
-void Subscription::takeEntries(std::string_view subject, const uint8_t* bytes, size_t size) noexcept {
+void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t size, bool image) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return;
     Section section(*thread);
@@ -75,10 +79,10 @@ void Subscription::takeEntries(std::string_view subject, const uint8_t* bytes, s
         if (count == 0) return;
     }
     while (size != 0) {
-        Entry entry;
-        size_t used;
+        Entry entry{{}, bytes, static_cast<uint32_t>(size)};
+        size_t used = size;
         message::ContentRef content;
-        if (!readEntry(bytes, size, &entry, &used) ||
+        if ((!image && !readEntry(bytes, size, &entry, &used)) ||
             message::contentFromBytes(entry.image, entry.size, subject, entry.replySubject, &content) != QUORL_OK) {
             intake_.malformed.fetch_add(1, std::memory_order_relaxed);
             return;

@@ -45,7 +45,8 @@ class Subscription final : public Feed {
     bool subscribed = false;  // of the connection's thread
 
   private:
-    void takeEntries(std::string_view subject, const uint8_t* bytes, size_t size) noexcept;
+    // Entries one behind the other, or one image.
+    void take(std::string_view subject, const uint8_t* bytes, size_t size, bool image) noexcept;
     quorl_status deliver(ThreadState& thread, message::ContentRef content, Listener* const* listeners,
                          size_t count) noexcept;
 

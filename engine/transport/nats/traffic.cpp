@@ -24,6 +24,11 @@ constexpr int64_t second = 1000 * millisecond;
 // takes a few microseconds, a request and its reply several tens.
 constexpr int64_t streamGap = 25 * microsecond;
 
+// While messages come in a stream, those that are fewer bytes than the first wait for others this long before they are
+// written together: each write costs the system, the daemon and the receivers more than a message does.
+constexpr size_t streamSize = 32u << 10;
+constexpr int64_t streamPause = 50 * microsecond;
+
 // Of transports that gather: bytes when they name none, and how long the first message waits at most.
 constexpr size_t gatherSize = 64u << 10;
 constexpr int64_t gatherTime = 2 * millisecond;
@@ -78,6 +83,8 @@ quorl_status Connection::send(const message::ContentRef& content, const Batching
 
 void Connection::serve() noexcept {
     bool outWatched = false;
+    bool held = false;      // the stream was made to wait for more
+    int64_t lastFlush = 0;  // when something was last written
     while (!stopping_.load(std::memory_order_acquire)) {
         const int64_t now = monotonicNow();
         bool blocked;
@@ -89,8 +96,10 @@ void Connection::serve() noexcept {
             const bool gathers = gathering_.load(std::memory_order_relaxed);
             if (gathers && gatherUntil_ == 0) gatherUntil_ = now + gatherTime;
             const bool wait = gathers && now < gatherUntil_ && !flushNow_.load(std::memory_order_relaxed);
+            const size_t waits = outbox_.waiting();
+            held = !held && !wait && waits != 0 && waits < streamSize && now - lastFlush < 2 * streamPause;
             blocked = false;
-            if (!wait) {
+            if (!wait && !held) {
                 gathering_.store(false, std::memory_order_relaxed);
                 flushNow_.store(false, std::memory_order_relaxed);
                 gatherUntil_ = 0;
@@ -100,6 +109,7 @@ void Connection::serve() noexcept {
                     flushed = flush();
                 }
                 blocked = flushed == Flushed::blocked;
+                if (waits != 0) lastFlush = monotonicNow();
             }
             watchMarks(now);
             if (session_->buffered() != 0) {
@@ -120,14 +130,16 @@ void Connection::serve() noexcept {
             outWatched = blocked;
         }
         // While the socket takes nothing, senders need not wake the thread: the socket will.
-        if (!blocked) asleep_.store(true, std::memory_order_seq_cst);
-        int timeout = static_cast<int>(std::clamp<int64_t>((look - now) / millisecond + 1, 0, 60'000));
+        if (!blocked && !held) asleep_.store(true, std::memory_order_seq_cst);
+        int64_t timeout = std::clamp<int64_t>(look - now, 0, 60 * second);
         if (changesWaiting_.load(std::memory_order_seq_cst) != 0 ||
             (!blocked && gatherUntil_ == 0 && (!outbox_.empty() || gathering_.load(std::memory_order_seq_cst))) ||
             flushNow_.load(std::memory_order_seq_cst))
             timeout = 0;
+        if (held) timeout = streamPause;
         std::array<epoll_event, 2> events;
-        const int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), timeout);
+        const timespec limit{timeout / second, timeout % second};
+        const int count = epoll_pwait2(epoll_, events.data(), static_cast<int>(events.size()), &limit, nullptr);
         asleep_.store(false, std::memory_order_relaxed);
         for (int i = 0; i < count; ++i) {
             const epoll_event& event = events[static_cast<size_t>(i)];
@@ -136,7 +148,7 @@ void Connection::serve() noexcept {
             } else if ((event.events & (EPOLLIN | EPOLLERR | EPOLLHUP)) != 0) {
                 Lock io(io_);
                 session_->read();
-                lastRead_ = now;
+                lastRead_ = monotonicNow();
             }
         }
     }
@@ -199,6 +211,8 @@ bool Connection::sendFrame(const Outbox::Chunk& chunk, const Outbox::Frame& fram
     const char* wireSubject = chunk.subjectOf(frame);
     if (frame.size == 0) {
         const message::ContentRef& content = chunk.contents[frame.content];
+        if (content.replySubject().empty() && content.byteSize() <= std::min(session_->maxPayload(), partMost))
+            return session_->publish(wireSubject, static_cast<const uint8_t*>(content.bytes()), content.byteSize());
         return sendEntry(wireSubject, content.replySubject(), static_cast<const uint8_t*>(content.bytes()),
                          content.byteSize(), true);
     }
@@ -273,6 +287,7 @@ bool Connection::sendMark(Session& session, int64_t now) noexcept {
     unconfirmed_.store(false, std::memory_order_relaxed);
     marked_ = handed_;
     markUnderWay_ = true;
+    missed_ = false;
     markTime_ = now;
     return session.publish(markSubject_.c_str(), mark.data(), mark.size());
 }
@@ -285,8 +300,10 @@ void Connection::watchMarks(int64_t now) noexcept {
             confirmed_ = marked_;
         } else if (now - std::max(markTime_, lastRead_) > silenceLimit) {
             // Without the ready check the daemon may be one that does not carry marks.
-            if (readyCheck_) givenUp_ = "the daemon is silent";
-            markTime_ = now;
+            if (readyCheck_ && missed_) givenUp_ = "the daemon is silent";
+            // Looked at a second time, since this process may be what has not run for so long.
+            missed_ = true;
+            markTime_ = now - silenceLimit + second;
         }
         return;
     }
