@@ -1,0 +1,178 @@
+package com.vesma.quorl;
+
+import static com.vesma.quorl.QuorlMsgTest.assertStatus;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertSame;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.time.Duration;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.CountDownLatch;
+import org.junit.jupiter.api.Test;
+
+/** Circuits: connecting, sending, requests, waiting, and every order of closing. */
+class QuorlVcTransportTest extends OpenLibrary {
+    private static void sendOn(QuorlTransport through, String subject, int number) {
+        try (QuorlMsg message = new QuorlMsg(subject).addI32("n", number)) {
+            through.send(message);
+        }
+    }
+
+    /** The status of the first send that is refused. */
+    private static int sendUntilRefused(QuorlTransport through) {
+        long end = System.nanoTime() + LIMIT.toNanos();
+        for (;;) {
+            try {
+                sendOn(through, "a", 0);
+            } catch (QuorlException e) {
+                return e.getStatus();
+            }
+            assertTrue(System.nanoTime() < end, "the peer is not missed");
+        }
+    }
+
+    @Test
+    void carriesMessagesBothWaysInOrder() throws Exception {
+        try (QuorlQrdTransport other = new QuorlQrdTransport();
+                QuorlVcTransport accepting = QuorlVcTransport.accept(transport);
+                QuorlVcTransport connecting = QuorlVcTransport.connect(other, accepting.getConnectSubject())) {
+            List<Integer> here = new ArrayList<>();
+            List<Integer> there = new ArrayList<>();
+            try (QuorlListener a = new QuorlListener(queue, accepting, "n.*", (l, m) -> here.add(m.getI32("n")));
+                    QuorlListener b = new QuorlListener(queue, connecting, "n.*", (l, m) -> there.add(m.getI32("n")));
+                    QuorlListener bus = new QuorlListener(queue, transport, ">", (l, m) -> here.add(-1))) {
+                assertTrue(connecting.waitForConnection(LIMIT));
+                assertTrue(accepting.waitForConnection(LIMIT));
+                assertTrue(accepting.waitForConnection(Duration.ZERO));
+                for (int i = 0; i < 2000; i++) {
+                    sendOn(connecting, "n.x", i);
+                    sendOn(accepting, "n.y", i);
+                }
+                while (here.size() < 2000 || there.size() < 2000) {
+                    assertTrue(queue.dispatch(LIMIT));
+                }
+            }
+            for (int i = 0; i < 2000; i++) {
+                assertEquals(i, here.get(i));
+                assertEquals(i, there.get(i));
+            }
+            assertSame(transport, accepting.getParent());
+            assertNull(connecting.getConnectSubject());
+        }
+    }
+
+    @Test
+    void answersRequestsAndSaysWhenThePeerIsGone() throws Exception {
+        try (QuorlVcTransport accepting = QuorlVcTransport.accept(transport);
+                QuorlVcTransport connecting = QuorlVcTransport.connect(transport, accepting.getConnectSubject());
+                QuorlListener listener = new QuorlListener(queue, accepting, "double", (l, m) -> {
+                    try (QuorlMsg answer = new QuorlMsg().addI32("n", 2 * m.getI32("n"))) {
+                        accepting.reply(answer, m);
+                    }
+                });
+                QuorlDispatcher dispatcher = new QuorlDispatcher(queue)) {
+            assertTrue(connecting.waitForConnection(LIMIT));
+            try (QuorlMsg question = new QuorlMsg("double").addI32("n", 21);
+                    QuorlMsg answer = connecting.request(question, LIMIT)) {
+                assertEquals(42, answer.getI32("n"));
+            }
+            try (QuorlMsg question = new QuorlMsg("nobody")) {
+                assertNull(connecting.request(question, Duration.ofMillis(10)));
+                accepting.close();
+                assertEquals(QuorlException.VC_NOT_CONNECTED, sendUntilRefused(connecting));
+                QuorlException gone = assertThrows(
+                        QuorlException.class, () -> connecting.request(question, Duration.ofMillis(10)));
+                assertEquals(QuorlException.VC_NOT_CONNECTED, gone.getStatus());
+                assertTrue(gone.getMessage().contains("the peer closed"), gone.getMessage());
+                assertFalse(connecting.trySend(question));
+            }
+        }
+    }
+
+    @Test
+    void waitingEndsByTimeInterruptAndClose() throws Exception {
+        try (QuorlVcTransport lonely = QuorlVcTransport.accept(transport)) {
+            assertFalse(lonely.waitForConnection(Duration.ZERO));
+            assertFalse(lonely.waitForConnection(Duration.ofMillis(120)));
+            assertThrows(IllegalArgumentException.class, () -> lonely.waitForConnection(Duration.ofMillis(-1)));
+            assertThrows(NullPointerException.class, () -> lonely.waitForConnection(null));
+            assertStatus(QuorlException.VC_NOT_CONNECTED, () -> sendOn(lonely, "a", 0));
+            Worker waiter = new Worker(() -> assertThrows(
+                    InterruptedException.class, () -> lonely.waitForConnection(Duration.ofDays(1))));
+            waiter.thread.interrupt();
+            waiter.join();
+            CountDownLatch waiting = new CountDownLatch(1);
+            Worker second = new Worker(() -> {
+                waiting.countDown();
+                assertThrows(QuorlClosedException.class, () -> lonely.waitForConnection(Duration.ofDays(1)));
+            });
+            await(waiting);
+            lonely.close();
+            second.join();
+            assertThrows(QuorlClosedException.class, () -> lonely.waitForConnection(LIMIT));
+            assertThrows(QuorlClosedException.class, () -> sendOn(lonely, "a", 0));
+            lonely.close();
+        }
+    }
+
+    @Test
+    void refusesWhatIsNoConnectSubjectAndASecondPeer() throws Exception {
+        for (String subject : List.of("", "a.b", "_INBOX.*", "_INBOX.x..y", "_INBOX." + "x".repeat(300))) {
+            assertStatus(QuorlException.INVALID_SUBJECT, () -> QuorlVcTransport.connect(transport, subject));
+        }
+        assertThrows(NullPointerException.class, () -> QuorlVcTransport.connect(transport, null));
+        assertThrows(NullPointerException.class, () -> QuorlVcTransport.accept(null));
+        assertThrows(IllegalArgumentException.class, () -> QuorlVcTransport.connect(transport, "_INBOX.a\0b"));
+        QuorlQrdTransport gone = new QuorlQrdTransport();
+        gone.close();
+        assertThrows(QuorlClosedException.class, () -> QuorlVcTransport.accept(gone));
+        assertThrows(QuorlClosedException.class, () -> QuorlVcTransport.connect(gone, "_INBOX.a.1"));
+        try (QuorlVcTransport accepting = QuorlVcTransport.accept(transport);
+                QuorlVcTransport first = QuorlVcTransport.connect(transport, accepting.getConnectSubject())) {
+            assertTrue(first.waitForConnection(LIMIT));
+            try (QuorlVcTransport second = QuorlVcTransport.connect(transport, accepting.getConnectSubject())) {
+                QuorlException refused =
+                        assertThrows(QuorlException.class, () -> second.waitForConnection(LIMIT));
+                assertEquals(QuorlException.VC_NOT_CONNECTED, refused.getStatus());
+                assertTrue(refused.getMessage().contains("refused"), refused.getMessage());
+            }
+        }
+    }
+
+    @Test
+    void isClosedInAnyOrder() throws Exception {
+        for (int order = 0; order < 6; order++) {
+            QuorlQrdTransport below = new QuorlQrdTransport();
+            QuorlVcTransport accepting = QuorlVcTransport.accept(below);
+            QuorlVcTransport connecting = QuorlVcTransport.connect(transport, accepting.getConnectSubject());
+            assertTrue(connecting.waitForConnection(LIMIT));
+            QuorlListener listener = new QuorlListener(queue, accepting, ">", (l, m) -> {});
+            List<AutoCloseable> things = new ArrayList<>(List.of(below, accepting, connecting, listener));
+            if (order % 2 == 1) {
+                java.util.Collections.reverse(things);
+            }
+            java.util.Collections.rotate(things, order / 2);
+            for (AutoCloseable thing : things) {
+                sendOn(transport, "n", 1);
+                thing.close();
+            }
+            assertTrue(accepting.isClosed());
+        }
+    }
+
+    @Test
+    void endsWithTheTransportBelow() throws Exception {
+        QuorlQrdTransport below = new QuorlQrdTransport();
+        try (QuorlVcTransport accepting = QuorlVcTransport.accept(below);
+                QuorlVcTransport connecting = QuorlVcTransport.connect(transport, accepting.getConnectSubject())) {
+            assertTrue(connecting.waitForConnection(LIMIT));
+            below.close();
+            assertStatus(QuorlException.VC_NOT_CONNECTED, () -> sendOn(accepting, "a", 1));
+            assertEquals(QuorlException.VC_NOT_CONNECTED, sendUntilRefused(connecting));
+        }
+    }
+}
