@@ -16,19 +16,16 @@ import java.util.TreeMap;
 import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.Test;
 
-/**
- * The natives that take a name as a Java string, when the machine has no memory to convert it: each throws what it is known
- * for, leaves the message as it was, and goes on working.
- */
-class UnconvertibleTextTest {
+/** The natives of messages when the process has no more memory: each fails as it is known to, and goes on working after. */
+class NoMemoryTest {
     /** Characters of a text that needs twice as many bytes, more than the child may have. */
     private static final int LONG = 48 << 20;
 
     /** What the child may take beyond what it has: enough for itself. */
     private static final long SPARE = 40L << 20;
 
-    /** Calls every such native with a text that is too long to convert, and prints what is thrown. */
-    static final class Child {
+    /** Calls every native that takes a Java string with a text that is too long to convert, and prints what is thrown. */
+    static final class Converting {
         public static void main(String[] arguments) throws Exception {
             try (QuorlMsg message = new QuorlMsg("plant").addI32("n", 1)) {
                 long handle = message.ownHandle();
@@ -40,7 +37,7 @@ class UnconvertibleTextTest {
                 }
                 natives.sort(Comparator.comparing(Method::toString));
                 String unconvertible = "é".repeat(LONG);
-                limitMemory();
+                limitMemory(SPARE);
                 for (Method method : natives) {
                     Class<?>[] types = method.getParameterTypes();
                     for (int text = 0; text < types.length; text++) {
@@ -53,16 +50,6 @@ class UnconvertibleTextTest {
                 }
                 QuorlMsg.quorlMsg_AddI32UTF(handle, "still", 2, (short) 0, null);
                 System.out.println("left " + message.getSendSubject() + " " + message);
-            }
-        }
-
-        private static void limitMemory() throws IOException, InterruptedException {
-            String status = new String(new java.io.FileInputStream("/proc/self/status").readAllBytes());
-            long size = Long.parseLong(status.replaceAll("(?s).*VmSize:\\s*(\\d+) kB.*", "$1")) << 10;
-            Process prlimit = new ProcessBuilder("prlimit", "--pid", Long.toString(ProcessHandle.current().pid()),
-                    "--as=" + (size + SPARE) + ":" + (size + SPARE)).inheritIO().start();
-            if (!prlimit.waitFor(OpenLibrary.LIMIT.toSeconds(), TimeUnit.SECONDS) || prlimit.exitValue() != 0) {
-                throw new IllegalStateException("prlimit failed");
             }
         }
 
@@ -92,6 +79,36 @@ class UnconvertibleTextTest {
         }
     }
 
+    /** Makes messages until there is no memory for one more, which is no exception, and then goes on. */
+    static final class Making {
+        public static void main(String[] arguments) throws Exception {
+            long[] handles = new long[1 << 22];
+            QuorlMsg.quorlMsg_Destroy(new QuorlMsg().ownHandle(), null);
+            limitMemory(SPARE / 2);
+            int made = 0;
+            while (made < handles.length && (handles[made] = QuorlMsg.quorlMsg_Create()) != 0) {
+                made++;
+            }
+            boolean refused = made < handles.length;
+            for (int i = 0; i < made; i++) {
+                QuorlMsg.quorlMsg_Destroy(handles[i], null);
+            }
+            long again = QuorlMsg.quorlMsg_Create();
+            QuorlMsg.quorlMsg_AddI32UTF(again, "n", 1, (short) 0, null);
+            System.out.println("refused " + refused + ", then " + QuorlMsg.quorlMsg_GetNumFields(again, null) + " of " + made);
+        }
+    }
+
+    private static void limitMemory(long spare) throws IOException, InterruptedException {
+        String status = new String(new java.io.FileInputStream("/proc/self/status").readAllBytes());
+        long size = Long.parseLong(status.replaceAll("(?s).*VmSize:\\s*(\\d+) kB.*", "$1")) << 10;
+        Process prlimit = new ProcessBuilder("prlimit", "--pid", Long.toString(ProcessHandle.current().pid()),
+                "--as=" + (size + spare) + ":" + (size + spare)).inheritIO().start();
+        if (!prlimit.waitFor(OpenLibrary.LIMIT.toSeconds(), TimeUnit.SECONDS) || prlimit.exitValue() != 0) {
+            throw new IllegalStateException("prlimit failed");
+        }
+    }
+
     private static String expected(String method) {
         String name = method.substring("quorlMsg_".length());
         switch (name) {
@@ -114,14 +131,25 @@ class UnconvertibleTextTest {
         }
     }
 
-    @Test
-    void everyNativeThrowsWhatItIsKnownFor() throws Exception {
+    private static ChildProcess run(Class<?> main) throws Exception {
         List<String> options = new ArrayList<>(ChildProcess.withLibrary());
         // Nothing is compiled meanwhile, since the compiler ends the machine when it finds no memory.
         options.addAll(List.of("-Xint", "-Xmx192m", "-XX:+UseSerialGC"));
-        ChildProcess child = ChildProcess.run(Child.class, options);
+        ChildProcess child = ChildProcess.run(main, options);
         assertEquals(0, child.exit, child.output);
         assertTrue(!child.output.contains("in native method"), child.output);
+        return child;
+    }
+
+    @Test
+    void aMessageThatCannotBeMadeIsZeroAndNoException() throws Exception {
+        ChildProcess child = run(Making.class);
+        assertTrue(child.output.contains("refused true, then 1 of "), child.output);
+    }
+
+    @Test
+    void everyNativeWithAStringThrowsWhatItIsKnownFor() throws Exception {
+        ChildProcess child = run(Converting.class);
         Map<String, String> found = new TreeMap<>();
         for (String line : child.output.split("\n")) {
             if (line.startsWith("thrown ")) {
