@@ -290,6 +290,7 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
             if (other == nullptr) return true;
             if (other != batch->events[batch->count - 1]) registry::acquireReference(*other);
             batch->events[batch->count] = other;
+            message::prefetchFar(next.content);
             batch->contents[batch->count++] = next.content;
             next = Entry{};
             ++other->front.taken;
