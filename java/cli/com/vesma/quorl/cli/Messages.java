@@ -25,6 +25,11 @@ final class Messages {
         for (FieldArgument field : fields) add(message, field.name(), field.type(), field.numbered(n).value());
     }
 
+    /** Adds fields whose values are data: a "{n}" in them stays what it is. */
+    static void addAsTheyAre(QuorlMsg message, List<FieldArgument> fields) {
+        for (FieldArgument field : fields) add(message, field.name(), field.type(), field.value());
+    }
+
     private static void add(QuorlMsg message, String name, FieldType type, Object value) {
         switch (type) {
             case BOOL -> message.addBool(name, (Boolean) value);

@@ -75,6 +75,7 @@ final class Session implements AutoCloseable {
 
     private static QuorlQrdTransport create(TransportOptions options) {
         try {
+            Credentials.use(options);
             return new QuorlQrdTransport(options.service, options.network, options.daemon);
         } catch (QuorlException e) {
             throw new Failure(options + ": " + e.getMessage());

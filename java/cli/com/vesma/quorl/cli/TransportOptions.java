@@ -14,6 +14,21 @@ final class TransportOptions {
     @Option(names = "--network", paramLabel = "NAME", description = "only programs with the same network meet")
     String network;
 
+    @Option(names = "--trust", paramLabel = "FILE",
+            description = "certificates (PEM) to trust the daemon by; its address then begins with tls://")
+    String trust;
+
+    @Option(names = "--identity", paramLabel = "FILE",
+            description = "this program's certificate with its key, PEM or PKCS #12 (.p12, .pfx)")
+    String identity;
+
+    @Option(names = "--user", paramLabel = "NAME", description = "a user's name; the password is in --password-file")
+    String user;
+
+    @Option(names = "--password-file", paramLabel = "FILE",
+            description = "the password of --user, or of --identity without it: the file's first line")
+    String passwordFile;
+
     /** The options as they are written. */
     @Override
     public String toString() {
@@ -21,6 +36,9 @@ final class TransportOptions {
         if (daemon != null) text.append(" --daemon '").append(daemon).append('\'');
         if (service != null) text.append(" --service '").append(service).append('\'');
         if (network != null) text.append(" --network '").append(network).append('\'');
+        if (trust != null) text.append(" --trust '").append(trust).append('\'');
+        if (identity != null) text.append(" --identity '").append(identity).append('\'');
+        if (user != null) text.append(" --user '").append(user).append('\'');
         return text.toString();
     }
 
@@ -29,5 +47,9 @@ final class TransportOptions {
         if (daemon == null) daemon = defaults.daemon;
         if (service == null) service = defaults.service;
         if (network == null) network = defaults.network;
+        if (trust == null) trust = defaults.trust;
+        if (identity == null) identity = defaults.identity;
+        if (user == null) user = defaults.user;
+        if (passwordFile == null) passwordFile = defaults.passwordFile;
     }
 }

@@ -24,7 +24,7 @@ class UsageTest {
     }
 
     @ParameterizedTest
-    @ValueSource(strings = {"send", "listen", "request", "reply", "run", "stats", "demo"})
+    @ValueSource(strings = {"send", "listen", "request", "reply", "run", "stats", "demo", "doctor"})
     void everyCommandHasHelpWithItsTransportOptions(String command) {
         Cli help = Cli.run(command, "--help");
         assertEquals(0, help.code());
@@ -39,7 +39,7 @@ class UsageTest {
     void theHelpNamesEveryCommand() {
         Cli help = Cli.run("--help");
         assertEquals(0, help.code());
-        for (String command : new String[] {"send", "listen", "request", "reply", "run", "stats", "demo"}) {
+        for (String command : new String[] {"send", "listen", "request", "reply", "run", "stats", "demo", "daemon", "doctor"}) {
             assertTrue(help.out().contains("\n  " + command + " "), help.out());
         }
     }

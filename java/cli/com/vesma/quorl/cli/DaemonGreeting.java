@@ -1,0 +1,73 @@
+package com.vesma.quorl.cli;
+
+import java.io.IOException;
+import java.io.InputStream;
+import java.net.InetSocketAddress;
+import java.net.Socket;
+import java.net.SocketTimeoutException;
+import java.net.UnknownHostException;
+import java.nio.charset.StandardCharsets;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+
+/** What a daemon says of itself to everybody who connects, before anybody has to say who they are. */
+record DaemonGreeting(String version, long maxPayload, boolean wantsTls, boolean wantsCredentials) {
+    private static final int PATIENCE = 2000;
+    private static final int LONGEST = 64 * 1024;
+    private static final int DEFAULT_PORT = 4222;
+
+    /** Host and port of the first address of a daemon parameter. */
+    record Place(String host, int port) {
+        static Place of(String daemon) {
+            String address = daemon.split(",", 2)[0].strip();
+            address = address.substring(address.indexOf("://") < 0 ? 0 : address.indexOf("://") + 3);
+            address = address.substring(address.lastIndexOf('@') + 1);
+            int colon = address.lastIndexOf(':');
+            if (colon <= address.lastIndexOf(']')) return new Place(address, DEFAULT_PORT);
+            try {
+                return new Place(address.substring(0, colon), Integer.parseInt(address.substring(colon + 1)));
+            } catch (NumberFormatException e) {
+                throw new Failure("\"" + address.substring(colon + 1) + "\" is no port");
+            }
+        }
+    }
+
+    /** Connects and listens; Failure with what went wrong. */
+    static DaemonGreeting hear(String daemon) {
+        Place place = Place.of(daemon);
+        if (place.port < 1 || place.port > 65535) throw new Failure(place.port + " is no port");
+        try (Socket socket = new Socket()) {
+            socket.connect(new InetSocketAddress(place.host, place.port), PATIENCE);
+            socket.setSoTimeout(PATIENCE);
+            return parse(line(socket.getInputStream()));
+        } catch (UnknownHostException e) {
+            throw new Failure("there is no host \"" + place.host + "\"");
+        } catch (SocketTimeoutException e) {
+            throw new Failure("nobody answered at " + place.host + ":" + place.port + " within " + PATIENCE / 1000 + " s");
+        } catch (IOException e) {
+            throw new Failure(place.host + ":" + place.port + ": " + e.getMessage());
+        }
+    }
+
+    private static String line(InputStream in) throws IOException {
+        StringBuilder line = new StringBuilder();
+        byte[] one = new byte[1];
+        while (line.length() < LONGEST && in.read(one) == 1 && one[0] != '\n') {
+            line.append(new String(one, StandardCharsets.ISO_8859_1));
+        }
+        return line.toString();
+    }
+
+    static DaemonGreeting parse(String line) {
+        if (!line.startsWith("INFO {")) throw new Failure("what answers there is no such daemon");
+        String version = find(line, "\"version\":\"([^\"]*)\"");
+        String payload = find(line, "\"max_payload\":([0-9]{1,18})");
+        return new DaemonGreeting(version == null ? "unknown" : version, payload == null ? 0 : Long.parseLong(payload),
+                find(line, "\"(tls_required)\":true") != null, find(line, "\"(auth_required)\":true") != null);
+    }
+
+    private static String find(String line, String pattern) {
+        Matcher matcher = Pattern.compile(pattern).matcher(line);
+        return matcher.find() ? matcher.group(1) : null;
+    }
+}

@@ -1,0 +1,215 @@
+package com.vesma.quorl.cli;
+
+import com.vesma.quorl.Quorl;
+import com.vesma.quorl.QuorlException;
+import com.vesma.quorl.QuorlListener;
+import com.vesma.quorl.QuorlMsg;
+import com.vesma.quorl.QuorlQrdTransport;
+import com.vesma.quorl.QuorlQueue;
+import java.nio.file.Path;
+import java.time.Duration;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Locale;
+import java.util.concurrent.Callable;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
+import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.Spec;
+
+/** quorl doctor: looks at what messaging needs, and says what to do about what is missing. */
+@Command(name = "doctor", description = {"Looks at the library, the daemon, the credentials and their versions, and says what "
+        + "to do about what is wrong.", "The exit code is 1 when something is."},
+        footer = {"", "Example:", "  quorl doctor --daemon nats://127.0.0.1:4222"})
+final class DoctorCommand implements Callable<Integer> {
+    private static final Duration PATIENCE = Duration.ofSeconds(5);
+
+    @Spec
+    CommandSpec spec;
+
+    @Mixin
+    TransportOptions transport;
+
+    @Option(names = {"-h", "--help"}, usageHelp = true, description = "show this help")
+    boolean help;
+
+    @Option(names = "--json", description = "print each finding as a JSON object in one line")
+    boolean json;
+
+    /** How a thing is. */
+    enum State {
+        OK, NOTE, WRONG
+    }
+
+    /** advice: what to do; null when there is nothing to do. */
+    record Finding(State state, String about, String text, String advice) {}
+
+    private final List<Finding> findings = new ArrayList<>();
+
+    @Override
+    public Integer call() throws InterruptedException {
+        lookAtJava();
+        if (lookAtLibrary()) {
+            lookAtBus();
+            lookAtDaemon();
+        }
+        lookAtServer();
+        findings.forEach(this::print);
+        spec.commandLine().getOut().flush();
+        return findings.stream().anyMatch(finding -> finding.state == State.WRONG) ? Main.FAILED : Main.OK;
+    }
+
+    private void ok(String about, String text) {
+        findings.add(new Finding(State.OK, about, text, null));
+    }
+
+    private void wrong(String about, String text, String advice) {
+        findings.add(new Finding(State.WRONG, about, text, advice));
+    }
+
+    private void note(String about, String text, String advice) {
+        findings.add(new Finding(State.NOTE, about, text, advice));
+    }
+
+    private void lookAtJava() {
+        ok("java", Runtime.version() + " on " + System.getProperty("os.name") + " " + System.getProperty("os.arch"));
+    }
+
+    private boolean lookAtLibrary() {
+        String set = System.getProperty("com.vesma.quorl.library");
+        try {
+            ok("library", "version " + Quorl.getVersion() + (set == null ? "" : ", from " + set));
+            return true;
+        } catch (RuntimeException | LinkageError e) {
+            wrong("library", e.toString(), "name the folder of libquorlnativesd.so and the libraries beside it, all of one "
+                    + "version, with -Dcom.vesma.quorl.library=FOLDER");
+            return false;
+        }
+    }
+
+    @SuppressWarnings("try")
+    private void lookAtBus() throws InterruptedException {
+        try (Quorl quorl = Quorl.open(); QuorlQrdTransport bus = new QuorlQrdTransport(null, null, "")) {
+            if (comesBack(bus)) {
+                ok("bus", "messages pass inside this process");
+            } else {
+                wrong("bus", "a message inside this process did not arrive", "report this with the output of 'quorl stats'");
+            }
+        } catch (QuorlException e) {
+            wrong("bus", e.getMessage(), "is a limit of threads or memory reached? 'ulimit -a' lists them");
+        }
+    }
+
+    private void lookAtDaemon() throws InterruptedException {
+        String daemon = transport.daemon;
+        if (daemon == null || daemon.isEmpty()) {
+            note("daemon", "none is named, so messages stay inside a process",
+                    "'quorl daemon' starts one; look at it with 'quorl doctor --daemon nats://127.0.0.1:4222'");
+            return;
+        }
+        DaemonGreeting greeting;
+        try {
+            greeting = DaemonGreeting.hear(daemon);
+            ok("daemon", "version " + greeting.version() + ", messages of " + greeting.maxPayload()
+                    + " bytes in one piece" + (greeting.wantsTls() ? ", wants TLS" : "")
+                    + (greeting.wantsCredentials() ? ", wants credentials" : ""));
+        } catch (Failure e) {
+            wrong("daemon", e.getMessage(), "is it running, and are host and port right? 'quorl daemon' starts one on this "
+                    + "machine; between machines a firewall may be in the way");
+            return;
+        }
+        if (greeting.wantsTls() && !daemon.startsWith("tls://")) {
+            note("credentials", "the daemon wants TLS", "begin its address with tls://, and give --trust if its certificate is "
+                    + "not from a public authority");
+        }
+        if (greeting.wantsCredentials() && transport.user == null && transport.identity == null) {
+            note("credentials", "the daemon wants to know who connects", "give --user with --password-file, or --identity");
+        }
+        connect();
+    }
+
+    @SuppressWarnings("try")
+    private void connect() throws InterruptedException {
+        try (Quorl quorl = Quorl.open()) {
+            try {
+                Credentials.use(transport);
+                if (transport.trust != null || transport.identity != null || transport.user != null) {
+                    ok("credentials", "they can be read and belong together");
+                }
+            } catch (Failure e) {
+                wrong("credentials", e.getMessage(), "certificates and keys are PEM, or PKCS #12 in a file named .p12; "
+                        + "'openssl x509 -in FILE -text -noout' shows one");
+                return;
+            }
+            long start = System.nanoTime();
+            try (QuorlQrdTransport through =
+                    new QuorlQrdTransport(transport.service, transport.network, transport.daemon)) {
+                if (comesBack(through)) {
+                    ok("connection", String.format("a message came back after %.1f ms, connecting included",
+                            (System.nanoTime() - start) / 1e6));
+                } else {
+                    wrong("connection", "a message did not come back within " + PATIENCE.toSeconds() + " s",
+                            "may this user publish and subscribe to quorl.>? look at the daemon's permissions");
+                }
+            }
+        } catch (QuorlException e) {
+            wrong("connection", e.getMessage(), adviceFor(e.getStatus()));
+        }
+    }
+
+    private static String adviceFor(int status) {
+        return switch (status) {
+            case QuorlException.SERVICE_NOT_FOUND, QuorlException.NETWORK_NOT_FOUND ->
+                "names of services and networks are printable ASCII without blanks, at most 63 bytes";
+            case QuorlException.USERPASS_MISMATCH -> "check --user, --password-file and --identity against the daemon's users";
+            default -> "with TLS: does --trust hold the authority that signed the daemon's certificate, is that valid today, "
+                    + "and does it name the host as it is written here? else: are user and password right?";
+        };
+    }
+
+    @SuppressWarnings("try")
+    private static boolean comesBack(QuorlQrdTransport through) throws InterruptedException {
+        boolean[] came = new boolean[1];
+        String inbox = through.createInbox();
+        try (QuorlQueue queue = new QuorlQueue();
+                QuorlListener listener = new QuorlListener(queue, through, inbox, (l, m) -> came[0] = true);
+                QuorlMsg message = new QuorlMsg(inbox)) {
+            through.send(message);
+            queue.dispatch(PATIENCE);
+            return came[0];
+        }
+    }
+
+    private void lookAtServer() throws InterruptedException {
+        Path program = NatsServer.find();
+        if (program == null) {
+            note("nats-server", "not installed on this machine", "'apt-get install nats-server', if a daemon is to run here");
+            return;
+        }
+        String version = NatsServer.version(program);
+        ok("nats-server", program + (version == null ? "" : ", " + version));
+    }
+
+    private void print(Finding finding) {
+        StringBuilder line = new StringBuilder();
+        if (json) {
+            line.append("{\"state\":");
+            Json.string(line, finding.state.name().toLowerCase(Locale.ROOT));
+            line.append(",\"about\":");
+            Json.string(line, finding.about);
+            line.append(",\"text\":");
+            Json.string(line, finding.text);
+            if (finding.advice != null) {
+                line.append(",\"advice\":");
+                Json.string(line, finding.advice);
+            }
+            line.append('}');
+        } else {
+            line.append(String.format("%-6s %-12s %s", finding.state.name().toLowerCase(Locale.ROOT), finding.about,
+                    finding.text));
+            if (finding.advice != null) line.append(String.format("%n%20s-> %s", "", finding.advice));
+        }
+        spec.commandLine().getOut().println(line);
+    }
+}
