@@ -300,6 +300,21 @@ TEST_F(Kit, shows_memory_that_is_not_zeroed) {
     });
 }
 
+TEST_F(Kit, reports_a_block_that_is_not_wiped_where_a_row_wants_it) {
+    auto free_one = [](int fill) {
+        return [fill](JNIEnv*) {
+            void* const block = bridge_malloc(8);
+            std::memset(block, fill, 8);
+            bridge_free(block);
+        };
+    };
+    heap().want_wiped_blocks();
+    expect_reported(free_one('x'), "freed with its content");
+    heap().want_wiped_blocks();
+    EXPECT_EQ(reports_of([&] { run(free_one(0)); }), Reports{});
+    EXPECT_EQ(reports_of([&] { run(free_one('x')); }), Reports{}) << "the next call is not asked";
+}
+
 void write_past(size_t size) {
     run([size](JNIEnv*) {
         volatile char* const block = static_cast<char*>(bridge_malloc(size));

@@ -240,18 +240,25 @@ void state_string(const Native& native,
 void state_string_utf(const Native& native, void (*function)(JNIEnv*, jclass, jlong, jstring, jstring, jshort, jobject),
                       const Library& library, Contract::Order order) {
     const std::string get_name = "GetStringUTFChars(name)", get_value = "GetStringUTFChars(value)";
-    state(native, {.family = family,
-                   .invoke =
-                       [=] {
-                           return call(function, message, jvm().string("name", "cost"), jvm().string("value", "twelve"),
-                                       -2, nullptr);
-                       },
-                   .lines = {get_name, get_value, library_line(library, "\"twelve\""), "ReleaseStringUTFChars(name)",
-                             "ReleaseStringUTFChars(value)"},
-                   .reports = library,
-                   .order = order,
-                   .faults = {{.function = "GetStringUTFChars", .thrown = out_of_memory(no_name), .nth = 1},
-                              {.function = "GetStringUTFChars", .thrown = out_of_memory(no_name), .nth = 2}}});
+    state(native,
+          {.family = family,
+           .invoke =
+               [=] {
+                   return call(function, message, jvm().string("name", "cost"), jvm().string("value", "twelve"), -2,
+                               nullptr);
+               },
+           .lines = {get_name, get_value, library_line(library, "\"twelve\""), "ReleaseStringUTFChars(name)",
+                     "ReleaseStringUTFChars(value)"},
+           .reports = library,
+           .order = order,
+           .faults = {{.function = "GetStringUTFChars",
+                       .thrown = out_of_memory(no_name),
+                       .lines = Lines{get_name, throw_new_line(no_name)},
+                       .nth = 1},
+                      {.function = "GetStringUTFChars",
+                       .thrown = out_of_memory(no_name),
+                       .lines = Lines{get_name, get_value, "ReleaseStringUTFChars(name)", throw_new_line(no_name)},
+                       .nth = 2}}});
     row(native, family, "conversion_that_fails_releases_what_was_got", RowKind::failure, [=] {
         for (int nth : {1, 2}) {
             fresh();

@@ -428,6 +428,16 @@ void state_credentials(const Native& native, void (*function)(JNIEnv*, jclass, j
         const Ran ran = call(function, nullptr, 0, jvm().bytes("two", second), 6);
         expect(ran, {"", out_of_memory(no_service), {throw_new_line(no_service)}});
     });
+    row(native, credentials, "blocks_are_wiped_before_they_are_freed", RowKind::failure, [=] {
+        for (quorl_status status : {QUORL_OK, QUORL_USERPASS_MISMATCH}) {
+            library.function->status = status;
+            heap().want_wiped_blocks();
+            EXPECT_EQ(invoke().lines[2], lines[2]) << "the library sees them whole";
+        }
+        heap().fail(2);
+        heap().want_wiped_blocks();
+        EXPECT_EQ(invoke().thrown, out_of_memory(no_service));
+    });
     row(native, credentials, "blocks_are_freed_before_the_status_is_thrown", RowKind::failure, [=] {
         library.function->status = QUORL_USERPASS_MISMATCH;
         const Lines all = invoke().all;

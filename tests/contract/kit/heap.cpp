@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "kit/journal.h"
 
@@ -56,6 +57,7 @@ void Heap::begin() {
     asked_ = 0;
     fail_at_ = armed_;
     armed_ = 0;
+    wiped_ = std::exchange(armed_wiped_, false);
 }
 
 void Heap::fail(int nth) {
@@ -142,6 +144,10 @@ void Heap::release(void* block) {
         return;
     }
     if (!guard_is_whole(block, size)) report_overrun(size);
+    const char* const content = static_cast<const char*>(block);
+    if (wiped_ && !std::all_of(content, content + size, [](char byte) { return byte == 0; })) {
+        violation("a block of " + std::to_string(size) + " bytes is freed with its content");
+    }
     journal().add(LineKind::heap, "free(" + std::to_string(size) + ")");
     std::free(block);
 }

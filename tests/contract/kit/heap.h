@@ -29,6 +29,8 @@ class Heap {
     std::vector<size_t> held_sizes() const;
     // Reports every held block that was written to past its end. A sanitizer sees the access itself, and has no need of it.
     void check() const;
+    // In the next call a block that is freed with anything but zeros in it is reported.
+    void want_wiped_blocks() { armed_wiped_ = true; }
 
     void* allocate(size_t size, bool zeroed);
     void release(void* block);
@@ -46,6 +48,8 @@ class Heap {
     int asked_ = 0;
     int armed_ = 0;
     int fail_at_ = 0;
+    bool armed_wiped_ = false;
+    bool wiped_ = false;
 };
 
 Heap& heap();
