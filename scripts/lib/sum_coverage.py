@@ -11,9 +11,10 @@ def main():
     for report in reports:
         for text in open(report):
             for file in json.loads(text)["files"]:
-                name = file["file"].lstrip("./")
-                if not name.startswith(folder):
+                _, found, rest = file["file"].rpartition(folder)
+                if not found:
                     continue
+                name = folder + rest
                 for line in file["lines"]:
                     place = (name, line["line_number"])
                     lines[place] = lines.get(place, 0) + line["count"]

@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
-"""Proves that the contract suite notices a changed bridge: it flips one thing at a time in javanew/ and runs the suite.
+"""Proves that the contract suite notices a changed bridge: flips one thing at a time in javanew/ and runs the suite.
 
-Usage: tests/contract/mutate.py [--count N] [--seed S] [--preset release] [--jobs N] [--list-survivors FILE]
+A mutant changes one argument, order, text, status, constant, comparison, width or call of the bridge's sources and headers.
+Those that do not compile are discarded and others are drawn. A mutant is killed when the suite fails, crashes or hangs on it.
+Survivors that no caller can tell from the original stand with a reason in mutants-equivalent.txt and do not count. Exits
+with 1 when fewer than 98 % are killed.
 
-A mutant changes one argument, order, text, status, constant, comparison or call of the bridge's sources. Mutants that do
-not compile are discarded and another is drawn. A mutant is killed when the suite fails, crashes or hangs on it. Survivors
-that no caller can tell from the original stand with a reason in mutants-equivalent.txt and do not count. Exits with 1 when
-fewer than 98 % are killed."""
+The build's tests run 15 mutants; tests/contract/mutate.py runs 400, and --count 0 all that there are.
+"""
 import argparse
 import concurrent.futures
 import os
@@ -19,9 +20,10 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+SOURCES = ROOT / "javanew"
 EQUIVALENT = pathlib.Path(__file__).with_name("mutants-equivalent.txt")
 REQUIRED = 0.98
-RUN_LIMIT = 120  # seconds for one run of the suite
+RUN_LIMIT = 60  # seconds for one run of the suite
 
 STATUSES = ["QUORL_OK", "QUORL_NO_MEMORY", "QUORL_TIMEOUT", "QUORL_NOT_FOUND", "QUORL_INVALID_ARG"]
 # A library function and another one that takes the same arguments.
@@ -29,6 +31,10 @@ TWINS = [("_Add", "_Update"), ("SendSubject", "ReplySubject"), ("AddListener(", 
          ("AllowListener", "DisallowListener"), ("ConnectToRelayAgent", "DisconnectFromRelayAgent"),
          ("MarkReferences", "ClearReferences"), ("I32", "U32"), ("I16", "U16"), ("I64", "U64"), ("I8", "U8"),
          ("F32", "F64"), ("Opaque", "Xml"), ("GetPriority", "GetCount"), ("IPPort16", "U16")]
+WIDTHS = {"quorl_u8": "quorl_i8", "quorl_u16": "quorl_u8", "quorl_u32": "quorl_u16", "quorl_u64": "quorl_u32",
+          "jint": "jshort", "uintptr_t": "uint32_t"}
+# Two frees in a row may change places, and so may a free and a throw: no caller sees when memory is given back.
+FREES = re.compile(r"(std::free|freeText|freeCredential|freeParameter|leaveBehind)\(")
 COMPARISONS = [("==", "!="), ("!=", "=="), (" < ", " <= "), (" > ", " >= "), ("&&", "||"), ("||", "&&")]
 
 
@@ -70,6 +76,9 @@ def candidates(path):
                 for old, new in ((one, two), (two, one)):
                     if old in match.group(0) and new != match.group(0):
                         found.append((start + match.start(), match.group(0), match.group(0).replace(old, new, 1), "twin"))
+        for match in re.finditer(r"static_cast<(\w+)>", strings_out):
+            if match.group(1) in WIDTHS:
+                found.append((start + match.start(1), match.group(1), WIDTHS[match.group(1)], "width"))
         for match in re.finditer(r"\b(true|false|QUORL_TRUE|QUORL_FALSE|nullptr)\b", strings_out):
             new = {"true": "false", "false": "true", "QUORL_TRUE": "QUORL_FALSE", "QUORL_FALSE": "QUORL_TRUE",
                    "nullptr": None}[match.group(1)]
@@ -77,7 +86,7 @@ def candidates(path):
                 found.append((start + match.start(), match.group(1), new, "constant"))
         # Two neighbouring simple arguments change places.
         for match in re.finditer(r"(?<=[(,])(\s*)(&?[\w.>-]+),(\s*)(&?[\w.>-]+)(?=[,)])", strings_out):
-            if bare.endswith(";") or "return" in bare:
+            if match.group(2) != match.group(4) and (bare.endswith(";") or "return" in bare):
                 found.append((start + match.start(), match.group(0),
                               f"{match.group(1)}{match.group(4)},{match.group(3)}{match.group(2)}", "argument order"))
         # A statement that stands alone on its line goes away, or changes places with the next one.
@@ -86,69 +95,98 @@ def candidates(path):
             found.append((start, text[start:offset], "\n", "call left out"))
             if number + 1 < len(lines):
                 following = lines[number + 1]
-                if following.strip().endswith(";") and following.count("(") == following.count(")"):
+                complete = following.strip().endswith(";") and following.count("(") == following.count(")")
+                either = [bare, following.strip()]
+                unseen = any(map(FREES.match, either)) and all(re.match(f"{FREES.pattern}|throw", one) for one in either)
+                if complete and not unseen:
                     both = text[start:offset + len(following)]
                     swapped = text[offset:offset + len(following)] + text[start:offset]
                     found.append((start, both, swapped, "order"))
     return text, found
 
 
-def commands_of(build, target):
-    output = subprocess.run(["ninja", "-C", build, "-t", "commands", target], capture_output=True, text=True, check=True)
-    return output.stdout.splitlines()
-
-
 class Bench:
-    """The commands that compile one bridge source and link the suite with it."""
+    """Compiles a mutated source with a plain command line and links the suite with it and objects that exist already."""
 
     def __init__(self, build):
         self.build = build
-        commands = commands_of(build, "contract")
-        self.compile = {}
-        self.rename = {}  # the step that puts the kit's heap and locks under an object
+        listed = subprocess.run(["ninja", "-C", build, "-t", "commands", "contract"], capture_output=True, text=True,
+                                check=True)
+        commands = listed.stdout.splitlines()
+        self.objects = {}  # of the unchanged sources, with the kit's heap and locks under them
         for command in commands:
-            match = re.search(r" -c (\S+/javanew/(\w+\.cpp))$", command.strip())
-            if match:
-                self.compile[match.group(2)] = command
-            match = re.search(r"(\S*objcopy .*) (\S+) (\S+/bridge/(\w+\.cpp)\.o)$", command.strip())
-            if match:
-                self.rename[match.group(4)] = (match.group(1), match.group(3))
-        self.link = commands[-1]
-        if "bin/contract" not in self.link:
-            raise SystemExit("mutate: cannot find the link command of the contract suite")
+            source = re.search(r" -c (\S+/javanew/(\w+\.cpp))$", command.strip())
+            if source:
+                words = shlex.split(command)
+                places = [f"-I{words[i + 1]}" for i, word in enumerate(words) if word == "-isystem"]
+                self.compile = [words[0], "-std=c++20", "-O0", "-g0", "-w", "-fPIC", *places,
+                                *(word for word in words if word.startswith("-I"))]
+            renamed = re.search(r"(\S*objcopy .*) (\S+) (\S+/bridge/(\w+\.cpp)\.o)$", command.strip())
+            if renamed:
+                self.rename, self.objects[renamed.group(4)] = shlex.split(renamed.group(1)), renamed.group(3)
+        words = shlex.split(commands[-1])
+        if "bin/contract" not in words or not self.objects:
+            raise SystemExit("mutate: cannot find the commands that make the contract suite")
+        kit = [word for word in words if word.endswith(".o") and "/bridge/" not in word]
+        self.libraries = [word for word in words if word.startswith("-l") or re.search(r"\.(a|so)\b", word)]
+        self.folder = tempfile.TemporaryDirectory(prefix="quorl-mutants-")
+        # The kit and the rows in one object without debug information: the link is what takes the time.
+        self.kit = f"{self.folder.name}/kit.o"
+        subprocess.run(["ld", "-r", "-S", "-o", self.kit, *kit], cwd=build, check=True)
+        includes = {path.name: re.findall(r'#include "(\w+\.h)"', path.read_text()) for path in SOURCES.iterdir()
+                    if path.suffix in (".h", ".cpp")}
+        self.users = {}  # header -> the sources that see it
+        for source in self.objects:
+            seen, waiting = set(), [source]
+            while waiting:
+                name = waiting.pop()
+                if name not in seen:
+                    seen.add(name)
+                    waiting += includes.get(name, [])
+            for name in seen:
+                self.users.setdefault(name, []).append(source)
+
+    def make(self, scratch, changed, text, *options):
+        """Links the suite with the changed file in place of the original. False when it does not compile. options: more of the
+        compiler's, for the sources that see the file and for the link."""
+        for path in SOURCES.iterdir():
+            if path.name != changed:
+                pathlib.Path(scratch, path.name).symlink_to(path)
+        pathlib.Path(scratch, changed).write_text(text)
+        sources = self.users[changed]
+        compiled = subprocess.run([*self.compile, *options, "-c", *(f"{scratch}/{source}" for source in sources)],
+                                  cwd=scratch, capture_output=True, check=False)
+        if compiled.returncode != 0:
+            return False
+        objects = dict(self.objects)
+        for source in sources:
+            objects[source] = f"{scratch}/{pathlib.Path(source).stem}.o"
+            subprocess.run([*self.rename, objects[source]], check=True)
+        linked = subprocess.run([self.compile[0], *options, "-o", f"{scratch}/contract", *objects.values(), self.kit,
+                                 *self.libraries], cwd=self.build, capture_output=True, check=False)
+        return linked.returncode == 0
 
     def try_mutant(self, mutant):
         """'killed', 'survived' or 'stillborn'."""
         path, text, (offset, old, new, _) = mutant
-        with tempfile.TemporaryDirectory(prefix="quorl-mutant-") as scratch:
-            source = pathlib.Path(scratch, path.name)
-            source.write_text(text[:offset] + new + text[offset + len(old):])
-            compiled, program = f"{scratch}/mutant.o", f"{scratch}/contract"
-            arguments = shlex.split(self.compile[path.name])
-            rename, watched = self.rename[path.name]
-            original = os.path.relpath(watched, self.build)
-            arguments = [a for a in arguments if a != "-Werror"]
-            arguments[arguments.index("-o") + 1] = compiled
-            arguments[arguments.index("-c") + 1] = str(source)
-            for flag, steps in (("-MF", 2), ("-MT", 2), ("-MD", 1)):
-                if flag in arguments:
-                    at = arguments.index(flag)
-                    del arguments[at:at + steps]
-            arguments[1:1] = ["-w", f"-I{path.parent}"]
-            arguments += ["-O0", "-g0"]
-            if subprocess.run(arguments, cwd=self.build, capture_output=True, check=False).returncode != 0:
-                return "stillborn"
-            subprocess.run(shlex.split(rename) + [compiled], check=True)
-            link = self.link.replace(" " + original + " ", " " + compiled + " ")
-            link = re.sub(r"-o bin/contract\b", f"-o {shlex.quote(program)}", link)
-            if subprocess.run(["sh", "-c", link], cwd=self.build, capture_output=True, check=False).returncode != 0:
+        with tempfile.TemporaryDirectory(dir=self.folder.name) as scratch:
+            if not self.make(scratch, path.name, text[:offset] + new + text[offset + len(old):]):
                 return "stillborn"
             try:
-                run = subprocess.run([program, "--gtest_fail_fast", "--gtest_brief=1"], cwd=scratch,
+                run = subprocess.run([f"{scratch}/contract", "--gtest_fail_fast", "--gtest_brief=1"], cwd=scratch,
                                      capture_output=True, timeout=RUN_LIMIT, check=False)
             except subprocess.TimeoutExpired:
                 return "killed"
             return "survived" if run.returncode == 0 else "killed"
+
+    def check_original(self):
+        with tempfile.TemporaryDirectory(dir=self.folder.name) as scratch:
+            original = SOURCES / "native.h"
+            if not self.make(scratch, original.name, original.read_text()):
+                raise SystemExit("mutate: the unchanged bridge does not compile")
+            run = subprocess.run([f"{scratch}/contract", "--gtest_brief=1"], cwd=scratch, capture_output=True, check=False)
+            if run.returncode != 0:
+                raise SystemExit("mutate: the suite fails on the unchanged bridge")
 
 
 def whole_lines(text, offset, length):
@@ -176,21 +214,11 @@ def known_equivalent():
     return reasons
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--count", type=int, default=200)
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--preset", default="release")
-    parser.add_argument("--jobs", type=int, default=os.cpu_count())
-    parser.add_argument("--list-survivors", metavar="FILE")
-    options = parser.parse_args()
-
-    subprocess.run(["cmake", "--build", "--preset", options.preset, "--target", "contract"], cwd=ROOT, check=True,
-                   stdout=subprocess.DEVNULL)
-    bench = Bench(ROOT / "build" / options.preset)
-    chooser = random.Random(options.seed)
+def draw(seed):
+    """All mutants in the order in which they are tried."""
+    chooser = random.Random(seed)
     by_kind = {}
-    for path in sorted((ROOT / "javanew").glob("*.cpp")):
+    for path in sorted([*SOURCES.glob("*.cpp"), *SOURCES.glob("*.h")]):
         text, found = candidates(path)
         for change in found:
             by_kind.setdefault(change[3], []).append((path, text, change))
@@ -202,33 +230,56 @@ def main():
         for kind in sorted(by_kind):
             if by_kind[kind]:
                 drawn.append(by_kind[kind].pop())
+    return drawn
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--count", type=int, default=400, help="how many mutants to try; 0 for all (400)")
+    parser.add_argument("--seed", type=int, default=1, help="which ones, and in which order (1)")
+    parser.add_argument("--build", metavar="DIR", help="a finished build to use; otherwise the release preset is built first")
+    parser.add_argument("--jobs", type=int, default=min(2, os.cpu_count()), help="how many at a time (2)")
+    parser.add_argument("--list-survivors", metavar="FILE", help="one line for each, in the format of the equivalents")
+    options = parser.parse_args()
+
+    os.nice(10)
+    if not options.build:
+        subprocess.run(["cmake", "--build", "--preset", "release", "--target", "contract"], cwd=ROOT, check=True,
+                       stdout=subprocess.DEVNULL)
+    bench = Bench(pathlib.Path(options.build or ROOT / "build" / "release").resolve())
+    bench.check_original()
+    drawn = draw(options.seed)
+    wanted = options.count or len(drawn)
 
     reasons = known_equivalent()
-    killed, survivors, excused, tried = 0, [], [], 0
+    outcomes = {"killed": 0, "stillborn": 0}
+    survivors, excused = [], []
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
         position = 0
-        while killed + len(survivors) < options.count and position < len(drawn):
-            step = drawn[position:position + options.jobs * 4]
+        while outcomes["killed"] + len(survivors) < wanted and position < len(drawn):
+            step = drawn[position:position + min(options.jobs * 4, wanted - outcomes["killed"] - len(survivors))]
             position += len(step)
             for mutant, outcome in zip(step, pool.map(bench.try_mutant, step)):
-                if outcome == "stillborn":
+                if outcome != "survived":
+                    outcomes[outcome] += 1
                     continue
-                tried += 1
                 name = describe(mutant)
-                if outcome == "killed":
-                    killed += 1
-                elif name in reasons:
+                if name in reasons:
                     excused.append(name)
                 else:
-                    survivors.append((mutant[2][3], name))
+                    survivors.append(name)
                     print(f"survived ({mutant[2][3]}): {name}", flush=True)
+            if sys.stderr.isatty():
+                print(f"{outcomes['killed'] + len(survivors)} of {wanted}", end="\r", file=sys.stderr, flush=True)
+    killed = outcomes["killed"]
     counted = killed + len(survivors)
     share = killed / counted if counted else 0.0
-    print(f"seed {options.seed}: {counted} mutants, {killed} killed ({share:.1%}), {len(survivors)} survived, "
-          f"{len(excused)} more cannot be told from the original")
+    print(f"seed {options.seed}: {counted} mutants, {killed} killed ({share:.1%}), {len(survivors)} survived; "
+          f"{len(excused)} more cannot be told from the original, {outcomes['stillborn']} did not compile")
     if options.list_survivors:
-        pathlib.Path(options.list_survivors).write_text("".join(f"{name}\n" for _, name in survivors))
+        pathlib.Path(options.list_survivors).write_text("".join(f"{name}\n" for name in survivors))
     return 0 if counted and share >= REQUIRED else 1
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())
