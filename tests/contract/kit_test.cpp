@@ -248,7 +248,8 @@ TEST_F(Kit, reports_arguments_of_another_kind) {
                     "given longs, an array of another kind");
     expect_reported([&](JNIEnv* env) { env->Throw(static_cast<jthrowable>(jvm().object("object", "[B"))); },
                     "which is no exception");
-    expect_reported([](JNIEnv* env) { env->NewObject(jvm().klass(klass), nullptr, 1); }, "no constructor");
+    const jclass made_of = jvm().klass(klass);
+    expect_reported([&](JNIEnv* env) { env->NewObject(made_of, nullptr, 1); }, "no constructor");
 }
 
 // ---- the heap ----
