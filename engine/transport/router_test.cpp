@@ -1,0 +1,171 @@
+#include "transport/router.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "event/queue.h"
+#include "transport/local.h"
+
+namespace quorl::transport {
+namespace {
+
+// Listeners with a queue of their own each, so that its count tells how often they were reached.
+struct Ear {
+    explicit Ear(const std::string& pattern) {
+        EXPECT_TRUE(queue.ring.prepare());
+        event::setThresholds(queue);
+        listener.subject = pattern;
+        listener.queue = &queue;
+    }
+    uint64_t heard() const { return queue.ring.backCount(); }
+    event::Queue queue;
+    Listener listener;
+};
+
+class RouterTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        thread = threadState();
+        ASSERT_NE(thread, nullptr);
+    }
+    quorl_status route(Router& to, const std::string& subject) {
+        quorlMsg message = nullptr;
+        EXPECT_EQ(quorlMsg_Create(&message), QUORL_OK);
+        message::ContentRef plain;
+        message::ContentRef content;
+        EXPECT_EQ(message::snapshot(message, &plain), QUORL_OK);
+        EXPECT_EQ(message::withSubjects(plain, subject, {}, &content), QUORL_OK);
+        EXPECT_EQ(quorlMsg_Destroy(message), QUORL_OK);
+        Section section(*thread);
+        return to.route(*thread, std::move(content));
+    }
+    ThreadState* thread = nullptr;
+    Router router;
+};
+
+TEST_F(RouterTest, reachesWhatMatchesAsOftenAsItIsSent) {
+    Ear exact("a.b");
+    Ear wild("a.*");
+    Ear other("a.c");
+    for (Ear* ear : {&exact, &wild, &other}) router.add(ear->listener);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(route(router, "a.b"), QUORL_OK);
+    EXPECT_EQ(exact.heard(), 3u);
+    EXPECT_EQ(wild.heard(), 3u);
+    EXPECT_EQ(other.heard(), 0u);
+}
+
+// What a thread remembers of a subject ends with any change of the listeners.
+TEST_F(RouterTest, forgetsWithEveryChange) {
+    Ear first("a");
+    Ear second("a");
+    router.add(first.listener);
+    EXPECT_EQ(route(router, "a"), QUORL_OK);
+    router.add(second.listener);
+    EXPECT_EQ(route(router, "a"), QUORL_OK);
+    router.remove(first.listener);
+    EXPECT_EQ(route(router, "a"), QUORL_OK);
+    router.remove(second.listener);
+    EXPECT_EQ(route(router, "a"), QUORL_OK);
+    EXPECT_EQ(first.heard(), 2u);
+    EXPECT_EQ(second.heard(), 2u);
+}
+
+// Nor is it taken for what another router has.
+TEST_F(RouterTest, isApartFromOthers) {
+    Ear here("a");
+    Ear there("a");
+    router.add(here.listener);
+    {
+        Router other;
+        other.add(there.listener);
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(route(router, "a"), QUORL_OK);
+            EXPECT_EQ(route(other, "a"), QUORL_OK);
+        }
+    }
+    Router later;
+    EXPECT_EQ(route(later, "a"), QUORL_OK);
+    EXPECT_EQ(here.heard(), 2u);
+    EXPECT_EQ(there.heard(), 2u);
+}
+
+TEST_F(RouterTest, reachesAnyNumber) {
+    for (const size_t count : {4u, 5u, 300u, 1500u}) {
+        Router many;
+        std::vector<std::unique_ptr<Ear>> ears;
+        for (size_t i = 0; i < count; ++i) {
+            ears.push_back(std::make_unique<Ear>(i % 2 == 0 ? "x.y" : "x.>"));
+            many.add(ears.back()->listener);
+        }
+        for (int i = 0; i < 2; ++i) EXPECT_EQ(route(many, "x.y"), QUORL_OK);
+        for (const auto& ear : ears) ASSERT_EQ(ear->heard(), 2u);
+    }
+}
+
+TEST_F(RouterTest, takesLongSubjectsToo) {
+    const std::string subject = std::string(120, 'a') + "." + std::string(133, 'b');
+    Ear ear(subject);
+    router.add(ear.listener);
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(route(router, subject), QUORL_OK);
+    EXPECT_EQ(ear.heard(), 2u);
+}
+
+TEST_F(RouterTest, keepsTheSystemsSubjectsApart) {
+    Ear all(">");
+    Ear system("_QUORL.>");
+    router.add(all.listener);
+    router.add(system.listener);
+    EXPECT_EQ(route(router, "_QUORL.x.y"), QUORL_OK);
+    EXPECT_EQ(route(router, "x.y"), QUORL_OK);
+    EXPECT_EQ(all.heard(), 1u);
+    EXPECT_EQ(system.heard(), 1u);
+    EXPECT_EQ(route(router, "_x.y"), QUORL_INVALID_SUBJECT);
+    EXPECT_EQ(route(router, "x.*"), QUORL_INVALID_SUBJECT);
+    EXPECT_EQ(route(router, ""), QUORL_INVALID_SUBJECT);
+}
+
+TEST_F(RouterTest, givesAnInboxToItsListenersAndTheFirstToItsRequest) {
+    Ear ear("_INBOX.0123.1");
+    router.add(ear.listener);
+    Request request(*thread);
+    request.inbox = "_INBOX.0123.1";
+    router.add(request);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(route(router, "_INBOX.0123.1"), QUORL_OK);
+    EXPECT_EQ(ear.heard(), 3u);
+    EXPECT_TRUE(request.reply);
+    EXPECT_EQ(thread->reply.load(), Request::replied);
+    router.remove(request);
+    router.remove(ear.listener);
+    EXPECT_EQ(route(router, "_INBOX.0123.1"), QUORL_OK);
+    EXPECT_EQ(ear.heard(), 3u);
+}
+
+TEST(Local, knowsWhatStaysInTheProcess) {
+    for (const char* subject :
+         {"_QUORL.INFO.a.b", "_QUORL.WARN.a.b", "_QUORL.ERROR.x", "_QUORL.STATS", "_QUORL.LASTERROR", "_QUORL.INFO"})
+        EXPECT_TRUE(local::staysHere(subject)) << subject;
+    for (const char* subject : {"_QUORL.INFORM.a", "_QUORL.CM.x", "_QUORL", "_INBOX.a", "a.INFO", "", "_QUORL.info.a"})
+        EXPECT_FALSE(local::staysHere(subject)) << subject;
+    const struct {
+        const char* pattern;
+        bool carrier;
+        bool here;
+    } rows[] = {{"_QUORL.>", true, true},
+                {"_QUORL.*.a.b", true, true},
+                {"_QUORL.WARN.>", false, true},
+                {"_QUORL.INFO.a", false, true},
+                {"_QUORL.CM.>", true, false},
+                {"a.>", true, false},
+                {">", true, false},
+                {"_INBOX.a.1", true, false}};
+    for (const auto& row : rows) {
+        const auto [carrier, here] = local::sourcesOf(row.pattern);
+        EXPECT_EQ(carrier, row.carrier) << row.pattern;
+        EXPECT_EQ(here, row.here) << row.pattern;
+    }
+}
+
+}  // namespace
+}  // namespace quorl::transport
