@@ -15,10 +15,8 @@ quorl_status appendGenerally(quorlMsg message, const char* name, uint16_t id, ui
     struct Words {
         uint64_t first, second;
     };
-    const auto* from = static_cast<const uint8_t*>(data);
-    if (__builtin_constant_p(bytes)) {
-        std::memcpy(to, data, bytes);
-    } else if (bytes >= sizeof(Words) && bytes <= 2 * sizeof(Words)) {
+    if (!__builtin_constant_p(bytes) && bytes >= sizeof(Words) && bytes <= 2 * sizeof(Words)) {
+        const auto* from = static_cast<const uint8_t*>(data);
         const auto head = wire::load<Words>(from);
         const auto rest = wire::load<Words>(from + bytes - sizeof(Words));
         wire::store(to, head);

@@ -48,7 +48,8 @@ struct ShortText {
 #if QUORL_READ_AHEAD
         // A read that stays in the page of the text's first byte meets nothing that is not there.
         constexpr uintptr_t page = 4096;
-        if (reinterpret_cast<uintptr_t>(text) % page > page - 2 * wordSize) return false;
+        constexpr uintptr_t read = uintptr_t{2} * wordSize;
+        if (reinterpret_cast<uintptr_t>(text) % page > page - read) return false;
         const char* const from = text;
 #else
         char from[2 * wordSize] = {};

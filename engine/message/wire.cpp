@@ -81,8 +81,8 @@ struct SimpleInfo {
 
 constexpr std::array<SimpleInfo, headTypeMask + 1> simpleTable = [] {
     std::array<SimpleInfo, headTypeMask + 1> table{};
-    for (uint8_t type = 0; type < table.size(); ++type) {
-        const TypeInfo& info = typeInfo(type);
+    for (unsigned type = 0; type < table.size(); ++type) {
+        const TypeInfo& info = typeInfo(static_cast<uint8_t>(type));
         SimpleInfo& row = table[type];
         row.kind = Simple::no;
         row.size = info.wireSize;
