@@ -205,6 +205,8 @@ void state_subject_bytes(const Native& native, jint (*function)(JNIEnv*, jclass,
         expect(read("plant.temp", 10),
                {"10", "", {mark, get, "SetByteArrayRegion(subject, 0, 10, \"plant.temp\")", clear}});
         expect(read("", 0), {"0", "", {mark, get, "SetByteArrayRegion(subject, 0, 0, nothing)", clear}});
+        const std::string endless(70'000, 's');
+        EXPECT_EQ(read(endless.c_str(), endless.size()).result, "70000");
     });
     row(native, family, "short_array_gives_0_and_leaves_the_bounds_exception", RowKind::failure, [=] {
         expect(read("plant.temp", 9),

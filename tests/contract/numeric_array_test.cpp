@@ -198,6 +198,7 @@ void state_setter_rows(const Numbers<Java, Library>* type, const Native& native,
         expect(with(type->java_array(type->written), 0), {"", "", course("[]", "0")});
         expect(with(type->java_array(type->written), 1), {"", "", course(array(type->passed.data(), 1), "1")});
         expect(with(type->java_array({}), 0), {"", "", course("[]", "0")});
+        expect(with(type->empty_array(70'000), 70'000), {"", "", course("unread", "70000")});
     });
     if (type->crosses_directly) {
         row(native, family, "negative_count_reaches_the_library_unchanged", RowKind::failure, [=] {

@@ -47,6 +47,10 @@ void state_limit_getter(const Native& native, jint (*function)(JNIEnv*, jclass, 
                     {"quorlQueue_GetLimitPolicy(6, &, &, &)", new_exception_line(status), throw_line}});
         }
     });
+    row(native, family, "failure_that_writes_nothing_gives_0", RowKind::failure, [=] {
+        when<&quorlQueue_GetLimitPolicy>().status = QUORL_INVALID_QUEUE;
+        EXPECT_EQ(call(function, 6).result, "0");
+    });
 }
 
 // The object that a callback leaves is Java's own: a global reference to the object that created the event.
@@ -285,6 +289,10 @@ void state_queues_themselves() {
                              },
                          .result = "-2023406808",
                          .lines = {"quorlQueue_GetPriority(4, &)"}});
+    row(get_priority, family, "failure_that_writes_nothing_gives_0", RowKind::failure, [] {
+        when<&quorlQueue_GetPriority>().status = QUORL_INVALID_QUEUE;
+        EXPECT_EQ(call(&Java_com_vesma_quorl_QuorlQueue_quorlQueue_1GetPriority, 4).result, "0");
+    });
     row(get_priority, family, "throws_every_status_and_gives_what_was_written", RowKind::failure, [] {
         for (int status : failing_statuses()) {
             fresh();
