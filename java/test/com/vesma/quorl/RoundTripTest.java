@@ -99,7 +99,7 @@ class RoundTripTest extends OpenLibrary {
     }
 
     private static Branch branch(Random random, int depth) {
-        Branch inner = depth < 4 ? branch(random, depth + 1) : null;
+        Branch inner = depth < 3 ? branch(random, depth + 1) : null;
         return new Branch(random.nextInt(), orNull(random, leaf(random)), orNull(random, inner), orNull(random, leaves(random)),
                 random.nextBoolean() ? Optional.empty() : Optional.ofNullable(inner));
     }
