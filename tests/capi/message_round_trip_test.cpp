@@ -157,7 +157,7 @@ template <class T>
 quorl_status addArray(quorl_status (*add)(quorlMsg, const char*, const T*, quorl_u32, quorl_u16), quorlMsg message,
                       const Sample& sample) {
     std::vector<T> array(sample.bytes.size() / sizeof(T));
-    std::memcpy(array.data(), sample.bytes.data(), sample.bytes.size());
+    if (!array.empty()) std::memcpy(array.data(), sample.bytes.data(), sample.bytes.size());
     return add(message, sample.givenName(), array.data(), static_cast<quorl_u32>(array.size()), sample.id);
 }
 
