@@ -150,30 +150,13 @@ bool severalProcessors() noexcept {
     return several;
 }
 
-// Nanoseconds between events on average below which a stream is rapid, and for which its dispatcher then looks away.
-constexpr int64_t rapidGap = 400;
-constexpr int64_t gatherTime = 1000;
-
 bool spinForEvent(Queue& queue, uint64_t seen) noexcept {
     const uint32_t budget = queue.spin.load(std::memory_order_relaxed);
     if (budget == 0 || !severalProcessors()) return false;
     if (queue.spinners.exchange(1, std::memory_order_acquire) != 0) return false;
     const int64_t start = monotonicNow();
-    // A dispatcher that is faster than the sender would take each message out of the other processor's hands while that
-    // still works on it, which slows both down. It lets a few gather.
-    const auto arrived = static_cast<int64_t>(seen - queue.emptyAfter);
-    const bool rapid = start - queue.emptyAt < arrived * rapidGap;
-    queue.emptyAt = start;
-    queue.emptyAfter = seen;
     bool came = false;
     int64_t spent = 0;
-    if (rapid) {
-        while (spent < gatherTime) {
-            spinPause();
-            spent = monotonicNow() - start;
-        }
-        came = queue.ring.end(std::memory_order_relaxed) != seen;
-    }
     for (int pauses = 1; !came && spent < budget; pauses = std::min(pauses * 2, 16)) {
         for (int i = 0; i < pauses; ++i) spinPause();
         came = queue.ring.end(std::memory_order_relaxed) != seen;

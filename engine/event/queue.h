@@ -108,9 +108,7 @@ struct Queue : Record {
     // How long a thread that finds the queue empty spins before it sleeps, in nanoseconds: long while events come in quick
     // succession, nothing when they do not. A hint; any thread may write it.
     alignas(128) std::atomic<uint32_t> spin{0};
-    std::atomic<uint32_t> spinners{0};   // at most one thread spins, and owns the two below
-    int64_t emptyAt = 0;                 // when a spinning thread last found the queue empty
-    uint64_t emptyAfter = 0;             // and after how many entries
+    std::atomic<uint32_t> spinners{0};   // at most one thread spins
     std::atomic<uint32_t> signalled{0};  // signals so far; written under the back lock
     std::atomic<uint32_t> priority{1};
 
