@@ -266,6 +266,13 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
     // What comes next was written by another processor.
     if (message::Content* far = queue.ring.ahead(3)) message::prefetchFar(far);
     if (message::Content* near = queue.ring.ahead(0)) message::prefetchNear(near);
+    // And other events may be in nobody's cache.
+    if (const uint32_t far = queue.ring.eventAhead(5); far != 0 && far != entry.event)
+        prefetchToRead(registry::slotOf(far));
+    if (const uint32_t near = queue.ring.eventAhead(2); near != 0 && near != entry.event) {
+        if (Record* record = registry::slotOf(near)->record.load(std::memory_order_relaxed))
+            prefetchToTake(*static_cast<Event*>(record));
+    }
     ++event->front.taken;
     ++front.taken;
     uint64_t removed = front.removed.load(std::memory_order_relaxed) + 1;

@@ -65,6 +65,11 @@ class Ring {
         const uint32_t position = frontPosition_ + ahead;
         return knownEnd_ - begin_ > ahead && position < chunkSize ? frontChunk_->entries[position].content : nullptr;
     }
+    // The same for its event; 0 when it is not known.
+    uint32_t eventAhead(uint32_t ahead) const noexcept {
+        const uint32_t position = frontPosition_ + ahead;
+        return knownEnd_ - begin_ > ahead && position < chunkSize ? frontChunk_->entries[position].event : 0;
+    }
     // Entries ever taken.
     uint64_t begin() const noexcept { return begin_; }
 
