@@ -33,6 +33,8 @@ class NatsServer {
 
     // Starts it, at the port that it had before. False: it did not come up.
     bool start();
+    // From the next start on.
+    void reconfigure(std::string settings) { settings_ = std::move(settings); }
     // As kill -9 does.
     void kill();
     void signal(int number) const;
@@ -47,7 +49,7 @@ class NatsServer {
 
   private:
     Directory directory_;
-    const std::string settings_;
+    std::string settings_;
     pid_t process_ = -1;
     int port_ = -1;
 };

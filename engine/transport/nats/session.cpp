@@ -102,7 +102,8 @@ quorl_status Session::connect(const Request& request) noexcept {
         if (status == NATS_OK) status = outcome;
     };
     set(natsOptions_SetName(made, request.name.c_str()));
-    set(natsOptions_SetTimeout(made, std::max<int64_t>(request.timeout / 1'000'000, 1)));
+    // It holds for connecting and once more for the greetings.
+    set(natsOptions_SetTimeout(made, std::max<int64_t>(request.timeout / 2'000'000, 1)));
     set(natsOptions_SetAllowReconnect(made, false));
     set(natsOptions_SetIgnoreDiscoveredServers(made, false));
     set(natsOptions_SetPingInterval(made, 0));
@@ -145,7 +146,8 @@ quorl_status Session::connect(const Request& request) noexcept {
                                              : "a user name with a password, or a certificate, is demanded";
             break;
         case NATS_SECURE_CONNECTION_REQUIRED:
-            why = "the daemon demands TLS (tls://)";
+        case NATS_SSL_ERROR:
+            why = request.server.tls ? lastWords(status) : "the daemon demands TLS (tls://)";
             break;
         case NATS_SECURE_CONNECTION_WANTED:
             why = "the daemon offers no TLS";

@@ -1,0 +1,305 @@
+// Daemons that do not keep to their protocol, and other clients of a daemon that send what no transport of ours does.
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <random>
+
+#include "support.h"
+
+namespace quorltest {
+namespace {
+
+long residentBytes() {
+    std::ifstream file("/proc/self/statm");
+    long total = 0;
+    long resident = 0;
+    file >> total >> resident;
+    return resident * 4096;
+}
+
+int connectTo(int port) {
+    const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(client, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return client;
+}
+
+void sendAll(int socket, const std::string& bytes) {
+    size_t sent = 0;
+    while (sent < bytes.size()) {
+        const ssize_t count = send(socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        if (count <= 0) return;
+        sent += static_cast<size_t>(count);
+    }
+}
+
+// Listens on a free port, and hands each connection to a function on a thread of its own, until it goes.
+class Impostor {
+  public:
+    explicit Impostor(std::function<void(int)> behave) : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(::listen(listener_, 16), 0);
+        socklen_t size = sizeof address;
+        EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size), 0);
+        port_ = ntohs(address.sin_port);
+        thread_ = std::thread([this, behave = std::move(behave)] {
+            for (;;) {
+                const int client = accept(listener_, nullptr, nullptr);
+                if (client < 0) return;
+                behave(client);
+                // Kept open until the other side ends it: an impostor may say nothing, and stay.
+                char bytes[4096];
+                pollfd waited{client, POLLIN, 0};
+                while (!over_ && (poll(&waited, 1, 20) == 0 || recv(client, bytes, sizeof bytes, 0) > 0)) {
+                }
+                close(client);
+            }
+        });
+    }
+    ~Impostor() {
+        over_ = true;
+        shutdown(listener_, SHUT_RDWR);
+        thread_.join();
+        close(listener_);
+    }
+    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
+
+  private:
+    const int listener_;
+    int port_ = 0;
+    std::atomic<bool> over_{false};
+    std::thread thread_;
+};
+
+constexpr const char* greeting =
+    "INFO {\"server_id\":\"x\",\"version\":\"2.9.10\",\"proto\":1,\"host\":\"127.0.0.1\",\"port\":4222,"
+    "\"max_payload\":1048576}\r\n";
+
+class Hostile : public Open {
+  protected:
+    // Must fail within the limit for connecting, with words.
+    void refuses(const Impostor& impostor) {
+        quorlTransport transport = 77;
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, impostor.address().c_str()),
+                  QUORL_DAEMON_NOT_FOUND);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+        EXPECT_EQ(transport, 77u);
+        const std::string words = quorl_LastErrorText();
+        EXPECT_EQ(words.rfind("connect ", 0), 0u) << words;
+        EXPECT_NE(words.find(impostor.address() + ": "), std::string::npos) << words;
+    }
+};
+
+TEST_F(Hostile, aDaemonThatSaysNothing) {
+    refuses(Impostor([](int) {}));
+}
+
+TEST_F(Hostile, aDaemonThatHangsUp) {
+    refuses(Impostor([](int client) { shutdown(client, SHUT_RDWR); }));
+}
+
+TEST_F(Hostile, aDaemonThatSpeaksHalfTheProtocol) {
+    for (const char* text : {"INFO", "INFO {\"server_id\":\"x\"", "INFO {}\r\n", "INFO nonsense\r\n",
+                             "HTTP/1.1 200 OK\r\n\r\n", "-ERR 'no'\r\n", "PING\r\nPONG\r\n"})
+        refuses(Impostor([text](int client) { sendAll(client, text); }));
+}
+
+TEST_F(Hostile, aDaemonThatSendsRandomBytes) {
+    std::mt19937 random(4711);
+    for (int round = 0; round < 8; ++round) {
+        std::string noise(1 << 16, '\0');
+        for (char& byte : noise) byte = static_cast<char>(random());
+        refuses(Impostor([&](int client) { sendAll(client, noise); }));
+        refuses(Impostor([&](int client) { sendAll(client, greeting + std::string("PONG\r\n") + noise); }));
+    }
+}
+
+TEST_F(Hostile, aDaemonThatTakesNoMessageWorthTheName) {
+    refuses(Impostor([](int client) {
+        sendAll(client, "INFO {\"server_id\":\"x\",\"version\":\"2.9.10\",\"proto\":1,\"max_payload\":1}\r\nPONG\r\n");
+    }));
+}
+
+TEST_F(Hostile, aMessageWithoutEndIsNotCollected) {
+    const long before = residentBytes();
+    Impostor impostor([](int client) {
+        sendAll(client, greeting + std::string("PONG\r\nMSG a 1 2000000000\r\n"));
+        const std::string block(1 << 20, 'x');
+        for (int i = 0; i < 64; ++i) sendAll(client, block);
+    });
+    refuses(impostor);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LT(residentBytes() - before, 32l << 20);
+#else
+    EXPECT_GT(before, 0);
+#endif
+}
+
+// A client of the daemon that speaks its protocol, but not ours.
+class Stranger {
+  public:
+    explicit Stranger(const NatsServer& server) : socket_(connectTo(server.port())) {
+        sendAll(socket_, "CONNECT {\"verbose\":false,\"pedantic\":false}\r\n");
+    }
+    ~Stranger() { close(socket_); }
+    void publish(const std::string& subject, const std::string& payload) {
+        sendAll(socket_, "PUB " + subject + " " + std::to_string(payload.size()) + "\r\n" + payload + "\r\n");
+    }
+    // Returns when the daemon has taken all that was published.
+    void flush() {
+        sendAll(socket_, "PING\r\n");
+        std::string heard;
+        char bytes[4096];
+        while (heard.find("PONG") == std::string::npos) {
+            const ssize_t count = recv(socket_, bytes, sizeof bytes, 0);
+            ASSERT_GT(count, 0);
+            heard.append(bytes, static_cast<size_t>(count));
+        }
+    }
+
+  private:
+    const int socket_;
+};
+
+std::string imageOf(int number) {
+    quorlMsg message = newMessage("x", number);
+    const void* bytes = nullptr;
+    quorl_u32 size = 0;
+    EXPECT_EQ(quorlMsg_GetByteSize(message, &size), QUORL_OK);
+    EXPECT_EQ(quorlMsg_GetAsBytes(message, &bytes), QUORL_OK);
+    std::string image(static_cast<const char*>(bytes), size);
+    quorlMsg_Destroy(message);
+    return image;
+}
+
+TEST_F(Hostile, whatStrangersPublishIsCheckedBeforeItIsBelieved) {
+    NatsServer server;
+    const quorlTransport transport = transportTo(server.url());
+    Numbers numbers;
+    listen(QUORL_DEFAULT_QUEUE, transport, ">", onNumber, &numbers);
+    settleOn(transport);
+    Stranger stranger(server);
+    const std::string bus = "quorl.default.default.";
+    const std::string image = imageOf(7);
+    const std::string entries("QN\x01\x01", 4);
+    const std::string none(1, '\0');
+    // What is right, in both forms.
+    stranger.publish(bus + "good", image);
+    stranger.publish(bus + "good", entries + none + image + none + image);
+    // And what is not.
+    std::vector<std::string> wrong = {"",
+                                      "Q",
+                                      "QN",
+                                      entries,
+                                      entries.substr(0, 3),
+                                      "QN\x01\x07 what",
+                                      std::string("QN\x02\x01", 4),
+                                      entries + none,
+                                      entries + none + "QM",
+                                      entries + std::string(1, '\xff') + image,
+                                      entries + std::string("\x05"
+                                                            "a",
+                                                            2),
+                                      entries + std::string("\x03") + "a b" + "x" + image,
+                                      std::string("QN\x01\x03", 4) + std::string(8, '\0'),
+                                      "hello"};
+    for (size_t size = 0; size < image.size(); ++size) {
+        wrong.push_back(image.substr(0, size));
+        wrong.push_back(entries + none + image.substr(0, size));
+    }
+    std::mt19937 random(99);
+    for (int i = 0; i < 3000; ++i) {
+        std::string damaged = i % 2 ? image : entries + none + image;
+        // The size in its header, the number of its fields, any byte.
+        damaged[random() % damaged.size()] = static_cast<char>(random());
+        damaged[4 + random() % 8] = static_cast<char>(random());
+        wrong.push_back(damaged);
+    }
+    for (const std::string& payload : wrong) stranger.publish(bus + "bad", payload);
+    // Parts that lead nowhere, many of them, and each of a giant.
+    const auto part = [&](uint64_t number, uint32_t total, uint32_t offset, const std::string& data) {
+        std::string bytes("QN\x01\x02", 4);
+        bytes.append(16, 's');
+        bytes.append(reinterpret_cast<const char*>(&number), 8);
+        bytes.append(reinterpret_cast<const char*>(&total), 4);
+        bytes.append(reinterpret_cast<const char*>(&offset), 4);
+        return bytes + data;
+    };
+    for (uint64_t i = 0; i < 2000; ++i) {
+        stranger.publish(bus + "bad", part(i, 200u << 20, 0, std::string(1000, 'x')));
+        stranger.publish(bus + "bad", part(i, UINT32_MAX, static_cast<uint32_t>(random()), "xy"));
+        stranger.publish(bus + "bad", part(i, 5, 3, "xyz"));
+    }
+    // Right ones still come through, cut in two.
+    const std::string entry = none + image;
+    stranger.publish(bus + "good", part(5000, static_cast<uint32_t>(entry.size()), 0, entry.substr(0, 5)));
+    stranger.publish(bus + "good", part(5000, static_cast<uint32_t>(entry.size()), 5, entry.substr(5)));
+    // Subjects that no transport of ours sends to.
+    stranger.publish(bus + "%", image);
+    stranger.publish(bus + "%2", image);
+    stranger.publish(bus + "%00", image);
+    stranger.publish(bus + "%C3%28", image);
+    stranger.publish(bus + "_INBOX.abc.1", image);
+    stranger.publish(bus + "_QUORL.x", image);
+    stranger.publish(bus + "_other.x", image);
+    stranger.publish(bus + std::string(300, 'x'), image);
+    stranger.flush();
+    settleOn(transport);
+    const std::vector<int> came = [&] {
+        while (quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, 0) == QUORL_OK) {
+        }
+        return numbers.came;
+    }();
+    // A damaged one may be a message all the same, with another number; the four right ones are there.
+    EXPECT_GE(std::count(came.begin(), came.end(), 7), 4);
+    EXPECT_EQ(sendNumber(transport, "still.there", 8), QUORL_OK);
+    settleOn(transport);
+    drain(QUORL_DEFAULT_QUEUE);
+    EXPECT_EQ(numbers.came.back(), 8);
+}
+
+TEST_F(Hostile, aMessageThatIsTooLargeIsRefusedWhereItIsSent) {
+    NatsServer server;
+    const quorlTransport transport = transportTo(server.url());
+    quorlMsg message = newMessage("too.large");
+    const std::string quarter(90u << 20, 'x');
+    for (int i = 0; i < 3; ++i)
+        ASSERT_EQ(quorlMsg_AddOpaqueEx(message, nullptr, quarter.data(), static_cast<quorl_u32>(quarter.size()), 0),
+                  QUORL_OK);
+    EXPECT_EQ(quorlTransport_Send(transport, message), QUORL_INVALID_SIZE);
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("is larger than a daemon's transport carries"),
+              std::string::npos);
+    quorlMsg_Destroy(message);
+}
+
+// The daemon stops in the middle of everything, and is there again.
+TEST_F(Hostile, aDaemonThatStopsForAWhileLosesNothing) {
+    NatsServer server;
+    const quorlTransport transport = transportTo(server.url());
+    Numbers numbers;
+    listen(QUORL_DEFAULT_QUEUE, transport, "pause", onNumber, &numbers);
+    settleOn(transport);
+    server.signal(SIGSTOP);
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(sendNumber(transport, "pause", i), QUORL_OK);
+    quorlMsg request = newMessage("nobody");
+    quorlMsg reply = nullptr;
+    EXPECT_EQ(quorlTransport_SendRequest(transport, request, &reply, 0.05), QUORL_TIMEOUT);
+    quorlMsg_Destroy(request);
+    server.signal(SIGCONT);
+    settleOn(transport);
+    EXPECT_EQ(drain(QUORL_DEFAULT_QUEUE), 1000);
+}
+
+}  // namespace
+}  // namespace quorltest

@@ -1,0 +1,292 @@
+// Who is let in over TLS, who is not, and whether the words say why. Certificates are made by the openssl command.
+#include <sys/wait.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "quorl/quorlsd.h"
+#include "support.h"
+
+namespace quorltest {
+namespace {
+
+class Certificates {
+  public:
+    Certificates() {
+        authority("ca");
+        authority("other-ca");
+        issue("server", "ca", "DNS:localhost,IP:127.0.0.1", "-days 2");
+        issue("elsewhere", "ca", "DNS:db1.example", "-days 2");
+        // Valid until yesterday: openssl takes dates only from its ca command.
+        expired("expired");
+        issue("client", "ca", "DNS:client", "-days 2");
+        issue("stranger", "other-ca", "DNS:stranger", "-days 2");
+        run("openssl rsa -aes128 -passout pass:secret -in client.key -out client-locked.key");
+    }
+
+    std::string path(const std::string& name) const { return folder_.file(name); }
+    std::string text(const std::string& name) const {
+        std::ifstream file(path(name));
+        std::ostringstream text;
+        text << file.rdbuf();
+        return text.str();
+    }
+    // What a server is configured with.
+    std::string tlsOf(const std::string& name, const std::string& more = "") const {
+        return "tls { cert_file: \"" + path(name + ".pem") + "\", key_file: \"" + path(name + ".key") + "\", " + more +
+               " }";
+    }
+    std::string verifying() const { return "ca_file: \"" + path("ca.pem") + "\", verify: true"; }
+
+  private:
+    void run(const std::string& command) {
+        const std::string line = "cd " + folder_.path() + " && " + command + " >>commands.log 2>&1";
+        const int outcome = std::system(line.c_str());
+        EXPECT_EQ(outcome, 0) << command << "\n" << text("commands.log");
+    }
+    void authority(const std::string& name) {
+        run("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=" + name + " -keyout " + name + ".key -out " +
+            name + ".pem");
+    }
+    void request(const std::string& name) {
+        run("openssl req -newkey rsa:2048 -nodes -subj /CN=" + name + " -keyout " + name + ".key -out " + name +
+            ".csr");
+    }
+    void issue(const std::string& name, const std::string& by, const std::string& names, const std::string& validity) {
+        request(name);
+        folder_.write(name + ".ext", "subjectAltName=" + names + "\n");
+        run("openssl x509 -req -in " + name + ".csr -CA " + by + ".pem -CAkey " + by + ".key -CAcreateserial " +
+            validity + " -extfile " + name + ".ext -out " + name + ".pem");
+    }
+    void expired(const std::string& name) {
+        request(name);
+        folder_.write("expired.conf",
+                      "[ca]\ndefault_ca=one\n[one]\ndatabase=index.txt\nnew_certs_dir=.\nserial=serial.txt\n"
+                      "default_md=sha256\npolicy=any\nx509_extensions=names\n[any]\ncommonName=supplied\n"
+                      "[names]\nsubjectAltName=DNS:localhost,IP:127.0.0.1\n");
+        folder_.write("index.txt", "");
+        folder_.write("serial.txt", "01\n");
+        run("openssl ca -batch -config expired.conf -cert ca.pem -keyfile ca.key -startdate 20200101000000Z -enddate "
+            "20200102000000Z -in expired.csr -out expired.pem -notext");
+    }
+
+    Directory folder_;
+};
+
+class Tls : public Open {
+  protected:
+    static void SetUpTestSuite() { certificates = new Certificates; }
+    static void TearDownTestSuite() {
+        delete certificates;
+        certificates = nullptr;
+    }
+    void TearDown() override {
+        forget();
+        Open::TearDown();
+    }
+
+    static void forget() {
+        quorlSecureDaemon_SetDaemonCert(nullptr, nullptr);
+        quorlSecureDaemon_SetUserCertWithKey(nullptr, nullptr);
+        quorlSecureDaemon_SetUserNameWithPassword(nullptr, nullptr);
+    }
+    static void trust(const std::string& name) {
+        EXPECT_EQ(quorlSecureDaemon_SetDaemonCert(nullptr, certificates->text(name + ".pem").c_str()), QUORL_OK)
+            << quorl_LastErrorText();
+    }
+    static quorl_status identify(const std::string& certificate, const std::string& key, const char* password) {
+        const std::string both = certificates->text(certificate) + certificates->text(key);
+        return quorlSecureDaemon_SetUserCertWithKey(both.c_str(), password);
+    }
+
+    // A message there and back.
+    static void works(const std::string& address) {
+        quorlTransport transport = 0;
+        ASSERT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, address.c_str()), QUORL_OK)
+            << quorl_LastErrorText();
+        settleOn(transport);
+        EXPECT_EQ(quorlTransport_Destroy(transport), QUORL_OK);
+    }
+    static void refused(const std::string& address, quorl_status expected, const std::string& words) {
+        quorlTransport transport = 77;
+        EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, address.c_str()), expected)
+            << quorl_LastErrorText();
+        EXPECT_EQ(transport, 77u);
+        EXPECT_NE(std::string(quorl_LastErrorText()).find(words), std::string::npos) << quorl_LastErrorText();
+        EXPECT_NE(std::string(quorl_LastErrorText()).find("connect "), std::string::npos) << quorl_LastErrorText();
+    }
+    static std::string tls(const NatsServer& server, const std::string& host = "localhost") {
+        return "tls://" + host + ":" + std::to_string(server.port());
+    }
+
+    static inline Certificates* certificates = nullptr;
+};
+
+TEST_F(Tls, aTrustedAuthorityAndTheRightHostAreLetIn) {
+    NatsServer server(certificates->tlsOf("server"));
+    trust("ca");
+    works(tls(server));
+    works(tls(server, "127.0.0.1"));
+    // For this daemon alone, by its name.
+    forget();
+    ASSERT_EQ(quorlSecureDaemon_SetDaemonCert(("localhost:" + std::to_string(server.port())).c_str(),
+                                              certificates->text("ca.pem").c_str()),
+              QUORL_OK);
+    works(tls(server));
+    refused(tls(server, "127.0.0.1"), QUORL_DAEMON_NOT_FOUND, "certificate");
+}
+
+TEST_F(Tls, anotherAuthorityIsNotTrusted) {
+    NatsServer server(certificates->tlsOf("server"));
+    refused(tls(server), QUORL_DAEMON_NOT_FOUND, "unable to get local issuer certificate");
+    trust("other-ca");
+    refused(tls(server), QUORL_DAEMON_NOT_FOUND, "certificate");
+    // What is set later holds for the next connection.
+    trust("ca");
+    works(tls(server));
+}
+
+TEST_F(Tls, anExpiredCertificateIsRefused) {
+    NatsServer server(certificates->tlsOf("expired"));
+    trust("ca");
+    refused(tls(server), QUORL_DAEMON_NOT_FOUND, "certificate has expired");
+}
+
+TEST_F(Tls, aCertificateOfAnotherHostIsRefused) {
+    NatsServer server(certificates->tlsOf("elsewhere"));
+    trust("ca");
+    refused(tls(server), QUORL_DAEMON_NOT_FOUND, "hostname mismatch");
+    refused(tls(server, "127.0.0.1"), QUORL_DAEMON_NOT_FOUND, "mismatch");
+}
+
+TEST_F(Tls, aClientCertificateIsShownWhenItIsDemanded) {
+    NatsServer server(certificates->tlsOf("server", certificates->verifying()));
+    trust("ca");
+    refused(tls(server), QUORL_DAEMON_NOT_FOUND, "connect tls://localhost:");
+    ASSERT_EQ(identify("client.pem", "client.key", nullptr), QUORL_OK) << quorl_LastErrorText();
+    works(tls(server));
+    ASSERT_EQ(identify("client.pem", "client-locked.key", "secret"), QUORL_OK) << quorl_LastErrorText();
+    works(tls(server));
+    // A wrong password is refused where it is given, and what held before goes on.
+    EXPECT_EQ(identify("client.pem", "client-locked.key", "wrong"), QUORL_USERPASS_MISMATCH);
+    EXPECT_NE(std::string(quorl_LastErrorText()), "");
+    works(tls(server));
+    ASSERT_EQ(identify("stranger.pem", "stranger.key", nullptr), QUORL_OK) << quorl_LastErrorText();
+    refused(tls(server), QUORL_DAEMON_NOT_FOUND, "connect tls://localhost:");
+    // One that is not demanded does no harm.
+    NatsServer other(certificates->tlsOf("server"));
+    works(tls(other));
+}
+
+TEST_F(Tls, userNameAndPasswordAreShownAndChecked) {
+    NatsServer server(certificates->tlsOf("server") + "\nauthorization { user: anna, password: \"pass word\" }");
+    trust("ca");
+    refused(tls(server), QUORL_USERPASS_MISMATCH, "is demanded");
+    ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", "pass word"), QUORL_OK);
+    works(tls(server));
+    ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", "wrong"), QUORL_OK);
+    refused(tls(server), QUORL_USERPASS_MISMATCH, "the user name or the password is refused");
+    EXPECT_EQ(std::string(quorl_LastErrorText()).find("wrong"), std::string::npos);
+    ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("bert", "pass word"), QUORL_OK);
+    refused(tls(server), QUORL_USERPASS_MISMATCH, "the user name or the password is refused");
+}
+
+TEST_F(Tls, userNameAndPasswordWorkInTheClearToo) {
+    NatsServer server("authorization { user: anna, password: secret }");
+    refused(server.url(), QUORL_USERPASS_MISMATCH, "is demanded");
+    EXPECT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", ""), QUORL_INVALID_ARG);
+    ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", "no"), QUORL_OK);
+    refused(server.url(), QUORL_USERPASS_MISMATCH, "is refused");
+    ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", "secret"), QUORL_OK);
+    works(server.url());
+}
+
+TEST_F(Tls, clearAndTlsDoNotMeet) {
+    NatsServer secure(certificates->tlsOf("server"));
+    NatsServer clear;
+    trust("ca");
+    refused(secure.url(), QUORL_DAEMON_NOT_FOUND, "the daemon demands TLS");
+    refused(tls(clear), QUORL_DAEMON_NOT_FOUND, "the daemon offers no TLS");
+}
+
+TEST_F(Tls, aDaemonThatForbidsTheBusIsRefused) {
+    NatsServer server(
+        "authorization { users: [ { user: anna, password: secret, permissions: { publish: \"quorl.lab.>\", subscribe: "
+        "\"quorl.lab.>\" } } ] }");
+    ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", "secret"), QUORL_OK);
+    quorlTransport transport = 0;
+    EXPECT_EQ(quorlTransport_Create(&transport, nullptr, "lab", server.url().c_str()), QUORL_OK)
+        << quorl_LastErrorText();
+    refused(server.url(), QUORL_DAEMON_NOT_FOUND, "it does not carry messages of this bus");
+}
+
+TEST_F(Tls, newCredentialsAreUsedWhenTheDaemonIsBack) {
+    NatsServer server("authorization { user: anna, password: one }");
+    ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", "one"), QUORL_OK);
+    const quorlTransport transport = transportTo(server.url());
+    const quorlTransport local = newTransport();
+    Advisories advisories(local);
+    server.kill();
+    ASSERT_TRUE(advisories.waitFor(1, 0));
+    ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", "two"), QUORL_OK);
+    server.reconfigure("authorization { user: anna, password: two }");
+    ASSERT_TRUE(server.start());
+    ASSERT_TRUE(advisories.waitFor(1, 1));
+    settleOn(transport);
+}
+
+TEST_F(Tls, carriesAStreamAndRequestsOfManyThreads) {
+    NatsServer server(certificates->tlsOf("server"));
+    trust("ca");
+    const quorlTransport transport = transportTo(tls(server));
+    const double seconds = numberFrom("QUORL_SYSTEM_TLS_SECONDS", 1);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    const quorlQueue queue = newQueue();
+    std::atomic<int> came{0};
+    listen(
+        queue, transport, "load.*",
+        [](quorlEvent, quorlMsg, void* closure) { ++*static_cast<std::atomic<int>*>(closure); }, &came);
+    listen(
+        queue, transport, "ask",
+        [](quorlEvent, quorlMsg request, void* closure) {
+            quorlMsg reply = newMessage("ignored", numberOf(request));
+            EXPECT_EQ(quorlTransport_SendReply(*static_cast<const quorlTransport*>(closure), reply, request), QUORL_OK);
+            quorlMsg_Destroy(reply);
+        },
+        &transport);
+    std::atomic<int> sent{0};
+    Threads dispatchers;
+    dispatchers.start([=] {
+        while (quorlQueue_TimedDispatch(queue, -1) == QUORL_OK) {
+        }
+    });
+    Threads threads;
+    for (int t = 0; t < 2; ++t) {
+        threads.start([&, t] {
+            while (std::chrono::steady_clock::now() < end) {
+                for (int i = 0; i < 100; ++i) {
+                    if (sendNumber(transport, ("load." + std::to_string(t)).c_str(), i) == QUORL_OK) ++sent;
+                }
+            }
+        });
+    }
+    threads.start([&] {
+        for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
+            quorlMsg request = newMessage("ask", i);
+            quorlMsg reply = nullptr;
+            ASSERT_EQ(quorlTransport_SendRequest(transport, request, &reply, limit), QUORL_OK) << quorl_LastErrorText();
+            EXPECT_EQ(numberOf(reply), i);
+            quorlMsg_Destroy(reply);
+            quorlMsg_Destroy(request);
+        }
+    });
+    threads.join();
+    settleOn(transport);
+    while (countOf(queue) != 0) std::this_thread::yield();
+    quorlQueue_DestroyEx(queue, nullptr, nullptr);
+    dispatchers.join();
+    EXPECT_EQ(came, sent);
+}
+
+}  // namespace
+}  // namespace quorltest
