@@ -419,7 +419,7 @@ class AllNativesTest extends OpenLibrary {
             tests.add(DynamicTest.dynamicTest(name, () -> {
                 model = newMessage();
                 try (QuorlListener l = new QuorlListener(queue, transport, "l", (self, m) -> {});
-                        QuorlTimer t = new QuorlTimer(queue, LIMIT, self -> {});
+                        QuorlTimer t = new QuorlTimer(queue, NativesTest.NEVER, self -> {});
                         QuorlVectorListener v = new QuorlVectorListener(queue, transport, "v", (self, m) -> {})) {
                     listener = l;
                     timer = t;

@@ -9,6 +9,7 @@ import java.lang.invoke.MethodHandle;
 import java.lang.invoke.MethodHandles;
 import java.lang.reflect.Method;
 import java.lang.reflect.Modifier;
+import java.time.Duration;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Comparator;
@@ -21,6 +22,9 @@ import org.junit.jupiter.api.function.Executable;
 /** The natives themselves, given what the classes over them never give: none may bring the machine down. */
 class NativesTest extends OpenLibrary {
     private static final int COUNT = Integer.getInteger("quorl.natives.count", 100_000);
+    /** The interval of a timer that must not fire while a test runs. */
+    static final Duration NEVER = Duration.ofDays(1);
+
     private static final long SEED = Long.getLong("quorl.seed", 20240229);
 
     /** A native with the position of the argument that is made up. */
@@ -114,7 +118,7 @@ class NativesTest extends OpenLibrary {
         Random random = new Random(SEED);
         List<Native> natives = new ArrayList<>();
         try (QuorlListener listener = new QuorlListener(queue, transport, "a", (l, m) -> {});
-                QuorlTimer timer = new QuorlTimer(queue, LIMIT, t -> {});
+                QuorlTimer timer = new QuorlTimer(queue, NEVER, t -> {});
                 QuorlVectorListener vector = new QuorlVectorListener(queue, transport, "a", (l, m) -> {})) {
             natives.addAll(nativesOf(Quorl.class, null, int.class,
                     Set.of("quorl_SetQRParameters", "quorl_OpenEx"), random));
