@@ -386,6 +386,10 @@ void state_message_setter(Native native, Function* function, Library library, co
     state(native, contract);
     state_refused_counts(native, with, library, form.utf);
     row(native, family, "count_is_the_one_given", RowKind::normal, [=] {
+        const int many = 70'000;
+        expect(with(jvm().numbers("array", 'J', std::vector<jlong>(many)), many),
+               {"", "",
+                joined_lines({form.before, get_pin, release_pin, {set_line(library, "unread", many)}, form.after})});
         expect(with(handle_array(), 1),
                {"", "",
                 joined_lines(

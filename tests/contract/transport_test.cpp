@@ -232,6 +232,9 @@ void state_vector_send() {
         EXPECT_EQ(ran.thrown, "");
         EXPECT_EQ(ran.lines, (Lines{lines[0], lines[1], "quorlTransport_Sendv(6, [], 0)"}));
     });
+    row(native, sending, "more_messages_than_16_bits_count", RowKind::normal, [=] {
+        EXPECT_EQ(send(std::vector<jlong>(70'000), 70'000).lines.back(), "quorlTransport_Sendv(6, unread, 70000)");
+    });
     row(native, sending, "negative_count_is_no_memory", RowKind::failure, [=] {
         for (jint count : {-1, INT32_MIN}) {
             expect(send({message}, count), {"", out_of_memory(first), {throw_new_line(first)}});
