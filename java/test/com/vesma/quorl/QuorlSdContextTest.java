@@ -164,4 +164,26 @@ class QuorlSdContextTest extends OpenLibrary {
         assertThrows(QuorlClosedException.class, () -> context.setUserCertWithKeyBin(null, null));
         assertThrows(QuorlClosedException.class, () -> context.setUserNameWithPassword(null, null));
     }
+
+    /** An absent array is an absent credential; an empty one is an empty text, and empty bytes. */
+    @Test
+    void theNativesTellNullFromEmpty() {
+        byte[] none = new byte[0];
+        QuorlSdContext.quorlSecureDaemon_SetDaemonCert(null, 0, null, 0);
+        QuorlSdContext.quorlSecureDaemon_SetUserCertWithKey(null, 0, null, 0);
+        QuorlSdContext.quorlSecureDaemon_SetUserCertWithKeyBin(null, 7, null, 0);
+        QuorlSdContext.quorlSecureDaemon_SetUserNameWithPassword(null, 0, null, 0);
+        refused(QuorlException.INVALID_NAME, "name",
+                () -> QuorlSdContext.quorlSecureDaemon_SetDaemonCert(none, 0, null, 0));
+        refused(QuorlException.INVALID_ARG, "password is empty",
+                () -> QuorlSdContext.quorlSecureDaemon_SetUserNameWithPassword(bytes("ada"), 3, none, 0));
+        refused(QuorlException.INVALID_ARG, "needs its password",
+                () -> QuorlSdContext.quorlSecureDaemon_SetUserNameWithPassword(bytes("ada"), 3, null, 0));
+        QuorlSdContext.quorlSecureDaemon_SetUserCertWithKeyBin(
+                container, container.length, bytes(PASSWORD), PASSWORD.length());
+        QuorlSdContext.quorlSecureDaemon_SetUserCertWithKeyBin(null, 0, none, 0);
+        // More than the array has: the machine's own exception, and nothing is set.
+        assertThrows(IndexOutOfBoundsException.class,
+                () -> QuorlSdContext.quorlSecureDaemon_SetDaemonCert(null, 0, bytes(certificate), 1 << 20));
+    }
 }

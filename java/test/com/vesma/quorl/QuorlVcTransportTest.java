@@ -175,4 +175,31 @@ class QuorlVcTransportTest extends OpenLibrary {
             assertEquals(QuorlException.VC_NOT_CONNECTED, sendUntilRefused(connecting));
         }
     }
+
+    @Test
+    void theNativesAnswerAsTheyAreDeclared() throws Exception {
+        byte[] bytes = new byte[255];
+        long packed = QuorlVcTransport.quorlTransport_CreateAcceptVc(transport.id(), bytes);
+        int length = (int) packed;
+        int acceptor = (int) (packed >>> 32);
+        String subject = Texts.decode(bytes, length);
+        assertTrue(subject.startsWith("_INBOX.") && bytes[length] == 0 && bytes[length - 1] != 0, subject);
+        assertStatus(QuorlException.TIMEOUT, () -> QuorlVcTransport.quorlTransport_WaitForVcConnection(acceptor, 0));
+        assertStatus(QuorlException.INVALID_ARG,
+                () -> QuorlVcTransport.quorlTransport_WaitForVcConnection(acceptor, Double.NaN));
+        assertStatus(QuorlException.INVALID_SUBJECT,
+                () -> QuorlVcTransport.quorlTransport_CreateConnectVc(transport.id(), null, 0));
+        assertStatus(QuorlException.INVALID_SUBJECT,
+                () -> QuorlVcTransport.quorlTransport_CreateConnectVc(transport.id(), new byte[0], 0));
+        assertStatus(QuorlException.INVALID_TRANSPORT, () -> QuorlVcTransport.quorlTransport_CreateAcceptVc(0, bytes));
+        assertStatus(QuorlException.INVALID_TRANSPORT,
+                () -> QuorlVcTransport.quorlTransport_CreateConnectVc(-1, bytes, length));
+        assertStatus(QuorlException.INVALID_TRANSPORT,
+                () -> QuorlVcTransport.quorlTransport_WaitForVcConnection(transport.id(), 0));
+        int connector = QuorlVcTransport.quorlTransport_CreateConnectVc(transport.id(), bytes, length);
+        QuorlVcTransport.quorlTransport_WaitForVcConnection(connector, LIMIT.toSeconds());
+        QuorlVcTransport.quorlTransport_WaitForVcConnection(acceptor, LIMIT.toSeconds());
+        QuorlTransport.quorlTransport_Destroy(connector);
+        QuorlTransport.quorlTransport_Destroy(acceptor);
+    }
 }
