@@ -7,6 +7,8 @@ final class Stream {
         void send(byte[] bytes) throws Exception;
     }
 
+    private static volatile long givenWindow;
+
     private final int size;
     private final AtomicLong received = new AtomicLong();
     private volatile boolean heard;
@@ -19,6 +21,11 @@ final class Stream {
 
     Stream(int size) {
         this.size = size;
+    }
+
+    /** Sets how many messages later runs may be ahead of their receivers; 0 for what publish says. */
+    static void window(long messages) {
+        givenWindow = messages;
     }
 
     /** Takes a message on the receiver's thread; false for the end mark. */
@@ -49,7 +56,7 @@ final class Stream {
 
     /** Publishes for that time, at most 8192 messages or 1 MiB ahead of the receiver; messages a second. */
     double publish(double seconds, Sender sender) throws Exception {
-        long window = Math.min(8192, (1 << 20) / size);
+        long window = givenWindow != 0 ? givenWindow : Math.min(8192, (1 << 20) / size);
         byte[] bytes = Payload.blank(size);
         for (int tries = 0; !heard; ++tries) {
             if (tries == 5000) {

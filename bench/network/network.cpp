@@ -1,10 +1,46 @@
-// Messages between two processes through a nats-server, beside the daemon's own client library.
+// Messages between two processes through a nats-server, beside the daemon's own client library. With arguments, the stream
+// from Java: they are the command that makes one run, to which the daemon's address and the size are added.
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
 #include "network/processes.h"
 #include "support/measure.h"
 
-int main() {
+namespace {
+
+double runOf(const std::string& command) {
+    FILE* output = popen(command.c_str(), "r");
+    double rate = 0;
+    if (output == nullptr || std::fscanf(output, "%lf", &rate) != 1 || pclose(output) != 0)
+        bench::fail("the run failed: " + command);
+    return rate;
+}
+
+void streamFromJava(const std::string& command) {
     using namespace bench;
     using namespace bench::network;
+    const Server server;
+    for (const size_t size : {256, 4096}) {
+        const std::string run =
+            command + " " + server.url() + " " + std::to_string(size) + " " + std::to_string(runSeconds()) + " 3";
+        compare("java-network", {{"stream." + std::to_string(size) + "B.msgs_per_s", Better::higher}},
+                {"quorl", [&] { return std::vector<double>{runOf(run)}; }},
+                {{"libnats", [&] { return stream(natsSide, size, server.url()); }}});
+    }
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    using namespace bench;
+    using namespace bench::network;
+    if (count > 1) {
+        std::string command;
+        for (int i = 1; i < count; ++i) command += std::string(i > 1 ? " " : "") + arguments[i];
+        streamFromJava(command);
+        return 0;
+    }
     {
         const Server server;
         for (const size_t size : {16, 256, 4096}) {
