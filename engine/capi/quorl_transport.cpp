@@ -53,7 +53,10 @@ quorl_status quorlTransport_SetDescription(quorlTransport transport, const char*
         return fail(QUORL_INVALID_ARG, "a description has at most %zu bytes and is not null", longestDescription);
     try {
         std::string copy(description);
-        return change(transport, [&](Transport& found) { found.description.swap(copy); });
+        return change(transport, [&](Transport& found) {
+            found.description.swap(copy);
+            found.carrier->describe(found.description);
+        });
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for a description");
     }

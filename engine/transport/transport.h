@@ -71,7 +71,7 @@ class Carrier {
         uint32_t batchSize = 0;  // bytes
     };
     virtual void configure(const Settings&) noexcept {}
-    // How the program describes itself. Under no lock, from one thread at a time; may wait.
+    // How the program describes itself. Under the transport's lock.
     virtual void describe(std::string_view) noexcept {}
 
     // The transport was closed, and all its listeners are gone. Under the transport's lock; calls on it may still be under

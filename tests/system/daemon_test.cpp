@@ -256,6 +256,25 @@ TEST_F(Daemon, addressesThatAreNoneAreRefusedWithTheReason) {
               QUORL_OK);
 }
 
+TEST(DaemonsTools, showTheProgramByItsDescription) {
+    NatsServer server("trace: true");
+    ASSERT_EQ(quorl_Open(), QUORL_OK);
+    const quorlTransport transport = transportTo(server.url());
+    EXPECT_NE(server.log().find("\"name\":\"system "), std::string::npos) << server.log();
+    ASSERT_EQ(quorlTransport_SetDescription(transport, "pump control 7"), QUORL_OK);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+    while (server.log().find("\"name\":\"pump control 7\"") == std::string::npos &&
+           std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    EXPECT_NE(server.log().find("\"name\":\"pump control 7\""), std::string::npos) << server.log();
+    settleOn(transport);
+    // Used by now: the name waits for the next session.
+    ASSERT_EQ(quorlTransport_SetDescription(transport, "another"), QUORL_OK);
+    settleOn(transport);
+    EXPECT_EQ(server.log().find("\"name\":\"another\""), std::string::npos);
+    EXPECT_EQ(quorl_Close(), QUORL_OK);
+}
+
 TEST_F(Daemon, tenThousandSubscriptionsAreCheap) {
     const auto residentBytes = [] {
         std::ifstream file("/proc/self/statm");

@@ -133,11 +133,24 @@ void Connection::emptyWakeEvent() noexcept {
 void Connection::describe(std::string_view description) noexcept {
     try {
         std::string name = description.empty() ? defaultName() : std::string(description);
-        Lock lock(lock_);
-        name_.swap(name);
+        {
+            Lock lock(lock_);
+            if (name == name_) return;
+            name_.swap(name);
+        }
+        renamed_.store(true, std::memory_order_release);
+        ring();
     } catch (const std::bad_alloc&) {
         // It keeps the name that it has.
     }
+}
+
+// Under io_. Whether a new session may take the place of this one, since nothing has come or gone through it.
+bool Connection::mayRename() noexcept {
+    if (!renamed_.exchange(false, std::memory_order_acquire)) return false;
+    if (handed_ != 0 || current_ != nullptr || !outbox_.empty()) return false;
+    Lock lock(lock_);
+    return subscriptions_.empty() && changes_.empty();
 }
 
 quorl_status Connection::waitUntilConnected() noexcept {
@@ -388,6 +401,14 @@ void Connection::keepUp() noexcept {
             finishSending();
             return;
         }
+        if (phase_.load(std::memory_order_relaxed) == away) {  // left for a new name: nobody loses anything, or is told
+            dropSession();
+            if (nextServer_ != 0) --nextServer_;
+            reconnect();
+            if (stopping_.load(std::memory_order_acquire)) return;
+            phase_.store(connected, std::memory_order_release);
+            continue;
+        }
         {
             Lock io(io_);
             lostUnconfirmed_ = handed_ - confirmed_;
@@ -405,22 +426,26 @@ void Connection::keepUp() noexcept {
         phase_.store(away, std::memory_order_release);
         dropSession();
         adviseLost();
-        for (int64_t wait = firstPause;; wait = std::min(2 * wait, longestPause)) {
-            bool back = false;
-            try {
-                back = connectAgain();
-            } catch (const std::bad_alloc&) {
-                back = false;
-            }
-            if (back) break;
-            pause(wait);
-            if (stopping_.load(std::memory_order_acquire)) return;
-        }
+        reconnect();
+        if (stopping_.load(std::memory_order_acquire)) return;
         const uint64_t kept = messagesWaiting();
         const uint64_t lost = outbox_.takeLost();
         outbox_.setConnected(true);
         phase_.store(connected, std::memory_order_release);
         adviseBack(kept, lost);
+    }
+}
+
+// Until it has succeeded, or all is to end.
+void Connection::reconnect() noexcept {
+    for (int64_t wait = firstPause; !stopping_.load(std::memory_order_acquire);
+         wait = std::min(2 * wait, longestPause)) {
+        try {
+            if (connectAgain()) return;
+        } catch (const std::bad_alloc&) {
+            // Perhaps next time.
+        }
+        pause(wait);
     }
 }
 

@@ -65,7 +65,8 @@ class Connection {
 
     const ConnectionKey& key() const noexcept { return key_; }
 
-    // The program's description, for the next session.
+    // The program's description, as the daemon's tools show it: from the next session on, which is made at once when nothing
+    // was sent or listened to yet.
     void describe(std::string_view description) noexcept;
 
     // Carrier::noRoom, and what put and Router::check say.
@@ -106,6 +107,8 @@ class Connection {
     // Of the thread.
     void run() noexcept;
     void keepUp() noexcept;
+    bool mayRename() noexcept;
+    void reconnect() noexcept;
     void connectFirst();
     bool connectAgain();
     quorl_status takeUp(const Server& server, int64_t deadline);
@@ -154,6 +157,7 @@ class Connection {
     std::atomic<bool> gathering_{false};    // what waits to be sent may wait for more
     std::atomic<bool> flushNow_{false};     // but no longer
     std::atomic<bool> unconfirmed_{false};  // something was sent since the last mark
+    std::atomic<bool> renamed_{false};      // the session does not know the name yet
     std::atomic<uint32_t> changesWaiting_{0};
     std::atomic<int64_t> lastSend_{0};   // when a sender last found the thread asleep
     std::atomic<uint64_t> markSeen_{0};  // the number of the last mark that came back

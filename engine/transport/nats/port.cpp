@@ -148,6 +148,8 @@ class Port final : public Carrier {
         batching_.keep.store(nanosecondsOf(settings.reliability), std::memory_order_relaxed);
     }
 
+    void describe(std::string_view description) noexcept override { current().describe(description); }
+
   private:
     Connection& current() const noexcept { return *connection_.load(std::memory_order_acquire); }
 

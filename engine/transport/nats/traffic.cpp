@@ -92,6 +92,10 @@ void Connection::serve() noexcept {
         int socket;
         {
             Lock io(io_);
+            if (renamed_.load(std::memory_order_relaxed) && mayRename()) {
+                phase_.store(away, std::memory_order_release);  // senders leave what they have to this thread
+                return;
+            }
             applyChanges();
             const bool gathers = gathering_.load(std::memory_order_relaxed);
             if (gathers && gatherUntil_ == 0) gatherUntil_ = now + gatherTime;
