@@ -286,6 +286,16 @@ void state_string_setter(Native native, Function* function, Library library, con
         const Ran ran = with(jvm().objects("strings", std::vector<jobject>(count, each)), count);
         EXPECT_EQ(ran.lines[ran.lines.size() - 1 - form.after.size()], set_line(library, "unread", count));
     });
+    row(native, family, "list_is_freed_before_the_name_is_released_without_a_copy", RowKind::failure, [=] {
+        with(nullptr, 0);  // takes back what other rows have left
+        const std::string size = std::to_string(sizeof(char*));
+        heap().fail(2);
+        EXPECT_EQ(with(strings_of({"the first"}), 1).all,
+                  joined_lines({form.before,
+                                {"alloc(" + size + ")", first[0], "alloc(10) refused", "free(" + size + ")"},
+                                form.after,
+                                thrown}));
+    });
     row(native, family, "string_is_cut_at_a_zero_byte_by_the_library", RowKind::normal, [=] {
         const Ran ran = with(strings_of({std::string("before\0after", 12)}), 1);
         EXPECT_EQ(ran.lines[form.before.size() + 2], set_line(library, "[\"before\"]", 1));
@@ -394,6 +404,13 @@ void state_message_setter(Native native, Function* function, Library library, co
                {"", "",
                 joined_lines(
                     {form.before, get_pin, release_pin, {set_line(library, array(passed.data(), 1), 1)}, form.after})});
+    });
+    row(native, family, "list_is_freed_before_the_name_is_released_without_a_pin", RowKind::failure, [=] {
+        jvm().fail("GetPrimitiveArrayCritical", 1);
+        EXPECT_EQ(
+            invoke().all,
+            joined_lines(
+                {form.before, {"alloc(24)"}, get_pin, {"free(24)"}, form.after, {throw_new_line(no_message_array)}}));
     });
     row(native, family, "list_is_made_before_the_pin_and_freed_once_after_the_call", RowKind::normal, [=] {
         for (int status : {0, 42}) {
