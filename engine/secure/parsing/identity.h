@@ -40,8 +40,8 @@ struct Outcome {
     const char* text = "";
 };
 
-inline constexpr size_t longestCredential =
-    1024 * 1024;  // bytes; a bundle of all public authorities has a fourth of it
+inline constexpr size_t longestCredential = size_t{1}
+                                            << 20;  // bytes; a bundle of all public authorities has a fourth of it
 
 // One certificate or more. QUORL_INVALID_ARG: none, or one that cannot be read.
 Outcome checkCertificates(std::string_view pem) noexcept;
