@@ -223,7 +223,7 @@ void Session::read() noexcept {
         readSinceMessage_ = 0;
     } else {
         readSinceMessage_ += static_cast<uint64_t>(std::clamp(waiting, 0, readSize));
-        if (readSinceMessage_ > maxPayload_ + 4u * readSize) broke_ = "the daemon sends a message without end";
+        if (readSinceMessage_ > maxPayload_ + size_t{4} * readSize) broke_ = "the daemon sends a message without end";
     }
 }
 
