@@ -59,7 +59,7 @@ quorl_u32 fieldsOf(quorlMsg message) {
 }
 
 // MiB that the system can give without taking them from others; 0: not known.
-uint64_t availableMebibytes() {
+[[maybe_unused]] uint64_t availableMebibytes() {
     std::FILE* file = std::fopen("/proc/meminfo", "r");
     if (file == nullptr) return 0;
     char line[256];
