@@ -83,7 +83,27 @@ inline bool waitUntilAsleep(pid_t thread) {
     return false;
 }
 
-inline std::vector<quorlTransport>& transportsMade();
+// The transports that tests have made, on any thread; those that are closed do no harm.
+class TransportsMade {
+  public:
+    void add(quorlTransport transport) {
+        std::lock_guard lock(mutex_);
+        made_.push_back(transport);
+    }
+    void clear() {
+        std::lock_guard lock(mutex_);
+        made_.clear();
+    }
+    std::vector<quorlTransport> all() {
+        std::lock_guard lock(mutex_);
+        return made_;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::vector<quorlTransport> made_;
+};
+inline TransportsMade transportsMade;
 
 // The library, open during the test.
 class Open : public testing::Test {
@@ -91,20 +111,14 @@ class Open : public testing::Test {
     void SetUp() override { ASSERT_EQ(quorl_Open(), QUORL_OK) << quorl_LastErrorText(); }
     void TearDown() override {
         EXPECT_EQ(quorl_Close(), QUORL_OK) << quorl_LastErrorText();
-        transportsMade().clear();
+        transportsMade.clear();
     }
 };
-
-// The transports that tests have made; those that are closed do no harm.
-inline std::vector<quorlTransport>& transportsMade() {
-    static std::vector<quorlTransport> made;
-    return made;
-}
 
 inline quorlTransport newTransport(const char* service = nullptr, const char* network = nullptr) {
     quorlTransport transport = 0;
     EXPECT_EQ(quorlTransport_Create(&transport, service, network, nullptr), QUORL_OK) << quorl_LastErrorText();
-    transportsMade().push_back(transport);
+    transportsMade.add(transport);
     return transport;
 }
 
@@ -133,7 +147,7 @@ inline void settleOn(quorlTransport transport) {
 // returns when the message is in its queues. The suites of delivery and requests run over both.
 inline void settle() {
     if (quorl_IsIPM() == QUORL_TRUE) return;
-    for (const quorlTransport transport : transportsMade()) settleOn(transport);
+    for (const quorlTransport transport : transportsMade.all()) settleOn(transport);
 }
 
 inline quorlQueue newQueue() {
