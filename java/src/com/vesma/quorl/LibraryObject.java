@@ -19,17 +19,20 @@ abstract class LibraryObject implements AutoCloseable {
     /** What the cleaner holds; it must not hold the object itself. */
     private static final class Id implements Runnable {
         private final IntConsumer destroy;
+        private final int last;
+
+        /** 0 from the beginning of the first close. */
         private volatile int value;
 
         Id(int value, IntConsumer destroy) {
             this.value = value;
             this.destroy = destroy;
+            last = value;
         }
 
         /** Runs once, on whichever thread closes first or on the cleaner's. */
         @Override
         public void run() {
-            int last = value;
             value = 0;
             destroy.accept(last);
         }
@@ -71,6 +74,8 @@ abstract class LibraryObject implements AutoCloseable {
     /** Destroys the library's object, the first time; one that is the library's own stays. */
     final void destroy() {
         if (cleanable != null) {
+            // Not left to run: a thread that closes second finds nothing to run, and the first may not have come to it yet.
+            id.value = 0;
             cleanable.clean();
         }
         Reference.reachabilityFence(this);
