@@ -31,7 +31,7 @@ TWINS = [("_Add", "_Update"), ("SendSubject", "ReplySubject"), ("AddListener(", 
          ("AllowListener", "DisallowListener"), ("ConnectToRelayAgent", "DisconnectFromRelayAgent"),
          ("MarkReferences", "ClearReferences"), ("I32", "U32"), ("I16", "U16"), ("I64", "U64"), ("I8", "U8"),
          ("F32", "F64"), ("Opaque", "Xml"), ("GetPriority", "GetCount"), ("IPPort16", "U16")]
-WIDTHS = {"quorl_u8": "quorl_i8", "quorl_u16": "quorl_u8", "quorl_u32": "quorl_u16", "quorl_u64": "quorl_u32",
+WIDTHS = {"quorl_u8": "bool", "quorl_u16": "quorl_u8", "quorl_u32": "quorl_u16", "quorl_u64": "quorl_u32",
           "jint": "jshort", "uintptr_t": "uint32_t"}
 # Two frees in a row may change places, and so may a free and a throw: no caller sees when memory is given back.
 FREES = re.compile(r"(std::free|freeText|freeCredential|freeParameter|leaveBehind)\(")
