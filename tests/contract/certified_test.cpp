@@ -242,10 +242,11 @@ void state_create_listener() {
     const Lines lines = {
         "GetByteArrayRegion(subject, 0, 6)", "NewGlobalRef(this)",
         "quorlcmEvent_CreateListener(&, 4294967294, cmListenerCallback, 4294967293, \"orders\", global this)",
-        "quorlcmEvent_SetExplicitConfirm(77)", "_quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(77)"};
+        "quorlcmEvent_SetExplicitConfirm(2271560492)",
+        "_quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(2271560492)"};
     auto invoke = [] {
         when<&quorlcmEvent_CreateListener>().does = [](quorlcmEvent* made, auto...) {
-            *made = 77;
+            *made = 0x8765432Cu;
             return QUORL_OK;
         };
         const Bytes subject = given("subject", "orders");
@@ -254,7 +255,7 @@ void state_create_listener() {
     };
     const Contract contract = {.family = listeners,
                                .invoke = invoke,
-                               .result = "77",
+                               .result = "-2023406804",
                                .lines = lines,
                                .globals = 1,
                                .reports = LIBRARY(quorlcmEvent_CreateListener),

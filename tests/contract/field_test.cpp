@@ -198,21 +198,21 @@ void state_removal() {
            .failed_result = "false",
            .quiet = {{QUORL_NOT_FOUND, "false"}},
            .bytes = {{"name", "cost"}}});
-    state(
-        Native{"QuorlMsg_quorlMsg_1RemoveFieldInstance"},
-        {.family = family,
-         .invoke =
-             [] {
-                 const Bytes name = given("name", "cost");
-                 return call(&Java_com_vesma_quorl_QuorlMsg_quorlMsg_1RemoveFieldInstance, message, name.array,
-                             name.length, 0x700000002, nullptr);
-             },
-         .result = "true",
-         .lines = {"GetByteArrayRegion(name, 0, 4)", "quorlMsg_RemoveFieldInstance(" + message_text + ", \"cost\", 2)"},
-         .reports = LIBRARY(quorlMsg_RemoveFieldInstance),
-         .failed_result = "false",
-         .every_status_is_quiet = true,
-         .bytes = {{"name", "cost"}}});
+    state(Native{"QuorlMsg_quorlMsg_1RemoveFieldInstance"},
+          {.family = family,
+           .invoke =
+               [] {
+                   const Bytes name = given("name", "cost");
+                   return call(&Java_com_vesma_quorl_QuorlMsg_quorlMsg_1RemoveFieldInstance, message, name.array,
+                               name.length, 0x787654321, nullptr);
+               },
+           .result = "true",
+           .lines = {"GetByteArrayRegion(name, 0, 4)",
+                     "quorlMsg_RemoveFieldInstance(" + message_text + ", \"cost\", 2271560481)"},
+           .reports = LIBRARY(quorlMsg_RemoveFieldInstance),
+           .failed_result = "false",
+           .every_status_is_quiet = true,
+           .bytes = {{"name", "cost"}}});
 }
 
 }  // namespace
