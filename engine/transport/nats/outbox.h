@@ -22,9 +22,9 @@ class Outbox {
     // Bytes of entries that are gathered into one frame. Large enough that the daemon's cost for each of its messages
     // vanishes, small enough that the frame is still in the processor's cache when it is sent and read.
     static constexpr size_t frameRoom = 16u << 10;
-    // A larger message is not copied here: it goes to the daemon from where it is. A smaller one is cheaper to copy than to
-    // share with the thread that sends it.
-    static constexpr size_t largestCopied = 2u << 10;
+    // A larger message is not copied here: it goes to the daemon from where it is. Up to a few pages the copy is cheaper
+    // than memory that one thread fills and another gives back.
+    static constexpr size_t largestCopied = 48u << 10;
     // Bytes that wait while the daemon is there before senders have to wait.
     static constexpr size_t connectedRoom = 4u << 20;
 

@@ -134,7 +134,7 @@ TEST_F(Waiting, whatIsWorthlessByNowGivesWay) {
 
 TEST_F(Waiting, aFullConnectionMakesSendersWait) {
     outbox.setConnected(true);
-    const auto content = contentOf("a", 40000);  // shared, not copied
+    const auto content = contentOf("a", 40000);
     quorl_status status;
     while ((status = put(content)) == QUORL_OK) {
     }
