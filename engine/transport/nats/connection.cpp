@@ -254,6 +254,7 @@ void Connection::applyChanges() noexcept {
 // ---- the thread
 
 void Connection::run() noexcept {
+    const ReadingMemory memory;
     bool running = false;
     try {
         connectFirst();

@@ -2,9 +2,13 @@
 #include "transport/nats/session.h"
 
 #include <nats/nats.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/ioctl.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -52,6 +56,25 @@ std::string lastWords(natsStatus status) {
     return text;
 }
 
+// Whether the calling thread has the system's usual policy now, and is of batch work from here on: woken by a thread that
+// runs, it lets that one finish instead of taking its processor. Threads inherit it.
+bool becomeBatch() noexcept {
+    int policy = SCHED_OTHER;
+    sched_param parameters{};
+    if (pthread_getschedparam(pthread_self(), &policy, &parameters) != 0 || policy != SCHED_OTHER) return false;
+    return pthread_setschedparam(pthread_self(), SCHED_BATCH, &parameters) == 0;
+}
+
+// libnats with its threads, if it is not open yet. None of them has anything to do that is urgent. One is woken for each
+// message that is given back, while the thread that gave it back is on its way to whoever waits for the message: two
+// changes of threads for each message that nobody gains by.
+void openLibrary() noexcept {
+    const bool batch = becomeBatch();
+    nats_Open(-1);
+    const sched_param parameters{};
+    if (batch) pthread_setschedparam(pthread_self(), SCHED_OTHER, &parameters);
+}
+
 double seconds(int64_t nanoseconds) noexcept {
     return static_cast<double>(nanoseconds) / 1e9;
 }
@@ -63,7 +86,10 @@ quorl_status refuse(quorl_status status, const Session::Request& request, const 
 
 }  // namespace
 
+// The thread was woken by the one that reads, which holds a lock of libnats at that time and will sleep soon.
 void Session::onMessage(natsConnection*, natsSubscription*, natsMsg* message, void* closure) {
+    static thread_local const bool batch = becomeBatch();
+    static_cast<void>(batch);
     const char* subject = natsMsg_GetSubject(message);
     static_cast<Feed*>(closure)->received(subject, reinterpret_cast<const uint8_t*>(natsMsg_GetData(message)),
                                           static_cast<size_t>(std::max(0, natsMsg_GetDataLength(message))));
@@ -94,6 +120,7 @@ quorl_status Session::connect(const Request& request) noexcept {
     secure::Credentials credentials;
     if (const quorl_status status = secure::lookup(request.server.hostAndPort(), &credentials); status != QUORL_OK)
         return status;
+    openLibrary();
     natsOptions* made = nullptr;
     if (natsOptions_Create(&made) != NATS_OK) return fail(QUORL_NO_MEMORY, "no memory for a connection");
     std::unique_ptr<natsOptions, DestroyOptions> options(made);
@@ -280,6 +307,17 @@ void Session::release(Feed& feed) noexcept {
     if (feed.handle_ == nullptr) return;
     natsSubscription_Destroy(feed.handle_);
     feed.handle_ = nullptr;
+}
+
+ReadingMemory::ReadingMemory() noexcept {
+    std::array<void*, kept / blockSize> blocks;
+    for (void*& block : blocks) block = std::malloc(blockSize);
+    top_ = std::malloc(topSize);
+    for (void* block : blocks) std::free(block);
+}
+
+ReadingMemory::~ReadingMemory() {
+    std::free(top_);
 }
 
 void Session::shutDownLibrary() noexcept {

@@ -47,6 +47,24 @@ class Feed {
     std::atomic<bool> finished_{false};  // received will not be called any more
 };
 
+// For the thread that reads, as long as it does. libnats allocates each message there and frees it on another thread, and the
+// C library gives what lies free at the end of a thread's memory back to the system, which would cost a page fault for
+// every 4 KiB that come in. So something small lies above the first few megabytes; they take memory only once they are used.
+class ReadingMemory {
+  public:
+    ReadingMemory() noexcept;
+    ~ReadingMemory();
+    ReadingMemory(const ReadingMemory&) = delete;
+    ReadingMemory& operator=(const ReadingMemory&) = delete;
+
+  private:
+    static constexpr size_t kept = 4u << 20;
+    static constexpr size_t blockSize = 64u << 10;  // less than what the C library asks the system for piece by piece
+    static constexpr size_t topSize = 4u << 10;
+
+    void* top_;
+};
+
 class Session {
   public:
     struct Request {
