@@ -51,10 +51,11 @@ quorl_status attach(Listener& listener) noexcept {
     return QUORL_OK;
 }
 
-// Whether the subject is an inbox that the transport made.
+// Whether the subject is an inbox that the transport made, or all those below one.
 bool ownInbox(const Transport& transport, std::string_view subject) noexcept {
     if (!subject.starts_with(transport.inboxPrefix)) return false;
     subject.remove_prefix(transport.inboxPrefix.size());
+    if (subject.ends_with(".*")) subject.remove_suffix(2);
     uint64_t number = 0;
     const auto [end, error] = std::from_chars(subject.data(), subject.data() + subject.size(), number);
     return error == std::errc() && end == subject.data() + subject.size() && subject.front() != '0' &&

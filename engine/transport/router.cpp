@@ -39,6 +39,13 @@ quorl_status refuseSubject(std::string_view subject, const char* why) noexcept {
                 subject.data(), why);
 }
 
+// What a listener of an inbox is found by: the inbox, or for all below one, "<inbox>.*", that up to the last point. No
+// subject ends with a point, so the two never meet.
+std::string_view inboxKey(std::string_view pattern) noexcept {
+    if (pattern.ends_with('*')) pattern.remove_suffix(1);
+    return pattern;
+}
+
 }  // namespace
 
 // What a subject matched at some version of a router.
@@ -85,7 +92,7 @@ Router::Cache* Router::cacheOf(ThreadState& thread) noexcept {
 void Router::add(Listener& listener) {
     if (subject::isInbox(listener.subject)) {
         Lock lock(inboxLock_);
-        inboxes_[listener.subject].listeners.push_back(&listener);
+        inboxes_[std::string(inboxKey(listener.subject))].listeners.push_back(&listener);
         return;
     }
     Lock lock(lock_);
@@ -96,7 +103,7 @@ void Router::add(Listener& listener) {
 void Router::remove(Listener& listener) noexcept {
     if (subject::isInbox(listener.subject)) {
         Lock lock(inboxLock_);
-        const auto inbox = inboxes_.find(listener.subject);
+        const auto inbox = inboxes_.find(inboxKey(listener.subject));
         if (inbox == inboxes_.end()) return;
         std::erase(inbox->second.listeners, &listener);
         if (inbox->second.listeners.empty() && inbox->second.request == nullptr) inboxes_.erase(inbox);
@@ -135,7 +142,8 @@ quorl_status Router::routeToInbox(const message::ContentRef& content, std::strin
     ThreadState* waiting = nullptr;
     try {
         Lock lock(inboxLock_);
-        const auto found = inboxes_.find(subject);
+        auto found = inboxes_.find(subject);
+        if (found == inboxes_.end()) found = inboxes_.find(subject.substr(0, subject.rfind('.') + 1));
         if (found == inboxes_.end()) return QUORL_OK;
         Inbox& inbox = found->second;
         if (inbox.request != nullptr && !inbox.request->reply) {

@@ -142,6 +142,25 @@ TEST_F(RouterTest, givesAnInboxToItsListenersAndTheFirstToItsRequest) {
     EXPECT_EQ(ear.heard(), 3u);
 }
 
+TEST_F(RouterTest, givesAListenerWhatIsSentBelowItsInbox) {
+    Ear below("_INBOX.0123.1.*");
+    Ear exact("_INBOX.0123.1");
+    Ear other("_INBOX.0123.2.*");
+    for (Ear* ear : {&below, &exact, &other}) router.add(ear->listener);
+    for (const char* subject :
+         {"_INBOX.0123.1.7", "_INBOX.0123.1.x", "_INBOX.0123.1", "_INBOX.0123.1.7.8", "_INBOX.0123.3.7", "_INBOX.0123"})
+        EXPECT_EQ(route(router, subject), QUORL_OK);
+    EXPECT_EQ(route(router, "_INBOX.0123.1."), QUORL_INVALID_SUBJECT);
+    EXPECT_EQ(below.heard(), 2u);
+    EXPECT_EQ(exact.heard(), 1u);
+    EXPECT_EQ(other.heard(), 0u);
+    router.remove(below.listener);
+    EXPECT_EQ(route(router, "_INBOX.0123.1.7"), QUORL_OK);
+    EXPECT_EQ(route(router, "_INBOX.0123.1"), QUORL_OK);
+    EXPECT_EQ(below.heard(), 2u);
+    EXPECT_EQ(exact.heard(), 2u);
+}
+
 TEST(Local, knowsWhatStaysInTheProcess) {
     for (const char* subject :
          {"_QUORL.INFO.a.b", "_QUORL.WARN.a.b", "_QUORL.ERROR.x", "_QUORL.STATS", "_QUORL.LASTERROR", "_QUORL.INFO"})

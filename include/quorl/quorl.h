@@ -340,7 +340,8 @@ QUORL_API quorl_status quorlTransport_SetBatchMode(quorlTransport transport, quo
 QUORL_API quorl_status quorlTransport_SetBatchSize(quorlTransport transport, quorl_u32 numBytes);
 
 /* Writes a new subject, unique in the world, that only listeners of this transport may listen to: the reply address of a
- * request. limit: bytes at subject, terminator included; QUORL_INSUFFICIENT_BUFFER when it does not fit. */
+ * request. They may also listen to "<inbox>.*", one element below it.
+ * limit: bytes at subject, terminator included; QUORL_INSUFFICIENT_BUFFER when it does not fit. */
 QUORL_API quorl_status quorlTransport_CreateInbox(quorlTransport transport, char* subject, quorl_u32 limit);
 
 /* Sends a message to its send subject. The message stays the caller's, and may be changed, sent again or destroyed at

@@ -239,6 +239,32 @@ TEST_F(Request, anInboxIsItsTransportsAlone) {
               QUORL_INVALID_SUBJECT);
 }
 
+TEST_F(Request, anInboxMayBeHeardOneElementDeeper) {
+    const quorlTransport other = newTransport();
+    char inbox[255];
+    ASSERT_EQ(quorlTransport_CreateInbox(transport, inbox, sizeof inbox), QUORL_OK);
+    const std::string below = std::string(inbox) + ".";
+    Numbers numbers;
+    const quorlEvent listener = listen(queue, transport, (below + "*").c_str(), onNumber, &numbers);
+    for (int i = 1; i <= 3; ++i) EXPECT_EQ(sendNumber(other, (below + std::to_string(i)).c_str(), i), QUORL_OK);
+    EXPECT_EQ(sendNumber(other, inbox, 4), QUORL_OK);
+    EXPECT_EQ(sendNumber(other, (below + "5.5").c_str(), 5), QUORL_OK);
+    EXPECT_EQ(drain(queue), 3);
+    EXPECT_EQ(numbers.came, (std::vector{1, 2, 3}));
+    EXPECT_EQ(quorlEvent_DestroyEx(listener, nullptr), QUORL_OK);
+    EXPECT_EQ(sendNumber(other, (below + "6").c_str(), 6), QUORL_OK);
+    EXPECT_EQ(drain(queue), 0);
+    quorlEvent event = 0;
+    const std::string prefix = std::string(inbox).substr(0, std::string(inbox).rfind('.') + 1);
+    for (const std::string& pattern : {below + ">", below + "1", below + "*.*", prefix + "*", prefix + ">",
+                                       prefix + ".*", prefix + "*.*", prefix + "999.*"})
+        EXPECT_EQ(quorlEvent_CreateListener(&event, queue, onNumber, transport, pattern.c_str(), nullptr),
+                  QUORL_INVALID_SUBJECT)
+            << pattern;
+    EXPECT_EQ(quorlEvent_CreateListener(&event, queue, onNumber, other, (below + "*").c_str(), nullptr),
+              QUORL_INVALID_SUBJECT);
+}
+
 TEST_F(Request, inboxesFitTheirBufferOrAreRefused) {
     char inbox[255] = "untouched";
     EXPECT_EQ(quorlTransport_CreateInbox(transport, inbox, 10), QUORL_INSUFFICIENT_BUFFER);

@@ -222,11 +222,11 @@ void Connection::unlisten(Listener& listener) noexcept {
 }
 
 quorl_status Connection::listenToInboxes(std::string_view inboxPrefix) noexcept {
-    return addUser(std::string(inboxPrefix) + "*", nullptr);
+    return addUser(std::string(inboxPrefix) + ">", nullptr);
 }
 
 void Connection::unlistenToInboxes(std::string_view inboxPrefix) noexcept {
-    removeUser(std::string(inboxPrefix) + "*", nullptr);
+    removeUser(std::string(inboxPrefix) + ">", nullptr);
 }
 
 void Connection::applyChanges() noexcept {

@@ -153,10 +153,10 @@ class Port final : public Carrier {
   private:
     Connection& current() const noexcept { return *connection_.load(std::memory_order_acquire); }
 
-    // Inboxes of a transport have all but the last element in common, and one subscription together.
+    // Inboxes of a transport have the first two elements in common, and one subscription together.
     quorl_status openInboxes(std::string_view inbox) {
         if (!inboxPrefix_.empty()) return QUORL_OK;
-        std::string prefix(inbox.substr(0, inbox.rfind('.') + 1));
+        std::string prefix(inbox.substr(0, inbox.find('.', inbox.find('.') + 1) + 1));
         if (const quorl_status status = current().listenToInboxes(prefix); status != QUORL_OK) return status;
         inboxPrefix_ = std::move(prefix);
         return QUORL_OK;
