@@ -324,6 +324,48 @@ TEST_F(Circuit, ends_a_request_that_waits_when_the_peer_goes) {
     EXPECT_EQ(quorlMsg_Destroy(request), QUORL_OK);
 }
 
+// Whatever ends the circuit ends a request that waits without a limit, with the reason.
+TEST_F(Circuit, ends_a_request_that_waits_when_a_transport_goes) {
+    enum class Gone { circuit, below, belowThePeer };
+    const struct {
+        Gone gone;
+        quorl_status status;
+        const char* says;
+    } rows[] = {{Gone::circuit, QUORL_INTR, "closed"},
+                {Gone::below, QUORL_VC_NOT_CONNECTED, "below"},
+                {Gone::belowThePeer, QUORL_VC_NOT_CONNECTED, "the peer closed"}};
+    for (const auto& row : rows) {
+        const quorlTransport belowAcceptor = newTransport();
+        const quorlTransport belowConnector = newTransport();
+        quorlTransport acceptor = 0;
+        quorlTransport connector = 0;
+        const char* subject = nullptr;
+        ASSERT_EQ(quorlTransport_CreateAcceptVc(&acceptor, &subject, belowAcceptor), QUORL_OK);
+        ASSERT_EQ(quorlTransport_CreateConnectVc(&connector, subject, belowConnector), QUORL_OK);
+        ASSERT_EQ(quorlTransport_WaitForVcConnection(connector, limit), QUORL_OK);
+        Counter asked;
+        const quorlQueue queue = newQueue();
+        listen(
+            queue, acceptor, "ask", [](quorlEvent, quorlMsg, void* closure) { static_cast<Counter*>(closure)->add(); },
+            &asked);
+        Threads threads;
+        threads.start([&] {
+            quorlMsg request = newMessage("ask");
+            quorlMsg reply = nullptr;
+            EXPECT_EQ(quorlTransport_SendRequest(connector, request, &reply, -1), row.status);
+            EXPECT_NE(strstr(quorl_LastErrorText(), row.says), nullptr) << quorl_LastErrorText();
+            EXPECT_EQ(quorlMsg_Destroy(request), QUORL_OK);
+        });
+        ASSERT_EQ(quorlQueue_TimedDispatch(queue, limit), QUORL_OK);
+        ASSERT_TRUE(asked.waitFor(1));
+        const quorlTransport goes = row.gone == Gone::circuit ? connector
+                                    : row.gone == Gone::below ? belowConnector
+                                                              : belowAcceptor;
+        EXPECT_EQ(quorlTransport_Destroy(goes), QUORL_OK);
+        threads.join();
+    }
+}
+
 TEST_F(Circuit, that_is_destroyed_wakes_those_who_wait_for_it) {
     for (int round = 0; round < 3; ++round) {
         quorlTransport acceptor = 0;
