@@ -104,12 +104,20 @@ final class Dispatching {
 
     /** seconds below 0 wait for ever. */
     boolean dispatch(Dispatchable target, double seconds) throws InterruptedException {
+        return dispatch(target, seconds, NEVER);
+    }
+
+    /** The same, but that stop may end the wait: it is asked before each part of it, and what came before is still taken. */
+    boolean dispatch(Dispatchable target, double seconds, BooleanSupplier stop) throws InterruptedException {
         if (Thread.interrupted()) {
             throw new InterruptedException();
         }
         Object taken = takeOnce(target, 0);
         if ((taken == NOTHING && seconds != 0) || taken == SIGNALLED) {
-            taken = takeBlocking(target, seconds, NEVER);
+            taken = takeBlocking(target, seconds, stop);
+            if (taken == NOTHING && stop.getAsBoolean()) {
+                return poll(target);
+            }
         }
         return finish(taken);
     }

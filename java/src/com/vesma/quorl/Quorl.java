@@ -116,6 +116,7 @@ public final class Quorl implements AutoCloseable {
             QuorlEvent.closeAll();
         } finally {
             Inside.libraryCloses();
+            CircuitWatch.libraryCloses();
             status = quorl_Close();
             LOCK.lock();
             try {

@@ -3,9 +3,9 @@ package com.vesma.quorl;
 import java.lang.ref.Reference;
 import java.time.Duration;
 import java.util.List;
+import java.util.Map;
 import java.util.Objects;
 import java.util.Queue;
-import java.util.Set;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.ConcurrentLinkedQueue;
@@ -34,8 +34,8 @@ public abstract class QuorlTransport extends LibraryObject {
     /** Queues of earlier requests: as many as there ever were requests at once. A forgotten one is cleaned up. */
     private final Queue<QuorlQueue> idleQueues = new ConcurrentLinkedQueue<>();
 
-    /** The queues of requests that wait. */
-    private final Set<QuorlQueue> requests = ConcurrentHashMap.newKeySet();
+    /** The queues of requests that wait, with the threads that wait there. */
+    private final Map<QuorlQueue, Dispatching> requests = new ConcurrentHashMap<>();
 
     private final Requests asynchronous = new Requests(this);
 
@@ -113,21 +113,31 @@ public abstract class QuorlTransport extends LibraryObject {
      * @param limit the longest wait, 0 or more
      * @return the reply, to be closed by the caller; null when none came in time
      * @throws InterruptedException if the thread is interrupted before or during the wait
-     * @throws QuorlException as {@link #send(QuorlMsg)}; {@link QuorlClosedException} when the transport is closed
+     * @throws QuorlException as {@link #send(QuorlMsg)}
+     * @throws QuorlClosedException when the transport or the library is closed, before or meanwhile
      */
     public QuorlMsg request(QuorlMsg request, Duration limit) throws InterruptedException {
         double seconds = Dispatchable.seconds(limit, "limit");
+        Objects.requireNonNull(request, "request");
+        try {
+            return ask(request, seconds);
+        } catch (QuorlException e) {
+            throw isGone(e) ? closedException() : e;
+        }
+    }
+
+    private QuorlMsg ask(QuorlMsg request, double seconds) throws InterruptedException {
+        awaitsReplies();
         String inbox = createInbox();
         QuorlMsg[] reply = new QuorlMsg[1];
         QuorlQueue idle = idleQueues.poll();
         QuorlQueue queue = idle == null ? new QuorlQueue() : idle;
-        requests.add(queue);
+        Dispatching thread = Dispatching.current();
+        requests.put(queue, thread);
         try (QuorlListener listener = new QuorlListener(queue, this, inbox, (l, message) -> reply[0] = message.keep())) {
             request.setReplySubject(listener.getSubject());
             send(request);
-            return Dispatching.current().dispatch(queue, seconds) ? reply[0] : null;
-        } catch (QuorlException e) {
-            throw isClosed() ? closedException() : e;
+            return thread.dispatch(queue, seconds, this::isPeerLost) ? reply[0] : null;
         } finally {
             // The listener is closed by now, with whatever came after the first reply, so the queue is empty.
             requests.remove(queue);
@@ -149,9 +159,10 @@ public abstract class QuorlTransport extends LibraryObject {
      *   <li>{@link QuorlTimeoutException} when no reply came in time,
      *   <li>{@link QuorlDaemonException} when there is no connection and no room to wait for one,
      *   <li>{@link QuorlClosedException} when the transport or the library is closed, before or meanwhile,
+     *   <li>{@link QuorlException#VC_NOT_CONNECTED} when the transport is a circuit that has no peer, or loses it,
      *   <li>another {@link QuorlException} when the request could not be sent, such as one without a subject,
-     *   <li>{@link java.util.concurrent.CancellationException} when the program cancels it, which lets go of the inbox at
-     *       once; a reply that comes later is dropped. Cancel a request whose reply nobody wants any more.
+     *   <li>{@link java.util.concurrent.CancellationException} when the program cancels it; a reply that comes later is
+     *       dropped. Cancel a request whose reply nobody wants any more.
      * </ul>
      *
      * <p>A reply completes the future on a thread that serves all requests of this transport, a time limit on one of the
@@ -254,6 +265,39 @@ public abstract class QuorlTransport extends LibraryObject {
         }
     }
 
+    /** Asynchronous requests that wait. */
+    final int waitingRequests() {
+        return asynchronous.waiting();
+    }
+
+    // ---- a transport to one peer, which can be lost --------------------------------------------------------------------
+
+    /** Before requests are sent. */
+    void awaitsReplies() {}
+
+    /** Whether replies that have not come will not come. Never, of a transport to many. */
+    boolean isPeerLost() {
+        return false;
+    }
+
+    /** What a request fails with when the peer is lost. */
+    QuorlException peerLoss() {
+        return closedException();
+    }
+
+    /** Ends the requests that wait, which look for a reply once more. */
+    final void wakeRequests() {
+        requests.forEach((queue, thread) -> thread.signal(queue));
+        asynchronous.peerIsLost();
+    }
+
+    /** Whether a failure of a request says that the transport is closed, or was with the library. */
+    final boolean isGone(QuorlException e) {
+        int status = e.getStatus();
+        return isClosed() || status == QuorlException.INVALID_TRANSPORT || status == QuorlException.INVALID_QUEUE
+                || status == QuorlException.NOT_INITIALIZED;
+    }
+
     /**
      * Closes the transport; see the class. Closing again does nothing.
      */
@@ -262,7 +306,7 @@ public abstract class QuorlTransport extends LibraryObject {
         destroy();
         asynchronous.close();
         // A request that begins later finds no transport to send on.
-        requests.forEach(QuorlQueue::close);
+        requests.keySet().forEach(QuorlQueue::close);
         for (QuorlQueue idle = idleQueues.poll(); idle != null; idle = idleQueues.poll()) {
             idle.close();
         }

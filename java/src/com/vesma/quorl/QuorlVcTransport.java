@@ -42,6 +42,12 @@ public final class QuorlVcTransport extends QuorlTransport {
     /** Of the accepting end; null of a connecting one. */
     private final String connectSubject;
 
+    /** Whether a loss of the peer is told. */
+    private volatile boolean watched;
+
+    /** Whether it was. */
+    private volatile boolean lost;
+
     private QuorlVcTransport(int id, QuorlTransport parent, String connectSubject) {
         super(id);
         this.parent = parent;
@@ -148,8 +154,8 @@ public final class QuorlVcTransport extends QuorlTransport {
     }
 
     /**
-     * As {@link QuorlTransport#request}, but that a peer that is gone when the time has passed is
-     * {@link QuorlException#VC_NOT_CONNECTED}.
+     * As {@link QuorlTransport#request}, but that a peer that is gone, or goes meanwhile, is
+     * {@link QuorlException#VC_NOT_CONNECTED} at once.
      */
     @Override
     public QuorlMsg request(QuorlMsg request, Duration limit) throws InterruptedException {
@@ -158,6 +164,44 @@ public final class QuorlVcTransport extends QuorlTransport {
             isUp(0);
         }
         return reply;
+    }
+
+    @Override
+    void awaitsReplies() {
+        if (!watched) {
+            CircuitWatch.begin(this);
+            watched = true;
+        }
+    }
+
+    /** On the thread that hears of it. What the peer has sent is in the queues of its listeners. */
+    void peerIsLost() {
+        lost = true;
+        wakeRequests();
+    }
+
+    @Override
+    boolean isPeerLost() {
+        return lost;
+    }
+
+    @Override
+    QuorlException peerLoss() {
+        try {
+            isUp(0);
+        } catch (QuorlException e) {
+            return e;
+        }
+        return closedException();
+    }
+
+    @Override
+    public void close() {
+        int id = idOrZero();
+        super.close();
+        if (watched) {
+            CircuitWatch.end(id);
+        }
     }
 
     @Override

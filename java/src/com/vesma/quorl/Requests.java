@@ -1,23 +1,29 @@
 package com.vesma.quorl;
 
 import java.time.Duration;
+import java.util.Map;
 import java.util.Set;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.TimeoutException;
+import java.util.concurrent.atomic.AtomicLong;
 import java.util.concurrent.locks.ReentrantLock;
 
 /**
  * The asynchronous requests of one transport.
  *
- * <p>Each waits for its reply on an inbox of its own, which nothing else is ever sent to, so no reply reaches the wrong
- * request. One queue and one dispatching thread of the transport serve them all. Time limits are kept by the machine's
- * own thread for delays, which only hands what has run out to the common pool.
+ * <p>They share an inbox with one listener. Each has a subject of its own below it, whose last element is the request's key:
+ * a number that is never used again, so no reply reaches the wrong request, and one that comes too late finds none. One
+ * queue and one dispatching thread of the transport serve them all. Time limits are kept by the machine's own thread for
+ * delays, which only hands what has run out to the common pool.
  */
 final class Requests {
     /** Those that have a queue, for the library's last close. */
     private static final Set<Requests> OPEN = ConcurrentHashMap.newKeySet();
+
+    /** Digits that every number of a long has room for. */
+    private static final int KEY_DIGITS = 18;
 
     private final QuorlTransport transport;
 
@@ -26,10 +32,17 @@ final class Requests {
     /** Made with the first request. Guarded by lock. */
     private QuorlQueue queue;
     private QuorlDispatcher dispatcher;
+    private QuorlListener listener;
     private boolean closed;
 
-    /** Requests that wait. */
-    private final Set<Pending> pending = ConcurrentHashMap.newKeySet();
+    /** Of the reply subjects, with the point before the key; null while nothing may wait. Written under lock. */
+    private volatile String prefix;
+
+    /** Of the last request. */
+    private final AtomicLong lastKey = new AtomicLong();
+
+    /** Requests that wait, by their keys. */
+    private final Map<Long, Pending> pending = new ConcurrentHashMap<>();
 
     Requests(QuorlTransport transport) {
         this.transport = transport;
@@ -37,10 +50,11 @@ final class Requests {
 
     /** What the program holds of a request. */
     private final class Pending extends CompletableFuture<QuorlMsg> {
-        private volatile QuorlListener listener;
+        private final Long key;
         private volatile CompletableFuture<Void> limit;
 
-        Pending() {
+        Pending(Long key) {
+            this.key = key;
             // However it ends, also by the program's cancel.
             whenComplete((reply, failure) -> letGo());
         }
@@ -68,82 +82,151 @@ final class Requests {
 
         /** Any number of times, from any thread. */
         void letGo() {
-            pending.remove(this);
+            pending.remove(key);
             CompletableFuture<Void> clock = limit;
             if (clock != null) {
                 clock.cancel(false);
-            }
-            QuorlListener own = listener;
-            if (own != null) {
-                own.close();
             }
         }
     }
 
     CompletableFuture<QuorlMsg> request(QuorlMsg request, Duration limit) {
-        Pending made = new Pending();
+        Long key = lastKey.incrementAndGet();
+        Pending made = new Pending(key);
+        // Before it is looked whether this is closed: a close ends what it finds here.
+        pending.put(key, made);
         try {
-            String inbox = transport.createInbox();
-            pending.add(made);
-            made.listener = new QuorlListener(queue(), transport, inbox, (l, reply) -> made.replied(reply));
+            String subjects = prefix;
+            if (subjects == null) {
+                subjects = open();
+            }
             made.expireAfter(limit);
-            request.setReplySubject(inbox);
+            request.setReplySubject(subjects + key);
             transport.send(request);
         } catch (QuorlException e) {
-            made.completeExceptionally(isGone(e) ? transport.closedException() : QuorlDaemonException.typed(e));
+            made.completeExceptionally(transport.isGone(e) ? transport.closedException() : QuorlDaemonException.typed(e));
         } catch (RuntimeException | Error e) {
             made.cancel(false);
             throw e;
         }
-        // A program cannot have it before this, but the limit, a reply and the transport's close can have ended it while
-        // the listener or the limit was not there to be let go of.
+        // A program cannot have it before this, but the transport's close can have ended it while the limit was not there to
+        // be let go of.
         if (made.isDone()) {
             made.letGo();
         }
         return made;
     }
 
-    /** Whether a failure says that the transport is closed, or was with the library. */
-    private boolean isGone(QuorlException e) {
-        return transport.isClosed() || e.getStatus() == QuorlException.INVALID_TRANSPORT
-                || e.getStatus() == QuorlException.NOT_INITIALIZED;
+    /** How many wait. */
+    int waiting() {
+        return pending.size();
     }
 
-    private QuorlQueue queue() {
+    /** The prefix, made with all that belongs to it unless that is done. */
+    private String open() {
         lock.lock();
         try {
             if (closed) {
                 throw transport.closedException();
             }
-            if (queue == null) {
-                QuorlQueue made = new QuorlQueue("replies");
-                dispatcher = QuorlDispatcher.builder(made).name("quorl-replies").start();
-                queue = made;
-                OPEN.add(this);
+            if (prefix == null) {
+                make();
             }
-            return queue;
+            return prefix;
         } finally {
             lock.unlock();
+        }
+    }
+
+    private void make() {
+        transport.awaitsReplies();
+        String inbox = transport.createInbox();
+        QuorlQueue replies = new QuorlQueue("replies");
+        QuorlListener hearing = null;
+        try {
+            hearing = new QuorlListener(replies, transport, inbox + ".*", (l, reply) -> arrived(reply));
+            dispatcher = QuorlDispatcher.builder(replies).name("quorl-replies").start();
+        } catch (RuntimeException | Error e) {
+            if (hearing != null) {
+                hearing.close();
+            }
+            replies.close();
+            throw e;
+        }
+        queue = replies;
+        listener = hearing;
+        OPEN.add(this);
+        prefix = inbox + ".";
+    }
+
+    private void arrived(QuorlMsg reply) {
+        Pending asked = pending.get(keyOf(reply.getSendSubject()));
+        if (asked != null) {
+            asked.replied(reply);
+        }
+    }
+
+    /** The key behind the last point, 0 for something else: anybody may send to an inbox. */
+    private static long keyOf(String subject) {
+        int first = subject.lastIndexOf('.') + 1;
+        int digits = subject.length() - first;
+        if (digits > KEY_DIGITS) {
+            return 0;
+        }
+        long key = 0;
+        for (int i = first; i < subject.length(); i++) {
+            int digit = subject.charAt(i) - '0';
+            if (digit < 0 || digit > 9 || (digit == 0 && i == first)) {
+                return 0;
+            }
+            key = key * 10 + digit;
+        }
+        return key;
+    }
+
+    /** The transport's peer is lost: fails what waits, behind the replies that have come. */
+    void peerIsLost() {
+        QuorlQueue replies;
+        lock.lock();
+        try {
+            replies = closed ? null : queue;
+        } finally {
+            lock.unlock();
+        }
+        if (replies == null) {
+            return;
+        }
+        try {
+            // Its turn comes when the replies that wait in the queue have been taken, on the thread that takes them.
+            new QuorlTimer(replies, Duration.ZERO, timer -> {
+                timer.close();
+                for (Pending waiting : pending.values()) {
+                    waiting.completeExceptionally(transport.peerLoss());
+                }
+            });
+        } catch (QuorlException e) {
+            // The transport or the library closes, which ends the requests with a reason of its own.
+            return;
         }
     }
 
     /** Fails what waits; then nothing is begun any more. */
     void close() {
         QuorlQueue used;
-        QuorlDispatcher running;
         lock.lock();
         try {
             closed = true;
+            prefix = null;
             used = queue;
-            running = dispatcher;
         } finally {
             lock.unlock();
         }
-        for (Pending waiting : pending) {
+        for (Pending waiting : pending.values()) {
             waiting.completeExceptionally(transport.closedException());
         }
         if (used != null) {
-            running.close();
+            dispatcher.close();
+            listener.close();
             used.close();
             OPEN.remove(this);
         }

@@ -3,6 +3,7 @@ package com.vesma.quorl;
 import static com.vesma.quorl.QuorlMsgTest.assertStatus;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertInstanceOf;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
@@ -11,7 +12,11 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.time.Duration;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.ExecutionException;
+import java.util.concurrent.TimeUnit;
+import java.util.function.Consumer;
 import org.junit.jupiter.api.Test;
 
 /** Circuits: connecting, sending, requests, waiting, and every order of closing. */
@@ -90,6 +95,144 @@ class QuorlVcTransportTest extends OpenLibrary {
                 assertTrue(gone.getMessage().contains("the peer closed"), gone.getMessage());
                 assertFalse(connecting.trySend(question));
             }
+        }
+    }
+
+    /** Two ends, and a server at the accepting one that answers some questions and closes its end at others. */
+    private final class Pair implements AutoCloseable {
+        final QuorlQrdTransport below = new QuorlQrdTransport();
+        final QuorlVcTransport accepting = QuorlVcTransport.accept(below);
+        final QuorlVcTransport connecting = QuorlVcTransport.connect(transport, accepting.getConnectSubject());
+        final QuorlQueue questions = new QuorlQueue();
+        final CountDownLatch asked = new CountDownLatch(3);
+        final QuorlListener listener = new QuorlListener(questions, accepting, "*", (l, m) -> {
+            if (m.getSendSubject().startsWith("answer")) {
+                try (QuorlMsg answer = new QuorlMsg().addI32("n", 1)) {
+                    accepting.reply(answer, m);
+                }
+            }
+            if (m.getSendSubject().endsWith("leave")) {
+                accepting.close();
+            }
+            asked.countDown();
+        });
+        final QuorlDispatcher dispatcher = new QuorlDispatcher(questions);
+
+        Pair() throws InterruptedException {
+            assertTrue(connecting.waitForConnection(LIMIT));
+        }
+
+        @Override
+        public void close() {
+            for (AutoCloseable each : List.of(connecting, accepting, below, dispatcher, listener, questions)) {
+                try {
+                    each.close();
+                } catch (Exception e) {
+                    throw new AssertionError(e);
+                }
+            }
+        }
+    }
+
+    private static void assertLost(String says, Throwable failure) {
+        QuorlException lost = assertInstanceOf(QuorlException.class, failure);
+        assertEquals(QuorlException.VC_NOT_CONNECTED, lost.getStatus(), lost.getMessage());
+        assertTrue(lost.getDetail().contains(says), lost.getMessage());
+    }
+
+    /** No wait here may reach its limit: a day. */
+    private void requestsEndWhen(String says, Consumer<Pair> lose) throws Exception {
+        try (Pair pair = new Pair()) {
+            List<CompletableFuture<QuorlMsg>> waiting = new ArrayList<>();
+            Worker waiter = new Worker(() -> {
+                try (QuorlMsg question = new QuorlMsg("ask")) {
+                    assertLost(says, assertThrows(
+                            QuorlException.class, () -> pair.connecting.request(question, Duration.ofDays(1))));
+                }
+            });
+            try (QuorlMsg question = new QuorlMsg("ask")) {
+                for (int i = 0; i < 2; i++) {
+                    waiting.add(pair.connecting.requestAsync(question, Duration.ofDays(1)));
+                }
+                await(pair.asked);
+                lose.accept(pair);
+                for (CompletableFuture<QuorlMsg> each : waiting) {
+                    assertLost(says, assertThrows(ExecutionException.class,
+                            () -> each.get(LIMIT.toSeconds(), TimeUnit.SECONDS)).getCause());
+                }
+                waiter.join();
+                assertEquals(0, pair.connecting.waitingRequests());
+                assertLost(says, assertThrows(
+                        QuorlException.class, () -> pair.connecting.request(question, Duration.ofDays(1))));
+                assertLost(says, assertThrows(ExecutionException.class,
+                        () -> pair.connecting.requestAsync(question, LIMIT).get()).getCause());
+            }
+        }
+    }
+
+    @Test
+    void aPeerThatClosesEndsTheRequestsThatWait() throws Exception {
+        requestsEndWhen("the peer closed", pair -> pair.accepting.close());
+    }
+
+    @Test
+    void aPeerWhoseTransportClosesEndsTheRequestsThatWait() throws Exception {
+        requestsEndWhen("the peer closed", pair -> pair.below.close());
+    }
+
+    @Test
+    void theTransportBelowEndsTheRequestsThatWait() throws Exception {
+        requestsEndWhen("the transport below was closed", pair -> transport.close());
+    }
+
+    @Test
+    void aCircuitThatClosesEndsItsOwnRequests() throws Exception {
+        try (Pair pair = new Pair(); QuorlMsg question = new QuorlMsg("ask"); QuorlMsg other = new QuorlMsg("ask")) {
+            Worker waiter = new Worker(() -> assertThrows(
+                    QuorlClosedException.class, () -> pair.connecting.request(other, Duration.ofDays(1))));
+            List<CompletableFuture<QuorlMsg>> waiting = List.of(pair.connecting.requestAsync(question, Duration.ofDays(1)),
+                    pair.connecting.requestAsync(question, Duration.ofDays(1)));
+            await(pair.asked);
+            pair.connecting.close();
+            waiter.join();
+            for (CompletableFuture<QuorlMsg> each : waiting) {
+                assertInstanceOf(QuorlClosedException.class, assertThrows(
+                        ExecutionException.class, () -> each.get(LIMIT.toSeconds(), TimeUnit.SECONDS)).getCause());
+            }
+            assertThrows(QuorlClosedException.class, () -> pair.connecting.request(question, LIMIT));
+        }
+    }
+
+    /** What the peer sent before it closed arrives, replies too. */
+    @Test
+    void aReplyThatCameBeforeTheLossIsTheReply() throws Exception {
+        for (int round = 0; round < 50; round++) {
+            try (Pair pair = new Pair(); QuorlMsg question = new QuorlMsg("answer-and-leave")) {
+                if (round % 2 == 0) {
+                    try (QuorlMsg reply = pair.connecting.request(question, Duration.ofDays(1))) {
+                        assertEquals(1, reply.getI32("n"));
+                    }
+                } else {
+                    try (QuorlMsg reply = pair.connecting.requestAsync(question, Duration.ofDays(1))
+                            .get(LIMIT.toSeconds(), TimeUnit.SECONDS)) {
+                        assertEquals(1, reply.getI32("n"));
+                    }
+                }
+                assertLost("", assertThrows(QuorlException.class, () -> {
+                    try (QuorlMsg next = new QuorlMsg("leave")) {
+                        pair.connecting.request(next, Duration.ofDays(1));
+                    }
+                }));
+            }
+        }
+    }
+
+    @Test
+    void requestsOnCircuitsWorkAgainWhenTheLibraryIsOpenedAgain() throws Exception {
+        for (int i = 0; i < 3; i++) {
+            requestsEndWhen("the peer closed", pair -> pair.accepting.close());
+            closeLibrary();
+            openLibrary();
         }
     }
 

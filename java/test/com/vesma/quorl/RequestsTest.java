@@ -37,11 +37,8 @@ class RequestsTest extends OpenLibrary {
         });
     }
 
-    private int listeners() throws Exception {
-        try (QuorlMsg question = new QuorlMsg("_QUORL.STATS"); QuorlMsg answer = transport.request(question, LIMIT);
-                QuorlMsg objects = answer.getMsg("objects")) {
-            return (int) objects.getU32("listeners");
-        }
+    private static long listeners() {
+        return Quorl.statistics().objects().listeners();
     }
 
     @Test
@@ -49,7 +46,7 @@ class RequestsTest extends OpenLibrary {
         Set<Thread> threads = ConcurrentHashMap.newKeySet();
         List<CompletableFuture<Integer>> answers = new ArrayList<>();
         try (QuorlListener server = doubling(queue); QuorlDispatcher dispatcher = new QuorlDispatcher(queue)) {
-            int before = listeners();
+            long before = listeners();
             for (int i = 0; i < 1000; i++) {
                 try (QuorlMsg question = new QuorlMsg("double").addI32("n", i)) {
                     answers.add(transport.requestAsync(question, LIMIT).thenApply(reply -> {
@@ -65,9 +62,10 @@ class RequestsTest extends OpenLibrary {
             }
             threads.remove(Thread.currentThread());
             assertTrue(threads.size() <= 1, "one thread serves all: " + threads);
-            for (long end = System.nanoTime() + LIMIT.toNanos(); listeners() != before;) {
-                assertTrue(System.nanoTime() < end, "inboxes are left");
-            }
+            assertEquals(0, transport.waitingRequests());
+            assertEquals(before + 1, listeners(), "one listener serves all");
+            transport.close();
+            assertEquals(before, listeners(), "which goes with the transport");
         }
     }
 
@@ -93,7 +91,6 @@ class RequestsTest extends OpenLibrary {
 
     @Test
     void nobodyAnswersInTime() throws Exception {
-        int before = listeners();
         try (QuorlMsg question = new QuorlMsg("nobody")) {
             for (Duration limit : List.of(Duration.ZERO, Duration.ofMillis(1), Duration.ofMillis(20))) {
                 QuorlTimeoutException e =
@@ -101,13 +98,7 @@ class RequestsTest extends OpenLibrary {
                 assertEquals(QuorlException.TIMEOUT, e.getStatus());
                 assertTrue(e.getMessage().contains("no reply in"), e.getMessage());
             }
-            await(() -> {
-                try {
-                    return listeners() == before;
-                } catch (Exception e) {
-                    throw new IllegalStateException(e);
-                }
-            });
+            await(() -> transport.waitingRequests() == 0);
             CompletableFuture<QuorlMsg> patient = transport.requestAsync(question, Duration.ofSeconds(Long.MAX_VALUE));
             assertFalse(patient.isDone());
             patient.cancel(false);
@@ -117,28 +108,72 @@ class RequestsTest extends OpenLibrary {
         }
     }
 
+    /** Keeps what it is asked, and answers nothing of itself. */
+    private static final class Silent implements AutoCloseable {
+        private final List<QuorlMsg> questions = Collections.synchronizedList(new ArrayList<>());
+        private final QuorlListener listener;
+        private final QuorlDispatcher dispatcher;
+
+        Silent(QuorlQueue queue, QuorlTransport transport) {
+            listener = new QuorlListener(queue, transport, "slow", (l, m) -> questions.add(m.keep()));
+            dispatcher = new QuorlDispatcher(queue);
+        }
+
+        QuorlMsg question(int number) throws InterruptedException {
+            await(() -> questions.size() > number);
+            return questions.get(number);
+        }
+
+        @Override
+        public void close() {
+            listener.close();
+            dispatcher.close();
+            questions.forEach(QuorlMsg::close);
+        }
+    }
+
     @Test
     void aCancelledRequestLetsGo() throws Exception {
-        List<String> inboxes = Collections.synchronizedList(new ArrayList<>());
-        List<QuorlMsg> questions = Collections.synchronizedList(new ArrayList<>());
-        CountDownLatch asked = new CountDownLatch(1);
-        try (QuorlListener server = new QuorlListener(queue, transport, "slow", (l, m) -> {
-            inboxes.add(m.getReplySubject());
-            questions.add(m.keep());
-            asked.countDown();
-        }); QuorlDispatcher dispatcher = new QuorlDispatcher(queue); QuorlMsg question = new QuorlMsg("slow")) {
-            int before = listeners();
+        try (Silent server = new Silent(queue, transport); QuorlMsg question = new QuorlMsg("slow")) {
             CompletableFuture<QuorlMsg> future = transport.requestAsync(question, LIMIT);
-            assertEquals(before + 1, listeners());
-            await(asked);
+            assertEquals(1, transport.waitingRequests());
+            QuorlMsg asked = server.question(0);
             assertTrue(future.cancel(true));
-            assertEquals(before, listeners());
+            assertEquals(0, transport.waitingRequests());
             assertThrows(CancellationException.class, future::join);
-            try (QuorlMsg late = new QuorlMsg()) {
-                transport.reply(late, questions.get(0));
+            CompletableFuture<QuorlMsg> next = transport.requestAsync(question, LIMIT);
+            try (QuorlMsg late = new QuorlMsg().addI32("n", 1); QuorlMsg answer = new QuorlMsg().addI32("n", 2)) {
+                transport.reply(late, asked);
+                transport.reply(answer, server.question(1));
             }
-            questions.get(0).close();
+            try (QuorlMsg reply = next.get(LIMIT.toSeconds(), TimeUnit.SECONDS)) {
+                assertEquals(2, reply.getI32("n"), "the late reply reaches nobody");
+            }
             assertTrue(future.isCancelled());
+        }
+    }
+
+    @Test
+    void whatComesToTheInboxAndIsNoReplyIsDropped() throws Exception {
+        try (Silent server = new Silent(queue, transport); QuorlMsg question = new QuorlMsg("slow");
+                QuorlQrdTransport stranger = new QuorlQrdTransport()) {
+            CompletableFuture<QuorlMsg> future = transport.requestAsync(question, LIMIT);
+            String subject = server.question(0).getReplySubject();
+            String inbox = subject.substring(0, subject.lastIndexOf('.'));
+            long messages = Quorl.statistics().objects().messages();
+            for (String key : List.of("x", "0", "01", "+1", "-1", "1x", "1.1", "9".repeat(18), "9".repeat(19), "9".repeat(150))) {
+                try (QuorlMsg stray = new QuorlMsg(inbox + "." + key)) {
+                    stranger.send(stray);
+                }
+            }
+            try (QuorlMsg stray = new QuorlMsg(inbox); QuorlMsg reply = new QuorlMsg(subject).addI32("n", 7)) {
+                stranger.send(stray);
+                stranger.send(reply);
+            }
+            try (QuorlMsg reply = future.get(LIMIT.toSeconds(), TimeUnit.SECONDS)) {
+                assertEquals(7, reply.getI32("n"));
+            }
+            await(() -> Quorl.statistics().objects().messages() == messages);
         }
     }
 
@@ -184,6 +219,18 @@ class RequestsTest extends OpenLibrary {
     }
 
     @Test
+    void closingTheLibraryEndsAThreadThatWaits() throws Exception {
+        try (Silent server = new Silent(queue, transport); QuorlMsg question = new QuorlMsg("slow")) {
+            Worker waiting = new Worker(
+                    () -> assertThrows(QuorlClosedException.class, () -> transport.request(question, Duration.ofDays(1))));
+            server.question(0);
+            quorl.close();
+            waiting.join();
+            assertThrows(QuorlClosedException.class, () -> transport.request(question, LIMIT));
+        }
+    }
+
+    @Test
     void whatCannotBeSentFailsAtOnce() {
         try (QuorlMsg question = new QuorlMsg("a.*")) {
             CompletableFuture<QuorlMsg> future = transport.requestAsync(question, LIMIT);
@@ -222,7 +269,7 @@ class RequestsTest extends OpenLibrary {
 
     @Test
     void requestsThatEndInAllWaysAtOnceLeaveNothing() throws Exception {
-        int before = listeners();
+        long messages = Quorl.statistics().objects().messages();
         List<QuorlMsg> replies = Collections.synchronizedList(new ArrayList<>());
         try (QuorlListener server = doubling(queue); QuorlDispatcher dispatcher = new QuorlDispatcher(queue)) {
             List<Worker> workers = new ArrayList<>();
@@ -252,9 +299,8 @@ class RequestsTest extends OpenLibrary {
             }
             assertTrue(replies.size() >= 300, "those with time to wait were answered");
         }
-        for (long end = System.nanoTime() + LIMIT.toNanos(); listeners() != before;) {
-            assertTrue(System.nanoTime() < end, "inboxes are left");
-        }
+        await(() -> transport.waitingRequests() == 0);
+        await(() -> Quorl.statistics().objects().messages() == messages);
         assertSame(false, replies.stream().anyMatch(m -> !m.isClosed()));
     }
 
