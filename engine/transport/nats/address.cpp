@@ -11,6 +11,7 @@ namespace quorl::transport::nats {
 namespace {
 
 constexpr size_t longestHost = 253;
+constexpr size_t longestShown = 80;  // bytes of a wrong address in a text
 
 bool isHostCharacter(char c) noexcept {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||
@@ -38,7 +39,6 @@ const char* readServer(std::string_view text, bool tls, Server* server) {
         server->tls = scheme == "tls";
         text.remove_prefix(at + 3);
     }
-    if (text.find('@') != std::string_view::npos) return "credentials are not part of an address";
     std::string_view host;
     std::string_view port;
     if (text.starts_with('[')) {
@@ -87,6 +87,12 @@ quorl_status parseAddress(std::string_view text, std::vector<Server>* servers) n
     if (text.size() > longestAddress)
         return fail(QUORL_DAEMON_NOT_FOUND, "a daemon's address of %zu bytes is longer than %zu", text.size(),
                     longestAddress);
+    // Credentials are kept out of texts, also where they do not belong; a comma may be one of a password's letters.
+    if (const size_t secret = text.rfind('@'); secret != std::string_view::npos) {
+        const std::string_view shown = text.substr(secret + 1);
+        return fail(QUORL_DAEMON_NOT_FOUND, "\"%.*s\" is no address of a daemon: credentials are not part of one",
+                    static_cast<int>(std::min(shown.size(), longestShown)), shown.data());
+    }
     try {
         std::vector<Server> found;
         bool tls = false;
@@ -96,13 +102,9 @@ quorl_status parseAddress(std::string_view text, std::vector<Server>* servers) n
             Server server;
             const char* wrong =
                 found.size() == mostServers ? "it is one server too many" : readServer(one, tls, &server);
-            if (wrong != nullptr) {
-                // Credentials are kept out of texts, also where they do not belong.
-                const size_t secret = one.rfind('@');
-                const std::string_view shown = secret == std::string_view::npos ? one : one.substr(secret + 1);
+            if (wrong != nullptr)
                 return fail(QUORL_DAEMON_NOT_FOUND, "\"%.*s\" is no address of a daemon: %s",
-                            static_cast<int>(std::min<size_t>(shown.size(), 80)), shown.data(), wrong);
-            }
+                            static_cast<int>(std::min(one.size(), longestShown)), one.data(), wrong);
             tls = server.tls;
             found.push_back(std::move(server));
             at = end + 1;
