@@ -30,16 +30,19 @@ Store& madeStore() {
     return *store;
 }
 
+// Of ":65535", which may stand behind the longest name of a host.
+constexpr size_t longestPort = 6;
+
 char lower(char letter) noexcept {
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-// The name without a scheme, in small letters.
-quorl_status normalize(std::string_view name, std::string* normalized) {
+// The name without a scheme, in small letters. further: bytes that it may be longer than one that is set.
+quorl_status normalize(std::string_view name, size_t further, std::string* normalized) {
     if (const size_t scheme = name.find("://"); scheme != std::string_view::npos) name.remove_prefix(scheme + 3);
     const bool printable =
         std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c < 0x7f && c != ','; });
-    if (name.empty() || name.size() > longestDaemonName || !printable)
+    if (name.empty() || name.size() > longestDaemonName + further || !printable)
         return fail(QUORL_INVALID_NAME,
                     "a daemon's name is 1 to %zu bytes of printable ASCII without blanks and commas",
                     longestDaemonName);
@@ -72,7 +75,7 @@ quorl_status noMemory() noexcept {
 quorl_status lookup(std::string_view daemonName, Credentials* credentials) noexcept {
     std::string name;
     try {
-        if (const quorl_status status = normalize(daemonName, &name); status != QUORL_OK) return status;
+        if (const quorl_status status = normalize(daemonName, longestPort, &name); status != QUORL_OK) return status;
     } catch (const std::bad_alloc&) {
         return noMemory();
     }
@@ -98,7 +101,7 @@ quorl_status lookup(std::string_view daemonName, Credentials* credentials) noexc
 quorl_status setDaemonCertificates(std::string_view daemonName, Secret pem) noexcept {
     try {
         std::string name;
-        if (const quorl_status status = normalize(daemonName, &name); status != QUORL_OK) return status;
+        if (const quorl_status status = normalize(daemonName, 0, &name); status != QUORL_OK) return status;
         Lock lock(storeLock);
         if (pem.present()) {
             madeStore().daemons[name] = std::move(pem);
