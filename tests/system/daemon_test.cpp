@@ -248,7 +248,8 @@ TEST_F(Daemon, addressesThatAreNoneAreRefusedWithTheReason) {
     EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, gone.c_str()), QUORL_DAEMON_NOT_FOUND);
     EXPECT_EQ(std::string(quorl_LastErrorText()).rfind("connect nats://127.0.0.1:1: refused after", 0), 0u)
         << quorl_LastErrorText();
-    EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, "no-such-host.invalid"), QUORL_DAEMON_NOT_FOUND);
+    EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, (std::string(64, 'h') + ".invalid").c_str()),
+              QUORL_DAEMON_NOT_FOUND);
     EXPECT_NE(std::string(quorl_LastErrorText()).find("the host is not known"), std::string::npos);
     EXPECT_EQ(transport, 77u);
     // The second server of a list does when the first does not.
@@ -272,6 +273,33 @@ TEST(DaemonsTools, showTheProgramByItsDescription) {
     ASSERT_EQ(quorlTransport_SetDescription(transport, "another"), QUORL_OK);
     settleOn(transport);
     EXPECT_EQ(server.log().find("\"name\":\"another\""), std::string::npos);
+    EXPECT_EQ(quorl_Close(), QUORL_OK);
+}
+
+// The description travels inside a line of the daemon's protocol, and must not get out of it.
+TEST(DaemonsTools, areToldEveryDescriptionAsItIs) {
+    NatsServer server("trace: true");
+    ASSERT_EQ(quorl_Open(), QUORL_OK);
+    const quorlTransport listening = transportTo(server.address());
+    Numbers numbers;
+    listen(QUORL_DEFAULT_QUEUE, listening, ">", onNumber, &numbers);
+    settleOn(listening);
+    const quorlTransport transport = transportTo(server.url());
+    ASSERT_EQ(quorlTransport_SetDescription(
+                  transport,
+                  "a \"b\" \\c\",\"echo\":false}\r\nPUB quorl.default.default.x 0\r\n\r\n\x7f\xff gr\xc3\xbc\xc3\x9f"),
+              QUORL_OK);
+    const std::string told =
+        "\"name\":\"a \\\"b\\\" \\\\c\\\",\\\"echo\\\":false}\\u000d\\u000aPUB quorl.default.default.x 0"
+        "\\u000d\\u000a\\u000d\\u000a\\u007f";
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+    while (server.log().find(told) == std::string::npos && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    EXPECT_NE(server.log().find(told), std::string::npos) << server.log();
+    settleOn(transport);
+    settleOn(listening);
+    drain(QUORL_DEFAULT_QUEUE);
+    EXPECT_TRUE(numbers.came.empty());
     EXPECT_EQ(quorl_Close(), QUORL_OK);
 }
 

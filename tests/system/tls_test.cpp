@@ -201,6 +201,17 @@ TEST_F(Tls, userNameAndPasswordWorkInTheClearToo) {
     works(server.url());
 }
 
+// What a program introduces itself with is JSON, and its texts may hold any byte.
+TEST_F(Tls, userNamesAndPasswordsMayHaveAnyLetters) {
+    NatsServer server(
+        "authorization { user: \"an\\\"na {\\\\}\", password: \"pa\\\"ss,\\\\ w\\x01rd gr\xc3\xbc\xc3\x9f\" }");
+    ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("an\"na {\\}", "pa\"ss,\\ w\x01rd gr\xc3\xbc\xc3\x9f"),
+              QUORL_OK);
+    works(server.url());
+    ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("an\"na {\\}", "x\",\"user\":\"an\\\"na"), QUORL_OK);
+    refused(server.url(), QUORL_USERPASS_MISMATCH, "is refused");
+}
+
 TEST_F(Tls, clearAndTlsDoNotMeet) {
     NatsServer secure(certificates->tlsOf("server"));
     NatsServer clear;

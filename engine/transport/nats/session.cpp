@@ -75,6 +75,32 @@ void openLibrary() noexcept {
     if (batch) pthread_setschedparam(pthread_self(), SCHED_OTHER, &parameters);
 }
 
+// A text as libnats may put it between the quotation marks of the JSON in which it introduces the program: it escapes nothing
+// itself. Overwritten when it goes, since it may be a password.
+class Quoted {
+  public:
+    explicit Quoted(std::string_view plain) {
+        text_.reserve(6 * plain.size());  // so that nothing is left where the text grew out of
+        for (const char c : plain) {
+            const auto byte = static_cast<unsigned char>(c);
+            if (byte < 0x20 || byte == 0x7f) {
+                text_.append("\\u00") += "0123456789abcdef"[byte >> 4];
+                text_ += "0123456789abcdef"[byte & 15];
+            } else {
+                if (c == '"' || c == '\\') text_ += '\\';
+                text_ += c;
+            }
+        }
+    }
+    ~Quoted() { explicit_bzero(text_.data(), text_.size()); }
+    Quoted(const Quoted&) = delete;
+    Quoted& operator=(const Quoted&) = delete;
+    const char* text() const noexcept { return text_.c_str(); }
+
+  private:
+    std::string text_;
+};
+
 double seconds(int64_t nanoseconds) noexcept {
     return static_cast<double>(nanoseconds) / 1e9;
 }
@@ -128,7 +154,7 @@ quorl_status Session::connect(const Request& request) noexcept {
     const auto set = [&](natsStatus outcome) {
         if (status == NATS_OK) status = outcome;
     };
-    set(natsOptions_SetName(made, request.name.c_str()));
+    set(natsOptions_SetName(made, Quoted(request.name).text()));
     // It holds for connecting and once more for the greetings.
     set(natsOptions_SetTimeout(made, std::max<int64_t>(request.timeout / 2'000'000, 1)));
     set(natsOptions_SetAllowReconnect(made, false));
@@ -140,8 +166,8 @@ quorl_status Session::connect(const Request& request) noexcept {
     set(natsOptions_SetErrorHandler(made, ignoreError, nullptr));
     set(natsOptions_SetEventLoop(made, &socket_, attachSocket, ignoreInterest, ignoreInterest, ignoreDetach));
     if (credentials.user.present())
-        set(natsOptions_SetUserInfo(made, credentials.user.text(),
-                                    credentials.password.present() ? credentials.password.text() : ""));
+        set(natsOptions_SetUserInfo(made, Quoted(credentials.user.view()).text(),
+                                    Quoted(credentials.password.view()).text()));
     if (request.server.tls) {
         set(natsOptions_SetSecure(made, true));
         set(natsOptions_SetExpectedHostname(made, request.server.host.c_str()));
