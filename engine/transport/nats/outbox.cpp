@@ -11,6 +11,17 @@
 #include "transport/nats/wire_subject.h"
 
 namespace quorl::transport::nats {
+namespace {
+
+// Messages of a frame go or are dropped together, the first to become worthless deciding. One may be dropped so much too
+// early, in nanoseconds, and never kept too long.
+constexpr int64_t sharedWithin = 1'000'000;
+
+bool nearlyAsLong(int64_t one, int64_t other) noexcept {
+    return one > other ? one - other <= sharedWithin : other - one <= sharedWithin;
+}
+
+}  // namespace
 
 // The last chunk when it has the room, else a new one. Throws std::bad_alloc.
 Outbox::Chunk& Outbox::chunkWith(size_t room) {
@@ -67,11 +78,11 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
         size_t cost = entry;
         Chunk* chunk = chunks_.empty() ? nullptr : chunks_.back().get();
         if (copied && sameSubject && chunk->frames.back().size + entry <= frameRoom &&
-            chunk->room - chunk->used >= entry) {
+            chunk->room - chunk->used >= entry && nearlyAsLong(chunk->frames.back().keepUntil, keepUntil)) {
             Frame& frame = chunk->frames.back();
             frame.size += static_cast<uint32_t>(entry);
             ++frame.messages;
-            frame.keepUntil = std::max(frame.keepUntil, keepUntil);
+            frame.keepUntil = std::min(frame.keepUntil, keepUntil);
         } else {
             const std::string wire = toWire(prefix_, subject);
             const size_t head = wire.size() + 1 + (copied ? frameHeaderSize : 0);

@@ -132,6 +132,24 @@ TEST_F(Waiting, whatIsWorthlessByNowGivesWay) {
     EXPECT_EQ(frames(), "q.b=1 ");
 }
 
+// A frame is worth what the first of its messages is, so that none is kept longer than it was to be.
+TEST_F(Waiting, neighboursThatAreNotKeptEquallyLongAreNotGathered) {
+    const int64_t now = monotonicNow();
+    EXPECT_EQ(put(contentOf("a", 9), now + 100), QUORL_OK);
+    EXPECT_EQ(put(contentOf("a", 9), now + 1'000'000), QUORL_OK);
+    EXPECT_EQ(put(contentOf("a", 9), now + 1'000'000'000), QUORL_OK);
+    EXPECT_EQ(put(contentOf("a", 9), forever), QUORL_OK);
+    EXPECT_EQ(put(contentOf("a", 9), forever), QUORL_OK);
+    EXPECT_EQ(put(contentOf("a", 9), now + 100), QUORL_OK);
+    const auto chunk = outbox.take();
+    ASSERT_EQ(chunk->frames.size(), 4u);
+    EXPECT_EQ(chunk->frames[0].messages, 2u);
+    EXPECT_EQ(chunk->frames[0].keepUntil, now + 100);
+    EXPECT_EQ(chunk->frames[1].messages, 1u);
+    EXPECT_EQ(chunk->frames[2].messages, 2u);
+    EXPECT_EQ(chunk->frames[3].messages, 1u);
+}
+
 TEST_F(Waiting, aFullConnectionMakesSendersWait) {
     outbox.setConnected(true);
     const auto content = contentOf("a", 40000);
