@@ -405,12 +405,20 @@ void Connection::keepUp() noexcept {
         if (phase_.load(std::memory_order_relaxed) == away) {  // left for a new name: nobody loses anything, or is told
             dropSession();
             if (nextServer_ != 0) --nextServer_;
-            reconnect();
+            bool renamed = false;
+            try {
+                renamed = connectAgain();
+                if (!renamed) lostReason_ = lastErrorText();
+            } catch (const std::bad_alloc&) {
+                lostReason_.clear();
+            }
             if (stopping_.load(std::memory_order_acquire)) return;
-            phase_.store(connected, std::memory_order_release);
-            continue;
-        }
-        {
+            if (renamed) {
+                phase_.store(connected, std::memory_order_release);
+                continue;
+            }
+            lostUnconfirmed_ = 0;
+        } else {
             Lock io(io_);
             lostUnconfirmed_ = handed_ - confirmed_;
             confirmed_ = handed_;
