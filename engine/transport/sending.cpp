@@ -51,14 +51,17 @@ quorl_status sendOut(Transport& transport, ThreadState& thread, message::Content
 }
 
 // Calls attempt, which sends inside a section of its own, until it says something else than that there is no room.
+// QUORL_TIMEOUT: it still says so at the deadline.
 template <class F>
-quorl_status untilThereIsRoom(ThreadState& thread, uint32_t id, F&& attempt) noexcept {
+quorl_status untilThereIsRoom(ThreadState& thread, uint32_t id, int64_t deadline, F&& attempt) noexcept {
     for (;;) {
         const quorl_status status = attempt();
         if (status != Carrier::noRoom) [[likely]]
             return status;
+        if (deadline != forever && monotonicNow() >= deadline)
+            return fail(QUORL_TIMEOUT, "the way out was full all the time");
         registry::Pin<Transport> transport(thread, id);
-        if (!transport || !transport->carrier->awaitRoom()) return noTransport(id);
+        if (!transport || !transport->carrier->awaitRoom(deadline)) return noTransport(id);
     }
 }
 
@@ -79,7 +82,7 @@ void unlink(Transport& transport, Request& request) noexcept {
 quorl_status send(uint32_t id, quorlMsg message) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return noThreadState();
-    return untilThereIsRoom(*thread, id, [&]() noexcept {
+    return untilThereIsRoom(*thread, id, forever, [&]() noexcept {
         Section section(*thread);
         auto* transport = registry::find<Transport>(id);
         if (transport == nullptr) return noTransport(id);
@@ -110,7 +113,7 @@ quorl_status sendAll(uint32_t id, const quorlMsg* messages, uint32_t count) noex
         }
     }
     uint32_t sent = 0;
-    return untilThereIsRoom(*thread, id, [&]() noexcept {
+    return untilThereIsRoom(*thread, id, forever, [&]() noexcept {
         Section section(*thread);
         auto* transport = registry::find<Transport>(id);
         if (transport == nullptr) return noTransport(id);
@@ -125,7 +128,7 @@ quorl_status sendAll(uint32_t id, const quorlMsg* messages, uint32_t count) noex
 quorl_status sendReply(uint32_t id, quorlMsg reply, quorlMsg request) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return noThreadState();
-    return untilThereIsRoom(*thread, id, [&]() noexcept {
+    return untilThereIsRoom(*thread, id, forever, [&]() noexcept {
         Section section(*thread);
         auto* transport = registry::find<Transport>(id);
         if (transport == nullptr) return noTransport(id);
@@ -148,6 +151,7 @@ quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double 
     if (thread == nullptr) return noThreadState();
     registry::Pin<Transport> transport(*thread, id);
     if (!transport) return noTransport(id);
+    const int64_t deadline = deadlineAfter(timeout);
     Request request(*thread);
     std::array<char, QUORL_SUBJECT_MAX + 1> inbox;
     quorl_status status;
@@ -174,14 +178,13 @@ quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double 
         if (status != QUORL_OK) return status;
         link(*transport, request);
     }
-    status = untilThereIsRoom(*thread, id, [&]() noexcept {
+    status = untilThereIsRoom(*thread, id, deadline, [&]() noexcept {
         Section section(*thread);
         message::ContentRef content;
         if (const quorl_status failed = message::snapshot(message, &content); failed != QUORL_OK) return failed;
         return sendOut(*transport, *thread, std::move(content));
     });
     if (status == QUORL_OK) {
-        const int64_t deadline = deadlineAfter(timeout);
         while (thread->reply.load(std::memory_order_acquire) == Request::waiting) {
             if (!futexWait(thread->reply, Request::waiting, deadline)) break;
         }

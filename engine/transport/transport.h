@@ -61,8 +61,8 @@ class Carrier {
     virtual quorl_status openRequest(Request& request) noexcept = 0;
     virtual void closeRequest(Request& request) noexcept = 0;
 
-    // Waits until a message may find room. False: the transport was closed.
-    virtual bool awaitRoom() noexcept { return true; }
+    // Waits until a message may find room, or the deadline has come. False: the transport was closed.
+    virtual bool awaitRoom(int64_t) noexcept { return true; }
 
     // What the program has asked of the transport. Under the transport's lock.
     struct Settings {

@@ -367,7 +367,7 @@ class CircuitCarrier final : public Carrier {
     }
     void closeRequest(Request& request) noexcept override { circuit_->router.remove(request); }
 
-    bool awaitRoom() noexcept override {
+    bool awaitRoom(int64_t deadline) noexcept override {
         Circuit& circuit = *circuit_;
         circuit.roomWaiters.fetch_add(1, std::memory_order_seq_cst);
         for (;;) {
@@ -376,7 +376,7 @@ class CircuitCarrier final : public Carrier {
                 Lock lock(circuit.lock);
                 if (takesMessages(circuit.machine)) break;
             }
-            futexWait(circuit.roomChanges, seen);
+            if (!futexWait(circuit.roomChanges, seen, deadline)) break;
         }
         circuit.roomWaiters.fetch_sub(1, std::memory_order_relaxed);
         return circuit.phase.load(std::memory_order_acquire) != Phase::closed;

@@ -124,7 +124,7 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
     }
 }
 
-void Outbox::waitForRoom(const std::atomic<bool>& gaveUp) noexcept {
+void Outbox::waitForRoom(const std::atomic<bool>& gaveUp, int64_t deadline) noexcept {
     roomSleepers_.fetch_add(1, std::memory_order_seq_cst);
     for (;;) {
         const uint32_t seen = roomChanges_.load(std::memory_order_seq_cst);
@@ -133,7 +133,7 @@ void Outbox::waitForRoom(const std::atomic<bool>& gaveUp) noexcept {
             Lock lock(lock_);
             if (!connected_ || waiting_.load(std::memory_order_relaxed) < connectedRoom) break;
         }
-        futexWait(roomChanges_, seen);
+        if (!futexWait(roomChanges_, seen, deadline)) break;
     }
     roomSleepers_.fetch_sub(1, std::memory_order_relaxed);
 }

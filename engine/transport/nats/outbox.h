@@ -62,8 +62,9 @@ class Outbox {
     // Carrier::noRoom, QUORL_DAEMON_NOT_CONNECTED, QUORL_INVALID_SIZE, QUORL_NO_MEMORY.
     quorl_status put(const message::ContentRef& content, int64_t keepUntil, size_t* waiting) noexcept;
 
-    // Waits until there may be room, the daemon is away, or wakeSenders is called; gaveUp is looked at first.
-    void waitForRoom(const std::atomic<bool>& gaveUp) noexcept;
+    // Waits until there may be room, the daemon is away, the deadline has come, or wakeSenders is called; gaveUp is looked at
+    // first.
+    void waitForRoom(const std::atomic<bool>& gaveUp, int64_t deadline = forever) noexcept;
     void wakeSenders() noexcept;
 
     void setConnected(bool connected) noexcept;

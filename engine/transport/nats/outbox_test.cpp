@@ -159,6 +159,8 @@ TEST_F(Waiting, aFullConnectionMakesSendersWait) {
     EXPECT_EQ(status, Carrier::noRoom);
     EXPECT_LE(outbox.waiting(), Outbox::connectedRoom + 50000);
     std::atomic<bool> gaveUp{false};
+    outbox.waitForRoom(gaveUp, monotonicNow() + 1'000'000);
+    EXPECT_EQ(put(content), Carrier::noRoom) << "only the deadline has come";
     std::thread sender([&] {
         outbox.waitForRoom(gaveUp);
         EXPECT_EQ(put(content), QUORL_OK);

@@ -95,8 +95,8 @@ class Port final : public Carrier {
         if (!used_.load(std::memory_order_relaxed)) used_.store(true, std::memory_order_seq_cst);
         return current().send(content, batching_);
     }
-    bool awaitRoom() noexcept override {
-        current().outbox().waitForRoom(closed_);
+    bool awaitRoom(int64_t deadline) noexcept override {
+        current().outbox().waitForRoom(closed_, deadline);
         return !closed_.load(std::memory_order_seq_cst);
     }
     // The connection goes with its last transport; its memory stays for the calls that are under way.
