@@ -3,23 +3,14 @@ package com.vesma.quorl;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 
-import java.nio.file.Files;
-import java.nio.file.Path;
 import java.time.Duration;
 import java.util.List;
 import java.util.concurrent.CompletionException;
-import java.util.concurrent.TimeUnit;
-import java.util.regex.Matcher;
-import java.util.regex.Pattern;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.io.TempDir;
 
 /** What a program in Java sees of a daemon that is there, and of one that is gone. */
 class DaemonTest {
     private static final Duration LIMIT = OpenLibrary.LIMIT;
-
-    @TempDir
-    Path folder;
 
     /** The child: asks over the daemon, kills it, and sends until nothing more is taken. */
     static final class Program {
@@ -87,51 +78,25 @@ class DaemonTest {
         }
     }
 
-    private Process start() throws Exception {
-        Path configuration = folder.resolve("server.conf");
-        Files.writeString(configuration, "host: 127.0.0.1\nport: -1\nports_file_dir: \"" + folder + "\"\n");
-        Path own = Path.of("/usr/sbin/nats-server");
-        return new ProcessBuilder(Files.exists(own) ? own.toString() : "nats-server", "-c", configuration.toString())
-                .redirectErrorStream(true).redirectOutput(folder.resolve("server.log").toFile()).start();
-    }
-
-    private String address(Process server) throws Exception {
-        Path ports = folder.resolve("nats-server_" + server.pid() + ".ports");
-        Pattern address = Pattern.compile("nats://127\\.0\\.0\\.1:\\d+");
-        for (long end = System.nanoTime() + LIMIT.toNanos(); System.nanoTime() < end;) {
-            Matcher found = address.matcher(Files.exists(ports) ? Files.readString(ports) : "");
-            if (found.find()) {
-                return found.group();
-            }
-            Thread.onSpinWait();
-        }
-        throw new AssertionError("no server: " + Files.readString(folder.resolve("server.log")));
-    }
-
     @Test
     void aDaemonThatGoesAwayIsTold() throws Exception {
-        Process server = start();
-        try {
+        try (NatsServer server = new NatsServer("")) {
             ChildProcess child = ChildProcess.run(
-                    Program.class, ChildProcess.withLibrary(), address(server), String.valueOf(server.pid()));
+                    Program.class, ChildProcess.withLibrary(), server.url(), String.valueOf(server.pid()));
             assertEquals(0, child.exit, child.output);
             // The daemon's client has the process ignore broken pipes, which the machine remarks on.
             assertEquals("done", child.output.trim().lines().reduce((before, last) -> last).orElse(""), child.output);
-        } finally {
-            server.destroyForcibly().waitFor(LIMIT.toSeconds(), TimeUnit.SECONDS);
         }
     }
 
     @Test
-    void aDaemonThatIsNotThereIsTold() throws Exception {
-        Process server = start();
-        String address = address(server);
-        server.destroyForcibly().waitFor(LIMIT.toSeconds(), TimeUnit.SECONDS);
-        try (Quorl quorl = Quorl.open()) {
+    void aDaemonThatIsNotThereIsTold() {
+        try (NatsServer server = new NatsServer(""); Quorl quorl = Quorl.open()) {
+            server.kill();
             QuorlDaemonException e = assertThrows(
-                    QuorlDaemonException.class, () -> new QuorlQrdTransport(null, null, address));
+                    QuorlDaemonException.class, () -> new QuorlQrdTransport(null, null, server.url()));
             assertEquals(List.of(QuorlException.DAEMON_NOT_FOUND, true),
-                    List.of(e.getStatus(), e.getDetail().contains(address.substring("nats://".length()))), e.getMessage());
+                    List.of(e.getStatus(), e.getDetail().contains(server.hostAndPort())), e.getMessage());
         }
     }
 }

@@ -129,7 +129,7 @@ class EventCloseTest extends OpenLibrary {
         })) {
             send("a", 1);
             send("a", 2);
-            while (queue.poll()) {}
+            drain(queue);
             assertTrue(listener.isClosed() && timer.isClosed());
         } finally {
             assertEquals(List.of(1, 1), List.of(got[0], got[1]));

@@ -207,10 +207,12 @@ class HandOverTest extends OpenLibrary {
             for (int i = 0; i < 4; i++) {
                 send("a", i);
             }
+            settle();
             await(() -> queue.getCount() == 0);
             for (int i = 4; i < 30; i++) {
                 send("a", i);
             }
+            settle();
             assertEquals(10, queue.getCount());
             await(() -> {
                 shelf.runAll();
@@ -233,6 +235,7 @@ class HandOverTest extends OpenLibrary {
             for (int i = 0; i < 20; i++) {
                 send("a", i);
             }
+            settle();
             await(() -> queue.getCount() == 0);
             dispatcher.close();
             assertEquals(IntStream.range(0, 20).boxed().collect(Collectors.toList()), heard);
@@ -369,6 +372,7 @@ class HandOverTest extends OpenLibrary {
             for (int i = 0; i < 20; i++) {
                 send(i % 2 == 0 ? "a" : "b", i);
             }
+            settle();
             await(() -> queue.getCount() == 0);
             dispatcher.close();
             assertEquals(21, heard.get());

@@ -1,6 +1,8 @@
 package com.vesma.quorl;
 
+import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.time.Duration;
 import java.util.concurrent.CountDownLatch;
@@ -9,10 +11,15 @@ import java.util.function.BooleanSupplier;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeEach;
 
-/** A test with the library open, a transport in this process and a queue. */
+/**
+ * A test with the library open, a transport and a queue. The transport is a port on the bus of this process, or with the
+ * environment variable {@code QUORL_OVER=daemon} one on a nats-server, as are all that are made without a daemon.
+ */
 abstract class OpenLibrary {
     /** Longer than anything here takes on a loaded machine; only a failure waits for it. */
     static final Duration LIMIT = Duration.ofSeconds(30);
+
+    static final boolean OVER_DAEMON = "daemon".equals(System.getenv("QUORL_OVER"));
 
     Quorl quorl;
     QuorlQrdTransport transport;
@@ -20,7 +27,11 @@ abstract class OpenLibrary {
 
     @BeforeEach
     void openLibrary() {
+        if (OVER_DAEMON) {
+            Quorl.setParameters("daemon=" + NatsServer.shared().url());
+        }
         quorl = Quorl.open();
+        assertEquals(!OVER_DAEMON, Quorl.isInProcess());
         transport = new QuorlQrdTransport();
         queue = new QuorlQueue();
     }
@@ -37,6 +48,35 @@ abstract class OpenLibrary {
         try (QuorlMsg message = new QuorlMsg(subject).addI32("n", number)) {
             transport.send(message);
         }
+    }
+
+    /**
+     * Returns when all that was sent is in the queues of its listeners: at once on the bus of this process; over a daemon
+     * when a message to itself has come back. For transports that share a connection with the test's own.
+     */
+    void settle() {
+        settle(transport);
+    }
+
+    static void settle(QuorlTransport through) {
+        if (!OVER_DAEMON) {
+            return;
+        }
+        String inbox = through.createInbox();
+        try (QuorlQueue own = new QuorlQueue(); QuorlListener listener = new QuorlListener(own, through, inbox, (l, m) -> {});
+                QuorlMsg message = new QuorlMsg(inbox)) {
+            through.send(message);
+            assertTrue(own.dispatch(LIMIT));
+        } catch (InterruptedException e) {
+            throw new AssertionError(e);
+        }
+    }
+
+    /** Runs the handlers of all that was sent, and of what they send. */
+    void drain(Dispatchable from) {
+        do {
+            settle();
+        } while (from.poll());
     }
 
     static void await(CountDownLatch latch) throws InterruptedException {

@@ -85,6 +85,7 @@ class QuorlListenerPublisherTest extends OpenLibrary {
         try (QuorlListener listener = new QuorlListener(queue, transport, "a")) {
             listener.publisher().subscribe(recorder);
             sendAll(0, 20);
+            settle();
             assertEquals(List.of("subscribe"), recorder.signals);
             assertEquals(20, queue.getCount(), "nothing was asked for");
             recorder.subscription.request(3);
@@ -112,6 +113,7 @@ class QuorlListenerPublisherTest extends OpenLibrary {
         try (QuorlListener listener = new QuorlListener(queue, transport, "a")) {
             listener.publisher().subscribe(recorder);
             sendAll(0, 100);
+            settle();
             assertEquals(10, queue.getCount());
             recorder.subscription.request(100);
             await(() -> recorder.got.size() == 10);
@@ -414,6 +416,7 @@ class QuorlListenerPublisherTest extends OpenLibrary {
                 }
             });
             sendAll(0, 100);
+            settle();
             await(done);
         }
         assertEquals(upTo(100), got);

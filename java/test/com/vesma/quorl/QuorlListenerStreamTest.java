@@ -31,6 +31,7 @@ class QuorlListenerStreamTest extends OpenLibrary {
     void messagesComeInOrder() {
         try (QuorlListener listener = new QuorlListener(queue, transport, "a"); Stream<QuorlMsg> messages = listener.stream()) {
             sendAll(100);
+            settle();
             assertEquals(100, queue.getCount(), "what nobody has asked for waits in the queue");
             assertEquals(upTo(100), messages.limit(100).map(m -> m.getI32("n")).collect(Collectors.toList()));
         }
@@ -146,6 +147,7 @@ class QuorlListenerStreamTest extends OpenLibrary {
         queue.limit(QuorlQueue.DISCARD_FIRST, 10, 1);
         try (QuorlListener listener = new QuorlListener(queue, transport, "a"); Stream<QuorlMsg> messages = listener.stream()) {
             sendAll(100);
+            settle();
             assertEquals(IntStream.range(90, 100).boxed().collect(Collectors.toList()),
                     messages.limit(10).map(m -> m.getI32("n")).collect(Collectors.toList()));
         }
@@ -193,6 +195,7 @@ class QuorlListenerStreamTest extends OpenLibrary {
                 })) {
             sendAll(2);
             send("go", 0);
+            settle();
             queue.poll();
         }
         assertEquals(List.of(0, 1), got);

@@ -28,6 +28,7 @@ class QuorlListenerTest extends OpenLibrary {
         }); QuorlMsg message = new QuorlMsg("plant.line3.temp").addF64("celsius", 71.5).setReplySubject("back")) {
             transport.send(message);
             transport.send(message.setSendSubject("plant.line3.pressure"));
+            settle();
             assertTrue(queue.poll());
             assertFalse(queue.poll());
         }
@@ -39,6 +40,7 @@ class QuorlListenerTest extends OpenLibrary {
         int[] got = new int[1];
         try (QuorlListener listener = new QuorlListener(queue, transport, "日本.*.😀", (l, m) -> got[0]++)) {
             send("日本.é.😀", 1);
+            settle();
             assertTrue(queue.poll());
         }
         assertEquals(1, got[0]);
@@ -68,6 +70,7 @@ class QuorlListenerTest extends OpenLibrary {
         })) {
             for (int i = 1; i <= 3; i++) {
                 send("a", i);
+                settle();
                 queue.poll();
             }
         }
@@ -86,7 +89,7 @@ class QuorlListenerTest extends OpenLibrary {
         }); QuorlListener other = new QuorlListener(queue, transport, "a", (l, m) -> got.add(m.getI32("n")));
                 QuorlListener second = new QuorlListener(queue, transport, "b", (l, m) -> got.add(m.getI32("n")))) {
             send("a", 1);
-            while (queue.poll()) {}
+            drain(queue);
         }
         assertEquals(List.of(1, 2), got);
     }
@@ -107,7 +110,7 @@ class QuorlListenerTest extends OpenLibrary {
             for (int i = 0; i < 300; i++) {
                 send("a." + (i + 1), i);
             }
-            while (queue.poll()) {}
+            drain(queue);
             assertEquals(IntStream.range(0, 300).boxed().collect(Collectors.toList()), got);
             assertTrue(sizes.stream().allMatch(size -> size >= 1 && size <= QuorlVectorListener.BATCH_MAX), sizes.toString());
             assertTrue(sizes.size() < 300, "nothing was batched");
@@ -128,7 +131,7 @@ class QuorlListenerTest extends OpenLibrary {
             }
             timer.setInterval(Duration.ofDays(1));
             assertEquals(Duration.ofDays(1), timer.getInterval());
-            while (queue.poll()) {}
+            drain(queue);
             timer.setInterval(Duration.ZERO);
             assertTrue(queue.dispatch(LIMIT));
             assertTrue(queue.dispatch(LIMIT));

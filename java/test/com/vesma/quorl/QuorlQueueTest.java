@@ -53,8 +53,9 @@ class QuorlQueueTest extends OpenLibrary {
             for (int i = 0; i < 5; i++) {
                 send("a", i);
             }
+            settle();
             assertEquals(3, queue.getCount());
-            while (queue.poll()) {}
+            drain(queue);
         }
         assertEquals(List.of(2, 3, 4), got);
         queue.limit(QuorlQueue.DISCARD_NONE, 0, 0);
@@ -75,6 +76,7 @@ class QuorlQueueTest extends OpenLibrary {
             send("a", 2);
             assertTrue(queue.dispatch(Duration.ofSeconds(Long.MAX_VALUE)));
             send("a", 3);
+            settle();
             assertTrue(queue.poll());
         }
         assertEquals(3, got[0]);
@@ -166,11 +168,12 @@ class QuorlQueueTest extends OpenLibrary {
             send("high", 2);
             send("low", 3);
             send("high", 4);
-            while (group.poll()) {}
+            drain(group);
             assertEquals(List.of(2, 4, 1, 3), got);
             group.remove(high);
             assertStatus(QuorlException.INVALID_QUEUE, () -> group.remove(high));
             send("high", 5);
+            settle();
             assertFalse(group.poll());
             assertTrue(high.poll());
             assertThrows(NullPointerException.class, () -> group.add(null));
@@ -187,9 +190,11 @@ class QuorlQueueTest extends OpenLibrary {
         })) {
             next[0] = unchecked;
             send("a", 1);
+            settle();
             assertSame(unchecked, assertThrows(RuntimeException.class, queue::poll));
             next[0] = checked;
             send("a", 2);
+            settle();
             assertSame(checked, assertThrows(UndeclaredThrowableException.class, queue::poll).getCause());
             assertFalse(queue.poll());
         }
@@ -205,6 +210,7 @@ class QuorlQueueTest extends OpenLibrary {
             for (int i = 0; i < 5; i++) {
                 send("a", i);
             }
+            settle();
             assertTrue(queue.poll());
             assertEquals(List.of(4, 3, 2, 1, 0), got);
             assertFalse(queue.poll());

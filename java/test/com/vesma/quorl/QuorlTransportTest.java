@@ -114,7 +114,7 @@ class QuorlTransportTest extends OpenLibrary {
                 QuorlQrdTransport stranger = new QuorlQrdTransport()) {
             send(first, 1);
             send(second, 1);
-            while (queue.poll()) {}
+            drain(queue);
             assertEquals(1, got[0]);
         }
     }
@@ -128,7 +128,7 @@ class QuorlTransportTest extends OpenLibrary {
         }
         try (QuorlListener listener = new QuorlListener(queue, transport, "a", (l, m) -> got.add(m.getI32("n")))) {
             transport.send(messages);
-            while (queue.poll()) {}
+            drain(queue);
         }
         assertEquals(List.of(0, 1, 2, 3, 4, 5, 6, 7, 8, 9), got);
         messages.forEach(QuorlMsg::close);
@@ -157,13 +157,17 @@ class QuorlTransportTest extends OpenLibrary {
         int[] got = new int[1];
         try (QuorlQrdTransport one = new QuorlQrdTransport("7500", null, null);
                 QuorlQrdTransport same = new QuorlQrdTransport("7500", null, null);
-                QuorlQrdTransport network = new QuorlQrdTransport("7500", "lan2", "");
+                QuorlQrdTransport network = new QuorlQrdTransport("7500", "lan2", null);
                 QuorlListener listener = new QuorlListener(queue, one, "a", (l, m) -> got[0]++);
                 QuorlMsg message = new QuorlMsg("a")) {
             transport.send(message);
             network.send(message);
+            settle();
+            settle(network);
+            settle(one);
             assertFalse(queue.poll());
             same.send(message);
+            settle(one);
             assertTrue(queue.poll());
         }
         assertEquals(1, got[0]);

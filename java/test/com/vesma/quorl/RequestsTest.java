@@ -313,6 +313,7 @@ class RequestsTest extends OpenLibrary {
                 for (int i = 0; i < 5; i++) {
                     assertTrue(transport.trySend(message), "a full queue drops, it does not stop the sender");
                 }
+                settle();
                 assertEquals(2, queue.getCount());
             }
             QuorlMsgTest.assertStatus(QuorlException.INVALID_SUBJECT, () -> transport.trySend(wild));
