@@ -10,6 +10,7 @@ import java.io.IOException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.List;
 import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeAll;
@@ -43,7 +44,7 @@ class DaemonTlsTest {
 
     private static void openssl(String... arguments) throws Exception {
         ProcessBuilder builder = new ProcessBuilder("openssl").directory(folder.toFile()).redirectErrorStream(true);
-        builder.command().addAll(java.util.List.of(arguments));
+        builder.command().addAll(List.of(arguments));
         Process process = builder.start();
         String said = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
         assertTrue(process.waitFor(OpenLibrary.LIMIT.toSeconds(), TimeUnit.SECONDS));
