@@ -1,5 +1,7 @@
 package com.vesma.quorl.cli;
 
+import com.vesma.quorl.QuorlException;
+import com.vesma.quorl.QuorlMsg;
 import java.io.PrintWriter;
 import java.util.ArrayList;
 import java.util.List;
@@ -35,10 +37,29 @@ abstract class Action implements Callable<Integer> {
     /** What this command cannot do when it is alone on the bus of its own process; null when there is no need to warn. */
     abstract String aloneOnTheBus();
 
+    /** How far it is, for whoever interrupts it; null when there is nothing to say. */
+    String progress() {
+        return null;
+    }
+
     @Override
     public Integer call() throws InterruptedException {
         check();
-        try (Session session = new Session(out())) {
+        try (Interruption interruption = new Interruption()) {
+            try {
+                work();
+            } catch (InterruptedException e) {
+                if (!interruption.requested()) throw e;
+                if (progress() != null) err().println("quorl: interrupted; " + progress());
+                out().flush();
+                err().flush();
+            }
+        }
+        return 0;
+    }
+
+    private void work() throws InterruptedException {
+        try (Session session = new Session(out(), err())) {
             String warning = aloneOnTheBus();
             if (warning != null && session.isEmbedded(transport)) {
                 err().println("quorl: warning: this bus is the process's own: " + warning
@@ -48,7 +69,6 @@ abstract class Action implements Callable<Integer> {
             begin(session);
             finish(session, true);
         }
-        return 0;
     }
 
     PrintWriter out() {
@@ -79,13 +99,24 @@ abstract class Action implements Callable<Integer> {
         for (String argument : arguments) {
             try {
                 FieldArgument field = FieldArgument.parse(argument);
-                field.numbered(1).value();
                 fields.add(field);
             } catch (IllegalArgumentException e) {
                 throw usage(e.getMessage());
             }
         }
+        checkFields(fields, 1);
         return fields;
+    }
+
+    /** Looks at the values of the n-th message's fields. */
+    void checkFields(List<FieldArgument> fields, long n) {
+        try (QuorlMsg message = new QuorlMsg()) {
+            Messages.add(message, fields, n);
+        } catch (IllegalArgumentException e) {
+            throw usage(e.getMessage());
+        } catch (QuorlException e) {
+            throw usage(e.getDetail() == null ? e.getMessage() : e.getDetail());
+        }
     }
 
     void checkAtLeast(String option, double value, double least) {

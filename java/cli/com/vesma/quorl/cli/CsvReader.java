@@ -7,28 +7,36 @@ import java.util.List;
 
 /**
  * Reads records of comma-separated values: cells may be quoted, a quoted one holds commas, line ends and doubled quotes.
- * Lines end with LF or CR LF; empty lines are skipped.
+ * Lines end with LF or CR LF; empty lines are skipped. The text is that of {@link TextSource}, which marks bytes that are no
+ * UTF-8.
  */
 final class CsvReader {
     private static final int END = -1;
+
+    /** A cell: column is where it begins in its line, in characters from 1. */
+    record Cell(String text, boolean quoted, int line, int column) {}
 
     private final Reader in;
     private int next;
     private boolean begun;
     private int line = 1;
-    private int recordLine;
+    private int column = 1;
+
+    /** Where the cell that is being read began. */
+    private int cellLine = 1;
+    private int cellColumn = 1;
 
     CsvReader(Reader in) {
         this.in = in;
     }
 
-    /** The line on which the last record began, from 1. */
-    int line() {
-        return recordLine;
+    /** The place of the last cell that was begun, as complaints have it. */
+    String place() {
+        return "line " + cellLine + " column " + cellColumn;
     }
 
     /** The cells of the next record; null at the end. IllegalArgumentException when it is malformed. */
-    List<String> read() throws IOException {
+    List<Cell> read() throws IOException {
         if (!begun) {
             begun = true;
             next = in.read();
@@ -36,11 +44,15 @@ final class CsvReader {
             if (next == '\ufeff') next = in.read();
         }
         while (next == '\n' || next == '\r') advance();
-        recordLine = line;
+        cellLine = line;
+        cellColumn = column;
         if (next == END) return null;
-        List<String> cells = new ArrayList<>();
+        List<Cell> cells = new ArrayList<>();
         for (;;) {
-            cells.add(next == '"' ? quoted() : plain());
+            cellLine = line;
+            cellColumn = column;
+            boolean quoted = next == '"';
+            cells.add(new Cell(quoted ? quoted() : plain(), quoted, cellLine, cellColumn));
             if (next != ',') break;
             advance();
         }
@@ -51,8 +63,7 @@ final class CsvReader {
         StringBuilder cell = new StringBuilder();
         while (next != ',' && next != '\n' && next != '\r' && next != END) {
             if (next == '"') throw new IllegalArgumentException("a quote inside a cell that does not begin with one");
-            cell.append((char) next);
-            advance();
+            take(cell);
         }
         return cell.toString();
     }
@@ -66,8 +77,7 @@ final class CsvReader {
                 advance();
                 if (next != '"') break;
             }
-            cell.append((char) next);
-            advance();
+            take(cell);
         }
         if (next != ',' && next != '\n' && next != '\r' && next != END) {
             throw new IllegalArgumentException("text behind the quote that closes a cell");
@@ -75,8 +85,20 @@ final class CsvReader {
         return cell.toString();
     }
 
+    private void take(StringBuilder cell) throws IOException {
+        if (TextSource.isWrong(cell, next)) throw new IllegalArgumentException(TextSource.WRONG);
+        if (cell.length() >= TextSource.LONGEST) throw new IllegalArgumentException(TextSource.TOO_LONG);
+        cell.append((char) next);
+        advance();
+    }
+
     private void advance() throws IOException {
-        if (next == '\n') line++;
+        if (next == '\n') {
+            line++;
+            column = 1;
+        } else if (!Character.isLowSurrogate((char) next)) {
+            column++;
+        }
         next = in.read();
     }
 }

@@ -1,5 +1,6 @@
 package com.vesma.quorl.cli;
 
+import com.vesma.quorl.QuorlMsgField;
 import java.math.BigInteger;
 import java.net.Inet4Address;
 import java.net.InetAddress;
@@ -8,14 +9,18 @@ import java.nio.charset.StandardCharsets;
 import java.time.DateTimeException;
 import java.time.Instant;
 import java.time.OffsetDateTime;
+import java.util.Base64;
 import java.util.HexFormat;
 import java.util.Map;
+import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
-/** A field as given on the command line: name:type=value. */
-record FieldArgument(String name, FieldType type, String text) {
-    // As the library has it.
-    private static final int MAX_NAME_BYTES = 127;
+/** A field as given on the command line, name:type=value, or in a cell of a table. */
+record FieldArgument(FieldHead head, String text) {
+    /** In front of an XML value whose bytes are no text. */
+    static final String BASE64 = "base64:";
+
+    private static final Pattern BITS = Pattern.compile("NaN\\(([0-9a-f]{1,16})\\)");
     private static final Pattern INTEGER = Pattern.compile("[+-]?[0-9]+|0[xX][0-9a-fA-F]+");
     private static final Pattern REAL = Pattern.compile("[+-]?([0-9]+\\.?[0-9]*|\\.[0-9]+)([eE][+-]?[0-9]+)?");
 
@@ -30,60 +35,48 @@ record FieldArgument(String name, FieldType type, String text) {
         }
     }
 
-    private static final Map<FieldType, Range> RANGES = Map.of(FieldType.I8, Range.signed(8), FieldType.U8,
-            Range.unsigned(8), FieldType.I16, Range.signed(16), FieldType.U16, Range.unsigned(16), FieldType.I32,
-            Range.signed(32), FieldType.U32, Range.unsigned(32), FieldType.I64, Range.signed(64), FieldType.U64,
-            Range.unsigned(64), FieldType.IPPORT16, Range.unsigned(16));
+    private static final Map<Integer, Range> RANGES = Map.of(QuorlMsgField.I8, Range.signed(8), QuorlMsgField.U8,
+            Range.unsigned(8), QuorlMsgField.I16, Range.signed(16), QuorlMsgField.U16, Range.unsigned(16), QuorlMsgField.I32,
+            Range.signed(32), QuorlMsgField.U32, Range.unsigned(32), QuorlMsgField.I64, Range.signed(64), QuorlMsgField.U64,
+            Range.unsigned(64), QuorlMsgField.IPPORT16, Range.unsigned(16));
 
-    /** Cuts an argument at its first "=" and at the last ":" before that. The value is looked at by value(). */
+    /** Cuts an argument at its first "="; the name ends at the last ":" before that. The value is looked at by value(). */
     static FieldArgument parse(String argument) {
         int equals = argument.indexOf('=');
         if (equals < 0) {
-            throw new IllegalArgumentException("field \"" + argument + "\" has no value; write name:type=value");
+            throw new IllegalArgumentException("field " + Texts.quoted(argument) + " has no value; write name:type=value");
         }
-        int colon = argument.lastIndexOf(':', equals);
-        if (colon < 0) {
-            throw new IllegalArgumentException("field \"" + argument.substring(0, equals)
-                    + "\" has no type; write name:type=value, with a type of " + FieldType.all());
-        }
-        String name = argument.substring(0, colon);
-        String label = argument.substring(colon + 1, equals);
-        FieldType type = FieldType.named(label);
-        if (type == null) {
-            throw new IllegalArgumentException(
-                    "field \"" + name + "\": unknown type \"" + label + "\"; the types are " + FieldType.all());
-        }
-        int bytes = name.getBytes(StandardCharsets.UTF_8).length;
-        if (bytes > MAX_NAME_BYTES) {
-            throw new IllegalArgumentException("field \"" + name + "\": the name has " + bytes + " bytes; at most "
-                    + MAX_NAME_BYTES + " are allowed");
-        }
-        return new FieldArgument(name, type, argument.substring(equals + 1));
+        return new FieldArgument(FieldHead.parse(argument.substring(0, equals)), argument.substring(equals + 1));
+    }
+
+    FieldType type() {
+        return head.type();
     }
 
     /** This field with every "{n}" in its value replaced by a number. */
     FieldArgument numbered(long n) {
-        return text.contains("{n}") ? new FieldArgument(name, type, text.replace("{n}", Long.toString(n))) : this;
+        return text.contains("{n}") ? new FieldArgument(head, text.replace("{n}", Long.toString(n))) : this;
     }
 
     /**
      * The value: Boolean; Byte, Short, Integer, Long for the signed numbers; Integer for u8, u16 and ports, Long for u32 and
-     * for the bits of u64; Float, Double, String, byte[] (opaque, xml), Inet4Address or Instant.
+     * for the bits of u64; Float, Double, String, byte[] (opaque, xml, the program's own types), Inet4Address or Instant.
+     * For arrays and messages the text itself, which is JSON.
      */
     Object value() {
-        return switch (type) {
-            case BOOL -> bool();
-            case I8 -> integer().byteValue();
-            case I16 -> integer().shortValue();
-            case I32, U8, U16, IPPORT16 -> integer().intValue();
-            case I64, U32, U64 -> integer().longValue();
-            case F32 -> single();
-            case F64 -> real();
-            case STRING -> text;
-            case OPAQUE -> hex();
-            case XML -> text.getBytes(StandardCharsets.UTF_8);
-            case DATETIME -> time();
-            case IPADDR32 -> address();
+        return switch (type().code()) {
+            case QuorlMsgField.BOOL -> bool();
+            case QuorlMsgField.I8 -> integer().byteValue();
+            case QuorlMsgField.I16 -> integer().shortValue();
+            case QuorlMsgField.I32, QuorlMsgField.U8, QuorlMsgField.U16, QuorlMsgField.IPPORT16 -> integer().intValue();
+            case QuorlMsgField.I64, QuorlMsgField.U32, QuorlMsgField.U64 -> integer().longValue();
+            case QuorlMsgField.F32 -> single();
+            case QuorlMsgField.F64 -> real();
+            case QuorlMsgField.STRING -> string();
+            case QuorlMsgField.XML -> xml();
+            case QuorlMsgField.DATETIME -> time();
+            case QuorlMsgField.IPADDR32 -> address();
+            default -> type().isStructured() ? text : hex();
         };
     }
 
@@ -96,7 +89,7 @@ record FieldArgument(String name, FieldType type, String text) {
     }
 
     private BigInteger integer() {
-        Range range = RANGES.get(type);
+        Range range = RANGES.get(type().code());
         String takes = "a whole number from " + range.least + " to " + range.most;
         if (!INTEGER.matcher(text).matches()) throw bad(takes);
         BigInteger value = text.regionMatches(true, 0, "0x", 0, 2) ? new BigInteger(text.substring(2), 16)
@@ -116,6 +109,12 @@ record FieldArgument(String name, FieldType type, String text) {
             default:
                 break;
         }
+        Matcher bits = BITS.matcher(text);
+        if (bits.matches()) {
+            double value = Double.longBitsToDouble(Long.parseUnsignedLong(bits.group(1), 16));
+            if (!Double.isNaN(value)) throw bad("the bits of what is no number behind NaN");
+            return value;
+        }
         if (!REAL.matcher(text).matches()) throw bad("a number, NaN, Infinity or -Infinity");
         double value = Double.parseDouble(text);
         if (Double.isInfinite(value)) throw bad("a number from " + -Double.MAX_VALUE + " to " + Double.MAX_VALUE);
@@ -123,6 +122,13 @@ record FieldArgument(String name, FieldType type, String text) {
     }
 
     private float single() {
+        Matcher bits = BITS.matcher(text);
+        if (bits.matches()) {
+            long given = Long.parseUnsignedLong(bits.group(1), 16);
+            float value = Float.intBitsToFloat((int) given);
+            if (given >>> 32 != 0 || !Float.isNaN(value)) throw bad("the bits of what is no number behind NaN");
+            return value;
+        }
         double value = real();
         // Parsed from the text again: going through double would round twice.
         float single = Double.isFinite(value) ? Float.parseFloat(text) : (float) value;
@@ -130,6 +136,21 @@ record FieldArgument(String name, FieldType type, String text) {
             throw bad("a number from " + -Float.MAX_VALUE + " to " + Float.MAX_VALUE);
         }
         return single;
+    }
+
+    /** The library takes no U+0000 in a text, nor half a pair of surrogates. */
+    private String string() {
+        if (text.indexOf(0) >= 0) throw bad("text without U+0000");
+        return text;
+    }
+
+    private byte[] xml() {
+        if (!text.startsWith(BASE64)) return text.getBytes(StandardCharsets.UTF_8);
+        try {
+            return Base64.getDecoder().decode(text.substring(BASE64.length()));
+        } catch (IllegalArgumentException e) {
+            throw bad("base64 behind " + BASE64);
+        }
     }
 
     private byte[] hex() {
@@ -143,7 +164,8 @@ record FieldArgument(String name, FieldType type, String text) {
     private Instant time() {
         if (text.equals("now")) return Instant.now();
         try {
-            return OffsetDateTime.parse(text).toInstant();
+            // An instant's years go a little further.
+            return text.matches("[+-][0-9]{5,}-.*Z") ? Instant.parse(text) : OffsetDateTime.parse(text).toInstant();
         } catch (DateTimeException e) {
             throw bad("a time such as 2026-07-01T12:30:00Z or 2026-07-01T14:30:00.25+02:00, or now");
         }
@@ -167,6 +189,6 @@ record FieldArgument(String name, FieldType type, String text) {
 
     private IllegalArgumentException bad(String takes) {
         return new IllegalArgumentException(
-                "field \"" + name + "\": type " + type.label + " takes " + takes + ", not \"" + text + "\"");
+                head.about() + ": type " + type().label() + " takes " + takes + ", not " + Texts.quoted(text));
     }
 }

@@ -1,43 +1,50 @@
 package com.vesma.quorl.cli;
 
-import java.util.Arrays;
+import com.vesma.quorl.QuorlMsgField;
+import java.util.Locale;
 import java.util.stream.Collectors;
+import java.util.stream.IntStream;
 
-/** The field types that the command line can write, under the names that it gives them. */
-enum FieldType {
-    BOOL("bool"),
-    I8("i8"),
-    U8("u8"),
-    I16("i16"),
-    U16("u16"),
-    I32("i32"),
-    U32("u32"),
-    I64("i64"),
-    U64("u64"),
-    F32("f32"),
-    F64("f64"),
-    STRING("string"),
-    OPAQUE("opaque"),
-    XML("xml"),
-    DATETIME("datetime"),
-    IPADDR32("ipaddr32"),
-    IPPORT16("ipport16");
+/** A type of field, under the name that the command and the JSON of messages give it. */
+record FieldType(int code, String label) {
+    /** The types of one value that is neither a message nor the program's own. */
+    private static final int[] SCALARS = {QuorlMsgField.BOOL, QuorlMsgField.I8, QuorlMsgField.U8, QuorlMsgField.I16,
+        QuorlMsgField.U16, QuorlMsgField.I32, QuorlMsgField.U32, QuorlMsgField.I64, QuorlMsgField.U64, QuorlMsgField.F32,
+        QuorlMsgField.F64, QuorlMsgField.STRING, QuorlMsgField.OPAQUE, QuorlMsgField.XML, QuorlMsgField.DATETIME,
+        QuorlMsgField.IPADDR32, QuorlMsgField.IPPORT16};
 
-    final String label;
+    /** Those whose value is written as JSON. */
+    private static final int[] STRUCTURED = {QuorlMsgField.MSG, QuorlMsgField.I8ARRAY, QuorlMsgField.U8ARRAY,
+        QuorlMsgField.I16ARRAY, QuorlMsgField.U16ARRAY, QuorlMsgField.I32ARRAY, QuorlMsgField.U32ARRAY, QuorlMsgField.I64ARRAY,
+        QuorlMsgField.U64ARRAY, QuorlMsgField.F32ARRAY, QuorlMsgField.F64ARRAY, QuorlMsgField.STRINGARRAY,
+        QuorlMsgField.MSGARRAY};
 
-    FieldType(String label) {
-        this.label = label;
+    private static final int LAST_USER = 255;
+
+    /** The type of a field's number. */
+    static FieldType of(int code) {
+        return new FieldType(code, QuorlMsgField.typeName(code).toLowerCase(Locale.ROOT).replace("array", "[]"));
     }
 
     /** The type of that name, or null. */
     static FieldType named(String label) {
-        for (FieldType type : values()) {
-            if (type.label.equals(label)) return type;
-        }
-        return null;
+        IntStream known = IntStream.concat(IntStream.concat(IntStream.of(SCALARS), IntStream.of(STRUCTURED)),
+                IntStream.rangeClosed(QuorlMsgField.USER_FIRST, LAST_USER));
+        return known.mapToObj(FieldType::of).filter(type -> type.label.equals(label)).findFirst().orElse(null);
+    }
+
+    /** Whether it is the type of a message, of several, or of an array. */
+    boolean isStructured() {
+        return IntStream.of(STRUCTURED).anyMatch(structured -> structured == code);
+    }
+
+    /** Whether it is a type of bytes that only programs know. */
+    boolean isUser() {
+        return code >= QuorlMsgField.USER_FIRST;
     }
 
     static String all() {
-        return Arrays.stream(values()).map(type -> type.label).collect(Collectors.joining(", "));
+        return IntStream.of(SCALARS).mapToObj(code -> of(code).label).collect(Collectors.joining(", "))
+                + ", msg, user128 to user255, and arrays such as i32[], string[], msg[]";
     }
 }

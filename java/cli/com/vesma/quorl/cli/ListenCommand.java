@@ -2,12 +2,15 @@ package com.vesma.quorl.cli;
 
 import java.util.List;
 import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.Parameters;
 
 /** quorl listen: prints the messages on subjects. */
 @Command(name = "listen", description = "Prints the messages on subjects as they come.",
-        footer = {"", "Example:", "  quorl listen 'plant.*.temp' 'plant.alarm.>' --json"})
+        footer = {"", "Examples:", "  quorl listen 'plant.*.temp' 'plant.alarm.>' --daemon nats://127.0.0.1:4222",
+                "  quorl listen 'plant.>' --json --daemon nats://127.0.0.1:4222 > recorded.json",
+                "  quorl listen 'plant.>' --csv recorded.csv --daemon nats://127.0.0.1:4222"})
 final class ListenCommand extends Action {
     @Parameters(arity = "1..*", paramLabel = "SUBJECT",
             description = "what to listen to; * stands for one element, > at the end for one or more")
@@ -20,8 +23,8 @@ final class ListenCommand extends Action {
             description = "end after that time; it is a failure when --count is given and not reached")
     Double timeout;
 
-    @Option(names = "--json", description = "print each message as a JSON object in one line, with the types of its fields")
-    boolean json;
+    @Mixin
+    OutputOptions output;
 
     private Session.Counter received;
 
@@ -30,6 +33,7 @@ final class ListenCommand extends Action {
         subjects.forEach(this::checkListenable);
         if (count != null) checkAtLeast("--count", count, 1);
         if (timeout != null) checkAtLeast("--timeout", timeout, 0);
+        output.check(this);
     }
 
     @Override
@@ -39,7 +43,8 @@ final class ListenCommand extends Action {
 
     @Override
     void begin(Session session) {
-        received = session.listen(transport, subjects, count, message -> session.print(Messages.line(message, json)));
+        output.open(session);
+        received = session.listen(transport, subjects, count, message -> output.print(session, message));
     }
 
     @Override

@@ -70,7 +70,23 @@ public final class Main implements Runnable {
 
     /** Runs one command line; the exit code. */
     static int run(InputStream in, PrintWriter out, PrintWriter err, String... arguments) {
-        return commandLine(new Main(in), out, err).execute(arguments);
+        try {
+            return commandLine(new Main(in), out, err).execute(arguments);
+        } catch (LinkageError e) {
+            out.flush();
+            err.println("quorl: " + oneLine(e) + "; 'quorl doctor' says what to do");
+        } catch (OutOfMemoryError e) {
+            out.flush();
+            err.println("quorl: there is too little memory: " + oneLine(e));
+        }
+        err.flush();
+        return FAILED;
+    }
+
+    /** What an error says, without line ends. */
+    static String oneLine(Throwable error) {
+        String text = error.getMessage() == null ? error.toString() : error.getMessage();
+        return text.strip().replaceAll("\\s*\\R\\s*", " ");
     }
 
     /** A command line with our way of reporting what is wrong. */

@@ -3,12 +3,14 @@ package com.vesma.quorl.cli;
 import com.vesma.quorl.QuorlMsg;
 import java.util.List;
 import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.Parameters;
 
 /** quorl reply: answers the requests on a subject. */
 @Command(name = "reply", description = "Answers each request on a subject with the same fields, and prints the requests.",
-        footer = {"", "Example:", "  quorl reply clock.time answer:string=noon"})
+        footer = {"", "Examples:", "  quorl reply clock.time answer:string=noon --daemon nats://127.0.0.1:4222",
+                "  quorl reply 'echo.>' --echo --quiet --daemon nats://127.0.0.1:4222"})
 final class ReplyCommand extends Action {
     @Parameters(index = "0", paramLabel = "SUBJECT", description = "what to answer; wildcards are welcome")
     String subject;
@@ -30,8 +32,8 @@ final class ReplyCommand extends Action {
     @Option(names = "--quiet", description = "do not print the requests")
     boolean quiet;
 
-    @Option(names = "--json", description = "print each request as a JSON object in one line, with the types of its fields")
-    boolean json;
+    @Mixin
+    OutputOptions output;
 
     private List<FieldArgument> fields;
     private Session.Counter answered;
@@ -44,6 +46,7 @@ final class ReplyCommand extends Action {
         checkListenable(subject);
         if (count != null) checkAtLeast("--count", count, 1);
         if (timeout != null) checkAtLeast("--timeout", timeout, 0);
+        output.check(this);
         fields = fields(arguments);
     }
 
@@ -54,11 +57,12 @@ final class ReplyCommand extends Action {
 
     @Override
     void begin(Session session) {
+        output.open(session);
         answered = session.listen(transport, List.of(subject), count, request -> answer(session, request));
     }
 
     private void answer(Session session, QuorlMsg request) {
-        if (!quiet) session.print(Messages.line(request, json));
+        if (!quiet) output.print(session, request);
         // A message that asks for no answer gets none.
         if (request.getReplySubject() == null) return;
         try (QuorlMsg reply = echo ? request.copy().setReplySubject(null) : new QuorlMsg()) {

@@ -9,7 +9,12 @@ import com.vesma.quorl.QuorlQrdTransport;
 import com.vesma.quorl.QuorlQueue;
 import com.vesma.quorl.QuorlStatistics;
 import com.vesma.quorl.QuorlTransport;
+import java.io.IOException;
 import java.io.PrintWriter;
+import java.io.Writer;
+import java.nio.file.Files;
+import java.nio.file.NoSuchFileException;
+import java.nio.file.Path;
 import java.time.Duration;
 import java.util.ArrayList;
 import java.util.Arrays;
@@ -48,20 +53,45 @@ final class Session implements AutoCloseable {
                     Session.this.notifyAll();
                 }
             });
+            if (!embedded && !watched) {
+                watched = true;
+                new QuorlListener(queue, transport, "_QUORL.*.daemon.*", (listener, advisory) -> told(advisory));
+            }
+        }
+    }
+
+    /** A table that is written, with the messages' columns. Guarded by out. */
+    private static final class Table {
+        final CsvTable columns = new CsvTable();
+        /** Null for standard output. */
+        final Writer file;
+
+        Table(Writer file) {
+            this.file = file;
         }
     }
 
     private final PrintWriter out;
+    private final PrintWriter err;
+    private final Map<String, Table> tables = new LinkedHashMap<>();
     private final Quorl library;
     private final QuorlQueue queue;
     private final QuorlDispatcher dispatcher;
     private final Map<List<String>, Port> ports = new LinkedHashMap<>();
 
+    /** Whether somebody hears what the library tells of daemons. */
+    private boolean watched;
+
     /** The first failure of a handler; whoever waits next reports it. Guarded by this. */
     private Throwable failure;
 
-    Session(PrintWriter out) {
+    /** Messages that may have been lost with a daemon's connection. Guarded by this. */
+    private long unconfirmed;
+
+    /** err: for what happens to daemons meanwhile. */
+    Session(PrintWriter out, PrintWriter err) {
         this.out = out;
+        this.err = err;
         library = Quorl.open();
         queue = new QuorlQueue("quorl command");
         dispatcher = new QuorlDispatcher(queue, "quorl-listen");
@@ -89,6 +119,49 @@ final class Session implements AutoCloseable {
     private Port port(TransportOptions options) {
         return ports.computeIfAbsent(Arrays.asList(options.daemon, options.service, options.network),
                 key -> new Port(options));
+    }
+
+    /** Tells that a daemon is lost, or back. */
+    private void told(QuorlMsg advisory) {
+        boolean lost = advisory.getSendSubject().endsWith(".lost");
+        long away = advisory.has("unconfirmed") ? advisory.getU64("unconfirmed") : 0;
+        String daemon = advisory.has("daemon") ? advisory.getString("daemon") : "the daemon";
+        String text;
+        if (lost) {
+            text = "the connection to " + daemon + " is lost"
+                    + (advisory.has("reason") ? " (" + advisory.getString("reason") + ")" : "") + "; trying again";
+        } else {
+            long dropped = advisory.has("lost") ? advisory.getU64("lost") : 0;
+            text = "the connection to " + daemon + " is there again"
+                    + (away + dropped == 0 ? "" : "; up to " + (away + dropped) + " messages are lost");
+        }
+        synchronized (this) {
+            if (lost) unconfirmed += away;
+        }
+        synchronized (err) {
+            err.println("quorl: " + text);
+            err.flush();
+        }
+    }
+
+    /**
+     * Waits until the daemons have everything that was sent; Failure when they have not, or may have lost some of it.
+     *
+     * @param sent how many messages were
+     */
+    void confirm(long sent) throws InterruptedException {
+        boolean arrived = flush();
+        long lost;
+        synchronized (this) {
+            lost = Math.min(unconfirmed, sent);
+        }
+        if (!arrived) {
+            throw new Failure("the daemon did not confirm within " + Texts.number(DAEMON_PATIENCE) + " s that it has the "
+                    + (sent == 1 ? "message" : sent + " messages") + "; some may be lost");
+        }
+        if (lost > 0) {
+            throw new Failure("up to " + lost + " of " + sent + " messages may be lost, with the connection to the daemon");
+        }
     }
 
     /** How many messages a listener has taken, and a wait for them. */
@@ -174,11 +247,51 @@ final class Session implements AutoCloseable {
         }
     }
 
+    /** Opens a file for a table, or "-" for standard output; a second time it is the same table. */
+    void openTable(String name) {
+        synchronized (out) {
+            tables.computeIfAbsent(name, key -> {
+                try {
+                    return new Table(name.equals("-") ? null : Files.newBufferedWriter(Path.of(name)));
+                } catch (IOException e) {
+                    throw unwritable(name, e);
+                }
+            });
+        }
+    }
+
+    /** Adds a message to a table that is open. Each record is written at once, so that one that was printed is kept. */
+    void record(String name, QuorlMsg message) {
+        synchronized (out) {
+            Table table = tables.get(name);
+            String lines = table.columns.lines(message);
+            if (table.file == null) {
+                print(lines);
+                return;
+            }
+            try {
+                table.file.write(lines);
+                table.file.write('\n');
+                table.file.flush();
+            } catch (IOException e) {
+                throw unwritable(name, e);
+            }
+        }
+    }
+
+    private static Failure unwritable(String name, IOException e) {
+        return new Failure("cannot write " + Texts.quoted(name) + ": "
+                + (e instanceof NoSuchFileException ? "there is no such folder" : TextSource.why(e)));
+    }
+
     /**
      * Waits until this process has handled what it has sent to itself: a message to an inbox of its own comes behind
      * everything else in the queue. Reports the failure of a handler.
+     *
+     * @return false when a daemon has not brought the message back in time
      */
-    void flush() throws InterruptedException {
+    boolean flush() throws InterruptedException {
+        boolean all = true;
         for (Port port : ports.values()) {
             synchronized (this) {
                 port.sent++;
@@ -186,8 +299,9 @@ final class Session implements AutoCloseable {
             try (QuorlMsg mark = new QuorlMsg(port.inbox)) {
                 port.transport.send(mark);
             }
-            await(() -> port.returned >= port.sent, port.embedded ? null : Double.valueOf(DAEMON_PATIENCE));
+            all &= await(() -> port.returned >= port.sent, port.embedded ? null : Double.valueOf(DAEMON_PATIENCE));
         }
+        return all;
     }
 
     private interface Condition {
@@ -226,5 +340,14 @@ final class Session implements AutoCloseable {
         for (Port port : ports.values()) port.transport.close();
         queue.close();
         library.close();
+        synchronized (out) {
+            for (Table table : tables.values()) {
+                try {
+                    if (table.file != null) table.file.close();
+                } catch (IOException e) {
+                    // Whoever wrote the last record was told.
+                }
+            }
+        }
     }
 }

@@ -2,10 +2,33 @@ package com.vesma.quorl.cli;
 
 /** Small pieces of text that several commands print. */
 final class Texts {
+    /** Characters of somebody's text that a complaint repeats. */
+    private static final int LONGEST = 200;
+
     private Texts() {}
 
     /** A number without a needless ".0". */
     static String number(double value) {
         return value == Math.rint(value) && Math.abs(value) < 1e15 ? Long.toString((long) value) : Double.toString(value);
+    }
+
+    /** Somebody's text between quotes, on one line and not without end. */
+    static String quoted(String text) {
+        StringBuilder quoted = new StringBuilder("\"");
+        int end = Math.min(text.length(), LONGEST);
+        for (int i = 0; i < end; i++) {
+            char c = text.charAt(i);
+            if (Character.isISOControl(c)) {
+                quoted.append(String.format("\\u%04x", (int) c));
+            } else {
+                quoted.append(c);
+            }
+        }
+        return quoted.append(end < text.length() ? "...\"" : "\"").toString();
+    }
+
+    /** "1 message was", "2 messages were". */
+    static String were(long count, String what) {
+        return count + " " + what + (count == 1 ? " was" : "s were");
     }
 }

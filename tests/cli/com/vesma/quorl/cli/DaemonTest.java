@@ -1,14 +1,10 @@
 package com.vesma.quorl.cli;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertFalse;
-import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import java.io.BufferedReader;
 import java.io.IOException;
-import java.io.InputStreamReader;
 import java.io.OutputStream;
 import java.net.InetAddress;
 import java.net.ServerSocket;
@@ -16,7 +12,6 @@ import java.net.Socket;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.Test;
@@ -24,101 +19,20 @@ import org.junit.jupiter.api.io.TempDir;
 
 /** The daemon that the command starts, the other commands in processes of their own over it, and the doctor. */
 class DaemonTest {
-    private static final long LIMIT = 60;
-
     @TempDir
     Path folder;
 
-    /** The command in a process of its own; killed when the test ends. */
-    private final class Child implements AutoCloseable {
-        final Process process;
-        final BufferedReader out;
-        final Path err;
-
-        Child(String... arguments) throws IOException {
-            List<String> command = new ArrayList<>(List.of(Path.of(System.getProperty("java.home"), "bin", "java").toString(),
-                    "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xmx128m",
-                    "-Dcom.vesma.quorl.library=" + System.getProperty("com.vesma.quorl.library"), "-cp",
-                    System.getProperty("java.class.path"), Main.class.getName()));
-            command.addAll(List.of(arguments));
-            err = Files.createTempFile(folder, "child", ".err");
-            process = new ProcessBuilder(command).redirectError(err.toFile()).start();
-            out = process.inputReader(StandardCharsets.UTF_8);
-        }
-
-        int code() throws InterruptedException, IOException {
-            assertTrue(process.waitFor(LIMIT, TimeUnit.SECONDS), () -> "it does not end: " + said());
-            return process.exitValue();
-        }
-
-        String said() {
-            try {
-                return Files.readString(err);
-            } catch (IOException e) {
-                return e.toString();
-            }
-        }
-
-        @Override
-        public void close() {
-            process.destroyForcibly();
-        }
-    }
-
-    /** quorl daemon on a free port. */
-    private final class Daemon implements AutoCloseable {
-        final Child child;
-        final String address;
-        final long pid;
-
-        Daemon() throws IOException {
-            child = new Child("daemon", "--port", "0");
-            String first = child.out.readLine();
-            assertNotNull(first, child::said);
-            assertTrue(first.matches("The daemon runs at nats://127\\.0\\.0\\.1:[0-9]+ \\(process [0-9]+\\)\\."), first);
-            address = first.replaceAll("^.*(nats://\\S+) .*$", "$1");
-            pid = Long.parseLong(first.replaceAll("^.*process ([0-9]+).*$", "$1"));
-            assertTrue(child.out.readLine().contains("--daemon " + address));
-            assertTrue(child.out.readLine().contains("kill " + child.process.pid()));
-        }
-
-        boolean serverRuns() {
-            return ProcessHandle.of(pid).map(ProcessHandle::isAlive).orElse(false);
-        }
-
-        void awaitEndOfServer() {
-            ProcessHandle.of(pid).ifPresent(server -> server.onExit().orTimeout(LIMIT, TimeUnit.SECONDS).join());
-            assertFalse(serverRuns());
-        }
-
-        @Override
-        public void close() {
-            child.close();
-            awaitEndOfServer();
-        }
-    }
-
-    /** A process that listens, and then answers one request on a subject of its own: so it is known to listen. */
-    private Child listening(Daemon daemon, String ready, String line, String... options) throws Exception {
-        List<String> arguments = new ArrayList<>(List.of("run", "--daemon", daemon.address, "-e", line, "-e",
-                "reply " + ready + " --count 1 --timeout 60 --quiet"));
-        arguments.addAll(List.of(options));
-        Child child = new Child(arguments.toArray(String[]::new));
-        List<String> request = new ArrayList<>(List.of("request", ready, "--daemon", daemon.address, "--timeout", "1"));
-        request.addAll(List.of(options));
-        for (int asked = 0; Cli.run(request.toArray(String[]::new)).code() != 0; asked++) {
-            assertTrue(child.process.isAlive() && asked < LIMIT, child::said);
-        }
-        return child;
+    private ChildCommand listening(ChildDaemon daemon, String ready, String line, String... options) throws Exception {
+        return ChildCommand.listening(folder, daemon.address, ready, line, options);
     }
 
     @Test
     void commandsOfSeveralProcessesMeet() throws Exception {
         String table = Files.writeString(folder.resolve("t.csv"), "n:i32,text:string\n1,one\n2,\"two, three\"\n").toString();
-        try (Daemon daemon = new Daemon();
-                Child listener = listening(daemon, "ready.text", "listen 'plant.>' --count 5 --timeout 60");
-                Child json = listening(daemon, "ready.json", "listen 'plant.>' --count 1 --json --timeout 60");
-                Child elsewhere = listening(daemon, "ready.other", "listen plant.c --count 1 --timeout 60", "--service", "other")) {
+        try (ChildDaemon daemon = new ChildDaemon(folder);
+                ChildCommand listener = listening(daemon, "ready.text", "listen 'plant.>' --count 5 --timeout 60");
+                ChildCommand json = listening(daemon, "ready.json", "listen 'plant.>' --count 1 --json --timeout 60");
+                ChildCommand elsewhere = listening(daemon, "ready.other", "listen plant.c --count 1 --timeout 60", "--service", "other")) {
             assertEquals(0, Cli.run("send", "plant.a", "n:i32={n}", "--count", "3", "--daemon", daemon.address).code());
             assertEquals(0, Cli.run("send", "plant.b", "--csv", table, "--daemon", daemon.address).code());
             Cli other = Cli.run("send", "plant.c", "--daemon", daemon.address, "--service", "other");
@@ -135,7 +49,7 @@ class DaemonTest {
 
     @Test
     void theDoctorSaysWhatIsThereAndWhatToDo() throws Exception {
-        try (Daemon daemon = new Daemon()) {
+        try (ChildDaemon daemon = new ChildDaemon(folder)) {
             Cli healthy = Cli.run("doctor", "--daemon", daemon.address);
             assertEquals(0, healthy.code(), healthy.out());
             for (String about : List.of("java", "library", "bus", "daemon", "connection", "nats-server")) {
@@ -184,7 +98,7 @@ class DaemonTest {
             });
             greeter.start();
             Cli wrong = Cli.run("doctor", "--daemon", "127.0.0.1:" + server.getLocalPort());
-            greeter.join(TimeUnit.SECONDS.toMillis(LIMIT));
+            greeter.join(TimeUnit.SECONDS.toMillis(ChildCommand.LIMIT));
             assertEquals(1, wrong.code());
             assertTrue(wrong.out().contains("no such daemon"), wrong.out());
         }
@@ -222,13 +136,13 @@ class DaemonTest {
 
     @Test
     void theDaemonEndsWithTheCommand() throws Exception {
-        try (Daemon daemon = new Daemon()) {
+        try (ChildDaemon daemon = new ChildDaemon(folder)) {
             assertTrue(daemon.serverRuns());
             daemon.child.process.destroy();
             daemon.awaitEndOfServer();
         }
         // kill -9, which leaves the command no time to stop anything
-        try (Daemon daemon = new Daemon()) {
+        try (ChildDaemon daemon = new ChildDaemon(folder)) {
             daemon.child.process.destroyForcibly();
             daemon.awaitEndOfServer();
         }

@@ -22,9 +22,15 @@ class FieldArgumentTest {
 
     @Test
     void theNameEndsAtTheLastColonBeforeTheFirstEqualsSign() {
-        assertEquals(new FieldArgument("a", FieldType.STRING, "b:i32=c"), FieldArgument.parse("a:string=b:i32=c"));
-        assertEquals(new FieldArgument("urn:x", FieldType.I8, "1"), FieldArgument.parse("urn:x:i8=1"));
-        assertEquals(new FieldArgument("", FieldType.STRING, ""), FieldArgument.parse(":string="));
+        assertEquals(field("a", "string", 0, "b:i32=c"), FieldArgument.parse("a:string=b:i32=c"));
+        assertEquals(field("urn:x", "i8", 0, "1"), FieldArgument.parse("urn:x:i8=1"));
+        assertEquals(field("", "string", 0, ""), FieldArgument.parse(":string="));
+        assertEquals(field("a", "user200", 7, "00"), FieldArgument.parse("a:user200#7=00"));
+        assertEquals(field(null, "i32", 65535, "1"), FieldArgument.parse("i32#65535=1"));
+    }
+
+    private static FieldArgument field(String name, String type, int id, String text) {
+        return new FieldArgument(new FieldHead(name, FieldType.named(type), id), text);
     }
 
     @Test
@@ -66,12 +72,13 @@ class FieldArgumentTest {
     @ParameterizedTest
     @ValueSource(strings = {"x:bool=yes", "x:f64=1d", "x:f64=1e999", "x:f32=1e39", "x:f64=", "x:f64=0x1p3", "x:opaque=abc",
             "x:opaque=zz", "x:datetime=yesterday", "x:datetime=2026-07-01", "x:ipaddr32=1.2.3", "x:ipaddr32=1.2.3.256",
-            "x:ipaddr32=1.2.3.-4"})
+            "x:ipaddr32=1.2.3.-4", "x:f64=NaN(0)", "x:f32=NaN(7ff8000000000000)", "x:xml=base64:?", "x:string=\0",
+            "x:user128=0", "x:datetime=@9223372036854775807.000000000"})
     void aBadValueNamesFieldTypeAndValue(String argument) {
         FieldArgument field = FieldArgument.parse(argument);
         String message = error(argument);
-        assertEquals("field \"x\": type " + field.type().label + " takes ", message.substring(0, message.indexOf("takes") + 6));
-        assertEquals(", not \"" + field.text() + "\"", message.substring(message.lastIndexOf(", not")));
+        assertEquals("field \"x\": type " + field.type().label() + " takes ", message.substring(0, message.indexOf("takes") + 6));
+        assertEquals(", not " + Texts.quoted(field.text()), message.substring(message.lastIndexOf(", not")));
     }
 
     @Test
@@ -82,6 +89,19 @@ class FieldArgumentTest {
         assertEquals("field \"speed\": unknown type \"int\"; the types are " + FieldType.all(), error("speed:int=3"));
         assertEquals("field \"" + "n".repeat(128) + "\": the name has 128 bytes; at most 127 are allowed",
                 error("n".repeat(128) + ":i8=1"));
+    }
+
+    @Test
+    void anIdIsANumber() {
+        for (String id : new String[] {"", "0", "65536", "x", "-1", "123456"}) {
+            assertEquals("field \"x\": an id is a number from 1 to 65535, not \"" + id + "\"", error("x:i8#" + id + "=1"));
+        }
+    }
+
+    @Test
+    void whatIsRepeatedStaysOnOneLineAndEnds() {
+        assertEquals("\"a\\u000ab\"", Texts.quoted("a\nb"));
+        assertEquals('"' + "x".repeat(200) + "...\"", Texts.quoted("x".repeat(1000)));
     }
 
     @Test
