@@ -1,6 +1,5 @@
 // Daemons that do not keep to their protocol, and other clients of a daemon that send what no transport of ours does.
 #include <arpa/inet.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -8,7 +7,7 @@
 #include <fstream>
 #include <random>
 
-#include "support.h"
+#include "impostor.h"
 
 namespace quorltest {
 namespace {
@@ -31,76 +30,6 @@ int connectTo(int port) {
     return client;
 }
 
-void sendAll(int socket, const std::string& bytes) {
-    size_t sent = 0;
-    while (sent < bytes.size()) {
-        const ssize_t count = send(socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-        if (count <= 0) return;
-        sent += static_cast<size_t>(count);
-    }
-}
-
-// Listens on a free port, and hands each connection to a function on a thread of its own, until it goes.
-class Impostor {
-  public:
-    explicit Impostor(std::function<void(int)> behave) : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(listener_, 16), 0);
-        socklen_t size = sizeof address;
-        EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size), 0);
-        port_ = ntohs(address.sin_port);
-        thread_ = std::thread([this, behave = std::move(behave)] {
-            for (;;) {
-                const int client = accept(listener_, nullptr, nullptr);
-                if (client < 0) return;
-                behave(client);
-                // Kept open until the other side ends it: an impostor may say nothing, and stay.
-                char bytes[4096];
-                pollfd waited{client, POLLIN, 0};
-                while (!over_ && (poll(&waited, 1, 20) == 0 || recv(client, bytes, sizeof bytes, 0) > 0)) {
-                }
-                close(client);
-            }
-        });
-    }
-    ~Impostor() {
-        over_ = true;
-        shutdown(listener_, SHUT_RDWR);
-        thread_.join();
-        close(listener_);
-    }
-    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
-
-  private:
-    const int listener_;
-    int port_ = 0;
-    std::atomic<bool> over_{false};
-    std::thread thread_;
-};
-
-constexpr const char* greeting =
-    "INFO {\"server_id\":\"x\",\"version\":\"2.9.10\",\"proto\":1,\"host\":\"127.0.0.1\",\"port\":4222,"
-    "\"max_payload\":1048576}\r\n";
-
-class Hostile : public Open {
-  protected:
-    // Must fail within the limit for connecting, with words.
-    void refuses(const Impostor& impostor) {
-        quorlTransport transport = 77;
-        const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, impostor.address().c_str()),
-                  QUORL_DAEMON_NOT_FOUND);
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
-        EXPECT_EQ(transport, 77u);
-        const std::string words = quorl_LastErrorText();
-        EXPECT_EQ(words.rfind("connect ", 0), 0u) << words;
-        EXPECT_NE(words.find(impostor.address() + ": "), std::string::npos) << words;
-    }
-};
-
 TEST_F(Hostile, aDaemonThatSaysNothing) {
     refuses(Impostor([](int) {}));
 }
@@ -122,6 +51,10 @@ TEST_F(Hostile, aDaemonThatSendsRandomBytes) {
         for (char& byte : noise) byte = static_cast<char>(random());
         refuses(Impostor([&](int client) { sendAll(client, noise); }));
         refuses(Impostor([&](int client) { sendAll(client, greeting + std::string("PONG\r\n") + noise); }));
+        refuses(Impostor([&](int client) {
+            greet(client);
+            sendAll(client, noise);
+        }));
     }
 }
 
@@ -134,7 +67,8 @@ TEST_F(Hostile, aDaemonThatTakesNoMessageWorthTheName) {
 TEST_F(Hostile, aMessageWithoutEndIsNotCollected) {
     const long before = residentBytes();
     Impostor impostor([](int client) {
-        sendAll(client, greeting + std::string("PONG\r\nMSG a 1 2000000000\r\n"));
+        greet(client);
+        sendAll(client, "MSG a 1 2000000000\r\n");
         const std::string block(1 << 20, 'x');
         for (int i = 0; i < 64; ++i) sendAll(client, block);
     });

@@ -254,5 +254,40 @@ TEST(Cluster, goesOnAtAnotherServer) {
     EXPECT_EQ(quorl_Close(), QUORL_OK);
 }
 
+// Named by the daemon, not by the program.
+TEST(Cluster, goesOnAtAServerThatItsDaemonHasNamed) {
+    NatsServer first("server_name: a\ncluster { name: c, host: 127.0.0.1, port: -1 }");
+    const std::string log = first.log();
+    const size_t at = log.find("Listening for route connections on 127.0.0.1:");
+    ASSERT_NE(at, std::string::npos) << log;
+    NatsServer second("server_name: b\ncluster { name: c, host: 127.0.0.1, port: -1, routes: [\"nats://127.0.0.1:" +
+                      std::to_string(std::atoi(log.c_str() + at + 45)) + "\"] }");
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+    while (first.log().find("Route connection created") == std::string::npos && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    ASSERT_EQ(quorl_Open(), QUORL_OK);
+    {
+        bool moved = false;
+        // It asks its daemon beside its work: should the daemon go before it has answered, it is tried once more.
+        for (int attempt = 0; !moved && attempt < 10; ++attempt) {
+            const quorlTransport transport = transportTo(first.url());
+            for (int i = 0; i < 20 << attempt; ++i) settleOn(transport);
+            first.kill();
+            char inbox[QUORL_SUBJECT_MAX + 1];
+            ASSERT_EQ(quorlTransport_CreateInbox(transport, inbox, sizeof inbox), QUORL_OK);
+            const quorlQueue queue = newQueue();
+            Numbers numbers;
+            listen(queue, transport, inbox, onNumber, &numbers);
+            EXPECT_EQ(sendNumber(transport, inbox, 7), QUORL_OK);
+            moved = quorlQueue_TimedDispatch(queue, 2) == QUORL_OK;
+            quorlQueue_DestroyEx(queue, nullptr, nullptr);
+            EXPECT_EQ(quorlTransport_Destroy(transport), QUORL_OK);
+            ASSERT_TRUE(first.start()) << first.log();
+        }
+        EXPECT_TRUE(moved);
+    }
+    EXPECT_EQ(quorl_Close(), QUORL_OK);
+}
+
 }  // namespace
 }  // namespace quorltest

@@ -330,6 +330,7 @@ quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
     if (good) {
         returned_ = monotonicNow();
         lastRead_ = returned_;
+        askAt_ = returned_;
         return QUORL_OK;
     }
     const std::string why = session_->lost() ? session_->reason() : "it does not carry messages of this bus";
@@ -379,6 +380,7 @@ void Connection::dropSession() noexcept {
     for (auto& subscription : retired_) session_->release(*subscription);
     retired_.clear();
     session_.reset();
+    greeting_.reset();
     partOffset_ = 0;  // a message that was sent in part is sent whole again
     markUnderWay_ = false;
 }
@@ -424,8 +426,6 @@ void Connection::keepUp() noexcept {
             confirmed_ = handed_;
             try {
                 lostReason_ = givenUp_ != nullptr ? givenUp_ : session_->reason();
-                std::vector<Server> found = session_->discovered();
-                if (!found.empty()) further_ = std::move(found);
             } catch (const std::bad_alloc&) {
                 lostReason_.clear();
             }

@@ -21,6 +21,7 @@
 
 #include "base/mutex.h"
 #include "base/parameters.h"
+#include "transport/nats/greeting.h"
 #include "transport/nats/outbox.h"
 #include "transport/nats/session.h"
 #include "transport/nats/subscription.h"
@@ -114,6 +115,8 @@ class Connection {
     quorl_status takeUp(const Server& server, int64_t deadline);
     bool awaitMark(Session& session, int64_t deadline, bool ending) noexcept;
     void serve() noexcept;
+    void askForServers(int64_t now) noexcept;
+    void takeServers() noexcept;
     void finishSending() noexcept;
     void dropSession() noexcept;
     void pause(int64_t nanoseconds) noexcept;
@@ -190,10 +193,12 @@ class Connection {
     int64_t lastRead_ = 0;
 
     // Of the thread.
-    const std::vector<Server> servers_;  // those that the program named
-    std::vector<Server> further_;        // and those that the daemon told of
-    size_t nextServer_ = 0;              // of both
-    int64_t gatherUntil_ = 0;            // 0: not set
+    const std::vector<Server> servers_;   // those that the program named
+    std::vector<Server> further_;         // and those that the daemon told of
+    std::unique_ptr<Greeting> greeting_;  // it is asked just now
+    int64_t askAt_ = 0;                   // when it is asked again, or the answer has not come
+    size_t nextServer_ = 0;               // of both
+    int64_t gatherUntil_ = 0;             // 0: not set
     int64_t lostAt_ = 0;
     std::string lostReason_;
     uint64_t lostUnconfirmed_ = 0;

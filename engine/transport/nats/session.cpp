@@ -2,9 +2,13 @@
 #include "transport/nats/session.h"
 
 #include <nats/nats.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
@@ -20,6 +24,9 @@
 
 namespace quorl::transport::nats {
 namespace {
+
+// With TLS: milliseconds for which what was written may wait without the daemon taking any of it.
+constexpr unsigned int unsentLimit = 10'000;
 
 constexpr int readSize = 128 << 10;  // bytes that one read takes at most
 // A daemon that announces less is none that this can work with; one that announces more is not believed.
@@ -141,7 +148,7 @@ quorl_status Session::open(const Request& request, std::unique_ptr<Session>* ses
     }
 }
 
-quorl_status Session::connect(const Request& request) noexcept {
+quorl_status Session::connect(const Request& request) {
     const int64_t start = monotonicNow();
     secure::Credentials credentials;
     if (const quorl_status status = secure::lookup(request.server.hostAndPort(), &credentials); status != QUORL_OK)
@@ -155,10 +162,10 @@ quorl_status Session::connect(const Request& request) noexcept {
         if (status == NATS_OK) status = outcome;
     };
     set(natsOptions_SetName(made, Quoted(request.name).text()));
-    // It holds for connecting and once more for the greetings.
-    set(natsOptions_SetTimeout(made, std::max<int64_t>(request.timeout / 2'000'000, 1)));
+    // It holds for connecting and once more for the greetings: the whole is watched over.
+    set(natsOptions_SetTimeout(made, std::max<int64_t>(request.timeout / 1'000'000, 1)));
     set(natsOptions_SetAllowReconnect(made, false));
-    set(natsOptions_SetIgnoreDiscoveredServers(made, false));
+    set(natsOptions_SetIgnoreDiscoveredServers(made, true));
     set(natsOptions_SetPingInterval(made, 0));
     set(natsOptions_SetSendAsap(made, true));  // otherwise there is a thread that flushes
     set(natsOptions_SetIOBufSize(made, readSize));
@@ -177,9 +184,14 @@ quorl_status Session::connect(const Request& request) noexcept {
     }
     if (status != NATS_OK) return refuse(QUORL_DAEMON_NOT_FOUND, request, lastWords(status), start);
 
+    ConnectWatch watch(request.server.port, start + request.timeout);
+    if (!watch.started()) return refuse(QUORL_DAEMON_NOT_FOUND, request, "no thread to watch over it", start);
     status = natsConnection_Connect(&connection_, made);
-    if (status == NATS_OK) {
+    if (status == NATS_OK) connected_.emplace(socket_);
+    const bool cut = watch.end();
+    if (status == NATS_OK && !cut) {
         tls_ = request.server.tls;
+        if (tls_) setsockopt(socket_, IPPROTO_TCP, TCP_USER_TIMEOUT, &unsentLimit, sizeof unsentLimit);
         const int64_t payload = natsConnection_GetMaxPayload(connection_);
         if (payload < leastPayload) {
             const std::string why = "it takes messages of " + std::to_string(payload) + " bytes only";
@@ -188,7 +200,8 @@ quorl_status Session::connect(const Request& request) noexcept {
         maxPayload_ = static_cast<size_t>(std::min(payload, mostPayload));
         return QUORL_OK;
     }
-    connection_ = nullptr;
+    if (status != NATS_OK) connection_ = nullptr;
+    if (cut) return refuse(QUORL_DAEMON_NOT_FOUND, request, "no complete greeting", start);
     std::string why;
     quorl_status outcome = QUORL_DAEMON_NOT_FOUND;
     switch (status) {
@@ -219,6 +232,7 @@ quorl_status Session::connect(const Request& request) noexcept {
 }
 
 Session::~Session() {
+    connected_.reset();
     if (connection_ == nullptr) return;
     natsConnection_Close(connection_);
     natsConnection_Destroy(connection_);
@@ -241,21 +255,19 @@ std::string Session::reason() const {
     return status != NATS_OK ? natsStatus_GetText(status) : "closed by the daemon";
 }
 
-std::vector<Server> Session::discovered() const {
-    std::vector<Server> servers;
-    char** urls = nullptr;
-    int count = 0;
-    if (natsConnection_GetDiscoveredServers(connection_, &urls, &count) != NATS_OK) return servers;
-    for (int i = 0; i < count; ++i) {
-        std::vector<Server> one;
-        if (parseAddress(urls[i], &one) == QUORL_OK && one.size() == 1 && servers.size() < mostServers) {
-            one.front().tls = tls_;
-            servers.push_back(std::move(one.front()));
-        }
-        std::free(urls[i]);
-    }
-    std::free(urls);
-    return servers;
+// With TLS: whether a record has come in whole, or nothing can come any more. If not, the socket counts as readable only when
+// the rest of the record is there.
+bool Session::recordWaits() const noexcept {
+    std::array<uint8_t, 5> head;  // type, version, size
+    const ssize_t got = recv(socket_, head.data(), head.size(), MSG_PEEK | MSG_DONTWAIT);
+    const int record = static_cast<int>(head.size()) + (got == ssize_t{head.size()} ? head[3] << 8 | head[4] : 0);
+    int waiting = 0;
+    ioctl(socket_, FIONREAD, &waiting);
+    pollfd state{socket_, POLLRDHUP, 0};
+    const bool whole = waiting >= record && got == ssize_t{head.size()};
+    const int least = whole ? 1 : record;
+    setsockopt(socket_, SOL_SOCKET, SO_RCVLOWAT, &least, sizeof least);
+    return whole || poll(&state, 1, 0) != 0;
 }
 
 void Session::read() noexcept {
@@ -263,6 +275,7 @@ void Session::read() noexcept {
     // names, which may be any.
     int waiting = 0;
     ioctl(socket_, FIONREAD, &waiting);
+    if (tls_ && !recordWaits()) return;
     natsConnection_ProcessReadEvent(connection_);
     natsStatistics* statistics = nullptr;
     uint64_t messages = 0;
@@ -321,6 +334,7 @@ bool Session::finished(Feed& feed) noexcept {
 }
 
 void Session::close() noexcept {
+    connected_.reset();
     natsConnection_Close(connection_);
     for (;;) {
         const uint32_t left = feedsLeft_.load(std::memory_order_acquire);

@@ -7,19 +7,25 @@
 // Its faults are kept away as follows. Every call on a session but for the constructor's is made with the same lock held by
 // whoever makes it, so that no two threads are inside one connection, nor inside its TLS state. A subscription is destroyed
 // only after libnats has said that it will never call its feed again. Pings are off, since a missed one would close the
-// connection from the timers' thread: see the marks of connection.h. Its error handler looks at nothing.
+// connection from the timers' thread: see the marks of connection.h. Its error handler looks at nothing. A connecting that it
+// would not end is ended, see connect_watch.h. Servers that a greeting names are not told to it, since it would try one after
+// the other, each for its whole time, when the daemon fails. With TLS it waits inside of its calls, for as long as it takes,
+// until a record is whole or the socket takes more: it is called when a record is whole, and the system breaks a connection
+// off to which it could write nothing for a while.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "quorl/quorl.h"
 #include "transport/nats/address.h"
+#include "transport/nats/connect_watch.h"
 
 struct __natsConnection;
 struct __natsMsg;
@@ -82,14 +88,12 @@ class Session {
     Session& operator=(const Session&) = delete;
 
     int socket() const noexcept { return socket_; }
+    bool tls() const noexcept { return tls_; }
     bool lost() const noexcept;
     // Why it was lost, in words; for this the connection is asked, or what it was told.
     std::string reason() const;
 
     size_t maxPayload() const noexcept { return maxPayload_; }
-    // Further servers of the cluster that the daemon has told of.
-    std::vector<Server> discovered() const;
-
     // The socket can be read or written.
     void read() noexcept;
     void write() noexcept;
@@ -117,10 +121,12 @@ class Session {
 
     static void onMessage(__natsConnection*, __natsSubscription*, __natsMsg* message, void* closure);
     static void onFinished(void* closure);
-    quorl_status connect(const Request& request) noexcept;
+    quorl_status connect(const Request& request);
+    bool recordWaits() const noexcept;
 
     __natsConnection* connection_ = nullptr;
     int socket_ = -1;
+    std::optional<ConnectedSocket> connected_;
     bool tls_ = false;
     size_t maxPayload_ = 0;
     uint64_t readSinceMessage_ = 0;  // bytes

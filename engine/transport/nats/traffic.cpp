@@ -44,6 +44,10 @@ constexpr int64_t markDelay = 100 * millisecond;
 constexpr int64_t markPeriod = 15 * second;
 constexpr int64_t silenceLimit = 10 * second;
 
+// Between questions which servers the cluster has, and how long the answer is waited for.
+constexpr int64_t askPeriod = 60 * second;
+constexpr int64_t answerLimit = 10 * second;
+
 }  // namespace
 
 quorl_status Connection::send(const message::ContentRef& content, const Batching& batching) noexcept {
@@ -79,6 +83,37 @@ quorl_status Connection::send(const message::ContentRef& content, const Batching
     flushNow_.store(true, std::memory_order_seq_cst);
     wake();
     return QUORL_OK;
+}
+
+// The answer comes later, or not at all; nothing waits for it.
+void Connection::askForServers(int64_t now) noexcept {
+    if (now < askAt_) return;
+    if (greeting_ != nullptr) {  // no answer
+        greeting_.reset();
+        askAt_ = now + askPeriod;
+        return;
+    }
+    askAt_ = now + askPeriod;
+    std::unique_ptr<Greeting> greeting = Greeting::from(session_->socket());
+    if (greeting == nullptr) return;
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = greeting->descriptor();
+    if (epoll_ctl(epoll_, EPOLL_CTL_ADD, greeting->descriptor(), &event) != 0) return;
+    greeting_ = std::move(greeting);
+    askAt_ = now + answerLimit;
+}
+
+void Connection::takeServers() noexcept {
+    if (!greeting_->read()) return;
+    try {
+        std::vector<Server> found = greeting_->servers(session_->tls());
+        if (!found.empty()) further_ = std::move(found);
+    } catch (const std::bad_alloc&) {
+        // It is asked again.
+    }
+    greeting_.reset();
+    askAt_ = monotonicNow() + askPeriod;
 }
 
 void Connection::serve() noexcept {
@@ -122,7 +157,8 @@ void Connection::serve() noexcept {
             }
             if (session_->lost() || givenUp_ != nullptr) return;
             std::erase_if(retired_, [&](auto& subscription) { return session_->finished(*subscription); });
-            look = nextLook();
+            askForServers(now);
+            look = std::min(nextLook(), askAt_);
             if (gatherUntil_ != 0) look = std::min(look, gatherUntil_);
             socket = session_->socket();
         }
@@ -141,7 +177,7 @@ void Connection::serve() noexcept {
             flushNow_.load(std::memory_order_seq_cst))
             timeout = 0;
         if (held) timeout = streamPause;
-        std::array<epoll_event, 2> events;
+        std::array<epoll_event, 3> events;
         const timespec limit{timeout / second, timeout % second};
         const int count = epoll_pwait2(epoll_, events.data(), static_cast<int>(events.size()), &limit, nullptr);
         asleep_.store(false, std::memory_order_relaxed);
@@ -149,6 +185,8 @@ void Connection::serve() noexcept {
             const epoll_event& event = events[static_cast<size_t>(i)];
             if (event.data.fd == wakeEvent_) {
                 emptyWakeEvent();
+            } else if (greeting_ != nullptr && event.data.fd == greeting_->descriptor()) {
+                takeServers();
             } else if ((event.events & (EPOLLIN | EPOLLERR | EPOLLHUP)) != 0) {
                 Lock io(io_);
                 session_->read();
