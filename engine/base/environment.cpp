@@ -13,13 +13,14 @@ namespace {
 
 enum Phase : uint32_t { closed, opened, stopping };
 
-constinit Mutex guard;                           // of the three below; held through start, not through stop
-constinit uint32_t openCount = 0;                //
-constinit std::atomic<uint32_t> phase{closed};   // read by anyone; threads that wait for the end of stop sleep on it
-constinit ParameterSet* parameterSet = nullptr;  // made on first use, and kept
+constinit Mutex guard;  // held through start, not through stop
+constinit uint32_t openCount GUARDED_BY(guard) = 0;
+// Written under the lock, read by anyone; threads that wait for the end of stop sleep on it.
+constinit std::atomic<uint32_t> phase{closed};
+constinit ParameterSet* parameterSet GUARDED_BY(guard) = nullptr;  // made on first use, and kept
 constinit std::atomic<bool> readyCheckOff{false};
 
-ParameterSet* parameterSetMade() noexcept {
+ParameterSet* parameterSetMade() noexcept REQUIRES(guard) {
     if (parameterSet == nullptr) parameterSet = new (std::nothrow) ParameterSet;
     return parameterSet;
 }
@@ -94,7 +95,8 @@ bool isIpm() noexcept {
     return phase.load(std::memory_order_relaxed) == opened && parameterSet->values().daemon.empty();
 }
 
-const Parameters& parameters() noexcept {
+// They do not change while the library is open.
+const Parameters& parameters() noexcept UNCHECKED_GUARDS {
     return parameterSet->values();
 }
 

@@ -8,43 +8,44 @@
 
 #include "base/fence.h"
 #include "base/futex.h"
+#include "base/guards.h"
 
 namespace quorl {
 
 // Unlocking is a plain store: an atomic operation there would wait until the processor has written all that the thread
 // stored under the lock, which takes longest where another thread reads just that. Who has to sleep for the lock pays
 // instead, see fence.h.
-class Mutex {
+class QUORL_LOCK Mutex {
   public:
     constexpr Mutex() noexcept = default;
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    void lock() noexcept {
+    void lock() noexcept ACQUIRE() {
         if (!try_lock()) [[unlikely]]
             lockContended();
     }
-    bool try_lock() noexcept {
+    bool try_lock() noexcept TRY_ACQUIRE(true) {
         uint32_t expected = 0;
         return held_.compare_exchange_strong(expected, 1, std::memory_order_acquire, std::memory_order_relaxed);
     }
-    void unlock() noexcept {
+    void unlock() noexcept RELEASE() {
         announce<uint32_t>(held_, 0);
         if (sleepers_.load(std::memory_order_seq_cst) != 0) [[unlikely]]
             futexWake(held_);
     }
 
   private:
-    void lockContended() noexcept;
+    void lockContended() noexcept ACQUIRE();
 
     std::atomic<uint32_t> held_{0};
     std::atomic<uint32_t> sleepers_{0};  // threads that sleep for the lock, or are about to
 };
 
-class [[nodiscard]] Lock {
+class QUORL_SCOPED_LOCK [[nodiscard]] Lock {
   public:
-    explicit Lock(Mutex& mutex) noexcept : mutex_(mutex) { mutex_.lock(); }
-    ~Lock() { mutex_.unlock(); }
+    explicit Lock(Mutex& mutex) noexcept ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    ~Lock() RELEASE() { mutex_.unlock(); }
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 

@@ -16,11 +16,11 @@
 namespace quorl {
 namespace {
 
-constinit Thread reclaimerThread;                // of opening and closing, which exclude each other
-constinit Mutex handOver;                        // of the two below
-constinit Record* incoming = nullptr;            // the newest first
-constinit bool finishing = false;                // the library closes: all that is closed is here or on its way
-constinit std::atomic<uint32_t> signalCount{0};  // counts reasons to look again; the thread sleeps on it
+constinit Thread reclaimerThread;  // of opening and closing, which exclude each other
+constinit Mutex handOver;
+constinit Record* incoming GUARDED_BY(handOver) = nullptr;  // the newest first
+constinit bool finishing GUARDED_BY(handOver) = false;  // the library closes: all that is closed is here or on its way
+constinit std::atomic<uint32_t> signalCount{0};         // counts reasons to look again; the thread sleeps on it
 // Whether a record waits for its references alone, so that whoever gives the last one back must say so.
 constinit std::atomic<bool> referencesWatched{false};
 

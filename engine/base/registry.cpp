@@ -20,15 +20,15 @@ constexpr uint32_t generations = 1u << (32 - slotBits);
 // after 2^17 slots times 2^10 generations, which is over 130 million objects later at the earliest.
 constexpr uint32_t freeReserve = 1u << 17;
 
-constinit Mutex guard;  // of everything below
-constinit uint32_t everUsed = 1;
-constinit uint32_t firstFree = 0;
-constinit uint32_t lastFree = 0;
-constinit uint32_t freeCount = 0;
-constinit uint32_t usedCount = 0;
-constinit bool isAccepting = false;
+constinit Mutex guard;  // of what follows, of what chunks and slots get, and of a slot's generation and nextFree
+constinit uint32_t everUsed GUARDED_BY(guard) = 1;
+constinit uint32_t firstFree GUARDED_BY(guard) = 0;
+constinit uint32_t lastFree GUARDED_BY(guard) = 0;
+constinit uint32_t freeCount GUARDED_BY(guard) = 0;
+constinit uint32_t usedCount GUARDED_BY(guard) = 0;
+constinit bool isAccepting GUARDED_BY(guard) = false;
 
-Slot* slotMade(uint32_t index) noexcept {
+Slot* slotMade(uint32_t index) noexcept REQUIRES(guard) {
     auto& chunk = chunks[index >> chunkBits];
     if (chunk.load(std::memory_order_relaxed) == nullptr) {
         auto* made = new (std::nothrow) Slot[chunkSize];
@@ -38,7 +38,7 @@ Slot* slotMade(uint32_t index) noexcept {
     return slotOf(index);
 }
 
-uint32_t takeFree() noexcept {
+uint32_t takeFree() noexcept REQUIRES(guard) {
     const uint32_t index = firstFree;
     firstFree = slotOf(index)->nextFree;
     if (firstFree == 0) lastFree = 0;
@@ -46,7 +46,7 @@ uint32_t takeFree() noexcept {
     return index;
 }
 
-void giveFree(uint32_t index) noexcept {
+void giveFree(uint32_t index) noexcept REQUIRES(guard) {
     --usedCount;
     if (index == defaultQueueSlot) return;
     Slot* slot = slotOf(index);

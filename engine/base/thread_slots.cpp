@@ -8,7 +8,7 @@ namespace quorl {
 namespace {
 
 constinit Mutex creation;
-constinit std::atomic<uint32_t> slotsInUse{0};  // grows under creation
+constinit std::atomic<uint32_t> slotsInUse{0};  // written under creation; grows
 // Written under creation before slotsInUse covers the entry; read by any thread after.
 constinit std::array<void (*)(void*), ThreadState::slotCount> destructors{};
 

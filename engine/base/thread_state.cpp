@@ -14,10 +14,10 @@ thread_local constinit ThreadState* currentThreadState [[gnu::tls_model("initial
 
 namespace {
 
-constinit Mutex registration;                            // of the two below
-constinit bool prepared = false;                         // fences and key
-pthread_key_t endOfThread;                               // set once, when prepared
-constinit std::atomic<ThreadState*> allStates{nullptr};  // only ever grows
+constinit Mutex registration;
+constinit bool prepared GUARDED_BY(registration) = false;  // fences and key
+pthread_key_t endOfThread;                                 // set once, when prepared
+constinit std::atomic<ThreadState*> allStates{nullptr};    // written under registration; only ever grows
 
 void leave(void* given) {
     auto* state = static_cast<ThreadState*>(given);

@@ -22,7 +22,7 @@ quorl_status noPlace() noexcept {
 
 // Calls set(Transport&) on the transport of that id, under its lock.
 template <class F>
-quorl_status change(quorlTransport id, F&& set) {
+quorl_status change(quorlTransport id, F&& set) UNCHECKED_GUARDS {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
     Section section(*thread);
@@ -53,7 +53,7 @@ quorl_status quorlTransport_SetDescription(quorlTransport transport, const char*
         return fail(QUORL_INVALID_ARG, "a description has at most %zu bytes and is not null", longestDescription);
     try {
         std::string copy(description);
-        return change(transport, [&](Transport& found) {
+        return change(transport, [&](Transport& found) REQUIRES(found.lock) {
             found.description.swap(copy);
             found.carrier->describe(found.description);
         });
@@ -65,17 +65,17 @@ quorl_status quorlTransport_SetDescription(quorlTransport transport, const char*
 quorl_status quorlTransport_RequestReliability(quorlTransport transport, quorl_f64 reliability) {
     if (!std::isfinite(reliability) || reliability < 0)
         return fail(QUORL_INVALID_TIME_INTERVAL, "%g seconds are no interval", reliability);
-    return change(transport, [&](Transport& found) { found.settings.reliability = reliability; });
+    return change(transport, [&](Transport& found) REQUIRES(found.lock) { found.settings.reliability = reliability; });
 }
 
 quorl_status quorlTransport_SetBatchMode(quorlTransport transport, quorlTransportBatchMode mode) {
     if (mode != QUORLTRANSPORT_DEFAULT_BATCH && mode != QUORLTRANSPORT_TIMER_BATCH)
         return fail(QUORL_INVALID_ARG, "%d is no batch mode", static_cast<int>(mode));
-    return change(transport, [&](Transport& found) { found.settings.batchMode = mode; });
+    return change(transport, [&](Transport& found) REQUIRES(found.lock) { found.settings.batchMode = mode; });
 }
 
 quorl_status quorlTransport_SetBatchSize(quorlTransport transport, quorl_u32 numBytes) {
-    return change(transport, [&](Transport& found) { found.settings.batchSize = numBytes; });
+    return change(transport, [&](Transport& found) REQUIRES(found.lock) { found.settings.batchSize = numBytes; });
 }
 
 quorl_status quorlTransport_CreateInbox(quorlTransport transport, char* subject, quorl_u32 limit) {

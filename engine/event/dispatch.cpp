@@ -12,6 +12,7 @@
 #include "base/status.h"
 #include "event/group.h"
 #include "event/queue.h"
+#include "event/trouble.h"
 
 namespace quorl::event {
 namespace {

@@ -20,12 +20,12 @@ struct Group : Record {
         uint64_t lastServed;  // when it was taken from last, counted in events of the group
     };
 
-    // Taken before the locks of a queue. Guards all but the atomics.
+    // Taken before the locks of a queue.
     Mutex lock;
-    bool closed = false;
-    std::vector<Member> members;
-    uint64_t served = 0;
-    WaitList sleepers;
+    bool closed GUARDED_BY(lock) = false;
+    std::vector<Member> members GUARDED_BY(lock);
+    uint64_t served GUARDED_BY(lock) = 0;
+    WaitList sleepers GUARDED_BY(lock);
     std::atomic<uint32_t> sleeping{0};   // threads on the list; written under the lock
     std::atomic<uint32_t> signalled{0};  // signals so far; written under the lock
 };
@@ -41,11 +41,10 @@ void leaveGroups(Queue& queue) noexcept;
 // Wakes a thread that sleeps in a dispatch of the group, after an event was put into one of its queues. Inside a section.
 void wakeOne(Group& group) noexcept;
 
-// Takes the first event of the most urgent queue that has one, and pins that queue before the event. Under the group's
-// lock. False: nothing waits.
-bool takeFrom(Group& group, ThreadState& thread, Queue** queue, Taken* taken, Batch* batch) noexcept;
+// Takes the first event of the most urgent queue that has one, and pins that queue before the event. False: nothing waits.
+bool takeFrom(Group& group, ThreadState& thread, Queue** queue, Taken* taken, Batch* batch) noexcept
+    REQUIRES(group.lock);
 
-// Under the group's lock.
-bool anythingWaits(const Group& group) noexcept;
+bool anythingWaits(const Group& group) noexcept REQUIRES(group.lock);
 
 }  // namespace quorl::event

@@ -9,6 +9,7 @@
 #include "base/registry.h"
 #include "base/status.h"
 #include "event/group.h"
+#include "event/trouble.h"
 
 namespace quorl::event {
 namespace {
@@ -24,15 +25,15 @@ constexpr uint64_t timedEvery = 64;
 
 constinit Histogram lag;
 
-// Notes the time of the entry that is appended next, if none is being timed. Under the back lock.
-void startTiming(Queue& queue) noexcept {
+// Notes the time of the entry that is appended next, if none is being timed.
+void startTiming(Queue& queue) noexcept REQUIRES(queue.back.lock) {
     if (queue.timedPosition.load(std::memory_order_acquire) != Queue::untimed) return;
     queue.timedSince = monotonicNow();
     queue.timedPosition.store(queue.ring.backCount(), std::memory_order_release);
 }
 
-// The timed entry is reached: at a position from first on it is being taken, before that it died or was dropped. Under the front lock.
-void endTiming(Queue& queue, uint64_t position, uint64_t first) noexcept {
+// The timed entry is reached: at a position from first on it is being taken, before that it died or was dropped.
+void endTiming(Queue& queue, uint64_t position, uint64_t first) noexcept REQUIRES(queue.front.lock) {
     if (position >= first) {
         const int64_t now = monotonicNow();
         lag.add(now, now - queue.timedSince);
@@ -52,8 +53,8 @@ void dropContent(message::Content* content) noexcept {
     message::ContentRef::adopt(content);
 }
 
-// Counts an entry that a limit dropped, and that was just taken out of the ring. Under both locks. False: it was dead.
-bool drop(Queue& queue, const Entry& entry, Trouble* trouble) noexcept {
+// Counts an entry that a limit dropped, and that was just taken out of the ring. False: it was dead.
+bool drop(Queue& queue, const Entry& entry, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     auto content = message::ContentRef::adopt(entry.content);
     Event* event = liveEvent(entry);
     if (event == nullptr) return false;
@@ -63,7 +64,7 @@ bool drop(Queue& queue, const Entry& entry, Trouble* trouble) noexcept {
     return true;
 }
 
-void dropFirst(Queue& queue, uint64_t amount, Trouble* trouble) noexcept {
+void dropFirst(Queue& queue, uint64_t amount, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     uint64_t removed = queue.front.removed.load(std::memory_order_relaxed);
     Entry entry;
     while (amount != 0 && queue.ring.take(&entry)) {
@@ -73,7 +74,7 @@ void dropFirst(Queue& queue, uint64_t amount, Trouble* trouble) noexcept {
     }
 }
 
-void dropLast(Queue& queue, uint64_t amount, Trouble* trouble) noexcept {
+void dropLast(Queue& queue, uint64_t amount, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     uint64_t removed = queue.front.removed.load(std::memory_order_relaxed);
     Entry entry;
     queue.timedPosition.store(Queue::untimed, std::memory_order_relaxed);
@@ -87,9 +88,9 @@ void dropLast(Queue& queue, uint64_t amount, Trouble* trouble) noexcept {
     }
 }
 
-// Makes room by the queue's policy. Under both locks. False: the arriving event is to be dropped.
-bool makeRoom(Queue& queue, Trouble* trouble) noexcept {
-    const Limit& limit = queue.back.limit;
+// Makes room by the queue's policy. False: the arriving event is to be dropped.
+bool makeRoom(Queue& queue, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
+    const Limit limit = queue.back.limit;
     const uint64_t waiting = queue.ring.backCount() - queue.front.removed.load(std::memory_order_relaxed);
     if (limit.policy == QUORLQUEUE_DISCARD_NONE || waiting < limit.maxEvents) return true;
     switch (limit.policy) {
@@ -116,22 +117,22 @@ struct AfterPush {
     bool manyGroups = false;
 };
 
-// Under the back lock, room being there.
-void place(Queue& queue, Event& event, uint32_t tag, message::Content* content, AfterPush* after) noexcept {
+// Room is there.
+void place(Queue& queue, Event& event, uint32_t tag, message::Content* content, AfterPush* after) noexcept
+    REQUIRES(queue.back.lock) {
     ++event.back.pushed;
-    auto& back = queue.back;
     const Entry entry{event.id, tag, content};
-    if (queue.ring.backCount() % timedEvery == 0 || !back.sleepers.empty()) [[unlikely]]
+    if (queue.ring.backCount() % timedEvery == 0 || !queue.back.sleepers.empty()) [[unlikely]]
         startTiming(queue);
     // Threads of a group look at the end while they decide to sleep, without the back lock.
-    if (back.grouped) [[unlikely]] {
+    if (queue.back.grouped) [[unlikely]] {
         queue.ring.append<std::memory_order_seq_cst>(entry);
     } else {
         queue.ring.append<std::memory_order_release>(entry);
     }
-    if (!back.sleepers.empty()) after->sleeper = back.sleepers.takeOne(wokenForEvent);
-    if (back.grouped) [[unlikely]] {
-        for (Group* group : back.groups) {
+    if (!queue.back.sleepers.empty()) after->sleeper = queue.back.sleepers.takeOne(wokenForEvent);
+    if (queue.back.grouped) [[unlikely]] {
+        for (Group* group : queue.back.groups) {
             if (after->groupCount == after->groups.size()) {
                 after->manyGroups = true;
                 break;
@@ -158,8 +159,8 @@ void finish(Queue& queue, const AfterPush& after) noexcept {
     for (uint32_t i = 0; i < after.groupCount; ++i) wakeOne(*after.groups[i]);
 }
 
-// Whether the event may be put into the queue. Under the back lock. Of timers marks it as waiting.
-bool admits(Queue& queue, Event& event, uint32_t expectedEpoch) noexcept {
+// Whether the event may be put into the queue.
+bool admits(Queue& queue, Event& event, uint32_t expectedEpoch) noexcept REQUIRES(queue.back.lock) {
     if (queue.back.closed || event.back.closed) return false;
     return event.kind != Kind::timer ||
            (event.front.epoch == expectedEpoch && !event.front.waiting.load(std::memory_order_relaxed));
@@ -173,24 +174,23 @@ bool pushSlowly(Queue& queue, Event& event, uint32_t expectedEpoch, message::Con
     {
         Lock front(queue.front.lock);
         Lock backLock(queue.back.lock);
-        auto& back = queue.back;
         admitted = admits(queue, event, expectedEpoch);
         if (admitted) {
             if (!makeRoom(queue, &trouble)) {
                 lose(queue, event, std::move(content), &trouble);
             } else if (!queue.ring.reserve()) {
-                ++back.refused;
+                ++queue.back.refused;
             } else {
                 if (event.kind == Kind::timer) event.front.waiting.store(true, std::memory_order_relaxed);
                 const uint32_t tag = event.kind == Kind::timer ? event.front.epoch : event.vectorTag;
                 place(queue, event, tag, content.release(), &after);
                 lookAtMark(queue, &trouble);
             }
-            back.removedSeen = queue.front.removed.load(std::memory_order_relaxed);
-            trouble.waiting = queue.ring.backCount() - back.removedSeen;
-            if (trouble.waiting > back.mostWaiting) {
-                back.mostWaiting = trouble.waiting;
-                back.countAt = std::min(back.mostWaiting, back.lookAt);
+            queue.back.removedSeen = queue.front.removed.load(std::memory_order_relaxed);
+            trouble.waiting = queue.ring.backCount() - queue.back.removedSeen;
+            if (trouble.waiting > queue.back.mostWaiting) {
+                queue.back.mostWaiting = trouble.waiting;
+                queue.back.countAt = std::min(queue.back.mostWaiting, queue.back.lookAt);
             }
         }
     }
@@ -210,28 +210,27 @@ Queue::~Queue() {
 
 bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch) noexcept {
     Queue& queue = *event.queue;
-    auto& back = queue.back;
     AfterPush after;
-    back.lock.lock();
-    if (queue.ring.backCount() - back.removedSeen >= back.countAt) [[unlikely]] {
-        back.removedSeen = queue.front.removed.load(std::memory_order_acquire);
-        const uint64_t waiting = queue.ring.backCount() - back.removedSeen;
-        if (waiting >= back.lookAt) {
-            back.lock.unlock();
+    queue.back.lock.lock();
+    if (queue.ring.backCount() - queue.back.removedSeen >= queue.back.countAt) [[unlikely]] {
+        queue.back.removedSeen = queue.front.removed.load(std::memory_order_acquire);
+        const uint64_t waiting = queue.ring.backCount() - queue.back.removedSeen;
+        if (waiting >= queue.back.lookAt) {
+            queue.back.lock.unlock();
             return pushSlowly(queue, event, expectedEpoch, std::move(content));
         }
-        if (waiting >= back.mostWaiting) {
-            back.mostWaiting = waiting + 1;
-            back.countAt = std::min(back.mostWaiting, back.lookAt);
+        if (waiting >= queue.back.mostWaiting) {
+            queue.back.mostWaiting = waiting + 1;
+            queue.back.countAt = std::min(queue.back.mostWaiting, queue.back.lookAt);
         }
     }
     if (!admits(queue, event, expectedEpoch)) [[unlikely]] {
-        back.lock.unlock();
+        queue.back.lock.unlock();
         return false;
     }
     if (!queue.ring.reserve()) [[unlikely]] {
-        ++back.refused;
-        back.lock.unlock();
+        ++queue.back.refused;
+        queue.back.lock.unlock();
         return true;
     }
     uint32_t tag = event.vectorTag;
@@ -240,14 +239,13 @@ bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch) noe
         tag = event.front.epoch;
     }
     place(queue, event, tag, content.release(), &after);
-    back.lock.unlock();
+    queue.back.lock.unlock();
     if (after.sleeper != nullptr || after.groupCount != 0) [[unlikely]]
         finish(queue, after);
     return true;
 }
 
 bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) noexcept {
-    auto& front = queue.front;
     Entry entry;
     Event* event;
     for (;;) {
@@ -274,8 +272,8 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
             prefetchToTake(*static_cast<Event*>(record));
     }
     ++event->front.taken;
-    ++front.taken;
-    uint64_t removed = front.removed.load(std::memory_order_relaxed) + 1;
+    ++queue.front.taken;
+    uint64_t removed = queue.front.removed.load(std::memory_order_relaxed) + 1;
     if (event->kind == Kind::timer) event->front.waiting.store(false, std::memory_order_relaxed);
     taken->event = event;
     taken->content = entry.content;
@@ -301,18 +299,18 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
             batch->contents[batch->count++] = next.content;
             next = Entry{};
             ++other->front.taken;
-            ++front.taken;
             ++removed;
             return true;
         });
+        queue.front.taken += batch->count - 1;
     }
-    front.removed.store(removed, std::memory_order_release);
+    queue.front.removed.store(removed, std::memory_order_release);
     // What a batch took out of its turn is near enough to what came first.
     const uint64_t reached = queue.ring.begin() + (event->kind == Kind::vectorListener ? batch->count - 1 : 0);
     if (const uint64_t timed = queue.timedPosition.load(std::memory_order_acquire); timed < reached) [[unlikely]]
         endTiming(queue, timed, queue.ring.begin() - 1);
-    if (front.calmBelow != 0) [[unlikely]]
-        taken->calm = queue.waiting() < front.calmBelow;
+    if (queue.front.calmBelow != 0) [[unlikely]]
+        taken->calm = queue.waiting() < queue.front.calmBelow;
     return true;
 }
 
@@ -321,7 +319,7 @@ Histogram::Summary dispatchLag() noexcept {
 }
 
 void trim(Queue& queue, Trouble* trouble) noexcept {
-    const Limit& limit = queue.back.limit;
+    const Limit limit = queue.back.limit;
     const uint64_t waiting = queue.ring.backCount() - queue.front.removed.load(std::memory_order_relaxed);
     if (limit.policy == QUORLQUEUE_DISCARD_NONE || waiting <= limit.maxEvents) return;
     if (limit.policy == QUORLQUEUE_DISCARD_FIRST) {

@@ -12,7 +12,6 @@
 #include "base/record.h"
 #include "event/event.h"
 #include "event/ring.h"
-#include "event/trouble.h"
 #include "event/wait_list.h"
 #include "message/delivery.h"
 
@@ -41,6 +40,8 @@ struct Limit {
     uint32_t discardAmount = 0;
 };
 
+struct Trouble;
+
 // A listener that lost messages since the queue's limit began to drop.
 struct SlowListener {
     uint32_t event;
@@ -60,33 +61,34 @@ struct Queue : Record {
     // Senders' side.
     struct alignas(128) {
         Mutex lock;
-        bool closed = false;
-        bool grouped = false;      // groups is not empty
-        WaitList sleepers;         // threads that sleep in a dispatch of this queue
-        uint64_t removedSeen = 0;  // an older value of front.removed
+        bool closed GUARDED_BY(lock) = false;
+        bool grouped GUARDED_BY(lock) = false;      // groups is not empty
+        WaitList sleepers GUARDED_BY(lock);         // threads that sleep in a dispatch of this queue
+        uint64_t removedSeen GUARDED_BY(lock) = 0;  // an older value of front.removed
         // A sender that sees this many events wait counts them exactly, and goes the slow road when they are lookAt.
-        uint64_t countAt = 0;
-        uint64_t lookAt = UINT64_MAX;
-        Limit limit;
-        uint64_t dropped = 0;      // events that a limit dropped
-        uint64_t mostWaiting = 0;  // the highest count ever, as seen whenever the queue looked longer than before
-        uint64_t refused = 0;      // events that found no memory
+        uint64_t countAt GUARDED_BY(lock) = 0;
+        uint64_t lookAt GUARDED_BY(lock) = UINT64_MAX;
+        Limit limit GUARDED_BY(lock);
+        uint64_t dropped GUARDED_BY(lock) = 0;  // events that a limit dropped
+        // The highest count ever, as seen whenever the queue looked longer than before.
+        uint64_t mostWaiting GUARDED_BY(lock) = 0;
+        uint64_t refused GUARDED_BY(lock) = 0;  // events that found no memory
         // Trouble; see trouble.h. Written under both locks.
-        uint32_t highWater = 0;          // events; 0: no mark. Set once.
-        bool losing = false;             // the limit drops
-        bool high = false;               // beyond the mark
-        uint64_t lostSince = 0;          // while losing: events dropped, advisories not counted
-        int64_t troubleBegan = 0;        // nanoseconds on the monotonic clock
-        std::vector<SlowListener> slow;  // while losing
-        std::vector<Group*> groups;
+        uint32_t highWater = 0;                           // events; 0: no mark. Set once, before the queue is known.
+        bool losing GUARDED_BY(lock) = false;             // the limit drops
+        bool high GUARDED_BY(lock) = false;               // beyond the mark
+        uint64_t lostSince GUARDED_BY(lock) = 0;          // while losing: events dropped, advisories not counted
+        int64_t troubleBegan GUARDED_BY(lock) = 0;        // nanoseconds on the monotonic clock
+        std::vector<SlowListener> slow GUARDED_BY(lock);  // while losing
+        std::vector<Group*> groups GUARDED_BY(lock);
         struct BatchKind {
             quorlEventVectorCallback callback;
             const void* groupId;
             uint32_t tag;
             uint32_t listeners;
         };
-        std::vector<BatchKind> batchKinds;
-        uint32_t lastTag = 0;
+        std::vector<BatchKind> batchKinds GUARDED_BY(lock);
+        uint32_t lastTag GUARDED_BY(lock) = 0;
     } back;
 
     // Dispatchers' side.
@@ -95,8 +97,9 @@ struct Queue : Record {
         // Entries that wait no longer: taken, dropped, or dead because their event was destroyed. The queue's count is
         // ring.end() - removed; removed - ring.begin() entries of the ring are dead. Written under the lock.
         std::atomic<uint64_t> removed{0};
-        uint64_t taken = 0;      // events that were dispatched
-        uint64_t calmBelow = 0;  // trouble is over with fewer events waiting; 0: none. Written under both locks.
+        uint64_t taken GUARDED_BY(lock) = 0;  // events that were dispatched
+        // Trouble is over with fewer events waiting; 0: none. Written under both locks.
+        uint64_t calmBelow GUARDED_BY(lock) = 0;
     } front;
 
     // One entry at a time is timed, for the statistics: its position, and when it came. Written under the back lock while the
@@ -113,7 +116,7 @@ struct Queue : Record {
     std::atomic<uint32_t> priority{1};
 
     Mutex nameLock;
-    std::string name;  // guarded by nameLock
+    std::string name GUARDED_BY(nameLock);
 
     // Set by whoever closed the queue, before it is retired.
     quorlQueueOnComplete completion = nullptr;
@@ -130,12 +133,12 @@ struct Queue : Record {
 // decided. The calling thread is inside a section. False when the queue or the event takes no more events.
 bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch = 0) noexcept;
 
-// Takes the first event; of a vector listener also those that share its batch, into *batch, the first included. Under the
-// front lock. False: nothing waits.
-bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) noexcept;
+// Takes the first event; of a vector listener also those that share its batch, into *batch, the first included. False:
+// nothing waits.
+bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) noexcept REQUIRES(queue.front.lock);
 
-// Drops what waits beyond the limit, by its policy. Under both locks, inside a section.
-void trim(Queue& queue, Trouble* trouble) noexcept;
+// Drops what waits beyond the limit, by its policy. Inside a section.
+void trim(Queue& queue, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock);
 
 // After the event is closed: no event of it starts any more or counts as waiting. Inside a section.
 void forget(Event& event) noexcept;

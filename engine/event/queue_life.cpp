@@ -7,6 +7,7 @@
 #include "base/status.h"
 #include "event/group.h"
 #include "event/queue.h"
+#include "event/trouble.h"
 
 namespace quorl::event {
 namespace {
@@ -30,10 +31,14 @@ quorl_status create(uint32_t reserved, uint32_t* id) noexcept {
     }
     queue->completed = completed;
     queue->destroy = destroyRecord;
-    if (const uint32_t most = environment::parameters().queueLimit; most != 0)
-        queue->back.limit = {QUORLQUEUE_DISCARD_FIRST, most, 1};
-    queue->back.highWater = environment::parameters().queueHighwater;
-    setThresholds(*queue);
+    {
+        Lock front(queue->front.lock);
+        Lock back(queue->back.lock);
+        if (const uint32_t most = environment::parameters().queueLimit; most != 0)
+            queue->back.limit = {QUORLQUEUE_DISCARD_FIRST, most, 1};
+        queue->back.highWater = environment::parameters().queueHighwater;
+        setThresholds(*queue);
+    }
     if (!registry::publish(*queue, reserved, QUORL_OBJECT_QUEUE)) {
         delete queue;
         registry::abandon(reserved);

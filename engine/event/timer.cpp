@@ -49,32 +49,34 @@ constexpr size_t fewLeft = 1024;
 
 // Taken before the locks of a queue.
 constinit Mutex timersLock;
-constinit TimerHeap* heap = nullptr;         // made with the first timer, and kept
-constinit size_t leftItems = 0;              // about how many items their timers left; guarded by timersLock
-constinit bool stopping = false;             // guarded by timersLock
+// Made with the first timer, and kept.
+constinit TimerHeap* heap GUARDED_BY(timersLock) POINTS_TO_GUARDED_BY(timersLock) = nullptr;
+constinit size_t leftItems GUARDED_BY(timersLock) = 0;  // about how many items their timers left
+constinit bool stopping GUARDED_BY(timersLock) = false;
 constinit Thread timersThread;               // started under timersLock; joined when the library closes
 constinit std::atomic<uint32_t> changes{0};  // counts reasons to look again; the thread sleeps on it
 
-// The timer that the item is of; null when the timer left it. Under timersLock, inside a section.
-Timer* owner(const TimerHeap::Item& item) noexcept {
+// The timer that the item is of; null when the timer left it. Inside a section.
+Timer* owner(const TimerHeap::Item& item) noexcept REQUIRES(timersLock) {
     auto* event = registry::find<Event>(item.id);
     if (event == nullptr) return nullptr;
     auto* timer = static_cast<Timer*>(event);
     return timer->armed && timer->turn == item.turn ? timer : nullptr;
 }
 
-// Gives the timer an item; there is room. Under timersLock.
-void insert(Timer& timer) noexcept {
+// Gives the timer an item; there is room.
+void insert(Timer& timer) noexcept REQUIRES(timersLock) {
     timer.armed = true;
     heap->add({timer.due, timer.id, ++timer.turn});
 }
 
-// Leaves the timer's item, if it has one. Under timersLock, inside a section.
-void leave(Timer& timer) noexcept {
+// Leaves the timer's item, if it has one. Inside a section.
+void leave(Timer& timer) noexcept REQUIRES(timersLock) {
     if (!timer.armed) return;
     timer.armed = false;
     if (++leftItems <= fewLeft || leftItems <= heap->size() / 2) return;
-    heap->sweep([](const TimerHeap::Item& item) { return owner(item) != nullptr; });
+    // Called at once, under the lock.
+    heap->sweep([](const TimerHeap::Item& item) UNCHECKED_GUARDS { return owner(item) != nullptr; });
     leftItems = 0;
 }
 
@@ -100,8 +102,8 @@ void prefetchTimers(const std::array<TimerHeap::Item, firedAtOnce>& items, size_
     }
 }
 
-// Takes up to firedAtOnce timers that are due, and puts them back with their next times. Under timersLock, inside a section.
-size_t takeDue(int64_t now, Firings& firings) noexcept {
+// Takes up to firedAtOnce timers that are due, and puts them back with their next times. Inside a section.
+size_t takeDue(int64_t now, Firings& firings) noexcept REQUIRES(timersLock) {
     std::array<TimerHeap::Item, firedAtOnce> items;
     size_t count = 0;
     for (; count < firedAtOnce && !heap->empty() && heap->first().due <= now; heap->removeFirst())
@@ -166,8 +168,8 @@ void runTimers() {
     }
 }
 
-// Starts the thread if it does not run. Under timersLock.
-quorl_status makeReady() noexcept {
+// Starts the thread if it does not run.
+quorl_status makeReady() noexcept REQUIRES(timersLock) {
     if (heap == nullptr) heap = new (std::nothrow) TimerHeap;
     if (heap == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the timers");
     try {
@@ -180,7 +182,7 @@ quorl_status makeReady() noexcept {
     return timersThread.start("quorl-timers", runTimers);
 }
 
-void arm(Timer& timer, double seconds, int64_t now) noexcept {
+void arm(Timer& timer, double seconds, int64_t now) noexcept REQUIRES(timersLock) {
     timer.seconds = seconds;
     timer.interval = seconds == 0 ? 0 : std::max<int64_t>(nanosecondsOf(seconds), 1);
     timer.front.endless.store(timer.interval == 0, std::memory_order_relaxed);

@@ -102,8 +102,7 @@ void tellOver(Queue& queue, const Over& over) noexcept {
 }  // namespace
 
 void lose(Queue& queue, Event& event, message::ContentRef content, Trouble* trouble) noexcept {
-    auto& back = queue.back;
-    ++back.dropped;
+    ++queue.back.dropped;
     if (event.kind == Kind::timer && event.front.endless.load(std::memory_order_relaxed)) {
         try {
             trouble->hungry.push_back(event.id);
@@ -112,52 +111,50 @@ void lose(Queue& queue, Event& event, message::ContentRef content, Trouble* trou
         }
     }
     if (transport::isAdvisory(content)) return;
-    if (!back.losing) {
-        back.losing = true;
-        back.lostSince = 0;
-        back.troubleBegan = monotonicNow();
+    if (!queue.back.losing) {
+        queue.back.losing = true;
+        queue.back.lostSince = 0;
+        queue.back.troubleBegan = monotonicNow();
         trouble->limitBegan = true;
         trouble->first = {&event, content};
         setThresholds(queue);
     }
-    trouble->lost = ++back.lostSince;
+    trouble->lost = ++queue.back.lostSince;
     if (event.kind == Kind::timer) return;
     if (event.back.slow == 0) {
         try {
             trouble->slow.reserve(trouble->slow.size() + 1);
-            back.slow.push_back({event.id, 0, monotonicNow()});
-            event.back.slow = static_cast<uint32_t>(back.slow.size());
+            queue.back.slow.push_back({event.id, 0, monotonicNow()});
+            event.back.slow = static_cast<uint32_t>(queue.back.slow.size());
             trouble->slow.push_back({&event, std::move(content)});
         } catch (const std::bad_alloc&) {
             return;  // counted for the queue alone
         }
     }
-    ++back.slow[event.back.slow - 1].lost;
+    ++queue.back.slow[event.back.slow - 1].lost;
 }
 
 void lookAtMark(Queue& queue, Trouble* trouble) noexcept {
-    auto& back = queue.back;
-    if (back.highWater == 0 || back.high || back.limit.policy != QUORLQUEUE_DISCARD_NONE) return;
-    if (queue.ring.backCount() - queue.front.removed.load(std::memory_order_relaxed) < back.highWater) return;
-    back.high = true;
-    back.troubleBegan = monotonicNow();
+    if (queue.back.highWater == 0 || queue.back.high || queue.back.limit.policy != QUORLQUEUE_DISCARD_NONE) return;
+    if (queue.ring.backCount() - queue.front.removed.load(std::memory_order_relaxed) < queue.back.highWater) return;
+    queue.back.high = true;
+    queue.back.troubleBegan = monotonicNow();
     trouble->highWaterBegan = true;
     setThresholds(queue);
 }
 
 void setThresholds(Queue& queue) noexcept {
-    auto& back = queue.back;
-    const bool limited = back.limit.policy != QUORLQUEUE_DISCARD_NONE;
-    back.lookAt = UINT64_MAX;
+    const bool limited = queue.back.limit.policy != QUORLQUEUE_DISCARD_NONE;
+    queue.back.lookAt = UINT64_MAX;
     if (limited) {
-        back.lookAt = back.limit.maxEvents;
-    } else if (back.highWater != 0 && !back.high) {
-        back.lookAt = back.highWater - 1;
+        queue.back.lookAt = queue.back.limit.maxEvents;
+    } else if (queue.back.highWater != 0 && !queue.back.high) {
+        queue.back.lookAt = queue.back.highWater - 1;
     }
-    back.countAt = std::min(back.mostWaiting, back.lookAt);
+    queue.back.countAt = std::min(queue.back.mostWaiting, queue.back.lookAt);
     queue.front.calmBelow = 0;
-    if (back.losing) queue.front.calmBelow = limited ? back.limit.maxEvents / 2 + 1u : UINT64_MAX;
-    if (back.high) queue.front.calmBelow = limited ? UINT64_MAX : back.highWater / 2 + 1;
+    if (queue.back.losing) queue.front.calmBelow = limited ? queue.back.limit.maxEvents / 2 + 1u : UINT64_MAX;
+    if (queue.back.high) queue.front.calmBelow = limited ? UINT64_MAX : queue.back.highWater / 2 + 1;
 }
 
 void tell(Queue& queue, const Trouble& trouble) noexcept {
@@ -211,21 +208,20 @@ void settle(Queue& queue) noexcept {
     {
         Lock front(queue.front.lock);
         Lock backLock(queue.back.lock);
-        auto& back = queue.back;
         const uint64_t waiting = queue.waiting();
         if (waiting >= queue.front.calmBelow) return;
-        over.limit = back.losing;
-        over.highWater = back.high;
+        over.limit = queue.back.losing;
+        over.highWater = queue.back.high;
         over.waiting = waiting;
-        over.lost = back.lostSince;
-        over.mark = back.highWater;
-        over.began = back.troubleBegan;
-        over.slow.swap(back.slow);
+        over.lost = queue.back.lostSince;
+        over.mark = queue.back.highWater;
+        over.began = queue.back.troubleBegan;
+        over.slow.swap(queue.back.slow);
         for (const SlowListener& slow : over.slow) {
             if (auto* event = registry::find<Event>(slow.event)) event->back.slow = 0;
         }
-        back.losing = false;
-        back.high = false;
+        queue.back.losing = false;
+        queue.back.high = false;
         setThresholds(queue);
     }
     tellOver(queue, over);

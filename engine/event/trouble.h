@@ -4,12 +4,10 @@
 
 #include <vector>
 
-#include "event/event.h"
+#include "event/queue.h"
 #include "message/delivery.h"
 
 namespace quorl::event {
-
-struct Queue;
 
 // What happened while the locks of a queue were held, and is told when no lock is held any more.
 struct Trouble {
@@ -27,14 +25,15 @@ struct Trouble {
     bool any() const noexcept { return limitBegan || highWaterBegan || !slow.empty() || !hungry.empty(); }
 };
 
-// Counts an event that a limit dropped, content included when it is a message's. Under both locks, inside a section.
-void lose(Queue& queue, Event& event, message::ContentRef content, Trouble* trouble) noexcept;
+// Counts an event that a limit dropped, content included when it is a message's. Inside a section.
+void lose(Queue& queue, Event& event, message::ContentRef content, Trouble* trouble) noexcept
+    REQUIRES(queue.front.lock, queue.back.lock);
 
-// Looks whether the queue has just grown beyond its mark. Under both locks.
-void lookAtMark(Queue& queue, Trouble* trouble) noexcept;
+// Looks whether the queue has just grown beyond its mark.
+void lookAtMark(Queue& queue, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock);
 
-// How many events may wait until a sender has to look closer. Under both locks, after the limit or the trouble changed.
-void setThresholds(Queue& queue) noexcept;
+// How many events may wait until a sender has to look closer; after the limit or the trouble changed.
+void setThresholds(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock);
 
 // Tells what began, and lets hungry timers fire again. Inside the section of the trouble, no lock held.
 void tell(Queue& queue, const Trouble& trouble) noexcept;

@@ -22,10 +22,9 @@ struct Store {
 };
 
 constinit Mutex storeLock;
-constinit Store* store = nullptr;  // guarded by storeLock, as what it holds; made on first use
+constinit Store* store GUARDED_BY(storeLock) POINTS_TO_GUARDED_BY(storeLock) = nullptr;  // made on first use
 
-// Under the lock.
-Store& madeStore() {
+Store& madeStore() REQUIRES(storeLock) {
     if (store == nullptr) store = new Store;
     return *store;
 }

@@ -54,13 +54,14 @@ class Router {
 
     const uint64_t identity_;  // differs from that of every other router of the process, also those that are gone
 
-    Mutex lock_;                        // of the tries
-    subject::Trie<Listener> ordinary_;  //
-    subject::Trie<Listener> system_;    // apart, so that no wildcard of a program reaches the system's subjects
+    Mutex lock_;
+    subject::Trie<Listener> ordinary_ GUARDED_BY(lock_);
+    subject::Trie<Listener> system_
+        GUARDED_BY(lock_);              // apart, so that no wildcard of a program reaches the system's subjects
     std::atomic<uint64_t> version_{1};  // of the tries: changed under the lock whenever they are
 
     Mutex inboxLock_;
-    std::unordered_map<std::string, Inbox, Hash, std::equal_to<>> inboxes_;  // guarded by inboxLock_
+    std::unordered_map<std::string, Inbox, Hash, std::equal_to<>> inboxes_ GUARDED_BY(inboxLock_);
 };
 
 }  // namespace quorl::transport

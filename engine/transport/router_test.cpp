@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "event/queue.h"
+#include "event/trouble.h"
 #include "transport/local.h"
 
 namespace quorl::transport {
@@ -15,6 +15,8 @@ namespace {
 struct Ear {
     explicit Ear(const std::string& pattern) {
         EXPECT_TRUE(queue.ring.prepare());
+        Lock front(queue.front.lock);
+        Lock back(queue.back.lock);
         event::setThresholds(queue);
         listener.subject = pattern;
         listener.queue = &queue;

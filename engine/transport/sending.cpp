@@ -65,7 +65,7 @@ quorl_status untilThereIsRoom(ThreadState& thread, uint32_t id, int64_t deadline
     }
 }
 
-void link(Transport& transport, Request& request) noexcept {
+void link(Transport& transport, Request& request) noexcept REQUIRES(transport.lock) {
     request.next = transport.requests;
     if (request.next != nullptr) request.next->previous = &request;
     transport.requests = &request;

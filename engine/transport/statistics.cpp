@@ -14,8 +14,8 @@
 namespace quorl::transport::statistics {
 namespace {
 
-constinit Mutex guard;            // of the list
-constinit Part* parts = nullptr;  // the newest first
+constinit Mutex guard;
+constinit Part* parts GUARDED_BY(guard) POINTS_TO_GUARDED_BY(guard) = nullptr;  // the newest first
 
 constexpr size_t mostQueues = 4096;  // described one by one
 

@@ -92,13 +92,13 @@ struct Transport : Record {
 
     std::atomic<uint64_t> inboxes{0};  // made so far; the inbox's last element counts them from 1
 
-    // Taken before any lock of a carrier, and before the locks of queues. Guards what follows.
+    // Taken before any lock of a carrier, and before the locks of queues.
     Mutex lock;
-    bool closed = false;
-    Listener* listeners = nullptr;
-    Request* requests = nullptr;
-    std::string description;
-    Carrier::Settings settings;
+    bool closed GUARDED_BY(lock) = false;
+    Listener* listeners GUARDED_BY(lock) = nullptr;
+    Request* requests GUARDED_BY(lock) = nullptr;
+    std::string description GUARDED_BY(lock);
+    Carrier::Settings settings GUARDED_BY(lock);
 };
 
 quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept;
@@ -106,8 +106,8 @@ quorl_status createTransport(uint32_t* id, const char* service, const char* netw
 quorl_status publishTransport(uint32_t* id, std::unique_ptr<Carrier> carrier) noexcept;
 quorl_status destroyTransport(uint32_t id) noexcept;
 
-// Ends all requests that wait on the transport. Under its lock.
-void abortAll(Transport& transport) noexcept;
+// Ends all requests that wait on the transport.
+void abortAll(Transport& transport) noexcept REQUIRES(transport.lock);
 
 // Writes a new inbox. subject has room for limit bytes.
 quorl_status createInbox(uint32_t id, char* subject, uint32_t limit) noexcept;

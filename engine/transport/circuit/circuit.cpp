@@ -48,10 +48,10 @@ struct Circuit {
 
     Router router;  // of what the peer sends
 
-    // Taken before the locks of the parent's carrier. Guards the two below.
+    // Taken before the locks of the parent's carrier.
     Mutex lock;
-    Machine machine;
-    Output output;
+    Machine machine GUARDED_BY(lock);
+    Output output GUARDED_BY(lock);
 };
 using CircuitRef = std::shared_ptr<Circuit>;
 
@@ -63,8 +63,8 @@ struct Service {
 };
 
 constinit Mutex serviceLock;
-constinit Service* service =
-    nullptr;  // made with the first circuit, and kept; guarded by serviceLock, as what it holds
+// Made with the first circuit, and kept.
+constinit Service* service GUARDED_BY(serviceLock) POINTS_TO_GUARDED_BY(serviceLock) = nullptr;
 constinit std::atomic<bool> stopping{false};        //
 constinit std::atomic<uint32_t> queueId{0};         // 0 while no thread runs
 constinit std::atomic<uint32_t> alive{0};           // circuits in the service
@@ -113,8 +113,8 @@ std::vector<CircuitRef> collect(F&& matches) noexcept {
     return found;
 }
 
-// Sends what the machine gave out. Under the circuit's lock. What does not get out is a lost frame.
-void transmit(Circuit& circuit, ThreadState& thread) noexcept {
+// Sends what the machine gave out. What does not get out is a lost frame.
+void transmit(Circuit& circuit, ThreadState& thread) noexcept REQUIRES(circuit.lock) {
     if (circuit.output.frames.empty()) return;
     KeptErrorText kept;
     Section section(thread);
@@ -291,8 +291,8 @@ void prepareQueue(uint32_t id) noexcept {
     }
 }
 
-// Makes the queue and starts the thread when they are not there. Under serviceLock.
-quorl_status makeReady() noexcept {
+// Makes the queue and starts the thread when they are not there.
+quorl_status makeReady() noexcept REQUIRES(serviceLock) {
     if (!registry::accepting()) return fail(QUORL_NOT_INITIALIZED, "the library is not open");
     if (service == nullptr) service = new (std::nothrow) Service;
     if (service == nullptr) return fail(QUORL_NO_MEMORY, "no memory for circuits");
@@ -459,6 +459,7 @@ quorl_status create(uint32_t* id, uint32_t parent, const char* peer, CircuitRef*
         if (peer != nullptr) {
             uint64_t session;
             if (!drawSession(&session)) return fail(QUORL_OS_ERROR, "the system gives no random numbers");
+            Lock lock(circuit->lock);
             circuit->machine = Machine(settings, session, circuit->address, peer, monotonicNow());
         }
         auto carrier = std::make_unique<CircuitCarrier>(circuit);
@@ -540,7 +541,9 @@ void parentCloses(uint32_t parent) noexcept {
         abandon(*circuit, thread, "the transport below was closed");
 }
 
-void stop() noexcept {
+// The service itself is kept, and while the library closes nobody starts its thread: both are safe without the lock, which
+// the thread may need to end.
+void stop() noexcept UNCHECKED_GUARDS {
     ThreadState* thread = threadState();
     {
         Lock lock(serviceLock);

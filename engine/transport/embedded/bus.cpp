@@ -10,18 +10,19 @@
 namespace quorl::transport::embedded {
 namespace {
 
+constinit Mutex busesLock;
+
 struct Bus {
     Bus(std::string_view busService, std::string_view busNetwork) : service(busService), network(busNetwork) {}
 
     const std::string service;
     const std::string network;
-    uint32_t ports = 0;   // guarded by busesLock
-    Bus* next = nullptr;  // guarded by busesLock
+    uint32_t ports GUARDED_BY(busesLock) = 0;
+    Bus* next GUARDED_BY(busesLock) = nullptr;
     Router router;
 };
 
-constinit Mutex busesLock;
-constinit Bus* buses = nullptr;  // guarded by busesLock
+constinit Bus* buses GUARDED_BY(busesLock) = nullptr;
 
 Bus* joinBus(std::string_view service, std::string_view network) {
     Lock lock(busesLock);
