@@ -15,7 +15,7 @@
 namespace quorl {
 namespace {
 
-constexpr size_t longestLine = 4096;
+constexpr size_t longestLine = 4094;  // bytes, without its end
 
 std::string_view trimmed(std::string_view text) noexcept {
     const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
@@ -94,8 +94,24 @@ bool split(std::string_view setting, std::string_view* name, std::string_view* v
     return !name->empty();
 }
 
+// What a detail text may repeat of a setting: not much, and no credentials, which end with '@' in an address where they do
+// not belong.
+std::string_view shown(std::string_view text) noexcept {
+    if (const size_t at = text.rfind('@'); at != std::string_view::npos) text.remove_prefix(at + 1);
+    return text.substr(0, 80);
+}
 int cut(std::string_view text) noexcept {
-    return static_cast<int>(std::min<size_t>(text.size(), 80));
+    return static_cast<int>(shown(text).size());
+}
+
+// The next line without its end, and no more than one byte of what is too long of it. False: there is none, or the file
+// cannot be read.
+bool readLine(std::FILE* file, std::string* line) {
+    line->clear();
+    int byte;
+    while ((byte = getc_unlocked(file)) != EOF && byte != '\n' && line->size() <= longestLine)
+        *line += static_cast<char>(byte);
+    return byte != EOF || (!line->empty() && !std::ferror(file));
 }
 
 struct CloseFile {
@@ -116,13 +132,14 @@ quorl_status ParameterSet::set(const std::vector<std::string_view>& settings) no
             std::string_view name;
             std::string_view value;
             if (!split(setting, &name, &value))
-                return fail(QUORL_INVALID_ARG, "\"%.*s\" is not of the form name=value", cut(setting), setting.data());
+                return fail(QUORL_INVALID_ARG, "\"%.*s\" is not of the form name=value", cut(setting),
+                            shown(setting).data());
             switch (apply(values, name, value)) {
                 case Outcome::unknownName:
-                    return fail(QUORL_INVALID_ARG, "there is no parameter \"%.*s\"", cut(name), name.data());
+                    return fail(QUORL_INVALID_ARG, "there is no parameter \"%.*s\"", cut(name), shown(name).data());
                 case Outcome::badValue:
-                    return fail(QUORL_INVALID_ARG, "\"%.*s\" is no value of %.*s", cut(value), value.data(), cut(name),
-                                name.data());
+                    return fail(QUORL_INVALID_ARG, "\"%.*s\" is no value of %.*s", cut(value), shown(value).data(),
+                                cut(name), shown(name).data());
                 case Outcome::taken:
                     break;
             }
@@ -150,27 +167,28 @@ quorl_status ParameterSet::read(const char* path, bool onlyCompare) noexcept {
         }
         Parameters values = values_;
         std::vector<Setting> taken = settings_;
-        auto line = std::make_unique<char[]>(longestLine);
-        for (unsigned number = 1; std::fgets(line.get(), longestLine, file.get()) != nullptr; ++number) {
-            const size_t length = std::strlen(line.get());
-            if (length == longestLine - 1 && line[length - 1] != '\n')
-                return fail(QUORL_INVALID_FILE, "%s line %u: longer than %zu bytes", path, number, longestLine - 2);
-            std::string_view text(line.get(), length);
+        std::string line;
+        for (unsigned number = 1; readLine(file.get(), &line); ++number) {
+            if (line.size() > longestLine)
+                return fail(QUORL_INVALID_FILE, "%s line %u: longer than %zu bytes", path, number, longestLine);
+            std::string_view text(line);
+            if (text.find('\0') != std::string_view::npos)
+                return fail(QUORL_INVALID_FILE, "%s line %u: a zero byte, which no text has", path, number);
             text = trimmed(text.substr(0, text.find('#')));
             if (text.empty()) continue;
             std::string_view name;
             std::string_view value;
             if (!split(text, &name, &value))
                 return fail(QUORL_INVALID_FILE, "%s line %u: \"%.*s\" is not of the form name=value", path, number,
-                            cut(text), text.data());
+                            cut(text), shown(text).data());
             Parameters with = values;
             switch (apply(with, name, value)) {
                 case Outcome::unknownName:
                     return fail(QUORL_INVALID_FILE, "%s line %u: there is no parameter \"%.*s\"", path, number,
-                                cut(name), name.data());
+                                cut(name), shown(name).data());
                 case Outcome::badValue:
                     return fail(QUORL_INVALID_FILE, "%s line %u: \"%.*s\" is no value of %.*s", path, number,
-                                cut(value), value.data(), cut(name), name.data());
+                                cut(value), shown(value).data(), cut(name), shown(name).data());
                 case Outcome::taken:
                     break;
             }
@@ -178,7 +196,7 @@ quorl_status ParameterSet::read(const char* path, bool onlyCompare) noexcept {
                 std::any_of(settings_.begin(), settings_.end(), [&](const Setting& old) { return old.name == name; });
             if ((onlyCompare || setBefore) && !same(with, values))
                 return fail(QUORL_ARG_CONFLICT, "%s line %u: %.*s has another value already", path, number, cut(name),
-                            name.data());
+                            shown(name).data());
             if (onlyCompare || setBefore) continue;
             values = std::move(with);
             std::erase_if(taken, [&](const Setting& old) { return old.name == name; });

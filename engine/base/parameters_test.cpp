@@ -1,0 +1,74 @@
+// Settings from calls and from files: what a line may be, and what the text of a refusal may repeat.
+#include "base/parameters.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "base/status.h"
+
+namespace quorl {
+namespace {
+
+// A file that goes with its scope.
+class File {
+  public:
+    explicit File(const std::string& text) {
+        const int file = mkstemp(path_);
+        EXPECT_GE(file, 0);
+        EXPECT_EQ(write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        close(file);
+    }
+    ~File() { unlink(path_); }
+    const char* path() const { return path_; }
+
+  private:
+    char path_[32] = "/tmp/quorl-parameters-XXXXXX";
+};
+
+quorl_status read(ParameterSet& set, const std::string& text) {
+    return set.read(File(text).path(), false);
+}
+
+TEST(Parameters, a_line_may_have_4094_bytes_whether_it_ends_or_the_file_does) {
+    for (const char* end : {"", "\n", "\nqueue.limit=8\n"}) {
+        ParameterSet set;
+        EXPECT_EQ(read(set, "queue.limit=7 #" + std::string(4094 - 15, 'x') + end), QUORL_OK) << lastErrorText();
+        EXPECT_EQ(set.values().queueLimit, std::string(end).size() > 1 ? 8u : 7u);
+        EXPECT_EQ(read(set, "\n#" + std::string(4094, 'x') + end), QUORL_INVALID_FILE);
+        EXPECT_NE(std::string(lastErrorText()).find("line 2: longer than 4094 bytes"), std::string::npos)
+            << lastErrorText();
+    }
+}
+
+// A zero byte would hide what stands behind it.
+TEST(Parameters, a_file_has_no_zero_bytes) {
+    using namespace std::string_literals;
+    for (const std::string& text : {"queue.limit=7\0 and more"s, "\0"s, "queue.limit=7\n\0queue.limit=8\n"s,
+                                    "queue.limit=7 # \0"s, "queue.limit=7\n\0"s + std::string(5000, 'x')}) {
+        ParameterSet set;
+        EXPECT_EQ(read(set, text), QUORL_INVALID_FILE);
+        EXPECT_NE(std::string(lastErrorText()).find("line "), std::string::npos) << lastErrorText();
+        EXPECT_EQ(set.values().queueLimit, 0u);
+    }
+}
+
+TEST(Parameters, refusals_do_not_repeat_credentials) {
+    const std::string secret = "Zauberwort";
+    const std::string address = "nats://user:" + secret + "@host";
+    for (const std::string& setting : {"daemon=" + address + " x", "daemon=" + address + std::string(1100, 'x'),
+                                       address, "Daemon." + address + "=x", "queue.limit=" + address}) {
+        ParameterSet set;
+        EXPECT_EQ(set.set({setting}), QUORL_INVALID_ARG);
+        EXPECT_EQ(std::string(lastErrorText()).find(secret), std::string::npos) << lastErrorText();
+        EXPECT_EQ(read(set, setting), QUORL_INVALID_FILE);
+        EXPECT_EQ(std::string(lastErrorText()).find(secret), std::string::npos) << lastErrorText();
+    }
+    ParameterSet set;
+    EXPECT_EQ(set.set({"queue.limit=many"}), QUORL_INVALID_ARG);
+    EXPECT_STREQ(lastErrorText(), "\"many\" is no value of queue.limit");
+}
+
+}  // namespace
+}  // namespace quorl
