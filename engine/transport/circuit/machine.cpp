@@ -249,7 +249,7 @@ void Machine::receive(Frame frame, int64_t now, Output& out) {
     probes_ = 0;
     if (frame.kind == Kind::close) return onClose(frame.sequence, out);
     if (state_ == State::closing) {
-        if (frame.kind == Kind::closed || frame.kind == Kind::refuse) state_ = State::done;
+        if (frame.kind == Kind::closed || frame.kind == Kind::refuse) endTalking(State::done, "", out);
         return;
     }
     if (frame.acknowledged <= lastSequence_) {
@@ -291,10 +291,7 @@ void Machine::tick(int64_t now, Output& out) {
                 state_ = State::accepting;
                 return;
             }
-            if (state_ == State::closing && ++handshakes_ > closeTries) {
-                state_ = State::done;
-                return;
-            }
+            if (state_ == State::closing && ++handshakes_ > closeTries) return endTalking(State::done, "", out);
             handshakeAt_ = now + handshakePause_;
             handshakePause_ = std::min(handshakePause_ * 2, longestHandshakePause);
             if (state_ == State::closing) return emit(Kind::close, lastSequence_, out);

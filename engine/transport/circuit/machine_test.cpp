@@ -9,6 +9,7 @@
 #include <random>
 #include <string>
 
+#include "message/content.h"
 #include "quorl/quorl.h"
 
 namespace quorl::transport::circuit {
@@ -456,6 +457,40 @@ TEST(CircuitMachine, is_not_confused_by_frames_that_are_wrong) {
         expectNumbers(net.acceptor.delivered, 100);
         EXPECT_EQ(net.acceptor.lost + net.connector.lost, 0);
     });
+}
+
+// What came ahead of its turn goes when the circuit has ended, by an answer or without one; the machine may live on.
+TEST(CircuitMachine, keeps_nothing_when_it_is_done) {
+    for (const bool answered : {true, false}) {
+        Machine machine{Settings()};
+        Output out;
+        Frame connect;
+        connect.kind = Kind::connect;
+        connect.session = 7;
+        connect.from = "_INBOX.c.1";
+        machine.receive(connect, 0, out);
+        const message::ContentRef content = numbered(1);
+        Frame data;
+        data.kind = Kind::data;
+        data.session = 7;
+        data.sequence = 3;
+        data.content = content;
+        machine.receive(std::move(data), 0, out);
+        ASSERT_EQ(content.get()->references.load(), 2u);
+        machine.close(0, out);
+        ASSERT_EQ(machine.state(), Machine::State::closing);
+        if (answered) {
+            Frame closed;
+            closed.kind = Kind::closed;
+            closed.session = 7;
+            machine.receive(std::move(closed), 0, out);
+        } else {
+            while (machine.due() != INT64_MAX) machine.tick(machine.due(), out);
+        }
+        EXPECT_EQ(machine.state(), Machine::State::done);
+        EXPECT_EQ(content.get()->references.load(), 1u);
+        EXPECT_EQ(out.undelivered, 0u);
+    }
 }
 
 // The circuit's own peer, gone mad: only no crash and no endless memory can be asked for.
