@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "quorl/quorlsd.h"
@@ -198,6 +199,32 @@ TEST_F(SecureDaemon, refuses_containers_that_are_none_or_do_not_open) {
     expectRefused(QUORL_INVALID_SIZE, setBinary(std::string(quorl::secure::longestCredential + 1, '0'), password),
                   "longer");
     EXPECT_FALSE(found().certPem.present());
+}
+
+// Triple DES was the other usual choice of older programs, and is still understood.
+TEST_F(SecureDaemon, takes_an_older_container_that_is_encrypted_with_triple_des) {
+    constexpr int tripleDes = NID_pbe_WithSHA1And3_Key_TripleDES_CBC;
+    const std::string container = olderContainerOf(key_, certificate_, password, tripleDes, tripleDes);
+    ASSERT_EQ(setBinary(container, password), QUORL_OK) << quorl_LastErrorText();
+    EXPECT_EQ(found().certPem.view(), certPem_);
+    EXPECT_EQ(found().keyPem.view(), keyPem_);
+    expectRefused(QUORL_USERPASS_MISMATCH, setBinary(container, wrongPassword), "password");
+}
+
+TEST_F(SecureDaemon, says_what_to_do_about_an_older_container_that_is_not_understood_any_more) {
+    ASSERT_EQ(quorlSecureDaemon_SetUserCertWithKey((certPem_ + keyPem_).c_str(), nullptr), QUORL_OK);
+    constexpr int tripleDes = NID_pbe_WithSHA1And3_Key_TripleDES_CBC;
+    constexpr int rc2 = NID_pbe_WithSHA1And40BitRC2_CBC;
+    const Key other = makeKey();
+    const Certificate another = makeCertificate("other", other.get());
+    for (const auto& [ofKey, ofCertificate] :
+         {std::pair(tripleDes, rc2), std::pair(rc2, tripleDes), std::pair(rc2, rc2)}) {
+        const std::string container = olderContainerOf(other, another, password, ofKey, ofCertificate);
+        expectRefused(QUORL_INVALID_ARG, setBinary(container, password), "no longer offers: export it anew");
+        // A wrong password is seen first.
+        expectRefused(QUORL_USERPASS_MISMATCH, setBinary(container, wrongPassword), "password");
+    }
+    EXPECT_EQ(found().keyPem.view(), keyPem_);
 }
 
 // Whatever the bytes are, the answer is a status.

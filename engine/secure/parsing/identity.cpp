@@ -185,8 +185,9 @@ Outcome readPkcs12(const void* bytes, size_t size, const char* password, Identit
     STACK_OF(X509)* rawOthers = nullptr;
     if (PKCS12_parse(container.get(), password, &rawKey, &rawCertificate, &rawOthers) == 0) {
         if (ERR_GET_REASON(ERR_peek_error()) == ERR_R_UNSUPPORTED)
-            return finish(
-                {QUORL_INVALID_ARG, "the container is encrypted with an algorithm that is no longer supported"});
+            return finish({QUORL_INVALID_ARG,
+                           "the container is encrypted with an old algorithm, such as RC2, that OpenSSL no longer "
+                           "offers: export it anew, with AES"});
         return finish(
             {QUORL_USERPASS_MISMATCH, "the password does not open the container, or the container is damaged"});
     }

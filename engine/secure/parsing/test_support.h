@@ -5,6 +5,7 @@
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/pkcs12.h>
+#include <openssl/provider.h>
 #include <openssl/x509.h>
 
 #include <cstring>
@@ -80,6 +81,14 @@ inline std::string traditionalPemOf(const Key& key, std::string password) {
     return textOf(bio);
 }
 
+inline std::string textOf(PKCS12* made) {
+    EXPECT_NE(made, nullptr);
+    const Bio bio(BIO_new(BIO_s_mem()));
+    EXPECT_EQ(i2d_PKCS12_bio(bio.get(), made), 1);
+    PKCS12_free(made);
+    return textOf(bio);
+}
+
 // A PKCS #12 container. Key, certificate and password may be null.
 inline std::string containerOf(const Key& key, const Certificate& certificate, const char* password,
                                X509* other = nullptr) {
@@ -89,12 +98,25 @@ inline std::string containerOf(const Key& key, const Certificate& certificate, c
         sk_X509_push(others, other);
     }
     PKCS12* made = PKCS12_create(password, "quorl", key.get(), certificate.get(), others, 0, 0, 0, 0, 0);
-    EXPECT_NE(made, nullptr);
-    const Bio bio(BIO_new(BIO_s_mem()));
-    EXPECT_EQ(i2d_PKCS12_bio(bio.get(), made), 1);
-    PKCS12_free(made);
     sk_X509_free(others);
-    return textOf(bio);
+    return textOf(made);
+}
+
+// A container as older programs write it: key and certificate are encrypted as the two numbers of OpenSSL say. What it takes
+// is loaded beside the process's own OpenSSL, which stays as it is.
+inline std::string olderContainerOf(const Key& key, const Certificate& certificate, const char* password,
+                                    int keyEncryption, int certificateEncryption) {
+    OSSL_LIB_CTX* library = OSSL_LIB_CTX_new();
+    OSSL_PROVIDER* usual = OSSL_PROVIDER_load(library, "default");
+    OSSL_PROVIDER* legacy = OSSL_PROVIDER_load(library, "legacy");
+    EXPECT_NE(usual, nullptr);
+    EXPECT_NE(legacy, nullptr);
+    std::string made = textOf(PKCS12_create_ex(password, "quorl", key.get(), certificate.get(), nullptr, keyEncryption,
+                                               certificateEncryption, 2048, 1, 0, library, nullptr));
+    OSSL_PROVIDER_unload(legacy);
+    OSSL_PROVIDER_unload(usual);
+    OSSL_LIB_CTX_free(library);
+    return made;
 }
 
 }  // namespace quorltest
