@@ -18,7 +18,8 @@ namespace quorl::transport::nats {
 
 // What the subscriptions of one connection share.
 struct Intake {
-    explicit Intake(std::string_view wirePrefix) : prefix(wirePrefix) {}
+    explicit Intake(std::string_view wirePrefix) : Intake(wirePrefix, Assembler::Limits()) {}
+    Intake(std::string_view wirePrefix, const Assembler::Limits& limits) : prefix(wirePrefix), assembler(limits) {}
 
     const std::string prefix;
     Assembler assembler;
