@@ -6,7 +6,7 @@
 #include <memory>
 #include <tuple>
 
-#include "event/queue.h"
+#include "event/trouble.h"
 #include "message/wire.h"
 #include "subject/subject.h"
 #include "support.h"
@@ -32,6 +32,8 @@ constexpr size_t largestPerByte = 64;  // a table's row for each field of two by
 struct Ear {
     explicit Ear(const char* subject) {
         require(queue.ring.prepare(), "no memory for a queue");
+        Lock front(queue.front.lock);
+        Lock back(queue.back.lock);
         event::setThresholds(queue);
         listener.subject = subject;
         listener.queue = &queue;
@@ -41,6 +43,7 @@ struct Ear {
         }
     }
     message::ContentRef next() {
+        Lock lock(queue.front.lock);
         event::Entry entry;
         if (!queue.ring.take(&entry)) return {};
         queue.front.removed.fetch_add(1);
