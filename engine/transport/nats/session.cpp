@@ -192,13 +192,10 @@ quorl_status Session::connect(const Request& request) {
     if (status == NATS_OK && !cut) {
         tls_ = request.server.tls;
         if (tls_) setsockopt(socket_, IPPROTO_TCP, TCP_USER_TIMEOUT, &unsentLimit, sizeof unsentLimit);
-        const int64_t payload = natsConnection_GetMaxPayload(connection_);
-        if (payload < leastPayload) {
-            const std::string why = "it takes messages of " + std::to_string(payload) + " bytes only";
-            return refuse(QUORL_DAEMON_NOT_FOUND, request, why, start);
-        }
-        maxPayload_ = static_cast<size_t>(std::min(payload, mostPayload));
-        return QUORL_OK;
+        if (takePayloadLimit()) return QUORL_OK;
+        const std::string why =
+            "it takes messages of " + std::to_string(natsConnection_GetMaxPayload(connection_)) + " bytes only";
+        return refuse(QUORL_DAEMON_NOT_FOUND, request, why, start);
     }
     if (status != NATS_OK) connection_ = nullptr;
     if (cut) return refuse(QUORL_DAEMON_NOT_FOUND, request, "no complete greeting", start);
@@ -229,6 +226,17 @@ quorl_status Session::connect(const Request& request) {
             why = lastWords(status);
     }
     return refuse(outcome, request, why, start);
+}
+
+// False: it is too low to work with.
+bool Session::takePayloadLimit() noexcept {
+    const int64_t payload = natsConnection_GetMaxPayload(connection_);
+    if (payload < leastPayload) {
+        broke_ = "the daemon takes no message that is worth the name";
+        return false;
+    }
+    maxPayload_ = static_cast<size_t>(std::min(payload, mostPayload));
+    return true;
 }
 
 Session::~Session() {
@@ -302,7 +310,17 @@ size_t Session::buffered() const noexcept {
 }
 
 bool Session::publish(const char* wireSubject, const uint8_t* payload, size_t size) noexcept {
-    return natsConnection_Publish(connection_, wireSubject, payload, static_cast<int>(size)) == NATS_OK;
+    switch (natsConnection_Publish(connection_, wireSubject, payload, static_cast<int>(size))) {
+        case NATS_OK:
+            return true;
+        case NATS_MAX_PAYLOAD:
+            takePayloadLimit();  // a daemon may change it, and tells libnats
+            return false;
+        default:
+            // It may have kept half of it: what follows would be taken for the other half.
+            if (broke_ == nullptr && !natsConnection_IsClosed(connection_)) broke_ = "no memory for a message";
+            return false;
+    }
 }
 
 bool Session::subscribe(Feed& feed, const char* wireSubject) noexcept {

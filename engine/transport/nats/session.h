@@ -123,6 +123,7 @@ class Session {
     static void onFinished(void* closure);
     quorl_status connect(const Request& request);
     bool recordWaits() const noexcept;
+    bool takePayloadLimit() noexcept;
 
     __natsConnection* connection_ = nullptr;
     int socket_ = -1;
