@@ -195,11 +195,15 @@ class DaemonTlsTest {
             refused(address(server), QuorlException.USERPASS_MISMATCH, "is refused");
             credentials.setUserNameWithPassword("ada", PASSWORD.toCharArray());
             works(address(server));
-            // A later context takes its own setting away, and leaves none behind.
+            // A later context's setting outlives the earlier context, and goes with its own.
             try (QuorlSdContext later = new QuorlSdContext()) {
                 later.setUserNameWithPassword("ada", PASSWORD.toCharArray());
+                later.setDaemonCert("TLS://LocalHost:" + server.port(), text("ca.pem"));
+                credentials.close();
                 works(address(server));
             }
+            credentials = new QuorlSdContext();
+            credentials.setDaemonCert(null, text("ca.pem"));
             refused(address(server), QuorlException.USERPASS_MISMATCH, "is demanded");
         }
     }

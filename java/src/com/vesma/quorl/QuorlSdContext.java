@@ -2,20 +2,23 @@ package com.vesma.quorl;
 
 import java.nio.ByteBuffer;
 import java.nio.CharBuffer;
-import java.nio.charset.CharacterCodingException;
+import java.nio.charset.CharsetEncoder;
+import java.nio.charset.CoderResult;
 import java.nio.charset.CodingErrorAction;
 import java.nio.charset.StandardCharsets;
 import java.util.Arrays;
-import java.util.HashSet;
-import java.util.Set;
+import java.util.HashMap;
+import java.util.Locale;
+import java.util.Map;
+import java.util.concurrent.locks.ReentrantLock;
 
 /**
  * The credentials that this process shows to secure daemons, and the certificates that it trusts them by.
  *
  * <p>Set them before the transport is made. They are used by every connection that is made afterwards, also when a lost one
  * is made again, so keep the context as long as there are transports. There is one set of credentials in a process: a later
- * setting replaces an earlier one, whichever context made it. {@link #close} takes away what this context has set, the
- * last {@link Quorl#close} everything.
+ * setting replaces an earlier one, whichever context made it. {@link #close} takes away what this context has set, unless
+ * another has replaced it, the last {@link Quorl#close} everything.
  *
  * <pre>{@code
  * try (QuorlSdContext credentials = new QuorlSdContext()) {
@@ -45,10 +48,18 @@ public final class QuorlSdContext implements AutoCloseable {
     /** The name that holds for every daemon without certificates of its own. */
     public static final String ANY_DAEMON = "*";
 
-    /** The daemons, the identity and the user that this context has set. Guarded by this. */
-    private final Set<String> daemons = new HashSet<>();
-    private boolean identity;
-    private boolean user;
+    /** Characters that a password may have: more than the library takes. */
+    private static final int LONGEST_PASSWORD = 1 << 20;
+
+    /** Held while credentials are set, so that what holds and who has set it agree. */
+    private static final ReentrantLock LOCK = new ReentrantLock();
+
+    /** The contexts that have set what holds: certificates by the daemon's name, the identity, the user. Guarded by LOCK. */
+    private static final Map<String, QuorlSdContext> DAEMONS_OF = new HashMap<>();
+    private static QuorlSdContext identityOf;
+    private static QuorlSdContext userOf;
+
+    /** Guarded by LOCK. */
     private boolean closed;
 
     /** Makes a context that has set nothing yet. */
@@ -63,15 +74,26 @@ public final class QuorlSdContext implements AutoCloseable {
      *     own
      * @param daemonCert one certificate or more, PEM; null takes away what was set for the daemon
      */
-    public synchronized void setDaemonCert(String daemonName, String daemonCert) {
-        requireOpen();
+    public void setDaemonCert(String daemonName, String daemonCert) {
         String name = daemonName == null ? ANY_DAEMON : daemonName;
-        setDaemon(name, daemonCert);
-        if (daemonCert == null) {
-            daemons.remove(name);
-        } else {
-            daemons.add(name);
+        LOCK.lock();
+        try {
+            requireOpen();
+            setDaemon(name, daemonCert);
+            if (daemonCert == null) {
+                DAEMONS_OF.remove(plain(name));
+            } else {
+                DAEMONS_OF.put(plain(name), this);
+            }
+        } finally {
+            LOCK.unlock();
         }
+    }
+
+    /** The name as the library compares it: without a scheme, in small letters. */
+    private static String plain(String name) {
+        int scheme = name.indexOf("://");
+        return (scheme < 0 ? name : name.substring(scheme + 3)).toLowerCase(Locale.ROOT);
     }
 
     private static void setDaemon(String name, String certificate) {
@@ -87,19 +109,11 @@ public final class QuorlSdContext implements AutoCloseable {
      *     set, here or by {@link #setUserCertWithKeyBin}
      * @param password the key's; null for none. Not looked at when the key is not encrypted
      */
-    public synchronized void setUserCertWithKey(byte[] userCertWithKey, char[] password) {
-        requireOpen();
+    public void setUserCertWithKey(byte[] userCertWithKey, char[] password) {
         if (userCertWithKey != null) {
             requireNoZero(userCertWithKey, "the certificate");
         }
-        byte[] passwordBytes = encode(password);
-        try {
-            quorlSecureDaemon_SetUserCertWithKey(
-                    userCertWithKey, Texts.length(userCertWithKey), passwordBytes, Texts.length(passwordBytes));
-        } finally {
-            wipe(passwordBytes);
-        }
-        identity = userCertWithKey != null;
+        setIdentity(userCertWithKey, password, QuorlSdContext::quorlSecureDaemon_SetUserCertWithKey);
     }
 
     /**
@@ -108,16 +122,34 @@ public final class QuorlSdContext implements AutoCloseable {
      * @param userCertWithKey the container; null takes away what was set, here or by {@link #setUserCertWithKey}
      * @param password the container's; null or empty for none
      */
-    public synchronized void setUserCertWithKeyBin(byte[] userCertWithKey, char[] password) {
+    public void setUserCertWithKeyBin(byte[] userCertWithKey, char[] password) {
+        setIdentity(userCertWithKey, password, QuorlSdContext::quorlSecureDaemon_SetUserCertWithKeyBin);
+    }
+
+    /** One of the natives that take a credential and its password. */
+    private interface Setter {
+        void set(byte[] credential, int length, byte[] password, int passwordLength);
+    }
+
+    private void setIdentity(byte[] userCertWithKey, char[] password, Setter setter) {
+        LOCK.lock();
+        try {
+            set(userCertWithKey, password, setter);
+            identityOf = userCertWithKey == null ? null : this;
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    /** Under LOCK. */
+    private void set(byte[] credential, char[] password, Setter setter) {
         requireOpen();
         byte[] passwordBytes = encode(password);
         try {
-            quorlSecureDaemon_SetUserCertWithKeyBin(
-                    userCertWithKey, Texts.length(userCertWithKey), passwordBytes, Texts.length(passwordBytes));
+            setter.set(credential, Texts.length(credential), passwordBytes, Texts.length(passwordBytes));
         } finally {
             wipe(passwordBytes);
         }
-        identity = userCertWithKey != null;
     }
 
     /**
@@ -126,35 +158,42 @@ public final class QuorlSdContext implements AutoCloseable {
      * @param userName 1 to 255 bytes of UTF-8; null takes away what was set
      * @param password the same; not looked at when there is no name
      */
-    public synchronized void setUserNameWithPassword(String userName, char[] password) {
-        requireOpen();
+    public void setUserNameWithPassword(String userName, char[] password) {
         byte[] nameBytes = userName == null ? null : Texts.encode(userName, "the user name");
-        byte[] passwordBytes = encode(password);
+        LOCK.lock();
         try {
-            quorlSecureDaemon_SetUserNameWithPassword(
-                    nameBytes, Texts.length(nameBytes), passwordBytes, Texts.length(passwordBytes));
+            set(nameBytes, password, QuorlSdContext::quorlSecureDaemon_SetUserNameWithPassword);
+            userOf = userName == null ? null : this;
         } finally {
-            wipe(passwordBytes);
+            LOCK.unlock();
         }
-        user = userName != null;
     }
 
-    /** Takes away what this context has set. Closing again does nothing. */
+    /**
+     * Takes away what this context has set and no other has replaced. Closing again does nothing.
+     */
     @Override
-    public synchronized void close() {
-        if (closed) {
-            return;
-        }
-        closed = true;
-        for (String daemon : daemons) {
-            setDaemon(daemon, null);
-        }
-        daemons.clear();
-        if (identity) {
-            quorlSecureDaemon_SetUserCertWithKey(null, 0, null, 0);
-        }
-        if (user) {
-            quorlSecureDaemon_SetUserNameWithPassword(null, 0, null, 0);
+    public void close() {
+        LOCK.lock();
+        try {
+            closed = true;
+            DAEMONS_OF.entrySet().removeIf(each -> {
+                if (each.getValue() != this) {
+                    return false;
+                }
+                setDaemon(each.getKey(), null);
+                return true;
+            });
+            if (identityOf == this) {
+                quorlSecureDaemon_SetUserCertWithKey(null, 0, null, 0);
+                identityOf = null;
+            }
+            if (userOf == this) {
+                quorlSecureDaemon_SetUserNameWithPassword(null, 0, null, 0);
+                userOf = null;
+            }
+        } finally {
+            LOCK.unlock();
         }
     }
 
@@ -178,24 +217,27 @@ public final class QuorlSdContext implements AutoCloseable {
         if (password == null) {
             return null;
         }
-        ByteBuffer encoded = null;
+        if (password.length > LONGEST_PASSWORD) {
+            throw new QuorlException(
+                    QuorlException.INVALID_SIZE, "the password has more than " + LONGEST_PASSWORD + " characters");
+        }
+        // Room for three bytes of every character: the encoder's own buffer grows, and leaves the smaller ones behind.
+        byte[] room = new byte[3 * password.length];
         try {
-            encoded = StandardCharsets.UTF_8.newEncoder().onMalformedInput(CodingErrorAction.REPORT)
-                    .encode(CharBuffer.wrap(password));
-            byte[] bytes = Arrays.copyOfRange(encoded.array(), encoded.arrayOffset(), encoded.arrayOffset() + encoded.limit());
-            for (byte b : bytes) {
-                if (b == 0) {
-                    wipe(bytes);
+            CharsetEncoder encoder = StandardCharsets.UTF_8.newEncoder().onMalformedInput(CodingErrorAction.REPORT);
+            ByteBuffer encoded = ByteBuffer.wrap(room);
+            CoderResult result = encoder.encode(CharBuffer.wrap(password), encoded, true);
+            if (result.isError()) {
+                throw new IllegalArgumentException("the password has half a surrogate pair");
+            }
+            for (int i = 0; i < encoded.position(); i++) {
+                if (room[i] == 0) {
                     throw new IllegalArgumentException("the password has a zero character, where the library would end it");
                 }
             }
-            return bytes;
-        } catch (CharacterCodingException e) {
-            throw new IllegalArgumentException("the password has half a surrogate pair", e);
+            return Arrays.copyOf(room, encoded.position());
         } finally {
-            if (encoded != null) {
-                wipe(encoded.array());
-            }
+            wipe(room);
         }
     }
 
