@@ -128,6 +128,7 @@ class ClosingTest {
             timer(second, secondClosing, Duration.ofNanos(50_000));
             vector(second, secondClosing, transport);
             ask(transport);
+            circuit(first, firstClosing, transport);
             dispatchers(first, second, group);
             pull(transport);
             sender(transport);
@@ -158,6 +159,27 @@ class ClosingTest {
                     }
                 });
             }
+        }
+
+        private void circuit(QuorlQueue queue, Closing queueClosing, QuorlTransport transport) {
+            QuorlVcTransport accepting = QuorlVcTransport.accept(transport);
+            QuorlVcTransport connecting = QuorlVcTransport.connect(transport, accepting.getConnectSubject());
+            add("accepting end", accepting);
+            add("connecting end", connecting);
+            listen(queue, queueClosing, connecting);
+            workers.add(new OpenLibrary.Worker(() -> {
+                try (QuorlMsg message = new QuorlMsg("a.b").addI32("n", 1);
+                        QuorlMsg question = new QuorlMsg("a.question").addI32("n", 1)) {
+                    accepting.waitForConnection(OpenLibrary.LIMIT);
+                    while (!over.get()) {
+                        accepting.send(message);
+                        ask(accepting);
+                        accepting.request(question, Duration.ofNanos(1));
+                    }
+                } catch (QuorlException e) {
+                    return;
+                }
+            }));
         }
 
         private void dispatchers(QuorlQueue first, QuorlQueue second, QuorlQueueGroup group) {

@@ -118,6 +118,7 @@ public final class Quorl implements AutoCloseable {
             Inside.libraryCloses();
             CircuitWatch.libraryCloses();
             status = quorl_Close();
+            QuorlEvent.libraryClosed();
             LOCK.lock();
             try {
                 closing = null;

@@ -2,6 +2,8 @@ package com.vesma.quorl;
 
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.atomic.AtomicInteger;
+import java.util.function.IntSupplier;
 
 /**
  * Something that a queue delivers: a message that arrived ({@link QuorlListener}, {@link QuorlVectorListener}), a timer
@@ -25,6 +27,12 @@ public class QuorlEvent implements AutoCloseable {
     /** The open events. They are reachable anyway, through the references that the bridge holds for the library. */
     private static final Set<QuorlEvent> OPEN = ConcurrentHashMap.newKeySet();
 
+    /** Threads that make one. */
+    private static final AtomicInteger MAKING = new AtomicInteger();
+
+    /** Whether none may be made, since the library's last close is past those that are open. */
+    private static volatile boolean refused;
+
     private final QuorlQueue queue;
 
     /** The library's id, 0 before creation and after destruction. Written by the creator, then behind the gate. */
@@ -42,15 +50,35 @@ public class QuorlEvent implements AutoCloseable {
     }
 
     /**
-     * Called once, by the subclass's constructor as its last step. The event may have been delivered before, and its
-     * handler may have closed it.
+     * Makes the library's event. Called once, by the subclass's constructor as its last step. The event may have been
+     * delivered before this returns, and its handler may have closed it.
+     *
+     * <p>An event that nobody here knows would keep its reference for ever when the library ends it, so the last close waits
+     * for those that are being made, and lets none be made behind its back.
      */
-    final void created(int id) {
-        OPEN.add(this);
-        this.id = id;
+    final void create(IntSupplier library) {
+        MAKING.incrementAndGet();
+        try {
+            if (refused) {
+                throw new QuorlException(QuorlException.NOT_INITIALIZED, "the library is being closed");
+            }
+            int made = library.getAsInt();
+            OPEN.add(this);
+            id = made;
+        } finally {
+            MAKING.decrementAndGet();
+        }
         if (closed) {
             Gate.destroy(queue, this::destroyOnce);
         }
+    }
+
+    /** What the library's refusal to make an event is: another thread may have closed what the event needs meanwhile. */
+    static QuorlException refusal(QuorlException e, QuorlQueue queue, QuorlTransport transport) {
+        if (e.getStatus() == QuorlException.INVALID_TRANSPORT && transport.isClosed()) {
+            return transport.closedException();
+        }
+        return e.getStatus() == QuorlException.INVALID_QUEUE && queue.isClosed() ? queue.closedException() : e;
     }
 
     /** Takes what the library has left for this thread, null for nothing; on the dispatching thread, once a dispatch. */
@@ -136,10 +164,20 @@ public class QuorlEvent implements AutoCloseable {
         }
     }
 
+    /** Before the library's last close. */
     static void closeAll() {
+        refused = true;
+        while (MAKING.get() != 0) {
+            Thread.onSpinWait();
+        }
         for (QuorlEvent event : OPEN) {
             event.close();
         }
+    }
+
+    /** Behind it. */
+    static void libraryClosed() {
+        refused = false;
     }
 
     static native void quorlEvent_Destroy(int id);

@@ -84,7 +84,9 @@ public final class QuorlListener extends QuorlEvent {
         pull = pulled ? new Pull(this) : null;
         byte[] bytes = Texts.cached(subject, "the subject");
         try {
-            created(quorlEvent_CreateListener(queue.id(), transport.id(), bytes, bytes.length));
+            create(() -> quorlEvent_CreateListener(queue.id(), transport.id(), bytes, bytes.length));
+        } catch (QuorlException e) {
+            throw refusal(e, queue, transport);
         } finally {
             Reference.reachabilityFence(transport);
             Reference.reachabilityFence(queue);

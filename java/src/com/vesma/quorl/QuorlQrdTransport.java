@@ -68,6 +68,8 @@ public final class QuorlQrdTransport extends QuorlTransport {
     public void setBatchMode(int mode) {
         try {
             quorlTransport_SetBatchMode(id(), mode);
+        } catch (QuorlException e) {
+            throw refusal(e);
         } finally {
             Reference.reachabilityFence(this);
         }

@@ -46,7 +46,7 @@ public final class QuorlTimer extends QuorlEvent {
         this.handler = Objects.requireNonNull(handler, "handler");
         double seconds = Dispatchable.seconds(interval, "interval");
         try {
-            created(quorlEvent_CreateTimer(queue.id(), seconds));
+            create(() -> quorlEvent_CreateTimer(queue.id(), seconds));
         } finally {
             Reference.reachabilityFence(queue);
         }

@@ -57,7 +57,7 @@ public abstract class QuorlTransport extends LibraryObject {
         try {
             quorlTransport_Send(id(), handle, message);
         } catch (QuorlException e) {
-            throw QuorlDaemonException.typed(e);
+            throw refusal(e);
         } finally {
             message.leave();
             Reference.reachabilityFence(this);
@@ -196,7 +196,7 @@ public abstract class QuorlTransport extends LibraryObject {
             try {
                 quorlTransport_SendReply(id(), replyHandle, requestHandle, reply, request);
             } catch (QuorlException e) {
-                throw QuorlDaemonException.typed(e);
+                throw refusal(e);
             } finally {
                 request.leave();
             }
@@ -216,6 +216,8 @@ public abstract class QuorlTransport extends LibraryObject {
         try {
             int length = quorlTransport_CreateInbox(id(), bytes);
             return Texts.decode(bytes, length);
+        } catch (QuorlException e) {
+            throw refusal(e);
         } finally {
             Reference.reachabilityFence(this);
         }
@@ -230,6 +232,8 @@ public abstract class QuorlTransport extends LibraryObject {
         byte[] bytes = Texts.encode(Objects.requireNonNull(description, "description"), "the description");
         try {
             quorlTransport_SetDescription(id(), bytes, bytes.length);
+        } catch (QuorlException e) {
+            throw refusal(e);
         } finally {
             Reference.reachabilityFence(this);
         }
@@ -244,6 +248,8 @@ public abstract class QuorlTransport extends LibraryObject {
         double seconds = Dispatchable.seconds(reliability, "reliability");
         try {
             quorlTransport_RequestReliability(id(), seconds);
+        } catch (QuorlException e) {
+            throw refusal(e);
         } finally {
             Reference.reachabilityFence(this);
         }
@@ -260,6 +266,8 @@ public abstract class QuorlTransport extends LibraryObject {
         }
         try {
             quorlTransport_SetBatchSize(id(), bytes);
+        } catch (QuorlException e) {
+            throw refusal(e);
         } finally {
             Reference.reachabilityFence(this);
         }
@@ -289,6 +297,11 @@ public abstract class QuorlTransport extends LibraryObject {
     final void wakeRequests() {
         requests.forEach((queue, thread) -> thread.signal(queue));
         asynchronous.peerIsLost();
+    }
+
+    /** What the library's refusal is to the program: another thread may have closed the transport meanwhile. */
+    final QuorlException refusal(QuorlException e) {
+        return isClosed() ? closedException() : QuorlDaemonException.typed(e);
     }
 
     /** Whether a failure of a request says that the transport is closed, or was with the library. */

@@ -119,7 +119,7 @@ public final class QuorlVcTransport extends QuorlTransport {
      * @return whether the peer is there; false when it did not come in time
      * @throws InterruptedException if the thread is interrupted before or during the wait
      * @throws QuorlException {@link QuorlException#VC_NOT_CONNECTED} when the peer is gone, or refused
-     * @throws QuorlClosedException when the circuit is closed, also during the wait
+     * @throws QuorlClosedException when the circuit or the library is closed, also during the wait
      */
     public boolean waitForConnection(Duration limit) throws InterruptedException {
         double seconds = Dispatchable.seconds(limit, "limit");
@@ -147,7 +147,8 @@ public final class QuorlVcTransport extends QuorlTransport {
             if (e.getStatus() == QuorlException.TIMEOUT) {
                 return false;
             }
-            throw isClosed() ? closedException() : e;
+            // A wait is only interrupted by the circuit's end, also by that of the library.
+            throw isGone(e) || e.getStatus() == QuorlException.INTR ? closedException() : e;
         } finally {
             Reference.reachabilityFence(this);
         }

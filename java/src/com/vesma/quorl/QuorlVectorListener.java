@@ -63,8 +63,10 @@ public final class QuorlVectorListener extends QuorlEvent {
         this.handler = Objects.requireNonNull(handler, "handler");
         byte[] bytes = Texts.cached(subject, "the subject");
         try {
-            created(quorlEvent_CreateVectorListener(
+            create(() -> quorlEvent_CreateVectorListener(
                     queue.id(), transport.id(), bytes, bytes.length, GROUPS.incrementAndGet()));
+        } catch (QuorlException e) {
+            throw refusal(e, queue, transport);
         } finally {
             Reference.reachabilityFence(transport);
             Reference.reachabilityFence(queue);
