@@ -227,6 +227,39 @@ TEST_F(SecureDaemon, says_what_to_do_about_an_older_container_that_is_not_unders
     EXPECT_EQ(found().keyPem.view(), keyPem_);
 }
 
+// To try the password would take hours: the answer comes at once, and without it.
+TEST_F(SecureDaemon, refuses_passwords_that_take_too_many_rounds_to_be_tried) {
+    constexpr int endless = INT32_MAX;
+    for (const bool today : {true, false}) {
+        const Algorithm algorithm = algorithmOf(endless, today);
+        const std::string pem = certPem_ + pemSayingSo(key_, algorithm);
+        expectRefused(QUORL_INVALID_ARG, quorlSecureDaemon_SetUserCertWithKey(pem.c_str(), password), "rounds");
+        expectRefused(QUORL_USERPASS_MISMATCH, quorlSecureDaemon_SetUserCertWithKey(pem.c_str(), nullptr),
+                      "no password");
+        for (const Saying saying : {Saying::mac, Saying::certificates, Saying::key})
+            expectRefused(QUORL_INVALID_ARG,
+                          setBinary(containerSayingSo(key_, certificate_, saying, algorithm, endless), password),
+                          "rounds");
+    }
+    // A hundred thousand are not too many: the password is tried, and is another one.
+    for (const bool today : {true, false}) {
+        const Algorithm algorithm = algorithmOf(100'000, today);
+        const std::string pem = certPem_ + pemSayingSo(key_, algorithm);
+        expectRefused(QUORL_USERPASS_MISMATCH, quorlSecureDaemon_SetUserCertWithKey(pem.c_str(), wrongPassword),
+                      "password");
+        for (const Saying saying : {Saying::mac, Saying::certificates, Saying::key})
+            expectRefused(QUORL_USERPASS_MISMATCH,
+                          setBinary(containerSayingSo(key_, certificate_, saying, algorithm, 100'000), wrongPassword),
+                          "password");
+    }
+}
+
+TEST_F(SecureDaemon, refuses_containers_whose_parts_are_hollow) {
+    for (const int type : {NID_pkcs7_data, NID_pkcs7_encrypted, NID_pkcs7_signed, NID_pkcs7_enveloped})
+        EXPECT_NE(setBinary(hollowContainer(type), password), QUORL_OK) << type;
+    EXPECT_FALSE(found().certPem.present());
+}
+
 // Whatever the bytes are, the answer is a status.
 TEST_F(SecureDaemon, every_cut_and_every_changed_byte_of_a_container_is_answered) {
     const std::string container = containerOf(key_, certificate_, password);
