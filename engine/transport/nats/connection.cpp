@@ -299,7 +299,7 @@ void Connection::connectFirst() {
 // Makes a session with the server, with all subscriptions. QUORL_DAEMON_NOT_FOUND and others with the reason.
 quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
     const int64_t start = monotonicNow();
-    Session::Request request{server, {}, std::max<int64_t>(deadline - start, millisecond)};
+    Session::Request request{server, {}, std::max<int64_t>(deadline - start, millisecond), wakeEvent_};
     {
         Lock lock(lock_);
         request.name = name_;
@@ -350,7 +350,8 @@ bool Connection::awaitMark(Session& session, int64_t deadline, bool ending) noex
         const int64_t left = deadline - monotonicNow();
         if (left <= 0 || (!ending && stopping_.load(std::memory_order_acquire))) return false;
         // The mark is counted on another thread, which rings.
-        std::array<pollfd, 2> waited{{{session.socket(), POLLIN, 0}, {wakeEvent_, POLLIN, 0}}};
+        std::array<pollfd, 2> waited{{{session.socket(), 0, 0}, {wakeEvent_, POLLIN, 0}}};
+        if (session.mayRead()) waited[0].events |= POLLIN;
         if (session.buffered() != 0) waited[0].events |= POLLOUT;
         if (poll(waited.data(), waited.size(), static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR)
             return false;
@@ -381,6 +382,7 @@ void Connection::dropSession() noexcept {
     retired_.clear();
     session_.reset();
     greeting_.reset();
+    paused_.store(false, std::memory_order_relaxed);
     partOffset_ = 0;  // a message that was sent in part is sent whole again
     markUnderWay_ = false;
 }

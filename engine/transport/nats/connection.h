@@ -81,6 +81,11 @@ class Connection {
     void unlistenToInboxes(std::string_view inboxPrefix) noexcept;
     Router& inboxes() noexcept { return intake_.inboxes; }
 
+    // Cost, as sessions count it, of what was read and not yet handed to listeners; and whether the thread leaves the socket
+    // alone until that is less.
+    uint64_t arriving() noexcept;
+    bool paused() const noexcept { return paused_.load(std::memory_order_relaxed); }
+
     // For the list of connections: who uses this one. Guarded by that list's lock.
     uint32_t users = 0;
 
@@ -136,6 +141,7 @@ class Connection {
                    bool mayStop) noexcept;
     bool makeRoom() noexcept;
     bool sendMark(Session& session, int64_t now) noexcept;
+    bool mayRead() noexcept;
 
     // Makes the thread look for work: when it sleeps, or in any case.
     void wake() noexcept;
@@ -164,6 +170,8 @@ class Connection {
     std::atomic<uint32_t> changesWaiting_{0};
     std::atomic<int64_t> lastSend_{0};   // when a sender last found the thread asleep
     std::atomic<uint64_t> markSeen_{0};  // the number of the last mark that came back
+    std::atomic<uint64_t> arriving_{0};
+    std::atomic<bool> paused_{false};
 
     Mutex lock_;                           // of the next five; taken inside io_ and inside transports' locks
     quorl_status firstStatus_ = QUORL_OK;  // of the first attempt to connect

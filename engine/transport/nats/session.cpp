@@ -9,6 +9,7 @@
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -17,6 +18,7 @@
 #include <new>
 
 #include "base/clock.h"
+#include "base/fence.h"
 #include "base/futex.h"
 #include "base/status.h"
 #include "secure/credentials.h"
@@ -123,16 +125,30 @@ quorl_status refuse(quorl_status status, const Session::Request& request, const 
 void Session::onMessage(natsConnection*, natsSubscription*, natsMsg* message, void* closure) {
     static thread_local const bool batch = becomeBatch();
     static_cast<void>(batch);
+    Feed& feed = *static_cast<Feed*>(closure);
     const char* subject = natsMsg_GetSubject(message);
-    static_cast<Feed*>(closure)->received(subject, reinterpret_cast<const uint8_t*>(natsMsg_GetData(message)),
-                                          static_cast<size_t>(std::max(0, natsMsg_GetDataLength(message))));
+    const auto size = static_cast<size_t>(std::max(0, natsMsg_GetDataLength(message)));
+    feed.received(subject, reinterpret_cast<const uint8_t*>(natsMsg_GetData(message)), size);
     natsMsg_Destroy(message);
+    auto& handed = feed.session_->handed_;
+    const uint64_t cost = handed.cost.load(std::memory_order_relaxed) + size + messageCost;
+    announce(handed.cost, cost);
+    if (cost >= handed.resumeAt.load(std::memory_order_seq_cst)) [[unlikely]]
+        feed.session_->ringIfPaused();
+}
+
+// On the thread of libnats.
+void Session::ringIfPaused() noexcept {
+    if (handed_.resumeAt.exchange(never, std::memory_order_seq_cst) == never) return;
+    const uint64_t one = 1;
+    static_cast<void>(!::write(wakeEvent_, &one, sizeof one));
 }
 
 void Session::onFinished(void* closure) {
     Feed& feed = *static_cast<Feed*>(closure);
     Session& session = *feed.session_;
-    feed.finished_.store(true, std::memory_order_release);  // the feed may be gone from here on
+    feed.finished_.store(true, std::memory_order_seq_cst);  // the feed may be gone from here on
+    session.ringIfPaused();                                 // what waited for it does so no longer
     // And the session from the next step on, but for the word, which waking only names.
     if (session.feedsLeft_.fetch_sub(1, std::memory_order_acq_rel) == 1) futexWake(session.feedsLeft_, INT32_MAX);
 }
@@ -150,6 +166,8 @@ quorl_status Session::open(const Request& request, std::unique_ptr<Session>* ses
 
 quorl_status Session::connect(const Request& request) {
     const int64_t start = monotonicNow();
+    wakeEvent_ = request.wakeEvent;
+    if (natsStatistics_Create(&statistics_) != NATS_OK) return fail(QUORL_NO_MEMORY, "no memory for a connection");
     secure::Credentials credentials;
     if (const quorl_status status = secure::lookup(request.server.hostAndPort(), &credentials); status != QUORL_OK)
         return status;
@@ -241,6 +259,7 @@ bool Session::takePayloadLimit() noexcept {
 
 Session::~Session() {
     connected_.reset();
+    natsStatistics_Destroy(statistics_);
     if (connection_ == nullptr) return;
     natsConnection_Close(connection_);
     natsConnection_Destroy(connection_);
@@ -285,12 +304,11 @@ void Session::read() noexcept {
     ioctl(socket_, FIONREAD, &waiting);
     if (tls_ && !recordWaits()) return;
     natsConnection_ProcessReadEvent(connection_);
-    natsStatistics* statistics = nullptr;
-    uint64_t messages = 0;
-    if (natsStatistics_Create(&statistics) == NATS_OK) {
-        if (natsConnection_GetStats(connection_, statistics) == NATS_OK)
-            natsStatistics_GetCounts(statistics, &messages, nullptr, nullptr, nullptr, nullptr);
-        natsStatistics_Destroy(statistics);
+    uint64_t messages = messagesSeen_;
+    uint64_t bytes = 0;
+    if (natsConnection_GetStats(connection_, statistics_) == NATS_OK) {
+        natsStatistics_GetCounts(statistics_, &messages, &bytes, nullptr, nullptr, nullptr);
+        taken_ = bytes + messages * messageCost;
     }
     if (messages != messagesSeen_) {
         messagesSeen_ = messages;
@@ -299,6 +317,51 @@ void Session::read() noexcept {
         readSinceMessage_ += static_cast<uint64_t>(std::clamp(waiting, 0, readSize));
         if (readSinceMessage_ > maxPayload_ + size_t{4} * readSize) broke_ = "the daemon sends a message without end";
     }
+}
+
+// Without asking: too high by what came in for feeds that were unsubscribed.
+uint64_t Session::waiting() const noexcept {
+    const uint64_t gone = handed_.cost.load(std::memory_order_acquire) + unclaimed_;
+    // A recount may have taken the message that is just being handed over for one that nobody gets.
+    return taken_ > gone ? taken_ - gone : 0;
+}
+
+// What has come in for feeds that libnats had forgotten already is in its statistics, and with no feed.
+uint64_t Session::countWaiting() noexcept {
+    uint64_t waits = 0;
+    for (Feed* feed : feeds_) {
+        if (feed->left_) {
+            // It is emptied sooner or later, and says so when it is.
+            if (!feed->finished_.load(std::memory_order_seq_cst)) waits += feed->leftBehind_;
+            continue;
+        }
+        int messages = 0;
+        int bytes = 0;
+        if (natsSubscription_GetPending(feed->handle_, &messages, &bytes) == NATS_OK)
+            waits += static_cast<uint64_t>(bytes) + static_cast<uint64_t>(messages) * messageCost;
+    }
+    unclaimed_ = taken_ - handed_.cost.load(std::memory_order_seq_cst) - waits;
+    return waits;
+}
+
+bool Session::mayRead() noexcept {
+    if (paused_) {
+        if (handed_.resumeAt.load(std::memory_order_seq_cst) != never) return false;
+    } else {
+        if (waiting() <= mostWaiting) return true;
+        // Well below the bound, or it would be counted again after every read.
+        if (countWaiting() <= mostWaiting / 4 * 3) return true;
+    }
+    const uint64_t waits = countWaiting();
+    paused_ = waits > mostWaiting / 2;
+    if (!paused_) return true;
+    handed_.resumeAt.store(handed_.cost.load(std::memory_order_relaxed) + (waits - mostWaiting / 2),
+                           std::memory_order_seq_cst);
+    heavyFence();
+    // What was handed over, or finished, before it could be seen that somebody waits for it.
+    paused_ = countWaiting() > mostWaiting / 2;
+    if (!paused_) handed_.resumeAt.store(never, std::memory_order_seq_cst);
+    return !paused_;
 }
 
 void Session::write() noexcept {
@@ -324,12 +387,20 @@ bool Session::publish(const char* wireSubject, const uint8_t* payload, size_t si
 }
 
 bool Session::subscribe(Feed& feed, const char* wireSubject) noexcept {
+    try {
+        if (feeds_.size() == feeds_.capacity()) feeds_.reserve(std::max<size_t>(16, 2 * feeds_.size()));
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     feed.session_ = this;
     feed.finished_.store(false, std::memory_order_relaxed);
     if (natsConnection_Subscribe(&feed.handle_, connection_, wireSubject, onMessage, &feed) != NATS_OK) {
         feed.handle_ = nullptr;
         return false;
     }
+    feed.left_ = false;
+    feed.place_ = static_cast<uint32_t>(feeds_.size());
+    feeds_.push_back(&feed);
     feedsLeft_.fetch_add(1, std::memory_order_relaxed);
     if (natsSubscription_SetPendingLimits(feed.handle_, -1, -1) == NATS_OK &&
         natsSubscription_SetOnCompleteCB(feed.handle_, onFinished, &feed) == NATS_OK)
@@ -341,7 +412,13 @@ bool Session::subscribe(Feed& feed, const char* wireSubject) noexcept {
 }
 
 void Session::unsubscribe(Feed& feed) noexcept {
-    if (feed.handle_ != nullptr) natsSubscription_Unsubscribe(feed.handle_);
+    if (feed.handle_ == nullptr) return;
+    int messages = 0;
+    int bytes = 0;
+    natsSubscription_GetPending(feed.handle_, &messages, &bytes);
+    feed.leftBehind_ = static_cast<uint64_t>(bytes) + static_cast<uint64_t>(messages) * messageCost;
+    feed.left_ = true;
+    natsSubscription_Unsubscribe(feed.handle_);
 }
 
 bool Session::finished(Feed& feed) noexcept {
@@ -365,6 +442,9 @@ void Session::release(Feed& feed) noexcept {
     if (feed.handle_ == nullptr) return;
     natsSubscription_Destroy(feed.handle_);
     feed.handle_ = nullptr;
+    feeds_[feed.place_] = feeds_.back();
+    feeds_[feed.place_]->place_ = feed.place_;
+    feeds_.pop_back();
 }
 
 ReadingMemory::ReadingMemory() noexcept {

@@ -12,6 +12,9 @@
 // the other, each for its whole time, when the daemon fails. With TLS it waits inside of its calls, for as long as it takes,
 // until a record is whole or the socket takes more: it is called when a record is whole, and the system breaks a connection
 // off to which it could write nothing for a while.
+//
+// libnats reads as fast as the daemon sends, and keeps without bound what its delivery has not got to. A session counts what
+// it has taken in and what its feeds were handed, and asks not to be read while too much lies between: then the daemon waits.
 #pragma once
 
 #include <atomic>
@@ -29,6 +32,7 @@
 
 struct __natsConnection;
 struct __natsMsg;
+struct __natsStatistics;
 struct __natsSubscription;
 
 namespace quorl::transport::nats {
@@ -51,6 +55,9 @@ class Feed {
     __natsSubscription* handle_ = nullptr;
     Session* session_ = nullptr;
     std::atomic<bool> finished_{false};  // received will not be called any more
+    bool left_ = false;                  // it was unsubscribed
+    uint32_t place_ = 0;                 // in the session's list
+    uint64_t leftBehind_ = 0;            // cost of what waited for it then
 };
 
 // For the thread that reads, as long as it does. libnats allocates each message there and frees it on another thread, and the
@@ -77,7 +84,13 @@ class Session {
         Server server;
         std::string name;     // of the program, for the daemon's tools
         int64_t timeout = 0;  // nanoseconds for connecting, TLS and the daemon's greeting together
+        int wakeEvent = -1;   // an eventfd that is set when mayRead may have become true again
     };
+
+    // What messages cost that were read and not yet handed to their feeds: their payload, and so much for each, which is a
+    // little more than libnats takes for it. Beyond mostWaiting the session is not to be read until half of that is gone.
+    static constexpr uint64_t messageCost = 256;
+    static constexpr uint64_t mostWaiting = 32u << 20;
 
     // Connects, and blocks up to the timeout. QUORL_DAEMON_NOT_FOUND, QUORL_USERPASS_MISMATCH, QUORL_INVALID_NAME,
     // QUORL_NO_MEMORY; the detail says why.
@@ -94,6 +107,11 @@ class Session {
     std::string reason() const;
 
     size_t maxPayload() const noexcept { return maxPayload_; }
+    // Whether more may be read for now. To be asked after each read, before the next.
+    bool mayRead() noexcept;
+    // Cost of what was read and not yet handed to feeds. Asks libnats for each.
+    uint64_t countWaiting() noexcept;
+
     // The socket can be read or written.
     void read() noexcept;
     void write() noexcept;
@@ -124,8 +142,24 @@ class Session {
     quorl_status connect(const Request& request);
     bool recordWaits() const noexcept;
     bool takePayloadLimit() noexcept;
+    uint64_t waiting() const noexcept;
+    void ringIfPaused() noexcept;
 
-    __natsConnection* connection_ = nullptr;
+    static constexpr uint64_t never = UINT64_MAX;
+
+    // Written by the thread of libnats for every message.
+    struct alignas(64) {
+        std::atomic<uint64_t> cost{0};          // of what feeds were handed
+        std::atomic<uint64_t> resumeAt{never};  // the cost at which it may be read again; while it may not
+    } handed_;
+
+    alignas(64) __natsConnection* connection_ = nullptr;
+    __natsStatistics* statistics_ = nullptr;
+    int wakeEvent_ = -1;
+    bool paused_ = false;
+    uint64_t taken_ = 0;        // cost of what libnats has read
+    uint64_t unclaimed_ = 0;    // of that, what no feed will get
+    std::vector<Feed*> feeds_;  // all that are not released
     int socket_ = -1;
     std::optional<ConnectedSocket> connected_;
     bool tls_ = false;

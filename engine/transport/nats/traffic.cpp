@@ -117,7 +117,7 @@ void Connection::takeServers() noexcept {
 }
 
 void Connection::serve() noexcept {
-    bool outWatched = false;
+    uint32_t watched = EPOLLIN;
     bool held = false;      // the stream was made to wait for more
     int64_t lastFlush = 0;  // when something was last written
     while (!stopping_.load(std::memory_order_acquire)) {
@@ -125,6 +125,7 @@ void Connection::serve() noexcept {
         bool blocked;
         int64_t look;
         int socket;
+        uint32_t wanted;
         {
             Lock io(io_);
             if (renamed_.load(std::memory_order_relaxed) && mayRename()) {
@@ -157,17 +158,23 @@ void Connection::serve() noexcept {
             }
             if (session_->lost() || givenUp_ != nullptr) return;
             std::erase_if(retired_, [&](auto& subscription) { return session_->finished(*subscription); });
+            wanted = blocked ? uint32_t{EPOLLOUT} : 0;
+            if (mayRead()) {
+                wanted |= EPOLLIN;
+            } else {
+                lastRead_ = now;  // that nothing comes is not the daemon's doing
+            }
             askForServers(now);
             look = std::min(nextLook(), askAt_);
             if (gatherUntil_ != 0) look = std::min(look, gatherUntil_);
             socket = session_->socket();
         }
-        if (blocked != outWatched) {
+        if (wanted != watched) {
             epoll_event event{};
-            event.events = blocked ? EPOLLIN | EPOLLOUT : EPOLLIN;
+            event.events = wanted;
             event.data.fd = socket;
             epoll_ctl(epoll_, EPOLL_CTL_MOD, socket, &event);
-            outWatched = blocked;
+            watched = wanted;
         }
         // While the socket takes nothing, senders need not wake the thread: the socket will.
         if (!blocked && !held) asleep_.store(true, std::memory_order_seq_cst);
@@ -188,12 +195,29 @@ void Connection::serve() noexcept {
             } else if (greeting_ != nullptr && event.data.fd == greeting_->descriptor()) {
                 takeServers();
             } else if ((event.events & (EPOLLIN | EPOLLERR | EPOLLHUP)) != 0) {
+                // The last two come unasked. What is left to read then is little.
                 Lock io(io_);
                 session_->read();
                 lastRead_ = monotonicNow();
             }
         }
     }
+}
+
+// Under io_. Whether the socket may be read, or libnats has enough to hand on for now.
+bool Connection::mayRead() noexcept {
+    const bool may = session_->mayRead();
+    paused_.store(!may, std::memory_order_relaxed);
+    return may;
+}
+
+uint64_t Connection::arriving() noexcept {
+    // Whoever has the session may be waiting for the daemon: then it is what it was.
+    if (io_.try_lock()) {
+        arriving_.store(session_ != nullptr ? session_->countWaiting() : 0, std::memory_order_relaxed);
+        io_.unlock();
+    }
+    return arriving_.load(std::memory_order_relaxed);
 }
 
 // Sends what waits and makes sure that it arrives: what is still unread when a socket is closed may cost what was written.
@@ -207,9 +231,11 @@ void Connection::finishSending() noexcept {
         const int64_t left = deadline - monotonicNow();
         if (session_->lost() || left <= 0) return;
         if (flushed == Flushed::changesFirst) continue;
-        pollfd waited{session_->socket(), POLLIN | POLLOUT, 0};
-        if (poll(&waited, 1, static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR) return;
-        if ((waited.revents & (POLLIN | POLLERR | POLLHUP)) != 0) session_->read();
+        std::array<pollfd, 2> waited{{{session_->socket(), POLLOUT, 0}, {wakeEvent_, POLLIN, 0}}};
+        if (session_->mayRead()) waited[0].events |= POLLIN;
+        if (poll(waited.data(), waited.size(), static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR) return;
+        if (waited[1].revents != 0) emptyWakeEvent();
+        if ((waited[0].revents & (POLLIN | POLLERR | POLLHUP)) != 0) session_->read();
     }
     if (sendMark(*session_, monotonicNow())) awaitMark(*session_, deadline, true);
 }

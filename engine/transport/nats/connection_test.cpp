@@ -1,0 +1,172 @@
+// A connection over a daemon that does what the test says.
+#include "transport/nats/connection.h"
+
+#include <gtest/gtest.h>
+
+#include "base/registry.h"
+#include "base/thread_state.h"
+#include "event/queue.h"
+#include "message/delivery.h"
+#include "transport/nats/scripted_daemon.h"
+
+namespace quorl::transport::nats {
+namespace {
+
+template <class Condition>
+bool waitUntil(Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + ScriptedDaemon::limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+std::string imageWith(size_t size) {
+    quorlMsg message = nullptr;
+    EXPECT_EQ(quorlMsg_Create(&message), QUORL_OK);
+    const std::string data(size, 'x');
+    EXPECT_EQ(quorlMsg_AddOpaqueEx(message, "data", data.data(), static_cast<quorl_u32>(size), 0), QUORL_OK);
+    const void* bytes = nullptr;
+    quorl_u32 length = 0;
+    EXPECT_EQ(quorlMsg_GetAsBytes(message, &bytes), QUORL_OK);
+    EXPECT_EQ(quorlMsg_GetByteSize(message, &length), QUORL_OK);
+    std::string image(static_cast<const char*>(bytes), length);
+    quorlMsg_Destroy(message);
+    return image;
+}
+
+class OverScriptedDaemon : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(quorl_Open(), QUORL_OK);
+        ASSERT_EQ(quorlTransport_Create(&transport_, nullptr, nullptr, nullptr), QUORL_OK);
+        ASSERT_EQ(quorlQueue_Create(&queueId_), QUORL_OK);
+        queue_ = find<event::Queue>(queueId_);
+        connection_ =
+            std::make_unique<Connection>(ConnectionKey{"scripted", {}, {}, {}},
+                                         std::vector<Server>{{false, "127.0.0.1", daemon_.port()}}, Parameters{}, true);
+        ASSERT_EQ(connection_->start(), QUORL_OK);
+        ASSERT_EQ(connection_->waitUntilConnected(), QUORL_OK) << quorl_LastErrorText();
+    }
+    void TearDown() override {
+        if (connection_ != nullptr) connection_->stop();
+        connection_.reset();
+        EXPECT_EQ(quorl_Close(), QUORL_OK);
+    }
+
+    template <class T>
+    T* find(uint32_t id) {
+        Section section(*threadState());
+        return registry::find<T>(id);
+    }
+    // A listener whose queue is the test's. It hears the connection when the connection is told of it.
+    Listener& listenerTo(const char* subject, int* heard) {
+        quorlEvent id = 0;
+        EXPECT_EQ(quorlEvent_CreateListener(
+                      &id, queueId_, [](quorlEvent, quorlMsg, void* count) { ++*static_cast<int*>(count); }, transport_,
+                      subject, heard),
+                  QUORL_OK);
+        return *static_cast<Listener*>(find<event::Event>(id));
+    }
+    std::string subscribed(Listener& listener) {
+        EXPECT_EQ(connection_->listen(listener), QUORL_OK);
+        return daemon_.subscription(wire(listener.subject));
+    }
+    static std::string wire(const std::string& subject) { return "quorl.default.default." + subject; }
+    void dispatch(int count) {
+        for (int i = 0; i < count; ++i) ASSERT_EQ(quorlQueue_TimedDispatch(queueId_, 60), QUORL_OK);
+    }
+
+    ScriptedDaemon daemon_;
+    quorlTransport transport_ = 0;
+    quorlQueue queueId_ = 0;
+    event::Queue* queue_ = nullptr;
+    std::unique_ptr<Connection> connection_;
+    int heard_ = 0;
+};
+
+// The thread that hands messages on stands still in the middle of it, because the queue is locked.
+class Flooded : public OverScriptedDaemon {
+  protected:
+    static constexpr int messages = 1536;
+    static constexpr size_t size = 64u << 10;
+
+    void SetUp() override {
+        OverScriptedDaemon::SetUp();
+        listener_ = &listenerTo("flood", &heard_);
+        const std::string id = subscribed(*listener_);
+        queue_->back.lock.lock();
+        flood_ = std::thread([this, id, payload = imageWith(size)] {
+            for (int i = 0; i < messages; ++i) EXPECT_TRUE(daemon_.deliver(id, wire("flood"), payload));
+            flooded_ = true;
+        });
+        ASSERT_TRUE(waitUntil([&] { return connection_->paused() || flooded_; }));
+        ASSERT_TRUE(connection_->paused());
+    }
+    void TearDown() override {
+        if (flood_.joinable()) {
+            daemon_.hangUp();
+            queue_->back.lock.unlock();
+            flood_.join();
+        }
+        OverScriptedDaemon::TearDown();
+    }
+    void letGo() {
+        queue_->back.lock.unlock();
+        flood_.join();
+    }
+
+    Listener* listener_ = nullptr;
+    std::atomic<bool> flooded_{false};
+    std::thread flood_;
+};
+
+TEST_F(Flooded, noMoreIsReadThanTheBound) {
+    EXPECT_GT(connection_->arriving(), Session::mostWaiting / 2);
+    EXPECT_LT(connection_->arriving(), Session::mostWaiting + (1u << 20));
+    letGo();
+    dispatch(messages);
+    EXPECT_EQ(heard_, messages);
+    EXPECT_TRUE(waitUntil([&] { return !connection_->paused() && connection_->arriving() == 0; }));
+    connection_->unlisten(*listener_);
+}
+
+TEST_F(Flooded, whatAnEndedListenerLeavesBehindDoesNotHoldUpOthers) {
+    int otherHeard = 0;
+    Listener& other = listenerTo("other", &otherHeard);
+    const std::string id = subscribed(other);
+    connection_->unlisten(*listener_);
+    letGo();
+    EXPECT_TRUE(daemon_.deliver(id, wire("other"), imageWith(1)));
+    EXPECT_TRUE(waitUntil([&] {
+        quorlQueue_TimedDispatch(queueId_, 0);
+        return otherHeard == 1;
+    }));
+    // What was in the queue's way came, and little else.
+    EXPECT_LT(heard_, messages / 2);
+    EXPECT_TRUE(waitUntil([&] { return !connection_->paused() && connection_->arriving() == 0; }));
+    connection_->unlisten(other);
+}
+
+TEST_F(OverScriptedDaemon, whatComesForNobodyIsNotTakenForWaiting) {
+    Listener& former = listenerTo("former", &heard_);
+    const std::string formerId = subscribed(former);
+    connection_->unlisten(former);
+    ASSERT_TRUE(daemon_.waitUntilEnded(formerId));
+    Listener& present = listenerTo("present", &heard_);
+    const std::string id = subscribed(present);
+    const std::string payload = imageWith(64u << 10);
+    for (int i = 0; i < 1200; ++i) {
+        ASSERT_TRUE(daemon_.deliver(formerId, wire("former"), payload));
+        if (i % 100 == 0) {
+            ASSERT_TRUE(daemon_.deliver(id, wire("present"), payload));
+        }
+    }
+    dispatch(12);
+    EXPECT_FALSE(connection_->paused());
+    connection_->unlisten(present);
+}
+
+}  // namespace
+}  // namespace quorl::transport::nats
