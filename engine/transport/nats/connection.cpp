@@ -148,7 +148,7 @@ void Connection::describe(std::string_view description) noexcept {
 // Under io_. Whether a new session may take the place of this one, since nothing has come or gone through it.
 bool Connection::mayRename() noexcept {
     if (!renamed_.exchange(false, std::memory_order_acquire)) return false;
-    if (handed_ != 0 || current_ != nullptr || !outbox_.empty()) return false;
+    if (handed_.get() != 0 || current_ != nullptr || !outbox_.empty()) return false;
     Lock lock(lock_);
     return subscriptions_.empty() && changes_.empty();
 }
@@ -424,8 +424,9 @@ void Connection::keepUp() noexcept {
             lostUnconfirmed_ = 0;
         } else {
             Lock io(io_);
-            lostUnconfirmed_ = handed_ - confirmed_;
-            confirmed_ = handed_;
+            if (markUnderWay_) markIsBack(monotonicNow());
+            lostUnconfirmed_ = handed_.get() - confirmed_.get();
+            confirmed_ += lostUnconfirmed_;
             try {
                 lostReason_ = givenUp_ != nullptr ? givenUp_ : session_->reason();
             } catch (const std::bad_alloc&) {

@@ -6,7 +6,8 @@
 // gather into frames.
 //
 // Marks are messages of the connection to itself. The mark that has come back says that all that was sent before it has
-// arrived at the daemon; one that does not come back says that the connection is dead, whatever the system thinks of it.
+// arrived at the daemon, so that no more than what followed it can be lost; one that does not come back says that the
+// connection is dead, whatever the system thinks of it.
 #pragma once
 
 #include <pthread.h>
@@ -25,6 +26,7 @@
 #include "transport/nats/outbox.h"
 #include "transport/nats/session.h"
 #include "transport/nats/subscription.h"
+#include "transport/nats/tally.h"
 #include "transport/transport.h"
 
 namespace quorl::transport::nats {
@@ -141,6 +143,8 @@ class Connection {
                    bool mayStop) noexcept;
     bool makeRoom() noexcept;
     bool sendMark(Session& session, int64_t now) noexcept;
+    bool markIsBack(int64_t now) noexcept;
+    void markByBytes() noexcept;
     bool mayRead() noexcept;
 
     // Makes the thread look for work: when it sleeps, or in any case.
@@ -191,9 +195,11 @@ class Connection {
     MarkFeed markFeed_{*this};
     const char* givenUp_ = nullptr;  // why the session is taken for lost; null while it is not
     int64_t returned_ = 0;           // when the session began
-    uint64_t handed_ = 0;            // messages given to sessions, ever
-    uint64_t marked_ = 0;            // of them, those before the last mark that was sent
-    uint64_t confirmed_ = 0;         // of them, those before the last mark that came back
+    Tally handed_;                   // messages given to sessions, ever
+    Tally handedBytes_;              // their bytes
+    Tally confirmed_;                // of the messages, those before the last mark that came back
+    uint64_t marked_ = 0;            // of the messages, those before the last mark that was sent
+    uint64_t markedBytes_ = 0;       // of the bytes, those before it
     uint64_t markNumber_ = 0;        // of the last mark; never repeated
     bool markUnderWay_ = false;
     bool missed_ = false;   // it should have come back a second ago

@@ -168,5 +168,48 @@ TEST_F(OverScriptedDaemon, whatComesForNobodyIsNotTakenForWaiting) {
     connection_->unlisten(present);
 }
 
+// Sends messages of 64 KiB, as a transport does.
+void sendBytes(Connection& connection, size_t bytes) {
+    quorlMsg message = nullptr;
+    ASSERT_EQ(quorlMsg_Create(&message), QUORL_OK);
+    const std::string data(64u << 10, 'x');
+    ASSERT_EQ(quorlMsg_AddOpaqueEx(message, "data", data.data(), static_cast<quorl_u32>(data.size()), 0), QUORL_OK);
+    ASSERT_EQ(quorlMsg_SetSendSubject(message, "many"), QUORL_OK);
+    message::ContentRef content;
+    ASSERT_EQ(message::snapshot(message, &content), QUORL_OK);
+    quorlMsg_Destroy(message);
+    const Connection::Batching batching;
+    const std::atomic<bool> never{false};
+    for (size_t sent = 0; sent < bytes;) {
+        const quorl_status status = connection.send(content, batching);
+        if (status == Carrier::noRoom) {
+            connection.outbox().waitForRoom(never);
+            continue;
+        }
+        ASSERT_EQ(status, QUORL_OK);
+        sent += data.size();
+    }
+}
+
+TEST_F(OverScriptedDaemon, aMarkFollowsWhatWasSentAfterSoManyBytes) {
+    constexpr size_t bytes = 16u << 20;
+    daemon_.echoMarks = false;
+    sendBytes(*connection_, bytes);
+    ASSERT_TRUE(daemon_.waitForBytes(bytes));
+    std::vector<size_t> between{0};
+    for (const auto& one : daemon_.published()) {
+        if (one.subject.find("._MARK.") != std::string::npos) {
+            between.push_back(0);
+        } else {
+            between.back() += one.size;
+        }
+    }
+    // The one of the beginning, which came back, and one that did not: none follows that.
+    ASSERT_EQ(between.size(), 3u);
+    EXPECT_EQ(between[0], 0u);
+    EXPECT_LE(between[1], (1u << 20) + (128u << 10));
+    daemon_.hangUp();
+}
+
 }  // namespace
 }  // namespace quorl::transport::nats

@@ -38,8 +38,9 @@ constexpr size_t unsentMost = 128u << 10;
 // Bytes of a part: far smaller than most daemons allow, so that a large message holds up others only for a moment.
 constexpr size_t partMost = 256u << 10;
 
-// A mark follows what was sent after this time at the latest; without anything sent one goes out now and then, to see
+// A mark follows what was sent after so many bytes, unless one is under way, and after this time at the latest; without anything sent one goes out now and then, to see
 // whether the daemon is still there; one that is not back, while nothing else comes in either, is missed.
+constexpr uint64_t markBytes = 1u << 20;
 constexpr int64_t markDelay = 100 * millisecond;
 constexpr int64_t markPeriod = 15 * second;
 constexpr int64_t silenceLimit = 10 * second;
@@ -260,6 +261,8 @@ Connection::Flushed Connection::flush() noexcept {
             }
             if (!makeRoom() || !sendFrame(*current_, frame)) return Flushed::blocked;
             handed_ += frame.messages;
+            handedBytes_ += frame.size != 0 ? frame.size : current_->contents[frame.content].byteSize();
+            if (handedBytes_.get() - markedBytes_ > markBytes) markByBytes();
         }
         outbox_.giveBack(std::move(current_));
     }
@@ -353,20 +356,34 @@ bool Connection::sendMark(Session& session, int64_t now) noexcept {
     message::wire::store(mark.data(), frameHead(FrameKind::mark));
     message::wire::store(mark.data() + frameHeaderSize, ++markNumber_);
     unconfirmed_.store(false, std::memory_order_relaxed);
-    marked_ = handed_;
+    marked_ = handed_.get();
+    markedBytes_ = handedBytes_.get();
     markUnderWay_ = true;
     missed_ = false;
     markTime_ = now;
     return session.publish(markSubject_.c_str(), mark.data(), mark.size());
 }
 
+// Of the one that is under way.
+bool Connection::markIsBack(int64_t now) noexcept {
+    if (markSeen_.load(std::memory_order_acquire) != markNumber_) return false;
+    markUnderWay_ = false;
+    markTime_ = now;
+    confirmed_ += marked_ - confirmed_.get();
+    return true;
+}
+
+// In the midst of writing: what is not confirmed stays little however fast it is.
+void Connection::markByBytes() noexcept {
+    if (markUnderWay_ && markSeen_.load(std::memory_order_acquire) != markNumber_) return;
+    const int64_t now = monotonicNow();
+    if (markUnderWay_) markIsBack(now);
+    sendMark(*session_, now);
+}
+
 void Connection::watchMarks(int64_t now) noexcept {
     if (markUnderWay_) {
-        if (markSeen_.load(std::memory_order_acquire) == markNumber_) {
-            markUnderWay_ = false;
-            markTime_ = now;
-            confirmed_ = marked_;
-        } else if (now - std::max(markTime_, lastRead_) > silenceLimit) {
+        if (!markIsBack(now) && now - std::max(markTime_, lastRead_) > silenceLimit) {
             // Without the ready check the daemon may be one that does not carry marks.
             if (readyCheck_ && missed_) givenUp_ = "the daemon is silent";
             // Looked at a second time, since this process may be what has not run for so long.
@@ -375,14 +392,14 @@ void Connection::watchMarks(int64_t now) noexcept {
         }
         return;
     }
-    const bool sent = handed_ != confirmed_;
+    const bool sent = handed_.get() != confirmed_.get();
     if (now - markTime_ >= (sent ? markDelay : markPeriod)) sendMark(*session_, now);
 }
 
 // When the thread has to look at the marks again.
 int64_t Connection::nextLook() const noexcept {
     if (markUnderWay_) return std::max(markTime_, lastRead_) + silenceLimit;
-    return markTime_ + (handed_ != confirmed_ ? markDelay : markPeriod);
+    return markTime_ + (handed_.get() != confirmed_.get() ? markDelay : markPeriod);
 }
 
 }  // namespace quorl::transport::nats
