@@ -11,7 +11,8 @@
 // would not end is ended, see connect_watch.h. Servers that a greeting names are not told to it, since it would try one after
 // the other, each for its whole time, when the daemon fails. With TLS it waits inside of its calls, for as long as it takes,
 // until a record is whole or the socket takes more: it is called when a record is whole, and the system breaks a connection
-// off to which it could write nothing for a while.
+// off to which it could write nothing for a while. What has come of a message when its connection is lost leaks there: at
+// most one message for each loss.
 //
 // libnats reads as fast as the daemon sends, and keeps without bound what its delivery has not got to. A session counts what
 // it has taken in and what its feeds were handed, and asks not to be read while too much lies between: then the daemon waits.
