@@ -22,17 +22,7 @@ final class ChildProcess {
     static ChildProcess run(Class<?> main, List<String> options, String... arguments) throws Exception {
         Path out = Files.createTempFile("quorl-child", ".out");
         try {
-            List<String> command = new ArrayList<>();
-            command.add(System.getProperty("java.home") + File.separator + "bin" + File.separator + "java");
-            command.add("-Xcheck:jni");
-            command.add("-Xmx128m");
-            command.addAll(options);
-            if (!options.contains("-cp")) {
-                command.addAll(List.of("-cp", System.getProperty("java.class.path")));
-            }
-            command.add(main.getName());
-            command.addAll(List.of(arguments));
-            Process process = new ProcessBuilder(command).redirectErrorStream(true).redirectOutput(out.toFile()).start();
+            Process process = builder(main, options, arguments).redirectOutput(out.toFile()).start();
             boolean ended = process.waitFor(OpenLibrary.LIMIT.toSeconds() * 2, TimeUnit.SECONDS);
             if (!ended) {
                 process.destroyForcibly().waitFor();
@@ -45,6 +35,21 @@ final class ChildProcess {
         } finally {
             Files.delete(out);
         }
+    }
+
+    /** One to be started, with what it says on its output. */
+    static ProcessBuilder builder(Class<?> main, List<String> options, String... arguments) {
+        List<String> command = new ArrayList<>();
+        command.add(System.getProperty("java.home") + File.separator + "bin" + File.separator + "java");
+        command.add("-Xcheck:jni");
+        command.add("-Xmx128m");
+        command.addAll(options);
+        if (!options.contains("-cp")) {
+            command.addAll(List.of("-cp", System.getProperty("java.class.path")));
+        }
+        command.add(main.getName());
+        command.addAll(List.of(arguments));
+        return new ProcessBuilder(command).redirectErrorStream(true);
     }
 
     static List<String> withLibrary() {

@@ -219,6 +219,55 @@ class DaemonLossTest {
         }
     }
 
+    /** The child: accepts a circuit, says where, and answers nothing. */
+    static final class Peer {
+        public static void main(String[] arguments) throws Exception {
+            try (Quorl quorl = Quorl.open(); QuorlQrdTransport transport = new QuorlQrdTransport(null, null, arguments[0]);
+                    QuorlVcTransport circuit = QuorlVcTransport.accept(transport)) {
+                System.out.println(circuit.getConnectSubject());
+                circuit.waitForConnection(LIMIT);
+                try (QuorlQueue queue = new QuorlQueue(); QuorlListener listener = new QuorlListener(queue, circuit, "*", (l, m) -> {})) {
+                    queue.dispatch(Duration.ofDays(1));
+                    queue.dispatch(Duration.ofDays(1));
+                }
+            }
+        }
+    }
+
+    @Test
+    void aPeerThatIsKilledEndsTheRequestsThatWait() throws Exception {
+        quorl.close();
+        Quorl.setParameters("circuit.timeout=1");
+        quorl = Quorl.open();
+        try (NatsServer server = new NatsServer("")) {
+            Process peer = ChildProcess.builder(Peer.class, ChildProcess.withLibrary(), server.url()).start();
+            // The machine remarks on the daemon's client before.
+            String subject = peer.inputReader().lines().filter(line -> line.startsWith("_INBOX.")).findFirst().orElseThrow();
+            try (QuorlQrdTransport transport = new QuorlQrdTransport(null, null, server.url());
+                    QuorlVcTransport circuit = QuorlVcTransport.connect(transport, subject);
+                    QuorlMsg question = new QuorlMsg("ask"); QuorlMsg other = new QuorlMsg("ask")) {
+                assertTrue(circuit.waitForConnection(LIMIT));
+                CompletableFuture<QuorlMsg> waiting = circuit.requestAsync(question, Duration.ofDays(1));
+                OpenLibrary.Worker asking = new OpenLibrary.Worker(() -> silent(
+                        assertThrows(QuorlException.class, () -> circuit.request(other, Duration.ofDays(1)))));
+                peer.destroyForcibly();
+                asking.join();
+                silent(assertThrows(ExecutionException.class, () -> waiting.get(LIMIT.toSeconds(), TimeUnit.SECONDS)).getCause());
+            } finally {
+                peer.destroyForcibly().waitFor();
+            }
+        } finally {
+            quorl.close();
+            Quorl.setParameters("circuit.timeout=10");
+        }
+    }
+
+    private static void silent(Throwable why) {
+        QuorlException lost = assertInstanceOf(QuorlException.class, why);
+        assertEquals(QuorlException.VC_NOT_CONNECTED, lost.getStatus(), lost.getMessage());
+        assertTrue(lost.getDetail().contains("silent"), lost.getMessage());
+    }
+
     @Test
     void aClusterThatLosesServersGoesOn() throws Exception {
         String cluster = "cluster { name: c, host: 127.0.0.1, port: -1";
