@@ -16,6 +16,9 @@ final class Texts {
     /** Longer texts are no valid name or subject, and are left to the library to refuse. */
     private static final int LONGEST_KEPT = 254;
 
+    /** What follows is used for one request, and would drive out what is used again. */
+    private static final String INBOX = "_INBOX.";
+
     private static final Encoded[] TABLE = new Encoded[SLOTS];
 
     private static final byte[] NONE = {};
@@ -53,7 +56,7 @@ final class Texts {
             return known;
         }
         Encoded made = new Encoded(text, encode(text, what));
-        if (made.bytes.length <= LONGEST_KEPT) {
+        if (made.bytes.length <= LONGEST_KEPT && !text.startsWith(INBOX)) {
             TABLE[slot] = made;
         }
         return made;

@@ -3,6 +3,7 @@ package com.vesma.quorl;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNotEquals;
+import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
@@ -67,6 +68,19 @@ class RequestsTest extends OpenLibrary {
             transport.close();
             assertEquals(before, listeners(), "which goes with the transport");
         }
+    }
+
+    /** The inboxes of many requests pass by the table of encoded names. */
+    @Test
+    void namesStayEncodedWhileRequestsPass() throws Exception {
+        Texts.Encoded name = Texts.encoded("n", "the name");
+        try (QuorlMsg question = new QuorlMsg("nobody")) {
+            for (int i = 0; i < 20_000; i++) {
+                transport.requestAsync(question, LIMIT).cancel(false);
+            }
+            assertNull(transport.request(question, Duration.ZERO));
+        }
+        assertSame(name, Texts.encoded("n", "the name"));
     }
 
     @Test
