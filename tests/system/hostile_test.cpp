@@ -210,6 +210,35 @@ TEST_F(Hostile, whatStrangersPublishIsCheckedBeforeItIsBelieved) {
     EXPECT_EQ(numbers.came.back(), 8);
 }
 
+TEST_F(Hostile, whatIsNoMessageIsTold) {
+    NatsServer server;
+    const quorlTransport transport = transportTo(server.url(), "svc", "net");
+    const quorlTransport local = newTransport();
+    Advisories advisories(local);
+    Numbers numbers;
+    listen(QUORL_DEFAULT_QUEUE, transport, "orders.>", onNumber, &numbers);
+    settleOn(transport);
+    Stranger stranger(server);
+    constexpr int times = 500;
+    for (int i = 0; i < times; ++i) stranger.publish("quorl.net.svc.orders.new", i == 0 ? "hello" : "");
+    stranger.flush();
+    // The first at once, what came in the meantime a second later.
+    int told = 0;
+    while (advisories.sumOf("_QUORL.WARN.daemon.malformed", "count") < times)
+        ASSERT_TRUE(advisories.waitForOthers(++told));
+    EXPECT_EQ(advisories.sumOf("_QUORL.WARN.daemon.malformed", "count"), static_cast<quorl_u64>(times));
+    const auto first = advisories.seen().front();
+    EXPECT_EQ(first.texts.at("daemon"), server.url());
+    EXPECT_EQ(first.texts.at("service"), "svc");
+    EXPECT_EQ(first.texts.at("network"), "net");
+    EXPECT_EQ(first.texts.at("subject"), "orders.new");
+    EXPECT_EQ(first.texts.at("reason"), "it does not begin as a message does");
+    EXPECT_EQ(sendNumber(transport, "orders.new", 8), QUORL_OK);
+    settleOn(transport);
+    drain(QUORL_DEFAULT_QUEUE);
+    EXPECT_EQ(numbers.came, std::vector{8});
+}
+
 TEST_F(Hostile, aMessageThatIsTooLargeIsRefusedWhereItIsSent) {
     NatsServer server;
     const quorlTransport transport = transportTo(server.url());

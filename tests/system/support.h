@@ -49,6 +49,7 @@ class Advisories {
     }
 
     bool waitFor(int lost, int back) { return lost_.waitFor(lost) && back_.waitFor(back); }
+    bool waitForOthers(int others) { return others_.waitFor(others); }
     std::vector<Seen> seen() {
         std::lock_guard lock(mutex_);
         return seen_;
@@ -68,19 +69,22 @@ class Advisories {
         const char* text = nullptr;
         quorlMsg_GetSendSubject(message, &text);
         one.subject = text;
-        for (const char* field : {"unconfirmed", "sent", "lost"}) {
+        for (const char* field : {"unconfirmed", "sent", "lost", "count"}) {
             quorl_u64 number = 0;
             if (quorlMsg_GetU64Ex(message, field, &number, 0) == QUORL_OK) one.numbers[field] = number;
         }
-        for (const char* field : {"daemon", "service", "network", "reason"}) {
+        for (const char* field : {"daemon", "service", "network", "reason", "subject"}) {
             if (quorlMsg_GetStringEx(message, field, &text, 0) == QUORL_OK) one.texts[field] = text;
         }
         const bool lost = one.subject == "_QUORL.WARN.daemon.lost";
+        const bool back = one.subject == "_QUORL.INFO.daemon.back";
         {
             std::lock_guard lock(to.mutex_);
             to.seen_.push_back(std::move(one));
         }
-        (lost ? to.lost_ : to.back_).add();
+        if (lost) to.lost_.add();
+        if (back) to.back_.add();
+        if (!lost && !back) to.others_.add();
     }
 
     quorlQueue queue_;
@@ -89,6 +93,7 @@ class Advisories {
     std::vector<Seen> seen_;
     Counter lost_;
     Counter back_;
+    Counter others_;
 };
 
 }  // namespace quorltest

@@ -23,7 +23,11 @@ bool Assembler::take(const void* way, const Part& part, int64_t now, std::vector
         drop(at);
         at = partials_.end();
     }
-    if (part.total > largestEntry || part.size > limits_.bytes) return false;
+    if (part.total > largestEntry || part.size > limits_.bytes) {
+        // Once for each message.
+        if (part.offset == 0) dropped_.fetch_add(1, std::memory_order_relaxed);
+        return false;
+    }
     try {
         if (at == partials_.end()) {
             if (part.offset != 0) return false;

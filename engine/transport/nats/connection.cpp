@@ -79,6 +79,7 @@ Connection::~Connection() {
 quorl_status Connection::start() noexcept {
     epoll_ = epoll_create1(EPOLL_CLOEXEC);
     wakeEvent_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    intake_.wakeEvent = wakeEvent_;
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.fd = wakeEvent_;
@@ -486,6 +487,23 @@ void Connection::adviseLost() noexcept {
             {"network", key_.network},
             {"reason", lostReason_},
             {"unconfirmed", lostUnconfirmed_}});
+}
+
+// No lock held.
+void Connection::adviseRejections() noexcept {
+    try {
+        Rejections::Notice notice;
+        if (!intake_.rejections.take(&notice) || !advisoriesHeard()) return;
+        advise(Severity::warn, "daemon", "malformed",
+               {{"daemon", key_.daemon},
+                {"service", key_.service},
+                {"network", key_.network},
+                {"count", notice.count},
+                {"reason", notice.reason},
+                {"subject", notice.subject}});
+    } catch (const std::bad_alloc&) {
+        // Perhaps next time.
+    }
 }
 
 uint64_t Connection::messagesWaiting() noexcept {

@@ -129,6 +129,7 @@ class Connection {
     void pause(int64_t nanoseconds) noexcept;
     void emptyWakeEvent() noexcept;
     void adviseLost() noexcept;
+    void adviseRejections() noexcept;
     void adviseBack(uint64_t kept, uint64_t lost) noexcept;
     uint64_t messagesWaiting() noexcept;
 
@@ -213,6 +214,7 @@ class Connection {
     int64_t askAt_ = 0;                   // when it is asked again, or the answer has not come
     size_t nextServer_ = 0;               // of both
     int64_t gatherUntil_ = 0;             // 0: not set
+    int64_t adviseRejectionsAt_ = 0;      // not before
     int64_t lostAt_ = 0;
     std::string lostReason_;
     uint64_t lostUnconfirmed_ = 0;

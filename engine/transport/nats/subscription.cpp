@@ -1,6 +1,8 @@
 // From payloads to listeners' queues.
 #include "transport/nats/subscription.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <new>
@@ -11,6 +13,12 @@
 #include "transport/nats/wire_subject.h"
 
 namespace quorl::transport::nats {
+
+void Intake::reject(const char* reason, std::string_view subject) noexcept {
+    if (!rejections.note(reason, subject) || wakeEvent < 0) return;
+    const uint64_t one = 1;
+    static_cast<void>(!::write(wakeEvent, &one, sizeof one));
+}
 
 Subscription::Subscription(Intake& intake, std::string_view pattern)
     : intake_(intake), pattern_(pattern), system_(subject::isSystem(pattern)), inboxes_(subject::isInbox(pattern)) {}
@@ -29,9 +37,12 @@ bool Subscription::remove(Listener& listener) noexcept {
 void Subscription::received(std::string_view wireSubject, const uint8_t* payload, size_t size) noexcept {
     ReadSubject subject;
     FrameKind kind;
-    if (!fromWire(intake_.prefix, wireSubject, &subject) || !subject::validForSending(subject.view()) ||
-        !readKind(payload, size, &kind) || kind == FrameKind::mark) {
-        intake_.malformed.fetch_add(1, std::memory_order_relaxed);
+    if (!fromWire(intake_.prefix, wireSubject, &subject) || !subject::validForSending(subject.view())) {
+        intake_.reject("its subject is none that a transport sends to", wireSubject);
+        return;
+    }
+    if (!readKind(payload, size, &kind) || kind == FrameKind::mark) {
+        intake_.reject("it does not begin as a message does", subject.view());
         return;
     }
     // A wildcard of the program does not reach the system's subjects.
@@ -47,11 +58,15 @@ void Subscription::received(std::string_view wireSubject, const uint8_t* payload
     Part part;
     std::vector<uint8_t> whole;
     if (!readPart(payload, size, &part)) {
-        intake_.malformed.fetch_add(1, std::memory_order_relaxed);
+        intake_.reject("it is a part that lies outside of its message", subject.view());
         return;
     }
-    if (intake_.assembler.take(this, part, monotonicNow(), &whole))
-        take(subject.view(), whole.data(), whole.size(), false);
+    const uint64_t dropped = intake_.assembler.dropped();
+    const bool complete = intake_.assembler.take(this, part, monotonicNow(), &whole);
+    // Subjects of such messages are not kept: what is told is the one of the part that showed it.
+    for (uint64_t i = intake_.assembler.dropped(); i > dropped; --i)
+        intake_.reject("its parts did not fit together, came too late or were too much", subject.view());
+    if (complete) take(subject.view(), whole.data(), whole.size(), false);
 }
 
 void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t size, bool image) noexcept {
@@ -82,9 +97,14 @@ void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t s
         Entry entry{{}, bytes, static_cast<uint32_t>(size)};
         size_t used = size;
         message::ContentRef content;
-        if ((!image && !readEntry(bytes, size, &entry, &used)) ||
-            message::contentFromBytes(entry.image, entry.size, subject, entry.replySubject, &content) != QUORL_OK) {
-            intake_.malformed.fetch_add(1, std::memory_order_relaxed);
+        if (!image && !readEntry(bytes, size, &entry, &used)) {
+            intake_.reject("it ends in the middle of an entry", subject);
+            return;
+        }
+        const quorl_status status =
+            message::contentFromBytes(entry.image, entry.size, subject, entry.replySubject, &content);
+        if (status != QUORL_OK) {
+            intake_.reject(status == QUORL_NO_MEMORY ? "there was no memory for it" : "it is damaged", subject);
             return;
         }
         bytes += used;

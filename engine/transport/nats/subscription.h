@@ -11,6 +11,7 @@
 #include "message/delivery.h"
 #include "transport/listener.h"
 #include "transport/nats/assembler.h"
+#include "transport/nats/rejections.h"
 #include "transport/nats/session.h"
 #include "transport/router.h"
 
@@ -23,8 +24,12 @@ struct Intake {
 
     const std::string prefix;
     Assembler assembler;
-    Router inboxes;                      // listeners and requests of inboxes
-    std::atomic<uint64_t> malformed{0};  // messages that came in and were none
+    Router inboxes;         // listeners and requests of inboxes
+    Rejections rejections;  // messages that came in and were none
+    int wakeEvent = -1;     // an eventfd that is set when something is to be told of them; set once, before any comes
+
+    // On the thread of libnats.
+    void reject(const char* reason, std::string_view subject) noexcept;
 };
 
 class Subscription final : public Feed {

@@ -45,6 +45,9 @@ constexpr int64_t markDelay = 100 * millisecond;
 constexpr int64_t markPeriod = 15 * second;
 constexpr int64_t silenceLimit = 10 * second;
 
+// Between two advisories about messages that were none.
+constexpr int64_t rejectionsPeriod = second;
+
 // Between questions which servers the cluster has, and how long the answer is waited for.
 constexpr int64_t askPeriod = 60 * second;
 constexpr int64_t answerLimit = 10 * second;
@@ -123,6 +126,11 @@ void Connection::serve() noexcept {
     int64_t lastFlush = 0;  // when something was last written
     while (!stopping_.load(std::memory_order_acquire)) {
         const int64_t now = monotonicNow();
+        const bool rejections = intake_.rejections.waiting();
+        if (rejections && now >= adviseRejectionsAt_) {
+            adviseRejections();
+            adviseRejectionsAt_ = now + rejectionsPeriod;
+        }
         bool blocked;
         int64_t look;
         int socket;
@@ -168,6 +176,7 @@ void Connection::serve() noexcept {
             askForServers(now);
             look = std::min(nextLook(), askAt_);
             if (gatherUntil_ != 0) look = std::min(look, gatherUntil_);
+            if (rejections) look = std::min(look, adviseRejectionsAt_);
             socket = session_->socket();
         }
         if (wanted != watched) {
