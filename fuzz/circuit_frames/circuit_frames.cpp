@@ -21,7 +21,7 @@ using State = Machine::State;
 namespace wire = message::wire;
 
 constexpr int64_t milliseconds = 1'000'000;
-constexpr uint64_t windowBytes = 6000;
+constexpr uint64_t windowBytes = 2500;
 constexpr Settings settings{1000 * milliseconds, 8, windowBytes, 12000};
 constexpr uint64_t overhead = 256;  // that a message counts beyond its image
 constexpr uint64_t largest = 1500;  // bytes of opaque content that this target sends
@@ -107,8 +107,9 @@ class End {
         require(!ended || machine_.due() == INT64_MAX, "a circuit that has ended waits for a time");
     }
 
-    // What the machine holds of the messages that it was given and that nobody else has.
-    void lookAtMemory() {
+    // What the machine holds of the messages that it was given and that nobody else has. elsewhere: how often this target
+    // holds contents itself.
+    void lookAtMemory(const std::map<message::Content*, uint32_t>& elsewhere) {
         std::map<message::Content*, uint32_t> ours;
         for (const auto& [sequence, contents] : offered_) {
             for (const message::ContentRef& content : contents) ++ours[content.get()];
@@ -116,7 +117,8 @@ class End {
         uint64_t held = 0;
         uint64_t bytes = 0;
         for (const auto& [content, references] : ours) {
-            if (content->references.load() == references) continue;
+            const auto at = elsewhere.find(content);
+            if (content->references.load() == references + (at != elsewhere.end() ? at->second : 0)) continue;
             ++held;
             bytes += content->size + overhead;
         }
@@ -184,12 +186,14 @@ class Run {
         while (!decide_.empty()) {
             const size_t sender = strangers_;
             step();
-            if (strangers_ != sender) honest_ = false;
+            if (strangers_ != sender) {
+                honest_ = false;
+                lookAtMemory();
+            }
             for (End& end : ends_) require(end.state() <= State::done, "a state is none");
         }
-        // The way holds references too: memory is looked at when it is empty.
         finish();
-        for (End& end : ends_) end.lookAtMemory();
+        lookAtMemory();
     }
 
   private:
@@ -257,6 +261,14 @@ class Run {
                         return pass(50 * milliseconds);
                 }
         }
+    }
+
+    void lookAtMemory() {
+        std::map<message::Content*, uint32_t> onTheWay;
+        for (const OnItsWay& one : way_) {
+            if (one.frame.content) ++onTheWay[one.frame.content.get()];
+        }
+        for (End& end : ends_) end.lookAtMemory(onTheWay);
     }
 
     void arrive(size_t at) {
