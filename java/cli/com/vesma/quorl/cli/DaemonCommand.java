@@ -6,6 +6,7 @@ import java.net.InetAddress;
 import java.net.ServerSocket;
 import java.nio.file.Path;
 import java.util.concurrent.Callable;
+import java.util.function.Supplier;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
@@ -15,9 +16,13 @@ import picocli.CommandLine.Spec;
 /** quorl daemon: runs a daemon for the programs of this machine. */
 @Command(name = "daemon", description = {"Runs a daemon (nats-server) for the programs of this machine.",
         "It listens on 127.0.0.1 only, asks nobody who they are, keeps nothing on disk, and ends with this command."},
-        footer = {"", "Example:", "  quorl daemon --port 4222"})
+        footer = {"", "It prints its address and how to stop it. Between machines run a nats-server of your own.", "",
+                "Examples:", "  quorl daemon", "  quorl daemon --port 0 --seconds 3600"})
 final class DaemonCommand implements Callable<Integer> {
     private static final int MEBIBYTE = 1 << 20;
+
+    /** Finds the nats-server. */
+    private final Supplier<Path> installed;
 
     @Spec
     CommandSpec spec;
@@ -39,6 +44,14 @@ final class DaemonCommand implements Callable<Integer> {
     @Option(names = "--seconds", paramLabel = "N", description = "end after that time")
     Double seconds;
 
+    DaemonCommand() {
+        this(NatsServer::find);
+    }
+
+    DaemonCommand(Supplier<Path> installed) {
+        this.installed = installed;
+    }
+
     @Override
     public Integer call() throws InterruptedException {
         if (port < 0 || port > 65535) throw usage("--port takes a number from 0 to 65535, not " + port);
@@ -46,10 +59,10 @@ final class DaemonCommand implements Callable<Integer> {
         if (seconds != null && !(seconds > 0 && seconds < 1e9)) {
             throw usage("--seconds takes a number above 0, not " + Texts.number(seconds));
         }
-        Path path = program != null ? Path.of(program) : NatsServer.find();
+        Path path = program != null ? Path.of(program) : installed.get();
         if (path == null) {
             throw new Failure("there is no nats-server on this machine; 'apt-get install nats-server' brings one, "
-                    + "--server names one that is elsewhere");
+                    + "--server FILE names one that is elsewhere");
         }
         try (NatsServer server = NatsServer.start(path, port == 0 ? freePort() : port, maxPayload * MEBIBYTE)) {
             PrintWriter out = spec.commandLine().getOut();

@@ -6,6 +6,8 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.IOException;
 import java.io.OutputStream;
+import java.io.PrintWriter;
+import java.io.StringWriter;
 import java.net.InetAddress;
 import java.net.ServerSocket;
 import java.net.Socket;
@@ -14,6 +16,7 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
 import java.util.concurrent.TimeUnit;
+import java.util.stream.Stream;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -127,24 +130,65 @@ class DaemonTest {
         try (ServerSocket taken = new ServerSocket(0, 1, InetAddress.getByName("127.0.0.1"))) {
             Cli busy = Cli.run("daemon", "--port", Integer.toString(taken.getLocalPort()));
             assertEquals(1, busy.code(), busy.out());
-            assertTrue(busy.err().contains("the daemon ended"), busy.err());
+            assertTrue(busy.err().contains("port " + taken.getLocalPort() + " is in use by another program; --port 0"), busy.err());
         }
+        try (ChildDaemon daemon = new ChildDaemon(folder)) {
+            Cli busy = Cli.run("daemon", "--port", daemon.address.replaceAll("^.*:", ""));
+            assertEquals(1, busy.code(), busy.out());
+            assertTrue(busy.err().contains("in use by a daemon of version ") && busy.err().contains("--daemon " + daemon.address),
+                    busy.err());
+        }
+        Cli ended = Cli.run("daemon", "--port", "0", "--server", "/bin/false");
+        assertEquals(new Cli(1, "", "quorl: the daemon ended, with exit code 1\n"), ended);
+        Cli folderAsServer = Cli.run("daemon", "--port", "0", "--server", folder.toString());
+        assertEquals(new Cli(1, "", "quorl: \"" + folder + "\" is no program that may be run\n"), folderAsServer);
         Cli brief = Cli.run("daemon", "--port", "0", "--seconds", "0.2");
         assertEquals(0, brief.code(), brief.err());
         assertTrue(brief.out().contains("Stop:"), brief.out());
     }
 
     @Test
-    void theDaemonEndsWithTheCommand() throws Exception {
-        try (ChildDaemon daemon = new ChildDaemon(folder)) {
+    void withoutAServerItNamesThePackage() {
+        StringWriter err = new StringWriter();
+        int code = Main.commandLine(new DaemonCommand(() -> null), new PrintWriter(new StringWriter()), new PrintWriter(err))
+                .execute();
+        assertEquals(1, code);
+        assertTrue(err.toString().contains("'apt-get install nats-server' brings one"), err.toString());
+    }
+
+    @Test
+    void theDaemonEndsWithTheCommandAndLeavesNothing() throws Exception {
+        Path temporary = Files.createDirectory(folder.resolve("tmp"));
+        List<String> options = List.of("-Djava.io.tmpdir=" + temporary);
+        try (ChildDaemon daemon = new ChildDaemon(folder, options)) {
             assertTrue(daemon.serverRuns());
             daemon.child.process.destroy();
+            assertEquals(143, daemon.child.code());
+            assertEquals("", daemon.child.said());
+            daemon.awaitEndOfServer();
+        }
+        try (ChildDaemon daemon = new ChildDaemon(folder, options)) {
+            daemon.child.interrupt();
+            assertEquals(130, daemon.child.code());
+            assertEquals("", daemon.child.said());
             daemon.awaitEndOfServer();
         }
         // kill -9, which leaves the command no time to stop anything
-        try (ChildDaemon daemon = new ChildDaemon(folder)) {
+        try (ChildDaemon daemon = new ChildDaemon(folder, options)) {
             daemon.child.process.destroyForcibly();
             daemon.awaitEndOfServer();
+        }
+        try (Stream<Path> left = Files.list(temporary)) {
+            assertEquals(List.of(), left.toList());
+        }
+    }
+
+    @Test
+    void aServerThatIsKilledEndsTheCommand() throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder)) {
+            ProcessHandle.of(daemon.pid).orElseThrow().destroyForcibly();
+            assertEquals(1, daemon.child.code());
+            assertEquals("quorl: the daemon ended, with exit code 137\n", daemon.child.said());
         }
     }
 }
