@@ -50,8 +50,7 @@ final class Credentials {
     private static void setIdentity(QuorlSdContext context, String file, char[] password) {
         byte[] bytes = bytes(file);
         try {
-            String name = file.toLowerCase(Locale.ROOT);
-            if (name.endsWith(".p12") || name.endsWith(".pfx")) {
+            if (isBinary(file)) {
                 context.setUserCertWithKeyBin(bytes, password);
             } else {
                 context.setUserCertWithKey(bytes, password);
@@ -61,11 +60,17 @@ final class Credentials {
         }
     }
 
+    /** Whether a file is PKCS #12, by its name. */
+    static boolean isBinary(String file) {
+        String name = file.toLowerCase(Locale.ROOT);
+        return name.endsWith(".p12") || name.endsWith(".pfx");
+    }
+
     private static String text(String file) {
         return new String(bytes(file), StandardCharsets.ISO_8859_1);
     }
 
-    private static char[] firstLine(String file) {
+    static char[] firstLine(String file) {
         byte[] bytes = bytes(file);
         int end = 0;
         while (end < bytes.length && bytes[end] != '\n' && bytes[end] != '\r') end++;
@@ -74,13 +79,13 @@ final class Credentials {
         return line;
     }
 
-    private static byte[] bytes(String file) {
+    static byte[] bytes(String file) {
         try {
             return Files.readAllBytes(Path.of(file));
         } catch (NoSuchFileException e) {
             throw new Failure("there is no file \"" + file + "\"");
         } catch (IOException e) {
-            throw new Failure("cannot read \"" + file + "\": " + e.getMessage());
+            throw new Failure("cannot read \"" + file + "\": " + TextSource.why(e));
         }
     }
 }

@@ -21,7 +21,7 @@ import picocli.CommandLine.Spec;
 /** quorl doctor: looks at what messaging needs, and says what to do about what is missing. */
 @Command(name = "doctor", description = {"Looks at the library, the daemon, the credentials and their versions, and says what "
         + "to do about what is wrong.", "The exit code is 1 when something is."},
-        footer = {"", "Example:", "  quorl doctor --daemon nats://127.0.0.1:4222"})
+        footer = {"", "Examples:", "  quorl doctor", "  quorl doctor --daemon nats://127.0.0.1:4222"})
 final class DoctorCommand implements Callable<Integer> {
     private static final Duration PATIENCE = Duration.ofSeconds(5);
 
@@ -51,8 +51,9 @@ final class DoctorCommand implements Callable<Integer> {
     public Integer call() throws InterruptedException {
         lookAtJava();
         if (lookAtLibrary()) {
+            lookAtJson();
             lookAtBus();
-            lookAtDaemon();
+            if (lookAtCredentials()) lookAtDaemon();
         }
         lookAtServer();
         findings.forEach(this::print);
@@ -82,10 +83,38 @@ final class DoctorCommand implements Callable<Integer> {
             ok("library", "version " + Quorl.getVersion() + (set == null ? "" : ", from " + set));
             return true;
         } catch (RuntimeException | LinkageError e) {
-            wrong("library", e.toString(), "name the folder of libquorlnativesd.so and the libraries beside it, all of one "
+            wrong("library", Main.oneLine(e), "name the folder of libquorlnativesd.so and the libraries beside it, all of one "
                     + "version, with -Dcom.vesma.quorl.library=FOLDER");
             return false;
         }
+    }
+
+    private void lookAtJson() {
+        try {
+            QuorlMsg.fromJson("{}").close();
+            ok("json", "messages can be written and read as JSON");
+        } catch (IllegalStateException e) {
+            note("json", "Gson is not installed, so --json does not work",
+                    "'apt-get install libgoogle-gson-java' brings it");
+        }
+    }
+
+    /** Looks at the files, whether there is a daemon or not; false when they cannot be used. */
+    @SuppressWarnings("try")
+    private boolean lookAtCredentials() {
+        boolean given = transport.trust != null || transport.identity != null || transport.user != null
+                || transport.passwordFile != null;
+        if (!given) return true;
+        try (Quorl quorl = Quorl.open()) {
+            Credentials.use(transport);
+        } catch (Failure e) {
+            wrong("credentials", e.getMessage(), "certificates and keys are PEM, or PKCS #12 in a file named .p12; "
+                    + "'openssl x509 -in FILE -text -noout' shows one. --password-file FILE holds the password in its first line");
+            return false;
+        }
+        ok("credentials", "they can be read and belong together");
+        Certificates.look(transport).forEach(findings::add);
+        return true;
     }
 
     @SuppressWarnings("try")
@@ -108,17 +137,14 @@ final class DoctorCommand implements Callable<Integer> {
                     "'quorl daemon' starts one; look at it with 'quorl doctor --daemon nats://127.0.0.1:4222'");
             return;
         }
-        DaemonGreeting greeting;
-        try {
-            greeting = DaemonGreeting.hear(daemon);
-            ok("daemon", "version " + greeting.version() + ", messages of " + greeting.maxPayload()
-                    + " bytes in one piece" + (greeting.wantsTls() ? ", wants TLS" : "")
-                    + (greeting.wantsCredentials() ? ", wants credentials" : ""));
-        } catch (Failure e) {
-            wrong("daemon", e.getMessage(), "is it running, and are host and port right? 'quorl daemon' starts one on this "
-                    + "machine; between machines a firewall may be in the way");
-            return;
+        List<String> servers = new ArrayList<>();
+        for (String server : daemon.split(",", -1)) servers.add(server);
+        DaemonGreeting greeting = null;
+        for (String server : servers) {
+            DaemonGreeting heard = hear(server, servers.size() > 1);
+            if (greeting == null) greeting = heard;
         }
+        if (greeting == null) return;
         if (greeting.wantsTls() && !daemon.startsWith("tls://")) {
             note("credentials", "the daemon wants TLS", "begin its address with tls://, and give --trust if its certificate is "
                     + "not from a public authority");
@@ -129,19 +155,25 @@ final class DoctorCommand implements Callable<Integer> {
         connect();
     }
 
+    /** What one server says; null when it says nothing, which is told. */
+    private DaemonGreeting hear(String server, boolean oneOfSeveral) {
+        try {
+            DaemonGreeting greeting = DaemonGreeting.hear(server);
+            ok("daemon", (oneOfSeveral ? server.strip() + ": " : "") + "version " + greeting.version() + ", messages of " + greeting.maxPayload()
+                    + " bytes in one piece" + (greeting.wantsTls() ? ", wants TLS" : "")
+                    + (greeting.wantsCredentials() ? ", wants credentials" : ""));
+            return greeting;
+        } catch (Failure e) {
+            wrong("daemon", e.getMessage(), "is it running, and are host and port right? 'quorl daemon' starts one on this "
+                    + "machine; between machines a firewall may be in the way");
+            return null;
+        }
+    }
+
     @SuppressWarnings("try")
     private void connect() throws InterruptedException {
         try (Quorl quorl = Quorl.open()) {
-            try {
-                Credentials.use(transport);
-                if (transport.trust != null || transport.identity != null || transport.user != null) {
-                    ok("credentials", "they can be read and belong together");
-                }
-            } catch (Failure e) {
-                wrong("credentials", e.getMessage(), "certificates and keys are PEM, or PKCS #12 in a file named .p12; "
-                        + "'openssl x509 -in FILE -text -noout' shows one");
-                return;
-            }
+            Credentials.use(transport);
             long start = System.nanoTime();
             try (QuorlQrdTransport through =
                     new QuorlQrdTransport(transport.service, transport.network, transport.daemon)) {

@@ -31,8 +31,10 @@ final class ChildCommand implements AutoCloseable {
         List<String> command = new ArrayList<>(List.of(Path.of(System.getProperty("java.home"), "bin", "java").toString(),
                 "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xmx128m",
                 "-Dcom.vesma.quorl.library=" + System.getProperty("com.vesma.quorl.library")));
+        command.addAll(List.of("-cp", System.getProperty("java.class.path")));
+        // The last of an option counts.
         command.addAll(options);
-        command.addAll(List.of("-cp", System.getProperty("java.class.path"), Main.class.getName()));
+        command.add(Main.class.getName());
         command.addAll(arguments);
         err = Files.createTempFile(folder, "child", ".err");
         ProcessBuilder builder = new ProcessBuilder(command).directory(folder.toFile()).redirectError(err.toFile());
