@@ -133,6 +133,61 @@ TEST_F(Loss, littleIsUnconfirmedHoweverFastItWasSent) {
     EXPECT_LE(advisories.sumOf("_QUORL.WARN.daemon.lost", "unconfirmed") * size, 2u << 20);
 }
 
+quorl_u64 figureOf(quorlMsg daemon, const char* name) {
+    quorl_u64 value = UINT64_MAX;
+    EXPECT_EQ(quorlMsg_GetU64Ex(daemon, name, &value, 0), QUORL_OK) << name;
+    return value;
+}
+
+TEST_F(Loss, theStatisticsCountForEachConnection) {
+    const quorlTransport transport = transportTo(server.url(), "svc");
+    const quorlTransport local = newTransport();
+    Advisories advisories(local);
+    Numbers numbers;
+    listen(QUORL_DEFAULT_QUEUE, transport, "a", onNumber, &numbers);
+    settleOn(transport);
+    for (int kill = 1; kill <= 2; ++kill) {
+        server.kill();
+        ASSERT_TRUE(advisories.waitFor(kill, kill - 1));
+        for (int i = 0; i < 10; ++i) ASSERT_EQ(sendNumber(transport, "a", i), QUORL_OK);
+        ASSERT_TRUE(server.start());
+        ASSERT_TRUE(advisories.waitFor(kill, kill));
+        settleOn(transport);
+    }
+    EXPECT_EQ(drain(QUORL_DEFAULT_QUEUE), 20);
+    quorlMsg request = newMessage("_QUORL.STATS");
+    quorlMsg reply = nullptr;
+    ASSERT_EQ(quorlTransport_SendRequest(local, request, &reply, limit), QUORL_OK);
+    const quorlMsg* daemons = nullptr;
+    quorl_u32 count = 0;
+    ASSERT_EQ(quorlMsg_GetMsgArrayEx(reply, "daemons", &daemons, &count, 0), QUORL_OK);
+    ASSERT_EQ(count, 1u);
+    for (const auto& [name, expected] : std::map<std::string, std::string>{{"daemon", server.url()},
+                                                                           {"service", "svc"},
+                                                                           {"network", ""},
+                                                                           {"phase", "connected"},
+                                                                           {"server", server.url()}}) {
+        const char* text = nullptr;
+        ASSERT_EQ(quorlMsg_GetStringEx(daemons[0], name.c_str(), &text, 0), QUORL_OK) << name;
+        EXPECT_EQ(text, expected) << name;
+    }
+    // The twenty, and those of the three times that all was waited for.
+    EXPECT_EQ(figureOf(daemons[0], "messages_out"), 23u);
+    EXPECT_EQ(figureOf(daemons[0], "messages_in"), 23u);
+    EXPECT_GT(figureOf(daemons[0], "bytes_out"), 20u * 16);
+    EXPECT_GT(figureOf(daemons[0], "bytes_in"), 20u * 16);
+    EXPECT_EQ(figureOf(daemons[0], "reconnects"), 2u);
+    EXPECT_EQ(figureOf(daemons[0], "waiting"), 0u);
+    EXPECT_EQ(figureOf(daemons[0], "lost"), advisories.sumOf("_QUORL.INFO.daemon.back", "lost"));
+    EXPECT_EQ(figureOf(daemons[0], "unconfirmed"), advisories.sumOf("_QUORL.WARN.daemon.lost", "unconfirmed"));
+    EXPECT_EQ(figureOf(daemons[0], "malformed"), 0u);
+    quorl_bool paused = QUORL_TRUE;
+    EXPECT_EQ(quorlMsg_GetBoolEx(daemons[0], "paused", &paused, 0), QUORL_OK);
+    EXPECT_EQ(paused, QUORL_FALSE);
+    quorlMsg_Destroy(reply);
+    quorlMsg_Destroy(request);
+}
+
 TEST_F(Loss, whatIsSentMeanwhileIsKeptInOrder) {
     const quorlTransport transport = transportTo(server.url());
     const quorlTransport local = newTransport();

@@ -300,6 +300,7 @@ void Connection::connectFirst() {
 // Makes a session with the server, with all subscriptions. QUORL_DAEMON_NOT_FOUND and others with the reason.
 quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
     const int64_t start = monotonicNow();
+    std::string url = server.url();
     Session::Request request{server, {}, std::max<int64_t>(deadline - start, millisecond), wakeEvent_};
     {
         Lock lock(lock_);
@@ -330,6 +331,8 @@ quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
     }
     if (good) {
         returned_ = monotonicNow();
+        Lock lock(lock_);
+        server_.swap(url);
         lastRead_ = returned_;
         askAt_ = returned_;
         return QUORL_OK;
@@ -428,6 +431,7 @@ void Connection::keepUp() noexcept {
             if (markUnderWay_) markIsBack(monotonicNow());
             lostUnconfirmed_ = handed_.get() - confirmed_.get();
             confirmed_ += lostUnconfirmed_;
+            unconfirmedEver_ += lostUnconfirmed_;
             try {
                 lostReason_ = givenUp_ != nullptr ? givenUp_ : session_->reason();
             } catch (const std::bad_alloc&) {
@@ -443,6 +447,8 @@ void Connection::keepUp() noexcept {
         if (stopping_.load(std::memory_order_acquire)) return;
         const uint64_t kept = messagesWaiting();
         const uint64_t lost = outbox_.takeLost();
+        lostEver_ += lost;
+        reconnects_ += 1;
         outbox_.setConnected(true);
         phase_.store(connected, std::memory_order_release);
         adviseBack(kept, lost);
@@ -504,6 +510,28 @@ void Connection::adviseRejections() noexcept {
     } catch (const std::bad_alloc&) {
         // Perhaps next time.
     }
+}
+
+Connection::Figures Connection::figures() {
+    static constexpr const char* phases[] = {"connecting", "connected", "away", "failed", "ended"};
+    Figures figures;
+    {
+        Lock lock(lock_);
+        figures.server = server_;
+    }
+    figures.phase = phases[phase_.load(std::memory_order_relaxed)];
+    figures.messagesOut = handed_.get();
+    figures.bytesOut = handedBytes_.get();
+    figures.messagesIn = intake_.messages.get();
+    figures.bytesIn = intake_.bytes.get();
+    figures.waiting = outbox_.waiting();
+    figures.arriving = arriving();
+    figures.paused = paused();
+    figures.reconnects = reconnects_.get();
+    figures.lost = lostEver_.get() + outbox_.lost();
+    figures.unconfirmed = unconfirmedEver_.get();
+    figures.malformed = intake_.rejections.total();
+    return figures;
 }
 
 uint64_t Connection::messagesWaiting() noexcept {

@@ -88,6 +88,24 @@ class Connection {
     uint64_t arriving() noexcept;
     bool paused() const noexcept { return paused_.load(std::memory_order_relaxed); }
 
+    // What the statistics say. On any thread; does not wait for the daemon. Throws std::bad_alloc.
+    struct Figures {
+        const char* phase = "";
+        std::string server;  // that is used, or was used last; empty before the first
+        uint64_t messagesOut = 0;
+        uint64_t bytesOut = 0;
+        uint64_t messagesIn = 0;
+        uint64_t bytesIn = 0;
+        uint64_t waiting = 0;  // bytes that wait to be sent
+        uint64_t arriving = 0;
+        bool paused = false;
+        uint64_t reconnects = 0;   // how often the daemon came back
+        uint64_t lost = 0;         // messages refused or dropped while it was away
+        uint64_t unconfirmed = 0;  // messages that were on their way to it when it went
+        uint64_t malformed = 0;    // what came in and was no message
+    };
+    Figures figures();
+
     // For the list of connections: who uses this one. Guarded by that list's lock.
     uint32_t users = 0;
 
@@ -177,11 +195,15 @@ class Connection {
     std::atomic<uint64_t> markSeen_{0};  // the number of the last mark that came back
     std::atomic<uint64_t> arriving_{0};
     std::atomic<bool> paused_{false};
+    Tally reconnects_;  // of the thread, like the next two
+    Tally lostEver_;    // without what the outbox has lost since the daemon was there
+    Tally unconfirmedEver_;
 
     Mutex lock_;                           // of the next five; taken inside io_ and inside transports' locks
     quorl_status firstStatus_ = QUORL_OK;  // of the first attempt to connect
     std::string firstText_;
-    std::string name_;  // for the daemon's tools, from the next session on
+    std::string server_;  // that is used, or was used last
+    std::string name_;    // for the daemon's tools, from the next session on
     std::unordered_map<std::string, std::unique_ptr<Subscription>> subscriptions_;
     std::vector<Change> changes_;
 

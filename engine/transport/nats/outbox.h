@@ -78,6 +78,7 @@ class Outbox {
 
     // Messages that were refused or dropped because the daemon was away, since the last time that this was asked.
     uint64_t takeLost() noexcept { return lost_.exchange(0, std::memory_order_relaxed); }
+    uint64_t lost() const noexcept { return lost_.load(std::memory_order_relaxed); }
     void addLost(uint64_t messages) noexcept { lost_.fetch_add(messages, std::memory_order_relaxed); }
     // Messages that wait.
     uint64_t messages() noexcept;

@@ -11,6 +11,7 @@
 #include "base/status.h"
 #include "subject/subject.h"
 #include "transport/nats/connection.h"
+#include "transport/nats/connection_statistics.h"
 
 namespace quorl::transport::nats {
 namespace {
@@ -193,7 +194,13 @@ quorl_status openPort(std::string_view daemon, std::string_view service, std::st
     }
 }
 
+std::vector<std::shared_ptr<Connection>> connections() {
+    Lock lock(listLock);
+    return list != nullptr ? *list : std::vector<Shared>();
+}
+
 void start() noexcept {
+    countConnections();
     Lock lock(listLock);
     if (list == nullptr) list = new (std::nothrow) std::vector<Shared>;
     closing = list == nullptr;

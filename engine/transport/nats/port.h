@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #include "transport/transport.h"
 
@@ -12,6 +13,10 @@ namespace quorl::transport::nats {
 // QUORL_DAEMON_NOT_FOUND and others with the reason; QUORL_NO_MEMORY.
 quorl_status openPort(std::string_view daemon, std::string_view service, std::string_view network,
                       std::unique_ptr<Carrier>* port) noexcept;
+
+// The connections of this process. Throws std::bad_alloc.
+class Connection;
+std::vector<std::shared_ptr<Connection>> connections();
 
 // The library opens, or closes: then waits until what was sent is out, and no thread is left.
 void start() noexcept;

@@ -109,6 +109,8 @@ void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t s
         }
         bytes += used;
         size -= used;
+        intake_.messages += 1;
+        intake_.bytes += used;
         deliver(*thread, std::move(content), listeners, count);
     }
 }

@@ -13,6 +13,7 @@
 #include "transport/nats/assembler.h"
 #include "transport/nats/rejections.h"
 #include "transport/nats/session.h"
+#include "transport/nats/tally.h"
 #include "transport/router.h"
 
 namespace quorl::transport::nats {
@@ -27,6 +28,11 @@ struct Intake {
     Router inboxes;         // listeners and requests of inboxes
     Rejections rejections;  // messages that came in and were none
     int wakeEvent = -1;     // an eventfd that is set when something is to be told of them; set once, before any comes
+
+    // Messages that went to listeners, once for each pattern that brought them, and the bytes of their images and reply
+    // subjects. Written by the thread of libnats for every payload.
+    alignas(64) Tally messages;
+    Tally bytes;
 
     // On the thread of libnats.
     void reject(const char* reason, std::string_view subject) noexcept;
