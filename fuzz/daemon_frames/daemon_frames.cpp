@@ -2,6 +2,7 @@
 // one that is built around bytes of the input so that entries and parts are right enough to get deep.
 //
 // What is delivered is put into frames by an outbox once more, and has to come out of them as it was.
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <tuple>
@@ -258,6 +259,19 @@ class Run {
         }
         require(Asked::most() <= largestAlways + largestPerByte * std::max(payload.size(), limits.bytes),
                 "a size that was only announced was asked for");
+        lookAtRejections();
+    }
+    // What a program is told of messages that were none.
+    void lookAtRejections() {
+        Rejections::Notice notice;
+        if (!intake_.rejections.take(&notice)) return;
+        rejected_ += notice.count;
+        require(rejected_ == intake_.rejections.total(), "messages that were none are counted twice, or not at all");
+        require(notice.reason != nullptr && *notice.reason != '\0', "a message is rejected without a reason");
+        require(notice.subject.size() <= size_t{3} * QUORL_SUBJECT_MAX, "the subject of a notice is too long");
+        require(subject::wellFormed(notice.subject) || std::all_of(notice.subject.begin(), notice.subject.end(),
+                                                                   [](char c) { return c > ' ' && c < 0x7f; }),
+                "the subject of a notice cannot be shown");
     }
     // The readers by themselves.
     void read(const Block& block) {
@@ -338,6 +352,7 @@ class Run {
     int64_t now_ = 0;
     uint64_t deliveries_[7] = {};
     uint64_t secondBefore_ = 0;
+    uint64_t rejected_ = 0;
 };
 
 }  // namespace
