@@ -31,8 +31,10 @@ constexpr int64_t second = 1000 * millisecond;
 constexpr int64_t firstPause = 20 * millisecond;
 constexpr int64_t longestPause = second;
 
-// How long a creator waits beyond the limit for connecting: the reason of the failure is worth it.
-constexpr int64_t creatorsPatience = second / 2;
+// What a creator's limit leaves for the last attempt to end and say why it failed: the rest is for the attempts.
+int64_t reasonsShare(int64_t limit) noexcept {
+    return std::min(limit / 4, 250 * millisecond);
+}
 
 SenderId randomId() noexcept {
     SenderId id{};
@@ -155,7 +157,7 @@ bool Connection::mayRename() noexcept {
 }
 
 quorl_status Connection::waitUntilConnected() noexcept {
-    const int64_t deadline = monotonicNow() + connectTimeout_ + creatorsPatience;
+    const int64_t deadline = monotonicNow() + connectTimeout_;
     for (;;) {
         const uint32_t phase = phase_.load(std::memory_order_acquire);
         if (phase == connected || phase == away) return QUORL_OK;
@@ -163,7 +165,7 @@ quorl_status Connection::waitUntilConnected() noexcept {
         if (stopping_.load(std::memory_order_acquire)) return fail(QUORL_NOT_INITIALIZED, "the library closes");
         if (!futexWait(phase_, connecting, deadline)) {
             return fail(QUORL_DAEMON_NOT_FOUND, "connect %s: no answer after %.1f s", key_.daemon.c_str(),
-                        static_cast<double>(connectTimeout_ + creatorsPatience) / 1e9);
+                        static_cast<double>(connectTimeout_) / 1e9);
         }
     }
     Lock lock(lock_);
@@ -273,7 +275,7 @@ void Connection::run() noexcept {
 }
 
 void Connection::connectFirst() {
-    const int64_t deadline = monotonicNow() + connectTimeout_;
+    const int64_t deadline = monotonicNow() + connectTimeout_ - reasonsShare(connectTimeout_);
     std::string texts;
     quorl_status worst = QUORL_DAEMON_NOT_FOUND;
     for (size_t i = 0; i < servers_.size() && !stopping_.load(std::memory_order_acquire); ++i) {
