@@ -12,7 +12,8 @@ import picocli.CommandLine.Option;
 
 /** quorl demo: publishes this machine's counters, listens to them and shows them live. */
 @Command(name = "demo", description = {"Publishes this machine's counters ten times a second as typed messages and shows what "
-        + "a listener hears.", "Ends with a count of what was sent and received; a message lost makes the exit code 1."})
+        + "a listener hears.", "Ends with a count of what was sent and received; a message lost makes the exit code 1."},
+        footer = {"", "Examples:", "  quorl demo", "  quorl demo --seconds 5 --stats"})
 final class DemoCommand extends Action {
     private static final double SAMPLES_PER_SECOND = 10;
     private static final double FRAMES_PER_SECOND = 5;

@@ -35,11 +35,26 @@ class UsageTest {
         }
     }
 
+    @ParameterizedTest
+    @ValueSource(strings = {"send", "listen", "request", "reply", "run", "stats", "demo", "daemon", "doctor", "help"})
+    void helpShowsWhatTheOptionShows(String command) {
+        Cli help = Cli.run("help", command);
+        assertEquals(Cli.run(command, "--help"), help);
+        assertEquals(0, help.code());
+        assertTrue(help.out().contains("\nExample"), help.out());
+    }
+
+    @Test
+    void helpAloneListsTheCommands() {
+        assertEquals(Cli.run("--help"), Cli.run("help"));
+        Cli.expectUsage("there is no command 'nothing'", "quorl", "help", "nothing");
+    }
+
     @Test
     void theHelpNamesEveryCommand() {
         Cli help = Cli.run("--help");
         assertEquals(0, help.code());
-        for (String command : new String[] {"send", "listen", "request", "reply", "run", "stats", "demo", "daemon", "doctor"}) {
+        for (String command : new String[] {"send", "listen", "request", "reply", "run", "stats", "demo", "daemon", "doctor", "help"}) {
             assertTrue(help.out().contains("\n  " + command + " "), help.out());
         }
     }

@@ -1,0 +1,35 @@
+package com.vesma.quorl.cli;
+
+import java.util.concurrent.Callable;
+import picocli.CommandLine;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.Parameters;
+import picocli.CommandLine.Spec;
+
+/** quorl help: shows what --help shows. */
+@Command(name = "help", description = "Shows the help of a command, or of all.",
+        footer = {"", "Examples:", "  quorl help", "  quorl help send"})
+final class HelpCommand implements Callable<Integer> {
+    @Spec
+    CommandSpec spec;
+
+    @Option(names = {"-h", "--help"}, usageHelp = true, description = "show this help")
+    boolean help;
+
+    @Parameters(arity = "0..1", paramLabel = "COMMAND", description = "the command; without it all are listed")
+    String command;
+
+    @Override
+    public Integer call() {
+        CommandLine all = spec.parent().commandLine();
+        CommandLine shown = command == null ? all : all.getSubcommands().get(command);
+        if (shown == null) {
+            throw new ParameterException(all, "there is no command '" + command + "'");
+        }
+        shown.usage(spec.commandLine().getOut());
+        return Main.OK;
+    }
+}

@@ -1,0 +1,46 @@
+# Completion of the quorl command in bash: commands, options, and files where an option takes one.
+
+_quorl() {
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command= options i
+    local bus='--daemon --service --network --trust --identity --user --password-file'
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        if [[ ${COMP_WORDS[i]} != -* ]]; then
+            command=${COMP_WORDS[i]}
+            break
+        fi
+    done
+    COMPREPLY=()
+    case $command in
+        '') options='send listen request reply run stats demo daemon doctor help -h --help --version' ;;
+        send) options="-h --help -n --count --csv --json --rate $bus" ;;
+        listen) options="-h --help -n --count --csv --json --timeout $bus" ;;
+        request) options="-h --help -n --count --csv --json --json-file --rate --timeout $bus" ;;
+        reply) options="-h --help -n --count --csv --echo --json --quiet --timeout $bus" ;;
+        run) options="-h --help -e --execute $bus" ;;
+        stats) options="-h --help -n --answer --count --json --timeout --watch $bus" ;;
+        demo) options="-h --help --seconds --stats $bus" ;;
+        daemon) options='-h --help -p --port --max-payload --seconds --server' ;;
+        doctor) options="-h --help --json $bus" ;;
+        help) options='-h --help send listen request reply run stats demo daemon doctor help' ;;
+        *) return ;;
+    esac
+    case $before in
+        --json) [[ $command != send ]] || { _quorl_files "$word"; return; } ;;
+        --csv | --json-file | --trust | --identity | --password-file | --server) _quorl_files "$word"; return ;;
+        --daemon) mapfile -t COMPREPLY < <(compgen -W 'nats:// tls://' -- "$word"); return ;;
+        --service | --network | --user | --count | --rate | --timeout | --watch | --seconds | --port | --max-payload) return ;;
+        --execute | -n | -e | -p) return ;;
+    esac
+    if [[ $command == run && $word != -* ]]; then
+        _quorl_files "$word"
+        return
+    fi
+    mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
+}
+
+_quorl_files() {
+    compopt -o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen -f -- "$1")
+}
+
+complete -F _quorl quorl

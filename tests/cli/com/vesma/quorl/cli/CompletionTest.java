@@ -1,0 +1,68 @@
+package com.vesma.quorl.cli;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.InputStream;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Set;
+import java.util.TreeSet;
+import java.util.concurrent.TimeUnit;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+import picocli.CommandLine;
+import picocli.CommandLine.Model.OptionSpec;
+
+/** The completion of the shell offers what the command has, no more and no less. */
+class CompletionTest {
+    @TempDir
+    Path folder;
+
+    /** What bash offers behind these words, the last of which is being typed. */
+    private Set<String> offers(String... words) throws Exception {
+        List<String> command = new ArrayList<>(List.of("bash", "--norc", "-c",
+                "source \"$0\"; COMP_WORDS=(quorl \"$@\"); COMP_CWORD=$#; _quorl; printf '%s\\n' \"${COMPREPLY[@]}\"",
+                Path.of(System.getProperty("cli.packaging"), "quorl.bash").toString()));
+        command.addAll(List.of(words));
+        Process bash = new ProcessBuilder(command).directory(folder.toFile()).redirectErrorStream(true).start();
+        String said = new String(bash.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
+        assertTrue(bash.waitFor(60, TimeUnit.SECONDS));
+        Set<String> offered = new TreeSet<>(said.lines().toList());
+        offered.remove("");
+        return offered;
+    }
+
+    @Test
+    void everyCommandAndOptionIsOffered() throws Exception {
+        CommandLine all = new CommandLine(new Main(InputStream.nullInputStream()));
+        Set<String> first = new TreeSet<>(all.getSubcommands().keySet());
+        first.addAll(all.getCommandSpec().optionsMap().keySet());
+        assertEquals(first, offers(""));
+        for (String command : all.getSubcommands().keySet()) {
+            Set<String> options = new TreeSet<>();
+            for (OptionSpec option : all.getSubcommands().get(command).getCommandSpec().options()) {
+                if (!option.hidden()) options.addAll(List.of(option.names()));
+            }
+            assertEquals(options, offers(command, "-"), command);
+        }
+        Set<String> helped = new TreeSet<>(all.getSubcommands().keySet());
+        helped.addAll(List.of("-h", "--help"));
+        assertEquals(helped, offers("help", ""));
+    }
+
+    @Test
+    void filesAreOfferedWhereAnOptionTakesOne() throws Exception {
+        Files.writeString(folder.resolve("table.csv"), "");
+        for (String[] words : new String[][] {{"send", "a", "--csv", "t"}, {"send", "--json", "t"}, {"listen", "a", "--csv", "t"},
+                {"doctor", "--trust", "t"}, {"run", "t"}}) {
+            assertEquals(Set.of("table.csv"), offers(words));
+        }
+        assertEquals(Set.of("--timeout", "--trust"), offers("listen", "a", "--json", "--t"));
+        assertEquals(Set.of("listen"), offers("l"));
+        assertEquals(Set.of(), offers("send", "--rate", ""));
+    }
+}
