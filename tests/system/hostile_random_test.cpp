@@ -105,8 +105,8 @@ bool misbehave(Client& client, Random& random) {
         case 1: {  // byte for byte, so much that it would last
             const std::string text = wrong(random) + std::string(1 << 20, 'x');
             for (const char byte : text) {
-                if (!client.send(std::string_view(&byte, 1))) break;
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                pollfd waited{client.socket(), POLLRDHUP, 0};
+                if (poll(&waited, 1, 1) != 0 || !client.send(std::string_view(&byte, 1))) break;
             }
             return false;
         }

@@ -11,7 +11,7 @@
 
 #if defined(__SANITIZE_ADDRESS__)
 // libnats forgets the memory of a message that it was in the middle of when its connection was closed.
-extern "C" const char* __lsan_default_suppressions() {
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
     return "leak:natsBuf_Create\n";
 }
 #endif

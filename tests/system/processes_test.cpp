@@ -122,5 +122,47 @@ TEST(Processes, oneThatIsKilledLeavesTheOthersAlone) {
     close(ready[1]);
 }
 
+// Listens until it is told that its daemon was lost, and whether the reason says why.
+int beCutOff(const std::string& daemon, int ready) {
+    quorlTransport transport = 0;
+    if (quorl_Open() != QUORL_OK) return noLibrary;
+    if (quorlTransport_Create(&transport, nullptr, nullptr, daemon.c_str()) != QUORL_OK) return noTransport;
+    Advisories advisories(newTransport());
+    listen(
+        QUORL_DEFAULT_QUEUE, transport, "flood", [](quorlEvent, quorlMsg, void*) {}, nullptr);
+    settleOn(transport);
+    if (write(ready, "r", 1) != 1 || !advisories.waitFor(1, 1)) return missing;
+    const std::string reason = advisories.seen().front().texts["reason"];
+    if (reason.find("slow consumer") != std::string::npos) return good;
+    printf("the reason was: %s\n", reason.c_str());
+    fflush(stdout);
+    return disordered;
+}
+
+TEST(Processes, oneThatIsStoppedIsToldThatItWasCutOff) {
+    NatsServer server("max_pending: 1MB\nwrite_deadline: \"1s\"");
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t subscriber = spawn([&] { return beCutOff(server.url(), ready[1]); });
+    char byte;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    kill(subscriber, SIGSTOP);
+    ASSERT_EQ(quorl_Open(), QUORL_OK);
+    const quorlTransport transport = transportTo(server.url());
+    quorlMsg message = newMessage("flood");
+    const std::string bytes(500'000, 'x');
+    quorlMsg_AddOpaqueEx(message, "bytes", bytes.data(), static_cast<quorl_u32>(bytes.size()), 0);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+    while (server.log().find("Slow Consumer") == std::string::npos && std::chrono::steady_clock::now() < end) {
+        ASSERT_EQ(quorlTransport_Send(transport, message), QUORL_OK);
+    }
+    quorlMsg_Destroy(message);
+    kill(subscriber, SIGCONT);
+    EXPECT_EQ(outcomeOf(subscriber), good);
+    EXPECT_EQ(quorl_Close(), QUORL_OK);
+    close(ready[0]);
+    close(ready[1]);
+}
+
 }  // namespace
 }  // namespace quorltest

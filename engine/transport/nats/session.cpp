@@ -27,6 +27,13 @@
 namespace quorl::transport::nats {
 namespace {
 
+// With so many bytes waiting in the socket, or fewer after nothing was read for a while, this process does not read as fast as
+// others send; and how long after that it may be the reason of a loss.
+constexpr int behind = 1 << 20;
+constexpr int behindAfterPause = 16 << 10;
+constexpr int64_t longPause = 500'000'000;
+constexpr int64_t recently = 5'000'000'000;
+
 // With TLS: milliseconds for which what was written may wait without the daemon taking any of it.
 constexpr unsigned int unsentLimit = 10'000;
 
@@ -273,13 +280,15 @@ std::string Session::reason() const {
     if (broke_ != nullptr) return broke_;
     const char* text = nullptr;
     const natsStatus status = natsConnection_GetLastError(connection_, &text);
-    if (text != nullptr && *text != '\0') {
-        if (*text == '(') {
-            if (const char* end = std::strstr(text, "): ")) text = end + 3;
-        }
-        return text;
+    if (text == nullptr || *text == '\0')
+        text = status != NATS_OK ? natsStatus_GetText(status) : "closed by the daemon";
+    if (*text == '(') {
+        if (const char* end = std::strstr(text, "): ")) text = end + 3;
     }
-    return status != NATS_OK ? natsStatus_GetText(status) : "closed by the daemon";
+    // A daemon does not say why it cuts somebody off.
+    if (behindAt_ != 0 && monotonicNow() - behindAt_ < recently)
+        return std::string(text) + ", while much waited to be read: perhaps cut off by the daemon as a slow consumer";
+    return text;
 }
 
 // With TLS: whether a record has come in whole, or nothing can come any more. If not, the socket counts as readable only when
@@ -303,6 +312,9 @@ void Session::read() noexcept {
     int waiting = 0;
     ioctl(socket_, FIONREAD, &waiting);
     if (tls_ && !recordWaits()) return;
+    const int64_t now = monotonicNow();
+    if (waiting >= behind || (waiting >= behindAfterPause && now - readAt_ >= longPause)) behindAt_ = now;
+    readAt_ = now;
     natsConnection_ProcessReadEvent(connection_);
     uint64_t messages = messagesSeen_;
     uint64_t bytes = 0;
@@ -346,7 +358,10 @@ uint64_t Session::countWaiting() noexcept {
 
 bool Session::mayRead() noexcept {
     if (paused_) {
-        if (handed_.resumeAt.load(std::memory_order_seq_cst) != never) return false;
+        if (handed_.resumeAt.load(std::memory_order_seq_cst) != never) {
+            behindAt_ = monotonicNow();
+            return false;
+        }
     } else {
         if (waiting() <= mostWaiting) return true;
         // Well below the bound, or it would be counted again after every read.
@@ -355,6 +370,7 @@ bool Session::mayRead() noexcept {
     const uint64_t waits = countWaiting();
     paused_ = waits > mostWaiting / 2;
     if (!paused_) return true;
+    behindAt_ = monotonicNow();
     handed_.resumeAt.store(handed_.cost.load(std::memory_order_relaxed) + (waits - mostWaiting / 2),
                            std::memory_order_seq_cst);
     heavyFence();

@@ -167,6 +167,8 @@ class Session {
     size_t maxPayload_ = 0;
     uint64_t readSinceMessage_ = 0;  // bytes
     uint64_t messagesSeen_ = 0;
+    int64_t behindAt_ = 0;         // when much waited to be read; 0: never
+    int64_t readAt_ = 0;           // when it was last read
     const char* broke_ = nullptr;  // what the daemon did against the protocol; null for nothing
     std::atomic<uint32_t> feedsLeft_{0};
 };
