@@ -4,7 +4,6 @@
 #include <nats/nats.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/ioctl.h>
@@ -291,27 +290,11 @@ std::string Session::reason() const {
     return text;
 }
 
-// With TLS: whether a record has come in whole, or nothing can come any more. If not, the socket counts as readable only when
-// the rest of the record is there.
-bool Session::recordWaits() const noexcept {
-    std::array<uint8_t, 5> head;  // type, version, size
-    const ssize_t got = recv(socket_, head.data(), head.size(), MSG_PEEK | MSG_DONTWAIT);
-    const int record = static_cast<int>(head.size()) + (got == ssize_t{head.size()} ? head[3] << 8 | head[4] : 0);
-    int waiting = 0;
-    ioctl(socket_, FIONREAD, &waiting);
-    pollfd state{socket_, POLLRDHUP, 0};
-    const bool whole = waiting >= record && got == ssize_t{head.size()};
-    const int least = whole ? 1 : record;
-    setsockopt(socket_, SOL_SOCKET, SO_RCVLOWAT, &least, sizeof least);
-    return whole || poll(&state, 1, 0) != 0;
-}
-
 void Session::read() noexcept {
     // A daemon that sends without end and never completes a message would otherwise be believed up to the size that it
     // names, which may be any.
     int waiting = 0;
     ioctl(socket_, FIONREAD, &waiting);
-    if (tls_ && !recordWaits()) return;
     const int64_t now = monotonicNow();
     if (waiting >= behind || (waiting >= behindAfterPause && now - readAt_ >= longPause)) behindAt_ = now;
     readAt_ = now;

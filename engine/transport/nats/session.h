@@ -10,8 +10,8 @@
 // connection from the timers' thread: see the marks of connection.h. Its error handler looks at nothing. A connecting that it
 // would not end is ended, see connect_watch.h. Servers that a greeting names are not told to it, since it would try one after
 // the other, each for its whole time, when the daemon fails. With TLS it waits inside of its calls, for as long as it takes,
-// until a record is whole or the socket takes more: it is called when a record is whole, and the system breaks a connection
-// off to which it could write nothing for a while. What has come of a message when its connection is lost leaks there: at
+// until a record is whole or the socket takes more: the system breaks a connection off to which it could write nothing for a
+// while. What has come of a message when its connection is lost leaks there: at
 // most one message for each loss.
 //
 // libnats reads as fast as the daemon sends, and keeps without bound what its delivery has not got to. A session counts what
@@ -141,7 +141,6 @@ class Session {
     static void onMessage(__natsConnection*, __natsSubscription*, __natsMsg* message, void* closure);
     static void onFinished(void* closure);
     quorl_status connect(const Request& request);
-    bool recordWaits() const noexcept;
     bool takePayloadLimit() noexcept;
     uint64_t waiting() const noexcept;
     void ringIfPaused() noexcept;
