@@ -11,7 +11,8 @@ import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
 /** What a daemon says of itself to everybody who connects, before anybody has to say who they are. */
-record DaemonGreeting(String version, long maxPayload, boolean wantsTls, boolean wantsCredentials) {
+record DaemonGreeting(String version, long maxPayload, boolean wantsTls, boolean wantsCertificate,
+        boolean wantsCredentials) {
     private static final int PATIENCE = 2000;
     private static final int LONGEST = 64 * 1024;
     private static final int DEFAULT_PORT = 4222;
@@ -63,7 +64,8 @@ record DaemonGreeting(String version, long maxPayload, boolean wantsTls, boolean
         String version = find(line, "\"version\":\"([^\"]*)\"");
         String payload = find(line, "\"max_payload\":([0-9]{1,18})");
         return new DaemonGreeting(version == null ? "unknown" : version, payload == null ? 0 : Long.parseLong(payload),
-                find(line, "\"(tls_required)\":true") != null, find(line, "\"(auth_required)\":true") != null);
+                find(line, "\"(tls_required)\":true") != null, find(line, "\"(tls_verify)\":true") != null,
+                find(line, "\"(auth_required)\":true") != null);
     }
 
     private static String find(String line, String pattern) {

@@ -149,6 +149,9 @@ final class DoctorCommand implements Callable<Integer> {
             note("credentials", "the daemon wants TLS", "begin its address with tls://, and give --trust if its certificate is "
                     + "not from a public authority");
         }
+        if (greeting.wantsCertificate() && transport.identity == null) {
+            note("credentials", "the daemon wants a certificate of whoever connects", "give --identity FILE");
+        }
         if (greeting.wantsCredentials() && transport.user == null && transport.identity == null) {
             note("credentials", "the daemon wants to know who connects", "give --user with --password-file, or --identity");
         }

@@ -111,8 +111,9 @@ class DaemonTest {
     void greetingsAndAddressesAreRead() {
         DaemonGreeting greeting = DaemonGreeting.parse(
                 "INFO {\"server_id\":\"x\",\"version\":\"2.9.10\",\"max_payload\":1048576,\"auth_required\":true}");
-        assertEquals(new DaemonGreeting("2.9.10", 1048576, false, true), greeting);
-        assertEquals(new DaemonGreeting("unknown", 0, true, false), DaemonGreeting.parse("INFO {\"tls_required\":true}"));
+        assertEquals(new DaemonGreeting("2.9.10", 1048576, false, false, true), greeting);
+        assertEquals(new DaemonGreeting("unknown", 0, true, true, false),
+                DaemonGreeting.parse("INFO {\"tls_required\":true,\"tls_verify\":true}"));
         assertThrows(Failure.class, () -> DaemonGreeting.parse(""));
         assertEquals(new DaemonGreeting.Place("h", 4222), DaemonGreeting.Place.of("h"));
         assertEquals(new DaemonGreeting.Place("h", 5), DaemonGreeting.Place.of("tls://u:p@h:5,g:6"));

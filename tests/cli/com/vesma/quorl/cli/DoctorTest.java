@@ -4,6 +4,11 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.ByteArrayInputStream;
+import java.io.IOException;
+import java.io.OutputStream;
+import java.net.InetAddress;
+import java.net.ServerSocket;
+import java.net.Socket;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -145,6 +150,28 @@ class DoctorTest {
             String said = child.out.lines().collect(Collectors.joining("\n"));
             shows(said, "note   json", "'apt-get install libgoogle-gson-java'");
             assertEquals(0, child.code(), said);
+        }
+    }
+
+    @Test
+    void aDaemonThatWantsACertificateIsTold() throws Exception {
+        try (ServerSocket server = new ServerSocket(0, 1, InetAddress.getLoopbackAddress())) {
+            Thread greeter = new Thread(() -> {
+                // The doctor's look, and then the library's connection, which gets no further.
+                for (int i = 0; i < 2; i++) {
+                    try (Socket socket = server.accept(); OutputStream out = socket.getOutputStream()) {
+                        out.write("INFO {\"version\":\"2.9.10\",\"tls_required\":true,\"tls_verify\":true}\r\n".getBytes(
+                                StandardCharsets.US_ASCII));
+                    } catch (IOException e) {
+                        return;
+                    }
+                }
+            });
+            greeter.start();
+            shows(doctor(1, "--daemon", "127.0.0.1:" + server.getLocalPort()), "wants TLS", "begin its address with tls://",
+                    "wants a certificate of whoever connects", "-> give --identity FILE", "wrong  connection");
+            server.close();
+            greeter.join(TimeUnit.SECONDS.toMillis(ChildCommand.LIMIT));
         }
     }
 
