@@ -9,13 +9,6 @@
 
 #include "impostor.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-// libnats forgets the memory of a message that it was in the middle of when its connection was closed.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
-    return "leak:natsBuf_Create\n";
-}
-#endif
-
 namespace quorltest {
 namespace {
 
