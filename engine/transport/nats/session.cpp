@@ -295,6 +295,11 @@ void Session::read() noexcept {
     // names, which may be any.
     int waiting = 0;
     ioctl(socket_, FIONREAD, &waiting);
+    // With TLS a read takes one record, which may be small.
+    std::array<uint8_t, 5> head{};  // type, version, size
+    int most = readSize;
+    if (tls_ && recv(socket_, head.data(), head.size(), MSG_PEEK | MSG_DONTWAIT) == ssize_t{head.size()})
+        most = head[3] << 8 | head[4];
     const int64_t now = monotonicNow();
     if (waiting >= behind || (waiting >= behindAfterPause && now - readAt_ >= longPause)) behindAt_ = now;
     readAt_ = now;
@@ -309,7 +314,7 @@ void Session::read() noexcept {
         messagesSeen_ = messages;
         readSinceMessage_ = 0;
     } else {
-        readSinceMessage_ += static_cast<uint64_t>(std::clamp(waiting, 0, readSize));
+        readSinceMessage_ += static_cast<uint64_t>(std::clamp(waiting, 0, most));
         if (readSinceMessage_ > maxPayload_ + size_t{4} * readSize) broke_ = "the daemon sends a message without end";
     }
 }
