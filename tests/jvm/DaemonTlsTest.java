@@ -165,9 +165,9 @@ class DaemonTlsTest {
     void aCertificateIsShownWhenItIsDemanded() throws Exception {
         credentials.setDaemonCert(null, text("ca.pem"));
         try (NatsServer server = new NatsServer(tls("server", verifying()))) {
-            refused(address(server), QuorlException.DAEMON_NOT_FOUND, "connect tls://localhost:");
+            refused(address(server), QuorlException.USERPASS_MISMATCH, "a certificate of the program is demanded");
             credentials.setUserCertWithKey(both("stranger.pem", "stranger.key"), null);
-            refused(address(server), QuorlException.DAEMON_NOT_FOUND, "connect tls://localhost:");
+            refused(address(server), QuorlException.USERPASS_MISMATCH, "the certificate of the program is refused");
             credentials.setUserCertWithKey(both("client.pem", "client.key"), null);
             works(address(server));
             credentials.setUserCertWithKey(both("client.pem", "client-locked.key"), PASSWORD.toCharArray());
@@ -177,7 +177,7 @@ class DaemonTlsTest {
             assertEquals(QuorlException.USERPASS_MISMATCH, wrong.getStatus());
             works(address(server));
             credentials.setUserCertWithKey(null, null);
-            refused(address(server), QuorlException.DAEMON_NOT_FOUND, "connect tls://localhost:");
+            refused(address(server), QuorlException.USERPASS_MISMATCH, "a certificate of the program is demanded");
             credentials.setUserCertWithKeyBin(Files.readAllBytes(folder.resolve("client.p12")), PASSWORD.toCharArray());
             works(address(server));
         }

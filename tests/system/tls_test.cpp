@@ -22,6 +22,10 @@ class Certificates {
         issue("client", "ca", "DNS:client", "-days 2");
         issue("stranger", "other-ca", "DNS:stranger", "-days 2");
         run("openssl rsa -aes128 -passout pass:secret -in client.key -out client-locked.key");
+        run("openssl pkcs12 -export -in client.pem -inkey client.key -passout pass:secret -out client-locked.p12");
+        run("openssl pkcs12 -export -in client.pem -inkey client.key -passout pass: -out client.p12");
+        run("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=alone -addext subjectAltName=DNS:localhost "
+            "-keyout alone.key -out alone.pem");
     }
 
     std::string path(const std::string& name) const { return folder_.file(name); }
@@ -162,7 +166,7 @@ TEST_F(Tls, aCertificateOfAnotherHostIsRefused) {
 TEST_F(Tls, aClientCertificateIsShownWhenItIsDemanded) {
     NatsServer server(certificates->tlsOf("server", certificates->verifying()));
     trust("ca");
-    refused(tls(server), QUORL_DAEMON_NOT_FOUND, "connect tls://localhost:");
+    refused(tls(server), QUORL_USERPASS_MISMATCH, "a certificate of the program is demanded");
     ASSERT_EQ(identify("client.pem", "client.key", nullptr), QUORL_OK) << quorl_LastErrorText();
     works(tls(server));
     ASSERT_EQ(identify("client.pem", "client-locked.key", "secret"), QUORL_OK) << quorl_LastErrorText();
@@ -172,10 +176,138 @@ TEST_F(Tls, aClientCertificateIsShownWhenItIsDemanded) {
     EXPECT_NE(std::string(quorl_LastErrorText()), "");
     works(tls(server));
     ASSERT_EQ(identify("stranger.pem", "stranger.key", nullptr), QUORL_OK) << quorl_LastErrorText();
-    refused(tls(server), QUORL_DAEMON_NOT_FOUND, "connect tls://localhost:");
+    refused(tls(server), QUORL_USERPASS_MISMATCH, "the certificate of the program is refused");
     // One that is not demanded does no harm.
     NatsServer other(certificates->tlsOf("server"));
     works(tls(other));
+}
+
+TEST_F(Tls, aClientCertificateMayComeInBinaryForm) {
+    NatsServer server(certificates->tlsOf("server", certificates->verifying()));
+    trust("ca");
+    const std::string locked = certificates->text("client-locked.p12");
+    ASSERT_NE(locked.find('\0'), std::string::npos);
+    const auto set = [](const std::string& bytes, const char* password) {
+        return quorlSecureDaemon_SetUserCertWithKeyBin(bytes.data(), static_cast<quorl_u32>(bytes.size()), password);
+    };
+    ASSERT_EQ(set(locked, "secret"), QUORL_OK) << quorl_LastErrorText();
+    works(tls(server));
+    EXPECT_EQ(set(locked, "wrong"), QUORL_USERPASS_MISMATCH);
+    EXPECT_EQ(set(locked, ""), QUORL_USERPASS_MISMATCH);
+    EXPECT_EQ(set(locked, nullptr), QUORL_USERPASS_MISMATCH);
+    works(tls(server));
+    // Taken away, it is shown no more; without a password of its own it is one too.
+    ASSERT_EQ(quorlSecureDaemon_SetUserCertWithKeyBin(nullptr, 0, nullptr), QUORL_OK);
+    refused(tls(server), QUORL_USERPASS_MISMATCH, "a certificate of the program is demanded");
+    ASSERT_EQ(set(certificates->text("client.p12"), ""), QUORL_OK) << quorl_LastErrorText();
+    works(tls(server));
+}
+
+TEST_F(Tls, certificatesOfAnyDaemonHoldForThoseWithoutTheirOwn) {
+    NatsServer server(certificates->tlsOf("server"));
+    const std::string ca = certificates->text("ca.pem");
+    const std::string other = certificates->text("other-ca.pem");
+    ASSERT_EQ(quorlSecureDaemon_SetDaemonCert(QUORLSD_ANY_DAEMON, ca.c_str()), QUORL_OK);
+    works(tls(server));
+    works(tls(server, "127.0.0.1"));
+    ASSERT_EQ(quorlSecureDaemon_SetDaemonCert("LOCALHOST", other.c_str()), QUORL_OK);
+    refused(tls(server), QUORL_DAEMON_NOT_FOUND, "certificate");
+    works(tls(server, "127.0.0.1"));
+    ASSERT_EQ(quorlSecureDaemon_SetDaemonCert(("tls://localhost:" + std::to_string(server.port())).c_str(), ca.c_str()),
+              QUORL_OK);
+    works(tls(server));
+    ASSERT_EQ(quorlSecureDaemon_SetDaemonCert(nullptr, nullptr), QUORL_OK);
+    works(tls(server));
+    refused(tls(server, "127.0.0.1"), QUORL_DAEMON_NOT_FOUND, "certificate");
+}
+
+TEST_F(Tls, aDaemonThatSignedItselfIsTrustedByItsOwnCertificate) {
+    NatsServer server(certificates->tlsOf("alone"));
+    refused(tls(server), QUORL_DAEMON_NOT_FOUND, "self");
+    trust("alone");
+    works(tls(server));
+    NatsServer another(certificates->tlsOf("server"));
+    refused(tls(another), QUORL_DAEMON_NOT_FOUND, "certificate");
+}
+
+// Everything that the library says while it uses credentials, whether they are right or wrong.
+TEST_F(Tls, noSecretIsTold) {
+    const std::string right = "open-sesame-4711";
+    const std::string wrong = "abracadabra-0815";
+    NatsServer server(certificates->tlsOf("server", certificates->verifying()) +
+                      "\nauthorization { user: anna, password: \"" + right + "\" }");
+    std::mutex mutex;
+    std::string told;
+    struct Listening {
+        std::mutex& mutex;
+        std::string& told;
+    } listening{mutex, told};
+    const quorlTransport local = newTransport();
+    const quorlQueue queue = newQueue();
+    listen(
+        queue, local, "_QUORL.>",
+        [](quorlEvent, quorlMsg message, void* closure) {
+            auto& to = *static_cast<Listening*>(closure);
+            const char* text = nullptr;
+            EXPECT_EQ(quorlMsg_ConvertToString(message, &text), QUORL_OK);
+            std::lock_guard lock(to.mutex);
+            to.told += text;
+        },
+        &listening);
+    const auto note = [&] {
+        std::lock_guard lock(mutex);
+        told += quorl_LastErrorText();
+    };
+    Threads dispatcher;
+    dispatcher.start([=] {
+        while (quorlQueue_TimedDispatch(queue, -1) == QUORL_OK) {
+        }
+    });
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    {
+        Advisories advisories(local);
+        trust("ca");
+        EXPECT_EQ(identify("client.pem", "client-locked.key", wrong.c_str()), QUORL_USERPASS_MISMATCH);
+        note();
+        ASSERT_EQ(identify("client.pem", "client-locked.key", "secret"), QUORL_OK);
+        ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", wrong.c_str()), QUORL_OK);
+        refused(tls(server), QUORL_USERPASS_MISMATCH, "is refused");
+        note();
+        quorlTransport none = 0;
+        EXPECT_EQ(quorlTransport_Create(&none, nullptr, nullptr, ("tls://anna:" + right + "@localhost").c_str()),
+                  QUORL_DAEMON_NOT_FOUND);
+        note();
+        ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", right.c_str()), QUORL_OK);
+        const quorlTransport transport = transportTo(tls(server));
+        settleOn(transport);
+        server.kill();
+        ASSERT_TRUE(advisories.waitFor(1, 0));
+        ASSERT_TRUE(server.start());
+        ASSERT_TRUE(advisories.waitFor(1, 1));
+        settleOn(transport);
+        for (const char* subject : {"_QUORL.STATS", "_QUORL.LASTERROR"}) {
+            quorlMsg question = newMessage(subject);
+            quorlMsg answer = nullptr;
+            ASSERT_EQ(quorlTransport_SendRequest(local, question, &answer, limit), QUORL_OK);
+            const char* text = nullptr;
+            EXPECT_EQ(quorlMsg_ConvertToString(answer, &text), QUORL_OK);
+            {
+                std::lock_guard lock(mutex);
+                told += text;
+            }
+            quorlMsg_Destroy(answer);
+            quorlMsg_Destroy(question);
+        }
+    }
+    quorlQueue_DestroyEx(queue, nullptr, nullptr);
+    dispatcher.join();
+    told += testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
+    EXPECT_NE(told.find("daemon"), std::string::npos) << "the advisories and texts are there";
+    const std::string key = certificates->text("client.key");
+    for (const std::string& secret : {right, wrong, std::string("secret"), key.substr(key.find('\n') + 1, 20),
+                                      certificates->text("client.pem").substr(40, 20), std::string("-----BEGIN")})
+        EXPECT_EQ(told.find(secret), std::string::npos) << secret;
 }
 
 TEST_F(Tls, userNameAndPasswordAreShownAndChecked) {

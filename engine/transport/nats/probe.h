@@ -12,4 +12,7 @@ namespace quorl::transport::nats {
 // Empty: it can be reached.
 std::string whyUnreachable(const Server& server, int64_t timeout);
 
+// Whether the daemon says in its greeting, which it gives in the clear, that it wants to see a certificate of its clients.
+bool demandsCertificate(const Server& server, int64_t timeout);
+
 }  // namespace quorl::transport::nats

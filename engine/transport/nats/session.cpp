@@ -246,8 +246,19 @@ quorl_status Session::connect(const Request& request) {
             if (why.empty()) why = status == NATS_TIMEOUT ? "no greeting" : "no daemon speaks there";
             break;
         }
-        default:
+        default: {
             why = lastWords(status);
+            const bool hungUp = status == NATS_IO_ERROR || status == NATS_CONNECTION_CLOSED || why.ends_with("got ''");
+            // With TLS 1.3 a program learns only after the handshake that its certificate is missed or refused.
+            const int64_t left = start + request.timeout - monotonicNow();
+            if (hungUp && request.server.tls && demandsCertificate(request.server, std::max<int64_t>(left, 0))) {
+                outcome = QUORL_USERPASS_MISMATCH;
+                why = credentials.certPem.present() ? "the certificate of the program is refused"
+                                                    : "a certificate of the program is demanded";
+            } else if (hungUp) {
+                why = "the daemon hangs up";
+            }
+        }
     }
     return refuse(outcome, request, why, start);
 }
