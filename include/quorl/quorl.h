@@ -320,7 +320,8 @@ typedef QUORL_ENUM(quorlTransportBatchMode){
 /* Creates a transport. Every parameter may be null, and then takes the default of the in-process parameters.
  * daemon: null or empty: a port on the embedded bus of this process; else a daemon's address. service, network: separate
  * buses; only transports with the same pair see each other (printable ASCII without spaces, at most 63 bytes).
- * QUORL_SERVICE_NOT_FOUND, QUORL_NETWORK_NOT_FOUND (malformed), QUORL_DAEMON_NOT_FOUND (malformed, or not reached). */
+ * QUORL_SERVICE_NOT_FOUND, QUORL_NETWORK_NOT_FOUND (malformed), QUORL_DAEMON_NOT_FOUND (malformed, or not reached),
+ * QUORL_USERPASS_MISMATCH (the daemon refuses the credentials, or demands some). */
 QUORL_API quorl_status quorlTransport_Create(quorlTransport* transport, const char* service, const char* network,
                                              const char* daemon);
 
@@ -330,13 +331,14 @@ QUORL_API quorl_status quorlTransport_Destroy(quorlTransport transport);
 /* Describes the program for advisories and daemons' tools: not null, at most 255 bytes. */
 QUORL_API quorl_status quorlTransport_SetDescription(quorlTransport transport, const char* description);
 
-/* Asks for unconfirmed data to be kept for reliability seconds against loss; 0 or more, finite. Without effect on the
- * embedded bus, which loses nothing. QUORL_INVALID_TIME_INTERVAL otherwise. */
+/* Asks for messages to be kept for at most reliability seconds while the daemon is away; 0, as at first, sets no limit of
+ * time. Without effect on the embedded bus and on circuits. QUORL_INVALID_TIME_INTERVAL: negative or not finite. */
 QUORL_API quorl_status quorlTransport_RequestReliability(quorlTransport transport, quorl_f64 reliability);
 
 /* QUORL_INVALID_ARG for an unknown mode. */
 QUORL_API quorl_status quorlTransport_SetBatchMode(quorlTransport transport, quorlTransportBatchMode mode);
-/* Bytes that a batch gathers before it goes out; 0 turns batching by size off. */
+/* Bytes that a batch gathers before it goes out; 0, as at first, stands for 64 KiB. Without effect but with
+ * QUORLTRANSPORT_TIMER_BATCH. */
 QUORL_API quorl_status quorlTransport_SetBatchSize(quorlTransport transport, quorl_u32 numBytes);
 
 /* Writes a new subject, unique in the world, that only listeners of this transport may listen to: the reply address of a
@@ -345,14 +347,17 @@ QUORL_API quorl_status quorlTransport_SetBatchSize(quorlTransport transport, quo
 QUORL_API quorl_status quorlTransport_CreateInbox(quorlTransport transport, char* subject, quorl_u32 limit);
 
 /* Sends a message to its send subject. The message stays the caller's, and may be changed, sent again or destroyed at
- * once. QUORL_INVALID_SUBJECT: none, malformed, or with wildcards. */
+ * once. A send that is faster than its way out waits for room. QUORL_INVALID_SUBJECT: none, malformed, or with wildcards;
+ * QUORL_INVALID_SIZE: larger than a daemon's transport or a circuit carries; QUORL_DAEMON_NOT_CONNECTED: the daemon is away
+ * and the buffer for that is full; QUORL_VC_NOT_CONNECTED; QUORL_NO_MEMORY. */
 QUORL_API quorl_status quorlTransport_Send(quorlTransport transport, quorlMsg message);
 /* Sends count messages in order. All are checked before the first goes out. QUORL_INVALID_ARG: a null array with a count. */
 QUORL_API quorl_status quorlTransport_Sendv(quorlTransport transport, const quorlMsg* messages, quorl_u32 count);
 
 /* Sends a request and waits for the first reply, up to timeout seconds. Gives the request a reply subject of the
  * library's own. The reply is the caller's to destroy. Works from inside a callback too: the wait needs no dispatching.
- * QUORL_TIMEOUT: no reply came; QUORL_INTR: the transport or the library was closed meanwhile. */
+ * Fails as a send does; the time it waits for room counts. QUORL_TIMEOUT: no reply came; QUORL_INTR: the transport or the
+ * library was closed meanwhile. */
 QUORL_API quorl_status quorlTransport_SendRequest(quorlTransport transport, quorlMsg request, quorlMsg* reply,
                                                   quorl_f64 timeout);
 
