@@ -117,7 +117,11 @@ TEST_F(Wiping, seesWhatIsNotWiped) {
     auto* block = new std::string(password_);
     delete block;
     watched = nullptr;
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     EXPECT_EQ(found, 3);
+#else
+    EXPECT_EQ(found, 2);
+#endif
 }
 
 TEST_F(Wiping, identitiesInText) {
@@ -175,6 +179,8 @@ extern "C" int __wrap_munmap(void* address, size_t length) {
     return __real_munmap(address, length);
 }
 
+// A sanitizer has operators of its own, for all forms of them.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 void* operator new(size_t size) {
     if (void* block = std::malloc(size != 0 ? size : 1)) return block;
     throw std::bad_alloc();
@@ -187,3 +193,4 @@ void operator delete(void* block, size_t) noexcept {
     quorltest::lookAtBlock(block);
     std::free(block);
 }
+#endif
