@@ -42,7 +42,12 @@ class DaemonTest {
                 }
             }
             try (QuorlMsg question = new QuorlMsg("stats.there"); QuorlMsg answer = transport.request(question, LIMIT)) {
-                check(QuorlStatistics.of(answer).process() == ProcessHandle.current().pid(), "statistics");
+                QuorlStatistics statistics = QuorlStatistics.of(answer);
+                check(statistics.process() == ProcessHandle.current().pid(), "statistics");
+                check(statistics.daemons().size() == 1, "one connection, shared by the transports");
+                QuorlStatistics.Daemon daemon = statistics.daemons().get(0);
+                check(daemon.phase().equals("connected") && daemon.messagesOut() >= 40 && daemon.messagesIn() >= 40,
+                        daemon.toString());
             }
         }
 

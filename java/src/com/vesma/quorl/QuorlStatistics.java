@@ -28,9 +28,10 @@ import java.util.List;
  * @param lag how long events waited in their queues
  * @param objects what lives in the process
  * @param queues one for each queue, the first 4096; a list that cannot be changed
+ * @param daemons one for each connection to a daemon; a list that cannot be changed
  */
 public record QuorlStatistics(String version, long process, long messagesOut, long bytesOut, long messagesIn, long bytesIn,
-        Lag lag, Objects objects, List<Queue> queues) {
+        Lag lag, Objects objects, List<Queue> queues, List<Daemon> daemons) {
     static final String SUBJECT = "_QUORL.STATS";
 
     /**
@@ -78,6 +79,30 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
     public record Queue(long id, String name, long priority, long waiting, long mostWaiting, long dispatched,
             long dropped, long refused, int policy, long maxEvents, long discardAmount) {}
 
+    /**
+     * One connection to a daemon, which all transports with the same daemon, service and network share.
+     *
+     * @param daemon the daemon, as the transports name it
+     * @param service the service, empty for none
+     * @param network the network, empty for none
+     * @param phase {@code "connecting"}, {@code "connected"}, {@code "away"}, {@code "failed"} or {@code "ended"}
+     * @param server the server that is used, or was used last; empty before the first
+     * @param messagesOut messages that were written
+     * @param bytesOut their bytes
+     * @param messagesIn messages that came in, once for each subject listened to that they match
+     * @param bytesIn their bytes
+     * @param waiting bytes that wait to be written
+     * @param arriving bytes that were read and are in no listener's queue yet, and 256 more for each message
+     * @param paused whether nothing more is read until those are fewer
+     * @param reconnects how often the daemon came back
+     * @param lost messages that were refused or dropped while it was away
+     * @param unconfirmed messages that were on their way to it when it went
+     * @param malformed what came in and was no message
+     */
+    public record Daemon(String daemon, String service, String network, String phase, String server, long messagesOut,
+            long bytesOut, long messagesIn, long bytesIn, long waiting, long arriving, boolean paused, long reconnects,
+            long lost, long unconfirmed, long malformed) {}
+
     /** Takes those of now. */
     static QuorlStatistics take() {
         try (QuorlMsg answer = Inside.ask(SUBJECT)) {
@@ -90,7 +115,7 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
             Objects own = new Objects(all.listeners, all.vectorListeners, all.timers, all.queues, all.queueGroups,
                     all.transports - 1, all.others, all.messages);
             return new QuorlStatistics(taken.version, taken.process, taken.messagesOut, taken.bytesOut, taken.messagesIn,
-                    taken.bytesIn, taken.lag, own, taken.queues);
+                    taken.bytesIn, taken.lag, own, taken.queues, taken.daemons);
         }
     }
 
@@ -111,6 +136,17 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
                         number(queue, "max_events"), number(queue, "discard_amount")));
             }
         }
+        List<Daemon> daemons = new ArrayList<>();
+        if (view.has("daemons")) {
+            for (QuorlMsgView daemon : view.getMsgArray("daemons")) {
+                daemons.add(new Daemon(text(daemon, "daemon"), text(daemon, "service"), text(daemon, "network"),
+                        text(daemon, "phase"), text(daemon, "server"), number(daemon, "messages_out"),
+                        number(daemon, "bytes_out"), number(daemon, "messages_in"), number(daemon, "bytes_in"),
+                        number(daemon, "waiting"), number(daemon, "arriving"),
+                        daemon.has("paused") && daemon.getBool("paused"), number(daemon, "reconnects"),
+                        number(daemon, "lost"), number(daemon, "unconfirmed"), number(daemon, "malformed")));
+            }
+        }
         QuorlMsgView lag = view.has("lag") ? view.getMsg("lag") : null;
         QuorlMsgView objects = view.has("objects") ? view.getMsg("objects") : null;
         return new QuorlStatistics(text(view, "version"), number(view, "process"), number(view, "messages_out"),
@@ -120,7 +156,7 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
                 new Objects(number(objects, "listeners"), number(objects, "vector_listeners"), number(objects, "timers"),
                         number(objects, "queues"), number(objects, "queue_groups"), number(objects, "transports"),
                         number(objects, "others"), number(objects, "messages")),
-                Collections.unmodifiableList(queues));
+                Collections.unmodifiableList(queues), Collections.unmodifiableList(daemons));
     }
 
     /**

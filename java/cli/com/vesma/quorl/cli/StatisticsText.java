@@ -28,7 +28,26 @@ final class StatisticsText {
                     queue.name().isEmpty() ? String.valueOf(queue.id()) : queue.id() + " " + queue.name(), queue.waiting(),
                     queue.mostWaiting(), queue.dispatched(), queue.dropped(), queue.refused(), limit(queue)));
         }
+        if (!now.daemons().isEmpty()) lines.add("");
+        for (QuorlStatistics.Daemon daemon : now.daemons()) {
+            lines.add(daemon(daemon));
+            lines.add("  sent      " + traffic(daemon.messagesOut(), daemon.bytesOut())
+                    + format(", %s wait", bytes(daemon.waiting())));
+            lines.add("  received  " + traffic(daemon.messagesIn(), daemon.bytesIn())
+                    + format(", %s arriving%s", bytes(daemon.arriving()), daemon.paused() ? ", paused" : ""));
+            lines.add(format("  back      %d times; %d lost, %d unconfirmed, %d malformed", daemon.reconnects(), daemon.lost(),
+                    daemon.unconfirmed(), daemon.malformed()));
+        }
         return lines;
+    }
+
+    private static String daemon(QuorlStatistics.Daemon daemon) {
+        StringBuilder line = new StringBuilder("daemon ").append(daemon.daemon());
+        if (!daemon.service().isEmpty()) line.append(", service ").append(daemon.service());
+        if (!daemon.network().isEmpty()) line.append(", network ").append(daemon.network());
+        line.append(": ").append(daemon.phase());
+        if (!daemon.server().isEmpty()) line.append(", at ").append(daemon.server());
+        return line.toString();
     }
 
     private static String traffic(long messages, long bytes) {

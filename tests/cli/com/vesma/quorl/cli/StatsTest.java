@@ -82,6 +82,24 @@ class StatsTest {
     }
 
     @Test
+    void daemonsHaveLinesOfTheirOwn() {
+        try (QuorlMsg plain = new QuorlMsg().addString("daemon", "a:1").addString("phase", "connecting");
+                QuorlMsg full = new QuorlMsg().addString("daemon", "b:2").addString("service", "s").addString("network", "n")
+                        .addString("phase", "away").addString("server", "nats://b:2").addU64("messages_out", 1)
+                        .addU64("bytes_out", 2000).addU64("messages_in", 3).addU64("bytes_in", 4).addU64("waiting", 5)
+                        .addU64("arriving", 6).addBool("paused", true).addU64("reconnects", 7).addU64("lost", 8)
+                        .addU64("unconfirmed", 9).addU64("malformed", 10);
+                QuorlMsg message = new QuorlMsg().addMsgArray("daemons", List.of(plain, full))) {
+            List<String> lines = StatisticsText.lines(QuorlStatistics.of(message), null, 0);
+            assertEquals(List.of("", "daemon a:1: connecting", "  sent      0 messages, 0 bytes, 0 bytes wait",
+                    "  received  0 messages, 0 bytes, 0 bytes arriving", "  back      0 times; 0 lost, 0 unconfirmed, 0 malformed",
+                    "daemon b:2, service s, network n: away, at nats://b:2", "  sent      1 messages, 2.0 kB, 5 bytes wait",
+                    "  received  3 messages, 4 bytes, 6 bytes arriving, paused",
+                    "  back      7 times; 8 lost, 9 unconfirmed, 10 malformed"), lines.subList(lines.size() - 9, lines.size()));
+        }
+    }
+
+    @Test
     void numbersAreShownInUnits() {
         assertEquals("999 bytes", StatisticsText.bytes(999));
         assertEquals("1.0 kB", StatisticsText.bytes(1000));
@@ -97,7 +115,7 @@ class StatsTest {
             QuorlStatistics none = QuorlStatistics.of(empty);
             List<QuorlStatistics.Queue> queues = List.of(queue(0), queue(1), queue(2), queue(3), queue(9));
             List<String> lines = StatisticsText.lines(new QuorlStatistics("9.9.9", 7, 0, 0, 0, 0, none.lag(), none.objects(),
-                    queues), null, 0);
+                    queues, List.of()), null, 0);
             assertTrue(lines.contains("waited    nothing was timed"), lines.toString());
             List<String> ends = List.of("none", "10, the oldest 2 go", "10, the newest 2 go", "10, the new one goes",
                     "10, policy 9");
