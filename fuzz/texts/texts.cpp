@@ -1,6 +1,6 @@
 // Fuzz target: texts that a program, its configuration or a daemon gives. Subjects and patterns against readers and matchers that are
 // as simple as can be, subjects on the wire against themselves, settings from a call against the same ones from a file,
-// addresses of daemons, and the servers that a daemon names, against what they are written as again.
+// addresses of daemons against what they are written as again.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -13,7 +13,6 @@
 #include "subject/trie.h"
 #include "support.h"
 #include "transport/nats/address.h"
-#include "transport/nats/greeting.h"
 #include "transport/nats/wire_subject.h"
 
 namespace {
@@ -262,24 +261,6 @@ void addresses(std::string_view text) {
                 "an address is another one when written");
 }
 
-// ---- the servers that a daemon names
-
-void greetings(std::string_view text) {
-    const Block block(text);
-    const std::string_view given(reinterpret_cast<const char*>(block.data()), block.size());
-    const std::vector<std::string> names = serversNamed(given);
-    require(names.size() <= mostServers, "a daemon names too many servers");
-    require(names.empty() || given.starts_with("INFO "), "what is no greeting names servers");
-    std::string written = "INFO {\"host\":\"x\",\"connect_urls\":[";
-    for (const std::string& name : names) {
-        require(given.find('"' + name) != std::string_view::npos, "a server is named that is not in the greeting");
-        written += (&name == names.data() ? "\"" : ",\"") + name + '"';
-    }
-    // A name that was cut in the middle of an escape takes the quote behind it.
-    if (!names.empty() && names.back().ends_with('\\')) return;
-    require(serversNamed(written + "],\"port\":1}") == names, "servers are others when they are named again");
-}
-
 // ---- credentials
 
 // Whatever stands around it, and wherever it is cut: what precedes an "@" is a credential, and is not repeated.
@@ -315,9 +296,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             break;
         case 2:
             settings(text);
-            break;
-        case 3:
-            greetings(text);
             break;
         default:
             addresses(text);

@@ -2,8 +2,8 @@
  *
  * The rules of quorl.h hold here too, but that no environment need be open. Credentials are checked, copied, belong to the
  * process, and are used by the connections that are made after the call. A null credential takes the earlier one away; the
- * last quorl_Close takes all of them. The library's memory of them is overwritten before it is given back; OpenSSL and
- * libnats, which work with copies, see to their own. No detail text repeats one.
+ * last quorl_Close takes all of them. The library's memory of them is overwritten before it is given back; OpenSSL, which
+ * works with copies, sees to its own. No detail text repeats one.
  *
  * A certificate is PEM, 1 MiB at most (QUORL_INVALID_SIZE). */
 #ifndef QUORL_QUORLSD_H

@@ -181,9 +181,6 @@ TEST_F(Loss, theStatisticsCountForEachConnection) {
     EXPECT_EQ(figureOf(daemons[0], "lost"), advisories.sumOf("_QUORL.INFO.daemon.back", "lost"));
     EXPECT_EQ(figureOf(daemons[0], "unconfirmed"), advisories.sumOf("_QUORL.WARN.daemon.lost", "unconfirmed"));
     EXPECT_EQ(figureOf(daemons[0], "malformed"), 0u);
-    quorl_bool paused = QUORL_TRUE;
-    EXPECT_EQ(quorlMsg_GetBoolEx(daemons[0], "paused", &paused, 0), QUORL_OK);
-    EXPECT_EQ(paused, QUORL_FALSE);
     quorlMsg_Destroy(reply);
     quorlMsg_Destroy(request);
 }

@@ -87,7 +87,7 @@ quorl_status Connection::start() noexcept {
     event.data.fd = wakeEvent_;
     if (epoll_ < 0 || wakeEvent_ < 0 || epoll_ctl(epoll_, EPOLL_CTL_ADD, wakeEvent_, &event) != 0)
         return fail(QUORL_INIT_FAILURE, "the system gives no event loop: %s", strerrordesc_np(errno));
-    // A new thread inherits the mask of its creator. So do the threads that libnats starts from it.
+    // A new thread inherits the mask of its creator.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
@@ -244,12 +244,11 @@ void Connection::applyChanges() noexcept {
         if (change.added != nullptr) {
             Subscription& added = *change.added;
             if (session_ == nullptr || added.subscribed) continue;
-            added.subscribed = session_->subscribe(added, toWire(intake_.prefix, added.pattern()).c_str());
+            added.subscribed = session_->subscribe(added, toWire(intake_.prefix, added.pattern()));
             if (!added.subscribed && !session_->lost()) givenUp_ = "no memory for a subscription";
         } else if (change.subscription->subscribed) {
             session_->unsubscribe(*change.subscription);
             change.subscription->subscribed = false;
-            retired_.push_back(std::move(change.subscription));
         }
     }
 }
@@ -257,7 +256,6 @@ void Connection::applyChanges() noexcept {
 // ---- the thread
 
 void Connection::run() noexcept {
-    const ReadingMemory memory;
     bool running = false;
     try {
         connectFirst();
@@ -303,7 +301,7 @@ void Connection::connectFirst() {
 quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
     const int64_t start = monotonicNow();
     std::string url = server.url();
-    Session::Request request{server, {}, std::max<int64_t>(deadline - start, millisecond), wakeEvent_};
+    Session::Request request{server, {}, std::max<int64_t>(deadline - start, millisecond)};
     {
         Lock lock(lock_);
         request.name = name_;
@@ -313,12 +311,12 @@ quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
     Lock io(io_);
     session_ = std::move(session);
     givenUp_ = nullptr;
-    bool good = session_->subscribe(markFeed_, markSubject_.c_str());
+    bool good = session_->subscribe(markFeed_, markSubject_);
     {
         Lock lock(lock_);
         for (auto& [pattern, subscription] : subscriptions_) {
             if (!good) break;
-            subscription->subscribed = session_->subscribe(*subscription, toWire(intake_.prefix, pattern).c_str());
+            subscription->subscribed = session_->subscribe(*subscription, toWire(intake_.prefix, pattern));
             good = subscription->subscribed;
         }
     }
@@ -336,7 +334,6 @@ quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
         Lock lock(lock_);
         server_.swap(url);
         lastRead_ = returned_;
-        askAt_ = returned_;
         return QUORL_OK;
     }
     const std::string why = session_->lost() ? session_->reason() : "it does not carry messages of this bus";
@@ -355,9 +352,7 @@ bool Connection::awaitMark(Session& session, int64_t deadline, bool ending) noex
         if (session.buffered() != 0) session.write();
         const int64_t left = deadline - monotonicNow();
         if (left <= 0 || (!ending && stopping_.load(std::memory_order_acquire))) return false;
-        // The mark is counted on another thread, which rings.
-        std::array<pollfd, 2> waited{{{session.socket(), 0, 0}, {wakeEvent_, POLLIN, 0}}};
-        if (session.mayRead()) waited[0].events |= POLLIN;
+        std::array<pollfd, 2> waited{{{session.socket(), POLLIN, 0}, {wakeEvent_, POLLIN, 0}}};
         if (session.buffered() != 0) waited[0].events |= POLLOUT;
         if (poll(waited.data(), waited.size(), static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR)
             return false;
@@ -370,25 +365,14 @@ bool Connection::awaitMark(Session& session, int64_t deadline, bool ending) noex
 void Connection::dropSession() noexcept {
     Lock io(io_);
     if (session_ == nullptr) return;
-    session_->close();
-    session_->release(markFeed_);
+    session_.reset();
     {
         Lock lock(lock_);
-        for (auto& [pattern, subscription] : subscriptions_) {
-            session_->release(*subscription);
-            subscription->subscribed = false;
-        }
+        for (auto& [pattern, subscription] : subscriptions_) subscription->subscribed = false;
         for (Change& change : changes_) {
-            if (change.subscription == nullptr) continue;
-            session_->release(*change.subscription);
-            change.subscription->subscribed = false;
+            if (change.subscription != nullptr) change.subscription->subscribed = false;
         }
     }
-    for (auto& subscription : retired_) session_->release(*subscription);
-    retired_.clear();
-    session_.reset();
-    greeting_.reset();
-    paused_.store(false, std::memory_order_relaxed);
     partOffset_ = 0;  // a message that was sent in part is sent whole again
     markUnderWay_ = false;
 }
@@ -435,6 +419,8 @@ void Connection::keepUp() noexcept {
             confirmed_ += lostUnconfirmed_;
             unconfirmedEver_ += lostUnconfirmed_;
             try {
+                std::vector<Server> found = session_->servers();
+                if (!found.empty()) further_ = std::move(found);
                 lostReason_ = givenUp_ != nullptr ? givenUp_ : session_->reason();
             } catch (const std::bad_alloc&) {
                 lostReason_.clear();
@@ -527,8 +513,6 @@ Connection::Figures Connection::figures() {
     figures.messagesIn = intake_.messages.get();
     figures.bytesIn = intake_.bytes.get();
     figures.waiting = outbox_.waiting();
-    figures.arriving = arriving();
-    figures.paused = paused();
     figures.reconnects = reconnects_.get();
     figures.lost = lostEver_.get() + outbox_.lost();
     figures.unconfirmed = unconfirmedEver_.get();

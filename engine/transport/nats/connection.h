@@ -22,7 +22,6 @@
 
 #include "base/mutex.h"
 #include "base/parameters.h"
-#include "transport/nats/greeting.h"
 #include "transport/nats/outbox.h"
 #include "transport/nats/session.h"
 #include "transport/nats/subscription.h"
@@ -83,11 +82,6 @@ class Connection {
     void unlistenToInboxes(std::string_view inboxPrefix) noexcept;
     Router& inboxes() noexcept { return intake_.inboxes; }
 
-    // Cost, as sessions count it, of what was read and not yet handed to listeners; and whether the thread leaves the socket
-    // alone until that is less.
-    uint64_t arriving() noexcept;
-    bool paused() const noexcept { return paused_.load(std::memory_order_relaxed); }
-
     // What the statistics say. On any thread; does not wait for the daemon. Throws std::bad_alloc.
     struct Figures {
         const char* phase = "";
@@ -96,9 +90,7 @@ class Connection {
         uint64_t bytesOut = 0;
         uint64_t messagesIn = 0;
         uint64_t bytesIn = 0;
-        uint64_t waiting = 0;  // bytes that wait to be sent
-        uint64_t arriving = 0;
-        bool paused = false;
+        uint64_t waiting = 0;      // bytes that wait to be sent
         uint64_t reconnects = 0;   // how often the daemon came back
         uint64_t lost = 0;         // messages refused or dropped while it was away
         uint64_t unconfirmed = 0;  // messages that were on their way to it when it went
@@ -140,8 +132,6 @@ class Connection {
     quorl_status takeUp(const Server& server, int64_t deadline);
     bool awaitMark(Session& session, int64_t deadline, bool ending) noexcept;
     void serve() noexcept;
-    void askForServers(int64_t now) noexcept;
-    void takeServers() noexcept;
     void finishSending() noexcept;
     void dropSession() noexcept;
     void pause(int64_t nanoseconds) noexcept;
@@ -164,7 +154,6 @@ class Connection {
     bool sendMark(Session& session, int64_t now) noexcept;
     bool markIsBack(int64_t now) noexcept;
     void markByBytes() noexcept;
-    bool mayRead() noexcept;
 
     // Makes the thread look for work: when it sleeps, or in any case.
     void wake() noexcept;
@@ -193,10 +182,8 @@ class Connection {
     std::atomic<uint32_t> changesWaiting_{0};
     std::atomic<int64_t> lastSend_{0};   // when a sender last found the thread asleep
     std::atomic<uint64_t> markSeen_{0};  // the number of the last mark that came back
-    std::atomic<uint64_t> arriving_{0};
-    std::atomic<bool> paused_{false};
-    Tally reconnects_;  // of the thread, like the next two
-    Tally lostEver_;    // without what the outbox has lost since the daemon was there
+    Tally reconnects_;                   // of the thread, like the next two
+    Tally lostEver_;                     // without what the outbox has lost since the daemon was there
     Tally unconfirmedEver_;
 
     Mutex lock_;                           // of the next five; taken inside io_ and inside transports' locks
@@ -209,12 +196,11 @@ class Connection {
 
     Mutex io_;  // of what follows: whoever calls the session holds it
     std::unique_ptr<Session> session_;
-    std::vector<std::unique_ptr<Subscription>> retired_;  // unsubscribed, and perhaps still fed
-    std::unique_ptr<Outbox::Chunk> current_;              // partly sent
-    size_t nextFrame_ = 0;                                // of it
-    uint32_t partOffset_ = 0;                             // of an entry that is sent in parts
-    uint64_t partNumber_ = 0;                             // of that entry
-    std::vector<uint8_t> scratch_;                        // a part with its header
+    std::unique_ptr<Outbox::Chunk> current_;  // partly sent
+    size_t nextFrame_ = 0;                    // of it
+    uint32_t partOffset_ = 0;                 // of an entry that is sent in parts
+    uint64_t partNumber_ = 0;                 // of that entry
+    std::vector<uint8_t> scratch_;            // a part with its header
     MarkFeed markFeed_{*this};
     const char* givenUp_ = nullptr;  // why the session is taken for lost; null while it is not
     int64_t returned_ = 0;           // when the session began
@@ -230,13 +216,11 @@ class Connection {
     int64_t lastRead_ = 0;
 
     // Of the thread.
-    const std::vector<Server> servers_;   // those that the program named
-    std::vector<Server> further_;         // and those that the daemon told of
-    std::unique_ptr<Greeting> greeting_;  // it is asked just now
-    int64_t askAt_ = 0;                   // when it is asked again, or the answer has not come
-    size_t nextServer_ = 0;               // of both
-    int64_t gatherUntil_ = 0;             // 0: not set
-    int64_t adviseRejectionsAt_ = 0;      // not before
+    const std::vector<Server> servers_;  // those that the program named
+    std::vector<Server> further_;        // and those that the daemon told of
+    size_t nextServer_ = 0;              // of both
+    int64_t gatherUntil_ = 0;            // 0: not set
+    int64_t adviseRejectionsAt_ = 0;     // not before
     int64_t lostAt_ = 0;
     std::string lostReason_;
     uint64_t lostUnconfirmed_ = 0;

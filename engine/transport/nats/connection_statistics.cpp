@@ -45,15 +45,15 @@ quorl_status describe(quorlMsg to, const ConnectionKey& key, const Connection::F
         const char* name;
         uint64_t value;
     };
-    for (const Number& number : {Number{"messages_out", figures.messagesOut}, Number{"bytes_out", figures.bytesOut},
-                                 Number{"messages_in", figures.messagesIn}, Number{"bytes_in", figures.bytesIn},
-                                 Number{"waiting", figures.waiting}, Number{"arriving", figures.arriving},
-                                 Number{"reconnects", figures.reconnects}, Number{"lost", figures.lost},
-                                 Number{"unconfirmed", figures.unconfirmed}, Number{"malformed", figures.malformed}}) {
+    for (const Number& number :
+         {Number{"messages_out", figures.messagesOut}, Number{"bytes_out", figures.bytesOut},
+          Number{"messages_in", figures.messagesIn}, Number{"bytes_in", figures.bytesIn},
+          Number{"waiting", figures.waiting}, Number{"reconnects", figures.reconnects}, Number{"lost", figures.lost},
+          Number{"unconfirmed", figures.unconfirmed}, Number{"malformed", figures.malformed}}) {
         const quorl_status status = quorlMsg_AddU64Ex(to, number.name, number.value, 0);
         if (status != QUORL_OK) return status;
     }
-    return quorlMsg_AddBoolEx(to, "paused", figures.paused ? QUORL_TRUE : QUORL_FALSE, 0);
+    return QUORL_OK;
 }
 
 quorl_status fill(quorlMsg message) noexcept {

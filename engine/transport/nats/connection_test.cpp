@@ -98,11 +98,11 @@ class Flooded : public OverScriptedDaemon {
         const std::string id = subscribed(*listener_);
         queue_->back.lock.lock();
         flood_ = std::thread([this, id, payload = imageWith(size)] {
-            for (int i = 0; i < messages; ++i) EXPECT_TRUE(daemon_.deliver(id, wire("flood"), payload));
-            flooded_ = true;
+            for (; delivered_ < messages; ++delivered_) EXPECT_TRUE(daemon_.deliver(id, wire("flood"), payload));
         });
-        ASSERT_TRUE(waitUntil([&] { return connection_->paused() || flooded_; }));
-        ASSERT_TRUE(connection_->paused());
+        ASSERT_TRUE(waitUntil([&] { return delivered_ == messages || standsStill(); }));
+        // Or all of it would be in this process by now.
+        ASSERT_LT(delivered_, messages / 2);
     }
     void TearDown() override {
         if (flood_.joinable()) {
@@ -112,32 +112,36 @@ class Flooded : public OverScriptedDaemon {
         }
         OverScriptedDaemon::TearDown();
     }
+    // Whether nothing more gets out for a long while, as a processor sees it.
+    bool standsStill() {
+        const int before = delivered_;
+        for (int i = 0; i < 2000; ++i) std::this_thread::yield();
+        return before != 0 && before == delivered_;
+    }
     void letGo() {
         queue_->back.lock.unlock();
         flood_.join();
     }
 
     Listener* listener_ = nullptr;
-    std::atomic<bool> flooded_{false};
+    std::atomic<int> delivered_{0};
     std::thread flood_;
 };
 
-TEST_F(Flooded, noMoreIsReadThanTheBound) {
-    EXPECT_GT(connection_->arriving(), Session::mostWaiting / 2);
-    EXPECT_LT(connection_->arriving(), Session::mostWaiting + (1u << 20));
+TEST_F(Flooded, noMoreIsReadThanGoesOn) {
+    EXPECT_LE(connection_->figures().messagesIn, 1u);
     letGo();
     dispatch(messages);
     EXPECT_EQ(heard_, messages);
-    EXPECT_TRUE(waitUntil([&] { return !connection_->paused() && connection_->arriving() == 0; }));
     connection_->unlisten(*listener_);
 }
 
 TEST_F(Flooded, whatAnEndedListenerLeavesBehindDoesNotHoldUpOthers) {
+    connection_->unlisten(*listener_);
+    letGo();
     int otherHeard = 0;
     Listener& other = listenerTo("other", &otherHeard);
     const std::string id = subscribed(other);
-    connection_->unlisten(*listener_);
-    letGo();
     EXPECT_TRUE(daemon_.deliver(id, wire("other"), imageWith(1)));
     EXPECT_TRUE(waitUntil([&] {
         quorlQueue_TimedDispatch(queueId_, 0);
@@ -145,11 +149,10 @@ TEST_F(Flooded, whatAnEndedListenerLeavesBehindDoesNotHoldUpOthers) {
     }));
     // What was in the queue's way came, and little else.
     EXPECT_LT(heard_, messages / 2);
-    EXPECT_TRUE(waitUntil([&] { return !connection_->paused() && connection_->arriving() == 0; }));
     connection_->unlisten(other);
 }
 
-TEST_F(OverScriptedDaemon, whatComesForNobodyIsNotTakenForWaiting) {
+TEST_F(OverScriptedDaemon, whatComesForNobodyHoldsUpNothing) {
     Listener& former = listenerTo("former", &heard_);
     const std::string formerId = subscribed(former);
     connection_->unlisten(former);
@@ -164,7 +167,6 @@ TEST_F(OverScriptedDaemon, whatComesForNobodyIsNotTakenForWaiting) {
         }
     }
     dispatch(12);
-    EXPECT_FALSE(connection_->paused());
     connection_->unlisten(present);
 }
 

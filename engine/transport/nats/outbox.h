@@ -84,7 +84,8 @@ class Outbox {
     uint64_t messages() noexcept;
 
   private:
-    static constexpr size_t sparesKept = 4;
+    // As many as can be in use while the daemon is there: memory that was given back would be faulted in again, page by page.
+    static constexpr size_t sparesKept = connectedRoom / Chunk::standardRoom;
 
     Chunk& chunkWith(size_t room);
     void dropExpired() noexcept;

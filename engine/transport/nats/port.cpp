@@ -18,10 +18,9 @@ namespace {
 
 using Shared = std::shared_ptr<Connection>;
 
-constinit Mutex listLock;                        // of the next four
+constinit Mutex listLock;                        // of the next three
 constinit std::vector<Shared>* list = nullptr;   // while the library is open
 constinit bool closing = true;                   //
-constinit bool everConnected = false;            // since the library was opened
 constinit std::atomic<uint32_t> listChanges{0};  // stop sleeps on it
 
 // Takes those that have ended off the list. Under the list's lock; they are joined by whoever gets them.
@@ -67,7 +66,6 @@ quorl_status join(const ConnectionKey& key, const std::vector<Server>& servers, 
                                                       !environment::readyCheckDisabled());
             if (const quorl_status status = connection->start(); status != QUORL_OK) return status;
             connection->users = 1;
-            everConnected = true;
             list->push_back(connection);
         }
     }
@@ -229,8 +227,6 @@ void stop() noexcept {
     }
     for (const Shared& connection : *left) connection->join();
     left.reset();
-    if (everConnected) Session::shutDownLibrary();
-    everConnected = false;
 }
 
 }  // namespace quorl::transport::nats

@@ -1,4 +1,4 @@
-// What came in and was no message: counted by the thread that hands messages on, told by the connection's thread.
+// What came in and was no message: counted as it comes, told now and then.
 #pragma once
 
 #include <array>
@@ -19,7 +19,7 @@ class Rejections {
         std::string subject;           // the same; bytes that no subject has are written as "%" and two digits
     };
 
-    // On the thread of libnats alone; does not wait. reason: a text that stays. True: the first since the last notice.
+    // On the connection's thread alone; does not wait. reason: a text that stays. True: the first since the last notice.
     bool note(const char* reason, std::string_view subject) noexcept;
 
     uint64_t total() const noexcept { return total_.load(std::memory_order_relaxed); }

@@ -1,101 +1,58 @@
-// The calls of libnats.
+// Connecting to a daemon, and speaking with it.
 #include "transport/nats/session.h"
 
-#include <nats/nats.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <pthread.h>
-#include <sched.h>
+#include <poll.h>
+#include <strings.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <charconv>
 #include <cstring>
 #include <new>
 
 #include "base/clock.h"
-#include "base/fence.h"
-#include "base/futex.h"
 #include "base/status.h"
 #include "secure/credentials.h"
-#include "transport/nats/probe.h"
 
 namespace quorl::transport::nats {
 namespace {
 
+// Bytes that one read of the socket takes at most, and that read goes on for while there are more.
+constexpr size_t readSize = 128u << 10;
+constexpr size_t readAtOnce = 512u << 10;
+// A larger buffer, which a large message needed, goes when it is empty.
+constexpr size_t inKept = 1u << 20;
+// Bytes that are gathered before they are written.
+constexpr size_t writeSize = 64u << 10;
+constexpr size_t outKept = 512u << 10;
+
 // With so many bytes waiting in the socket, or fewer after nothing was read for a while, this process does not read as fast as
 // others send; and how long after that it may be the reason of a loss.
 constexpr int behind = 1 << 20;
-constexpr int behindAfterPause = 16 << 10;
+constexpr size_t behindAfterPause = 16u << 10;
 constexpr int64_t longPause = 500'000'000;
 constexpr int64_t recently = 5'000'000'000;
 
-// With TLS: milliseconds for which what was written may wait without the daemon taking any of it.
-constexpr unsigned int unsentLimit = 10'000;
-
-constexpr int readSize = 128 << 10;  // bytes that one read takes at most
 // A daemon that announces less is none that this can work with; one that announces more is not believed.
 constexpr int64_t leastPayload = 512;
 constexpr int64_t mostPayload = 64 << 20;  // what the daemon itself has as its upper limit
 
-// The loop is ours: libnats asks for events only by what it leaves unsent, which is looked at after each call.
-natsStatus attachSocket(void** loop, void* given, natsConnection*, natsSock socket) {
-    *static_cast<int*>(given) = static_cast<int>(socket);
-    *loop = given;
-    return NATS_OK;
-}
-natsStatus ignoreInterest(void*, bool) {
-    return NATS_OK;
-}
-natsStatus ignoreDetach(void*) {
-    return NATS_OK;
-}
-// Without a handler of its own libnats writes to the standard error. The subscription may be freed memory.
-void ignoreError(natsConnection*, natsSubscription*, natsStatus, void*) {}
-
-struct DestroyOptions {
-    void operator()(natsOptions* options) const noexcept { natsOptions_Destroy(options); }
-};
-
-// The words of libnats, without the place in its source that stands before them.
-std::string lastWords(natsStatus status) {
-    natsStatus unused;
-    const char* text = nats_GetLastError(&unused);
-    if (text == nullptr || *text == '\0') text = natsStatus_GetText(status);
-    if (*text == '(') {
-        if (const char* end = std::strstr(text, "): ")) text = end + 3;
-    }
-    return text;
-}
-
-// Whether the calling thread has the system's usual policy now, and is of batch work from here on: woken by a thread that
-// runs, it lets that one finish instead of taking its processor. Threads inherit it.
-bool becomeBatch() noexcept {
-    int policy = SCHED_OTHER;
-    sched_param parameters{};
-    if (pthread_getschedparam(pthread_self(), &policy, &parameters) != 0 || policy != SCHED_OTHER) return false;
-    return pthread_setschedparam(pthread_self(), SCHED_BATCH, &parameters) == 0;
-}
-
-// libnats with its threads, if it is not open yet. None of them has anything to do that is urgent. One is woken for each
-// message that is given back, while the thread that gave it back is on its way to whoever waits for the message: two
-// changes of threads for each message that nobody gains by.
-void openLibrary() noexcept {
-    const bool batch = becomeBatch();
-    nats_Open(-1);
-    const sched_param parameters{};
-    if (batch) pthread_setschedparam(pthread_self(), SCHED_OTHER, &parameters);
-}
-
-// A text as libnats may put it between the quotation marks of the JSON in which it introduces the program: it escapes nothing
-// itself. Overwritten when it goes, since it may be a password.
-class Quoted {
+// Text between quotation marks of JSON. Overwritten when it goes, since there may be a password in it.
+class Introduction {
   public:
-    explicit Quoted(std::string_view plain) {
-        text_.reserve(6 * plain.size());  // so that nothing is left where the text grew out of
+    explicit Introduction(size_t most) { text_.reserve(most); }  // so that nothing is left where the text grew out of
+    ~Introduction() { explicit_bzero(text_.data(), text_.size()); }
+    Introduction(const Introduction&) = delete;
+    Introduction& operator=(const Introduction&) = delete;
+
+    static constexpr size_t roomOf(std::string_view plain) noexcept { return 6 * plain.size() + 16; }
+
+    Introduction& operator+=(std::string_view text) {
+        text_ += text;
+        return *this;
+    }
+    void quote(std::string_view plain) {
         for (const char c : plain) {
             const auto byte = static_cast<unsigned char>(c);
             if (byte < 0x20 || byte == 0x7f) {
@@ -107,57 +64,25 @@ class Quoted {
             }
         }
     }
-    ~Quoted() { explicit_bzero(text_.data(), text_.size()); }
-    Quoted(const Quoted&) = delete;
-    Quoted& operator=(const Quoted&) = delete;
-    const char* text() const noexcept { return text_.c_str(); }
+    std::string_view view() const noexcept { return text_; }
 
   private:
     std::string text_;
 };
 
-double seconds(int64_t nanoseconds) noexcept {
-    return static_cast<double>(nanoseconds) / 1e9;
-}
-
 quorl_status refuse(quorl_status status, const Session::Request& request, const std::string& why, int64_t since) {
     return fail(status, "connect %s: %s after %.1f s", request.server.url().c_str(), why.c_str(),
-                seconds(monotonicNow() - since));
+                static_cast<double>(monotonicNow() - since) / 1e9);
+}
+
+bool startsWith(std::string_view text, const char* words) noexcept {
+    const size_t size = std::strlen(words);
+    return text.size() >= size && strncasecmp(text.data(), words, size) == 0;
 }
 
 }  // namespace
 
-// The thread was woken by the one that reads, which holds a lock of libnats at that time and will sleep soon.
-void Session::onMessage(natsConnection*, natsSubscription*, natsMsg* message, void* closure) {
-    static thread_local const bool batch = becomeBatch();
-    static_cast<void>(batch);
-    Feed& feed = *static_cast<Feed*>(closure);
-    const char* subject = natsMsg_GetSubject(message);
-    const auto size = static_cast<size_t>(std::max(0, natsMsg_GetDataLength(message)));
-    feed.received(subject, reinterpret_cast<const uint8_t*>(natsMsg_GetData(message)), size);
-    natsMsg_Destroy(message);
-    auto& handed = feed.session_->handed_;
-    const uint64_t cost = handed.cost.load(std::memory_order_relaxed) + size + messageCost;
-    announce(handed.cost, cost);
-    if (cost >= handed.resumeAt.load(std::memory_order_seq_cst)) [[unlikely]]
-        feed.session_->ringIfPaused();
-}
-
-// On the thread of libnats.
-void Session::ringIfPaused() noexcept {
-    if (handed_.resumeAt.exchange(never, std::memory_order_seq_cst) == never) return;
-    const uint64_t one = 1;
-    static_cast<void>(!::write(wakeEvent_, &one, sizeof one));
-}
-
-void Session::onFinished(void* closure) {
-    Feed& feed = *static_cast<Feed*>(closure);
-    Session& session = *feed.session_;
-    feed.finished_.store(true, std::memory_order_seq_cst);  // the feed may be gone from here on
-    session.ringIfPaused();                                 // what waited for it does so no longer
-    // And the session from the next step on, but for the word, which waking only names.
-    if (session.feedsLeft_.fetch_sub(1, std::memory_order_acq_rel) == 1) futexWake(session.feedsLeft_, INT32_MAX);
-}
+// ---- connecting
 
 quorl_status Session::open(const Request& request, std::unique_ptr<Session>* session) noexcept {
     try {
@@ -166,315 +91,330 @@ quorl_status Session::open(const Request& request, std::unique_ptr<Session>* ses
         *session = std::move(made);
         return QUORL_OK;
     } catch (const std::bad_alloc&) {
-        return fail(QUORL_NO_MEMORY, "no memory for a connection");
+        return quorl::fail(QUORL_NO_MEMORY, "no memory for a connection");
     }
 }
 
+Session::~Session() = default;
+
 quorl_status Session::connect(const Request& request) {
     const int64_t start = monotonicNow();
-    wakeEvent_ = request.wakeEvent;
-    if (natsStatistics_Create(&statistics_) != NATS_OK) return fail(QUORL_NO_MEMORY, "no memory for a connection");
+    const int64_t deadline = start + request.timeout;
     secure::Credentials credentials;
     if (const quorl_status status = secure::lookup(request.server.hostAndPort(), &credentials); status != QUORL_OK)
         return status;
-    openLibrary();
-    natsOptions* made = nullptr;
-    if (natsOptions_Create(&made) != NATS_OK) return fail(QUORL_NO_MEMORY, "no memory for a connection");
-    std::unique_ptr<natsOptions, DestroyOptions> options(made);
-    natsStatus status = natsOptions_SetURL(made, ("nats://" + request.server.hostAndPort()).c_str());
-    const auto set = [&](natsStatus outcome) {
-        if (status == NATS_OK) status = outcome;
-    };
-    set(natsOptions_SetName(made, Quoted(request.name).text()));
-    // It holds for connecting and once more for the greetings: the whole is watched over.
-    set(natsOptions_SetTimeout(made, std::max<int64_t>(request.timeout / 1'000'000, 1)));
-    set(natsOptions_SetAllowReconnect(made, false));
-    set(natsOptions_SetIgnoreDiscoveredServers(made, true));
-    set(natsOptions_SetPingInterval(made, 0));
-    set(natsOptions_SetSendAsap(made, true));  // otherwise there is a thread that flushes
-    set(natsOptions_SetIOBufSize(made, readSize));
-    set(natsOptions_UseGlobalMessageDelivery(made, true));
-    set(natsOptions_SetErrorHandler(made, ignoreError, nullptr));
-    set(natsOptions_SetEventLoop(made, &socket_, attachSocket, ignoreInterest, ignoreInterest, ignoreDetach));
-    if (credentials.user.present())
-        set(natsOptions_SetUserInfo(made, Quoted(credentials.user.view()).text(),
-                                    Quoted(credentials.password.view()).text()));
-    if (request.server.tls) {
-        set(natsOptions_SetSecure(made, true));
-        set(natsOptions_SetExpectedHostname(made, request.server.host.c_str()));
-        if (credentials.caPem.present()) set(natsOptions_SetCATrustedCertificates(made, credentials.caPem.text()));
-        if (credentials.certPem.present())
-            set(natsOptions_SetCertificatesChain(made, credentials.certPem.text(), credentials.keyPem.text()));
-    }
-    if (status != NATS_OK) return refuse(QUORL_DAEMON_NOT_FOUND, request, lastWords(status), start);
-
-    ConnectWatch watch(request.server.port, start + request.timeout);
-    if (!watch.started()) return refuse(QUORL_DAEMON_NOT_FOUND, request, "no thread to watch over it", start);
-    status = natsConnection_Connect(&connection_, made);
-    if (status == NATS_OK) connected_.emplace(socket_);
-    const bool cut = watch.end();
-    if (status == NATS_OK && !cut) {
-        tls_ = request.server.tls;
-        if (tls_) setsockopt(socket_, IPPROTO_TCP, TCP_USER_TIMEOUT, &unsentLimit, sizeof unsentLimit);
-        if (takePayloadLimit()) return QUORL_OK;
-        const std::string why =
-            "it takes messages of " + std::to_string(natsConnection_GetMaxPayload(connection_)) + " bytes only";
-        return refuse(QUORL_DAEMON_NOT_FOUND, request, why, start);
-    }
-    if (status != NATS_OK) connection_ = nullptr;
-    if (cut) return refuse(QUORL_DAEMON_NOT_FOUND, request, "no complete greeting", start);
+    out_.reserve(2 * writeSize);
     std::string why;
-    quorl_status outcome = QUORL_DAEMON_NOT_FOUND;
-    switch (status) {
-        case NATS_CONNECTION_AUTH_FAILED:
-        case NATS_NOT_PERMITTED:
-            outcome = QUORL_USERPASS_MISMATCH;
-            why = credentials.user.present() ? "the user name or the password is refused"
-                                             : "a user name with a password, or a certificate, is demanded";
-            break;
-        case NATS_SECURE_CONNECTION_REQUIRED:
-        case NATS_SSL_ERROR:
-            why = request.server.tls ? lastWords(status) : "the daemon demands TLS (tls://)";
-            break;
-        case NATS_SECURE_CONNECTION_WANTED:
-            why = "the daemon offers no TLS";
-            break;
-        case NATS_NO_SERVER:
-        case NATS_TIMEOUT: {
-            const int64_t left = start + request.timeout - monotonicNow();
-            why = whyUnreachable(request.server, std::max<int64_t>(left, 0));
-            if (why.empty()) why = status == NATS_TIMEOUT ? "no greeting" : "no daemon speaks there";
-            break;
-        }
-        default: {
-            why = lastWords(status);
-            const bool hungUp = status == NATS_IO_ERROR || status == NATS_CONNECTION_CLOSED || why.ends_with("got ''");
-            // With TLS 1.3 a program learns only after the handshake that its certificate is missed or refused.
-            const int64_t left = start + request.timeout - monotonicNow();
-            if (hungUp && request.server.tls && demandsCertificate(request.server, std::max<int64_t>(left, 0))) {
-                outcome = QUORL_USERPASS_MISMATCH;
-                why = credentials.certPem.present() ? "the certificate of the program is refused"
-                                                    : "a certificate of the program is demanded";
-            } else if (hungUp) {
-                why = "the daemon hangs up";
-            }
-        }
+    link_ = Link::connect(request.server, deadline, &why);
+    if (link_ == nullptr || !greet(deadline, &why)) return refuse(QUORL_DAEMON_NOT_FOUND, request, why, start);
+    if (request.server.tls) {
+        if (!info_.offersTls) return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon offers no TLS", start);
+        // What came in the clear behind the greeting is nobody's word.
+        if (inBegin_ != inEnd_) return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon speaks before TLS", start);
+    } else if (info_.demandsTls) {
+        return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon demands TLS (tls://)", start);
     }
-    return refuse(outcome, request, why, start);
+    bool refused = false;
+    bool good = true;
+    if (request.server.tls) {
+        bool trusted = false;
+        good = link_->startTls(request.server.host, credentials, deadline, &trusted, &why);
+        refused = !good && trusted;
+        tls_ = good;
+    }
+    if (good) {
+        good = introduce(request, credentials, deadline, &why);
+        // With TLS 1.3 a program learns only after the handshake that its certificate is missed or refused.
+        refused = !good && tls_ && complaint_.empty() && lost() && broke_.load() == nullptr;
+    }
+    if (good) return QUORL_OK;
+    if (refused && info_.demandsCertificate) {
+        return refuse(QUORL_USERPASS_MISMATCH, request,
+                      credentials.certPem.present() ? "the certificate of the program is refused"
+                                                    : "a certificate of the program is demanded",
+                      start);
+    }
+    if (startsWith(complaint_, "authorization violation") || startsWith(complaint_, "authentication")) {
+        return refuse(QUORL_USERPASS_MISMATCH, request,
+                      credentials.user.present() ? "the user name or the password is refused"
+                                                 : "a user name with a password, or a certificate, is demanded",
+                      start);
+    }
+    return refuse(QUORL_DAEMON_NOT_FOUND, request, why, start);
+}
+
+// Reads until the daemon has told of itself.
+bool Session::greet(int64_t deadline, std::string* why) {
+    while (!greeted_ && !lost()) {
+        if (!link_->await(POLLIN, deadline)) {
+            *why = "no greeting";
+            return false;
+        }
+        take();
+        use();
+    }
+    if (greeted_ && maxPayload() != 0) return true;
+    if (greeted_) {
+        *why = "it takes messages of " + std::to_string(info_.maxPayload) + " bytes only";
+    } else {
+        *why = broke_.load() != nullptr ? "no daemon speaks there" : "the daemon hangs up";
+    }
+    return false;
+}
+
+// Says who the program is, and waits until the daemon takes it in.
+bool Session::introduce(const Request& request, const secure::Credentials& credentials, int64_t deadline,
+                        std::string* why) {
+    const std::string_view user = credentials.user.view();
+    const std::string_view password = credentials.password.view();
+    Introduction words(256 + Introduction::roomOf(request.name) + Introduction::roomOf(user) +
+                       Introduction::roomOf(password));
+    words += "CONNECT {\"verbose\":false,\"pedantic\":false,\"lang\":\"quorl\",\"version\":\"" QUORL_VERSION
+             "\",\"protocol\":1,\"echo\":true,\"tls_required\":";
+    words += tls_ ? "true" : "false";
+    words += ",\"name\":\"";
+    words.quote(request.name);
+    if (credentials.user.present()) {
+        words += "\",\"user\":\"";
+        words.quote(user);
+        words += "\",\"pass\":\"";
+        words.quote(password);
+    }
+    words += "\"}\r\nPING\r\n";
+    // Not by way of the buffer, where it would stay.
+    for (std::string_view left = words.view(); !left.empty();) {
+        const ssize_t sent = link_->write(left.data(), left.size());
+        if (sent < 0) fail(nullptr);
+        if (sent < 0 || (sent == 0 && !link_->await(POLLOUT, deadline))) break;
+        left.remove_prefix(static_cast<size_t>(sent));
+    }
+    parser_.allow(maxPayload());
+    while (!answered_ && !lost() && complaint_.empty()) {
+        if (!link_->pending() && !link_->await(POLLIN, deadline)) {
+            *why = "no complete greeting";
+            return false;
+        }
+        take();
+        use();
+        answer();
+        write();
+    }
+    if (answered_ && !lost()) return true;
+    if (!complaint_.empty()) {
+        *why = "the daemon says \"" + complaint_ + "\"";
+    } else {
+        const char* broke = broke_.load();
+        *why = broke != nullptr ? broke : "the daemon hangs up";
+    }
+    return false;
+}
+
+void Session::onInfo(std::string_view json) noexcept {
+    try {
+        Info info;
+        if (!readInfo(json, &info)) return fail("the daemon speaks no protocol that is known here");
+        // It tells of its cluster when that changes; all other words leave it out.
+        if (info.servers.empty()) info.servers.swap(info_.servers);
+        info_ = std::move(info);
+    } catch (const std::bad_alloc&) {
+        return fail("no memory for what the daemon says");
+    }
+    greeted_ = true;
+    takePayloadLimit();
 }
 
 // False: it is too low to work with.
 bool Session::takePayloadLimit() noexcept {
-    const int64_t payload = natsConnection_GetMaxPayload(connection_);
-    if (payload < leastPayload) {
-        broke_ = "the daemon takes no message that is worth the name";
+    if (info_.maxPayload < leastPayload) {
+        fail("the daemon takes no message that is worth the name");
+        maxPayload_.store(0, std::memory_order_relaxed);
         return false;
     }
-    maxPayload_ = static_cast<size_t>(std::min(payload, mostPayload));
+    maxPayload_.store(static_cast<size_t>(std::min(info_.maxPayload, mostPayload)), std::memory_order_relaxed);
+    // Others may have sent with the limit that was.
+    if (answered_) parser_.allow(std::max(maxPayload(), parser_.allowed()));
     return true;
 }
 
-Session::~Session() {
-    connected_.reset();
-    natsStatistics_Destroy(statistics_);
-    if (connection_ == nullptr) return;
-    natsConnection_Close(connection_);
-    natsConnection_Destroy(connection_);
+std::vector<Server> Session::servers() const {
+    std::vector<Server> servers;
+    for (const std::string& address : info_.servers) {
+        std::vector<Server> one;
+        if (servers.size() == mostServers || parseAddress(address, &one) != QUORL_OK || one.size() != 1) continue;
+        one.front().tls = tls_;
+        servers.push_back(std::move(one.front()));
+    }
+    return servers;
 }
 
-bool Session::lost() const noexcept {
-    return broke_ != nullptr || natsConnection_IsClosed(connection_);
+// ---- the end
+
+void Session::fail(const char* why) noexcept {
+    if (!lost()) broke_.store(why, std::memory_order_relaxed);
+    lost_.store(true, std::memory_order_release);
 }
 
 std::string Session::reason() const {
-    if (broke_ != nullptr) return broke_;
-    const char* text = nullptr;
-    const natsStatus status = natsConnection_GetLastError(connection_, &text);
-    if (text == nullptr || *text == '\0')
-        text = status != NATS_OK ? natsStatus_GetText(status) : "closed by the daemon";
-    if (*text == '(') {
-        if (const char* end = std::strstr(text, "): ")) text = end + 3;
+    std::string text;
+    const char* broke = broke_.load(std::memory_order_relaxed);
+    if (broke != nullptr) {
+        text = broke;
+    } else if (!complaint_.empty()) {
+        text = "the daemon says \"" + complaint_ + "\"";
+    } else {
+        text = link_->reason();
     }
     // A daemon does not say why it cuts somebody off.
-    if (behindAt_ != 0 && monotonicNow() - behindAt_ < recently)
-        return std::string(text) + ", while much waited to be read: perhaps cut off by the daemon as a slow consumer";
+    if (broke == nullptr && behindAt_ != 0 && monotonicNow() - behindAt_ < recently)
+        text += ", while much waited to be read: perhaps cut off by the daemon as a slow consumer";
     return text;
 }
 
-void Session::read() noexcept {
-    // A daemon that sends without end and never completes a message would otherwise be believed up to the size that it
-    // names, which may be any.
-    int waiting = 0;
-    ioctl(socket_, FIONREAD, &waiting);
-    // With TLS a read takes one record, which may be small.
-    std::array<uint8_t, 5> head{};  // type, version, size
-    int most = readSize;
-    if (tls_ && recv(socket_, head.data(), head.size(), MSG_PEEK | MSG_DONTWAIT) == ssize_t{head.size()})
-        most = head[3] << 8 | head[4];
-    const int64_t now = monotonicNow();
-    if (waiting >= behind || (waiting >= behindAfterPause && now - readAt_ >= longPause)) behindAt_ = now;
-    readAt_ = now;
-    natsConnection_ProcessReadEvent(connection_);
-    uint64_t messages = messagesSeen_;
-    uint64_t bytes = 0;
-    if (natsConnection_GetStats(connection_, statistics_) == NATS_OK) {
-        natsStatistics_GetCounts(statistics_, &messages, &bytes, nullptr, nullptr, nullptr);
-        taken_ = bytes + messages * messageCost;
-    }
-    if (messages != messagesSeen_) {
-        messagesSeen_ = messages;
-        readSinceMessage_ = 0;
-    } else {
-        readSinceMessage_ += static_cast<uint64_t>(std::clamp(waiting, 0, most));
-        if (readSinceMessage_ > maxPayload_ + size_t{4} * readSize) broke_ = "the daemon sends a message without end";
-    }
-}
-
-// Without asking: too high by what came in for feeds that were unsubscribed.
-uint64_t Session::waiting() const noexcept {
-    const uint64_t gone = handed_.cost.load(std::memory_order_acquire) + unclaimed_;
-    // A recount may have taken the message that is just being handed over for one that nobody gets.
-    return taken_ > gone ? taken_ - gone : 0;
-}
-
-// What has come in for feeds that libnats had forgotten already is in its statistics, and with no feed.
-uint64_t Session::countWaiting() noexcept {
-    uint64_t waits = 0;
-    for (Feed* feed : feeds_) {
-        if (feed->left_) {
-            // It is emptied sooner or later, and says so when it is.
-            if (!feed->finished_.load(std::memory_order_seq_cst)) waits += feed->leftBehind_;
-            continue;
-        }
-        int messages = 0;
-        int bytes = 0;
-        if (natsSubscription_GetPending(feed->handle_, &messages, &bytes) == NATS_OK)
-            waits += static_cast<uint64_t>(bytes) + static_cast<uint64_t>(messages) * messageCost;
-    }
-    unclaimed_ = taken_ - handed_.cost.load(std::memory_order_seq_cst) - waits;
-    return waits;
-}
-
-bool Session::mayRead() noexcept {
-    if (paused_) {
-        if (handed_.resumeAt.load(std::memory_order_seq_cst) != never) {
-            behindAt_ = monotonicNow();
-            return false;
-        }
-    } else {
-        if (waiting() <= mostWaiting) return true;
-        // Well below the bound, or it would be counted again after every read.
-        if (countWaiting() <= mostWaiting / 4 * 3) return true;
-    }
-    const uint64_t waits = countWaiting();
-    paused_ = waits > mostWaiting / 2;
-    if (!paused_) return true;
-    behindAt_ = monotonicNow();
-    handed_.resumeAt.store(handed_.cost.load(std::memory_order_relaxed) + (waits - mostWaiting / 2),
-                           std::memory_order_seq_cst);
-    heavyFence();
-    // What was handed over, or finished, before it could be seen that somebody waits for it.
-    paused_ = countWaiting() > mostWaiting / 2;
-    if (!paused_) handed_.resumeAt.store(never, std::memory_order_seq_cst);
-    return !paused_;
-}
-
-void Session::write() noexcept {
-    natsConnection_ProcessWriteEvent(connection_);
-}
-
-size_t Session::buffered() const noexcept {
-    return static_cast<size_t>(std::max(0, natsConnection_Buffered(connection_)));
-}
-
-bool Session::publish(const char* wireSubject, const uint8_t* payload, size_t size) noexcept {
-    switch (natsConnection_Publish(connection_, wireSubject, payload, static_cast<int>(size))) {
-        case NATS_OK:
-            return true;
-        case NATS_MAX_PAYLOAD:
-            takePayloadLimit();  // a daemon may change it, and tells libnats
-            return false;
-        default:
-            // It may have kept half of it: what follows would be taken for the other half.
-            if (broke_ == nullptr && !natsConnection_IsClosed(connection_)) broke_ = "no memory for a message";
-            return false;
-    }
-}
-
-bool Session::subscribe(Feed& feed, const char* wireSubject) noexcept {
+void Session::onError(std::string_view text) noexcept {
+    // A daemon goes on after these.
+    if (answered_ && (startsWith(text, "permissions violation") || startsWith(text, "invalid subject"))) return;
     try {
-        if (feeds_.size() == feeds_.capacity()) feeds_.reserve(std::max<size_t>(16, 2 * feeds_.size()));
+        complaint_ = text.substr(0, 256);
     } catch (const std::bad_alloc&) {
-        return false;
+        fail("the daemon complains");
     }
-    feed.session_ = this;
-    feed.finished_.store(false, std::memory_order_relaxed);
-    if (natsConnection_Subscribe(&feed.handle_, connection_, wireSubject, onMessage, &feed) != NATS_OK) {
-        feed.handle_ = nullptr;
-        return false;
-    }
-    feed.left_ = false;
-    feed.place_ = static_cast<uint32_t>(feeds_.size());
-    feeds_.push_back(&feed);
-    feedsLeft_.fetch_add(1, std::memory_order_relaxed);
-    if (natsSubscription_SetPendingLimits(feed.handle_, -1, -1) == NATS_OK &&
-        natsSubscription_SetOnCompleteCB(feed.handle_, onFinished, &feed) == NATS_OK)
-        return true;
-    // Only when the connection is closed: nobody would tell that the feed is finished.
-    feedsLeft_.fetch_sub(1, std::memory_order_relaxed);
-    feed.finished_.store(true, std::memory_order_relaxed);
-    return false;
 }
 
-void Session::unsubscribe(Feed& feed) noexcept {
-    if (feed.handle_ == nullptr) return;
-    int messages = 0;
-    int bytes = 0;
-    natsSubscription_GetPending(feed.handle_, &messages, &bytes);
-    feed.leftBehind_ = static_cast<uint64_t>(bytes) + static_cast<uint64_t>(messages) * messageCost;
-    feed.left_ = true;
-    natsSubscription_Unsubscribe(feed.handle_);
-}
+// ---- reading
 
-bool Session::finished(Feed& feed) noexcept {
-    if (feed.handle_ == nullptr) return true;
-    if (!feed.finished_.load(std::memory_order_acquire)) return false;
-    release(feed);
+// Room behind what was read, for more, or for the rest of a message that is not whole. What a daemon announces takes no memory
+// yet, only what has come.
+bool Session::makeRoom() noexcept {
+    const size_t held = inEnd_ - inBegin_;
+    if (held == 0) {
+        inBegin_ = inEnd_ = 0;
+        if (inRoom_ > inKept) {
+            in_.reset();
+            inRoom_ = 0;
+        }
+    }
+    if (inRoom_ != 0 && inRoom_ - inEnd_ >= readSize / 2) return true;
+    size_t room = std::max(inRoom_, readSize);
+    if (held > room / 2) room = std::max(room, std::min(parser_.wanted() + readSize / 2, 2 * room));
+    if (room == inRoom_) {
+        std::memmove(in_.get(), in_.get() + inBegin_, held);
+    } else {
+        std::unique_ptr<uint8_t[]> larger(new (std::nothrow) uint8_t[room]);
+        if (larger == nullptr) return false;
+        if (held != 0) std::memcpy(larger.get(), in_.get() + inBegin_, held);
+        in_ = std::move(larger);
+        inRoom_ = room;
+    }
+    inBegin_ = 0;
+    inEnd_ = held;
     return true;
 }
 
-void Session::close() noexcept {
-    connected_.reset();
-    natsConnection_Close(connection_);
-    for (;;) {
-        const uint32_t left = feedsLeft_.load(std::memory_order_acquire);
-        if (left == 0) break;
-        futexWait(feedsLeft_, left);
+bool Session::take() noexcept {
+    if (lost()) return false;
+    if (!makeRoom()) {
+        fail("no memory for a message of the daemon");
+        return false;
+    }
+    const size_t room = inRoom_ - inEnd_;
+    const ssize_t got = link_->read(in_.get() + inEnd_, room);
+    if (got < 0) {
+        fail(nullptr);
+        return false;
+    }
+    inEnd_ += static_cast<size_t>(got);
+    takenAtOnce_ += static_cast<size_t>(got);
+    const bool full = static_cast<size_t>(got) == room;
+    const int64_t now = monotonicNow();
+    if (full && !tls_) {
+        int waiting = 0;
+        ioctl(link_->socket(), FIONREAD, &waiting);
+        if (waiting >= behind) behindAt_ = now;
+    }
+    // With TLS there may be more than the socket shows.
+    if (got != 0 && (tls_ || full) && (takenAtOnce_ < readAtOnce || link_->pending())) return true;
+    if (takenAtOnce_ >= behindAfterPause && readAt_ != 0 && now - readAt_ >= longPause) behindAt_ = now;
+    takenAtOnce_ = 0;
+    readAt_ = now;
+    return false;
+}
+
+void Session::use() noexcept {
+    inBegin_ += parser_.read(in_.get() + inBegin_, inEnd_ - inBegin_, *this);
+    if (parser_.fault() != nullptr) fail(parser_.fault());
+}
+
+void Session::onMessage(uint64_t subscription, std::string_view subject, const uint8_t* payload, size_t size) noexcept {
+    // What was on its way when its feed left has none.
+    const auto found = feeds_.find(subscription);
+    if (found != feeds_.end()) found->second->received(subject, payload, size);
+}
+
+void Session::answer() noexcept {
+    for (; pings_ != 0; --pings_) append("PONG\r\n");
+}
+
+// ---- writing
+
+bool Session::append(std::string_view text) noexcept {
+    if (lost()) return false;
+    try {
+        const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());  // the vector's own type: one copy, not many
+        out_.insert(out_.end(), bytes, bytes + text.size());
+        return true;
+    } catch (const std::bad_alloc&) {
+        fail("no memory for a message to the daemon");
+        return false;
     }
 }
 
-void Session::release(Feed& feed) noexcept {
-    if (feed.handle_ == nullptr) return;
-    natsSubscription_Destroy(feed.handle_);
-    feed.handle_ = nullptr;
-    feeds_[feed.place_] = feeds_.back();
-    feeds_[feed.place_]->place_ = feed.place_;
-    feeds_.pop_back();
+void Session::write() noexcept {
+    while (!lost() && outSent_ != out_.size()) {
+        const ssize_t sent = link_->write(out_.data() + outSent_, out_.size() - outSent_);
+        if (sent < 0) return fail(nullptr);
+        if (sent == 0) return;
+        outSent_ += static_cast<size_t>(sent);
+    }
+    out_.clear();
+    outSent_ = 0;
+    if (out_.capacity() > outKept) out_.shrink_to_fit();
 }
 
-ReadingMemory::ReadingMemory() noexcept {
-    std::array<void*, kept / blockSize> blocks;
-    for (void*& block : blocks) block = std::malloc(blockSize);
-    top_ = std::malloc(topSize);
-    for (void* block : blocks) std::free(block);
+bool Session::publish(std::string_view wireSubject, const uint8_t* payload, size_t size) noexcept {
+    if (lost() || size > maxPayload()) return false;
+    std::array<char, 24> length;
+    const auto [end, error] = std::to_chars(length.data(), length.data() + length.size(), size);
+    const std::string_view number(length.data(), static_cast<size_t>(end - length.data()));
+    append("PUB ");
+    append(wireSubject);
+    append(" ");
+    append(number);
+    append("\r\n");
+    append({reinterpret_cast<const char*>(payload), size});
+    append("\r\n");
+    if (buffered() >= writeSize) write();
+    return !lost();
 }
 
-ReadingMemory::~ReadingMemory() {
-    std::free(top_);
+bool Session::subscribe(Feed& feed, std::string_view wireSubject) noexcept {
+    try {
+        feeds_.emplace(lastNumber_ + 1, &feed);
+        feed.number_ = ++lastNumber_;
+        const std::string line = "SUB " + std::string(wireSubject) + " " + std::to_string(feed.number_) + "\r\n";
+        return append(line);
+    } catch (const std::bad_alloc&) {
+        fail("no memory for a subscription");
+        return false;
+    }
 }
 
-void Session::shutDownLibrary() noexcept {
-    nats_CloseAndWait(0);
+void Session::unsubscribe(Feed& feed) noexcept {
+    if (feeds_.erase(feed.number_) == 0) return;
+    try {
+        append("UNSUB " + std::to_string(feed.number_) + "\r\n");
+    } catch (const std::bad_alloc&) {
+        fail("no memory for a subscription");
+    }
 }
 
 }  // namespace quorl::transport::nats

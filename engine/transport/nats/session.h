@@ -1,44 +1,25 @@
-// One connection to one server, from its making to its loss, through libnats: the only file that knows that library.
+// One connection to one server, from its making to its loss: the daemon's protocol over a socket.
 //
-// libnats is used with an event loop of ours: it reads and writes only inside the calls of this class. Its own threads are
-// one for timers, which has none; one for notices, which get nothing to do; one that collects garbage; and one, shared by
-// all connections of the process, that hands messages to their feeds. That last one runs Feed::received and nothing else.
-//
-// Its faults are kept away as follows. Every call on a session but for the constructor's is made with the same lock held by
-// whoever makes it, so that no two threads are inside one connection, nor inside its TLS state. A subscription is destroyed
-// only after libnats has said that it will never call its feed again. Pings are off, since a missed one would close the
-// connection from the timers' thread: see the marks of connection.h. Its error handler looks at nothing. A connecting that it
-// would not end is ended, see connect_watch.h. Servers that a greeting names are not told to it, since it would try one after
-// the other, each for its whole time, when the daemon fails. With TLS it waits inside of its calls, for as long as it takes,
-// until a record is whole or the socket takes more: the system breaks a connection off to which it could write nothing for a
-// while. What has come of a message when its connection is lost leaks there: at
-// most one message for each loss.
-//
-// libnats reads as fast as the daemon sends, and keeps without bound what its delivery has not got to. A session counts what
-// it has taken in and what its feeds were handed, and asks not to be read while too much lies between: then the daemon waits.
+// One thread owns a session. What others may call says so: they, and the owner then, hold a lock that they share. Nothing waits
+// but open. Messages are handed to their feeds inside of use, from where they lie; so no more is in memory than one read takes,
+// or one message, and a daemon that is faster than this process waits for it.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "quorl/quorl.h"
 #include "transport/nats/address.h"
-#include "transport/nats/connect_watch.h"
-
-struct __natsConnection;
-struct __natsMsg;
-struct __natsStatistics;
-struct __natsSubscription;
+#include "transport/nats/link.h"
+#include "transport/nats/protocol.h"
 
 namespace quorl::transport::nats {
-
-class Session;
 
 // What messages of one subscription are handed to.
 class Feed {
@@ -48,128 +29,108 @@ class Feed {
     Feed& operator=(const Feed&) = delete;
     virtual ~Feed() = default;
 
-    // On the thread of libnats, one call at a time; must not wait.
+    // On the thread that owns the session; must not wait.
     virtual void received(std::string_view wireSubject, const uint8_t* payload, size_t size) noexcept = 0;
 
   private:
     friend class Session;
-    __natsSubscription* handle_ = nullptr;
-    Session* session_ = nullptr;
-    std::atomic<bool> finished_{false};  // received will not be called any more
-    bool left_ = false;                  // it was unsubscribed
-    uint32_t place_ = 0;                 // in the session's list
-    uint64_t leftBehind_ = 0;            // cost of what waited for it then
+    uint64_t number_ = 0;  // of its subscription; 0: none
 };
 
-// For the thread that reads, as long as it does. libnats allocates each message there and frees it on another thread, and the
-// C library gives what lies free at the end of a thread's memory back to the system, which would cost a page fault for
-// every 4 KiB that come in. So something small lies above the first few megabytes; they take memory only once they are used.
-class ReadingMemory {
-  public:
-    ReadingMemory() noexcept;
-    ~ReadingMemory();
-    ReadingMemory(const ReadingMemory&) = delete;
-    ReadingMemory& operator=(const ReadingMemory&) = delete;
-
-  private:
-    static constexpr size_t kept = 4u << 20;
-    static constexpr size_t blockSize = 64u << 10;  // less than what the C library asks the system for piece by piece
-    static constexpr size_t topSize = 4u << 10;
-
-    void* top_;
-};
-
-class Session {
+class Session final : private Parser::Listener {
   public:
     struct Request {
         Server server;
         std::string name;     // of the program, for the daemon's tools
         int64_t timeout = 0;  // nanoseconds for connecting, TLS and the daemon's greeting together
-        int wakeEvent = -1;   // an eventfd that is set when mayRead may have become true again
     };
 
-    // What messages cost that were read and not yet handed to their feeds: their payload, and so much for each, which is a
-    // little more than libnats takes for it. Beyond mostWaiting the session is not to be read until half of that is gone.
-    static constexpr uint64_t messageCost = 256;
-    static constexpr uint64_t mostWaiting = 32u << 20;
-
-    // Connects, and blocks up to the timeout. QUORL_DAEMON_NOT_FOUND, QUORL_USERPASS_MISMATCH, QUORL_INVALID_NAME,
-    // QUORL_NO_MEMORY; the detail says why.
+    // Connects, and blocks up to the timeout, or until the system has looked up the host. QUORL_DAEMON_NOT_FOUND,
+    // QUORL_USERPASS_MISMATCH, QUORL_INVALID_NAME, QUORL_NO_MEMORY; the detail says why.
     static quorl_status open(const Request& request, std::unique_ptr<Session>* session) noexcept;
 
-    ~Session();
+    ~Session() override;
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    int socket() const noexcept { return socket_; }
-    bool tls() const noexcept { return tls_; }
-    bool lost() const noexcept;
-    // Why it was lost, in words; for this the connection is asked, or what it was told.
+    int socket() const noexcept { return link_->socket(); }
+    // Why it was lost, in words. Throws std::bad_alloc.
     std::string reason() const;
+    // The servers of its cluster, as the daemon told last. Throws std::bad_alloc.
+    std::vector<Server> servers() const;
 
-    size_t maxPayload() const noexcept { return maxPayload_; }
-    // Whether more may be read for now. To be asked after each read, before the next.
-    bool mayRead() noexcept;
-    // Cost of what was read and not yet handed to feeds. Asks libnats for each.
-    uint64_t countWaiting() noexcept;
+    // The socket can be read: takes what has come, under the lock. Whether there may be more, which the socket may not show:
+    // use is called, and then this again.
+    bool take() noexcept;
+    // Hands what was taken to the feeds. Not under the lock, so that others can send meanwhile.
+    void use() noexcept;
+    // Both, until there is no more, and answer.
+    void read() noexcept {
+        while (take()) use();
+        use();
+        answer();
+    }
+    // Answers what the daemon has asked, under the lock. write follows.
+    void answer() noexcept;
 
-    // The socket can be read or written.
-    void read() noexcept;
-    void write() noexcept;
-    // Bytes that the socket has not taken yet.
-    size_t buffered() const noexcept;
-
-    bool publish(const char* wireSubject, const uint8_t* payload, size_t size) noexcept;
-
-    // False: the connection is lost, or no memory.
-    bool subscribe(Feed& feed, const char* wireSubject) noexcept;
-    // From some time on the feed gets nothing more; see finished.
+    // Under the lock. The feed gets nothing more from unsubscribe on. False: the session is lost.
+    bool subscribe(Feed& feed, std::string_view wireSubject) noexcept;
     void unsubscribe(Feed& feed) noexcept;
-    // Whether the feed, which was unsubscribed, will get nothing more. True frees what it has here.
-    bool finished(Feed& feed) noexcept;
 
-    // Closes the connection and waits until no feed is called any more; release follows for each feed.
-    void close() noexcept;
-    void release(Feed& feed) noexcept;
+    // ---- for others too, under the lock
 
-    // Ends what libnats keeps in this process: its threads and its memory. No session may be left.
-    static void shutDownLibrary() noexcept;
+    bool lost() const noexcept { return lost_.load(std::memory_order_relaxed); }
+    size_t maxPayload() const noexcept { return maxPayload_.load(std::memory_order_relaxed); }
+    // Bytes that the socket has not taken yet.
+    size_t buffered() const noexcept { return out_.size() - outSent_; }
+    // The socket may take some.
+    void write() noexcept;
+    // False: the session is lost, or takes no message of that size.
+    bool publish(std::string_view wireSubject, const uint8_t* payload, size_t size) noexcept;
 
   private:
     Session() noexcept = default;
 
-    static void onMessage(__natsConnection*, __natsSubscription*, __natsMsg* message, void* closure);
-    static void onFinished(void* closure);
     quorl_status connect(const Request& request);
+    bool greet(int64_t deadline, std::string* why);
+    bool introduce(const Request& request, const secure::Credentials& credentials, int64_t deadline, std::string* why);
+    bool makeRoom() noexcept;
     bool takePayloadLimit() noexcept;
-    uint64_t waiting() const noexcept;
-    void ringIfPaused() noexcept;
+    bool append(std::string_view text) noexcept;
+    void fail(const char* why) noexcept;
 
-    static constexpr uint64_t never = UINT64_MAX;
+    void onInfo(std::string_view json) noexcept override;
+    void onMessage(uint64_t subscription, std::string_view subject, const uint8_t* payload,
+                   size_t size) noexcept override;
+    void onPing() noexcept override { ++pings_; }
+    void onPong() noexcept override { answered_ = true; }
+    void onError(std::string_view text) noexcept override;
 
-    // Written by the thread of libnats for every message.
-    struct alignas(64) {
-        std::atomic<uint64_t> cost{0};          // of what feeds were handed
-        std::atomic<uint64_t> resumeAt{never};  // the cost at which it may be read again; while it may not
-    } handed_;
-
-    alignas(64) __natsConnection* connection_ = nullptr;
-    __natsStatistics* statistics_ = nullptr;
-    int wakeEvent_ = -1;
-    bool paused_ = false;
-    uint64_t taken_ = 0;        // cost of what libnats has read
-    uint64_t unclaimed_ = 0;    // of that, what no feed will get
-    std::vector<Feed*> feeds_;  // all that are not released
-    int socket_ = -1;
-    std::optional<ConnectedSocket> connected_;
+    std::unique_ptr<Link> link_;
+    Parser parser_;
+    Info info_;
+    bool greeted_ = false;   // the daemon has told of itself
+    bool answered_ = false;  // it takes us in
     bool tls_ = false;
-    size_t maxPayload_ = 0;
-    uint64_t readSinceMessage_ = 0;  // bytes
-    uint64_t messagesSeen_ = 0;
-    int64_t behindAt_ = 0;         // when much waited to be read; 0: never
-    int64_t readAt_ = 0;           // when it was last read
-    const char* broke_ = nullptr;  // what the daemon did against the protocol; null for nothing
-    std::atomic<uint32_t> feedsLeft_{0};
+    uint32_t pings_ = 0;     // of the daemon, that are not answered yet
+    std::string complaint_;  // of the daemon, its last
+    std::atomic<bool> lost_{false};
+    std::atomic<const char*> broke_{nullptr};  // what ended it; null: the link did, or the daemon
+    std::atomic<size_t> maxPayload_{0};        // bytes
+
+    std::unique_ptr<uint8_t[]> in_;
+    size_t inRoom_ = 0;
+    size_t inBegin_ = 0;  // what was read and not used lies from here
+    size_t inEnd_ = 0;    // to here
+    std::vector<uint8_t> out_;
+    size_t outSent_ = 0;  // bytes of it
+
+    uint64_t lastNumber_ = 0;
+    std::unordered_map<uint64_t, Feed*> feeds_;
+
+    size_t takenAtOnce_ = 0;  // bytes, since there was no more
+    int64_t behindAt_ = 0;    // when much waited to be read; 0: never
+    int64_t readAt_ = 0;      // when it was last read
 };
 
 }  // namespace quorl::transport::nats

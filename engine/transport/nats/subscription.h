@@ -30,11 +30,11 @@ struct Intake {
     int wakeEvent = -1;     // an eventfd that is set when something is to be told of them; set once, before any comes
 
     // Messages that went to listeners, once for each pattern that brought them, and the bytes of their images and reply
-    // subjects. Written by the thread of libnats for every payload.
+    // subjects. Written by the connection's thread for every payload.
     alignas(64) Tally messages;
     Tally bytes;
 
-    // On the thread of libnats.
+    // On the connection's thread.
     void reject(const char* reason, std::string_view subject) noexcept;
 };
 

@@ -33,7 +33,7 @@ constexpr int64_t streamPause = 50 * microsecond;
 constexpr size_t gatherSize = 64u << 10;
 constexpr int64_t gatherTime = 2 * millisecond;
 
-// Bytes that libnats may hold because the socket did not take them.
+// Bytes that the session may hold because the socket did not take them.
 constexpr size_t unsentMost = 128u << 10;
 // Bytes of a part: far smaller than most daemons allow, so that a large message holds up others only for a moment.
 constexpr size_t partMost = 256u << 10;
@@ -47,10 +47,6 @@ constexpr int64_t silenceLimit = 10 * second;
 
 // Between two advisories about messages that were none.
 constexpr int64_t rejectionsPeriod = second;
-
-// Between questions which servers the cluster has, and how long the answer is waited for.
-constexpr int64_t askPeriod = 60 * second;
-constexpr int64_t answerLimit = 10 * second;
 
 }  // namespace
 
@@ -87,37 +83,6 @@ quorl_status Connection::send(const message::ContentRef& content, const Batching
     flushNow_.store(true, std::memory_order_seq_cst);
     wake();
     return QUORL_OK;
-}
-
-// The answer comes later, or not at all; nothing waits for it.
-void Connection::askForServers(int64_t now) noexcept {
-    if (now < askAt_) return;
-    if (greeting_ != nullptr) {  // no answer
-        greeting_.reset();
-        askAt_ = now + askPeriod;
-        return;
-    }
-    askAt_ = now + askPeriod;
-    std::unique_ptr<Greeting> greeting = Greeting::from(session_->socket());
-    if (greeting == nullptr) return;
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.fd = greeting->descriptor();
-    if (epoll_ctl(epoll_, EPOLL_CTL_ADD, greeting->descriptor(), &event) != 0) return;
-    greeting_ = std::move(greeting);
-    askAt_ = now + answerLimit;
-}
-
-void Connection::takeServers() noexcept {
-    if (!greeting_->read()) return;
-    try {
-        std::vector<Server> found = greeting_->servers(session_->tls());
-        if (!found.empty()) further_ = std::move(found);
-    } catch (const std::bad_alloc&) {
-        // It is asked again.
-    }
-    greeting_.reset();
-    askAt_ = monotonicNow() + askPeriod;
 }
 
 void Connection::serve() noexcept {
@@ -160,21 +125,15 @@ void Connection::serve() noexcept {
                 blocked = flushed == Flushed::blocked;
                 if (waits != 0) lastFlush = monotonicNow();
             }
+            session_->answer();
             watchMarks(now);
             if (session_->buffered() != 0) {
                 session_->write();
                 blocked = blocked || session_->buffered() != 0;
             }
             if (session_->lost() || givenUp_ != nullptr) return;
-            std::erase_if(retired_, [&](auto& subscription) { return session_->finished(*subscription); });
-            wanted = blocked ? uint32_t{EPOLLOUT} : 0;
-            if (mayRead()) {
-                wanted |= EPOLLIN;
-            } else {
-                lastRead_ = now;  // that nothing comes is not the daemon's doing
-            }
-            askForServers(now);
-            look = std::min(nextLook(), askAt_);
+            wanted = blocked ? EPOLLIN | EPOLLOUT : EPOLLIN;
+            look = nextLook();
             if (gatherUntil_ != 0) look = std::min(look, gatherUntil_);
             if (rejections) look = std::min(look, adviseRejectionsAt_);
             socket = session_->socket();
@@ -194,7 +153,7 @@ void Connection::serve() noexcept {
             flushNow_.load(std::memory_order_seq_cst))
             timeout = 0;
         if (held) timeout = streamPause;
-        std::array<epoll_event, 3> events;
+        std::array<epoll_event, 2> events;
         const timespec limit{timeout / second, timeout % second};
         const int count = epoll_pwait2(epoll_, events.data(), static_cast<int>(events.size()), &limit, nullptr);
         asleep_.store(false, std::memory_order_relaxed);
@@ -202,32 +161,21 @@ void Connection::serve() noexcept {
             const epoll_event& event = events[static_cast<size_t>(i)];
             if (event.data.fd == wakeEvent_) {
                 emptyWakeEvent();
-            } else if (greeting_ != nullptr && event.data.fd == greeting_->descriptor()) {
-                takeServers();
             } else if ((event.events & (EPOLLIN | EPOLLERR | EPOLLHUP)) != 0) {
-                // The last two come unasked. What is left to read then is little.
-                Lock io(io_);
-                session_->read();
-                lastRead_ = monotonicNow();
+                for (bool more = true; more;) {
+                    {
+                        Lock io(io_);
+                        more = session_->take();
+                        lastRead_ = monotonicNow();
+                    }
+                    // Whoever answers what is handed over now need not wait until this thread comes round.
+                    asleep_.store(true, std::memory_order_seq_cst);
+                    session_->use();
+                    asleep_.store(false, std::memory_order_relaxed);
+                }
             }
         }
     }
-}
-
-// Under io_. Whether the socket may be read, or libnats has enough to hand on for now.
-bool Connection::mayRead() noexcept {
-    const bool may = session_->mayRead();
-    paused_.store(!may, std::memory_order_relaxed);
-    return may;
-}
-
-uint64_t Connection::arriving() noexcept {
-    // Whoever has the session may be waiting for the daemon: then it is what it was.
-    if (io_.try_lock()) {
-        arriving_.store(session_ != nullptr ? session_->countWaiting() : 0, std::memory_order_relaxed);
-        io_.unlock();
-    }
-    return arriving_.load(std::memory_order_relaxed);
 }
 
 // Sends what waits and makes sure that it arrives: what is still unread when a socket is closed may cost what was written.
@@ -241,11 +189,9 @@ void Connection::finishSending() noexcept {
         const int64_t left = deadline - monotonicNow();
         if (session_->lost() || left <= 0) return;
         if (flushed == Flushed::changesFirst) continue;
-        std::array<pollfd, 2> waited{{{session_->socket(), POLLOUT, 0}, {wakeEvent_, POLLIN, 0}}};
-        if (session_->mayRead()) waited[0].events |= POLLIN;
-        if (poll(waited.data(), waited.size(), static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR) return;
-        if (waited[1].revents != 0) emptyWakeEvent();
-        if ((waited[0].revents & (POLLIN | POLLERR | POLLHUP)) != 0) session_->read();
+        pollfd waited{session_->socket(), POLLIN | POLLOUT, 0};
+        if (poll(&waited, 1, static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR) return;
+        if ((waited.revents & (POLLIN | POLLERR | POLLHUP)) != 0) session_->read();
     }
     if (sendMark(*session_, monotonicNow())) awaitMark(*session_, deadline, true);
 }
@@ -304,7 +250,7 @@ bool Connection::sendFrame(const Outbox::Chunk& chunk, const Outbox::Frame& fram
         Entry entry;
         size_t used;
         if (!readEntry(payload + at, frame.size - at, &entry, &used)) break;
-        // A frame is small, and not left in the middle: libnats keeps what the socket does not take.
+        // A frame is small, and not left in the middle: the session keeps what the socket does not take.
         if (!sendEntry(wireSubject, entry.replySubject, entry.image, entry.size, false)) return false;
         at += used;
     }
@@ -370,7 +316,7 @@ bool Connection::sendMark(Session& session, int64_t now) noexcept {
     markUnderWay_ = true;
     missed_ = false;
     markTime_ = now;
-    return session.publish(markSubject_.c_str(), mark.data(), mark.size());
+    return session.publish(markSubject_, mark.data(), mark.size());
 }
 
 // Of the one that is under way.

@@ -92,16 +92,14 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
      * @param messagesIn messages that came in, once for each subject listened to that they match
      * @param bytesIn their bytes
      * @param waiting bytes that wait to be written
-     * @param arriving bytes that were read and are in no listener's queue yet, and 256 more for each message
-     * @param paused whether nothing more is read until those are fewer
      * @param reconnects how often the daemon came back
      * @param lost messages that were refused or dropped while it was away
      * @param unconfirmed messages that were on their way to it when it went
      * @param malformed what came in and was no message
      */
     public record Daemon(String daemon, String service, String network, String phase, String server, long messagesOut,
-            long bytesOut, long messagesIn, long bytesIn, long waiting, long arriving, boolean paused, long reconnects,
-            long lost, long unconfirmed, long malformed) {}
+            long bytesOut, long messagesIn, long bytesIn, long waiting, long reconnects, long lost,
+            long unconfirmed, long malformed) {}
 
     /** Takes those of now. */
     static QuorlStatistics take() {
@@ -142,8 +140,7 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
                 daemons.add(new Daemon(text(daemon, "daemon"), text(daemon, "service"), text(daemon, "network"),
                         text(daemon, "phase"), text(daemon, "server"), number(daemon, "messages_out"),
                         number(daemon, "bytes_out"), number(daemon, "messages_in"), number(daemon, "bytes_in"),
-                        number(daemon, "waiting"), number(daemon, "arriving"),
-                        daemon.has("paused") && daemon.getBool("paused"), number(daemon, "reconnects"),
+                        number(daemon, "waiting"), number(daemon, "reconnects"),
                         number(daemon, "lost"), number(daemon, "unconfirmed"), number(daemon, "malformed")));
             }
         }

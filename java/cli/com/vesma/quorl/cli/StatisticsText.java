@@ -33,8 +33,7 @@ final class StatisticsText {
             lines.add(daemon(daemon));
             lines.add("  sent      " + traffic(daemon.messagesOut(), daemon.bytesOut())
                     + format(", %s wait", bytes(daemon.waiting())));
-            lines.add("  received  " + traffic(daemon.messagesIn(), daemon.bytesIn())
-                    + format(", %s arriving%s", bytes(daemon.arriving()), daemon.paused() ? ", paused" : ""));
+            lines.add("  received  " + traffic(daemon.messagesIn(), daemon.bytesIn()));
             lines.add(format("  back      %d times; %d lost, %d unconfirmed, %d malformed", daemon.reconnects(), daemon.lost(),
                     daemon.unconfirmed(), daemon.malformed()));
         }

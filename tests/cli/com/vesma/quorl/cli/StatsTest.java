@@ -87,14 +87,14 @@ class StatsTest {
                 QuorlMsg full = new QuorlMsg().addString("daemon", "b:2").addString("service", "s").addString("network", "n")
                         .addString("phase", "away").addString("server", "nats://b:2").addU64("messages_out", 1)
                         .addU64("bytes_out", 2000).addU64("messages_in", 3).addU64("bytes_in", 4).addU64("waiting", 5)
-                        .addU64("arriving", 6).addBool("paused", true).addU64("reconnects", 7).addU64("lost", 8)
+                        .addU64("reconnects", 7).addU64("lost", 8)
                         .addU64("unconfirmed", 9).addU64("malformed", 10);
                 QuorlMsg message = new QuorlMsg().addMsgArray("daemons", List.of(plain, full))) {
             List<String> lines = StatisticsText.lines(QuorlStatistics.of(message), null, 0);
             assertEquals(List.of("", "daemon a:1: connecting", "  sent      0 messages, 0 bytes, 0 bytes wait",
-                    "  received  0 messages, 0 bytes, 0 bytes arriving", "  back      0 times; 0 lost, 0 unconfirmed, 0 malformed",
+                    "  received  0 messages, 0 bytes", "  back      0 times; 0 lost, 0 unconfirmed, 0 malformed",
                     "daemon b:2, service s, network n: away, at nats://b:2", "  sent      1 messages, 2.0 kB, 5 bytes wait",
-                    "  received  3 messages, 4 bytes, 6 bytes arriving, paused",
+                    "  received  3 messages, 4 bytes",
                     "  back      7 times; 8 lost, 9 unconfirmed, 10 malformed"), lines.subList(lines.size() - 9, lines.size()));
         }
     }
