@@ -20,16 +20,6 @@ long residentBytes() {
     return resident * 4096;
 }
 
-int connectTo(int port) {
-    const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(connect(client, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    return client;
-}
-
 TEST_F(Hostile, aDaemonThatSaysNothing) {
     refuses(Impostor([](int) {}));
 }

@@ -14,6 +14,16 @@
 
 namespace quorltest {
 
+inline int connectTo(int port) {
+    const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(client, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return client;
+}
+
 inline void sendAll(int socket, const std::string& bytes) {
     size_t sent = 0;
     while (sent < bytes.size()) {
