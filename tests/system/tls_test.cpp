@@ -363,6 +363,28 @@ TEST_F(Tls, aDaemonThatForbidsTheBusIsRefused) {
     refused(server.url(), QUORL_DAEMON_NOT_FOUND, "it does not carry messages of this bus");
 }
 
+TEST_F(Tls, whatTheDaemonForbidsIsTold) {
+    NatsServer server(
+        "authorization { users: [ { user: anna, password: secret, permissions: { publish: { deny: "
+        "\"quorl.default.default.secret.>\" }, subscribe: { deny: \"quorl.default.default.hidden\" } } } ] }");
+    ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", "secret"), QUORL_OK);
+    const quorlTransport transport = transportTo(server.url());
+    const quorlTransport local = newTransport();
+    Advisories advisories(local);
+    EXPECT_EQ(sendNumber(transport, "secret.plan", 1), QUORL_OK);
+    ASSERT_TRUE(advisories.waitForOthers(1));
+    listen(QUORL_DEFAULT_QUEUE, transport, "hidden", onNumber, nullptr);
+    ASSERT_TRUE(advisories.waitForOthers(2));
+    const auto seen = advisories.seen();
+    for (const char* subject : {"secret.plan", "hidden"}) {
+        const auto& one = seen[subject == std::string("hidden") ? 1 : 0];
+        EXPECT_EQ(one.subject, "_QUORL.WARN.daemon.refused");
+        EXPECT_EQ(one.numbers.at("count"), 1u);
+        EXPECT_NE(one.texts.at("reason").find(subject), std::string::npos) << one.texts.at("reason");
+    }
+    settleOn(transport);
+}
+
 TEST_F(Tls, newCredentialsAreUsedWhenTheDaemonIsBack) {
     NatsServer server("authorization { user: anna, password: one }");
     ASSERT_EQ(quorlSecureDaemon_SetUserNameWithPassword("anna", "one"), QUORL_OK);

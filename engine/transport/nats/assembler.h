@@ -46,13 +46,13 @@ class Assembler {
         std::vector<uint8_t> bytes;
     };
 
-    void drop(std::list<Partial>::iterator at) noexcept;
+    void drop(std::list<Partial>::iterator at) noexcept REQUIRES(lock_);
 
     const Limits limits_;
     std::atomic<uint64_t> dropped_{0};
-    Mutex lock_;                   // of the two below
-    std::list<Partial> partials_;  // the one that got a part last stands last
-    size_t held_ = 0;              // bytes
+    Mutex lock_;
+    std::list<Partial> partials_ GUARDED_BY(lock_);  // the one that got a part last stands last
+    size_t held_ GUARDED_BY(lock_) = 0;              // bytes
 };
 
 }  // namespace quorl::transport::nats

@@ -500,6 +500,19 @@ void Connection::adviseRejections() noexcept {
     }
 }
 
+// No lock held.
+void Connection::adviseRefusals() noexcept {
+    std::string words;
+    const uint64_t count = session_->takeRefusals(&words);
+    if (!advisoriesHeard()) return;
+    advise(Severity::warn, "daemon", "refused",
+           {{"daemon", key_.daemon},
+            {"service", key_.service},
+            {"network", key_.network},
+            {"count", count},
+            {"reason", words}});
+}
+
 Connection::Figures Connection::figures() {
     static constexpr const char* phases[] = {"connecting", "connected", "away", "failed", "ended"};
     Figures figures;

@@ -138,6 +138,7 @@ class Connection {
     void emptyWakeEvent() noexcept;
     void adviseLost() noexcept;
     void adviseRejections() noexcept;
+    void adviseRefusals() noexcept;
     void adviseBack(uint64_t kept, uint64_t lost) noexcept;
     uint64_t messagesWaiting() noexcept;
 
@@ -186,15 +187,17 @@ class Connection {
     Tally lostEver_;                     // without what the outbox has lost since the daemon was there
     Tally unconfirmedEver_;
 
-    Mutex lock_;                           // of the next five; taken inside io_ and inside transports' locks
-    quorl_status firstStatus_ = QUORL_OK;  // of the first attempt to connect
-    std::string firstText_;
-    std::string server_;  // that is used, or was used last
-    std::string name_;    // for the daemon's tools, from the next session on
-    std::unordered_map<std::string, std::unique_ptr<Subscription>> subscriptions_;
-    std::vector<Change> changes_;
+    Mutex lock_;                                             // taken inside io_ and inside transports' locks
+    quorl_status firstStatus_ GUARDED_BY(lock_) = QUORL_OK;  // of the first attempt to connect
+    std::string firstText_ GUARDED_BY(lock_);
+    std::string server_ GUARDED_BY(lock_);  // that is used, or was used last
+    std::string name_ GUARDED_BY(lock_);    // for the daemon's tools, from the next session on
+    std::unordered_map<std::string, std::unique_ptr<Subscription>> subscriptions_ GUARDED_BY(lock_);
+    std::vector<Change> changes_ GUARDED_BY(lock_);
 
-    Mutex io_;  // of what follows: whoever calls the session holds it
+    // Of what follows: whoever calls the session holds it, unless the session says otherwise. The thread, which alone makes and
+    // drops sessions, may look which one there is without it.
+    Mutex io_;
     std::unique_ptr<Session> session_;
     std::unique_ptr<Outbox::Chunk> current_;  // partly sent
     size_t nextFrame_ = 0;                    // of it
@@ -221,6 +224,7 @@ class Connection {
     size_t nextServer_ = 0;              // of both
     int64_t gatherUntil_ = 0;            // 0: not set
     int64_t adviseRejectionsAt_ = 0;     // not before
+    int64_t adviseRefusalsAt_ = 0;       // the same
     int64_t lostAt_ = 0;
     std::string lostReason_;
     uint64_t lostUnconfirmed_ = 0;

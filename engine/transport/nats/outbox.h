@@ -87,9 +87,9 @@ class Outbox {
     // As many as can be in use while the daemon is there: memory that was given back would be faulted in again, page by page.
     static constexpr size_t sparesKept = connectedRoom / Chunk::standardRoom;
 
-    Chunk& chunkWith(size_t room);
-    void dropExpired() noexcept;
-    bool full(size_t size) const noexcept {
+    Chunk& chunkWith(size_t room) REQUIRES(lock_);
+    void dropExpired() noexcept REQUIRES(lock_);
+    bool full(size_t size) const noexcept REQUIRES(lock_) {
         const size_t waits = waiting_.load(std::memory_order_relaxed);
         return connected_ ? waits >= connectedRoom : waits + size > awayRoom_;
     }
@@ -102,13 +102,13 @@ class Outbox {
     std::atomic<uint32_t> roomChanges_{0};  // senders sleep on it
     std::atomic<uint32_t> roomSleepers_{0};
 
-    Mutex lock_;  // of what follows
-    bool connected_ = false;
-    bool open_ = false;  // the last frame of the last chunk takes more messages of lastSubject_
-    std::array<char, QUORL_SUBJECT_MAX> lastSubject_;
-    size_t lastSubjectSize_ = 0;
-    std::deque<std::unique_ptr<Chunk>> chunks_;
-    std::vector<std::unique_ptr<Chunk>> spares_;
+    Mutex lock_;
+    bool connected_ GUARDED_BY(lock_) = false;
+    bool open_ GUARDED_BY(lock_) = false;  // the last frame of the last chunk takes more messages of lastSubject_
+    std::array<char, QUORL_SUBJECT_MAX> lastSubject_ GUARDED_BY(lock_);
+    size_t lastSubjectSize_ GUARDED_BY(lock_) = 0;
+    std::deque<std::unique_ptr<Chunk>> chunks_ GUARDED_BY(lock_);
+    std::vector<std::unique_ptr<Chunk>> spares_ GUARDED_BY(lock_);
 };
 
 }  // namespace quorl::transport::nats

@@ -18,13 +18,14 @@ namespace {
 
 using Shared = std::shared_ptr<Connection>;
 
-constinit Mutex listLock;                        // of the next three
-constinit std::vector<Shared>* list = nullptr;   // while the library is open
-constinit bool closing = true;                   //
+constinit Mutex listLock;
+// While the library is open.
+constinit std::vector<Shared>* list GUARDED_BY(listLock) POINTS_TO_GUARDED_BY(listLock) = nullptr;
+constinit bool closing GUARDED_BY(listLock) = true;
 constinit std::atomic<uint32_t> listChanges{0};  // stop sleeps on it
 
-// Takes those that have ended off the list. Under the list's lock; they are joined by whoever gets them.
-std::vector<Shared> takeFinished() {
+// Takes those that have ended off the list; they are joined by whoever gets them.
+std::vector<Shared> takeFinished() REQUIRES(listLock) {
     std::vector<Shared> taken;
     taken.reserve(list->size());
     std::erase_if(*list, [&](Shared& connection) {

@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "base/clock.h"
 #include "base/status.h"
@@ -33,6 +34,8 @@ constexpr int behind = 1 << 20;
 constexpr size_t behindAfterPause = 16u << 10;
 constexpr int64_t longPause = 500'000'000;
 constexpr int64_t recently = 5'000'000'000;
+
+constexpr size_t longestWords = 256;  // of a daemon that are repeated, in bytes
 
 // A daemon that announces less is none that this can work with; one that announces more is not believed.
 constexpr int64_t leastPayload = 512;
@@ -272,12 +275,19 @@ std::string Session::reason() const {
 
 void Session::onError(std::string_view text) noexcept {
     // A daemon goes on after these.
-    if (answered_ && (startsWith(text, "permissions violation") || startsWith(text, "invalid subject"))) return;
+    const bool goesOn = answered_ && (startsWith(text, "permissions violation") || startsWith(text, "invalid subject"));
+    if (goesOn) ++refusals_;
     try {
-        complaint_ = text.substr(0, 256);
+        (goesOn ? refusal_ : complaint_) = text.substr(0, longestWords);
     } catch (const std::bad_alloc&) {
-        fail("the daemon complains");
+        if (!goesOn) fail("the daemon complains");
     }
+}
+
+uint64_t Session::takeRefusals(std::string* words) noexcept {
+    words->swap(refusal_);
+    refusal_.clear();
+    return std::exchange(refusals_, 0);
 }
 
 // ---- reading

@@ -59,6 +59,10 @@ class Session final : private Parser::Listener {
     // The servers of its cluster, as the daemon told last. Throws std::bad_alloc.
     std::vector<Server> servers() const;
 
+    // What the daemon has refused since the last time, going on all the same: how often, and its words about the last.
+    uint64_t takeRefusals(std::string* words) noexcept;
+    bool refusals() const noexcept { return refusals_ != 0; }
+
     // The socket can be read: takes what has come, under the lock. Whether there may be more, which the socket may not show:
     // use is called, and then this again.
     bool take() noexcept;
@@ -114,6 +118,8 @@ class Session final : private Parser::Listener {
     bool tls_ = false;
     uint32_t pings_ = 0;     // of the daemon, that are not answered yet
     std::string complaint_;  // of the daemon, its last
+    uint64_t refusals_ = 0;
+    std::string refusal_;
     std::atomic<bool> lost_{false};
     std::atomic<const char*> broke_{nullptr};  // what ended it; null: the link did, or the daemon
     std::atomic<size_t> maxPayload_{0};        // bytes

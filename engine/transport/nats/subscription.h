@@ -68,7 +68,7 @@ class Subscription final : public Feed {
     const bool inboxes_;
 
     Mutex lock_;
-    std::vector<Listener*> listeners_;  // guarded by lock_
+    std::vector<Listener*> listeners_ GUARDED_BY(lock_);
 };
 
 }  // namespace quorl::transport::nats

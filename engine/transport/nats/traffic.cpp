@@ -96,6 +96,11 @@ void Connection::serve() noexcept {
             adviseRejections();
             adviseRejectionsAt_ = now + rejectionsPeriod;
         }
+        const bool refusals = session_->refusals();
+        if (refusals && now >= adviseRefusalsAt_) {
+            adviseRefusals();
+            adviseRefusalsAt_ = now + rejectionsPeriod;
+        }
         bool blocked;
         int64_t look;
         int socket;
@@ -136,6 +141,7 @@ void Connection::serve() noexcept {
             look = nextLook();
             if (gatherUntil_ != 0) look = std::min(look, gatherUntil_);
             if (rejections) look = std::min(look, adviseRejectionsAt_);
+            if (refusals) look = std::min(look, adviseRefusalsAt_);
             socket = session_->socket();
         }
         if (wanted != watched) {
