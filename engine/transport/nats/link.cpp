@@ -74,7 +74,7 @@ std::string words(int error) {
 
 int writeToSocket(BIO* bio, const char* bytes, int size) {
     BIO_clear_retry_flags(bio);
-    const int descriptor = static_cast<int>(reinterpret_cast<intptr_t>(BIO_get_data(bio)));
+    const int descriptor = *static_cast<const int*>(BIO_get_data(bio));
     const ssize_t sent = send(descriptor, bytes, static_cast<size_t>(size), MSG_NOSIGNAL);
     if (sent < 0 && (errno == EAGAIN || errno == EINTR)) BIO_set_retry_write(bio);
     return static_cast<int>(sent);
@@ -82,7 +82,7 @@ int writeToSocket(BIO* bio, const char* bytes, int size) {
 
 int readFromSocket(BIO* bio, char* bytes, int size) {
     BIO_clear_retry_flags(bio);
-    const int descriptor = static_cast<int>(reinterpret_cast<intptr_t>(BIO_get_data(bio)));
+    const int descriptor = *static_cast<const int*>(BIO_get_data(bio));
     const ssize_t got = recv(descriptor, bytes, static_cast<size_t>(size), 0);
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) BIO_set_retry_read(bio);
     if (got == 0) BIO_set_flags(bio, BIO_FLAGS_IN_EOF);
@@ -242,7 +242,7 @@ bool Link::startTls(const std::string& host, const secure::Credentials& credenti
         *why = lastWords();
         return false;
     }
-    BIO_set_data(bio, reinterpret_cast<void*>(intptr_t{socket_}));
+    BIO_set_data(bio, &socket_);
     BIO_set_init(bio, 1);
     SSL_set_bio(tls_, bio, bio);
     if (!expect(tls_, host)) {

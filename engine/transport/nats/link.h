@@ -50,7 +50,7 @@ class Link {
     ssize_t broken(const char* why) noexcept;
     ssize_t afterTls(int result) noexcept;
 
-    const int socket_;
+    int socket_;  // set once
     ssl_ctx_st* context_ = nullptr;
     ssl_st* tls_ = nullptr;  // null: plain
     std::string reason_;
