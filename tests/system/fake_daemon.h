@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "impostor.h"
+#include "loopback.h"
 
 namespace quorltest {
 
@@ -61,15 +62,8 @@ class FakeDaemon {
     // step: called for each client when it comes (0), and before each of its commands is answered (from 1 on). False: it
     // has done what it wanted with the client, which is dropped.
     explicit FakeDaemon(std::function<bool(Client&, int)> step)
-        : step_(std::move(step)), listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(listener_, 16), 0);
-        socklen_t size = sizeof address;
-        EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size), 0);
-        address_ = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+        : step_(std::move(step)), listener_(listenOnLoopback(16, &port_)) {
+        address_ = "127.0.0.1:" + std::to_string(port_);
         accepting_ = std::thread([this] {
             for (;;) {
                 const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
@@ -152,6 +146,7 @@ class FakeDaemon {
     }
 
     const std::function<bool(Client&, int)> step_;
+    int port_ = 0;
     const int listener_;
     std::string address_;
     std::atomic<bool> over_{false};

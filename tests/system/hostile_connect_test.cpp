@@ -94,7 +94,7 @@ TEST_F(HostileConnect, aDaemonThatRefusesAndNamesManyOthers) {
     }));
 }
 
-// The others of the process connect meanwhile, and are not taken for the one that is ended.
+// The others of the process connect meanwhile, and notice nothing.
 TEST_F(HostileConnect, whatConnectsElsewhereIsLeftAlone) {
     NatsServer server;
     const quorlTransport before = transportTo(server.url());

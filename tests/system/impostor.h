@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "loopback.h"
 #include "support.h"
 
 namespace quorltest {
@@ -36,15 +37,7 @@ inline void sendAll(int socket, const std::string& bytes) {
 // Listens on a free port, and hands each connection to a function on a thread of its own, until it goes.
 class Impostor {
   public:
-    explicit Impostor(std::function<void(int)> behave) : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(listener_, 16), 0);
-        socklen_t size = sizeof address;
-        EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size), 0);
-        port_ = ntohs(address.sin_port);
+    explicit Impostor(std::function<void(int)> behave) : listener_(listenOnLoopback(16, &port_)) {
         thread_ = std::thread([this, behave = std::move(behave)] {
             for (;;) {
                 const int client = accept(listener_, nullptr, nullptr);
@@ -68,8 +61,8 @@ class Impostor {
     std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
 
   private:
-    const int listener_;
     int port_ = 0;
+    const int listener_;
     std::atomic<bool> over_{false};
     std::thread thread_;
 };

@@ -15,9 +15,9 @@ namespace quorl::transport::nats {
 
 // A daemon's greeting, or a later word about itself.
 struct Info {
-    int64_t maxPayload = 0;            // bytes of the largest message that it takes
-    bool offersTls = false;            //
-    bool demandsTls = false;           //
+    int64_t maxPayload = 0;  // bytes of the largest message that it takes
+    bool offersTls = false;
+    bool demandsTls = false;
     bool demandsCertificate = false;   // of the program, in TLS
     std::vector<std::string> servers;  // of its cluster, as it writes them
 };

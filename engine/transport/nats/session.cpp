@@ -41,7 +41,8 @@ constexpr size_t longestWords = 256;  // of a daemon that are repeated, in bytes
 constexpr int64_t leastPayload = 512;
 constexpr int64_t mostPayload = 64 << 20;  // what the daemon itself has as its upper limit
 
-// Text between quotation marks of JSON. Overwritten when it goes, since there may be a password in it.
+// What a program says of itself, with what goes between the quotation marks of JSON. Overwritten when it goes, since there may
+// be a password in it.
 class Introduction {
   public:
     explicit Introduction(size_t most) { text_.reserve(most); }  // so that nothing is left where the text grew out of
