@@ -36,17 +36,16 @@ ensure_packages() {
         || die "could not install ${missing[*]}"
 }
 
-# configure_and_build preset [target ...]
+# configure_and_build with-tests|without-tests preset [target ...]: without tests nothing is looked for that only tests need.
 configure_and_build() {
-    local preset=$1
-    shift
+    local testing=OFF preset=$2 said
+    [[ $1 != with-tests ]] || testing=ON
+    shift 2
     say "building $preset"
-    cmake --preset "$preset" >"/tmp/quorl-configure.$$" 2>&1 || {
-        cat "/tmp/quorl-configure.$$" >&2
-        rm -f "/tmp/quorl-configure.$$"
+    said=$(cmake --preset "$preset" -DBUILD_TESTING=$testing 2>&1) || {
+        printf '%s\n' "$said" >&2
         die "configuring $preset failed"
     }
-    rm -f "/tmp/quorl-configure.$$"
     local targets=()
     (($#)) && targets=(--target "$@")
     cmake --build --preset "$preset" "${targets[@]}" >&2 || die "building $preset failed"

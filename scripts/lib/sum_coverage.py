@@ -9,7 +9,7 @@ def main():
     folder, reports = sys.argv[1] + "/", sys.argv[2:]
     lines, branches = {}, {}
     for report in reports:
-        for text in open(report):
+        for text in open(report, encoding="utf-8"):
             for file in json.loads(text)["files"]:
                 _, found, rest = file["file"].rpartition(folder)
                 if not found:

@@ -15,7 +15,7 @@ def main():
     folder.mkdir()
     bench = Bench(build)
     everything = SOURCES / "native.h"  # every source sees it
-    if not bench.make(folder, everything.name, everything.read_text(), "--coverage"):
+    if not bench.make(folder, everything.name, everything.read_text(encoding="utf-8"), "--coverage"):
         raise SystemExit("coverage: the bridge does not compile")
     subprocess.run([folder / "contract", "--gtest_brief=1"], cwd=folder, check=True)
     for data in sorted(folder.glob("*.gcda")):

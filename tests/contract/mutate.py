@@ -46,7 +46,7 @@ def blank_comments(text):
 
 def candidates(path):
     """All (offset, old, new, kind) that one source file offers."""
-    text = path.read_text()
+    text = path.read_text(encoding="utf-8")
     code = blank_comments(text)
     found = []
     offset = 0
@@ -115,15 +115,13 @@ class Bench:
         commands = listed.stdout.splitlines()
         self.objects = {}  # of the unchanged sources, with the kit's heap and locks under them
         for command in commands:
-            source = re.search(r" -c (\S+/javanew/(\w+\.cpp))$", command.strip())
-            if source:
-                words = shlex.split(command)
+            words = shlex.split(command)
+            if words[-2:-1] == ["-c"] and pathlib.Path(words[-1]).parent.name == SOURCES.name:
                 places = [f"-I{words[i + 1]}" for i, word in enumerate(words) if word == "-isystem"]
                 self.compile = [words[0], "-std=c++20", "-O0", "-g0", "-w", "-fPIC", *places,
                                 *(word for word in words if word.startswith("-I"))]
-            renamed = re.search(r"(\S*objcopy .*) (\S+) (\S+/bridge/(\w+\.cpp)\.o)$", command.strip())
-            if renamed:
-                self.rename, self.objects[renamed.group(4)] = shlex.split(renamed.group(1)), renamed.group(3)
+            if "--redefine-sym" in words:
+                self.rename, self.objects[pathlib.Path(words[-1]).stem] = words[words.index("&&") + 1:-2], words[-1]
         words = shlex.split(commands[-1])
         if "bin/contract" not in words or not self.objects:
             raise SystemExit("mutate: cannot find the commands that make the contract suite")
@@ -133,7 +131,7 @@ class Bench:
         # The kit and the rows in one object without debug information: the link is what takes the time.
         self.kit = f"{self.folder.name}/kit.o"
         subprocess.run(["ld", "-r", "-S", "-o", self.kit, *kit], cwd=build, check=True)
-        includes = {path.name: re.findall(r'#include "(\w+\.h)"', path.read_text()) for path in SOURCES.iterdir()
+        includes = {path.name: re.findall(r'#include "(\w+\.h)"', path.read_text(encoding="utf-8")) for path in SOURCES.iterdir()
                     if path.suffix in (".h", ".cpp")}
         self.users = {}  # header -> the sources that see it
         for source in self.objects:
@@ -152,7 +150,7 @@ class Bench:
         for path in SOURCES.iterdir():
             if path.name != changed:
                 pathlib.Path(scratch, path.name).symlink_to(path)
-        pathlib.Path(scratch, changed).write_text(text)
+        pathlib.Path(scratch, changed).write_text(text, encoding="utf-8")
         sources = self.users[changed]
         compiled = subprocess.run([*self.compile, *options, "-c", *(f"{scratch}/{source}" for source in sources)],
                                   cwd=scratch, capture_output=True, check=False)
@@ -182,7 +180,7 @@ class Bench:
     def check_original(self):
         with tempfile.TemporaryDirectory(dir=self.folder.name) as scratch:
             original = SOURCES / "native.h"
-            if not self.make(scratch, original.name, original.read_text()):
+            if not self.make(scratch, original.name, original.read_text(encoding="utf-8")):
                 raise SystemExit("mutate: the unchanged bridge does not compile")
             run = subprocess.run([f"{scratch}/contract", "--gtest_brief=1"], cwd=scratch, capture_output=True, check=False)
             if run.returncode != 0:
@@ -207,7 +205,7 @@ def known_equivalent():
     if not EQUIVALENT.exists():
         return {}
     reasons = {}
-    for line in EQUIVALENT.read_text().splitlines():
+    for line in EQUIVALENT.read_text(encoding="utf-8").splitlines():
         if line and not line.startswith("#"):
             mutant, reason = line.rsplit(" | ", 1)
             reasons[mutant] = reason
@@ -277,7 +275,7 @@ def main():
     print(f"seed {options.seed}: {counted} mutants, {killed} killed ({share:.1%}), {len(survivors)} survived; "
           f"{len(excused)} more cannot be told from the original, {outcomes['stillborn']} did not compile")
     if options.list_survivors:
-        pathlib.Path(options.list_survivors).write_text("".join(f"{name}\n" for name in survivors))
+        pathlib.Path(options.list_survivors).write_text("".join(f"{name}\n" for name in survivors), encoding="utf-8")
     return 0 if counted and share >= REQUIRED else 1
 
 

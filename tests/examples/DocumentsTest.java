@@ -45,7 +45,7 @@ class DocumentsTest {
         String path = System.getProperty("examples.classpath");
         JavaCompiler compiler = ToolProvider.getSystemJavaCompiler();
         ByteArrayOutputStream complaints = new ByteArrayOutputStream();
-        int compiled = compiler.run(null, complaints, complaints, "-cp", path, "-d", folder.toString(), source.toString());
+        int compiled = compiler.run(null, complaints, complaints, "-encoding", "UTF-8", "-cp", path, "-d", folder.toString(), source.toString());
         assertEquals(0, compiled, complaints.toString(StandardCharsets.UTF_8));
 
         Path out = folder.resolve("out");

@@ -94,7 +94,7 @@ class Image:
 
 
 def compare(program):
-    output = subprocess.run(program, check=True, capture_output=True, text=True).stdout
+    output = subprocess.run(program, check=True, capture_output=True, encoding="utf-8").stdout
     lines = output.splitlines()
     for number, line in enumerate(lines, 1):
         image, expected = line.split("\t")

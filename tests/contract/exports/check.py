@@ -15,14 +15,14 @@ DECLARATION = re.compile(r"^QUORL_API\b[^;]*?\b(_?quorl\w+)\(", re.M)
 def declared(root):
     """The names that each library owes, by the library's file name."""
     folder = root / "include/quorl"
-    owed = {f"lib{header}.so": set(DECLARATION.findall((folder / f"{header}.h").read_text()))
+    owed = {f"lib{header}.so": set(DECLARATION.findall((folder / f"{header}.h").read_text(encoding="utf-8")))
             for header in ("quorl", "quorlcm", "quorlcmq", "quorlft", "quorlsd")}
     # The private functions stand in one header; their names say whose they are.
-    for name in DECLARATION.findall((folder / "private.h").read_text()):
+    for name in DECLARATION.findall((folder / "private.h").read_text(encoding="utf-8")):
         owner = next((o for o in ("quorlcmq", "quorlcm", "quorlft") if name.startswith("_" + o)), "quorl")
         owed[f"lib{owner}.so"].add(name)
     for support in sorted((root / "engine").rglob("support.h")):
-        owed["libquorl.so"].update(DECLARATION.findall(support.read_text()))
+        owed["libquorl.so"].update(DECLARATION.findall(support.read_text(encoding="utf-8")))
     return owed
 
 
