@@ -15,38 +15,19 @@ record DaemonGreeting(String version, long maxPayload, boolean wantsTls, boolean
         boolean wantsCredentials) {
     private static final int PATIENCE = 2000;
     private static final int LONGEST = 64 * 1024;
-    private static final int DEFAULT_PORT = 4222;
-
-    /** Host and port of the first address of a daemon parameter. */
-    record Place(String host, int port) {
-        static Place of(String daemon) {
-            String address = daemon.split(",", 2)[0].strip();
-            address = address.substring(address.indexOf("://") < 0 ? 0 : address.indexOf("://") + 3);
-            address = address.substring(address.lastIndexOf('@') + 1);
-            int colon = address.lastIndexOf(':');
-            if (colon <= address.lastIndexOf(']')) return new Place(address, DEFAULT_PORT);
-            try {
-                return new Place(address.substring(0, colon), Integer.parseInt(address.substring(colon + 1)));
-            } catch (NumberFormatException e) {
-                throw new Failure("\"" + address.substring(colon + 1) + "\" is no port");
-            }
-        }
-    }
 
     /** Connects and listens; Failure with what went wrong. */
-    static DaemonGreeting hear(String daemon) {
-        Place place = Place.of(daemon);
-        if (place.port < 1 || place.port > 65535) throw new Failure(place.port + " is no port");
+    static DaemonGreeting hear(DaemonAddress place) {
         try (Socket socket = new Socket()) {
-            socket.connect(new InetSocketAddress(place.host, place.port), PATIENCE);
+            socket.connect(new InetSocketAddress(place.host(), place.port()), PATIENCE);
             socket.setSoTimeout(PATIENCE);
             return parse(line(socket.getInputStream()));
         } catch (UnknownHostException e) {
-            throw new Failure("there is no host \"" + place.host + "\"");
+            throw new Failure("there is no host \"" + place.host() + "\"");
         } catch (SocketTimeoutException e) {
-            throw new Failure("nobody answered at " + place.host + ":" + place.port + " within " + PATIENCE / 1000 + " s");
+            throw new Failure("nobody answered at " + place.hostAndPort() + " within " + PATIENCE / 1000 + " s");
         } catch (IOException e) {
-            throw new Failure(place.host + ":" + place.port + ": " + e.getMessage());
+            throw new Failure(place.hostAndPort() + ": " + e.getMessage());
         }
     }
 

@@ -137,15 +137,25 @@ final class DoctorCommand implements Callable<Integer> {
                     "'quorl daemon' starts one; look at it with 'quorl doctor --daemon nats://127.0.0.1:4222'");
             return;
         }
-        List<String> servers = new ArrayList<>();
-        for (String server : daemon.split(",", -1)) servers.add(server);
+        List<DaemonAddress> servers;
+        try {
+            servers = DaemonAddress.parse(daemon);
+        } catch (Failure e) {
+            wrong("daemon", e.getMessage(), "an address is written nats://HOST:PORT, or tls://HOST:PORT for a secured daemon; "
+                    + "commas stand between those of a cluster");
+            return;
+        }
         DaemonGreeting greeting = null;
-        for (String server : servers) {
+        DaemonAddress answering = null;
+        for (DaemonAddress server : servers) {
             DaemonGreeting heard = hear(server, servers.size() > 1);
-            if (greeting == null) greeting = heard;
+            if (greeting == null && heard != null) {
+                greeting = heard;
+                answering = server;
+            }
         }
         if (greeting == null) return;
-        if (greeting.wantsTls() && !daemon.startsWith("tls://")) {
+        if (greeting.wantsTls() && !answering.tls()) {
             note("credentials", "the daemon wants TLS", "begin its address with tls://, and give --trust if its certificate is "
                     + "not from a public authority");
         }
@@ -159,11 +169,11 @@ final class DoctorCommand implements Callable<Integer> {
     }
 
     /** What one server says; null when it says nothing, which is told. */
-    private DaemonGreeting hear(String server, boolean oneOfSeveral) {
+    private DaemonGreeting hear(DaemonAddress server, boolean oneOfSeveral) {
         try {
             DaemonGreeting greeting = DaemonGreeting.hear(server);
-            ok("daemon", (oneOfSeveral ? server.strip() + ": " : "") + "version " + greeting.version() + ", messages of " + greeting.maxPayload()
-                    + " bytes in one piece" + (greeting.wantsTls() ? ", wants TLS" : "")
+            ok("daemon", (oneOfSeveral ? server.url() + ": " : "") + "version " + greeting.version() + ", messages of "
+                    + greeting.maxPayload() + " bytes in one piece" + (greeting.wantsTls() ? ", wants TLS" : "")
                     + (greeting.wantsCredentials() ? ", wants credentials" : ""));
             return greeting;
         } catch (Failure e) {

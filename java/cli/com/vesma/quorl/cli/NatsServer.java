@@ -116,7 +116,7 @@ final class NatsServer implements AutoCloseable {
 
     private static String who(int port) {
         try {
-            DaemonGreeting greeting = DaemonGreeting.hear("127.0.0.1:" + port);
+            DaemonGreeting greeting = DaemonGreeting.hear(new DaemonAddress(false, "127.0.0.1", port));
             return "a daemon of version " + greeting.version() + ", which programs may use: --daemon nats://127.0.0.1:" + port;
         } catch (Failure e) {
             return "another program";

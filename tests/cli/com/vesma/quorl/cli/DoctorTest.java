@@ -7,6 +7,7 @@ import java.io.ByteArrayInputStream;
 import java.io.IOException;
 import java.io.OutputStream;
 import java.net.InetAddress;
+import java.net.InetSocketAddress;
 import java.net.ServerSocket;
 import java.net.Socket;
 import java.nio.charset.StandardCharsets;
@@ -177,9 +178,11 @@ class DoctorTest {
 
     @Test
     void eachServerOfAClusterIsLookedAt() throws Exception {
-        try (ChildDaemon daemon = new ChildDaemon(folder)) {
-            String said = doctor(1, "--daemon", daemon.address + ",127.0.0.1:1");
-            shows(said, "ok     daemon       " + daemon.address + ": version ", "wrong  daemon       127.0.0.1:1: ", "ok     connection");
+        try (ChildDaemon daemon = new ChildDaemon(folder); Socket silent = new Socket()) {
+            silent.bind(new InetSocketAddress(InetAddress.getByName("127.0.0.1"), 0));
+            String away = "127.0.0.1:" + silent.getLocalPort();
+            String said = doctor(1, "--daemon", daemon.address + "," + away);
+            shows(said, "ok     daemon       " + daemon.address + ": version ", "wrong  daemon       " + away + ": ", "ok     connection");
         }
     }
 }
