@@ -12,13 +12,11 @@ quorl_status destroyEvent(uint32_t id, quorlEventOnComplete completion) noexcept
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
     Section section(*thread);
-    Record* record = registry::close(id, QUORL_OBJECT_EVENT);
-    if (record == nullptr) return environment::noObject(QUORL_INVALID_EVENT, "event", id);
-    auto& event = static_cast<Event&>(*record);
-    event.completion = completion;
-    if (event.detach != nullptr) event.detach(event);
-    forget(event);
-    registry::retire(event);
+    Event* event = closeEvent(id);
+    if (event == nullptr) return environment::noObject(QUORL_INVALID_EVENT, "event", id);
+    event->completion = completion;
+    if (event->detach != nullptr) event->detach(*event);
+    registry::retire(*event);
     return QUORL_OK;
 }
 

@@ -69,7 +69,7 @@ quorl_status addToGroup(uint32_t groupId, uint32_t queueId) noexcept {
     if (group == nullptr) return environment::noObject(QUORL_INVALID_QUEUE_GROUP, "queue group", groupId);
     auto* queue = registry::find<Queue>(queueId);
     if (queue == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", queueId);
-    bool waits;
+    uint64_t waiting;
     try {
         Lock lock(group->lock);
         if (group->closed) return environment::noObject(QUORL_INVALID_QUEUE_GROUP, "queue group", groupId);
@@ -83,11 +83,12 @@ quorl_status addToGroup(uint32_t groupId, uint32_t queueId) noexcept {
         queue->back.groups.push_back(group);
         queue->back.grouped = true;
         group->members.push_back({queue, 0});
-        waits = queue->waiting() != 0;
+        waiting = queue->waiting();
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for a queue in a group");
     }
-    if (waits) wakeOne(*group);
+    // A thread for each: the callback of one event may wait for that of another.
+    while (waiting != 0 && wakeOne(*group)) --waiting;
     return QUORL_OK;
 }
 
@@ -123,25 +124,25 @@ void leaveGroups(Queue& queue) noexcept {
     }
 }
 
-void wakeOne(Group& group) noexcept {
-    if (group.sleeping.load(std::memory_order_seq_cst) == 0) return;
+bool wakeOne(Group& group) noexcept {
+    if (group.sleeping.load(std::memory_order_seq_cst) == 0) return false;
     ThreadState* sleeper;
     {
         Lock lock(group.lock);
         sleeper = group.sleepers.takeOne(wokenForEvent);
-        if (sleeper == nullptr) return;
+        if (sleeper == nullptr) return false;
         group.sleeping.store(group.sleeping.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
     }
     futexWake(sleeper->wake);
+    return true;
 }
 
 bool takeFrom(Group& group, ThreadState& thread, Queue** queue, Taken* taken, Batch* batch) noexcept {
-    const Queue* closing = nullptr;
     for (;;) {
         Group::Member* best = nullptr;
         uint32_t bestPriority = 0;
         for (auto& member : group.members) {
-            if (member.queue == closing || member.queue->waiting() == 0) continue;
+            if (member.queue->waiting() == 0) continue;
             const uint32_t priority = member.queue->priority.load(std::memory_order_relaxed);
             if (best == nullptr || priority > bestPriority ||
                 (priority == bestPriority && member.lastServed < best->lastServed)) {
@@ -149,30 +150,34 @@ bool takeFrom(Group& group, ThreadState& thread, Queue** queue, Taken* taken, Ba
                 bestPriority = priority;
             }
         }
-        if (best == nullptr) return false;
+        if (best == nullptr) {
+            // What was read without a lock may be too low while the end of a queue is taken back.
+            if (!anythingWaits(group)) return false;
+            continue;
+        }
         Queue& chosen = *best->queue;
+        const bool open = registry::pin(thread, chosen.id, QUORL_OBJECT_QUEUE) != nullptr;
         bool found = false;
-        if (registry::pin(thread, chosen.id, QUORL_OBJECT_QUEUE) != nullptr) {
-            {
-                Lock front(chosen.front.lock);
-                found = takeFirst(chosen, thread, taken, batch);
-            }
-            if (!found) registry::unpin(thread, &chosen);
+        {
+            // Of a queue that is not open: whoever closes it holds the lock until none of its events counts.
+            Lock front(chosen.front.lock);
+            if (open) found = takeFirst(chosen, thread, taken, batch);
         }
         if (found) {
             best->lastServed = ++group.served;
             *queue = &chosen;
             return true;
         }
-        // The queue, or an event whose entries it still counts, is being destroyed just now.
-        if (closing != nullptr) return false;
-        closing = &chosen;
+        // Others took the event, or destroyed it: look again.
+        if (open) registry::unpin(thread, &chosen);
     }
 }
 
 bool anythingWaits(const Group& group) noexcept {
-    return std::any_of(group.members.begin(), group.members.end(),
-                       [](const Group::Member& member) { return member.queue->waiting() != 0; });
+    return std::any_of(group.members.begin(), group.members.end(), [](const Group::Member& member) {
+        Lock front(member.queue->front.lock);
+        return member.queue->waiting() != 0;
+    });
 }
 
 }  // namespace quorl::event

@@ -38,8 +38,9 @@ quorl_status removeFromGroup(uint32_t group, uint32_t queue) noexcept;
 // Takes the queue out of all its groups; it is closed, so that none takes it in again.
 void leaveGroups(Queue& queue) noexcept;
 
-// Wakes a thread that sleeps in a dispatch of the group, after an event was put into one of its queues. Inside a section.
-void wakeOne(Group& group) noexcept;
+// Wakes a thread that sleeps in a dispatch of the group, after an event was put into one of its queues. False: none slept.
+// Inside a section.
+bool wakeOne(Group& group) noexcept;
 
 // Takes the first event of the most urgent queue that has one, and pins that queue before the event. False: nothing waits.
 bool takeFrom(Group& group, ThreadState& thread, Queue** queue, Taken* taken, Batch* batch) noexcept

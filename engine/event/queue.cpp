@@ -19,6 +19,8 @@ constexpr uint32_t vectorTagBit = 1u << 31;
 constexpr uint64_t batchReach = 1024;
 // Dead entries of a destroyed event are cleared out when there are few entries, or mostly dead ones.
 constexpr uint64_t fewEntries = 4096;
+// Those of a timer's earlier epochs when there are that many, and mostly dead ones.
+constexpr uint64_t fewDead = 64;
 
 // Each of this many entries is timed, and each that wakes a thread. A power of two.
 constexpr uint64_t timedEvery = 64;
@@ -41,7 +43,8 @@ void endTiming(Queue& queue, uint64_t position, uint64_t first) noexcept REQUIRE
     queue.timedPosition.store(Queue::untimed, std::memory_order_release);
 }
 
-// Whether the entry is still to be delivered. Inside a section, under either lock of the queue.
+// The entry's event if the entry is still to be delivered. Inside a section, under either lock of the queue: closeEvent
+// takes both, so that an event that is not found has been forgotten too, and its entries count no more.
 Event* liveEvent(const Entry& entry) noexcept {
     if (entry.event == 0) return nullptr;
     auto* event = registry::find<Event>(entry.event);
@@ -105,10 +108,6 @@ bool makeRoom(Queue& queue, Trouble* trouble) noexcept REQUIRES(queue.front.lock
     }
 }
 
-void wakeGroups(const std::vector<Group*>& groups) noexcept {
-    for (Group* group : groups) wakeOne(*group);
-}
-
 // What remains to do for a push when the back lock is given up.
 struct AfterPush {
     ThreadState* sleeper = nullptr;
@@ -142,18 +141,26 @@ void place(Queue& queue, Event& event, uint32_t tag, message::Content* content, 
     }
 }
 
+// From the end of the list to its beginning: groups that leave meanwhile only move others towards the beginning, and those
+// that join look for themselves.
+void wakeManyGroups(Queue& queue) noexcept {
+    size_t left = SIZE_MAX;
+    while (left != 0) {
+        std::array<Group*, 16> some;
+        size_t count = 0;
+        {
+            Lock lock(queue.back.lock);
+            left = std::min(left, queue.back.groups.size());
+            while (left != 0 && count < some.size()) some[count++] = queue.back.groups[--left];
+        }
+        for (size_t i = 0; i < count; ++i) wakeOne(*some[i]);
+    }
+}
+
 void finish(Queue& queue, const AfterPush& after) noexcept {
     if (after.sleeper != nullptr) futexWake(after.sleeper->wake);
     if (after.manyGroups) [[unlikely]] {
-        std::vector<Group*> groups;
-        try {
-            Lock lock(queue.back.lock);
-            groups = queue.back.groups;
-        } catch (const std::bad_alloc&) {
-            // The groups that are left notice the event when their next one comes.
-            groups.clear();
-        }
-        wakeGroups(groups);
+        wakeManyGroups(queue);
         return;
     }
     for (uint32_t i = 0; i < after.groupCount; ++i) wakeOne(*after.groups[i]);
@@ -251,8 +258,8 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
     for (;;) {
         if (!queue.ring.take(&entry)) return false;
         if (entry.event == 0) continue;
-        // The pin keeps the record; whoever destroys the event counts its entries under this lock, so that an event that
-        // was found open here has started before its destruction was over.
+        // The pin keeps the record. An event that is not open any more has been forgotten, see closeEvent: the entry is
+        // dead and counted.
         event = static_cast<Event*>(registry::pin(thread, entry.event, QUORL_OBJECT_EVENT));
         if (event != nullptr) [[likely]] {
             if (event->kind != Kind::timer || event->front.epoch == entry.tag) [[likely]]
@@ -329,30 +336,50 @@ void trim(Queue& queue, Trouble* trouble) noexcept {
     }
 }
 
-void forget(Event& event) noexcept {
-    Queue& queue = *event.queue;
-    bool calm;
+namespace {
+
+// How many entries of the ring are to be skipped.
+uint64_t deadEntries(const Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
+    return queue.front.removed.load(std::memory_order_relaxed) - queue.ring.begin();
+}
+
+// Inside a section.
+void dropDead(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
+    queue.timedPosition.store(Queue::untimed, std::memory_order_relaxed);
+    queue.ring.filter([](const Entry& entry) {
+        if (liveEvent(entry) != nullptr) return true;
+        if (entry.content != nullptr) dropContent(entry.content);
+        return false;
+    });
+}
+
+}  // namespace
+
+Event* closeEvent(uint32_t id) noexcept {
+    auto* event = registry::find<Event>(id);
+    if (event == nullptr) return nullptr;
+    Queue& queue = *event->queue;
+    bool calm = false;
+    Trouble over;
     {
         Lock front(queue.front.lock);
         Lock back(queue.back.lock);
-        event.back.closed = true;
-        const uint64_t dead = event.back.pushed - event.front.taken;
-        if (dead == 0 || queue.back.closed) return;
-        event.front.taken += dead;
-        const uint64_t removed = queue.front.removed.load(std::memory_order_relaxed) + dead;
-        queue.front.removed.store(removed, std::memory_order_release);
-        calm = queue.waiting() < queue.front.calmBelow;
-        const uint64_t entries = queue.ring.backCount() - queue.ring.begin();
-        if (entries <= fewEntries || removed - queue.ring.begin() >= entries / 2) {
-            queue.timedPosition.store(Queue::untimed, std::memory_order_relaxed);
-            queue.ring.filter([](const Entry& entry) {
-                if (liveEvent(entry) != nullptr) return true;
-                if (entry.content != nullptr) dropContent(entry.content);
-                return false;
-            });
+        if (registry::close(id, QUORL_OBJECT_EVENT) == nullptr) return nullptr;
+        event->back.closed = true;
+        endSlow(queue, *event, &over);
+        const uint64_t dead = event->back.pushed - event->front.taken;
+        if (dead != 0 && !queue.back.closed) {
+            event->front.taken += dead;
+            queue.front.removed.store(queue.front.removed.load(std::memory_order_relaxed) + dead,
+                                      std::memory_order_release);
+            calm = queue.waiting() < queue.front.calmBelow;
+            const uint64_t entries = queue.ring.backCount() - queue.ring.begin();
+            if (entries <= fewEntries || deadEntries(queue) >= entries / 2) dropDead(queue);
         }
     }
+    if (over.any()) tell(queue, over);
     if (calm) settle(queue);
+    return event;
 }
 
 void cutOff(Event& event) noexcept {
@@ -370,10 +397,11 @@ void startNewEpoch(Event& event) noexcept {
     event.front.waiting.store(false, std::memory_order_relaxed);
     const uint64_t dead = event.back.pushed - event.front.taken;
     event.front.taken += dead;
-    if (!queue.back.closed) {
-        queue.front.removed.store(queue.front.removed.load(std::memory_order_relaxed) + dead,
-                                  std::memory_order_release);
-    }
+    if (dead == 0 || queue.back.closed) return;
+    queue.front.removed.store(queue.front.removed.load(std::memory_order_relaxed) + dead, std::memory_order_release);
+    // Otherwise a timer of interval 0 that is set again and again would fill the queue.
+    const uint64_t entries = queue.ring.backCount() - queue.ring.begin();
+    if (deadEntries(queue) >= std::max(fewDead, entries / 2)) dropDead(queue);
 }
 
 uint32_t vectorTagFor(Queue& queue, quorlEventVectorCallback callback, const void* groupId) noexcept {

@@ -44,7 +44,7 @@ struct Trouble;
 
 // A listener that lost messages since the queue's limit began to drop.
 struct SlowListener {
-    uint32_t event;
+    Event* event;  // closeEvent takes it out of the list
     uint64_t lost;
     int64_t began;  // nanoseconds on the monotonic clock
 };
@@ -140,8 +140,10 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
 // Drops what waits beyond the limit, by its policy. Inside a section.
 void trim(Queue& queue, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock);
 
-// After the event is closed: no event of it starts any more or counts as waiting. Inside a section.
-void forget(Event& event) noexcept;
+// Closes the event for exactly one caller, who retires it: none of its callbacks starts any more, and none of its entries
+// counts as waiting. The registry and the counts change in one step under both locks of the queue, so that whoever holds
+// either finds an event open exactly while it may have entries. Null when there is no such open event. Inside a section.
+Event* closeEvent(uint32_t id) noexcept;
 // Stops the event for good without closing it: what waits stays. Inside a section.
 void cutOff(Event& event) noexcept;
 // Of timers: what waits is dead, and firings that were decided before do not count.

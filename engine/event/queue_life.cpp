@@ -68,14 +68,17 @@ quorl_status destroyQueue(uint32_t id, quorlQueueOnComplete completion, const vo
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
     Section section(*thread);
-    Record* record = registry::close(id, QUORL_OBJECT_QUEUE);
-    if (record == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", id);
-    auto& queue = static_cast<Queue&>(*record);
-    queue.completion = completion;
-    queue.completionClosure = closure;
+    auto* found = registry::find<Queue>(id);
+    if (found == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", id);
+    Queue& queue = *found;
     {
+        // In one step, so that nobody who holds a lock sees a queue that is closed and yet has events.
         Lock front(queue.front.lock);
         Lock back(queue.back.lock);
+        if (registry::close(id, QUORL_OBJECT_QUEUE) == nullptr)
+            return environment::noObject(QUORL_INVALID_QUEUE, "queue", id);
+        queue.completion = completion;
+        queue.completionClosure = closure;
         queue.back.closed = true;
         queue.back.sleepers.wakeAll(wokenByClose);
         Entry entry;

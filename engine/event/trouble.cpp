@@ -65,22 +65,22 @@ struct Over {
     std::vector<SlowListener> slow;
 };
 
+void tellSlowEnd(const Names& names, const SlowListener& slow, int64_t now) noexcept {
+    advise(Severity::info, "listener", "slow_end",
+           {{"listener", slow.event->id},
+            {"pattern", patternOf(*slow.event)},
+            {"queue", names.id},
+            {"name", names.name},
+            {"lost", slow.lost},
+            {"seconds", static_cast<double>(now - slow.began) * 1e-9}});
+}
+
 void tellOver(Queue& queue, const Over& over) noexcept {
     if (!transport::advisoriesHeard()) return;
     const Names names(queue);
     const int64_t now = monotonicNow();
     const double seconds = static_cast<double>(now - over.began) * 1e-9;
-    for (const SlowListener& slow : over.slow) {
-        const auto* event = registry::find<Event>(slow.event);
-        const std::string_view pattern = event == nullptr ? std::string_view() : patternOf(*event);
-        advise(Severity::info, "listener", "slow_end",
-               {{"listener", slow.event},
-                {"pattern", pattern},
-                {"queue", names.id},
-                {"name", names.name},
-                {"lost", slow.lost},
-                {"seconds", static_cast<double>(now - slow.began) * 1e-9}});
-    }
+    for (const SlowListener& slow : over.slow) tellSlowEnd(names, slow, now);
     if (over.limit) {
         advise(Severity::info, "queue", "limit_end",
                {{"queue", names.id},
@@ -124,7 +124,7 @@ void lose(Queue& queue, Event& event, message::ContentRef content, Trouble* trou
     if (event.back.slow == 0) {
         try {
             trouble->slow.reserve(trouble->slow.size() + 1);
-            queue.back.slow.push_back({event.id, 0, monotonicNow()});
+            queue.back.slow.push_back({&event, 0, monotonicNow()});
             event.back.slow = static_cast<uint32_t>(queue.back.slow.size());
             trouble->slow.push_back({&event, std::move(content)});
         } catch (const std::bad_alloc&) {
@@ -132,6 +132,16 @@ void lose(Queue& queue, Event& event, message::ContentRef content, Trouble* trou
         }
     }
     ++queue.back.slow[event.back.slow - 1].lost;
+}
+
+void endSlow(Queue& queue, Event& event, Trouble* trouble) noexcept {
+    if (event.back.slow == 0) return;
+    SlowListener& place = queue.back.slow[event.back.slow - 1];
+    trouble->ended = place;
+    place = queue.back.slow.back();
+    place.event->back.slow = event.back.slow;
+    queue.back.slow.pop_back();
+    event.back.slow = 0;
 }
 
 void lookAtMark(Queue& queue, Trouble* trouble) noexcept {
@@ -158,8 +168,9 @@ void setThresholds(Queue& queue) noexcept {
 }
 
 void tell(Queue& queue, const Trouble& trouble) noexcept {
-    if (transport::advisoriesHeard() && (trouble.limitBegan || trouble.highWaterBegan || !trouble.slow.empty())) {
+    if (transport::advisoriesHeard() && trouble.any()) {
         const Names names(queue);
+        if (trouble.ended.event != nullptr) tellSlowEnd(names, trouble.ended, monotonicNow());
         Limit limit;
         {
             Lock lock(queue.back.lock);
@@ -217,9 +228,7 @@ void settle(Queue& queue) noexcept {
         over.mark = queue.back.highWater;
         over.began = queue.back.troubleBegan;
         over.slow.swap(queue.back.slow);
-        for (const SlowListener& slow : over.slow) {
-            if (auto* event = registry::find<Event>(slow.event)) event->back.slow = 0;
-        }
+        for (const SlowListener& slow : over.slow) slow.event->back.slow = 0;
         queue.back.losing = false;
         queue.back.high = false;
         setThresholds(queue);

@@ -19,15 +19,21 @@ struct Trouble {
         Event* event;                 // lives until the thread's section ends
         message::ContentRef content;  // the first that it lost; null for a timer
     };
-    Victim first{nullptr, {}};     // of the queue, when limitBegan
-    std::vector<Victim> slow;      // listeners that lost their first message
-    std::vector<uint32_t> hungry;  // timers of interval 0 that lost their event, and would never fire again
-    bool any() const noexcept { return limitBegan || highWaterBegan || !slow.empty() || !hungry.empty(); }
+    Victim first{nullptr, {}};          // of the queue, when limitBegan
+    std::vector<Victim> slow;           // listeners that lost their first message
+    std::vector<uint32_t> hungry;       // timers of interval 0 that lost their event, and would never fire again
+    SlowListener ended{nullptr, 0, 0};  // a slow listener that was closed
+    bool any() const noexcept {
+        return limitBegan || highWaterBegan || !slow.empty() || !hungry.empty() || ended.event != nullptr;
+    }
 };
 
 // Counts an event that a limit dropped, content included when it is a message's. Inside a section.
 void lose(Queue& queue, Event& event, message::ContentRef content, Trouble* trouble) noexcept
     REQUIRES(queue.front.lock, queue.back.lock);
+
+// Takes an event that is being closed off the list of slow listeners.
+void endSlow(Queue& queue, Event& event, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock);
 
 // Looks whether the queue has just grown beyond its mark.
 void lookAtMark(Queue& queue, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock);

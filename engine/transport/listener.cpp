@@ -141,10 +141,7 @@ quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexce
         return fail(QUORL_NOT_INITIALIZED, "the library is not open");
     }
     if (const quorl_status status = attach(*listener); status != QUORL_OK) {
-        if (registry::close(reserved, QUORL_OBJECT_EVENT) != nullptr) {
-            event::forget(*listener);
-            registry::retire(*listener);
-        }
+        if (event::closeEvent(reserved) != nullptr) registry::retire(*listener);
         return status;
     }
     *id = reserved;

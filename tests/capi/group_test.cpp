@@ -1,6 +1,8 @@
 // Queue groups: membership, priorities, fairness.
 #include <unistd.h>
 
+#include <array>
+
 #include "support.h"
 
 namespace quorltest {
@@ -123,6 +125,69 @@ TEST_F(Group, aQueueThatJoinsBringsItsEvents) {
     EXPECT_EQ(quorlQueueGroup_Add(group, queue), QUORL_OK);
     threads.join();
     EXPECT_EQ(numbers.came, std::vector{1});
+}
+
+// The callbacks wait for one another, so that each event needs a thread of its own.
+TEST_F(Group, aQueueThatJoinsWakesAThreadForEachOfItsEvents) {
+    constexpr int events = 3;
+    static Counter inside;
+    const int before = inside.value();
+    const quorlQueue queue = newQueue();
+    listen(
+        queue, transport, "a",
+        [](quorlEvent, quorlMsg, void* target) {
+            inside.add();
+            EXPECT_TRUE(inside.waitFor(*static_cast<int*>(target)));
+        },
+        [&] {
+            static int target;
+            target = before + events;
+            return &target;
+        }());
+    for (int i = 0; i < events; ++i) sendNumber(transport, "a", i);
+    Counter ready;
+    std::array<std::atomic<pid_t>, events> ids{};
+    Threads threads;
+    for (auto& id : ids) {
+        threads.start([&] {
+            id = gettid();
+            ready.add();
+            EXPECT_EQ(quorlQueueGroup_TimedDispatch(group, -1), QUORL_OK);
+        });
+    }
+    ASSERT_TRUE(ready.waitFor(events));
+    for (auto& id : ids) ASSERT_TRUE(waitUntilAsleep(id));
+    EXPECT_EQ(quorlQueueGroup_Add(group, queue), QUORL_OK);
+    threads.join();
+}
+
+// More groups than a push keeps on its stack.
+TEST_F(Group, anEventWakesTheSleeperOfEachOfManyGroups) {
+    constexpr int groups = 40;
+    const quorlQueue queue = newQueue();
+    listen(queue, transport, "a", onNumber, &numbers);
+    std::array<quorlQueueGroup, groups> many{};
+    std::array<std::atomic<pid_t>, groups> ids{};
+    Counter ready;
+    Threads threads;
+    for (int i = 0; i < groups; ++i) {
+        ASSERT_EQ(quorlQueueGroup_Create(&many[i]), QUORL_OK);
+        ASSERT_EQ(quorlQueueGroup_Add(many[i], queue), QUORL_OK);
+    }
+    // The sleepers are of the first groups and of the last: each takes one event.
+    for (const int i : {0, 7, 8, 20, groups - 1}) {
+        threads.start([&, i] {
+            ids[i] = gettid();
+            ready.add();
+            EXPECT_EQ(quorlQueueGroup_TimedDispatch(many[i], -1), QUORL_OK);
+        });
+        ASSERT_TRUE(ready.waitFor(1));
+        ready.add(-1);
+        ASSERT_TRUE(waitUntilAsleep(ids[i]));
+        sendNumber(transport, "a", i);
+        threads.join();
+    }
+    EXPECT_EQ(numbers.came, (std::vector{0, 7, 8, 20, groups - 1}));
 }
 
 TEST_F(Group, severalDispatchersLoseNothing) {
