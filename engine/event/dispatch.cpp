@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "base/clock.h"
 #include "base/environment.h"
@@ -57,6 +58,32 @@ void releaseBatch(const Batch& batch) noexcept {
     }
 }
 
+// Destroys the messages of a batch but for those that the callback has taken out of its array by setting their entries to
+// null. The array is the callback's to write into: it may be sorted, or hold anything; given is what it held before.
+void finishBatch(std::array<quorlMsg, QUORL_VECTOR_MAX>& left, std::array<quorlMsg, QUORL_VECTOR_MAX>& given,
+                 uint32_t count) noexcept {
+    if (std::equal(given.begin(), given.begin() + count, left.begin())) [[likely]] {
+        for (uint32_t i = 0; i < count; ++i) message::finishDelivery(given[i]);
+        return;
+    }
+    const std::array<quorlMsg, QUORL_VECTOR_MAX> places = left;
+    const std::less<> before;
+    std::sort(left.begin(), left.begin() + count, before);
+    const auto isLeft = [&](quorlMsg message) {
+        return std::binary_search(left.begin(), left.begin() + count, message, before);
+    };
+    uint32_t nulls = 0;
+    uint32_t missing = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        if (places[i] == nullptr) ++nulls;
+        if (!isLeft(given[i])) ++missing;
+    }
+    // With more missing than nulls, some were overwritten: then a message's own place tells.
+    for (uint32_t i = 0; i < count; ++i) {
+        if (isLeft(given[i]) || (missing > nulls && places[i] != nullptr)) message::finishDelivery(given[i]);
+    }
+}
+
 quorl_status runBatch(ThreadState& thread, const Event& event, Batch& batch) noexcept {
     std::array<quorlMsg, QUORL_VECTOR_MAX> messages;
     std::array<quorlMsg, QUORL_VECTOR_MAX> given;
@@ -79,9 +106,7 @@ quorl_status runBatch(ThreadState& thread, const Event& event, Batch& batch) noe
         ++thread.callbackDepth;
         event.vectorCallback(messages.data(), count);
         --thread.callbackDepth;
-        for (uint32_t i = 0; i < count; ++i) {
-            if (messages[i] == given[i]) message::finishDelivery(given[i]);
-        }
+        finishBatch(messages, given, count);
     }
     releaseBatch(batch);
     return status;

@@ -272,7 +272,7 @@ QUORL_API quorl_status quorlQueueGroup_TimedDispatch(quorlQueueGroup group, quor
 typedef void (*quorlEventCallback)(quorlEvent event, quorlMsg message, void* closure);
 
 /* As quorlEventCallback, with up to QUORL_VECTOR_MAX messages of the listeners of one group, in the order of arrival.
- * An entry that the callback sets to null is left alone; every other one that it does not detach is destroyed after it. */
+ * The array is the callback's to reorder: a message set to null is left alone, any other not detached is destroyed after. */
 typedef void (*quorlEventVectorCallback)(quorlMsg* messages, quorl_u32 size);
 
 /* Called once, on a thread of the library, when a destroyed event has no callback in progress and no reference left. */

@@ -1,6 +1,8 @@
 // Listeners and vector listeners: their end, and their batches.
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "support.h"
 
 namespace quorltest {
@@ -327,6 +329,67 @@ TEST_F(Vector, detachedMessagesAndThoseSetToNullAreLeftAlone) {
     EXPECT_EQ(quorlMsg_Destroy(kept[1]), QUORL_OK);
     EXPECT_EQ(quorlMsg_Destroy(kept[2]), QUORL_INVALID_MSG);
     EXPECT_EQ(quorlMsg_Destroy(kept[3]), QUORL_INVALID_MSG);
+}
+
+// The array is the callback's: what stands where afterwards must not change who is destroyed.
+TEST_F(Vector, anArrayThatTheCallbackReordersLosesNothing) {
+    static std::vector<quorlMsg> given;
+    static void (*change)(quorlMsg * messages, quorl_u32 size);
+    listenInBatches("a", nullptr, [](quorlMsg* messages, quorl_u32 size) {
+        given.assign(messages, messages + size);
+        change(messages, size);
+    });
+    const struct {
+        const char* what;
+        void (*change)(quorlMsg* messages, quorl_u32 size);
+        std::vector<size_t> leftAlone;
+    } rows[] = {
+        {"reversed", [](quorlMsg* messages, quorl_u32 size) { std::reverse(messages, messages + size); }, {}},
+        {"rotated",
+         [](quorlMsg* messages, quorl_u32 size) { std::rotate(messages, messages + 1, messages + size); },
+         {}},
+        {"null, then reversed",
+         [](quorlMsg* messages, quorl_u32 size) {
+             messages[1] = nullptr;
+             std::reverse(messages, messages + size);
+         },
+         {1}},
+        {"moved up over one",
+         [](quorlMsg* messages, quorl_u32 size) {
+             std::copy(messages + 1, messages + size, messages);
+             messages[size - 1] = nullptr;
+         },
+         {0}},
+        {"all the same",
+         [](quorlMsg* messages, quorl_u32 size) { std::fill(messages, messages + size, messages[2]); },
+         {}},
+        {"overwritten, and one null",
+         [](quorlMsg* messages, quorl_u32) {
+             messages[0] = messages[1];
+             messages[2] = messages[1];
+             messages[3] = nullptr;
+         },
+         {3}},
+        {"all null",
+         [](quorlMsg* messages, quorl_u32 size) { std::fill(messages, messages + size, nullptr); },
+         {0, 1, 2, 3}},
+        {"filled with nonsense",
+         [](quorlMsg* messages, quorl_u32 size) {
+             for (quorl_u32 i = 0; i < size; ++i) messages[i] = reinterpret_cast<quorlMsg>(uintptr_t{i} * 77 + 1);
+         },
+         {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        change = row.change;
+        for (int i = 0; i < 4; ++i) sendNumber(transport, "a", i);
+        EXPECT_EQ(drain(queue), 1);
+        ASSERT_EQ(given.size(), 4u);
+        for (size_t i = 0; i < given.size(); ++i) {
+            const bool alone = std::find(row.leftAlone.begin(), row.leftAlone.end(), i) != row.leftAlone.end();
+            EXPECT_EQ(quorlMsg_Destroy(given[i]), alone ? QUORL_OK : QUORL_INVALID_MSG) << i;
+        }
+    }
 }
 
 TEST_F(Vector, aDestroyedListenersMessagesLeaveTheBatch) {
