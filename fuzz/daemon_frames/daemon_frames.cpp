@@ -239,10 +239,10 @@ class Run {
         assemble(part);
     }
     void assemble(const Part& part) {
-        std::vector<uint8_t> whole;
+        Assembler::Whole whole;
         expected_.take(this, part);
-        if (direct_.take(this, part, now_, &whole))
-            require(expected_.agrees(this, part, whole), "an entry is not what its parts were");
+        if (direct_.take(this, "a.b", part, now_, &whole))
+            require(expected_.agrees(this, part, *whole), "an entry is not what its parts were");
         require(direct_.bytesHeld() <= limits.bytes, "more bytes of parts are held than there may be");
     }
 

@@ -53,11 +53,34 @@ NatsServer::~NatsServer() {
     kill();
 }
 
-bool NatsServer::start() {
-    // It writes the port that it got into a file, when it listens.
+void NatsServer::writeSettings() const {
     directory_.write("server.conf", "host: 127.0.0.1\nport: " + std::to_string(port_) + "\nports_file_dir: \"" +
                                         directory_.path() + "\"\nlog_file: \"" + directory_.file("log") + "\"\n" +
                                         settings_ + "\n");
+}
+
+bool NatsServer::reload(std::string settings, const std::string& setting) {
+    settings_ = std::move(settings);
+    writeSettings();
+    const int watch = inotify_init1(IN_CLOEXEC);
+    inotify_add_watch(watch, directory_.path().c_str(), IN_MODIFY);
+    signal(SIGHUP);
+    const auto end = std::chrono::steady_clock::now() + limit;
+    bool done = false;
+    while (!(done = log().find("Reloaded: " + setting) != std::string::npos) &&
+           std::chrono::steady_clock::now() < end) {
+        pollfd waited{watch, POLLIN, 0};
+        poll(&waited, 1, 100);
+        char events[4096];
+        if (waited.revents != 0 && read(watch, events, sizeof events) < 0) break;
+    }
+    close(watch);
+    return done;
+}
+
+bool NatsServer::start() {
+    // It writes the port that it got into a file, when it listens.
+    writeSettings();
     const std::string configuration = directory_.file("server.conf");
     const int watch = inotify_init1(IN_CLOEXEC);
     inotify_add_watch(watch, directory_.path().c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);

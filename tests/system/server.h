@@ -35,6 +35,8 @@ class NatsServer {
     bool start();
     // From the next start on.
     void reconfigure(std::string settings) { settings_ = std::move(settings); }
+    // Gives the settings to it as it runs. False: its log does not say within the limit that it has reloaded that setting.
+    bool reload(std::string settings, const std::string& setting);
     // As kill -9 does.
     void kill();
     void signal(int number) const;
@@ -48,6 +50,8 @@ class NatsServer {
     std::string log() const;
 
   private:
+    void writeSettings() const;
+
     Directory directory_;
     std::string settings_;
     pid_t process_ = -1;

@@ -3,6 +3,9 @@
 
 #include <cstdint>
 #include <list>
+#include <memory>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/mutex.h"
@@ -25,9 +28,12 @@ class Assembler {
     Assembler() noexcept : limits_() {}
     explicit Assembler(const Limits& limits) noexcept : limits_(limits) {}
 
-    // Takes a part that came in on the given way (a subscription: each gets parts of its own). True: it was the last one, and
-    // *whole is the entry. Parts that do not continue what is there are dropped, with what is there.
-    bool take(const void* way, const Part& part, int64_t now, std::vector<uint8_t>* whole) noexcept;
+    using Whole = std::shared_ptr<const std::vector<uint8_t>>;
+
+    // Takes a part that came in on the given way (a subscription: each gets all parts, one way after the other, and they are
+    // held once). True: it was the last one for this way, and *whole is the entry. Parts that do not continue what is there are
+    // dropped, with what is there for this way.
+    bool take(const void* way, std::string_view subject, const Part& part, int64_t now, Whole* whole) noexcept;
 
     // Forgets what came in on that way.
     void forget(const void* way) noexcept;
@@ -37,16 +43,24 @@ class Assembler {
     size_t bytesHeld() noexcept;
 
   private:
-    struct Partial {
+    struct Way {
         const void* way;
+        uint32_t come;  // bytes on this way
+    };
+    struct Partial {
         SenderId sender;
         uint64_t number;
         uint32_t total;
         int64_t last;  // when the last part came
-        std::vector<uint8_t> bytes;
+        std::string subject;
+        std::vector<Way> ways;  // that have not had all
+        std::shared_ptr<std::vector<uint8_t>> bytes;
     };
+    using Place = std::list<Partial>::iterator;
 
-    void drop(std::list<Partial>::iterator at) noexcept REQUIRES(lock_);
+    bool add(Place at, Way& way, const Part& part) REQUIRES(lock_);
+    void erase(Place at) noexcept REQUIRES(lock_);
+    void drop(Place at) noexcept REQUIRES(lock_);
 
     const Limits limits_;
     std::atomic<uint64_t> dropped_{0};

@@ -14,8 +14,12 @@ constexpr SenderId someone{1, 2, 3};
 constexpr SenderId another{4, 5, 6};
 
 struct Assembly : testing::Test {
-    bool take(Assembler& assembler, const Part& part, int64_t now = 0) {
-        return assembler.take(&way, part, now, &whole);
+    bool take(Assembler& assembler, const Part& part, int64_t now = 0) { return takeOn(assembler, way, part, now); }
+    bool takeOn(Assembler& assembler, const int& on, const Part& part, int64_t now = 0) {
+        Assembler::Whole made;
+        if (!assembler.take(&on, "a.b", part, now, &made)) return false;
+        whole = *made;
+        return true;
     }
     Part part(uint64_t number, uint32_t offset, uint32_t size, uint32_t total, SenderId sender = someone) {
         return {sender, number, total, offset, bytes.data() + offset, size};
@@ -48,8 +52,8 @@ TEST_F(Assembly, keepsSendersMessagesAndWaysApart) {
     EXPECT_FALSE(take(assembler, part(1, 0, 10, 20)));
     EXPECT_FALSE(take(assembler, part(2, 0, 10, 20)));
     EXPECT_FALSE(take(assembler, part(1, 0, 10, 20, another)));
-    EXPECT_FALSE(assembler.take(&otherWay, part(1, 0, 10, 20), 0, &whole));
-    EXPECT_TRUE(assembler.take(&otherWay, part(1, 10, 10, 20), 0, &whole));
+    EXPECT_FALSE(takeOn(assembler, otherWay, part(1, 0, 10, 20)));
+    EXPECT_TRUE(takeOn(assembler, otherWay, part(1, 10, 10, 20)));
     EXPECT_TRUE(take(assembler, part(1, 10, 10, 20, another)));
     EXPECT_TRUE(take(assembler, part(2, 10, 10, 20)));
     EXPECT_TRUE(take(assembler, part(1, 10, 10, 20)));
@@ -57,6 +61,45 @@ TEST_F(Assembly, keepsSendersMessagesAndWaysApart) {
     EXPECT_FALSE(take(assembler, part(3, 0, 10, 20)));
     assembler.forget(&way);
     EXPECT_EQ(assembler.bytesHeld(), 0u);
+}
+
+// The daemon sends each part once for every subscription that it matches.
+TEST_F(Assembly, holdsAMessageOnceHoweverManyWaysItComes) {
+    Assembler assembler({.bytes = 2500, .messages = 1, .patience = 1000});
+    for (uint32_t offset = 0; offset < 2000; offset += 1000) {
+        EXPECT_FALSE(take(assembler, part(1, offset, 1000, 2500)));
+        EXPECT_FALSE(takeOn(assembler, otherWay, part(1, offset, 1000, 2500)));
+        EXPECT_EQ(assembler.bytesHeld(), offset + 1000);
+    }
+    const std::vector<uint8_t> expected(bytes.begin(), bytes.begin() + 2500);
+    EXPECT_TRUE(take(assembler, part(1, 2000, 500, 2500)));
+    EXPECT_EQ(whole, expected);
+    whole.clear();
+    EXPECT_TRUE(takeOn(assembler, otherWay, part(1, 2000, 500, 2500)));
+    EXPECT_EQ(whole, expected);
+    EXPECT_EQ(assembler.bytesHeld(), 0u);
+    EXPECT_EQ(assembler.dropped(), 0u);
+}
+
+// A way that goes, and one that comes in the middle of a message, disturb no other.
+TEST_F(Assembly, waysComeAndGo) {
+    Assembler assembler;
+    EXPECT_FALSE(take(assembler, part(1, 0, 10, 30)));
+    EXPECT_FALSE(takeOn(assembler, otherWay, part(1, 0, 10, 30)));
+    EXPECT_FALSE(take(assembler, part(1, 10, 10, 30)));
+    assembler.forget(&way);
+    EXPECT_FALSE(take(assembler, part(1, 20, 10, 30)));
+    EXPECT_FALSE(takeOn(assembler, otherWay, part(1, 10, 10, 30)));
+    EXPECT_TRUE(takeOn(assembler, otherWay, part(1, 20, 10, 30)));
+    EXPECT_EQ(assembler.bytesHeld(), 0u);
+    EXPECT_EQ(assembler.dropped(), 0u);
+    // The same number on another subject is another message.
+    Assembler::Whole made;
+    EXPECT_FALSE(take(assembler, part(2, 0, 10, 20)));
+    EXPECT_FALSE(assembler.take(&way, "a.c", part(2, 0, 10, 20), 0, &made));
+    EXPECT_TRUE(assembler.take(&way, "a.c", part(2, 10, 10, 20), 0, &made));
+    EXPECT_TRUE(take(assembler, part(2, 10, 10, 20)));
+    EXPECT_EQ(assembler.dropped(), 0u);
 }
 
 TEST_F(Assembly, dropsWhatDoesNotFitTogether) {

@@ -43,7 +43,6 @@ class Parser {
 
     // A message that is larger is a fault. In the beginning none may come.
     void allow(size_t payload) noexcept { mostPayload_ = payload; }
-    size_t allowed() const noexcept { return mostPayload_; }
 
     // Returns how many bytes were used: the rest begins with what is not whole. Stops at a fault.
     size_t read(const uint8_t* bytes, size_t size, Listener& listener) noexcept;

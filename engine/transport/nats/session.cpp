@@ -40,6 +40,8 @@ constexpr size_t longestWords = 256;  // of a daemon that are repeated, in bytes
 // A daemon that announces less is none that this can work with; one that announces more is not believed.
 constexpr int64_t leastPayload = 512;
 constexpr int64_t mostPayload = 64 << 20;  // what the daemon itself has as its upper limit
+// What comes in follows the limits of the daemons that others send to, now or before: any of a cluster.
+constexpr size_t mostIncoming = mostPayload;
 
 // What a program says of itself, with what goes between the quotation marks of JSON. Overwritten when it goes, since there may
 // be a password in it.
@@ -192,7 +194,7 @@ bool Session::introduce(const Request& request, const secure::Credentials& crede
         if (sent < 0 || (sent == 0 && !link_->await(POLLOUT, deadline))) break;
         left.remove_prefix(static_cast<size_t>(sent));
     }
-    parser_.allow(maxPayload());
+    parser_.allow(mostIncoming);
     while (!answered_ && !lost() && complaint_.empty()) {
         if (!link_->pending() && !link_->await(POLLIN, deadline)) {
             *why = "no complete greeting";
@@ -235,8 +237,6 @@ bool Session::takePayloadLimit() noexcept {
         return false;
     }
     maxPayload_.store(static_cast<size_t>(std::min(info_.maxPayload, mostPayload)), std::memory_order_relaxed);
-    // Others may have sent with the limit that was.
-    if (answered_) parser_.allow(std::max(maxPayload(), parser_.allowed()));
     return true;
 }
 

@@ -56,17 +56,17 @@ void Subscription::received(std::string_view wireSubject, const uint8_t* payload
         return;
     }
     Part part;
-    std::vector<uint8_t> whole;
+    Assembler::Whole whole;
     if (!readPart(payload, size, &part)) {
         intake_.reject("it is a part that lies outside of its message", subject.view());
         return;
     }
     const uint64_t dropped = intake_.assembler.dropped();
-    const bool complete = intake_.assembler.take(this, part, monotonicNow(), &whole);
+    const bool complete = intake_.assembler.take(this, subject.view(), part, monotonicNow(), &whole);
     // Subjects of such messages are not kept: what is told is the one of the part that showed it.
     for (uint64_t i = intake_.assembler.dropped(); i > dropped; --i)
         intake_.reject("its parts did not fit together, came too late or were too much", subject.view());
-    if (complete) take(subject.view(), whole.data(), whole.size(), false);
+    if (complete) take(subject.view(), whole->data(), whole->size(), false);
 }
 
 void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t size, bool image) noexcept {
