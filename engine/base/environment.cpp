@@ -67,14 +67,14 @@ quorl_status close(const Engine& engine) noexcept {
         if (--openCount != 0) return QUORL_OK;
         phase.store(stopping, std::memory_order_release);
     }
-    engine.stop();
+    const quorl_status status = engine.stop();
     {
         Lock lock(guard);
         parameterSet->forgetFiles();
         phase.store(closed, std::memory_order_release);
     }
     futexWake(phase, INT32_MAX);
-    return QUORL_OK;
+    return status;
 }
 
 quorl_status setParameters(const std::vector<std::string_view>& settings) noexcept {

@@ -9,10 +9,10 @@
 namespace quorl::environment {
 
 // What opening for the first time and closing for the last time have to do. stop is called while no lock is held, and
-// returns when nothing of the library runs any more.
+// returns when nothing of the library runs any more; a failure says what was lost, and stops nothing.
 struct Engine {
     quorl_status (*start)() noexcept;
-    void (*stop)() noexcept;
+    quorl_status (*stop)() noexcept;
 };
 
 // path: a file of parameters, null for none.

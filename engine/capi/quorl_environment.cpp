@@ -19,18 +19,19 @@ using namespace quorl;
 
 namespace {
 
-void stop() noexcept {
+quorl_status stop() noexcept {
     registry::end();
     transport::circuit::stop();
     // Events first, so that nothing new starts; then what they came from.
     registry::forEachOpen(QUORL_OBJECT_EVENT, [](uint32_t id) { event::destroyEvent(id, nullptr); });
     registry::forEachOpen(QUORL_OBJECT_QUEUE_GROUP, [](uint32_t id) { event::destroyGroup(id); });
     registry::forEachOpen(QUORL_OBJECT_QUEUE, [](uint32_t id) { event::destroyQueue(id, nullptr, nullptr, true); });
-    registry::forEachOpen(QUORL_OBJECT_TRANSPORT, [](uint32_t id) { transport::destroyTransport(id); });
+    registry::forEachOpen(QUORL_OBJECT_TRANSPORT, [](uint32_t id) { transport::destroyTransport(id, false); });
     reclaimer::finish();
-    transport::nats::stop();
+    const quorl_status status = transport::nats::stop();
     event::stopTimers();
     secure::forgetCredentials();
+    return status;
 }
 
 quorl_status start() noexcept {
@@ -40,7 +41,10 @@ quorl_status start() noexcept {
     registry::begin();
     transport::nats::start();
     status = event::createDefaultQueue();
-    if (status != QUORL_OK) stop();
+    if (status != QUORL_OK) {
+        const KeptErrorText kept;
+        stop();
+    }
     return status;
 }
 

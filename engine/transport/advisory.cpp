@@ -54,6 +54,16 @@ void AdvisoryField::addTo(quorlMsg message) const noexcept {
                 // Left out.
             }
             return;
+        case Kind::texts:
+            if (value_.texts->empty()) return;
+            try {
+                std::vector<const char*> texts;
+                for (const std::string& text : *value_.texts) texts.push_back(text.c_str());
+                quorlMsg_AddStringArrayEx(message, name_, texts.data(), static_cast<quorl_u32>(texts.size()), 0);
+            } catch (const std::bad_alloc&) {
+                // Left out.
+            }
+            return;
         case Kind::message: {
             if (value_.content == nullptr || value_.content->byteSize() > largestInner) return;
             quorlMsg inner;

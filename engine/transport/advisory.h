@@ -12,7 +12,9 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "message/delivery.h"
 
@@ -29,6 +31,10 @@ class AdvisoryField {
     AdvisoryField(const char* name, double value) noexcept : name_(name), kind_(Kind::f64) { value_.f64 = value; }
     AdvisoryField(const char* name, std::string_view value) noexcept : name_(name), kind_(Kind::text), text_(value) {}
     AdvisoryField(const char* name, const char* value) noexcept : AdvisoryField(name, std::string_view(value)) {}
+    // Left out when there are none.
+    AdvisoryField(const char* name, const std::vector<std::string>& value) noexcept : name_(name), kind_(Kind::texts) {
+        value_.texts = &value;
+    }
     // A whole message as a field, without its subjects. Left out when the content is null or larger than 1 MiB.
     AdvisoryField(const char* name, const message::ContentRef& value) noexcept : name_(name), kind_(Kind::message) {
         value_.content = value ? &value : nullptr;
@@ -38,7 +44,7 @@ class AdvisoryField {
     void addTo(quorlMsg message) const noexcept;
 
   private:
-    enum class Kind : uint8_t { boolean, u32, u64, f64, text, message };
+    enum class Kind : uint8_t { boolean, u32, u64, f64, text, texts, message };
 
     const char* name_;
     Kind kind_;
@@ -48,6 +54,7 @@ class AdvisoryField {
         uint64_t u64;
         double f64;
         const message::ContentRef* content;
+        const std::vector<std::string>* texts;
     } value_{};
     std::string_view text_;
 };

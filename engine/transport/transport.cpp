@@ -90,10 +90,10 @@ quorl_status publishTransport(uint32_t* id, std::unique_ptr<Carrier> carrier) no
     return QUORL_OK;
 }
 
-quorl_status destroyTransport(uint32_t id) noexcept {
-    ThreadState* thread = threadState();
-    if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+namespace {
+
+quorl_status closeTransport(ThreadState& thread, uint32_t id, std::shared_ptr<Ending>* ending) noexcept {
+    Section section(thread);
     circuit::parentCloses(id);
     Record* record = registry::close(id, QUORL_OBJECT_TRANSPORT);
     if (record == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
@@ -110,9 +110,20 @@ quorl_status destroyTransport(uint32_t id) noexcept {
         abortAll(transport);
         transport.carrier->close();
     }
-    transport.carrier->closed(*thread);
+    transport.carrier->closed(thread);
+    *ending = transport.carrier->ending();
     registry::retire(transport);
     return QUORL_OK;
+}
+
+}  // namespace
+
+quorl_status destroyTransport(uint32_t id, bool wait) noexcept {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
+    std::shared_ptr<Ending> ending;
+    const quorl_status status = closeTransport(*thread, id, &ending);
+    return status == QUORL_OK && wait && ending != nullptr ? ending->await() : status;
 }
 
 void abortAll(Transport& transport) noexcept {

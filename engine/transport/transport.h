@@ -32,6 +32,18 @@ struct Request {
     Request* previous = nullptr;
 };
 
+// What a carrier still does when it was closed.
+class Ending {
+  public:
+    Ending() = default;
+    Ending(const Ending&) = delete;
+    Ending& operator=(const Ending&) = delete;
+    virtual ~Ending() = default;
+
+    // Waits until it has ended, within the limit for closing. A failure, with its detail text: messages were dropped.
+    virtual quorl_status await() noexcept = 0;
+};
+
 // One transport's way to its bus. Every function may be called by many threads at once.
 class Carrier {
   public:
@@ -79,6 +91,8 @@ class Carrier {
     virtual void close() noexcept {}
     // The same, a little later: inside a section, no lock held.
     virtual void closed(ThreadState&) noexcept {}
+    // After close: what whoever destroys the transport waits for. Null: nothing.
+    virtual std::shared_ptr<Ending> ending() noexcept { return nullptr; }
     // The status, with its detail text, of a request that was ended before its time.
     virtual quorl_status whyAborted() const noexcept;
 };
@@ -104,7 +118,9 @@ struct Transport : Record {
 quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept;
 // Makes a transport over the carrier. QUORL_NOT_INITIALIZED, QUORL_OS_ERROR, QUORL_NO_MEMORY.
 quorl_status publishTransport(uint32_t* id, std::unique_ptr<Carrier> carrier) noexcept;
-quorl_status destroyTransport(uint32_t id) noexcept;
+// wait: until what was sent has gone where it goes, within the limit for closing. QUORL_DAEMON_NOT_CONNECTED: messages were
+// dropped, though the transport is destroyed all the same.
+quorl_status destroyTransport(uint32_t id, bool wait = true) noexcept;
 
 // Ends all requests that wait on the transport.
 void abortAll(Transport& transport) noexcept REQUIRES(transport.lock);

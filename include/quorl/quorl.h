@@ -183,7 +183,9 @@ QUORL_API quorl_status quorl_OpenEx(const char* pathname);
 
 /* Takes back one open. The last one destroys everything that is left, in order (events, groups, queues, transports),
  * waits until no callback runs and no thread dispatches, and frees the library's threads. Messages stay valid: they are
- * their holders' to destroy. QUORL_NOT_PERMITTED when the last close is called from inside a callback (it would wait for
+ * their holders' to destroy. QUORL_DAEMON_NOT_CONNECTED: the library is closed, and messages that daemons' transports had
+ * accepted since it was opened were dropped when they were destroyed, or may not have arrived; the detail says how many.
+ * QUORL_NOT_PERMITTED when the last close is called from inside a callback (it would wait for
  * itself); QUORL_NOT_INITIALIZED when not open. */
 QUORL_API quorl_status quorl_Close(void);
 
@@ -325,7 +327,10 @@ typedef QUORL_ENUM(quorlTransportBatchMode){
 QUORL_API quorl_status quorlTransport_Create(quorlTransport* transport, const char* service, const char* network,
                                              const char* daemon);
 
-/* Destroys a transport. Its listeners get nothing more from it; they stay to be destroyed. */
+/* Destroys a transport. Its listeners get nothing more from it; they stay to be destroyed. The last transport of a
+ * connection to a daemon waits until the daemon has what was sent, connect.timeout seconds at most, also for a daemon that
+ * is away. QUORL_DAEMON_NOT_CONNECTED: the transport is destroyed, and messages were dropped, or may not have arrived; the
+ * detail says how many. */
 QUORL_API quorl_status quorlTransport_Destroy(quorlTransport transport);
 
 /* Describes the program for advisories and daemons' tools: not null, at most 255 bytes. */

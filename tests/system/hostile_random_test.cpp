@@ -173,7 +173,8 @@ void use(const std::string& daemon, Random& random) {
     }
     // Otherwise it is open when the library closes.
     if (below(random, 2) != 0) {
-        EXPECT_EQ(quorlTransport_Destroy(transport), QUORL_OK);
+        const quorl_status status = quorlTransport_Destroy(transport);
+        EXPECT_TRUE(status == QUORL_OK || status == QUORL_DAEMON_NOT_CONNECTED) << status;
     }
 }
 
@@ -221,7 +222,8 @@ TEST(HostileRandom, nothingThatADaemonDoesHangsOrCrashes) {
             });
         }
         threads.join();
-        EXPECT_EQ(quorl_Close(), QUORL_OK);
+        const quorl_status closed = quorl_Close();
+        EXPECT_TRUE(closed == QUORL_OK || closed == QUORL_DAEMON_NOT_CONNECTED) << closed;
         longest = std::max<std::chrono::duration<double>>(longest, std::chrono::steady_clock::now() - start);
         if (HasFailure()) break;
     }

@@ -269,17 +269,6 @@ TEST(SmallBuffer, refusesWhatDoesNotFitAndSaysHowMuch) {
     ASSERT_EQ(quorl_SetQRParameters(2, defaults), QUORL_OK);
 }
 
-TEST_F(Loss, closingWhileTheDaemonIsAwayEnds) {
-    const quorlTransport transport = transportTo(server.url());
-    const quorlTransport local = newTransport();
-    Advisories advisories(local);
-    listen(QUORL_DEFAULT_QUEUE, transport, "a", onNumber, nullptr);
-    server.kill();
-    ASSERT_TRUE(advisories.waitFor(1, 0));
-    sendNumber(transport, "a", 1);
-    EXPECT_EQ(quorlTransport_Destroy(transport), QUORL_OK);
-}
-
 TEST(Cluster, goesOnAtAnotherServer) {
     // Each knows the next; gossip does the rest.
     NatsServer first("server_name: a\ncluster { name: c, host: 127.0.0.1, port: -1 }");

@@ -124,6 +124,8 @@ void NatsServer::kill() {
 
 void NatsServer::signal(int number) const {
     ::kill(process_, number);
+    // Its threads stop one after the other.
+    if (number == SIGSTOP) waitpid(process_, nullptr, WUNTRACED);
 }
 
 std::string NatsServer::log() const {

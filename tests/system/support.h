@@ -34,6 +34,7 @@ class Advisories {
         std::string subject;
         std::map<std::string, quorl_u64> numbers;
         std::map<std::string, std::string> texts;
+        std::vector<std::string> patterns;
     };
 
     explicit Advisories(quorlTransport transport) : queue_(newQueue()) {
@@ -50,6 +51,18 @@ class Advisories {
 
     bool waitFor(int lost, int back) { return lost_.waitFor(lost) && back_.waitFor(back); }
     bool waitForOthers(int others) { return others_.waitFor(others); }
+    // The first of that subject, when it has come; without a subject when it does not come.
+    Seen await(const std::string& subject) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+        do {
+            for (const Seen& one : seen()) {
+                if (one.subject == subject) return one;
+            }
+            std::this_thread::yield();
+        } while (std::chrono::steady_clock::now() < end);
+        ADD_FAILURE() << subject << " does not come";
+        return {};
+    }
     std::vector<Seen> seen() {
         std::lock_guard lock(mutex_);
         return seen_;
@@ -69,13 +82,17 @@ class Advisories {
         const char* text = nullptr;
         quorlMsg_GetSendSubject(message, &text);
         one.subject = text;
-        for (const char* field : {"unconfirmed", "sent", "lost", "count"}) {
+        for (const char* field : {"unconfirmed", "sent", "lost", "count", "dropped", "pattern_count"}) {
             quorl_u64 number = 0;
             if (quorlMsg_GetU64Ex(message, field, &number, 0) == QUORL_OK) one.numbers[field] = number;
         }
         for (const char* field : {"daemon", "service", "network", "reason", "subject"}) {
             if (quorlMsg_GetStringEx(message, field, &text, 0) == QUORL_OK) one.texts[field] = text;
         }
+        const char* const* patterns = nullptr;
+        quorl_u32 count = 0;
+        if (quorlMsg_GetStringArrayEx(message, "patterns", &patterns, &count, 0) == QUORL_OK)
+            one.patterns.assign(patterns, patterns + count);
         const bool lost = one.subject == "_QUORL.WARN.daemon.lost";
         const bool back = one.subject == "_QUORL.INFO.daemon.back";
         {
@@ -94,6 +111,43 @@ class Advisories {
     Counter lost_;
     Counter back_;
     Counter others_;
+};
+
+// One of a transport's questions to the library: its statistics.
+class Statistics {
+  public:
+    explicit Statistics(quorlTransport transport) {
+        quorlMsg question = newMessage("_QUORL.STATS");
+        EXPECT_EQ(quorlTransport_SendRequest(transport, question, &answer_, limit), QUORL_OK);
+        quorlMsg_Destroy(question);
+    }
+    ~Statistics() { quorlMsg_Destroy(answer_); }
+    Statistics(const Statistics&) = delete;
+    Statistics& operator=(const Statistics&) = delete;
+
+    quorl_u64 number(const char* name) const { return of(answer_, name); }
+    quorl_u32 daemons() const {
+        const quorlMsg* all = nullptr;
+        quorl_u32 count = 0;
+        quorlMsg_GetMsgArrayEx(answer_, "daemons", &all, &count, 0);
+        return count;
+    }
+    // Of the first connection.
+    quorl_u64 ofDaemon(const char* name) const {
+        const quorlMsg* all = nullptr;
+        quorl_u32 count = 0;
+        EXPECT_EQ(quorlMsg_GetMsgArrayEx(answer_, "daemons", &all, &count, 0), QUORL_OK);
+        return count != 0 ? of(all[0], name) : UINT64_MAX;
+    }
+
+  private:
+    static quorl_u64 of(quorlMsg message, const char* name) {
+        quorl_u64 value = UINT64_MAX;
+        EXPECT_EQ(quorlMsg_GetU64Ex(message, name, &value, 0), QUORL_OK) << name;
+        return value;
+    }
+
+    quorlMsg answer_ = nullptr;
 };
 
 }  // namespace quorltest

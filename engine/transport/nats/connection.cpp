@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cinttypes>
 #include <csignal>
 #include <cstring>
 #include <new>
@@ -18,6 +19,7 @@
 #include "base/futex.h"
 #include "base/status.h"
 #include "transport/advisory.h"
+#include "transport/nats/port.h"
 #include "transport/nats/wire_subject.h"
 
 namespace quorl::transport::nats {
@@ -30,6 +32,9 @@ constexpr int64_t second = 1000 * millisecond;
 // at once, and one that stays away costs nothing.
 constexpr int64_t firstPause = 20 * millisecond;
 constexpr int64_t longestPause = second;
+
+// Patterns that an advisory names at most.
+constexpr size_t patternsTold = 64;
 
 // What a creator's limit leaves for the last attempt to end and say why it failed: the rest is for the attempts.
 int64_t reasonsShare(int64_t limit) noexcept {
@@ -113,9 +118,31 @@ void Connection::join() noexcept {
 }
 
 void Connection::stop() noexcept {
+    int64_t unset = 0;
+    stopBy_.compare_exchange_strong(unset, monotonicNow() + std::max(connectTimeout_, 100 * millisecond));
     stopping_.store(true, std::memory_order_seq_cst);
     ring();
     futexWake(phase_, INT32_MAX);
+}
+
+quorl_status Connection::await() noexcept {
+    for (;;) {
+        const uint32_t phase = phase_.load(std::memory_order_acquire);
+        if (phase >= failedToConnect) break;
+        futexWait(phase_, phase);
+    }
+    if (dropped() == 0 && unconfirmedAtEnd() == 0) return QUORL_OK;
+    std::string why;
+    try {
+        Lock lock(lock_);
+        why = reason_;
+    } catch (const std::bad_alloc&) {
+        // Without it.
+    }
+    return fail(QUORL_DAEMON_NOT_CONNECTED,
+                "closing the last transport to %s: %" PRIu64 " messages are dropped, and %" PRIu64
+                " more were sent and may not have arrived%s%s",
+                key_.daemon.c_str(), dropped(), unconfirmedAtEnd(), why.empty() ? "" : ": ", why.c_str());
 }
 
 void Connection::ring() noexcept {
@@ -242,15 +269,35 @@ void Connection::applyChanges() noexcept {
     }
     for (Change& change : changes) {
         if (change.added != nullptr) {
-            Subscription& added = *change.added;
-            if (session_ == nullptr || added.subscribed) continue;
-            added.subscribed = session_->subscribe(added, toWire(intake_.prefix, added.pattern()));
-            if (!added.subscribed && !session_->lost()) givenUp_ = "no memory for a subscription";
-        } else if (change.subscription->subscribed) {
-            session_->unsubscribe(*change.subscription);
-            change.subscription->subscribed = false;
+            if (session_ != nullptr && !change.added->subscribed) subscribe(*session_, *change.added);
+        } else {
+            Subscription& gone = *change.subscription;
+            admissions_.withdrawn(gone);
+            if (gone.subscribed) session_->unsubscribe(gone);
+            gone.subscribed = false;
         }
     }
+    refusedNow_.store(admissions_.refused(), std::memory_order_relaxed);
+}
+
+void Connection::subscribe(Session& session, Subscription& subscription) noexcept {
+    try {
+        admissions_.asked(subscription, markNumber_);
+        subscription.subscribed = session.subscribe(subscription, toWire(intake_.prefix, subscription.pattern()));
+    } catch (const std::bad_alloc&) {
+        subscription.subscribed = false;
+    }
+    if (!subscription.subscribed && !session.lost()) givenUp_ = "no memory for a subscription";
+}
+
+// Asks for what the daemon has refused once more.
+void Connection::askAgain(int64_t now) noexcept {
+    while (Subscription* doubtful = admissions_.takeDoubtful()) {
+        session_->unsubscribe(*doubtful);
+        doubtful->subscribed = false;
+    }
+    if (Subscription* due = admissions_.takeDue(now)) subscribe(*session_, *due);
+    refusedNow_.store(admissions_.refused(), std::memory_order_relaxed);
 }
 
 // ---- the thread
@@ -266,6 +313,7 @@ void Connection::run() noexcept {
         firstStatus_ = QUORL_NO_MEMORY;
         firstText_.clear();
     }
+    settle();
     dropSession();
     outbox_.setConnected(false);
     phase_.store(running ? done : failedToConnect, std::memory_order_release);
@@ -306,23 +354,25 @@ quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
         Lock lock(lock_);
         request.name = name_;
     }
+    request.refusals = &refusalFeed_;
     std::unique_ptr<Session> session;
     if (const quorl_status status = Session::open(request, &session); status != QUORL_OK) return status;
     Lock io(io_);
     session_ = std::move(session);
     givenUp_ = nullptr;
+    markRefused_ = false;
     bool good = session_->subscribe(markFeed_, markSubject_);
     {
         Lock lock(lock_);
         for (auto& [pattern, subscription] : subscriptions_) {
             if (!good) break;
-            subscription->subscribed = session_->subscribe(*subscription, toWire(intake_.prefix, pattern));
+            subscribe(*session_, *subscription);
             good = subscription->subscribed;
         }
     }
     const int64_t now = monotonicNow();
     good = good && sendMark(*session_, now);
-    if (good && readyCheck_) good = awaitMark(*session_, std::max(deadline, now + millisecond), false);
+    if (good && readyCheck_) good = awaitMark(*session_, std::max(deadline, now + millisecond));
     if (good) {
         epoll_event event{};
         event.events = EPOLLIN;
@@ -336,7 +386,9 @@ quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
         lastRead_ = returned_;
         return QUORL_OK;
     }
-    const std::string why = session_->lost() ? session_->reason() : "it does not carry messages of this bus";
+    std::string why = "it does not carry messages of this bus";
+    if (session_->lost()) why = session_->reason();
+    if (markRefused_) why += ": it says \"" + refusalWords_ + "\"";
     io_.unlock();
     dropSession();
     io_.lock();
@@ -344,14 +396,14 @@ quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
                 static_cast<double>(monotonicNow() - start) / 1e9);
 }
 
-// Reads and writes until the last mark has come back. False: the session was lost, or not in time, or all is to end
-// unless this is the end.
-bool Connection::awaitMark(Session& session, int64_t deadline, bool ending) noexcept {
+// Reads and writes until the last mark has come back. False: the session was lost, or not in time, or the daemon refuses
+// marks, or there is no more time for anything.
+bool Connection::awaitMark(Session& session, int64_t deadline) noexcept {
     while (markSeen_.load(std::memory_order_acquire) != markNumber_) {
-        if (session.lost()) return false;
+        if (session.lost() || markRefused_) return false;
         if (session.buffered() != 0) session.write();
         const int64_t left = deadline - monotonicNow();
-        if (left <= 0 || (!ending && stopping_.load(std::memory_order_acquire))) return false;
+        if (left <= 0 || over()) return false;
         std::array<pollfd, 2> waited{{{session.socket(), POLLIN, 0}, {wakeEvent_, POLLIN, 0}}};
         if (session.buffered() != 0) waited[0].events |= POLLOUT;
         if (poll(waited.data(), waited.size(), static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR)
@@ -373,13 +425,14 @@ void Connection::dropSession() noexcept {
             if (change.subscription != nullptr) change.subscription->subscribed = false;
         }
     }
+    admissions_.restart();
     partOffset_ = 0;  // a message that was sent in part is sent whole again
     markUnderWay_ = false;
 }
 
 void Connection::pause(int64_t nanoseconds) noexcept {
     const int64_t end = monotonicNow() + nanoseconds;
-    while (!stopping_.load(std::memory_order_acquire)) {
+    while (!over()) {
         const int64_t left = end - monotonicNow();
         if (left <= 0) return;
         pollfd waited{wakeEvent_, POLLIN, 0};
@@ -392,39 +445,25 @@ void Connection::pause(int64_t nanoseconds) noexcept {
 void Connection::keepUp() noexcept {
     for (;;) {
         serve();
-        if (stopping_.load(std::memory_order_acquire)) {
-            finishSending();
-            return;
-        }
+        if (stopping_.load(std::memory_order_acquire) && finishSending()) return;
         if (phase_.load(std::memory_order_relaxed) == away) {  // left for a new name: nobody loses anything, or is told
             dropSession();
             if (nextServer_ != 0) --nextServer_;
             bool renamed = false;
             try {
-                renamed = connectAgain();
+                renamed = connectAgain() == QUORL_OK;
                 if (!renamed) lostReason_ = lastErrorText();
             } catch (const std::bad_alloc&) {
                 lostReason_.clear();
             }
-            if (stopping_.load(std::memory_order_acquire)) return;
+            if (over()) return;
             if (renamed) {
                 phase_.store(connected, std::memory_order_release);
                 continue;
             }
             lostUnconfirmed_ = 0;
         } else {
-            Lock io(io_);
-            if (markUnderWay_) markIsBack(monotonicNow());
-            lostUnconfirmed_ = handed_.get() - confirmed_.get();
-            confirmed_ += lostUnconfirmed_;
-            unconfirmedEver_ += lostUnconfirmed_;
-            try {
-                std::vector<Server> found = session_->servers();
-                if (!found.empty()) further_ = std::move(found);
-                lostReason_ = givenUp_ != nullptr ? givenUp_ : session_->reason();
-            } catch (const std::bad_alloc&) {
-                lostReason_.clear();
-            }
+            countLoss();
         }
         lostAt_ = monotonicNow();
         outbox_.setConnected(false);
@@ -432,23 +471,81 @@ void Connection::keepUp() noexcept {
         dropSession();
         adviseLost();
         reconnect();
-        if (stopping_.load(std::memory_order_acquire)) return;
+        if (over()) return;
         const uint64_t kept = messagesWaiting();
         const uint64_t lost = outbox_.takeLost();
         lostEver_ += lost;
         reconnects_ += 1;
+        denied_ = false;
         outbox_.setConnected(true);
         phase_.store(connected, std::memory_order_release);
         adviseBack(kept, lost);
     }
 }
 
+// Of the session that is lost: what was on its way, why, and which servers it knew.
+void Connection::countLoss() noexcept {
+    Lock io(io_);
+    if (markUnderWay_) markIsBack(monotonicNow());
+    lostUnconfirmed_ = handed_.get() - confirmed_.get();
+    confirmed_ += lostUnconfirmed_;
+    unconfirmedEver_ += lostUnconfirmed_;
+    if (stopping_.load(std::memory_order_acquire)) unconfirmedAtEnd_ += lostUnconfirmed_;
+    try {
+        std::vector<Server> found = session_->servers();
+        if (!found.empty()) further_ = std::move(found);
+        lostReason_ = givenUp_ != nullptr ? givenUp_ : session_->reason();
+    } catch (const std::bad_alloc&) {
+        lostReason_.clear();
+    }
+    remember(lostReason_);
+}
+
+// Nothing more is to be done: all was sent, or there is no more time.
+bool Connection::over() const noexcept {
+    return stopping_.load(std::memory_order_acquire) &&
+           ((phase_.load(std::memory_order_relaxed) != connected && outbox_.empty()) ||
+            monotonicNow() >= stopBy_.load(std::memory_order_relaxed));
+}
+
+// At the end: what was accepted, and did not go out or may not have arrived, is counted and told.
+void Connection::settle() noexcept {
+    uint64_t left = outbox_.shut();
+    {
+        Lock io(io_);
+        for (size_t i = nextFrame_; current_ != nullptr && i < current_->frames.size(); ++i)
+            left += current_->frames[i].messages;
+        const uint64_t underWay = handed_.get() - confirmed_.get();
+        unconfirmedEver_ += underWay;
+        unconfirmedAtEnd_ += underWay;
+        confirmed_ += underWay;
+    }
+    dropped_ += left;
+    lostEver_ += left + outbox_.takeLost();
+    hasEnded(left, unconfirmedAtEnd_.get(), lostEver_.get() + unconfirmedEver_.get());
+    if (left == 0 && unconfirmedAtEnd_.get() == 0) return;
+    if (session_ != nullptr) remember("the daemon did not take them in time");
+    adviseDropped();
+}
+
+void Connection::remember(std::string_view reason) noexcept {
+    try {
+        std::string text(reason);
+        Lock lock(lock_);
+        reason_.swap(text);
+    } catch (const std::bad_alloc&) {
+        // The last one stays.
+    }
+}
+
 // Until it has succeeded, or all is to end.
 void Connection::reconnect() noexcept {
-    for (int64_t wait = firstPause; !stopping_.load(std::memory_order_acquire);
-         wait = std::min(2 * wait, longestPause)) {
+    for (int64_t wait = firstPause; !over(); wait = std::min(2 * wait, longestPause)) {
         try {
-            if (connectAgain()) return;
+            const quorl_status status = connectAgain();
+            if (status == QUORL_OK) return;
+            remember(lastErrorText());
+            adviseDenied(status);
         } catch (const std::bad_alloc&) {
             // Perhaps next time.
         }
@@ -456,21 +553,30 @@ void Connection::reconnect() noexcept {
     }
 }
 
-// One attempt at each server, beginning behind the one that was used last.
-bool Connection::connectAgain() {
+// One attempt at each server, beginning behind the one that was used last. When none succeeds: what the last one said, or one
+// that refused the credentials.
+quorl_status Connection::connectAgain() {
     std::vector<Server> all = servers_;
     for (const Server& server : further_) {
         if (std::find(all.begin(), all.end(), server) == all.end()) all.push_back(server);
     }
-    for (size_t i = 0; i < all.size(); ++i) {
-        if (stopping_.load(std::memory_order_acquire)) return false;
+    quorl_status worst = QUORL_DAEMON_NOT_FOUND;
+    std::string words;
+    for (size_t i = 0; i < all.size() && !over(); ++i) {
         const size_t index = (nextServer_ + i) % all.size();
-        if (takeUp(all[index], monotonicNow() + connectTimeout_) == QUORL_OK) {
+        int64_t deadline = monotonicNow() + connectTimeout_;
+        if (stopping_.load(std::memory_order_acquire))
+            deadline = std::min(deadline, stopBy_.load(std::memory_order_relaxed));
+        const quorl_status status = takeUp(all[index], deadline);
+        if (status == QUORL_OK) {
             nextServer_ = index + 1;
-            return true;
+            return QUORL_OK;
         }
+        if (worst != QUORL_DAEMON_NOT_FOUND) continue;
+        worst = status;
+        words = lastErrorText();
     }
-    return false;
+    return fail(worst, "%s", words.c_str());
 }
 
 void Connection::adviseLost() noexcept {
@@ -500,17 +606,93 @@ void Connection::adviseRejections() noexcept {
     }
 }
 
+void Connection::refused(const Complaint& complaint, std::string_view words) noexcept {
+    refusedEver_ += 1;
+    remember(words);
+    if (complaint.wireSubject == markSubject_) markRefused_ = true;
+    if (complaint.kind == Complaint::Kind::full) admissions_.full();
+    // Those of subscriptions are counted by which of them are refused.
+    if (complaint.kind != Complaint::Kind::subscribing && complaint.kind != Complaint::Kind::full) ++newRefusals_;
+    try {
+        refusalWords_ = words;
+        ReadSubject subject;
+        if (complaint.wireSubject.empty() || !fromWire(intake_.prefix, complaint.wireSubject, &subject)) return;
+        if (complaint.kind == Complaint::Kind::publishing && refusedSubject_.empty()) refusedSubject_ = subject.view();
+        if (complaint.kind != Complaint::Kind::subscribing) return;
+        Subscription* denied = nullptr;
+        {
+            Lock lock(lock_);
+            const auto found = subscriptions_.find(std::string(subject.view()));
+            if (found != subscriptions_.end()) denied = found->second.get();
+        }
+        // Freed by this thread alone.
+        if (denied != nullptr) admissions_.denied(*denied, monotonicNow());
+    } catch (const std::bad_alloc&) {
+        // Counted all the same.
+    }
+}
+
 // No lock held.
 void Connection::adviseRefusals() noexcept {
-    std::string words;
-    const uint64_t count = session_->takeRefusals(&words);
-    if (!advisoriesHeard()) return;
-    advise(Severity::warn, "daemon", "refused",
+    try {
+        const Admissions::News news = admissions_.takeNews(patternsTold);
+        const uint64_t count = std::exchange(newRefusals_, 0) + news.refusedCount;
+        const std::string words = std::exchange(refusalWords_, {});
+        const std::string subject = std::exchange(refusedSubject_, {});
+        if (!advisoriesHeard()) return;
+        if (news.takenCount != 0) adviseTaken(news);
+        if (count == 0) return;
+        advise(Severity::warn, "daemon", "refused",
+               {{"daemon", key_.daemon},
+                {"service", key_.service},
+                {"network", key_.network},
+                {"count", count},
+                {"reason", words},
+                {"subject", subject},
+                {"patterns", news.refused},
+                {"pattern_count", news.refusedCount}});
+    } catch (const std::bad_alloc&) {
+        // Perhaps next time.
+    }
+}
+
+void Connection::adviseTaken(const Admissions::News& news) noexcept {
+    advise(Severity::info, "daemon", "accepted",
            {{"daemon", key_.daemon},
             {"service", key_.service},
             {"network", key_.network},
-            {"count", count},
-            {"reason", words}});
+            {"patterns", news.taken},
+            {"pattern_count", news.takenCount}});
+}
+
+// The daemon is there, and does not take this process in: once for each loss. What it says itself stands in quotation marks.
+void Connection::adviseDenied(quorl_status status) noexcept {
+    if (denied_ || (status != QUORL_USERPASS_MISMATCH && std::strchr(lastErrorText(), '"') == nullptr)) return;
+    denied_ = true;
+    if (!advisoriesHeard()) return;
+    advise(
+        Severity::error, "daemon", "denied",
+        {{"daemon", key_.daemon}, {"service", key_.service}, {"network", key_.network}, {"reason", lastErrorText()}});
+}
+
+void Connection::adviseDropped() noexcept {
+    if (!advisoriesHeard()) return;
+    try {
+        std::string reason;
+        {
+            Lock lock(lock_);
+            reason = reason_;
+        }
+        advise(Severity::warn, "daemon", "dropped",
+               {{"daemon", key_.daemon},
+                {"service", key_.service},
+                {"network", key_.network},
+                {"reason", reason},
+                {"dropped", dropped()},
+                {"unconfirmed", unconfirmedAtEnd()}});
+    } catch (const std::bad_alloc&) {
+        // The statistics have it.
+    }
 }
 
 Connection::Figures Connection::figures() {
@@ -519,6 +701,7 @@ Connection::Figures Connection::figures() {
     {
         Lock lock(lock_);
         figures.server = server_;
+        figures.reason = reason_;
     }
     figures.phase = phases[phase_.load(std::memory_order_relaxed)];
     figures.messagesOut = handed_.get();
@@ -530,6 +713,8 @@ Connection::Figures Connection::figures() {
     figures.lost = lostEver_.get() + outbox_.lost();
     figures.unconfirmed = unconfirmedEver_.get();
     figures.malformed = intake_.rejections.total();
+    figures.refused = refusedEver_.get();
+    figures.refusedPatterns = refusedNow_.load(std::memory_order_relaxed);
     return figures;
 }
 

@@ -22,6 +22,7 @@
 
 #include "base/mutex.h"
 #include "base/parameters.h"
+#include "transport/nats/admissions.h"
 #include "transport/nats/outbox.h"
 #include "transport/nats/session.h"
 #include "transport/nats/subscription.h"
@@ -39,7 +40,7 @@ struct ConnectionKey {
     bool operator==(const ConnectionKey&) const = default;
 };
 
-class Connection {
+class Connection final : public Ending {
   public:
     // How a transport gathers what it sends.
     struct Batching {
@@ -49,7 +50,7 @@ class Connection {
     };
 
     Connection(ConnectionKey key, std::vector<Server> servers, const Parameters& parameters, bool readyCheck);
-    ~Connection();
+    ~Connection() override;
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
@@ -60,8 +61,15 @@ class Connection {
     quorl_status waitUntilConnected() noexcept;
     bool failed() const noexcept { return phase_.load(std::memory_order_acquire) == failedToConnect; }
 
-    // Asks the thread to send what waits, and to end. Then finished becomes true, and join returns.
+    // Asks the thread to send what waits, within the limit for closing, and to end. Then finished becomes true, and join
+    // returns.
     void stop() noexcept;
+    // Waits until it has finished after stop. QUORL_DAEMON_NOT_CONNECTED: messages were dropped, as the detail says.
+    quorl_status await() noexcept override;
+    // After it has finished: messages that were accepted and did not go out before the end, and those that went out in
+    // its course and may not have arrived.
+    uint64_t dropped() const noexcept { return dropped_.get(); }
+    uint64_t unconfirmedAtEnd() const noexcept { return unconfirmedAtEnd_.get(); }
     bool finished() const noexcept { return phase_.load(std::memory_order_acquire) >= failedToConnect; }
     void join() noexcept;
 
@@ -90,11 +98,17 @@ class Connection {
         uint64_t bytesOut = 0;
         uint64_t messagesIn = 0;
         uint64_t bytesIn = 0;
-        uint64_t waiting = 0;      // bytes that wait to be sent
-        uint64_t reconnects = 0;   // how often the daemon came back
-        uint64_t lost = 0;         // messages refused or dropped while it was away
-        uint64_t unconfirmed = 0;  // messages that were on their way to it when it went
-        uint64_t malformed = 0;    // what came in and was no message
+        uint64_t waiting = 0;          // bytes that wait to be sent
+        uint64_t reconnects = 0;       // how often the daemon came back
+        uint64_t lost = 0;             // messages refused or dropped while it was away
+        uint64_t unconfirmed = 0;      // messages that were on their way to it when it went
+        uint64_t malformed = 0;        // what came in and was no message
+        uint64_t refused = 0;          // how often the daemon has refused a message or a subscription
+        uint64_t refusedPatterns = 0;  // that it refuses now
+        std::string reason;  // of the last refusal, loss or attempt to connect again that failed; empty: of none
+
+        // Messages that may not have arrived.
+        uint64_t missing() const noexcept { return lost + unconfirmed; }
     };
     Figures figures();
 
@@ -119,6 +133,17 @@ class Connection {
         Connection& connection_;
     };
 
+    class RefusalFeed final : public Refusals {
+      public:
+        explicit RefusalFeed(Connection& connection) noexcept : connection_(connection) {}
+        void refused(const Complaint& complaint, std::string_view words) noexcept override {
+            connection_.refused(complaint, words);
+        }
+
+      private:
+        Connection& connection_;
+    };
+
     quorl_status addUser(std::string_view pattern, Listener* listener) noexcept;
     void removeUser(std::string_view pattern, Listener* listener) noexcept;
 
@@ -128,22 +153,32 @@ class Connection {
     bool mayRename() noexcept;
     void reconnect() noexcept;
     void connectFirst();
-    bool connectAgain();
+    quorl_status connectAgain();
     quorl_status takeUp(const Server& server, int64_t deadline);
-    bool awaitMark(Session& session, int64_t deadline, bool ending) noexcept;
+    bool awaitMark(Session& session, int64_t deadline) noexcept;
     void serve() noexcept;
-    void finishSending() noexcept;
+    bool over() const noexcept;
+    bool finishSending() noexcept;
+    void settle() noexcept;
+    void countLoss() noexcept;
+    void refused(const Complaint& complaint, std::string_view words) noexcept;
+    void remember(std::string_view reason) noexcept;
     void dropSession() noexcept;
     void pause(int64_t nanoseconds) noexcept;
     void emptyWakeEvent() noexcept;
     void adviseLost() noexcept;
     void adviseRejections() noexcept;
     void adviseRefusals() noexcept;
+    void adviseTaken(const Admissions::News& news) noexcept;
+    void adviseDenied(quorl_status status) noexcept;
+    void adviseDropped() noexcept;
     void adviseBack(uint64_t kept, uint64_t lost) noexcept;
     uint64_t messagesWaiting() noexcept;
 
     // Under io_.
     void applyChanges() noexcept;
+    void askAgain(int64_t now) noexcept;
+    void subscribe(Session& session, Subscription& subscription) noexcept;
     void watchMarks(int64_t now) noexcept;
     int64_t nextLook() const noexcept;
     enum class Flushed { all, blocked, changesFirst };
@@ -175,6 +210,7 @@ class Connection {
 
     std::atomic<uint32_t> phase_{connecting};  // creators sleep on it
     std::atomic<bool> stopping_{false};
+    std::atomic<int64_t> stopBy_{0};        // on the monotonic clock; set before stopping
     std::atomic<bool> asleep_{false};       // the thread waits, or is about to, and has nothing to send
     std::atomic<bool> gathering_{false};    // what waits to be sent may wait for more
     std::atomic<bool> flushNow_{false};     // but no longer
@@ -186,11 +222,16 @@ class Connection {
     Tally reconnects_;                   // of the thread, like the next two
     Tally lostEver_;                     // without what the outbox has lost since the daemon was there
     Tally unconfirmedEver_;
+    Tally refusedEver_;
+    Tally dropped_;
+    Tally unconfirmedAtEnd_;
+    std::atomic<uint64_t> refusedNow_{0};  // subscriptions
 
     Mutex lock_;                                             // taken inside io_ and inside transports' locks
     quorl_status firstStatus_ GUARDED_BY(lock_) = QUORL_OK;  // of the first attempt to connect
     std::string firstText_ GUARDED_BY(lock_);
     std::string server_ GUARDED_BY(lock_);  // that is used, or was used last
+    std::string reason_ GUARDED_BY(lock_);  // Figures::reason
     std::string name_ GUARDED_BY(lock_);    // for the daemon's tools, from the next session on
     std::unordered_map<std::string, std::unique_ptr<Subscription>> subscriptions_ GUARDED_BY(lock_);
     std::vector<Change> changes_ GUARDED_BY(lock_);
@@ -205,6 +246,7 @@ class Connection {
     uint64_t partNumber_ = 0;                 // of that entry
     std::vector<uint8_t> scratch_;            // a part with its header
     MarkFeed markFeed_{*this};
+    RefusalFeed refusalFeed_{*this};
     const char* givenUp_ = nullptr;  // why the session is taken for lost; null while it is not
     int64_t returned_ = 0;           // when the session began
     Tally handed_;                   // messages given to sessions, ever
@@ -225,6 +267,12 @@ class Connection {
     int64_t gatherUntil_ = 0;            // 0: not set
     int64_t adviseRejectionsAt_ = 0;     // not before
     int64_t adviseRefusalsAt_ = 0;       // the same
+    Admissions admissions_;
+    uint64_t newRefusals_ = 0;    // since they were last told
+    std::string refusalWords_;    // of the last of them
+    std::string refusedSubject_;  // of the first of them that was a message
+    bool markRefused_ = false;    // marks are not carried in this session
+    bool denied_ = false;         // it was told that the daemon takes this process in no more
     int64_t lostAt_ = 0;
     std::string lostReason_;
     uint64_t lostUnconfirmed_ = 0;

@@ -35,9 +35,9 @@ quorl_status describe(quorlMsg to, const ConnectionKey& key, const Connection::F
         const char* name;
         const char* value;
     };
-    for (const Text& text :
-         {Text{"daemon", key.daemon.c_str()}, Text{"service", key.service.c_str()},
-          Text{"network", key.network.c_str()}, Text{"phase", figures.phase}, Text{"server", figures.server.c_str()}}) {
+    for (const Text& text : {Text{"daemon", key.daemon.c_str()}, Text{"service", key.service.c_str()},
+                             Text{"network", key.network.c_str()}, Text{"phase", figures.phase},
+                             Text{"server", figures.server.c_str()}, Text{"reason", figures.reason.c_str()}}) {
         const quorl_status status = quorlMsg_AddStringEx(to, text.name, text.value, 0);
         if (status != QUORL_OK) return status;
     }
@@ -49,7 +49,8 @@ quorl_status describe(quorlMsg to, const ConnectionKey& key, const Connection::F
          {Number{"messages_out", figures.messagesOut}, Number{"bytes_out", figures.bytesOut},
           Number{"messages_in", figures.messagesIn}, Number{"bytes_in", figures.bytesIn},
           Number{"waiting", figures.waiting}, Number{"reconnects", figures.reconnects}, Number{"lost", figures.lost},
-          Number{"unconfirmed", figures.unconfirmed}, Number{"malformed", figures.malformed}}) {
+          Number{"unconfirmed", figures.unconfirmed}, Number{"malformed", figures.malformed},
+          Number{"refused", figures.refused}, Number{"refused_patterns", figures.refusedPatterns}}) {
         const quorl_status status = quorlMsg_AddU64Ex(to, number.name, number.value, 0);
         if (status != QUORL_OK) return status;
     }
@@ -59,7 +60,12 @@ quorl_status describe(quorlMsg to, const ConnectionKey& key, const Connection::F
 quorl_status fill(quorlMsg message) noexcept {
     try {
         const std::vector<std::shared_ptr<Connection>> all = connections();
-        if (all.empty()) return QUORL_OK;
+        uint64_t missing = missingOfEnded();
+        for (const auto& connection : all) {
+            if (!connection->finished()) missing += connection->figures().missing();
+        }
+        const quorl_status added = quorlMsg_AddU64Ex(message, "messages_lost", missing, 0);
+        if (added != QUORL_OK || all.empty()) return added;
         Described described;
         for (const auto& connection : all) {
             quorlMsg one;

@@ -62,6 +62,8 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
         return fail(QUORL_INVALID_SIZE, "a message of %u bytes is larger than a daemon's transport carries (%u)",
                     content.byteSize(), largestEntry);
     Lock lock(lock_);
+    if (shut_) [[unlikely]]
+        return fail(QUORL_INVALID_TRANSPORT, "the transport was closed while the message was sent");
     if (full(entry)) [[unlikely]] {
         if (connected_) return Carrier::noRoom;
         dropExpired();
@@ -182,6 +184,14 @@ void Outbox::giveBack(std::unique_ptr<Chunk> chunk) noexcept {
         }
     }
     if (wake) wakeSenders();
+}
+
+uint64_t Outbox::shut() noexcept {
+    {
+        Lock lock(lock_);
+        shut_ = true;
+    }
+    return messages();
 }
 
 uint64_t Outbox::messages() noexcept {

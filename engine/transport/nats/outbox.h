@@ -59,7 +59,8 @@ class Outbox {
 
     // Takes a message over, whose subject has been checked. keepUntil: when it is worthless if the daemon is away;
     // forever for never. *waiting gets the bytes that wait now.
-    // Carrier::noRoom, QUORL_DAEMON_NOT_CONNECTED, QUORL_INVALID_SIZE, QUORL_NO_MEMORY.
+    // Carrier::noRoom, QUORL_DAEMON_NOT_CONNECTED, QUORL_INVALID_SIZE, QUORL_NO_MEMORY, QUORL_INVALID_TRANSPORT when it is
+    // shut.
     quorl_status put(const message::ContentRef& content, int64_t keepUntil, size_t* waiting) noexcept;
 
     // Waits until there may be room, the daemon is away, the deadline has come, or wakeSenders is called; gaveUp is looked at
@@ -68,6 +69,9 @@ class Outbox {
     void wakeSenders() noexcept;
 
     void setConnected(bool connected) noexcept;
+
+    // From now on no message is taken. Gives how many still wait, without those that were taken and not given back.
+    uint64_t shut() noexcept;
 
     // The oldest messages; null: none wait. They count as waiting until they are given back.
     std::unique_ptr<Chunk> take() noexcept;
@@ -104,6 +108,7 @@ class Outbox {
 
     Mutex lock_;
     bool connected_ GUARDED_BY(lock_) = false;
+    bool shut_ GUARDED_BY(lock_) = false;
     bool open_ GUARDED_BY(lock_) = false;  // the last frame of the last chunk takes more messages of lastSubject_
     std::array<char, QUORL_SUBJECT_MAX> lastSubject_ GUARDED_BY(lock_);
     size_t lastSubjectSize_ GUARDED_BY(lock_) = 0;

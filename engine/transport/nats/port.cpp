@@ -2,6 +2,7 @@
 #include "transport/nats/port.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <new>
 #include <vector>
 
@@ -23,6 +24,13 @@ constinit Mutex listLock;
 constinit std::vector<Shared>* list GUARDED_BY(listLock) POINTS_TO_GUARDED_BY(listLock) = nullptr;
 constinit bool closing GUARDED_BY(listLock) = true;
 constinit std::atomic<uint32_t> listChanges{0};  // stop sleeps on it
+// Of connections that have ended since the library was opened.
+struct Ended {
+    std::atomic<uint64_t> dropped{0};
+    std::atomic<uint64_t> unconfirmed{0};
+};
+constinit Ended ended;
+constinit std::atomic<uint64_t> missingEver{0};  // of those that have ended since the process began
 
 // Takes those that have ended off the list; they are joined by whoever gets them.
 std::vector<Shared> takeFinished() REQUIRES(listLock) {
@@ -36,7 +44,8 @@ std::vector<Shared> takeFinished() REQUIRES(listLock) {
     return taken;
 }
 
-void leave(const Shared& connection) noexcept {
+// Whether it was the last to use it.
+bool leave(const Shared& connection) noexcept {
     bool last;
     {
         Lock lock(listLock);
@@ -45,6 +54,7 @@ void leave(const Shared& connection) noexcept {
     if (last) connection->stop();
     listChanges.fetch_add(1, std::memory_order_release);
     futexWake(listChanges);
+    return last;
 }
 
 quorl_status join(const ConnectionKey& key, const std::vector<Server>& servers, Shared* joined) {
@@ -104,8 +114,9 @@ class Port final : public Carrier {
         closed_.store(true, std::memory_order_seq_cst);
         current().outbox().wakeSenders();
         if (!inboxPrefix_.empty()) current().unlistenToInboxes(inboxPrefix_);
-        leave(held_.back());
+        last_ = leave(held_.back());
     }
+    std::shared_ptr<Ending> ending() noexcept override { return last_ ? held_.back() : nullptr; }
 
     quorl_status deliver(ThreadState& thread, message::ContentRef content) noexcept override {
         return current().inboxes().route(thread, std::move(content));
@@ -168,6 +179,7 @@ class Port final : public Carrier {
     Connection::Batching batching_;
     std::atomic<bool> used_{false};
     std::atomic<bool> closed_{false};
+    bool last_ = false;        // the connection ends with this; written by close
     std::string inboxPrefix_;  // guarded by the transport's lock; empty: no inbox is listened to
 };
 
@@ -198,6 +210,16 @@ std::vector<std::shared_ptr<Connection>> connections() {
     return list != nullptr ? *list : std::vector<Shared>();
 }
 
+void hasEnded(uint64_t dropped, uint64_t unconfirmed, uint64_t missing) noexcept {
+    ended.dropped.fetch_add(dropped, std::memory_order_relaxed);
+    ended.unconfirmed.fetch_add(unconfirmed, std::memory_order_relaxed);
+    missingEver.fetch_add(missing, std::memory_order_relaxed);
+}
+
+uint64_t missingOfEnded() noexcept {
+    return missingEver.load(std::memory_order_relaxed);
+}
+
 void start() noexcept {
     countConnections();
     Lock lock(listLock);
@@ -205,11 +227,11 @@ void start() noexcept {
     closing = list == nullptr;
 }
 
-void stop() noexcept {
+quorl_status stop() noexcept {
     std::unique_ptr<std::vector<Shared>> left;
     {
         Lock lock(listLock);
-        if (list == nullptr) return;
+        if (list == nullptr) return QUORL_OK;
         closing = true;
         for (const Shared& connection : *list) connection->stop();
     }
@@ -228,6 +250,13 @@ void stop() noexcept {
     }
     for (const Shared& connection : *left) connection->join();
     left.reset();
+    const uint64_t dropped = ended.dropped.exchange(0);
+    const uint64_t unconfirmed = ended.unconfirmed.exchange(0);
+    if (dropped == 0 && unconfirmed == 0) return QUORL_OK;
+    return fail(QUORL_DAEMON_NOT_CONNECTED,
+                "%" PRIu64 " messages for daemons were dropped when their transports closed, and %" PRIu64
+                " more were sent and may not have arrived",
+                dropped, unconfirmed);
 }
 
 }  // namespace quorl::transport::nats

@@ -18,8 +18,15 @@ quorl_status openPort(std::string_view daemon, std::string_view service, std::st
 class Connection;
 std::vector<std::shared_ptr<Connection>> connections();
 
+// A connection has ended: messages that it dropped at its end, that it sent then and whose arrival was not confirmed, and all
+// that it ever lost.
+void hasEnded(uint64_t dropped, uint64_t unconfirmed, uint64_t missing) noexcept;
+// Messages that those have lost that have ended.
+uint64_t missingOfEnded() noexcept;
+
 // The library opens, or closes: then waits until what was sent is out, and no thread is left.
+// QUORL_DAEMON_NOT_CONNECTED: messages were dropped when connections ended, since the library was opened.
 void start() noexcept;
-void stop() noexcept;
+quorl_status stop() noexcept;
 
 }  // namespace quorl::transport::nats

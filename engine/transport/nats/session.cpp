@@ -109,6 +109,7 @@ quorl_status Session::connect(const Request& request) {
     secure::Credentials credentials;
     if (const quorl_status status = secure::lookup(request.server.hostAndPort(), &credentials); status != QUORL_OK)
         return status;
+    refusals_ = request.refusals;
     out_.reserve(2 * writeSize);
     std::string why;
     link_ = Link::connect(request.server, deadline, &why);
@@ -275,20 +276,16 @@ std::string Session::reason() const {
 }
 
 void Session::onError(std::string_view text) noexcept {
-    // A daemon goes on after these.
-    const bool goesOn = answered_ && (startsWith(text, "permissions violation") || startsWith(text, "invalid subject"));
-    if (goesOn) ++refusals_;
     try {
-        (goesOn ? refusal_ : complaint_) = text.substr(0, longestWords);
+        const Complaint complaint = readComplaint(text);
+        const std::string_view words = text.substr(0, longestWords);
+        const bool ends = complaint.kind == Complaint::Kind::ends;
+        const bool unknown = complaint.kind == Complaint::Kind::unknown;
+        if (!answered_ || ends || unknown) complaint_ = words;
+        if (refusals_ != nullptr && answered_ && !ends) refusals_->refused(complaint, words);
     } catch (const std::bad_alloc&) {
-        if (!goesOn) fail("the daemon complains");
+        fail("the daemon complains");
     }
-}
-
-uint64_t Session::takeRefusals(std::string* words) noexcept {
-    words->swap(refusal_);
-    refusal_.clear();
-    return std::exchange(refusals_, 0);
 }
 
 // ---- reading

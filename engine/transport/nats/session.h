@@ -16,6 +16,7 @@
 
 #include "quorl/quorl.h"
 #include "transport/nats/address.h"
+#include "transport/nats/complaint.h"
 #include "transport/nats/link.h"
 #include "transport/nats/protocol.h"
 
@@ -37,12 +38,25 @@ class Feed {
     uint64_t number_ = 0;  // of its subscription; 0: none
 };
 
+// Who is told that the daemon has refused something, and perhaps goes on all the same.
+class Refusals {
+  public:
+    Refusals() noexcept = default;
+    Refusals(const Refusals&) = delete;
+    Refusals& operator=(const Refusals&) = delete;
+    virtual ~Refusals() = default;
+
+    // On the thread that owns the session, in the order of what comes in; must not wait.
+    virtual void refused(const Complaint& complaint, std::string_view words) noexcept = 0;
+};
+
 class Session final : private Parser::Listener {
   public:
     struct Request {
         Server server;
-        std::string name;     // of the program, for the daemon's tools
-        int64_t timeout = 0;  // nanoseconds for connecting, TLS and the daemon's greeting together
+        std::string name;              // of the program, for the daemon's tools
+        int64_t timeout = 0;           // nanoseconds for connecting, TLS and the daemon's greeting together
+        Refusals* refusals = nullptr;  // outlives the session
     };
 
     // Connects, and blocks up to the timeout, or until the system has looked up the host. QUORL_DAEMON_NOT_FOUND,
@@ -58,10 +72,6 @@ class Session final : private Parser::Listener {
     std::string reason() const;
     // The servers of its cluster, as the daemon told last. Throws std::bad_alloc.
     std::vector<Server> servers() const;
-
-    // What the daemon has refused since the last time, going on all the same: how often, and its words about the last.
-    uint64_t takeRefusals(std::string* words) noexcept;
-    bool refusals() const noexcept { return refusals_ != 0; }
 
     // The socket can be read: takes what has come, under the lock. Whether there may be more, which the socket may not show:
     // use is called, and then this again.
@@ -118,8 +128,7 @@ class Session final : private Parser::Listener {
     bool tls_ = false;
     uint32_t pings_ = 0;     // of the daemon, that are not answered yet
     std::string complaint_;  // of the daemon, its last
-    uint64_t refusals_ = 0;
-    std::string refusal_;
+    Refusals* refusals_ = nullptr;
     std::atomic<bool> lost_{false};
     std::atomic<const char*> broke_{nullptr};  // what ended it; null: the link did, or the daemon
     std::atomic<size_t> maxPayload_{0};        // bytes

@@ -54,7 +54,11 @@ class Subscription final : public Feed {
 
     // Guarded by the connection's lock: users are listeners, or for inboxes the transport that has them.
     uint32_t users = 0;
-    bool subscribed = false;  // of the connection's thread
+    // Of the connection's thread:
+    bool subscribed = false;   // the daemon was asked for it
+    bool waits = false;        // the next three are the business of Admissions: asked for, and not known to be taken
+    bool refused = false;      // by the daemon, when it last decided
+    bool toldRefused = false;  // to the program, which was not told of the contrary since
 
   private:
     // Entries one behind the other, or one image.

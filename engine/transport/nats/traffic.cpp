@@ -96,7 +96,7 @@ void Connection::serve() noexcept {
             adviseRejections();
             adviseRejectionsAt_ = now + rejectionsPeriod;
         }
-        const bool refusals = session_->refusals();
+        const bool refusals = (newRefusals_ != 0 || admissions_.hasNews()) && !admissions_.undecided();
         if (refusals && now >= adviseRefusalsAt_) {
             adviseRefusals();
             adviseRefusalsAt_ = now + rejectionsPeriod;
@@ -112,6 +112,7 @@ void Connection::serve() noexcept {
                 return;
             }
             applyChanges();
+            askAgain(now);
             const bool gathers = gathering_.load(std::memory_order_relaxed);
             if (gathers && gatherUntil_ == 0) gatherUntil_ = now + gatherTime;
             const bool wait = gathers && now < gatherUntil_ && !flushNow_.load(std::memory_order_relaxed);
@@ -185,21 +186,27 @@ void Connection::serve() noexcept {
 }
 
 // Sends what waits and makes sure that it arrives: what is still unread when a socket is closed may cost what was written.
-void Connection::finishSending() noexcept {
-    const int64_t deadline = monotonicNow() + std::max(connectTimeout_, 100 * millisecond);
+// False: the session was lost meanwhile, and there is time left.
+bool Connection::finishSending() noexcept {
+    const int64_t deadline = stopBy_.load(std::memory_order_relaxed);
     Lock io(io_);
     for (;;) {
         applyChanges();
         const Flushed flushed = flush();
-        if (flushed == Flushed::all) break;
         const int64_t left = deadline - monotonicNow();
-        if (session_->lost() || left <= 0) return;
+        if (session_->lost() || givenUp_ != nullptr) return left <= 0;
+        if (flushed == Flushed::all) break;
+        if (left <= 0) return true;
         if (flushed == Flushed::changesFirst) continue;
         pollfd waited{session_->socket(), POLLIN | POLLOUT, 0};
-        if (poll(&waited, 1, static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR) return;
+        if (poll(&waited, 1, static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR) return true;
         if ((waited.revents & (POLLIN | POLLERR | POLLHUP)) != 0) session_->read();
     }
-    if (sendMark(*session_, monotonicNow())) awaitMark(*session_, deadline, true);
+    if (sendMark(*session_, monotonicNow()) && awaitMark(*session_, deadline)) {
+        markIsBack(monotonicNow());
+        return true;
+    }
+    return !session_->lost() || monotonicNow() >= deadline;
 }
 
 // ---- writing
@@ -308,7 +315,9 @@ bool Connection::sendEntry(const char* wireSubject, std::string_view reply, cons
 void Connection::MarkFeed::received(std::string_view, const uint8_t* payload, size_t size) noexcept {
     FrameKind kind;
     if (size != markSize || !readKind(payload, size, &kind) || kind != FrameKind::mark) return;
-    connection_.markSeen_.store(message::wire::load<uint64_t>(payload + frameHeaderSize), std::memory_order_release);
+    const auto number = message::wire::load<uint64_t>(payload + frameHeaderSize);
+    connection_.markSeen_.store(number, std::memory_order_release);
+    connection_.admissions_.returned(number, monotonicNow());
     connection_.ring();
 }
 
@@ -343,8 +352,8 @@ void Connection::markByBytes() noexcept {
 }
 
 void Connection::watchMarks(int64_t now) noexcept {
-    if (markUnderWay_) {
-        if (!markIsBack(now) && now - std::max(markTime_, lastRead_) > silenceLimit) {
+    if (markUnderWay_ && !markIsBack(now)) {
+        if (now - std::max(markTime_, lastRead_) > silenceLimit) {
             // Without the ready check the daemon may be one that does not carry marks.
             if (readyCheck_ && missed_) givenUp_ = "the daemon is silent";
             // Looked at a second time, since this process may be what has not run for so long.
@@ -353,14 +362,16 @@ void Connection::watchMarks(int64_t now) noexcept {
         }
         return;
     }
+    if (markRefused_ && readyCheck_) givenUp_ = "the daemon refuses what shows that messages arrive";
     const bool sent = handed_.get() != confirmed_.get();
-    if (now - markTime_ >= (sent ? markDelay : markPeriod)) sendMark(*session_, now);
+    if (now - markTime_ >= (sent ? markDelay : markPeriod) || admissions_.wantsMark(markNumber_))
+        sendMark(*session_, now);
 }
 
 // When the thread has to look at the marks again.
 int64_t Connection::nextLook() const noexcept {
     if (markUnderWay_) return std::max(markTime_, lastRead_) + silenceLimit;
-    return markTime_ + (handed_.get() != confirmed_.get() ? markDelay : markPeriod);
+    return std::min(admissions_.nextDue(), markTime_ + (handed_.get() != confirmed_.get() ? markDelay : markPeriod));
 }
 
 }  // namespace quorl::transport::nats

@@ -93,6 +93,10 @@ public final class Quorl implements AutoCloseable {
 
     /**
      * Takes this open back; the last one closes the library and waits as the class says. Closing again does nothing.
+     *
+     * @throws QuorlException {@link QuorlException#DAEMON_NOT_CONNECTED} from the last close, which closes all the same:
+     *     messages that daemons' transports had taken since the library was opened were dropped when they closed, or may not
+     *     have arrived. Advisories on {@code _QUORL.WARN.daemon.dropped} say how many
      */
     @Override
     public void close() {
@@ -126,6 +130,10 @@ public final class Quorl implements AutoCloseable {
             } finally {
                 LOCK.unlock();
             }
+        }
+        if (status == QuorlException.DAEMON_NOT_CONNECTED) {
+            throw new QuorlException(status, "messages for a daemon were dropped when the transports to it closed, or may not "
+                    + "have arrived");
         }
         check(status);
     }

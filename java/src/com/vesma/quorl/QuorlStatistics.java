@@ -93,13 +93,16 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
      * @param bytesIn their bytes
      * @param waiting bytes that wait to be written
      * @param reconnects how often the daemon came back
-     * @param lost messages that were refused or dropped while it was away
+     * @param reason the daemon's last refusal, or why it was lost or not reached again; empty for none
+     * @param lost messages that were not taken or dropped while it was away
      * @param unconfirmed messages that were on their way to it when it went
      * @param malformed what came in and was no message
+     * @param refused how often the daemon refused a message or a subscription
+     * @param refusedPatterns subjects that the process listens to and the daemon does not let it
      */
-    public record Daemon(String daemon, String service, String network, String phase, String server, long messagesOut,
-            long bytesOut, long messagesIn, long bytesIn, long waiting, long reconnects, long lost,
-            long unconfirmed, long malformed) {}
+    public record Daemon(String daemon, String service, String network, String phase, String server, String reason,
+            long messagesOut, long bytesOut, long messagesIn, long bytesIn, long waiting, long reconnects, long lost,
+            long unconfirmed, long malformed, long refused, long refusedPatterns) {}
 
     /** Takes those of now. */
     static QuorlStatistics take() {
@@ -138,10 +141,11 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
         if (view.has("daemons")) {
             for (QuorlMsgView daemon : view.getMsgArray("daemons")) {
                 daemons.add(new Daemon(text(daemon, "daemon"), text(daemon, "service"), text(daemon, "network"),
-                        text(daemon, "phase"), text(daemon, "server"), number(daemon, "messages_out"),
+                        text(daemon, "phase"), text(daemon, "server"), text(daemon, "reason"), number(daemon, "messages_out"),
                         number(daemon, "bytes_out"), number(daemon, "messages_in"), number(daemon, "bytes_in"),
                         number(daemon, "waiting"), number(daemon, "reconnects"),
-                        number(daemon, "lost"), number(daemon, "unconfirmed"), number(daemon, "malformed")));
+                        number(daemon, "lost"), number(daemon, "unconfirmed"), number(daemon, "malformed"),
+                        number(daemon, "refused"), number(daemon, "refused_patterns")));
             }
         }
         QuorlMsgView lag = view.has("lag") ? view.getMsg("lag") : null;

@@ -18,7 +18,9 @@ import java.util.concurrent.ConcurrentLinkedQueue;
  *
  * <p>Closing a transport silences its listeners, which are to be closed too, in any order, and ends requests that wait
  * on it. It waits for steps of asynchronous requests that run on the transport's own thread for replies, except for one
- * that it is called from.
+ * that it is called from. The last transport of a connection to a daemon waits until the daemon has what was sent, for
+ * {@code connect.timeout} seconds at most; what is dropped then is told by the advisory {@code _QUORL.WARN.daemon.dropped},
+ * and by the library's last {@linkplain Quorl#close close}.
  *
  * <pre>{@code
  * try (QuorlMsg question = new QuorlMsg("time.now");

@@ -85,9 +85,9 @@ class QuorlStatisticsTest extends OpenLibrary {
                 QuorlMsg bare = new QuorlMsg().addString("phase", "connecting");
                 QuorlMsg message = new QuorlMsg().addMsgArray("daemons", List.of(daemon, bare))) {
             List<QuorlStatistics.Daemon> read = QuorlStatistics.of(message).daemons();
-            assertEquals(List.of(new QuorlStatistics.Daemon("db1:4222", "s", "n", "away", "nats://db1:4222", 1, 2, 3, 4, 5, 7,
+            assertEquals(List.of(new QuorlStatistics.Daemon("db1:4222", "s", "n", "away", "nats://db1:4222", "", 1, 2, 3, 4, 5, 7,
                             8, 9, 10),
-                    new QuorlStatistics.Daemon("", "", "", "connecting", "", 0, 0, 0, 0, 0, 0, 0, 0, 0)), read);
+                    new QuorlStatistics.Daemon("", "", "", "connecting", "", "", 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0)), read);
             assertThrows(UnsupportedOperationException.class, read::clear);
         }
     }

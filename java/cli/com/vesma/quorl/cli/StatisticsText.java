@@ -36,6 +36,10 @@ final class StatisticsText {
             lines.add("  received  " + traffic(daemon.messagesIn(), daemon.bytesIn()));
             lines.add(format("  back      %d times; %d lost, %d unconfirmed, %d malformed", daemon.reconnects(), daemon.lost(),
                     daemon.unconfirmed(), daemon.malformed()));
+            if (daemon.refused() != 0) {
+                lines.add(format("  refused   %d times; %d subjects listened to are refused now: %s", daemon.refused(),
+                        daemon.refusedPatterns(), daemon.reason()));
+            }
         }
         return lines;
     }
