@@ -42,15 +42,21 @@ abstract class Action implements Callable<Integer> {
         return null;
     }
 
+    /** How many messages it has sent that nobody has answered; for whoever interrupts it. */
+    long sentSoFar() {
+        return 0;
+    }
+
     @Override
     public Integer call() throws InterruptedException {
         check();
         try (Interruption interruption = new Interruption()) {
             try {
-                work();
-            } catch (InterruptedException e) {
+                work(interruption);
+            } catch (InterruptedException | RuntimeException e) {
                 if (!interruption.requested()) throw e;
-                if (progress() != null) err().println("quorl: interrupted; " + progress());
+                // The exit code is the signal's whatever this returns.
+                if (e instanceof RuntimeException failure) err().println("quorl: " + Main.describe(failure));
                 out().flush();
                 err().flush();
             }
@@ -58,7 +64,7 @@ abstract class Action implements Callable<Integer> {
         return 0;
     }
 
-    private void work() throws InterruptedException {
+    private void work(Interruption interruption) throws InterruptedException {
         try (Session session = new Session(out(), err())) {
             String warning = aloneOnTheBus();
             if (warning != null && session.isEmbedded(transport)) {
@@ -66,8 +72,37 @@ abstract class Action implements Callable<Integer> {
                         + "\nquorl: 'quorl run' puts several commands into one process.");
                 err().flush();
             }
-            begin(session);
-            finish(session, true);
+            try {
+                begin(session);
+                finish(session, true);
+            } catch (InterruptedException e) {
+                if (!interruption.requested()) throw e;
+                tellProgress(session);
+            }
+        }
+    }
+
+    /** Says how far it came, and claims no message that the daemon has not confirmed. */
+    private void tellProgress(Session session) throws InterruptedException {
+        if (progress() == null) return;
+        String doubt = sentSoFar() == 0 || session.isEmbedded(transport) ? null : doubt(session, true);
+        synchronized (err()) {
+            err().println("quorl: interrupted; " + progress() + (doubt == null ? "" : "; " + doubt));
+            err().flush();
+        }
+    }
+
+    /** Why not all that was sent has arrived for certain; null when it has. */
+    String doubt(Session session, boolean soon) throws InterruptedException {
+        try {
+            if (soon) {
+                session.confirmSoon(sentSoFar());
+            } else {
+                session.confirm(sentSoFar());
+            }
+            return null;
+        } catch (Failure | QuorlException e) {
+            return e.getMessage();
         }
     }
 

@@ -73,6 +73,7 @@ final class DemoCommand extends Action {
             if (stats) StatisticsText.lines(Quorl.statistics(), null, 0).forEach(out()::println);
             out().println(result.summary(elapsed));
             out().flush();
+            if (!session.isEmbedded(transport)) session.confirm(publisher.sent());
             String complaint = result.complaint();
             if (complaint != null) throw new Failure(complaint);
         } finally {

@@ -11,6 +11,7 @@ import java.time.Duration;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Locale;
+import java.util.UUID;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
@@ -24,6 +25,12 @@ import picocli.CommandLine.Spec;
         footer = {"", "Examples:", "  quorl doctor", "  quorl doctor --daemon nats://127.0.0.1:4222"})
 final class DoctorCommand implements Callable<Integer> {
     private static final Duration PATIENCE = Duration.ofSeconds(5);
+
+    /** How a daemon's words about a permission begin. */
+    private static final String VIOLATION = "Permissions Violation";
+
+    private static final String RAISE_SUBSCRIPTIONS = "raise max_subscriptions in the server's configuration: each connection "
+            + "takes two, and one for each subject that it listens to";
 
     @Spec
     CommandSpec spec;
@@ -195,12 +202,38 @@ final class DoctorCommand implements Callable<Integer> {
                             (System.nanoTime() - start) / 1e6));
                 } else {
                     wrong("connection", "a message did not come back within " + PATIENCE.toSeconds() + " s",
-                            "may this user publish and subscribe to quorl.>? look at the daemon's permissions");
+                            "is the daemon overloaded, or stopped? what stands below about permissions may be the reason");
                 }
+                lookAtPermissions(through);
             }
         } catch (QuorlException e) {
-            wrong("connection", e.getMessage(), adviceFor(e.getStatus()));
+            if (e.getMessage().contains(VIOLATION)) {
+                wrong("permissions", e.getMessage(), adviceOnPermissions(e.getMessage()));
+            } else {
+                wrong("connection", e.getMessage(), e.getMessage().contains("maximum subscriptions")
+                        ? RAISE_SUBSCRIPTIONS : adviceFor(e.getStatus()));
+            }
         }
+    }
+
+    /** Sends and listens on the bus as a program would. */
+    private void lookAtPermissions(QuorlQrdTransport through) throws InterruptedException {
+        PermissionProbe probe = PermissionProbe.of(through, "quorl-doctor." + UUID.randomUUID(), PATIENCE);
+        if (probe.worked()) {
+            ok("permissions", "this user may publish and subscribe on this service and network; single subjects may be forbidden");
+        } else if (probe.missing() == null) {
+            wrong("permissions", "a message to a subject of this bus did not come back within " + PATIENCE.toSeconds() + " s",
+                    "is the daemon overloaded, or stopped?");
+        } else {
+            wrong("permissions", "this user may not " + probe.missing() + " on this service and network; the daemon says: "
+                    + probe.words(), probe.words().contains("maximum subscriptions")
+                    ? RAISE_SUBSCRIPTIONS : adviceOnPermissions(probe.words()));
+        }
+    }
+
+    private static String adviceOnPermissions(String words) {
+        return "in the server's configuration, give the user " + PermissionProbe.permissions(words)
+                + " and deny nothing that the bus needs; then 'nats-server --signal reload'";
     }
 
     private static String adviceFor(int status) {

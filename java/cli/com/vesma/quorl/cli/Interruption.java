@@ -9,7 +9,7 @@ import java.util.concurrent.TimeUnit;
  */
 final class Interruption implements AutoCloseable {
     /** Seconds that the work may take to end. */
-    private static final long PATIENCE = 5;
+    private static final long PATIENCE = 10;
 
     private final Thread worker = Thread.currentThread();
     private final CountDownLatch ended = new CountDownLatch(1);

@@ -42,9 +42,10 @@ final class ListenCommand extends Action {
     }
 
     @Override
-    void begin(Session session) {
+    void begin(Session session) throws InterruptedException {
         output.open(session);
         received = session.listen(transport, subjects, count, message -> output.print(session, message));
+        session.checkListening();
     }
 
     @Override

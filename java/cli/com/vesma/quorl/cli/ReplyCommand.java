@@ -56,9 +56,10 @@ final class ReplyCommand extends Action {
     }
 
     @Override
-    void begin(Session session) {
+    void begin(Session session) throws InterruptedException {
         output.open(session);
         answered = session.listen(transport, List.of(subject), count, request -> answer(session, request));
+        session.checkListening();
     }
 
     private void answer(Session session, QuorlMsg request) {
@@ -79,5 +80,6 @@ final class ReplyCommand extends Action {
             throw new Failure("reply " + subject + ": " + answered.count() + " of " + count + " requests came within "
                     + Texts.number(limit) + " s");
         }
+        if (alone && !session.isEmbedded(transport)) session.confirm(answered.count());
     }
 }

@@ -117,7 +117,7 @@ final class RunCommand extends Action {
     private static void run(Session session, Line line) throws InterruptedException {
         try {
             line.action.begin(session);
-            session.flush();
+            session.settle();
         } catch (OutputClosed e) {
             throw e;
         } catch (RuntimeException e) {

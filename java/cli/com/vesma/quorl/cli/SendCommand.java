@@ -48,13 +48,23 @@ final class SendCommand extends Action {
 
     @Override
     void begin(Session session) throws InterruptedException {
-        source.forEach(message -> session.send(transport, message));
+        try {
+            source.forEach(message -> session.send(transport, message));
+        } catch (Failure e) {
+            String doubt = source.done() == 0 || session.isEmbedded(transport) ? null : doubt(session, false);
+            throw doubt == null ? e : new Failure(e.getMessage() + "; " + doubt);
+        }
     }
 
     @Override
     void finish(Session session, boolean alone) throws InterruptedException {
         // What is on its way may still be lost; a message that comes back shows that those before it are at the daemon.
         if (alone && !session.isEmbedded(transport)) session.confirm(source.done());
+    }
+
+    @Override
+    long sentSoFar() {
+        return source.done();
     }
 
     @Override

@@ -34,6 +34,9 @@ final class Session implements AutoCloseable {
     /** Seconds that flush gives a daemon to bring a message back. */
     private static final double DAEMON_PATIENCE = 5;
 
+    /** The same, for a command that was interrupted. */
+    private static final double LAST_PATIENCE = 2;
+
     /** A transport with the way to see that all it has sent to this process was handled. */
     private final class Port {
         final boolean embedded;
@@ -45,6 +48,7 @@ final class Session implements AutoCloseable {
 
         Port(TransportOptions options) {
             embedded = isEmbedded(options);
+            if (!embedded && watch == null) watch = new DaemonWatch(Session.this::told);
             transport = create(options);
             inbox = transport.createInbox();
             marker = new QuorlListener(queue, transport, inbox, (listener, message) -> {
@@ -53,10 +57,6 @@ final class Session implements AutoCloseable {
                     Session.this.notifyAll();
                 }
             });
-            if (!embedded && !watched) {
-                watched = true;
-                new QuorlListener(queue, transport, "_QUORL.*.daemon.*", (listener, advisory) -> told(advisory));
-            }
         }
     }
 
@@ -79,14 +79,17 @@ final class Session implements AutoCloseable {
     private final QuorlDispatcher dispatcher;
     private final Map<List<String>, Port> ports = new LinkedHashMap<>();
 
-    /** Whether somebody hears what the library tells of daemons. */
-    private boolean watched;
+    /** Hears what the library tells of daemons; null while none is used. */
+    private DaemonWatch watch;
 
     /** The first failure of a handler; whoever waits next reports it. Guarded by this. */
     private Throwable failure;
 
     /** Messages that may have been lost with a daemon's connection. Guarded by this. */
     private long unconfirmed;
+
+    /** A daemon has refused something. Guarded by this. */
+    private boolean refused;
 
     /** err: for what happens to daemons meanwhile. */
     Session(PrintWriter out, PrintWriter err) {
@@ -121,46 +124,83 @@ final class Session implements AutoCloseable {
                 key -> new Port(options));
     }
 
-    /** Tells that a daemon is lost, or back. */
+    /** Tells what the library tells. */
     private void told(QuorlMsg advisory) {
-        boolean lost = advisory.getSendSubject().endsWith(".lost");
-        long away = advisory.has("unconfirmed") ? advisory.getU64("unconfirmed") : 0;
-        String daemon = advisory.has("daemon") ? advisory.getString("daemon") : "the daemon";
-        String text;
-        if (lost) {
-            text = "the connection to " + daemon + " is lost"
-                    + (advisory.has("reason") ? " (" + advisory.getString("reason") + ")" : "") + "; trying again";
-        } else {
-            long dropped = advisory.has("lost") ? advisory.getU64("lost") : 0;
-            text = "the connection to " + daemon + " is there again"
-                    + (away + dropped == 0 ? "" : "; up to " + (away + dropped) + " messages are lost");
-        }
+        String subject = advisory.getSendSubject();
         synchronized (this) {
-            if (lost) unconfirmed += away;
+            if (subject.endsWith(".daemon.lost") && advisory.has("unconfirmed")) unconfirmed += advisory.getU64("unconfirmed");
+            if (subject.endsWith(".daemon.refused")) {
+                refused = true;
+                notifyAll();
+            }
         }
         synchronized (err) {
-            err.println("quorl: " + text);
+            err.println("quorl: " + AdvisoryText.of(advisory));
             err.flush();
         }
     }
 
     /**
-     * Waits until the daemons have everything that was sent; Failure when they have not, or may have lost some of it.
+     * Waits until the daemons have everything that was sent; Failure when they have not, have refused something, or may have
+     * lost some of it.
      *
      * @param sent how many messages were
      */
     void confirm(long sent) throws InterruptedException {
-        boolean arrived = flush();
+        confirm(sent, DAEMON_PATIENCE);
+    }
+
+    /** The same, when there is no time left. */
+    void confirmSoon(long sent) throws InterruptedException {
+        confirm(sent, LAST_PATIENCE);
+    }
+
+    private void confirm(long sent, double seconds) throws InterruptedException {
+        boolean arrived = flush(seconds);
+        checkRefusals();
         long lost;
         synchronized (this) {
             lost = Math.min(unconfirmed, sent);
         }
         if (!arrived) {
-            throw new Failure("the daemon did not confirm within " + Texts.number(DAEMON_PATIENCE) + " s that it has the "
+            throw new Failure("the daemon did not confirm within " + Texts.number(seconds) + " s that it has the "
                     + (sent == 1 ? "message" : sent + " messages") + "; some may be lost");
         }
         if (lost > 0) {
             throw new Failure("up to " + lost + " of " + sent + " messages may be lost, with the connection to the daemon");
+        }
+    }
+
+    /** Failure when a daemon has refused a message or a subscription of this session. */
+    void checkRefusals() {
+        for (QuorlStatistics.Daemon daemon : Quorl.statistics().daemons()) {
+            if (daemon.refused() == 0 || daemon.phase().equals("ended") || daemon.phase().equals("failed")) continue;
+            throw new Failure(daemon.daemon() + " refused " + (daemon.refused() == 1 ? "it" : daemon.refused() + " times")
+                    + " (" + daemon.reason() + "); " + (daemon.reason().contains("maximum subscriptions")
+                            ? "raise max_subscriptions in the server's configuration"
+                            : "the user needs that permission in the server's configuration, and 'quorl doctor' looks further"));
+        }
+    }
+
+    /** After a command has begun to listen: Failure when a daemon does not let it. */
+    void checkListening() throws InterruptedException {
+        if (ports.values().stream().allMatch(port -> port.embedded)) return;
+        flush();
+        checkRefusals();
+    }
+
+    /** Failure when a line of a script has sent what a daemon does not have. */
+    void settle() throws InterruptedException {
+        if (!flush()) {
+            checkRefusals();
+            throw new Failure("the daemon did not bring a message back within " + Texts.number(DAEMON_PATIENCE)
+                    + " s; what was sent may be lost");
+        }
+        if (ports.values().stream().allMatch(port -> port.embedded)) return;
+        checkRefusals();
+        synchronized (this) {
+            if (unconfirmed == 0) return;
+            throw new Failure("up to " + unconfirmed + " messages may be lost, with the connection to the daemon");
         }
     }
 
@@ -227,7 +267,9 @@ final class Session implements AutoCloseable {
 
     /** The first reply, to be closed; null when none came in time. */
     QuorlMsg request(TransportOptions options, QuorlMsg request, double seconds) throws InterruptedException {
-        return transport(options).request(request, Duration.ofNanos((long) (seconds * 1e9)));
+        QuorlMsg reply = transport(options).request(request, Duration.ofNanos((long) (seconds * 1e9)));
+        if (reply == null && !isEmbedded(options)) checkRefusals();
+        return reply;
     }
 
     void reply(TransportOptions options, QuorlMsg reply, QuorlMsg request) {
@@ -291,6 +333,10 @@ final class Session implements AutoCloseable {
      * @return false when a daemon has not brought the message back in time
      */
     boolean flush() throws InterruptedException {
+        return flush(DAEMON_PATIENCE);
+    }
+
+    private boolean flush(double seconds) throws InterruptedException {
         boolean all = true;
         for (Port port : ports.values()) {
             synchronized (this) {
@@ -299,7 +345,10 @@ final class Session implements AutoCloseable {
             try (QuorlMsg mark = new QuorlMsg(port.inbox)) {
                 port.transport.send(mark);
             }
-            all &= await(() -> port.returned >= port.sent, port.embedded ? null : Double.valueOf(DAEMON_PATIENCE));
+            await(() -> port.returned >= port.sent || (refused && !port.embedded), port.embedded ? null : Double.valueOf(seconds));
+            synchronized (this) {
+                all &= port.returned >= port.sent;
+            }
         }
         return all;
     }
@@ -337,9 +386,20 @@ final class Session implements AutoCloseable {
     @Override
     public void close() {
         dispatcher.close();
+        // The last one of a daemon waits for what is on its way, and the watch hears what is dropped.
         for (Port port : ports.values()) port.transport.close();
+        if (watch != null) watch.close();
         queue.close();
-        library.close();
+        closeTables();
+        try {
+            library.close();
+        } catch (QuorlException e) {
+            if (e.getStatus() != QuorlException.DAEMON_NOT_CONNECTED) throw e;
+            throw new Failure("not everything that was sent has reached the daemon");
+        }
+    }
+
+    private void closeTables() {
         synchronized (out) {
             for (Table table : tables.values()) {
                 try {

@@ -1,0 +1,67 @@
+package com.vesma.quorl.cli;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+
+import com.vesma.quorl.QuorlMsg;
+import java.util.function.Consumer;
+import org.junit.jupiter.api.Test;
+
+/** Each advisory by what it is, and none as what it is not. */
+class AdvisoryTextTest {
+    private static void says(String text, String subject, Consumer<QuorlMsg> fields) {
+        try (QuorlMsg advisory = new QuorlMsg(subject)) {
+            fields.accept(advisory);
+            assertEquals(text, AdvisoryText.of(advisory));
+        }
+    }
+
+    @Test
+    void advisoriesAboutDaemons() {
+        says("the connection to db1 is lost (reset); trying again", "_QUORL.WARN.daemon.lost",
+                m -> m.addString("daemon", "db1").addString("reason", "reset").addU64("unconfirmed", 3));
+        says("the connection to db1 is there again", "_QUORL.INFO.daemon.back",
+                m -> m.addString("daemon", "db1").addU64("lost", 0).addU64("unconfirmed", 0));
+        says("the connection to db1 is there again; up to 5 messages are lost", "_QUORL.INFO.daemon.back",
+                m -> m.addString("daemon", "db1").addU64("lost", 2).addU64("unconfirmed", 3));
+        says("2 things that came from db1 are no messages (it is damaged)", "_QUORL.WARN.daemon.malformed",
+                m -> m.addString("daemon", "db1").addU64("count", 2).addString("reason", "it is damaged"));
+        says("db1 refuses messages to a.b (no)", "_QUORL.WARN.daemon.refused",
+                m -> m.addString("daemon", "db1").addString("subject", "a.b").addString("reason", "no"));
+        says("db1 refuses messages to a.b, and to let this process listen to c, d and 3 more", "_QUORL.WARN.daemon.refused",
+                m -> m.addString("daemon", "db1").addString("subject", "a.b").addStringArray("patterns", new String[] {"c", "d"})
+                        .addU64("pattern_count", 5));
+        says("db1 lets this process listen to c now", "_QUORL.INFO.daemon.accepted",
+                m -> m.addString("daemon", "db1").addStringArray("patterns", new String[] {"c"}).addU64("pattern_count", 1));
+        says("db1 is there and does not take this process in any more (why); trying again", "_QUORL.ERROR.daemon.denied",
+                m -> m.addString("daemon", "db1").addString("reason", "why"));
+        says("closing the transport to db1: 1 message never went out, 2 messages may not have arrived (why)",
+                "_QUORL.WARN.daemon.dropped",
+                m -> m.addString("daemon", "db1").addString("reason", "why").addU64("dropped", 1).addU64("unconfirmed", 2));
+    }
+
+    @Test
+    void advisoriesAboutTheRest() {
+        says("queue \"orders\" is at its limit of 8 events and drops some", "_QUORL.WARN.queue.limit_begin",
+                m -> m.addU32("queue", 7).addString("name", "orders").addU32("max_events", 8));
+        says("queue 7 has room again; 12 events were dropped", "_QUORL.INFO.queue.limit_end",
+                m -> m.addU32("queue", 7).addU64("lost", 12));
+        says("100000 events wait in queue 7", "_QUORL.WARN.queue.highwater_begin",
+                m -> m.addU32("queue", 7).addU64("waiting", 100000));
+        says("queue 7 is down to 50000 events", "_QUORL.INFO.queue.highwater_end",
+                m -> m.addU32("queue", 7).addU64("waiting", 50000));
+        says("the listener on a.> is too slow: queue 7 drops its messages", "_QUORL.WARN.listener.slow_begin",
+                m -> m.addU32("queue", 7).addString("pattern", "a.>"));
+        says("the listener on a.> has caught up; 3 messages of it were dropped", "_QUORL.INFO.listener.slow_end",
+                m -> m.addU32("queue", 7).addString("pattern", "a.>").addU64("lost", 3));
+        says("the circuit has no peer any more (silent); 4 messages may not have arrived", "_QUORL.WARN.circuit.lost",
+                m -> m.addString("reason", "silent").addU64("undelivered", 4));
+        says("the circuit was closed before its peer took everything; 1 message may not have arrived",
+                "_QUORL.WARN.circuit.undelivered", m -> m.addU64("undelivered", 1));
+    }
+
+    @Test
+    void oneThatIsNotKnownIsShownAsItIs() {
+        says("_QUORL.ERROR.moon.full {phase=\"late\"}", "_QUORL.ERROR.moon.full", m -> m.addString("phase", "late"));
+        says("_QUORL.INFO.daemon.new {n=1}", "_QUORL.INFO.daemon.new", m -> m.addI32("n", 1));
+    }
+}

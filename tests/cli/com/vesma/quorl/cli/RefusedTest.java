@@ -1,0 +1,98 @@
+package com.vesma.quorl.cli;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.nio.file.Path;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** Commands at a daemon that refuses something, or does not answer: nothing is claimed that the daemon did not confirm. */
+class RefusedTest {
+    @TempDir
+    Path folder;
+
+    private static void refused(Cli ran, String says) {
+        assertEquals(1, ran.code(), ran.toString());
+        assertTrue(ran.err().contains(says), ran.err());
+        assertFalse(ran.err().contains("is there again"), ran.err());
+    }
+
+    @Test
+    void whatTheDaemonForbidsFails() throws Exception {
+        try (ConfiguredServer server = new ConfiguredServer(folder, ConfiguredServer.userWith(
+                "publish: { deny: \"quorl.*.*.secret.>\" }, subscribe: { deny: \"quorl.*.*.hidden.>\" }"))) {
+            String at = server.address;
+            assertEquals(new Cli(0, "", ""), Cli.run("send", "open", "--daemon", at));
+            String publishing = " refused it (Permissions Violation for Publish to \"quorl.default.default.secret.x\"); the user "
+                    + "needs that permission";
+            Cli sent = Cli.run("send", "secret.x", "--daemon", at);
+            refused(sent, publishing);
+            assertTrue(sent.err().contains("quorl: " + at + " refuses messages to secret.x ("), sent.err());
+            refused(Cli.run("send", "secret.x", "n:i32={n}", "--count", "20", "--rate", "1000", "--daemon", at), " refused ");
+            refused(Cli.run("request", "secret.x", "--timeout", "0.5", "--daemon", at), publishing);
+            refused(Cli.run("run", "--daemon", at, "-e", "send open", "-e", "send secret.x", "-e", "send open"),
+                    "quorl: -e line 2: " + at + publishing);
+            String listening = " refused it (Permissions Violation for Subscription to \"quorl.default.default.hidden.*\")";
+            refused(Cli.run("listen", "open", "hidden.*", "--daemon", at), listening);
+            refused(Cli.run("reply", "hidden.*", "--daemon", at), listening);
+        }
+        try (ConfiguredServer server = new ConfiguredServer(folder, "max_subscriptions: 3")) {
+            refused(Cli.run("listen", "a", "b", "c", "d", "--daemon", server.address), "raise max_subscriptions");
+        }
+    }
+
+    @Test
+    void theDoctorNamesThePermissionThatIsMissing() throws Exception {
+        String marks = "\"quorl.*.*._MARK.>\", \"quorl.*.*._INBOX.>\"";
+        try (ConfiguredServer server = new ConfiguredServer(folder, ConfiguredServer.userWith("publish: [ " + marks + " ]"))) {
+            Cli doctor = Cli.run("doctor", "--daemon", server.address, "--service", "lab");
+            assertEquals(1, doctor.code(), doctor.out());
+            assertTrue(doctor.out().contains("wrong  permissions  this user may not publish on"), doctor.out());
+            assertTrue(doctor.out().contains("permissions: { publish: \"quorl.default.lab.>\", subscribe: \"quorl.default.lab.>\" }"),
+                    doctor.out());
+        }
+        try (ConfiguredServer server = new ConfiguredServer(folder, ConfiguredServer.userWith("subscribe: [ " + marks + " ]"))) {
+            Cli doctor = Cli.run("doctor", "--daemon", server.address);
+            assertEquals(1, doctor.code(), doctor.out());
+            assertTrue(doctor.out().contains("wrong  permissions  this user may not subscribe on"), doctor.out());
+        }
+        try (ConfiguredServer server = new ConfiguredServer(folder, ConfiguredServer.userWith(
+                "publish: [ " + marks + " ], subscribe: [ " + marks + " ]"))) {
+            Cli doctor = Cli.run("doctor", "--daemon", server.address);
+            assertEquals(1, doctor.code(), doctor.out());
+            assertTrue(doctor.out().contains("wrong  permissions  this user may not publish and subscribe on"), doctor.out());
+        }
+        // Not even the library's own subjects.
+        try (ConfiguredServer server = new ConfiguredServer(folder, ConfiguredServer.userWith("publish: \"other.>\""))) {
+            Cli doctor = Cli.run("doctor", "--daemon", server.address);
+            assertEquals(1, doctor.code(), doctor.out());
+            assertTrue(doctor.out().contains("wrong  permissions"), doctor.out());
+            assertTrue(doctor.out().contains("publish: \"quorl.default.default.>\""), doctor.out());
+        }
+        try (ConfiguredServer server = new ConfiguredServer(folder, ConfiguredServer.userWith("publish: \"quorl.>\""))) {
+            Cli doctor = Cli.run("doctor", "--daemon", server.address);
+            assertEquals(0, doctor.code(), doctor.out());
+            assertTrue(doctor.out().contains("ok     permissions"), doctor.out());
+        }
+    }
+
+    @Test
+    void ctrlCClaimsNothingThatADaemonWithoutAnAnswerHas() throws Exception {
+        try (ConfiguredServer server = new ConfiguredServer(folder);
+                ChildCommand listener = ChildCommand.listening(folder, server.address, "ready", "listen c --count 100000 --timeout 60");
+                ChildCommand sender = new ChildCommand(folder, "send", "c", "n:i32={n}", "--count", "1000000", "--rate", "100",
+                        "--daemon", server.address)) {
+            for (int i = 1; i <= 5; i++) assertEquals("c {n=" + i + "}", listener.out.readLine());
+            server.signal("STOP");
+            sender.interrupt();
+            assertEquals(130, sender.code());
+            String said = sender.said();
+            assertTrue(said.contains("quorl: interrupted; ") && said.contains("; the daemon did not confirm within 2 s that it has the "),
+                    said);
+            assertTrue(said.contains("quorl: closing the transport to " + server.address + ": ") && said.contains("may not have arrived"),
+                    said);
+        }
+    }
+}
