@@ -75,6 +75,7 @@ Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Par
       markSubject_(intake_.prefix + "_MARK." + hexadecimal(senderId_)),
       outbox_(intake_.prefix, parameters.reconnectBuffer),
       name_(key_.description.empty() ? defaultName() : key_.description),
+      writer_(senderId_),
       servers_(std::move(servers)) {}
 
 Connection::~Connection() {
@@ -426,7 +427,7 @@ void Connection::dropSession() noexcept {
         }
     }
     admissions_.restart();
-    partOffset_ = 0;  // a message that was sent in part is sent whole again
+    writer_.restart();  // a message that was sent in part is sent whole again
     markUnderWay_ = false;
 }
 

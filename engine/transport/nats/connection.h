@@ -23,6 +23,7 @@
 #include "base/mutex.h"
 #include "base/parameters.h"
 #include "transport/nats/admissions.h"
+#include "transport/nats/frame_writer.h"
 #include "transport/nats/outbox.h"
 #include "transport/nats/session.h"
 #include "transport/nats/subscription.h"
@@ -183,10 +184,6 @@ class Connection final : public Ending {
     int64_t nextLook() const noexcept;
     enum class Flushed { all, blocked, changesFirst };
     Flushed flush() noexcept;
-    bool sendFrame(const Outbox::Chunk& chunk, const Outbox::Frame& frame) noexcept;
-    bool sendEntry(const char* wireSubject, std::string_view reply, const uint8_t* image, uint32_t size,
-                   bool mayStop) noexcept;
-    bool makeRoom() noexcept;
     bool sendMark(Session& session, int64_t now) noexcept;
     bool markIsBack(int64_t now) noexcept;
     void markByBytes() noexcept;
@@ -198,7 +195,7 @@ class Connection final : public Ending {
     const ConnectionKey key_;
     const int64_t connectTimeout_;  // nanoseconds
     const bool readyCheck_;
-    const SenderId senderId_;
+    const SenderId senderId_;  // shown in parts, and in the subject of marks
 
     Intake intake_;
     const std::string markSubject_;  // on the wire
@@ -242,9 +239,7 @@ class Connection final : public Ending {
     std::unique_ptr<Session> session_;
     std::unique_ptr<Outbox::Chunk> current_;  // partly sent
     size_t nextFrame_ = 0;                    // of it
-    uint32_t partOffset_ = 0;                 // of an entry that is sent in parts
-    uint64_t partNumber_ = 0;                 // of that entry
-    std::vector<uint8_t> scratch_;            // a part with its header
+    FrameWriter writer_;
     MarkFeed markFeed_{*this};
     RefusalFeed refusalFeed_{*this};
     const char* givenUp_ = nullptr;  // why the session is taken for lost; null while it is not

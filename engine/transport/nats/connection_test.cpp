@@ -194,6 +194,44 @@ void sendBytes(Connection& connection, size_t bytes) {
     }
 }
 
+// A limit that leaves no room for the headers of parts: what is sent meanwhile keeps to the one that was, and the connection is
+// given up with words. It comes back when the daemon takes more.
+TEST_F(OverScriptedDaemon, aDaemonThatTakesTooLittleInTheMiddleIsLeft) {
+    std::atomic<bool> over{false};
+    std::atomic<uint64_t> refused{0};
+    std::vector<std::thread> senders;
+    for (int i = 0; i < 3; ++i) {
+        senders.emplace_back([&] {
+            const std::string image = imageWith(64u << 10);
+            message::ContentRef content;
+            EXPECT_EQ(message::contentFromBytes(image.data(), image.size(), "many", {}, &content), QUORL_OK);
+            const Connection::Batching batching;
+            while (!over) {
+                const quorl_status status = connection_->send(content, batching);
+                if (status == QUORL_OK) continue;
+                EXPECT_TRUE(status == Carrier::noRoom || status == QUORL_DAEMON_NOT_CONNECTED) << quorl_LastErrorText();
+                if (status == QUORL_DAEMON_NOT_CONNECTED) ++refused;
+                std::this_thread::yield();
+            }
+        });
+    }
+    for (const char* limit : {"0", "-1", "36", "100", "511", "-9223372036854775808"}) {
+        const uint64_t before = connection_->figures().reconnects;
+        ASSERT_TRUE(daemon_.say(std::string("INFO {\"max_payload\":") + limit + "}\r\n"));
+        ASSERT_TRUE(waitUntil([&] { return connection_->figures().reconnects > before; })) << limit;
+    }
+    // More than any number that fits is much.
+    const uint64_t before = connection_->figures().reconnects;
+    ASSERT_TRUE(daemon_.say("INFO {\"max_payload\":18446744073709551615}\r\n"));
+    const uint64_t sent = connection_->figures().messagesOut;
+    EXPECT_TRUE(waitUntil([&] { return connection_->figures().messagesOut > sent + 100; }));
+    EXPECT_EQ(connection_->figures().reconnects, before);
+    over = true;
+    for (std::thread& sender : senders) sender.join();
+    EXPECT_EQ(connection_->figures().lost, refused);
+    daemon_.hangUp();
+}
+
 TEST_F(OverScriptedDaemon, aMarkFollowsWhatWasSentAfterSoManyBytes) {
     constexpr size_t bytes = 16u << 20;
     daemon_.echoMarks = false;

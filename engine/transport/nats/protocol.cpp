@@ -1,6 +1,7 @@
 // Reading lines and messages.
 #include "transport/nats/protocol.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstring>
@@ -37,7 +38,10 @@ bool readInfo(std::string_view json, Info* info) {
     if (!object.is_object()) return false;
     const auto payload = object.find("max_payload");
     if (payload == object.end() || !payload->is_number_integer()) return false;
-    info->maxPayload = payload->get<int64_t>();
+    // A number beyond the type's range is a large one, not a negative one.
+    info->maxPayload = payload->is_number_unsigned()
+                           ? static_cast<int64_t>(std::min<uint64_t>(payload->get<uint64_t>(), INT64_MAX))
+                           : payload->get<int64_t>();
     info->demandsTls = flag(object, "tls_required");
     info->offersTls = info->demandsTls || flag(object, "tls_available");
     info->demandsCertificate = flag(object, "tls_verify");

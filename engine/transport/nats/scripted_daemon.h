@@ -77,15 +77,7 @@ class ScriptedDaemon {
         text.append(payload).append("\r\n");
         return say(text);
     }
-    // Ends the connection of the client there is.
-    void hangUp() {
-        std::lock_guard lock(mutex_);
-        if (client_ >= 0) shutdown(client_, SHUT_RDWR);
-    }
-
-    static constexpr std::chrono::seconds limit{60};
-
-  private:
+    // Sends the client bytes as they stand. Blocks while it does not read. False: it is gone.
     bool say(std::string_view text) {
         std::lock_guard lock(writing_);
         const int client = client_;
@@ -96,7 +88,15 @@ class ScriptedDaemon {
         }
         return true;
     }
+    // Ends the connection of the client there is.
+    void hangUp() {
+        std::lock_guard lock(mutex_);
+        if (client_ >= 0) shutdown(client_, SHUT_RDWR);
+    }
 
+    static constexpr std::chrono::seconds limit{60};
+
+  private:
     void run() {
         while (!over_) {
             const int client = accept(listener_, nullptr, nullptr);

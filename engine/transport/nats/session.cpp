@@ -27,6 +27,8 @@ constexpr size_t inKept = 1u << 20;
 // Bytes that are gathered before they are written.
 constexpr size_t writeSize = 64u << 10;
 constexpr size_t outKept = 512u << 10;
+// Bytes that may wait because the socket did not take them.
+constexpr size_t unsentMost = 128u << 10;
 
 // With so many bytes waiting in the socket, or fewer after nothing was read for a while, this process does not read as fast as
 // others send; and how long after that it may be the reason of a loss.
@@ -37,11 +39,11 @@ constexpr int64_t recently = 5'000'000'000;
 
 constexpr size_t longestWords = 256;  // of a daemon that are repeated, in bytes
 
-// A daemon that announces less is none that this can work with; one that announces more is not believed.
-constexpr int64_t leastPayload = 512;
-constexpr int64_t mostPayload = 64 << 20;  // what the daemon itself has as its upper limit
 // What comes in follows the limits of the daemons that others send to, now or before: any of a cluster.
-constexpr size_t mostIncoming = mostPayload;
+constexpr size_t mostIncoming = PayloadLimit::most;
+constexpr const char* takesTooLittle =
+    "the daemon has begun to take messages of less than 512 bytes only: raise its max_payload";
+static_assert(PayloadLimit::least == 512);
 
 // What a program says of itself, with what goes between the quotation marks of JSON. Overwritten when it goes, since there may
 // be a password in it.
@@ -160,9 +162,10 @@ bool Session::greet(int64_t deadline, std::string* why) {
         take();
         use();
     }
-    if (greeted_ && maxPayload() != 0) return true;
-    if (greeted_) {
-        *why = "it takes messages of " + std::to_string(info_.maxPayload) + " bytes only";
+    if (greeted_ && !lost()) return true;
+    if (greeted_ && !PayloadLimit::announced(info_.maxPayload)) {
+        *why = "it takes messages of " + std::to_string(info_.maxPayload) + " bytes only: raise its max_payload to " +
+               std::to_string(PayloadLimit::least) + " or more";
     } else {
         *why = broke_.load() != nullptr ? "no daemon speaks there" : "the daemon hangs up";
     }
@@ -227,18 +230,11 @@ void Session::onInfo(std::string_view json) noexcept {
         return fail("no memory for what the daemon says");
     }
     greeted_ = true;
-    takePayloadLimit();
-}
-
-// False: it is too low to work with.
-bool Session::takePayloadLimit() noexcept {
-    if (info_.maxPayload < leastPayload) {
-        fail("the daemon takes no message that is worth the name");
-        maxPayload_.store(0, std::memory_order_relaxed);
-        return false;
-    }
-    maxPayload_.store(static_cast<size_t>(std::min(info_.maxPayload, mostPayload)), std::memory_order_relaxed);
-    return true;
+    // What is being sent meanwhile keeps to the limit that was: the session ends, and nothing is sent to this daemon until it
+    // takes more again.
+    const auto announced = PayloadLimit::announced(info_.maxPayload);
+    if (!announced) return fail(takesTooLittle);
+    limit_.store(*announced, std::memory_order_relaxed);
 }
 
 std::vector<Server> Session::servers() const {
@@ -388,8 +384,13 @@ void Session::write() noexcept {
     if (out_.capacity() > outKept) out_.shrink_to_fit();
 }
 
+bool Session::takesMore() noexcept {
+    if (buffered() >= unsentMost) write();
+    return buffered() < unsentMost;
+}
+
 bool Session::publish(std::string_view wireSubject, const uint8_t* payload, size_t size) noexcept {
-    if (lost() || size > maxPayload()) return false;
+    if (lost() || size > limit().bytes()) return false;
     std::array<char, 24> length;
     const auto [end, error] = std::to_chars(length.data(), length.data() + length.size(), size);
     const std::string_view number(length.data(), static_cast<size_t>(end - length.data()));

@@ -17,6 +17,7 @@
 #include "quorl/quorl.h"
 #include "transport/nats/address.h"
 #include "transport/nats/complaint.h"
+#include "transport/nats/frame_writer.h"
 #include "transport/nats/link.h"
 #include "transport/nats/protocol.h"
 
@@ -50,7 +51,7 @@ class Refusals {
     virtual void refused(const Complaint& complaint, std::string_view words) noexcept = 0;
 };
 
-class Session final : private Parser::Listener {
+class Session final : public PayloadSink, private Parser::Listener {
   public:
     struct Request {
         Server server;
@@ -94,13 +95,15 @@ class Session final : private Parser::Listener {
     // ---- for others too, under the lock
 
     bool lost() const noexcept { return lost_.load(std::memory_order_relaxed); }
-    size_t maxPayload() const noexcept { return maxPayload_.load(std::memory_order_relaxed); }
+    PayloadLimit limit() const noexcept override { return limit_.load(std::memory_order_relaxed); }
     // Bytes that the socket has not taken yet.
     size_t buffered() const noexcept { return out_.size() - outSent_; }
     // The socket may take some.
     void write() noexcept;
     // False: the session is lost, or takes no message of that size.
-    bool publish(std::string_view wireSubject, const uint8_t* payload, size_t size) noexcept;
+    bool publish(std::string_view wireSubject, const uint8_t* payload, size_t size) noexcept override;
+    // Whether few bytes wait for the socket, perhaps after it took some.
+    bool takesMore() noexcept override;
 
   private:
     Session() noexcept = default;
@@ -109,7 +112,6 @@ class Session final : private Parser::Listener {
     bool greet(int64_t deadline, std::string* why);
     bool introduce(const Request& request, const secure::Credentials& credentials, int64_t deadline, std::string* why);
     bool makeRoom() noexcept;
-    bool takePayloadLimit() noexcept;
     bool append(std::string_view text) noexcept;
     void fail(const char* why) noexcept;
 
@@ -131,7 +133,7 @@ class Session final : private Parser::Listener {
     Refusals* refusals_ = nullptr;
     std::atomic<bool> lost_{false};
     std::atomic<const char*> broke_{nullptr};  // what ended it; null: the link did, or the daemon
-    std::atomic<size_t> maxPayload_{0};        // bytes
+    std::atomic<PayloadLimit> limit_{PayloadLimit()};
 
     std::unique_ptr<uint8_t[]> in_;
     size_t inRoom_ = 0;

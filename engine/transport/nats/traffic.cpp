@@ -33,11 +33,6 @@ constexpr int64_t streamPause = 50 * microsecond;
 constexpr size_t gatherSize = 64u << 10;
 constexpr int64_t gatherTime = 2 * millisecond;
 
-// Bytes that the session may hold because the socket did not take them.
-constexpr size_t unsentMost = 128u << 10;
-// Bytes of a part: far smaller than most daemons allow, so that a large message holds up others only for a moment.
-constexpr size_t partMost = 256u << 10;
-
 // A mark follows what was sent after so many bytes, unless one is under way, and after this time at the latest; without anything sent one goes out now and then, to see
 // whether the daemon is still there; one that is not back, while nothing else comes in either, is missed.
 constexpr uint64_t markBytes = 1u << 20;
@@ -227,7 +222,10 @@ Connection::Flushed Connection::flush() noexcept {
                 outbox_.addLost(frame.messages);
                 continue;
             }
-            if (!makeRoom() || !sendFrame(*current_, frame)) return Flushed::blocked;
+            if (!session_->takesMore() || !writer_.write(*session_, *current_, frame)) {
+                if (writer_.failed()) givenUp_ = "no memory for a part of a message";
+                return Flushed::blocked;
+            }
             handed_ += frame.messages;
             handedBytes_ += frame.size != 0 ? frame.size : current_->contents[frame.content].byteSize();
             if (handedBytes_.get() - markedBytes_ > markBytes) markByBytes();
@@ -237,77 +235,6 @@ Connection::Flushed Connection::flush() noexcept {
     if (session_->buffered() == 0) return Flushed::all;
     session_->write();
     return session_->buffered() == 0 ? Flushed::all : Flushed::blocked;
-}
-
-// False: the socket takes nothing more for now, or the session is lost.
-bool Connection::makeRoom() noexcept {
-    if (session_->buffered() < unsentMost) return true;
-    session_->write();
-    return session_->buffered() < unsentMost;
-}
-
-bool Connection::sendFrame(const Outbox::Chunk& chunk, const Outbox::Frame& frame) noexcept {
-    const char* wireSubject = chunk.subjectOf(frame);
-    if (frame.size == 0) {
-        const message::ContentRef& content = chunk.contents[frame.content];
-        if (content.replySubject().empty() && content.byteSize() <= std::min(session_->maxPayload(), partMost))
-            return session_->publish(wireSubject, static_cast<const uint8_t*>(content.bytes()), content.byteSize());
-        return sendEntry(wireSubject, content.replySubject(), static_cast<const uint8_t*>(content.bytes()),
-                         content.byteSize(), true);
-    }
-    const uint8_t* payload = chunk.payloadOf(frame);
-    if (frame.size <= session_->maxPayload()) return session_->publish(wireSubject, payload, frame.size);
-    // The daemon takes less than a frame: the messages go one by one.
-    size_t at = frameHeaderSize;
-    while (at < frame.size) {
-        Entry entry;
-        size_t used;
-        if (!readEntry(payload + at, frame.size - at, &entry, &used)) break;
-        // A frame is small, and not left in the middle: the session keeps what the socket does not take.
-        if (!sendEntry(wireSubject, entry.replySubject, entry.image, entry.size, false)) return false;
-        at += used;
-    }
-    return true;
-}
-
-// One entry by itself, in parts when it is too large. False: the session is lost, or, when it may stop, not all of it was
-// taken yet; partOffset_ says how much.
-bool Connection::sendEntry(const char* wireSubject, std::string_view reply, const uint8_t* image, uint32_t size,
-                           bool mayStop) noexcept {
-    const size_t headSize = 1 + reply.size();
-    const auto total = static_cast<uint32_t>(headSize + size);
-    // Copies bytes of the entry, which lie in pieces.
-    const auto copy = [&](uint8_t* to, size_t from, size_t count) {
-        for (; count != 0 && from < headSize; ++from, --count)
-            *to++ = from == 0 ? static_cast<uint8_t>(reply.size()) : static_cast<uint8_t>(reply[from - 1]);
-        if (count != 0) std::memcpy(to, image + (from - headSize), count);
-    };
-    const size_t most = std::min(session_->maxPayload(), partMost);
-    try {
-        scratch_.resize(std::max<size_t>(most, frameHeaderSize));
-    } catch (const std::bad_alloc&) {
-        givenUp_ = "no memory for a part of a message";
-        return false;
-    }
-    if (frameHeaderSize + total <= most) {
-        message::wire::store(scratch_.data(), frameHead(FrameKind::entries));
-        copy(scratch_.data() + frameHeaderSize, 0, total);
-        return session_->publish(wireSubject, scratch_.data(), frameHeaderSize + total);
-    }
-    Part part{senderId_, 0, total, 0, nullptr, 0};
-    if (partOffset_ == 0) ++partNumber_;
-    part.number = partNumber_;
-    while (partOffset_ < total) {
-        if (mayStop && !makeRoom()) return false;
-        part.offset = partOffset_;
-        part.size = static_cast<uint32_t>(std::min<size_t>(most - partHeaderSize, total - partOffset_));
-        writePartHeader(scratch_.data(), part);
-        copy(scratch_.data() + partHeaderSize, part.offset, part.size);
-        if (!session_->publish(wireSubject, scratch_.data(), partHeaderSize + part.size)) return false;
-        partOffset_ += part.size;
-    }
-    partOffset_ = 0;
-    return true;
 }
 
 // ---- marks
