@@ -47,6 +47,13 @@ bool staysHere(std::string_view subject) noexcept {
     return keptHere(secondElement(subject));
 }
 
+quorl_status checkReply(std::string_view replySubject) noexcept {
+    if (replySubject.empty() || !staysHere(replySubject)) return QUORL_OK;
+    return fail(QUORL_INVALID_SUBJECT,
+                "\"%.*s\" never leaves a process: no reply from elsewhere comes there, take an inbox as reply subject",
+                static_cast<int>(replySubject.size()), replySubject.data());
+}
+
 Sources sourcesOf(std::string_view pattern) noexcept {
     const std::string_view element = secondElement(pattern);
     if (keptHere(element)) return {false, true};

@@ -12,6 +12,9 @@ namespace quorl::transport::local {
 // Whether messages on the subject stay in the process: its second element is INFO, WARN, ERROR, STATS or LASTERROR.
 bool staysHere(std::string_view subject) noexcept;
 
+// Whether what leaves the process may ask for replies there. QUORL_INVALID_SUBJECT.
+quorl_status checkReply(std::string_view replySubject) noexcept;
+
 // From where messages on subjects of a pattern can come.
 struct Sources {
     bool carrier;

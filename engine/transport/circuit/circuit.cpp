@@ -22,6 +22,7 @@
 #include "subject/subject.h"
 #include "transport/advisory.h"
 #include "transport/circuit/machine.h"
+#include "transport/local.h"
 #include "transport/router.h"
 #include "transport/transport.h"
 
@@ -337,6 +338,7 @@ class CircuitCarrier final : public Carrier {
 
     quorl_status send(ThreadState& thread, message::ContentRef content) noexcept override {
         if (const quorl_status status = Router::check(content.sendSubject()); status != QUORL_OK) return status;
+        if (const quorl_status status = local::checkReply(content.replySubject()); status != QUORL_OK) return status;
         if (content.byteSize() > largestContent)
             return fail(QUORL_INVALID_SIZE, "a circuit carries messages of at most %u bytes", largestContent);
         const quorl_status status = drive(*circuit_, thread, [&](Machine& machine, Output& out) {

@@ -6,6 +6,7 @@
 
 #include "quorl/quorl.h"
 #include "subject/subject.h"
+#include "transport/local.h"
 
 namespace quorl::transport::circuit {
 namespace {
@@ -67,6 +68,8 @@ bool readContent(quorlMsg message, message::ContentRef* content) noexcept {
     const std::string_view send = readText(message, idSend);
     const std::string_view reply = readText(message, idReply);
     if (!subject::validForSending(send) || (!reply.empty() && !subject::validForSending(reply))) return false;
+    // The peer is another process: neither a message nor a reply to it becomes an advisory of this one.
+    if (local::staysHere(send) || local::staysHere(reply)) return false;
     return message::contentFromBytes(bytes.data.buf, bytes.size, send, reply, content) == QUORL_OK;
 }
 

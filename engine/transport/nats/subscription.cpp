@@ -10,6 +10,7 @@
 #include "base/clock.h"
 #include "event/queue.h"
 #include "subject/subject.h"
+#include "transport/local.h"
 #include "transport/nats/wire_subject.h"
 
 namespace quorl::transport::nats {
@@ -37,16 +38,22 @@ bool Subscription::remove(Listener& listener) noexcept {
 void Subscription::received(std::string_view wireSubject, const uint8_t* payload, size_t size) noexcept {
     ReadSubject subject;
     FrameKind kind;
-    if (!fromWire(intake_.prefix, wireSubject, &subject) || !subject::validForSending(subject.view())) {
+    const bool ours = fromWire(intake_.prefix, wireSubject, &subject);
+    // A wildcard of the program does not reach the system's subjects: what engines of other processes send there, marks above
+    // all, is nothing to check either.
+    if (ours && !system_ && subject::isSystem(subject.view())) return;
+    if (!ours || !subject::validForSending(subject.view())) {
         intake_.reject("its subject is none that a transport sends to", wireSubject);
+        return;
+    }
+    if (local::staysHere(subject.view())) {
+        intake_.reject("it claims to be an advisory or a question, which never leave their process", subject.view());
         return;
     }
     if (!readKind(payload, size, &kind) || kind == FrameKind::mark) {
         intake_.reject("it does not begin as a message does", subject.view());
         return;
     }
-    // A wildcard of the program does not reach the system's subjects.
-    if (!system_ && subject::isSystem(subject.view())) return;
     if (kind == FrameKind::image) {
         take(subject.view(), payload, size, true);
         return;
@@ -100,6 +107,13 @@ void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t s
         if (!image && !readEntry(bytes, size, &entry, &used)) {
             intake_.reject("it ends in the middle of an entry", subject);
             return;
+        }
+        if (!entry.replySubject.empty() && local::staysHere(entry.replySubject)) {
+            // A reply to it would be an advisory of this process that a stranger has worded.
+            intake_.reject("it wants a reply on a subject that never leaves a process", subject);
+            bytes += used;
+            size -= used;
+            continue;
         }
         const quorl_status status =
             message::contentFromBytes(entry.image, entry.size, subject, entry.replySubject, &content);

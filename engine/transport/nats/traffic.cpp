@@ -10,6 +10,7 @@
 
 #include "base/clock.h"
 #include "base/status.h"
+#include "transport/local.h"
 #include "transport/nats/connection.h"
 #include "transport/nats/wire_subject.h"
 
@@ -47,6 +48,7 @@ constexpr int64_t rejectionsPeriod = second;
 
 quorl_status Connection::send(const message::ContentRef& content, const Batching& batching) noexcept {
     if (const quorl_status status = Router::check(content.sendSubject()); status != QUORL_OK) return status;
+    if (const quorl_status status = local::checkReply(content.replySubject()); status != QUORL_OK) return status;
     const int64_t keep = batching.keep.load(std::memory_order_relaxed);
     size_t waiting;
     if (const quorl_status status = outbox_.put(content, keep != 0 ? monotonicNow() + keep : forever, &waiting);
