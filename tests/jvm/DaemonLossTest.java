@@ -1,6 +1,7 @@
 package com.vesma.quorl;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertInstanceOf;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
@@ -43,7 +44,7 @@ class DaemonLossTest {
         new QuorlListener(told, local, "_QUORL.*.daemon.*", (l, m) -> {
             boolean loss = m.getSendSubject().endsWith(".lost");
             advisories.add(new Told(m.getSendSubject(), m.getString("daemon"), loss ? m.getString("reason") : "",
-                    m.getU64("unconfirmed"), loss ? 0 : m.getU64("lost")));
+                    m.getU64("unconfirmed"), m.has("lost") ? m.getU64("lost") : 0));
         });
         telling = new QuorlDispatcher(told);
     }
@@ -188,6 +189,13 @@ class DaemonLossTest {
                         ExecutionException.class, () -> last.get(LIMIT.toSeconds(), TimeUnit.SECONDS)).getCause());
             }
         }
+        // That question was dropped when its transport closed, which the last close says.
+        OpenLibrary.await(() -> count("_QUORL.WARN.daemon.dropped") == 1);
+        assertEquals(QuorlException.DAEMON_NOT_CONNECTED, assertThrows(QuorlException.class, quorl::close).getStatus());
+        assertFalse(Quorl.isOpen());
+        quorl = Quorl.open();
+        quorl.close();
+        quorl = Quorl.open();
     }
 
     @Test

@@ -30,6 +30,9 @@ class DaemonTest {
                 ask(here);
                 ProcessHandle.of(Long.parseLong(arguments[1])).orElseThrow().destroyForcibly();
                 sendUntilRefused(here);
+            } catch (QuorlException e) {
+                // Of the last close: what was kept for the daemon is dropped.
+                check(e.getStatus() == QuorlException.DAEMON_NOT_CONNECTED && !Quorl.isOpen(), e.toString());
             }
             System.out.println("done");
         }

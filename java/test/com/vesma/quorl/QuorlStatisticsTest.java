@@ -81,12 +81,13 @@ class QuorlStatisticsTest extends OpenLibrary {
                         .addString("phase", "away").addString("server", "nats://db1:4222").addU64("messages_out", 1)
                         .addU64("bytes_out", 2).addU64("messages_in", 3).addU64("bytes_in", 4).addU64("waiting", 5)
                         .addU64("reconnects", 7).addU64("lost", 8)
-                        .addU64("unconfirmed", 9).addU64("malformed", 10);
+                        .addU64("unconfirmed", 9).addU64("malformed", 10).addString("reason", "full").addU64("refused", 11)
+                        .addU64("refused_patterns", 12);
                 QuorlMsg bare = new QuorlMsg().addString("phase", "connecting");
                 QuorlMsg message = new QuorlMsg().addMsgArray("daemons", List.of(daemon, bare))) {
             List<QuorlStatistics.Daemon> read = QuorlStatistics.of(message).daemons();
-            assertEquals(List.of(new QuorlStatistics.Daemon("db1:4222", "s", "n", "away", "nats://db1:4222", "", 1, 2, 3, 4, 5, 7,
-                            8, 9, 10),
+            assertEquals(List.of(new QuorlStatistics.Daemon("db1:4222", "s", "n", "away", "nats://db1:4222", "full", 1, 2, 3, 4, 5,
+                            7, 8, 9, 10, 11, 12),
                     new QuorlStatistics.Daemon("", "", "", "connecting", "", "", 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0)), read);
             assertThrows(UnsupportedOperationException.class, read::clear);
         }
