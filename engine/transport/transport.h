@@ -11,6 +11,7 @@
 #include "base/thread_state.h"
 #include "message/delivery.h"
 #include "transport/listener.h"
+#include "transport/passage.h"
 
 namespace quorl::transport {
 
@@ -75,6 +76,9 @@ class Carrier {
 
     // Waits until a message may find room, or the deadline has come. False: the transport was closed.
     virtual bool awaitRoom(int64_t) noexcept { return true; }
+
+    // What is known of the way of messages to and from others; inbox: where those come that are asked about.
+    virtual Passage passage(std::string_view inbox, int64_t now) noexcept;
 
     // What the program has asked of the transport. Under the transport's lock.
     struct Settings {

@@ -130,6 +130,7 @@ class End {
     }
 
     uint64_t delivered() const { return delivered_; }
+    uint64_t sent() const { return sent_; }
     uint64_t acceptedInAll() const { return accepted_; }
     State state() const { return machine_.state(); }
 
@@ -243,8 +244,7 @@ class Run {
             case 13:
                 return foreign(which);
             case 14:
-                end.machine().repeatSoon(now_);
-                return;
+                return crowd(end);
             default:
                 switch (decide_.byte() % 8) {
                     case 0:
@@ -261,6 +261,14 @@ class Run {
                         return pass(50 * milliseconds);
                 }
         }
+    }
+
+    // Some of what an end gave out found no room.
+    void crowd(End& end) {
+        Frame frame;
+        frame.kind = end.sent() != 0 ? Kind::data : Kind::ack;
+        if (end.sent() != 0) frame.sequence = 1 + decide_.byte() % end.sent();
+        end.machine().repeatSoon(frame, now_);
     }
 
     void lookAtMemory() {
@@ -330,10 +338,21 @@ class Run {
         for (size_t i = 0; i < 2; ++i) {
             if (ends_[i].machine().due() > now_) continue;
             Output out;
-            ends_[i].machine().tick(now_, out);
+            ends_[i].machine().tick(now_, passage(), out);
             require(ends_[i].machine().due() > now_, "a tick leaves itself due");
             take(i, out);
         }
+    }
+
+    // Any, that the way below may tell.
+    Passage passage() {
+        Passage passage = Passage::open(now_);
+        const uint8_t form = decide_.empty() ? 0 : decide_.byte();
+        if ((form & 1) != 0) passage.passed -= int64_t{decide_.two()} * milliseconds;
+        if ((form & 2) != 0) passage.handedOn -= int64_t{decide_.two()} * milliseconds;
+        if ((form & 4) != 0) passage.arriving = now_ - int64_t{decide_.byte()} * milliseconds;
+        if ((form & 8) != 0) passage.lossAt = now_ - int64_t{decide_.byte()} * milliseconds;
+        return passage;
     }
 
     void take(size_t from, Output& out, bool abandoned = false) {

@@ -125,15 +125,16 @@ void transmit(Circuit& circuit, ThreadState& thread) noexcept REQUIRES(circuit.l
         circuit.machine.fail("the transport below was closed", circuit.output);
         return;
     }
+    bool crowded = false;
     for (Outgoing& outgoing : circuit.output.frames) {
-        message::ContentRef wire;
-        const std::string& to = outgoing.to.empty() ? circuit.machine.peer() : outgoing.to;
-        if (encode(outgoing.frame, to, &wire) != QUORL_OK) continue;
-        // Room is not waited for: the repair knows how to go on, and this may be the thread that makes the room.
-        if (parent->carrier->send(thread, std::move(wire)) == Carrier::noRoom) {
-            circuit.machine.repeatSoon(monotonicNow());
-            break;
+        // Room is not waited for: this may be the thread that makes the room.
+        if (!crowded) {
+            message::ContentRef wire;
+            const std::string& to = outgoing.to.empty() ? circuit.machine.peer() : outgoing.to;
+            if (encode(outgoing.frame, to, &wire) != QUORL_OK) continue;
+            crowded = parent->carrier->send(thread, std::move(wire)) == Carrier::noRoom;
         }
+        if (crowded) circuit.machine.repeatSoon(outgoing.frame, monotonicNow());
     }
     circuit.output.frames.clear();
 }
@@ -241,6 +242,12 @@ void onFrame(quorlEvent, quorlMsg message, void* closure) {
     });
 }
 
+Passage passageBelow(const Circuit& circuit, ThreadState& thread, int64_t now) noexcept {
+    Section section(thread);
+    auto* parent = registry::find<Transport>(circuit.parent);
+    return parent != nullptr ? parent->carrier->passage(circuit.address, now) : Passage::open(now);
+}
+
 void tickAll(ThreadState& thread, int64_t now) noexcept {
     // Whoever sets an earlier time from now on lowers it again.
     nextDue.store(INT64_MAX, std::memory_order_seq_cst);
@@ -252,8 +259,9 @@ void tickAll(ThreadState& thread, int64_t now) noexcept {
             if (const int64_t due = circuit->machine.due(); due != INT64_MAX) lowerNextDue(due);
             continue;
         }
+        const Passage passage = passageBelow(*circuit, thread, now);
         drive(*circuit, thread, [&](Machine& machine, Output& out) {
-            machine.tick(now, out);
+            machine.tick(now, passage, out);
             return QUORL_OK;
         });
     }
@@ -368,6 +376,17 @@ class CircuitCarrier final : public Carrier {
         return guarded([&] { circuit_->router.add(request); });
     }
     void closeRequest(Request& request) noexcept override { circuit_->router.remove(request); }
+
+    // A circuit loses nothing; what the peer has not acknowledged is on its way. What comes in is whole, but for what the way
+    // below puts together.
+    Passage passage(std::string_view, int64_t now) noexcept override {
+        Passage passage = Passage::open(now);
+        if (ThreadState* thread = threadState(); thread != nullptr)
+            passage.arriving = passageBelow(*circuit_, *thread, now).arriving;
+        Lock lock(circuit_->lock);
+        passage.passed = circuit_->machine.confirmedUntil(now);
+        return passage;
+    }
 
     bool awaitRoom(int64_t deadline) noexcept override {
         Circuit& circuit = *circuit_;

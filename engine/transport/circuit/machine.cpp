@@ -12,11 +12,12 @@ constexpr int64_t milliseconds = 1'000'000;
 constexpr int64_t firstHandshakePause = 100 * milliseconds;
 constexpr int64_t longestHandshakePause = 1000 * milliseconds;
 constexpr uint32_t closeTries = 4;
-// Longer than a message and a delayed acknowledgement take on most networks; a longer way costs needless repetition, never
-// correctness.
-constexpr int64_t firstRetransmitPause = 250 * milliseconds;
-constexpr int64_t longestRetransmitPause = 2000 * milliseconds;
-constexpr size_t repeatedAtOnce = 64;  // messages that one expired timer sends again
+// On a network that carries fewer bytes a second, a message may be missed before it can have come; then the peer says that it is
+// coming in. Nanoseconds for a byte.
+constexpr int64_t perByte = 250;
+constexpr int64_t shortestLook = 10 * milliseconds;
+constexpr size_t repeatedAtOnce = 64;               // messages
+constexpr int64_t reordering = 100 * milliseconds;  // by which frames may overtake one another
 // How long an acknowledgement may wait for company, and how much of it.
 constexpr int64_t acknowledgeWithin = 20 * milliseconds;
 constexpr uint32_t acknowledgeEvery = 32;
@@ -49,7 +50,7 @@ int64_t Machine::due() const noexcept {
             return handshakeAt_;
         case State::up:
         case State::draining:
-            return std::min({retransmitAt_, acknowledgeAt_, pingAt_, drainUntil_});
+            return std::min({retransmitAt_, acknowledgeAt_, pingAt_, drainUntil_, crowdedUntil_});
         default:
             return INT64_MAX;
     }
@@ -71,16 +72,37 @@ void Machine::emit(Kind kind, uint64_t sequence, Output& out) {
     }
 }
 
-void Machine::emitData(const Sent& sent, Output& out) {
+void Machine::emitData(Sent& sent, int64_t now, Output& out) {
+    sent.sentAt = now;
     emit(Kind::data, sent.sequence, out);
     out.frames.back().frame.content = sent.content;
 }
 
-void Machine::emitAck(Output& out) {
-    emit(Kind::ack, early_.empty() ? 0 : 1, out);
+void Machine::repeat(Sent& sent, int64_t now, Output& out) {
+    sent.repeated = true;
+    emitData(sent, now, out);
+}
+
+void Machine::repeatAll(int64_t sentBefore, int64_t now, Output& out) {
+    for (Sent& sent : unacknowledged_) {
+        if (sent.sentAt < sentBefore && (crowdedFrom_ == 0 || sent.sequence < crowdedFrom_)) repeat(sent, now, out);
+    }
+    repairUpTo_ = 0;
+    setRetransmission(now);
+}
+
+void Machine::emitAck(Output& out, Word word, uint64_t ping) {
+    if (word == Word::none && !early_.empty()) word = Word::gap;
+    emit(Kind::ack, sequenceOf(word, ping), out);
     acknowledgeAt_ = INT64_MAX;
     countSinceAck_ = 0;
     bytesSinceAck_ = 0;
+}
+
+void Machine::emitPing(Word word, int64_t now, Output& out) {
+    ++pings_;
+    pingSentAt_[pings_ % pingSentAt_.size()] = now;
+    emit(Kind::ping, sequenceOf(word, pings_), out);
 }
 
 void Machine::beginTalking(int64_t now, Output& out) {
@@ -104,26 +126,54 @@ void Machine::endTalking(State state, const char* reason, Output& out) {
     waiting_.clear();
     early_.clear();
     unacknowledgedBytes_ = waitingBytes_ = earlyBytes_ = 0;
+    crowdedFrom_ = 0;
+    crowdedUntil_ = INT64_MAX;
+}
+
+// How long the first message that is not acknowledged is waited for.
+int64_t Machine::patience() const noexcept {
+    return roundTrip_.timeout() + static_cast<int64_t>(weightOf(unacknowledged_.front().content)) * perByte;
 }
 
 void Machine::setRetransmission(int64_t now) noexcept {
-    retransmitPause_ = firstRetransmitPause;
-    retransmitAt_ = unacknowledged_.empty() ? INT64_MAX : now + retransmitPause_;
+    retransmitAt_ = missedAt_ = unacknowledged_.empty() ? INT64_MAX : now + patience();
+}
+
+int64_t Machine::confirmedUntil(int64_t now) const noexcept {
+    return unacknowledged_.empty() ? now : std::min(now, unacknowledged_.front().sentAt);
 }
 
 void Machine::pump(int64_t now, Output& out) {
     const bool idle = unacknowledged_.empty();
-    while (!waiting_.empty() && unacknowledged_.size() < settings_.windowMessages &&
+    while (crowdedFrom_ == 0 && !waiting_.empty() && unacknowledged_.size() < settings_.windowMessages &&
            (unacknowledged_.empty() || unacknowledgedBytes_ < settings_.windowBytes)) {
         const uint64_t weight = weightOf(waiting_.front());
-        unacknowledged_.push_back({lastSequence_ + 1, waiting_.front()});
+        unacknowledged_.push_back({lastSequence_ + 1, waiting_.front(), now});
         waiting_.pop_front();
         ++lastSequence_;
         waitingBytes_ -= weight;
         unacknowledgedBytes_ += weight;
-        emitData(unacknowledged_.back(), out);
+        emitData(unacknowledged_.back(), now, out);
     }
     if (idle) setRetransmission(now);
+}
+
+// What found no room, once more; no more at once than a queue of the way below may be expected to have room for.
+void Machine::sendCrowded(int64_t now, Output& out) {
+    const uint64_t from = std::exchange(crowdedFrom_, 0);
+    crowdedUntil_ = INT64_MAX;
+    size_t count = 0;
+    for (Sent& sent : unacknowledged_) {
+        if (sent.sequence < from) continue;
+        if (++count > repeatedAtOnce) {
+            crowdedFrom_ = sent.sequence;
+            crowdedUntil_ = now + crowdedPause;
+            break;
+        }
+        emitData(sent, now, out);
+    }
+    if (retransmitAt_ != INT64_MAX) setRetransmission(now);
+    pump(now, out);
 }
 
 quorl_status Machine::send(message::ContentRef content, int64_t now, Output& out) {
@@ -155,20 +205,77 @@ void Machine::onConnect(Frame& frame, int64_t now, Output& out) {
     emit(Kind::accept, 0, out);
 }
 
-void Machine::onAcknowledged(uint64_t upTo, bool gap, int64_t now, Output& out) {
+void Machine::onAcknowledged(uint64_t upTo, int64_t now, Output& out) {
     bool progress = false;
+    bool measurable = true;
+    int64_t sentAt = now;
     while (!unacknowledged_.empty() && unacknowledged_.front().sequence <= upTo) {
-        unacknowledgedBytes_ -= weightOf(unacknowledged_.front().content);
+        const Sent& sent = unacknowledged_.front();
+        unacknowledgedBytes_ -= weightOf(sent.content);
+        measurable = measurable && !sent.repeated;
+        sentAt = sent.sentAt;
         unacknowledged_.pop_front();
         progress = true;
     }
-    if (progress) setRetransmission(now);
+    if (progress) {
+        if (measurable) roundTrip_.sample(now - sentAt);
+        if (state_ == State::draining) drainUntil_ = now + settings_.lostAfter;
+        setRetransmission(now);
+        if (crowdedFrom_ != 0 && crowdedFrom_ <= upTo) crowdedFrom_ = upTo + 1;
+    }
     pump(now, out);
-    if (!gap || unacknowledged_.empty()) return;
-    const Sent& missing = unacknowledged_.front();
+    if (progress && repairUpTo_ != 0) goOnRepairing(upTo, now, out);
+}
+
+// Some of what was on its way was missed. If the peer has exactly what was repeated, those behind are missing too, and go twice
+// as many at a time; if it has more, what was thought lost was only late.
+void Machine::goOnRepairing(uint64_t upTo, int64_t now, Output& out) {
+    if (upTo < repeatedUpTo_) return;
+    if (upTo > repeatedUpTo_ || upTo >= repairUpTo_) {
+        repairUpTo_ = 0;
+        return;
+    }
+    size_t count = 0;
+    for (Sent& sent : unacknowledged_) {
+        if (count == repeatNext_ || sent.sequence > repairUpTo_ || (crowdedFrom_ != 0 && sent.sequence >= crowdedFrom_))
+            break;
+        repeat(sent, now, out);
+        repeatedUpTo_ = sent.sequence;
+        ++count;
+    }
+    repeatNext_ = std::min(2 * repeatNext_, repeatedAtOnce);
+}
+
+void Machine::onGap(uint64_t upTo, int64_t now, Output& out) {
+    if (unacknowledged_.empty()) return;
+    Sent& missing = unacknowledged_.front();
     if (missing.sequence != upTo + 1 || missing.sequence == repaired_) return;
     repaired_ = missing.sequence;
-    emitData(missing, out);
+    repeat(missing, now, out);
+    setRetransmission(now);
+}
+
+// The peer had the ping, but not what was sent before it, and is not acknowledged now; if there is a gap, it may have some of it.
+void Machine::onAnswered(uint64_t ping, bool gap, int64_t now, Output& out) {
+    if (ping == 0 || ping > pings_ || pings_ - ping >= pingSentAt_.size()) return;
+    const int64_t sentAt = std::exchange(pingSentAt_[ping % pingSentAt_.size()], 0);
+    if (sentAt == 0) return;
+    roundTrip_.sample(now - sentAt);
+    size_t count = gap ? 1 : repeatedAtOnce;
+    bool any = false;
+    for (Sent& sent : unacknowledged_) {
+        if (count-- == 0 || sent.sentAt + reordering >= sentAt || (crowdedFrom_ != 0 && sent.sequence >= crowdedFrom_))
+            break;
+        repeat(sent, now, out);
+        any = true;
+    }
+    if (any) setRetransmission(now);
+}
+
+// The peer is taking in what takes long to come.
+void Machine::onBusy(int64_t now) noexcept {
+    if (!unacknowledged_.empty()) retransmitAt_ = missedAt_ = std::max(missedAt_, now + patience());
+    if (state_ == State::draining) drainUntil_ = now + settings_.lostAfter;
 }
 
 void Machine::onData(Frame& frame, int64_t now, Output& out) {
@@ -253,14 +360,23 @@ void Machine::receive(Frame frame, int64_t now, Output& out) {
         return;
     }
     if (frame.acknowledged <= lastSequence_) {
-        onAcknowledged(frame.acknowledged, frame.kind == Kind::ack && frame.sequence == 1, now, out);
+        onAcknowledged(frame.acknowledged, now, out);
+        if (frame.kind == Kind::ack) {
+            const Word word = wordOf(frame.sequence);
+            if (word == Word::gap) onGap(frame.acknowledged, now, out);
+            if (word == Word::resend) repeatAll(now, now, out);
+            onAnswered(pingOf(frame.sequence), word == Word::gap, now, out);
+        }
     }
     switch (frame.kind) {
         case Kind::data:
             onData(frame, now, out);
             break;
-        case Kind::accept:  // the acknowledgement that answered the first one was lost
         case Kind::ping:
+            if (wordOf(frame.sequence) == Word::busy) onBusy(now);
+            emitAck(out, Word::none, pingOf(frame.sequence));
+            break;
+        case Kind::accept:  // the acknowledgement that answered the first one was lost
             emitAck(out);
             break;
         case Kind::refuse:
@@ -281,7 +397,7 @@ void Machine::finishDraining(int64_t now, Output& out) {
     handshakeAt_ = now + handshakePause_;
 }
 
-void Machine::tick(int64_t now, Output& out) {
+void Machine::tick(int64_t now, const Passage& passage, Output& out) {
     if (now < due()) return;
     switch (state_) {
         case State::connecting:
@@ -302,7 +418,11 @@ void Machine::tick(int64_t now, Output& out) {
         default:
             return;
     }
-    if (now - heard_ >= settings_.lostAfter && probes_ >= probesBeforeLoss)
+    if (passage.arriving > heard_) {
+        heard_ = passage.arriving;
+        probes_ = 0;
+    }
+    if (std::min(now, passage.handedOn) - heard_ >= settings_.lostAfter && probes_ >= probesBeforeLoss)
         return endTalking(
             State::lost,
             peerClosed_ ? "the peer closed the circuit, and some of its messages are lost" : "the peer is silent", out);
@@ -310,24 +430,45 @@ void Machine::tick(int64_t now, Output& out) {
         emit(Kind::close, lastSequence_, out);
         return endTalking(State::done, "", out);
     }
-    if (now >= acknowledgeAt_) emitAck(out);
-    if (now >= retransmitAt_) {
-        retransmitPause_ = std::min(retransmitPause_ * 2, longestRetransmitPause);
-        retransmitAt_ = now + retransmitPause_;
-        ++probes_;
-        repaired_ = 0;
-        const size_t count = std::min(unacknowledged_.size(), repeatedAtOnce);
-        for (size_t i = 0; i < count; ++i) emitData(unacknowledged_[i], out);
+    if (passage.lossAt > lossSeen_) {
+        lossSeen_ = passage.lossAt;
+        repeatAll(passage.lossAt, now, out);
+        emitAck(out, Word::resend);
     }
+    if (now >= acknowledgeAt_) emitAck(out);
+    if (now >= crowdedUntil_) sendCrowded(now, out);
+    if (now >= retransmitAt_) onMissed(now, passage.passed, out);
     if (now >= pingAt_) {
         pingAt_ = now + std::min<int64_t>(settings_.lostAfter / 4, 1000 * milliseconds);
         ++probes_;
-        emit(Kind::ping, 0, out);
+        const bool busy = passage.arriving > arriving_ || now - passage.handedOn > 500 * milliseconds;
+        arriving_ = passage.arriving;
+        emitPing(busy ? Word::busy : Word::none, now, out);
     }
 }
 
-void Machine::repeatSoon(int64_t now) noexcept {
-    if (talking() && !unacknowledged_.empty()) retransmitAt_ = std::min(retransmitAt_, now + crowdedPause);
+// The first message that is not acknowledged is due, if what was sent so far has passed the way below.
+void Machine::onMissed(int64_t now, int64_t passed, Output& out) {
+    if (passed < missedAt_) {
+        retransmitAt_ = now + std::clamp(missedAt_ - passed, shortestLook, 1000 * milliseconds);
+        return;
+    }
+    Sent& first = unacknowledged_.front();
+    ++probes_;
+    repaired_ = 0;
+    repairUpTo_ = lastSequence_;
+    repeatedUpTo_ = first.sequence;
+    repeatNext_ = 2;
+    roundTrip_.backOff();
+    if (crowdedFrom_ == 0 || first.sequence < crowdedFrom_) repeat(first, now, out);
+    setRetransmission(now);
+}
+
+void Machine::repeatSoon(const Frame& first, int64_t now) noexcept {
+    if (!talking()) return;
+    if (first.kind == Kind::data && (crowdedFrom_ == 0 || first.sequence < crowdedFrom_)) crowdedFrom_ = first.sequence;
+    if (crowdedFrom_ != 0) crowdedUntil_ = now + crowdedPause;
+    acknowledgeAt_ = std::min(acknowledgeAt_, now + crowdedPause);
 }
 
 void Machine::close(int64_t now, Output& out) {
@@ -360,7 +501,13 @@ void Machine::abandon(const char* reason, Output& out) {
             break;
         case State::up:
         case State::draining:
-            for (const auto& content : waiting_) emitData({++lastSequence_, content}, out);
+            for (Sent& sent : unacknowledged_) {
+                if (crowdedFrom_ != 0 && sent.sequence >= crowdedFrom_) emitData(sent, sent.sentAt, out);
+            }
+            for (const auto& content : waiting_) {
+                Sent last{++lastSequence_, content, 0};
+                emitData(last, 0, out);
+            }
             emit(Kind::close, lastSequence_, out);
             break;
         default:

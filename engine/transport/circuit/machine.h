@@ -7,10 +7,16 @@
 //     for (auto& content : out.deliveries) deliver(content);
 //     ... and machine.tick(now, out) when machine.due() has come
 //
+// The way below may be slow, and still lose nothing. So time counts, for a message to be missed and for a peer to be silent, only
+// as far as the way below says that what was sent by then has passed; and bytes that come in count as hearing the peer. A message
+// that is missed all the same is sent again by itself first, and others behind it only as the peer's answers show that they are
+// missing too; so does the answer to a ping, of what was sent before the ping.
+//
 // Times are nanoseconds of one clock that does not go back. Functions that may throw throw std::bad_alloc; what they were
 // doing is then as if a frame had been lost.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -19,6 +25,8 @@
 
 #include "message/delivery.h"
 #include "transport/circuit/frame.h"
+#include "transport/circuit/round_trip.h"
+#include "transport/passage.h"
 
 namespace quorl::transport::circuit {
 
@@ -81,9 +89,13 @@ class Machine {
     // already. Neither sets a detail text.
     quorl_status send(message::ContentRef content, int64_t now, Output& out);
     void receive(Frame frame, int64_t now, Output& out);
-    void tick(int64_t now, Output& out);
-    // What was given out last found no room on its way: it will be given out again before it is missed.
-    void repeatSoon(int64_t now) noexcept;
+    // passage: what the transport below knows of the way of messages; that they pass, when nothing is given.
+    void tick(int64_t now, const Passage& passage, Output& out);
+    void tick(int64_t now, Output& out) { tick(now, Passage::open(now), out); }
+    // What was given out last found no room on its way, from this frame on: it will be given out again soon.
+    void repeatSoon(const Frame& first, int64_t now) noexcept;
+    // When the oldest message was sent that is not acknowledged; now when there is none.
+    int64_t confirmedUntil(int64_t now) const noexcept;
     // The program needs the circuit no more: what was sent is still brought home, for as long as a peer may be silent.
     void close(int64_t now, Output& out);
     // The way below is about to go: everything that waits goes out at once, unprotected.
@@ -95,24 +107,36 @@ class Machine {
     struct Sent {
         uint64_t sequence;
         message::ContentRef content;
+        int64_t sentAt;         // last
+        bool repeated = false;  // sent more than once
     };
 
     static uint64_t weightOf(const message::ContentRef& content) noexcept;
     bool talking() const noexcept { return state_ == State::up || state_ == State::draining; }
 
     void emit(Kind kind, uint64_t sequence, Output& out);
-    void emitData(const Sent& sent, Output& out);
-    void emitAck(Output& out);
+    void emitData(Sent& sent, int64_t now, Output& out);
+    void repeat(Sent& sent, int64_t now, Output& out);
+    void repeatAll(int64_t sentBefore, int64_t now, Output& out);
+    void sendCrowded(int64_t now, Output& out);
+    void goOnRepairing(uint64_t upTo, int64_t now, Output& out);
+    void emitAck(Output& out, Word word = Word::none, uint64_t ping = 0);
+    void emitPing(Word word, int64_t now, Output& out);
     void beginTalking(int64_t now, Output& out);
     void endTalking(State state, const char* reason, Output& out);
     void pump(int64_t now, Output& out);
     void finishDraining(int64_t now, Output& out);
     void onConnect(Frame& frame, int64_t now, Output& out);
-    void onAcknowledged(uint64_t upTo, bool gap, int64_t now, Output& out);
+    void onAcknowledged(uint64_t upTo, int64_t now, Output& out);
+    void onGap(uint64_t upTo, int64_t now, Output& out);
+    void onBusy(int64_t now) noexcept;
+    void onAnswered(uint64_t ping, bool gap, int64_t now, Output& out);
+    void onMissed(int64_t now, int64_t passed, Output& out);
     void onData(Frame& frame, int64_t now, Output& out);
     void onClose(uint64_t last, Output& out);
     void leaveIfAllCame(Output& out);
     void setRetransmission(int64_t now) noexcept;
+    int64_t patience() const noexcept;
 
     Settings settings_;
     State state_;
@@ -127,7 +151,13 @@ class Machine {
     uint64_t unacknowledgedBytes_ = 0;
     std::deque<message::ContentRef> waiting_;
     uint64_t waitingBytes_ = 0;
-    uint64_t repaired_ = 0;  // the last sequence that was sent again because of a gap
+    uint64_t repaired_ = 0;      // the last sequence that was sent again because of a gap
+    uint64_t repairUpTo_ = 0;    // the last one that was on its way when one was missed; 0: none is
+    uint64_t repeatedUpTo_ = 0;  // of those, the last one that was sent again
+    size_t repeatNext_ = 0;      // how many are sent again when the peer has that one
+    uint64_t crowdedFrom_ = 0;   // the first one that found no room on its way; 0: none
+    int64_t crowdedUntil_ = INT64_MAX;
+    RoundTrip roundTrip_;
 
     // Receiving.
     uint64_t expected_ = 1;
@@ -144,10 +174,14 @@ class Machine {
     int64_t handshakeAt_ = 0;     // next try of connect, accept or close
     int64_t handshakePause_ = 0;  // until the one after it
     uint32_t handshakes_ = 0;
-    int64_t retransmitAt_ = INT64_MAX;
-    int64_t retransmitPause_ = 0;
+    int64_t missedAt_ = INT64_MAX;      // when the first message is, by the clock of the way below
+    int64_t retransmitAt_ = INT64_MAX;  // when to look at that
     int64_t acknowledgeAt_ = INT64_MAX;
     int64_t pingAt_ = INT64_MAX;
+    uint64_t pings_ = 0;                    // sent so far
+    std::array<int64_t, 64> pingSentAt_{};  // of the last ones, by their numbers; 0: answered
+    int64_t lossSeen_ = 0;                  // of the transport below, the last one that was dealt with
+    int64_t arriving_ = 0;                  // when bytes of a message last came that was not whole
     int64_t drainUntil_ = INT64_MAX;
 };
 

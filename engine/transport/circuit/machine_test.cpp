@@ -87,6 +87,8 @@ class Network {
         take(end, out);
     }
 
+    void give(End& end, Output& out) { take(end, out); }
+
     // Lets the next thing happen. False: nothing will, ever.
     bool step() {
         int64_t next = way_.empty() ? INT64_MAX : way_.begin()->first;
@@ -104,7 +106,7 @@ class Network {
         for (End* end : {&acceptor, &connector}) {
             if (end->dead || end->machine.due() > now) continue;
             Output out;
-            end->machine.tick(now, out);
+            end->machine.tick(now, passageOf(*end), out);
             EXPECT_GT(end->machine.due(), now) << "a tick that leaves itself due would spin";
             take(*end, out);
         }
@@ -137,6 +139,11 @@ class Network {
     Weather weather;
     int64_t now = 0;
     uint64_t frames = 0;
+    uint64_t bytes = 0;  // of messages that were sent
+    // Bytes a second from the connector to the acceptor, one message behind the other; 0: any. The acceptor sees them come.
+    int64_t rate = 0;
+    // What is sent passes the daemon at once, and waits behind it; otherwise it waits in front of it.
+    bool waitsBehindDaemon = true;
 
   private:
     void take(End& end, Output& out) {
@@ -148,17 +155,34 @@ class Network {
             const std::string& to = outgoing.to.empty() ? end.machine.peer() : outgoing.to;
             End* target = to == acceptor.address ? &acceptor : to == connector.address ? &connector : nullptr;
             ++frames;
+            if (outgoing.frame.content) bytes += outgoing.frame.content.byteSize();
             if (target == nullptr || weather.cut) continue;
             const int copies = 1 + (chance(100) < weather.duplication);
             for (int i = 0; i < copies; ++i) {
                 if (chance(100) < weather.loss) continue;
+                int64_t queued = 0;
+                if (rate != 0 && target == &acceptor) {
+                    const int64_t size = 200 + (outgoing.frame.content ? outgoing.frame.content.byteSize() : 0);
+                    busyUntil_ = std::max(busyUntil_, now) + size * 1000 * ms / rate;
+                    queued = busyUntil_ - now;
+                }
                 const auto spread = static_cast<uint32_t>((weather.longest - weather.shortest) / 1000 + 1);
-                way_.emplace(now + weather.shortest + chance(spread) * 1000, std::pair(target, outgoing.frame));
+                way_.emplace(now + queued + weather.shortest + chance(spread) * 1000,
+                             std::pair(target, outgoing.frame));
             }
         }
     }
 
+    Passage passageOf(const End& end) const {
+        Passage passage = Passage::open(now);
+        const bool busy = busyUntil_ > now;
+        if (&end == &acceptor && busy) passage.arriving = now;
+        if (&end == &connector && busy && !waitsBehindDaemon) passage.passed = std::min(now, now - (busyUntil_ - now));
+        return passage;
+    }
+
     std::multimap<int64_t, std::pair<End*, Frame>> way_;
+    int64_t busyUntil_ = 0;
 };
 
 void expectNumbers(const std::vector<int>& got, int count) {
@@ -434,6 +458,72 @@ TEST(CircuitMachine, a_message_larger_than_the_window_passes_alone) {
     EXPECT_EQ(net.send(net.connector, numbered(2, 10'000)), QUORL_QUEUE_LIMIT);
     ASSERT_TRUE(net.until([&] { return net.acceptor.delivered.size() == 2; }));
     expectNumbers(net.acceptor.delivered, 2);
+}
+
+TEST(CircuitMachine, a_slow_network_is_no_silence_and_carries_little_more_than_the_messages) {
+    for (const bool behind : {true, false}) {
+        for (const size_t size : {1'000u, 60'000u, 1'000'000u, 20'000'000u}) {
+            Network net(1);
+            ASSERT_TRUE(net.connect());
+            net.rate = 1'000'000;
+            net.waitsBehindDaemon = behind;
+            const int count = static_cast<int>(40'000'000 / size);
+            int sent = 0;
+            ASSERT_TRUE(net.until([&] {
+                while (sent < count && net.connector.machine.hasRoom())
+                    EXPECT_EQ(net.send(net.connector, numbered(sent++, size)), QUORL_OK);
+                return net.acceptor.delivered.size() == static_cast<size_t>(count) ||
+                       net.acceptor.lost + net.connector.lost != 0;
+            }));
+            EXPECT_EQ(net.acceptor.lost + net.connector.lost, 0) << size;
+            expectNumbers(net.acceptor.delivered, count);
+            EXPECT_LE(net.bytes, static_cast<uint64_t>(count) * (size + 100) * 3 / 2) << size;
+        }
+    }
+}
+
+// A network that is fast again after it was slow, and one that turns slow.
+TEST(CircuitMachine, the_time_out_follows_the_network) {
+    Network net(1);
+    ASSERT_TRUE(net.connect());
+    int sent = 0;
+    for (const int64_t delay : {1, 3000, 1, 700}) {
+        net.weather.shortest = net.weather.longest = delay * ms;
+        net.run(100'000 * ms);
+        const uint64_t before = net.bytes;
+        const int first = sent;
+        while (sent < first + 200) {
+            ASSERT_EQ(net.send(net.connector, numbered(sent++, 10'000)), QUORL_OK);
+            ASSERT_TRUE(net.until([&] { return net.acceptor.delivered.size() == static_cast<size_t>(sent); }));
+        }
+        net.run(20'000 * ms);
+        EXPECT_LE(net.bytes - before, 200u * 10'200 * 11 / 10) << delay;
+    }
+    EXPECT_EQ(net.acceptor.lost + net.connector.lost, 0);
+}
+
+// The transport below says that it lost its connection: what was on its way goes again at once, in both directions.
+TEST(CircuitMachine, sends_again_what_a_lost_connection_may_have_cost) {
+    for (const bool sender : {true, false}) {
+        Network net(1);
+        ASSERT_TRUE(net.connect());
+        net.run(2000 * ms);
+        net.weather.cut = true;
+        for (int i = 0; i < 200; ++i) ASSERT_EQ(net.send(net.connector, numbered(i)), QUORL_OK);
+        net.now += 1 * ms;
+        net.weather.cut = false;
+        End& noticing = sender ? net.connector : net.acceptor;
+        const int64_t lost = net.now;
+        Output out;
+        Passage passage = Passage::open(net.now);
+        passage.lossAt = net.now;
+        net.now = std::max(net.now, noticing.machine.due());
+        noticing.machine.tick(net.now, passage, out);
+        net.give(noticing, out);
+        ASSERT_TRUE(net.until([&] { return net.acceptor.delivered.size() == 200; }, 100 * ms));
+        expectNumbers(net.acceptor.delivered, 200);
+        EXPECT_LE(net.now - lost, 1500 * ms);
+    }
 }
 
 // Frames that no honest peer sends: nothing is delivered twice or out of order, and little is kept.

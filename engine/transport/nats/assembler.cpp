@@ -101,6 +101,15 @@ void Assembler::forget(const void* way) noexcept {
     }
 }
 
+int64_t Assembler::lastPart(std::string_view subject) noexcept {
+    Lock lock(lock_);
+    int64_t last = 0;
+    for (const Partial& partial : partials_) {
+        if (partial.subject == subject) last = std::max(last, partial.last);
+    }
+    return last;
+}
+
 size_t Assembler::bytesHeld() noexcept {
     Lock lock(lock_);
     return held_;

@@ -38,6 +38,9 @@ class Assembler {
     // Forgets what came in on that way.
     void forget(const void* way) noexcept;
 
+    // When the last part of a message to that subject came that is not whole; 0: there is none.
+    int64_t lastPart(std::string_view subject) noexcept;
+
     // Messages that were given up: their parts did not fit together, came too late, or were too much.
     uint64_t dropped() const noexcept { return dropped_.load(std::memory_order_relaxed); }
     size_t bytesHeld() noexcept;

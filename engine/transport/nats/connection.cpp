@@ -429,6 +429,7 @@ void Connection::dropSession() noexcept {
     admissions_.restart();
     writer_.restart();  // a message that was sent in part is sent whole again
     markUnderWay_ = false;
+    markSentAt_.store(0, std::memory_order_relaxed);
 }
 
 void Connection::pause(int64_t nanoseconds) noexcept {
@@ -479,6 +480,7 @@ void Connection::keepUp() noexcept {
         reconnects_ += 1;
         denied_ = false;
         outbox_.setConnected(true);
+        lossAt_.store(lostAt_, std::memory_order_relaxed);
         phase_.store(connected, std::memory_order_release);
         adviseBack(kept, lost);
     }

@@ -91,6 +91,9 @@ class Connection final : public Ending {
     void unlistenToInboxes(std::string_view inboxPrefix) noexcept;
     Router& inboxes() noexcept { return intake_.inboxes; }
 
+    // See Carrier. On any thread; does not wait.
+    Passage passage(std::string_view inbox, int64_t now) noexcept;
+
     // What the statistics say. On any thread; does not wait for the daemon. Throws std::bad_alloc.
     struct Figures {
         const char* phase = "";
@@ -214,10 +217,14 @@ class Connection final : public Ending {
     std::atomic<bool> unconfirmed_{false};  // something was sent since the last mark
     std::atomic<bool> renamed_{false};      // the session does not know the name yet
     std::atomic<uint32_t> changesWaiting_{0};
-    std::atomic<int64_t> lastSend_{0};   // when a sender last found the thread asleep
-    std::atomic<uint64_t> markSeen_{0};  // the number of the last mark that came back
-    Tally reconnects_;                   // of the thread, like the next two
-    Tally lostEver_;                     // without what the outbox has lost since the daemon was there
+    std::atomic<int64_t> lastSend_{0};    // when a sender last found the thread asleep
+    std::atomic<uint64_t> markSeen_{0};   // the number of the last mark that came back
+    std::atomic<int64_t> markSentAt_{0};  // of the one that is under way; 0: none is
+    std::atomic<int64_t> passedAt_{0};    // when the last one that came back was sent; 0: none ever came back
+    std::atomic<int64_t> readAt_{0};      // when bytes last came in
+    std::atomic<int64_t> lossAt_{0};      // when the connection was last lost, once it is back; 0: never
+    Tally reconnects_;                    // of the thread, like the next two
+    Tally lostEver_;                      // without what the outbox has lost since the daemon was there
     Tally unconfirmedEver_;
     Tally refusedEver_;
     Tally dropped_;

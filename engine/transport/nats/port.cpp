@@ -159,6 +159,8 @@ class Port final : public Carrier {
         batching_.keep.store(nanosecondsOf(settings.reliability), std::memory_order_relaxed);
     }
 
+    Passage passage(std::string_view inbox, int64_t now) noexcept override { return current().passage(inbox, now); }
+
     void describe(std::string_view description) noexcept override { current().describe(description); }
 
   private:

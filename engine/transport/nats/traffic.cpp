@@ -171,6 +171,7 @@ void Connection::serve() noexcept {
                         Lock io(io_);
                         more = session_->take();
                         lastRead_ = monotonicNow();
+                        readAt_.store(lastRead_, std::memory_order_relaxed);
                     }
                     // Whoever answers what is handed over now need not wait until this thread comes round.
                     asleep_.store(true, std::memory_order_seq_cst);
@@ -260,6 +261,7 @@ bool Connection::sendMark(Session& session, int64_t now) noexcept {
     markUnderWay_ = true;
     missed_ = false;
     markTime_ = now;
+    markSentAt_.store(now, std::memory_order_relaxed);
     return session.publish(markSubject_, mark.data(), mark.size());
 }
 
@@ -268,6 +270,7 @@ bool Connection::markIsBack(int64_t now) noexcept {
     if (markSeen_.load(std::memory_order_acquire) != markNumber_) return false;
     markUnderWay_ = false;
     markTime_ = now;
+    passedAt_.store(markSentAt_.exchange(0, std::memory_order_relaxed), std::memory_order_relaxed);
     confirmed_ += marked_ - confirmed_.get();
     return true;
 }
@@ -301,6 +304,22 @@ void Connection::watchMarks(int64_t now) noexcept {
 int64_t Connection::nextLook() const noexcept {
     if (markUnderWay_) return std::max(markTime_, lastRead_) + silenceLimit;
     return std::min(admissions_.nextDue(), markTime_ + (handed_.get() != confirmed_.get() ? markDelay : markPeriod));
+}
+
+// While a mark is under way, what was sent, or had come to the daemon, since the one before it may be under way too. When nothing
+// comes in at all that says nothing: the way is not slow then, but dead.
+Passage Connection::passage(std::string_view inbox, int64_t now) noexcept {
+    Passage passage = Passage::open(now);
+    const int64_t passed = passedAt_.load(std::memory_order_relaxed);
+    const bool away = phase_.load(std::memory_order_acquire) != connected;
+    if (passed != 0) {
+        const bool underWay = markSentAt_.load(std::memory_order_relaxed) != 0;
+        if (away || underWay || !outbox_.empty() || handed_.get() != confirmed_.get()) passage.passed = passed;
+        if (!away && underWay && now - readAt_.load(std::memory_order_relaxed) < second) passage.handedOn = passed;
+    }
+    passage.arriving = intake_.assembler.lastPart(inbox);
+    passage.lossAt = lossAt_.load(std::memory_order_relaxed);
+    return passage;
 }
 
 }  // namespace quorl::transport::nats
