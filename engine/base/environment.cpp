@@ -1,8 +1,11 @@
 // Counting opens, and the way between closed and open.
 #include "base/environment.h"
 
+#include <pthread.h>
+
 #include <new>
 
+#include "base/forked.h"
 #include "base/futex.h"
 #include "base/mutex.h"
 #include "base/status.h"
@@ -30,9 +33,32 @@ bool insideCallback() noexcept {
     return state != nullptr && state->callbackDepth != 0;
 }
 
+using ForgetMessages = void (*)() noexcept;
+constinit ForgetMessages forgetMessages = nullptr;  // set before forks are watched
+
+// In the child of a fork, on its only thread. When the library is closed nothing of it runs, and the child may open it.
+void afterFork() noexcept UNCHECKED_GUARDS {
+    if (phase.load(std::memory_order_relaxed) == closed && guard.try_lock()) {
+        guard.unlock();
+        return;
+    }
+    forked::flag.store(true, std::memory_order_relaxed);
+    phase.store(closed, std::memory_order_relaxed);
+    forgetThread();
+    forgetMessages();
+}
+
+quorl_status watchForks(const Engine& engine) noexcept REQUIRES(guard) {
+    if (forgetMessages != nullptr) return QUORL_OK;
+    if (pthread_atfork(nullptr, nullptr, afterFork) != 0) return fail(QUORL_NO_MEMORY, "no memory to watch for forks");
+    forgetMessages = engine.forgetMessages;
+    return QUORL_OK;
+}
+
 }  // namespace
 
 quorl_status open(const Engine& engine, const char* path) noexcept {
+    if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
     for (;;) {
         guard.lock();
         if (phase.load(std::memory_order_relaxed) != stopping) break;
@@ -45,6 +71,7 @@ quorl_status open(const Engine& engine, const char* path) noexcept {
     const bool first = openCount == 0;
     if (parameters == nullptr) status = fail(QUORL_NO_MEMORY, "no memory for the parameters");
     if (status == QUORL_OK && path != nullptr) status = parameters->read(path, !first);
+    if (status == QUORL_OK && first) status = watchForks(engine);
     if (status == QUORL_OK && first) {
         status = engine.start();
         if (status != QUORL_OK) parameters->forgetFiles();
@@ -58,6 +85,7 @@ quorl_status open(const Engine& engine, const char* path) noexcept {
 }
 
 quorl_status close(const Engine& engine) noexcept {
+    if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
     {
         Lock lock(guard);
         if (phase.load(std::memory_order_relaxed) != opened)
@@ -78,6 +106,8 @@ quorl_status close(const Engine& engine) noexcept {
 }
 
 quorl_status setParameters(const std::vector<std::string_view>& settings) noexcept {
+    if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
+    if (settings.empty()) return QUORL_OK;
     Lock lock(guard);
     if (phase.load(std::memory_order_relaxed) != closed)
         return fail(QUORL_NOT_PERMITTED, "parameters are set before the library is opened");
@@ -91,6 +121,7 @@ bool isOpen() noexcept {
 }
 
 bool isIpm() noexcept {
+    if (!isOpen()) return false;
     Lock lock(guard);
     return phase.load(std::memory_order_relaxed) == opened && parameterSet->values().daemon.empty();
 }

@@ -13,6 +13,7 @@ namespace quorl::environment {
 struct Engine {
     quorl_status (*start)() noexcept;
     quorl_status (*stop)() noexcept;
+    void (*forgetMessages)() noexcept;  // in a process that was forked while the library was open, see base/forked.h
 };
 
 // path: a file of parameters, null for none.

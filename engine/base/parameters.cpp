@@ -1,6 +1,10 @@
 // Reading and checking settings.
 #include "base/parameters.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -16,6 +20,7 @@ namespace quorl {
 namespace {
 
 constexpr size_t longestLine = 4094;  // bytes, without its end
+constexpr size_t largestFile = size_t{1} << 20;
 
 std::string_view trimmed(std::string_view text) noexcept {
     const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
@@ -118,6 +123,27 @@ struct CloseFile {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 
+quorl_status tooLarge(const char* path) noexcept {
+    return fail(QUORL_INVALID_FILE, "%s: larger than %zu bytes, which no file of parameters is", path, largestFile);
+}
+
+// Opens a regular file. Others may never be at their end, nor even open: a named pipe waits for a writer.
+quorl_status openFile(const char* path, std::unique_ptr<std::FILE, CloseFile>* file) noexcept {
+    const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (descriptor >= 0) file->reset(fdopen(descriptor, "r"));
+    struct stat found {};
+    if (!*file || fstat(descriptor, &found) != 0) {
+        const int error = errno;
+        if (descriptor >= 0 && !*file) ::close(descriptor);
+        return fail(error == ENOENT || error == ENOTDIR ? QUORL_FILE_NOT_FOUND : QUORL_IO_FAILED, "%s: %s", path,
+                    strerrordesc_np(error));
+    }
+    // A directory fails when it is read.
+    if (!S_ISREG(found.st_mode) && !S_ISDIR(found.st_mode))
+        return fail(QUORL_INVALID_FILE, "%s: a pipe, a device or a socket; give a regular file", path);
+    return S_ISREG(found.st_mode) && static_cast<uint64_t>(found.st_size) > largestFile ? tooLarge(path) : QUORL_OK;
+}
+
 }  // namespace
 
 bool validBusName(std::string_view text) noexcept {
@@ -159,16 +185,15 @@ quorl_status ParameterSet::set(const std::vector<std::string_view>& settings) no
 
 quorl_status ParameterSet::read(const char* path, bool onlyCompare) noexcept {
     try {
-        std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path, "re"));
-        if (!file) {
-            const int error = errno;
-            return fail(error == ENOENT || error == ENOTDIR ? QUORL_FILE_NOT_FOUND : QUORL_IO_FAILED, "%s: %s", path,
-                        strerrordesc_np(error));
-        }
+        std::unique_ptr<std::FILE, CloseFile> file;
+        if (const quorl_status status = openFile(path, &file); status != QUORL_OK) return status;
+        size_t bytes = 0;
         Parameters values = values_;
         std::vector<Setting> taken = settings_;
         std::string line;
         for (unsigned number = 1; readLine(file.get(), &line); ++number) {
+            bytes += line.size() + 1;
+            if (bytes > largestFile) return tooLarge(path);
             if (line.size() > longestLine)
                 return fail(QUORL_INVALID_FILE, "%s line %u: longer than %zu bytes", path, number, longestLine);
             std::string_view text(line);

@@ -12,6 +12,7 @@
 #include "base/status.h"
 #include "base/thread.h"
 #include "base/thread_state.h"
+#include "base/trim.h"
 
 namespace quorl {
 namespace {
@@ -159,7 +160,7 @@ void run() {
             if (incoming == nullptr) break;
             continue;
         }
-        futexWait(signalCount, count);
+        futexWait(signalCount, count, trim::look(monotonicNow()));
     }
     if (state != nullptr) state->callbackDepth = 0;
 }

@@ -8,6 +8,8 @@
 #include <iterator>
 #include <utility>
 
+#include "base/forked.h"
+
 namespace quorl {
 namespace {
 
@@ -103,6 +105,12 @@ static_assert(std::size(statusTexts) == 62, "one text for each status");
 quorl_status fail(quorl_status status, const char* format, ...) noexcept {
     Detail& mine = detail;
     mine.write = nullptr;
+    if (forked::here()) {
+        std::snprintf(
+            mine.text, textSize,
+            "this process was forked from one that had the library open; exec a program, or fork before opening");
+        return QUORL_NOT_PERMITTED;
+    }
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(mine.text, textSize, format, arguments);

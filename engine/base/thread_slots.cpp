@@ -1,6 +1,7 @@
 // The process-wide table of slots.
 #include "base/thread_slots.h"
 
+#include "base/forked.h"
 #include "base/mutex.h"
 #include "base/status.h"
 
@@ -18,6 +19,7 @@ constexpr int destructorPasses = 4;
 }  // namespace
 
 quorl_status createThreadSlot(uint32_t* slot, void (*destructor)(void*)) noexcept {
+    if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
     Lock lock(creation);
     const uint32_t used = slotsInUse.load(std::memory_order_relaxed);
     if (used == ThreadState::slotCount)

@@ -5,6 +5,7 @@
 
 #include <new>
 
+#include "base/forked.h"
 #include "base/mutex.h"
 #include "base/thread_slots.h"
 
@@ -39,7 +40,14 @@ ThreadState* ThreadState::first() noexcept {
     return allStates.load(std::memory_order_seq_cst);
 }
 
+void forgetThread() noexcept {
+    if (currentThreadState == nullptr) return;
+    pthread_setspecific(endOfThread, nullptr);
+    currentThreadState = nullptr;
+}
+
 ThreadState* registerThread() noexcept {
+    if (forked::here()) return nullptr;
     Lock lock(registration);
     if (!prepared) {
         if (pthread_key_create(&endOfThread, leave) != 0) return nullptr;

@@ -75,7 +75,11 @@ struct alignas(128) ThreadState {
 // initial-exec, so that reading it is one instruction; a pointer is small enough for any loader.
 extern thread_local constinit ThreadState* currentThreadState [[gnu::tls_model("initial-exec")]];
 
+// Null too in a process that was forked while the library was open.
 ThreadState* registerThread() noexcept;
+
+// For such a process: its only thread has no state any more, and gets none.
+void forgetThread() noexcept;
 
 // The calling thread's state; null when there was no memory for it.
 inline ThreadState* threadState() noexcept {

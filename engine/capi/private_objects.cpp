@@ -1,5 +1,6 @@
 // Objects by id, for language bindings.
 #include "base/environment.h"
+#include "base/forked.h"
 #include "base/registry.h"
 #include "base/status.h"
 #include "quorl/private.h"
@@ -45,6 +46,7 @@ quorl_status _quorlObjectId_GetEx(quorl_u32 id, quorl_u32 type, void** record, q
 
 quorl_status _quorlObjectId_ReleaseEx(void* record, quorl_u32 acquire) {
     if (record == nullptr || acquire > 1) return fail(QUORL_INVALID_ARG, "no record, or acquire is neither 0 nor 1");
+    if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
     if (acquire == 1) registry::releaseReference(*static_cast<Record*>(record));
     return QUORL_OK;
 }

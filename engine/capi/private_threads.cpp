@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "base/forked.h"
 #include "base/status.h"
 #include "base/thread_slots.h"
 #include "base/thread_state.h"
@@ -108,6 +109,7 @@ quorl_status _quorlCondition_Destroy(_quorlCondition condition) {
 
 quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex) {
     if (condition == nullptr || mutex == nullptr) return fail(QUORL_INVALID_ARG, "no condition or no mutex");
+    if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
     const uint32_t before = condition->signals.load();
     int error = 0;
     while (error == 0 && condition->signals.load() == before) {

@@ -10,6 +10,7 @@
 #include "event/group.h"
 #include "event/queue.h"
 #include "event/timer.h"
+#include "message/delivery.h"
 #include "secure/credentials.h"
 #include "transport/circuit/circuit.h"
 #include "transport/nats/port.h"
@@ -48,7 +49,7 @@ quorl_status start() noexcept {
     return status;
 }
 
-constexpr environment::Engine engine{start, stop};
+constexpr environment::Engine engine{start, stop, message::forgetAll};
 
 }  // namespace
 

@@ -105,6 +105,10 @@ void finishDelivery(quorlMsg message) noexcept {
     if (slot != nullptr && slot->owner == Owner::library) dropMessage(*slot);
 }
 
+void forgetAll() noexcept {
+    pool::forgetAll();
+}
+
 quorl_u64 liveMessages() noexcept {
     return pool::messages();
 }

@@ -73,6 +73,10 @@ void finishDelivery(quorlMsg message) noexcept;
 void prefetchFar(Content* content) noexcept;
 void prefetchNear(Content* content) noexcept;
 
+// In a process that was forked while the library was open: no message exists any more, and none can be made. Memory stays
+// as it is, since others share it.
+void forgetAll() noexcept;
+
 // Messages alive in this process, sub-message handles not counted; for statistics and tests.
 quorl_u64 liveMessages() noexcept;
 

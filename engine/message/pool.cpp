@@ -6,7 +6,9 @@
 #include <new>
 #include <utility>
 
+#include "base/forked.h"
 #include "base/prefetch.h"
+#include "base/trim.h"
 #include "message/memory.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -100,12 +102,15 @@ void freeBatch(Content* batch) noexcept {
     }
 }
 
-void freeBatches(Content* batches) noexcept {
+void freeBatches(Content* batches, unsigned sizeClass) noexcept {
+    size_t freed = 0;
     while (batches != nullptr) {
         Content* batch = batches;
         batches = batch->nextBatch;
         freeBatch(batch);
+        freed += batchSizes[sizeClass] * blockSizes[sizeClass];
     }
+    if (freed != 0) trim::note(freed);
 }
 
 // Takes a batch; what becomes too much is given back to the system outside the lock.
@@ -133,7 +138,7 @@ void giveToDepot(unsigned sizeClass, Content* batch) noexcept {
             shelf.least = shelf.count;
         }
     }
-    freeBatches(surplus);
+    freeBatches(surplus, sizeClass);
 }
 
 Content* takeFromDepot(unsigned sizeClass) noexcept {
@@ -220,7 +225,7 @@ thread_local CacheOwner owner;
 
 // Null while the thread ends, or when there is no memory: the depot and the system must do then.
 [[gnu::noinline]] ThreadCache* makeCache() noexcept {
-    if (threadEnds) return nullptr;
+    if (threadEnds || forked::here()) return nullptr;
     void* memory = allocate(sizeof(ThreadCache));
     if (memory == nullptr) return nullptr;
     owner.used = true;
@@ -272,6 +277,7 @@ inline Item* pop(Magazine<Item>& magazine) noexcept {
         mine->slots.count = slotBatch;
         return pop(mine->slots);
     }
+    if (forked::here()) return nullptr;
     Slot* batch = takeSlotsFromDepot();
     if (batch == nullptr) return nullptr;
     if (mine == nullptr) {
@@ -365,6 +371,9 @@ void release(Content* block) noexcept {
     const unsigned sizeClass = block->sizeClass;
     ThreadCache* mine = sizeClass == noClass ? nullptr : threadCache();
     if (mine == nullptr) {
+        if (sizeClass == noClass) {
+            trim::note(static_cast<size_t>(reinterpret_cast<char*>(block->top) - reinterpret_cast<char*>(block)));
+        }
         deallocate(block);
         return;
     }
@@ -403,6 +412,14 @@ void releaseSlot(Slot* slot, int messages) noexcept {
         mine->slots.count = 0;
     }
     push(mine->slots, slot);
+}
+
+void forgetAll() noexcept {
+    cache = nullptr;
+    for (auto& chunk : handles::chunks) {
+        if (chunk.load(std::memory_order_relaxed) == nullptr) break;
+        chunk.store(nullptr, std::memory_order_relaxed);
+    }
 }
 
 uint64_t messages() noexcept {

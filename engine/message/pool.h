@@ -26,6 +26,9 @@ void outgrown(uint8_t sizeClass) noexcept;
 Slot* acquireSlot(int messages) noexcept;
 void releaseSlot(Slot* slot, int messages) noexcept;
 
+// In a process that was forked while the library was open: no handle names a message any more, and nothing is given out.
+void forgetAll() noexcept;
+
 // Messages alive in the process.
 uint64_t messages() noexcept;
 

@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "base/forked.h"
 #include "base/mutex.h"
 #include "base/status.h"
 
@@ -99,6 +100,7 @@ quorl_status lookup(std::string_view daemonName, Credentials* credentials) noexc
 
 quorl_status setDaemonCertificates(std::string_view daemonName, Secret pem) noexcept {
     try {
+        if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
         std::string name;
         if (const quorl_status status = normalize(daemonName, 0, &name); status != QUORL_OK) return status;
         Lock lock(storeLock);
@@ -115,6 +117,7 @@ quorl_status setDaemonCertificates(std::string_view daemonName, Secret pem) noex
 
 quorl_status setIdentity(Secret certPem, Secret keyPem) noexcept {
     try {
+        if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
         Lock lock(storeLock);
         Store& made = madeStore();
         made.certPem = std::move(certPem);
@@ -127,6 +130,7 @@ quorl_status setIdentity(Secret certPem, Secret keyPem) noexcept {
 
 quorl_status setUser(Secret name, Secret password) noexcept {
     try {
+        if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
         Lock lock(storeLock);
         Store& made = madeStore();
         made.user = std::move(name);

@@ -28,6 +28,10 @@
  *              of the right type is refused with the status of its kind (QUORL_INVALID_QUEUE, QUORL_INVALID_EVENT,
  *              QUORL_INVALID_TRANSPORT, QUORL_INVALID_QUEUE_GROUP, QUORL_INVALID_MSG). A stale id never names a newer object.
  * Null.        A null out-parameter is QUORL_INVALID_ARG. Null strings are legal only where the text says so.
+ * Forks.       In the child of a fork that happened while the library was open, every call that can fail is refused with
+ *              QUORL_NOT_PERMITTED, quorl_Open and quorl_Close and those on messages included, and takes no lock; nothing
+ *              of the parent's is touched. quorlStatus_GetText, quorl_LastErrorText, quorl_Version and exec are as ever. A
+ *              child that was forked while the library was closed, and no thread was in a call, may open it for itself.
  * Threads.     Every function may be called from any thread at any time, also inside callbacks, except that one message
  *              handle must not be used by two threads at once.
  * Strings.     Zero-terminated UTF-8. Strings given to the library are copied. Strings that it gives out belong to the
@@ -71,7 +75,8 @@ typedef quorl_u32 quorl_ipaddr32; /* an IPv4 address in network byte order */
 /* A truth value, 32 bits wide. */
 typedef QUORL_ENUM(quorl_bool){QUORL_FALSE = 0, QUORL_TRUE = 1} quorl_bool;
 
-/* Object ids: 0 means none. */
+/* Object ids: 0 means none. Beside the default queue at most 4,194,302 queues, groups, events and transports exist at once
+ * in a process; one more is QUORL_NO_MEMORY. */
 typedef quorl_u32 quorlQueue;
 typedef quorl_u32 quorlQueueGroup;
 typedef quorl_u32 quorlEvent;
@@ -177,8 +182,9 @@ QUORL_API quorl_status quorl_Open(void);
 /* Reads in-process parameters from a file, one name=value a line ('#' starts a comment, blank lines are skipped), then
  * opens as quorl_Open does. pathname: not null; an empty path means no file. When the library is open already, or a
  * parameter was set before, the file must not say otherwise.
- * QUORL_FILE_NOT_FOUND, QUORL_IO_FAILED, QUORL_INVALID_FILE (a line that is no parameter; the detail names the line);
- * on failure the open count is unchanged. */
+ * QUORL_FILE_NOT_FOUND, QUORL_IO_FAILED, QUORL_INVALID_FILE (a line that is no parameter, which the detail
+ * names; not a regular file, such as a pipe, or larger than 1 MiB),
+ * QUORL_ARG_CONFLICT (a line that says otherwise); on failure the open count is unchanged. */
 QUORL_API quorl_status quorl_OpenEx(const char* pathname);
 
 /* Takes back one open. The last one destroys everything that is left, in order (events, groups, queues, transports),
@@ -192,7 +198,7 @@ QUORL_API quorl_status quorl_Close(void);
 /* The version of the library, "MAJOR.MINOR.PATCH". Programs built against another MAJOR must not use this library. */
 QUORL_API const char* quorl_Version(void);
 
-/* Sets in-process parameters, name=value strings, before the library is opened. count 0 with a null list changes nothing.
+/* Sets in-process parameters, name=value strings, before the library is opened. count 0 changes nothing, at any time.
  * All of them are checked before any is set. Names: docs/reference/parameters.md.
  * QUORL_NOT_PERMITTED: the library is open; QUORL_INVALID_ARG: unknown name, bad value, or a null entry (see the detail). */
 QUORL_API quorl_status quorl_SetQRParameters(quorl_u32 count, const char** parameters);
@@ -227,7 +233,8 @@ QUORL_API quorl_status quorlQueue_Create(quorlQueue* queue);
  * null) is called with closure when they have. The default queue is refused with QUORL_NOT_PERMITTED. */
 QUORL_API quorl_status quorlQueue_DestroyEx(quorlQueue queue, quorlQueueOnComplete completion, const void* closure);
 
-/* Names a queue (UTF-8, not null, at most 255 bytes, for advisories and statistics). QUORL_INVALID_ARG when it does not fit. */
+/* Names a queue (UTF-8, not null, at most 255 bytes, for advisories and statistics). QUORL_INVALID_ARG when it does not fit,
+ * QUORL_INVALID_NAME when it is not UTF-8. */
 QUORL_API quorl_status quorlQueue_SetName(quorlQueue queue, const char* name);
 /* The queue's name, "" when it has none. Owned by the queue, valid until it is renamed or destroyed. */
 QUORL_API quorl_status quorlQueue_GetName(quorlQueue queue, const char** name);
@@ -333,7 +340,8 @@ QUORL_API quorl_status quorlTransport_Create(quorlTransport* transport, const ch
  * detail says how many. */
 QUORL_API quorl_status quorlTransport_Destroy(quorlTransport transport);
 
-/* Describes the program for advisories and daemons' tools: not null, at most 255 bytes. */
+/* Describes the program for advisories and daemons' tools: not null, at most 255 bytes of UTF-8
+ * (QUORL_INVALID_ARG). */
 QUORL_API quorl_status quorlTransport_SetDescription(quorlTransport transport, const char* description);
 
 /* Asks for messages to be kept for at most reliability seconds while the daemon is away; 0, as at first, sets no limit of
@@ -485,7 +493,7 @@ QUORL_API quorl_status quorlMsg_Reset(quorlMsg message);
 /* The closure of the event that delivered the message; null for a message that no event delivered. */
 QUORL_API quorl_status quorlMsg_GetClosure(quorlMsg message, void** closure);
 
-/* Subjects. A null subject takes it away; setting checks the syntax (QUORL_INVALID_SUBJECT). A getter answers
+/* Subjects. A null subject takes it away; one that is malformed or has wildcards is QUORL_INVALID_SUBJECT. A getter answers
  * QUORL_NOT_FOUND when there is none. */
 QUORL_API quorl_status quorlMsg_SetSendSubject(quorlMsg message, const char* subject);
 QUORL_API quorl_status quorlMsg_GetSendSubject(quorlMsg message, const char** subject);
@@ -509,9 +517,10 @@ QUORL_API quorl_status quorlMsg_ClearReferences(quorlMsg message);
 /* ---- messages: fields ------------------------------------------------------------------------------------------- */
 
 /* Names and ids of the functions below. name: null for none, or 0 to QUORL_FIELD_NAME_MAX bytes of UTF-8
- * (QUORL_INVALID_NAME). id: 0 for none. Several fields may share a name; a non-zero id is unique in its message
- * (QUORL_ID_IN_USE). Lookup with a non-zero id goes by id, and a name given beside it must agree (QUORL_ID_CONFLICT); with
- * id 0 it goes by name, first instance. An empty name is a name. */
+ * (QUORL_INVALID_NAME). id: 0 for none. Several fields may share a name; a non-zero id belongs to one name (or to fields
+ * without one): under another it is QUORL_ID_IN_USE, under its own it adds a further field. Lookup with a non-zero id goes
+ * by id, first field, and a name given beside it must agree (QUORL_ID_CONFLICT); with id 0 it goes by name, first instance.
+ * An empty name is a name. */
 
 QUORL_API quorl_status quorlMsg_GetFieldByIndex(quorlMsg message, quorlMsgField* field, quorl_u32 index);
 QUORL_API quorl_status quorlMsg_GetFieldEx(quorlMsg message, const char* name, quorlMsgField* field, quorl_u16 id);
@@ -519,7 +528,8 @@ QUORL_API quorl_status quorlMsg_GetFieldEx(quorlMsg message, const char* name, q
 QUORL_API quorl_status quorlMsg_GetFieldInstance(quorlMsg message, const char* name, quorlMsgField* field,
                                                  quorl_u32 instance);
 /* Adds or replaces a field described by a whole record; the value is copied. The only way to make user types.
- * QUORL_INVALID_TYPE: no such type; QUORL_INVALID_SIZE, QUORL_INVALID_COUNT: not those of the type. */
+ * QUORL_INVALID_TYPE: no such type; QUORL_INVALID_SIZE, QUORL_INVALID_COUNT: not those of the type. An array of strings whose
+ * elements are not the addresses of readable strings is QUORL_INVALID_SIZE too. */
 QUORL_API quorl_status quorlMsg_AddField(quorlMsg message, quorlMsgField* field);
 QUORL_API quorl_status quorlMsg_UpdateField(quorlMsg message, quorlMsgField* field);
 /* QUORL_NOT_FOUND when there is no such field. */

@@ -1,4 +1,5 @@
 // Opening, closing, parameters, and what is refused while the library is not open.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -305,7 +306,7 @@ TEST_F(Environment, parametersAreSetBeforeOpening) {
         EXPECT_EQ(setParameter(good), QUORL_OK) << good << ": " << quorl_LastErrorText();
     EXPECT_EQ(quorl_Open(), QUORL_OK);
     EXPECT_EQ(setParameter("queue.limit=7"), QUORL_NOT_PERMITTED);
-    EXPECT_EQ(quorl_SetQRParameters(0, nullptr), QUORL_NOT_PERMITTED);
+    EXPECT_EQ(quorl_SetQRParameters(0, nullptr), QUORL_OK);
 }
 
 TEST_F(Environment, parametersAreSetAllOrNone) {
@@ -393,6 +394,20 @@ TEST_F(Environment, errorsInFilesNameTheLine) {
     EXPECT_EQ(quorl_OpenEx(nullptr), QUORL_INVALID_ARG);
     EXPECT_EQ(quorl_OpenEx("/nonexistent/quorl.conf"), QUORL_FILE_NOT_FOUND);
     EXPECT_EQ(quorl_OpenEx("/"), QUORL_IO_FAILED);
+    // What is no regular file is refused, and not waited for.
+    EXPECT_EQ(quorl_OpenEx("/dev/zero"), QUORL_INVALID_FILE);
+    char folder[] = "/tmp/quorl-pipe.XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string pipe = std::string(folder) + "/pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_EQ(quorl_OpenEx(pipe.c_str()), QUORL_INVALID_FILE);
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("give a regular file"), std::string::npos);
+    unlink(pipe.c_str());
+    rmdir(folder);
+    std::string much;
+    while (much.size() <= 1 << 20) much += "# as large as no file of parameters is\n";
+    const File large(much.c_str());
+    EXPECT_EQ(quorl_OpenEx(large.path()), QUORL_INVALID_FILE);
     for (const char* bad : {"rubbish", "unknown=1", "queue.limit=x", "=5"}) {
         const File file("# first\nqueue.limit=1\n" + std::string(bad) + "\nqueue.limit=2\n");
         EXPECT_EQ(quorl_OpenEx(file.path()), QUORL_INVALID_FILE) << bad;
