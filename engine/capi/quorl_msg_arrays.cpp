@@ -27,7 +27,7 @@ quorl_status put(quorlMsg message, const char* name, Array array, uint32_t count
     Slot* slot;
     Name checked;
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
-    if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
+    if (quorl_status status = readNewName(name, &checked); status != QUORL_OK) return status;
     ValueHolder holder;
     quorl_status status = take(holder, array, count);
     if (status == QUORL_OK) status = write(*slot, checked, id, holder.value);

@@ -15,7 +15,7 @@ quorl_status put(quorlMsg message, const char* name, uint16_t id,
     Slot* slot;
     Name checked;
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
-    if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
+    if (quorl_status status = readNewName(name, &checked); status != QUORL_OK) return status;
     ValueHolder holder;
     quorl_status status = (holder.*take)(arguments...);
     if (status == QUORL_OK) status = write(*slot, checked, id, holder.value);

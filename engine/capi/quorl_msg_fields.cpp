@@ -21,7 +21,7 @@ quorl_status put(quorlMsg message, const quorlMsgField* record) noexcept {
     Slot* slot;
     Name name;
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
-    if (quorl_status status = readName(record->name, &name); status != QUORL_OK) return status;
+    if (quorl_status status = readNewName(record->name, &name); status != QUORL_OK) return status;
     ValueHolder holder;
     quorl_status status = holder.fromRecord(*record);
     if (status == QUORL_OK) status = change(*slot, name, record->id, holder.value);

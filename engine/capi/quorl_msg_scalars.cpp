@@ -36,7 +36,7 @@ quorl_status change(quorlMsg message, const char* name, Native value, uint16_t i
     Slot* slot;
     Name checked;
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
-    if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
+    if (quorl_status status = readNewName(name, &checked); status != QUORL_OK) return status;
     ValueHolder holder;
     if constexpr (std::is_same_v<Native, quorl_bool>) {
         holder.fromBool(value);
@@ -52,7 +52,7 @@ quorl_status changeDateTime(quorlMsg message, const char* name, const quorlMsgDa
     Name checked;
     ValueHolder holder;
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
-    if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
+    if (quorl_status status = readNewName(name, &checked); status != QUORL_OK) return status;
     quorl_status status = holder.fromDateTime(value);
     if (status == QUORL_OK) status = update(*slot, checked, id, holder.value);
     return status == QUORL_OK ? status : inField(status, name, id);

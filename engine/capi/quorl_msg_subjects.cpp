@@ -16,7 +16,16 @@ quorl_status set(quorlMsg message, const char* subject, bool reply) noexcept {
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
     if (subject == nullptr) return setSubject(*slot, {}, reply);
     const std::string_view text(subject, strnlen(subject, QUORL_SUBJECT_MAX + 1));
-    if (!subject::wellFormed(text)) return fail(QUORL_INVALID_SUBJECT, "\"%s\" is no subject", subject);
+    switch (subject::formOf(text)) {
+        case subject::Form::malformed:
+            return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is not a valid subject", static_cast<int>(text.size()),
+                        subject);
+        case subject::Form::pattern:
+            return fail(QUORL_INVALID_SUBJECT,
+                        "\"%s\" has wildcards, and nothing can be sent to it; listen to it instead", subject);
+        case subject::Form::plain:
+            break;
+    }
     return setSubject(*slot, text, reply);
 }
 

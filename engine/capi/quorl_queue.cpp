@@ -6,6 +6,7 @@
 #include "base/environment.h"
 #include "base/registry.h"
 #include "base/status.h"
+#include "base/utf8.h"
 #include "event/dispatch.h"
 #include "event/queue.h"
 
@@ -47,6 +48,7 @@ quorl_status quorlQueue_DestroyEx(quorlQueue queue, quorlQueueOnComplete complet
 quorl_status quorlQueue_SetName(quorlQueue queue, const char* name) {
     if (name == nullptr || strnlen(name, longestName + 1) > longestName)
         return fail(QUORL_INVALID_ARG, "a queue's name has at most %zu bytes and is not null", longestName);
+    if (!utf8::validOrPaired(name)) return fail(QUORL_INVALID_NAME, "the queue's name is not UTF-8");
     return with(queue, [&](Queue& found) {
         try {
             std::string copy(name);

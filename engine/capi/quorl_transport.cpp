@@ -6,6 +6,7 @@
 #include "base/environment.h"
 #include "base/registry.h"
 #include "base/status.h"
+#include "base/utf8.h"
 #include "transport/circuit/circuit.h"
 #include "transport/transport.h"
 
@@ -51,6 +52,7 @@ quorl_status quorlTransport_Destroy(quorlTransport transport) {
 quorl_status quorlTransport_SetDescription(quorlTransport transport, const char* description) {
     if (description == nullptr || strnlen(description, longestDescription + 1) > longestDescription)
         return fail(QUORL_INVALID_ARG, "a description has at most %zu bytes and is not null", longestDescription);
+    if (!utf8::validOrPaired(description)) return fail(QUORL_INVALID_ARG, "the description is not UTF-8");
     try {
         std::string copy(description);
         return change(transport, [&](Transport& found) REQUIRES(found.lock) {

@@ -42,7 +42,7 @@ template <uint8_t type>
     Content* content = slot->content;
     if (content == nullptr || slot->handouts != nullptr || slot->marks != 0 || !content->unshared()) return generally();
     ShortText text;
-    if (!text.read(name)) return generally();
+    if (!text.read(name) || !text.isAscii()) return generally();
     if (id != 0 && findId(*content, id) != notFound) return generally();
 
     // Everything is read before the first byte is written: the compiler must take those bytes for anything.

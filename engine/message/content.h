@@ -195,4 +195,8 @@ uint32_t findInstance(const Content& content, const Name& name, uint32_t instanc
 // Tells the index, if there is one, of the field that was appended last. The content must be unshared.
 void indexLast(Content& content) noexcept;
 
+// Takes a field out of the index, if there is one, and counts those behind it one less; before the field goes. The
+// content must be unshared.
+void indexWithout(Content& content, uint32_t number) noexcept;
+
 }  // namespace quorl::message

@@ -66,6 +66,9 @@ uint32_t hashId(uint16_t id) noexcept {
 constexpr uint64_t cellOf(uint64_t hash, uint32_t field) noexcept {
     return (hash & 0xffffffff00000000u) | (field + 1);
 }
+constexpr uint64_t idCellOf(uint16_t id, uint32_t field) noexcept {
+    return uint64_t{id} << 32 | (field + 1);
+}
 constexpr uint32_t fieldOf(uint64_t cell) noexcept {
     return static_cast<uint32_t>(cell) - 1;
 }
@@ -88,10 +91,116 @@ void insert(const Content& content, FieldIndex& index, uint32_t number) noexcept
     if (field.id != 0) {
         uint64_t* ids = index.ids();
         uint32_t at = hashId(field.id) & index.mask;
-        while (ids[at] != 0) at = (at + 1) & index.mask;
-        ids[at] = uint64_t{field.id} << 32 | (number + 1);
+        while (ids[at] != 0 && ids[at] >> 32 != field.id) at = (at + 1) & index.mask;
+        if (ids[at] == 0) ids[at] = idCellOf(field.id, number);
     }
     ++index.fields;
+}
+
+// ---- taking a field out -----------------------------------------------------------------------------------------
+
+// One of the two tables, and how a cell's first place in it is found.
+struct Table {
+    uint64_t* cells;
+    uint32_t mask;
+
+    // The place of that cell, looked for from its first place on; notFound.
+    uint32_t find(uint64_t cell, uint32_t first) const noexcept {
+        for (uint32_t at = first & mask; cells[at] != 0; at = (at + 1) & mask) {
+            if (cells[at] == cell) return at;
+        }
+        return notFound;
+    }
+
+    // Empties a place. Cells behind it that a search would no longer reach move up.
+    template <class FirstPlace>
+    void erase(uint32_t place, FirstPlace firstPlaceOf) const noexcept {
+        for (uint32_t at = (place + 1) & mask; cells[at] != 0; at = (at + 1) & mask) {
+            const uint32_t first = firstPlaceOf(cells[at]) & mask;
+            if (((at - first) & mask) < ((at - place) & mask)) continue;
+            cells[place] = cells[at];
+            place = at;
+        }
+        cells[place] = 0;
+    }
+};
+
+uint32_t findIdFrom(const Content& content, uint16_t id, uint32_t from) noexcept {
+    for (uint32_t i = from; i < content.count; ++i) {
+        if (content.field(i).id == id) return i;
+    }
+    return notFound;
+}
+
+// The field goes: its name's cell becomes that of the next field with the name, if there is one.
+void removeName(const Content& content, const Table& names, uint32_t number) noexcept {
+    const Field& field = content.field(number);
+    const uint64_t hash = hashOf(content, field);
+    const uint32_t place = names.find(cellOf(hash, number), static_cast<uint32_t>(hash));
+    if (place == notFound) return;  // not the first of its name
+    const uint32_t next = findNameFrom(content, content.nameOf(field), number + 1);
+    if (next != notFound) {
+        names.cells[place] = cellOf(hash, next);
+    } else {
+        names.erase(
+            place, [&](uint64_t cell) { return static_cast<uint32_t>(hashOf(content, content.field(fieldOf(cell)))); });
+    }
+}
+
+void removeId(const Content& content, const Table& ids, uint32_t number) noexcept {
+    const uint16_t id = content.field(number).id;
+    if (id == 0) return;
+    const uint32_t place = ids.find(idCellOf(id, number), hashId(id));
+    if (place == notFound) return;
+    const uint32_t next = findIdFrom(content, id, number + 1);
+    if (next != notFound) {
+        ids.cells[place] = idCellOf(id, next);
+    } else {
+        ids.erase(place, [](uint64_t cell) { return hashId(static_cast<uint16_t>(cell >> 32)); });
+    }
+}
+
+// The fields behind number count one less. A few are looked up one by one; for many, both tables are gone through.
+void renumberBehind(const Content& content, const FieldIndex& index, const Table& names, const Table& ids,
+                    uint32_t number) noexcept {
+    const uint32_t behind = content.count - number - 1;
+    if (behind < index.mask / 8) {
+        for (uint32_t i = number + 1; i < content.count; ++i) {
+            const Field& field = content.field(i);
+            const uint64_t hash = hashOf(content, field);
+            uint32_t place = names.find(cellOf(hash, i), static_cast<uint32_t>(hash));
+            if (place != notFound) --names.cells[place];
+            if (field.id == 0) continue;
+            place = ids.find(idCellOf(field.id, i), hashId(field.id));
+            if (place != notFound) --ids.cells[place];
+        }
+        return;
+    }
+    const uint32_t removed = number + 1;  // as it stands in a cell
+    for (const Table& table : {names, ids}) {
+        for (uint32_t at = 0; at <= table.mask; ++at) {
+            table.cells[at] -= static_cast<uint32_t>(table.cells[at]) > removed ? 1 : 0;
+        }
+    }
+}
+
+// What the search for instances remembers, without field number.
+uint64_t lastInstanceWithout(const Content& content, uint64_t last, uint32_t number) noexcept {
+    if (last == 0) return 0;
+    const auto found = static_cast<uint32_t>(last);
+    if (found < number) return last;
+    const Field& field = content.field(number);
+    if (found > number) {
+        const bool counted = sameName(content, content.field(found), content.nameOf(field));
+        return last - 1 - (counted ? uint64_t{1} << 32 : 0);
+    }
+    // The instance before it, so that instances can be removed one after the other from the last one on.
+    const auto instance = static_cast<uint32_t>(last >> 32);
+    if (instance == 1) return 0;
+    for (uint32_t i = number; i-- > 0;) {
+        if (sameName(content, content.field(i), content.nameOf(field))) return uint64_t{instance - 1} << 32 | i;
+    }
+    return 0;
 }
 
 // Null: no memory; the search must do without.
@@ -178,10 +287,20 @@ uint32_t findId(const Content& content, uint16_t id) noexcept {
             return notFound;
         }
     }
-    for (uint32_t i = 0; i < content.count; ++i) {
-        if (content.field(i).id == id) return i;
-    }
-    return notFound;
+    return findIdFrom(content, id, 0);
+}
+
+void indexWithout(Content& content, uint32_t number) noexcept {
+    FieldIndex* index = content.index.load(std::memory_order_relaxed);
+    if (index == nullptr) return;
+    const Table names{index->names(), index->mask};
+    const Table ids{index->ids(), index->mask};
+    const uint64_t last = index->lastInstance.load(std::memory_order_relaxed);
+    index->lastInstance.store(lastInstanceWithout(content, last, number), std::memory_order_relaxed);
+    removeName(content, names, number);
+    removeId(content, ids, number);
+    renumberBehind(content, *index, names, ids, number);
+    --index->fields;
 }
 
 void indexLast(Content& content) noexcept {

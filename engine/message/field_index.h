@@ -13,8 +13,7 @@ struct FieldIndex {
     uint32_t mask;    // capacity - 1; the capacity is a power of two
     uint32_t fields;  // how many are in it
     // The instance that was found last and its field's number, in the upper and the lower half: instances are asked for
-    // one after the other, and each search goes on where the last one ended. 0: none yet. Fields are never taken out of a
-    // content, so that it stays right.
+    // one after the other, and each search goes on where the last one ended. 0: none yet.
     std::atomic<uint64_t> lastInstance;
     uint64_t* names() noexcept { return reinterpret_cast<uint64_t*>(this + 1); }
     uint64_t* ids() noexcept { return names() + mask + 1; }

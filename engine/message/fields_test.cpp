@@ -388,6 +388,12 @@ TEST_P(EveryType, CanBeAddedByARecord) {
         field.type = row.type;
         ASSERT_EQ(QUORL_OK, quorlMsg_AddField(byRecord, &field));
         EXPECT_EQ(imageOf(own), imageOf(byRecord));
+        // An id belongs to a name: under it a further field comes, under another one none.
+        EXPECT_EQ(QUORL_OK, quorlMsg_AddField(byRecord, &field));
+        EXPECT_EQ(2u, fieldsOf(byRecord));
+        field.name = "other";
+        EXPECT_EQ(QUORL_ID_IN_USE, quorlMsg_AddField(byRecord, &field));
+        field.name = nullptr;
         EXPECT_EQ(QUORL_ID_IN_USE, quorlMsg_AddField(byRecord, &field));
 
         // What a record was read as can be added again.
@@ -419,6 +425,20 @@ TEST_P(EveryType, RecordsOfAnotherShapeAreRefused) {
         EXPECT_EQ(QUORL_INVALID_SIZE, quorlMsg_AddField(message, &field));
     }
     EXPECT_EQ(0u, fieldsOf(message));
+    // Eight bytes of anybody's as the one element of an array, as a binding that knows of bytes alone gives them.
+    if (kind == Kind::strings || kind == Kind::messages) {
+        const quorl_status refused = kind == Kind::strings ? QUORL_INVALID_SIZE : QUORL_INVALID_MSG;
+        for (const char* bytes : {"12345678", "\0\0\0\0\0\0\0", "\1\0\0\0\0\0\0", "\377\377\377\377\377\377\377\377"}) {
+            alignas(8) char eight[8];
+            std::memcpy(eight, bytes, sizeof eight);
+            field.size = sizeof eight;
+            field.count = 1;
+            field.data.buf = eight;
+            EXPECT_EQ(refused, quorlMsg_AddField(message, &field));
+            EXPECT_EQ(refused, quorlMsg_UpdateField(message, &field));
+        }
+        EXPECT_EQ(0u, fieldsOf(message));
+    }
     EXPECT_EQ(QUORL_INVALID_ARG, quorlMsg_AddField(message, nullptr));
     EXPECT_EQ(QUORL_INVALID_ARG, quorlMsg_UpdateField(message, nullptr));
 }
@@ -503,6 +523,11 @@ TEST_P(EveryType, FailuresChangeNothing) {
     EXPECT_EQ(QUORL_INVALID_NAME, row.add(message, longName.c_str(), 1, 0));
     EXPECT_EQ(QUORL_INVALID_NAME, row.update(message, longName.c_str(), 1, 0));
     EXPECT_EQ(QUORL_INVALID_NAME, row.get(message, longName.c_str(), 1, 0, &same));
+    for (const char* name : {"\xff", "name\xe9", "\xc0\x80", "\xed\xa0\xbd\xed\xb8\x80", "a name that is long\x80"}) {
+        EXPECT_EQ(QUORL_INVALID_NAME, row.add(message, name, 1, 0)) << name;
+        EXPECT_EQ(QUORL_INVALID_NAME, row.update(message, name, 1, 0)) << name;
+        EXPECT_EQ(QUORL_NOT_FOUND, row.get(message, name, 1, 0, &same)) << name;
+    }
     EXPECT_EQ(QUORL_ID_IN_USE, row.add(message, "b", 1, 5));
     EXPECT_EQ(QUORL_ID_CONFLICT, row.update(message, "b", 1, 5));
     EXPECT_EQ(QUORL_ID_CONFLICT, row.get(message, "b", 1, 5, &same));

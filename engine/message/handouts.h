@@ -53,7 +53,7 @@ inline void noteHandout(Slot& slot) noexcept {
 // slot still has the content as it was.
 struct ChangeOfHandouts {
     Kept* kept = nullptr;  // for the content that an open bracket must keep
-    bool begin(Slot& slot) noexcept { return slot.marks == 0 || !slot.handedOut || makeKept(slot); }
+    bool begin(Slot& slot) noexcept { return slot.marks == 0 || !slot.handedOut || keepsContent() || makeKept(slot); }
     // Whether the content must stay as it is, so that a change needs a copy.
     bool keepsContent() const noexcept { return kept != nullptr; }
     void commit(Slot& slot) noexcept {

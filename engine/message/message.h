@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "base/status.h"
+#include "base/utf8.h"
 #include "message/content.h"
 #include "message/handle.h"
 #include "message/handouts.h"
@@ -45,7 +46,7 @@ inline quorl_status open(quorlMsg message, Slot** slot, Content** content) noexc
     return *content != nullptr ? QUORL_OK : fail(QUORL_NO_MEMORY, "no memory to read a message inside a message");
 }
 
-// Checks a name given by a caller.
+// Checks a name given by a caller who looks for a field.
 inline quorl_status readName(const char* text, Name* name) noexcept {
     if (text == nullptr) return QUORL_OK;
     const size_t length = strnlen(text, QUORL_FIELD_NAME_MAX + 1);
@@ -54,6 +55,17 @@ inline quorl_status readName(const char* text, Name* name) noexcept {
     }
     *name = Name(text, static_cast<uint32_t>(length));
     return QUORL_OK;
+}
+
+// The same for one who may add a field: names in messages are UTF-8.
+inline quorl_status readNewName(const char* text, Name* name) noexcept {
+    const quorl_status status = readName(text, name);
+    if (status != QUORL_OK || text == nullptr) return status;
+    const size_t at = utf8::findInvalid({text, name->length});
+    if (at == std::string_view::npos) [[likely]]
+        return QUORL_OK;
+    return fail(QUORL_INVALID_NAME, "the name is not UTF-8 from its byte %zu, 0x%02x, on", at,
+                static_cast<unsigned char>(text[at]));
 }
 
 // The index of the field that name and id ask for: QUORL_OK, QUORL_NOT_FOUND (without a detail text),

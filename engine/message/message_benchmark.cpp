@@ -213,6 +213,62 @@ void ReceiverSide(benchmark::State& state) {
 }
 BENCHMARK(ReceiverSide)->Arg(16)->Arg(4096);
 
+// Removes fields by name until few are left: from the front (0), the middle (1), the back (2). Time is per field.
+void RemoveAll(benchmark::State& state) {
+    constexpr int fields = 10'000;
+    constexpr int left = 20;
+    std::vector<std::string> names;
+    for (int i = 0; i < fields; ++i) names.push_back("field" + std::to_string(i));
+    for (auto _ : state) {
+        state.PauseTiming();
+        quorlMsg message;
+        quorlMsg_Create(&message);
+        for (int i = 0; i < fields; ++i) quorlMsg_AddI32Ex(message, names[static_cast<size_t>(i)].c_str(), i, 0);
+        state.ResumeTiming();
+        const int count = fields - left;
+        for (int i = 0; i < count; ++i) {
+            const int which = state.range(0) == 0   ? i
+                              : state.range(0) == 2 ? fields - 1 - i
+                              : i % 2 == 0          ? fields / 2 + i / 2
+                                                    : fields / 2 - 1 - i / 2;
+            quorlMsg_RemoveFieldEx(message, names[static_cast<size_t>(which)].c_str(), 0);
+        }
+        state.PauseTiming();
+        quorlMsg_Destroy(message);
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * (fields - left));
+}
+BENCHMARK(RemoveAll)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond);
+
+// Beside a field of that many bytes: a field behind it is removed and added again, or gets a text of another length.
+void RemoveBeside(benchmark::State& state) {
+    const std::vector<char> payload(static_cast<size_t>(state.range(0)), 'x');
+    quorlMsg message;
+    quorlMsg_Create(&message);
+    quorlMsg_AddOpaqueEx(message, "data", payload.data(), static_cast<quorl_u32>(payload.size()), 0);
+    for (auto _ : state) {
+        quorlMsg_AddI32Ex(message, "last", 1, 0);
+        quorlMsg_RemoveFieldEx(message, "last", 0);
+    }
+    quorlMsg_Destroy(message);
+}
+BENCHMARK(RemoveBeside)->Arg(100)->Arg(100'000'000);
+
+void UpdateBeside(benchmark::State& state) {
+    const std::vector<char> payload(static_cast<size_t>(state.range(0)), 'x');
+    quorlMsg message;
+    quorlMsg_Create(&message);
+    quorlMsg_AddOpaqueEx(message, "data", payload.data(), static_cast<quorl_u32>(payload.size()), 0);
+    quorlMsg_AddStringEx(message, "last", "text", 0);
+    for (auto _ : state) {
+        quorlMsg_UpdateStringEx(message, "last", "a longer text", 0);
+        quorlMsg_UpdateStringEx(message, "last", "text", 0);
+    }
+    quorlMsg_Destroy(message);
+}
+BENCHMARK(UpdateBeside)->Arg(100)->Arg(100'000'000);
+
 }  // namespace
 }  // namespace quorl::message
 

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "base/utf8.h"
+
 // Checkers of memory accesses take reading ahead of a text's end, though inside its page, for a mistake.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define QUORL_READ_AHEAD 0
@@ -68,6 +70,10 @@ struct ShortText {
         mask = upToZero(zeros);
         length = wordSize + firstZero(zeros);
         return true;
+    }
+
+    [[gnu::always_inline]] bool isAscii() const noexcept {
+        return (length < wordSize ? first & mask & utf8::highBits : (first | (second & mask)) & utf8::highBits) == 0;
     }
 
     // Whether the text at other, followed by fifteen bytes that may be read, is the same.

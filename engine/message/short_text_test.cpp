@@ -46,7 +46,10 @@ class LastPage {
 
 std::string nameOf(size_t length) {
     std::string name;
-    for (size_t i = 0; i < length; ++i) name += static_cast<char>(i % 2 == 0 ? 'a' + i % 26 : 0x80 + i % 100);
+    for (size_t i = 0; i < length; ++i) {
+        const bool two = i % 3 != 0 && i / 3 * 3 + 2 < length;  // a character of two bytes
+        name += static_cast<char>(!two ? 'a' + i % 26 : i % 3 == 1 ? 0xc3 : 0x80 + i % 0x40);
+    }
     return name;
 }
 

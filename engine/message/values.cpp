@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "base/readable.h"
 #include "message/field_faults.h"
 
 namespace quorl::message {
@@ -16,6 +17,18 @@ quorl_status imageOf(quorlMsg message, Image* image, uint8_t* depth) noexcept {
     *image = {content->image, content->size};
     const uint8_t inside = content->base != nullptr ? wire::depthOf(content->image) : content->depth;
     *depth = std::max<uint8_t>(*depth, inside + 1);
+    return QUORL_OK;
+}
+
+// A record says by its type alone that its bytes are addresses of texts. Whoever took the type for that of plain bytes
+// gave other bytes, which may be no addresses at all.
+quorl_status checkTexts(const quorlMsgField& record) noexcept {
+    const auto* texts = static_cast<const char* const*>(record.data.array);
+    for (uint32_t i = 0; texts != nullptr && i < record.count; ++i) {
+        if (readableLength(texts[i], wire::maxSize + size_t{1}) != unreadable) continue;
+        return fail(QUORL_INVALID_SIZE, "the %u bytes of element %u of %u are not the address of a string", record.size,
+                    i, record.count);
+    }
     return QUORL_OK;
 }
 
@@ -134,6 +147,7 @@ quorl_status ValueHolder::fromRecord(const quorlMsgField& record) noexcept {
         case Kind::numbers:
             return fromNumbers(record.type, record.data.array, record.count);
         case Kind::strings:
+            if (quorl_status status = checkTexts(record); status != QUORL_OK) return status;
             return fromStrings(static_cast<const char* const*>(record.data.array), record.count);
         case Kind::messages:
             return fromMessages(static_cast<const quorlMsg*>(record.data.array), record.count);

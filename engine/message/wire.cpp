@@ -5,10 +5,14 @@
 #include <array>
 
 #include "base/status.h"
+#include "base/utf8.h"
+#include "message/memory.h"
 
 namespace quorl::message::wire {
 
 namespace {
+
+constexpr const char* idUnderTwoNames = "an id stands under two names";
 
 bool badHeader(const char* what, uint32_t at, uint32_t level, Fault* fault) noexcept {
     *fault = {what, at, 0, level};
@@ -38,6 +42,7 @@ bool checkHeader(const uint8_t* image, uint32_t limit, uint32_t base, uint32_t l
 }
 
 quorl_status report(const Fault& fault) noexcept {
+    if (fault.status != QUORL_CORRUPT_MSG) return fail(fault.status, "read a message: %s", fault.what);
     if (fault.level == 0) {
         return fail(QUORL_CORRUPT_MSG, "corrupt message: %s, byte %u, field %u", fault.what, fault.at, fault.field);
     }
@@ -182,6 +187,12 @@ template <bool checked>
     head.nameLength = noName;
     if (first & headNamed) {
         if (!nameLength(at, &head.nameLength)) return false;
+        if (checked) {
+            const size_t bad = utf8::findInvalid({reinterpret_cast<const char*>(image_ + at), head.nameLength});
+            if (bad != std::string_view::npos) {
+                return this->bad("a name is not UTF-8", at + static_cast<uint32_t>(bad));
+            }
+        }
         at += head.nameLength + 1;
     }
     head.end = at;
@@ -223,6 +234,12 @@ template <bool checked>
         zeros = zeroBytes(load<uint64_t>(image + at + 1 + word));
         if (zeros == 0) return 0;
         nameLength = word;
+    }
+    if (checked) {
+        // Names that are not ASCII are looked at by the other one.
+        const uint64_t last = nameLength == 0 ? name : load<uint64_t>(image + at + 1 + word);
+        const uint64_t bytes = (last & upToZero(zeros)) | (nameLength == 0 ? 0 : name);
+        if ((bytes & utf8::highBits) != 0) return 0;
     }
     nameLength += firstZero(zeros);
     uint32_t value = at + 2 + nameLength;
@@ -360,11 +377,14 @@ template <bool checked>
     if (field.id == 0) return end;
     if (seen.idCount < Seen::fewIds) {
         const auto* last = seen.ids + seen.idCount;
-        if (std::find(static_cast<const uint16_t*>(seen.ids), last, field.id) != last) {
-            bad("two fields have the same id", field.head);
+        const auto* same = std::find(static_cast<const uint16_t*>(seen.ids), last, field.id);
+        if (same != last) {
+            if (sameNames(seen.heads[same - seen.ids], field.head)) return end;
+            bad(idUnderTwoNames, field.head);
             return wrong();
         }
         seen.ids[seen.idCount] = field.id;
+        seen.heads[seen.idCount] = field.head;
     }
     ++seen.idCount;
     return end;
@@ -400,12 +420,25 @@ bool Walk<checked>::whole(uint32_t count, Field* top, uint8_t* depth) noexcept {
         if (count != 0) fault_->field = count - 1;
         return false;
     }
-    return seen.idCount <= Seen::fewIds || uniqueIds(count);
+    return seen.idCount <= Seen::fewIds || oneNameForEachId(count);
+}
+
+// Whether the fields whose heads are at those offsets, and have been checked, have the same name, or both none.
+template <bool checked>
+bool Walk<checked>::sameNames(uint32_t one, uint32_t other) noexcept {
+    Walk<false> walk(image_, size_, base_, level_, fault_);
+    Walk<false>::Head a;
+    Walk<false>::Head b;
+    walk.anyHead(one, a);
+    walk.anyHead(other, b);
+    if (a.nameLength != b.nameLength) return false;
+    return a.nameLength == noName ||
+           std::memcmp(image_ + one + a.nameOffset, image_ + other + b.nameOffset, a.nameLength) == 0;
 }
 
 // Apart from whole, so that nested messages do not pile up its table on the stack.
 template <bool checked>
-[[gnu::noinline]] bool Walk<checked>::uniqueIds(uint32_t count) noexcept {
+[[gnu::noinline]] bool Walk<checked>::oneNameForEachId(uint32_t count) noexcept {
     uint64_t seen[0x10000 / 64] = {};
     Walk<false> walk(image_, size_, base_, level_, fault_);
     uint32_t at = headerSize;
@@ -414,14 +447,40 @@ template <bool checked>
         at = walk.read(at, field);
         if (field.id == 0) continue;
         const uint64_t bit = uint64_t{1} << (field.id % 64);
-        if (seen[field.id / 64] & bit) {
-            bad("two fields have the same id", field.head);
-            fault_->field = index;
-            return false;
-        }
+        if (seen[field.id / 64] & bit) return compareNamesOfIds(count);
         seen[field.id / 64] |= bit;
     }
     return true;
+}
+
+// For an image in which an id stands more than once.
+template <bool checked>
+[[gnu::noinline]] bool Walk<checked>::compareNamesOfIds(uint32_t count) noexcept {
+    constexpr size_t size = 0x10000 * sizeof(uint32_t);
+    auto* heads = static_cast<uint32_t*>(allocate(size));  // of the first field with each id; 0: none yet
+    if (heads == nullptr) {
+        bad("no memory to compare the names of its ids", 0);
+        fault_->status = QUORL_NO_MEMORY;
+        return false;
+    }
+    std::memset(heads, 0, size);
+    Walk<false> walk(image_, size_, base_, level_, fault_);
+    uint32_t at = headerSize;
+    Field field;
+    bool good = true;
+    for (uint32_t index = 0; good && index < count; ++index) {
+        at = walk.read(at, field);
+        if (field.id == 0) continue;
+        if (heads[field.id] == 0) {
+            heads[field.id] = field.head;
+        } else if (!sameNames(heads[field.id], field.head)) {
+            bad(idUnderTwoNames, field.head);
+            fault_->field = index;
+            good = false;
+        }
+    }
+    deallocate(heads);
+    return good;
 }
 
 template class Walk<true>;

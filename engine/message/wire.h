@@ -107,12 +107,14 @@ struct Fault {
     uint32_t at = 0;     // byte offset in the outermost image
     uint32_t field = 0;  // index in the message that the fault is in
     uint32_t level = 0;  // of that message; 0 for the outermost
+    quorl_status status = QUORL_CORRUPT_MSG;
 };
 
 // What the walk over a message has seen but does not keep field by field.
 struct Seen {
     static constexpr uint32_t fewIds = 16;  // that many are compared with each other as they come
     uint16_t ids[fewIds];
+    uint32_t heads[fewIds];  // of the first field with each of them
     uint32_t idCount = 0;
     uint8_t depth = 0;
 };
@@ -121,6 +123,9 @@ struct Seen {
 // images that have been checked: it reads the same without a test, and steps over messages inside without a look.
 template <bool checked>
 class Walk {
+    template <bool>
+    friend class Walk;
+
   public:
     // base: what the image's offset in the outermost image is; level: how many messages it is inside of.
     Walk(const uint8_t* image, uint32_t size, uint32_t base, uint32_t level, Fault* fault) noexcept
@@ -158,7 +163,9 @@ class Walk {
     bool padding(uint32_t& at, uint32_t alignment) noexcept;
     bool nameLength(uint32_t at, uint32_t* length) noexcept;
     bool inner(uint32_t at, uint32_t* size, uint8_t* depth) noexcept;
-    bool uniqueIds(uint32_t count) noexcept;
+    bool sameNames(uint32_t one, uint32_t other) noexcept;
+    bool oneNameForEachId(uint32_t count) noexcept;
+    bool compareNamesOfIds(uint32_t count) noexcept;
 
     const uint8_t* image_;
     uint32_t size_;

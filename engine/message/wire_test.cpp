@@ -115,7 +115,26 @@ TEST(Wire, EveryRuleOfAFieldIsChecked) {
         {bytesOf({0x82, 0, 0, 1}), 1, "an id is 0, byte 13, field 0"},
         {bytesOf({0x82, 1, 0, 1}), 1, nullptr},
         {bytesOf({0x82, 1}), 1, "a field's head is cut short, byte 13, field 0"},
-        {bytesOf({0x82, 1, 0, 1, 0x83, 1, 0, 1}), 2, "two fields have the same id, byte 16, field 1"},
+        // An id belongs to one name, or to fields without one.
+        {bytesOf({0x82, 1, 0, 1, 0x83, 1, 0, 1}), 2, nullptr},
+        {bytesOf({0xc2, 1, 0, 'a', 0, 1, 0xc3, 1, 0, 'a', 0, 1}), 2, nullptr},
+        {bytesOf({0xc2, 1, 0, 'a', 0, 1, 0xc3, 1, 0, 'b', 0, 1}), 2, "an id stands under two names, byte 18, field 1"},
+        {bytesOf({0xc2, 1, 0, 'a', 0, 1, 0xc3, 1, 0, 'a', 'a', 0, 1}), 2,
+         "an id stands under two names, byte 18, field 1"},
+        {bytesOf({0x82, 1, 0, 1, 0xc3, 1, 0, 0, 1}), 2, "an id stands under two names, byte 16, field 1"},
+        // Names are UTF-8.
+        {bytesOf({0x42, 0xc3, 0xa9, 0, 1}), 1, nullptr},
+        {bytesOf({0x42, 'n', 0xe9, 0, 1}), 1, "a name is not UTF-8, byte 14, field 0"},
+        {bytesOf({0x42, 0xc0, 0x80, 0, 1}), 1, "a name is not UTF-8, byte 13, field 0"},
+        {bytesOf({0x42, 0xed, 0xa0, 0x80, 0, 1}), 1, "a name is not UTF-8, byte 13, field 0"},
+        {bytesOf({0x42, 0xf0, 0x9f, 0x98, 0x80, 0, 1}), 1, nullptr},
+        {bytesOf({0x42, 0xf0, 0x9f, 0x98, 0, 1}), 1, "a name is not UTF-8, byte 13, field 0"},
+        {bytesOf({0x51}) + "12345678" + bytesOf({0xff, 0, 2, 'x', 'x', 17, 0, 17, 0, 17, 0}), 4,
+         "a name is not UTF-8, byte 21, field 0"},
+        {bytesOf({0x51}) + "1234567" + bytesOf({0xff, '9', 0, 2, 'x', 'x', 17, 0, 17, 0, 17, 0}), 4,
+         "a name is not UTF-8, byte 20, field 0"},
+        {bytesOf({0x51}) + "1234" + bytesOf({0xff, 0, 2, 'x', 'x', 17, 3, 1, 2, 3, 17, 3, 1, 2, 3}), 3,
+         "a name is not UTF-8, byte 17, field 0"},
         {bytesOf({0x42, 'a', 'b'}), 1, "a name has no end, byte 13, field 0"},
         {bytesOf({0x42}) + std::string(127, 'n') + '\0' + '\1', 1, nullptr},
         {bytesOf({0x42}) + std::string(128, 'n') + '\0' + '\1', 1, "a name has no end, byte 13, field 0"},
@@ -172,10 +191,15 @@ TEST(Wire, EveryRuleOfAFieldIsChecked) {
 
 TEST(Wire, ManyIdsAreComparedToo) {
     for (int same : {-1, 0, 15, 16, 199}) {
-        std::string fields;
-        for (int i = 0; i < 200; ++i) fields += bytesOf({0x82, 1 + i, i % 2, 0});
-        if (same >= 0) fields += bytesOf({0x82, 1 + same, same % 2, 0});
-        EXPECT_EQ(same < 0, refusal(imageAround(fields, same < 0 ? 200 : 201)).empty()) << same;
+        for (const char name : {'n', 'm'}) {
+            std::string fields;
+            for (int i = 0; i < 200; ++i) fields += bytesOf({0xc2, 1 + i, i % 2, 'n', 0, 0});
+            if (same >= 0) fields += bytesOf({0xc2, 1 + same, same % 2, name, 0, 0});
+            EXPECT_EQ(
+                same < 0 || name == 'n' ? "" : "corrupt message: an id stands under two names, byte 1212, field 200",
+                refusal(imageAround(fields, same < 0 ? 200 : 201)))
+                << same;
+        }
     }
 }
 

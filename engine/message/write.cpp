@@ -2,6 +2,7 @@
 #include "message/write.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "message/append.h"
 #include "message/field_faults.h"
@@ -117,6 +118,14 @@ Content* copyStart(const Content& from, uint32_t count, size_t bytes) noexcept {
     return copy;
 }
 
+// What a content that is copied to get room for bytes gets beside them: beyond the sizes that are kept, blocks double, so
+// that making a message large step by step stays linear.
+size_t spareRoom(const Content& from, size_t bytes) noexcept {
+    constexpr size_t keptSizes = 8192;
+    const size_t present = from.size + from.count * sizeof(Field);
+    return present + bytes > keptSizes && present > bytes ? present - bytes : 0;
+}
+
 // The most that the fields from first on may grow when they are moved.
 size_t paddingBehind(const Content& content, uint32_t first) noexcept {
     size_t most = 0;
@@ -124,9 +133,137 @@ size_t paddingBehind(const Content& content, uint32_t first) noexcept {
     return most;
 }
 
+// ---- changes in place -------------------------------------------------------------------------------------------
+
+// The content's fields from first on lie raised bytes (a multiple of the largest alignment) above where their records
+// say, the first of them at offset from. They move down to offset to, each with the padding that is right there. What
+// moves down moves no field up: a value's place never grows when what stands before it shrinks.
+void settle(Content& content, uint32_t first, uint32_t raised, uint32_t from, uint32_t to) noexcept {
+    uint8_t* const image = content.image;
+    uint32_t down = from - to;   // how far what comes next moves
+    uint32_t pieceStart = from;  // of the bytes that move in one piece; those before it are where they belong
+    const auto movePieceTo = [&](uint32_t end) {
+        if (down != 0) std::memmove(image + pieceStart - down, image + pieceStart, end - pieceStart);
+    };
+    for (uint32_t i = first; i < content.count; ++i) {
+        if ((raised | down) == 0) return;
+        Field& field = content.field(i);
+        const TypeInfo& info = typeInfo(field.type);
+        const uint32_t value = field.value + raised;
+        const uint32_t nameEnd = field.nameEnd() + raised;
+        field.head += raised - down;
+        if (down % info.alignment != 0) {
+            // An array of numbers or messages: none of them has a length that its count does not tell.
+            const uint32_t lengthsEnd = nameEnd + lengthsSize(info.kind, field.length, 0);
+            const uint32_t padded = wire::alignUp(lengthsEnd - down, info.alignment);
+            movePieceTo(lengthsEnd);
+            std::memset(image + lengthsEnd - down, 0, padded - (lengthsEnd - down));
+            pieceStart = value;
+            down = value - padded;
+        }
+        field.value = value - down;
+    }
+    const uint32_t end = content.size + raised;
+    movePieceTo(end);
+    content.size = end - down;
+}
+
+// The depth of a content of that depth before, in which field index was changed or what stood there removed.
+uint8_t depthAround(const Content& content, uint32_t index, uint8_t before) noexcept {
+    uint8_t deepest = 0;
+    for (uint32_t i = index; i-- > 0 && deepest < before;) deepest = std::max(deepest, content.field(i).depth);
+    for (uint32_t i = index; i < content.count && deepest < before; ++i) {
+        deepest = std::max(deepest, content.field(i).depth);
+    }
+    return deepest;
+}
+
+void removeInPlace(Content& content, uint32_t index) noexcept {
+    indexWithout(content, index);
+    const uint8_t depth = content.field(index).depth;
+    const uint32_t behind = content.end(index);
+    settle(content, index + 1, 0, behind, content.field(index).head);
+    Field* const last = content.top - content.count;
+    std::memmove(static_cast<void*>(last + 1), last, (content.count - index - 1) * sizeof(Field));
+    --content.count;
+    for (uint32_t i = index; i < std::min(content.count, wire::tailsKept); ++i) {
+        wire::keepTail(content.top, i, content.field(i).tail);
+    }
+    if (depth != 0 && depth == content.depth) content.depth = depthAround(content, index, depth);
+    content.stampHeader();
+}
+
+// The offset behind field index when it has that value.
+uint64_t endWith(const Content& content, uint32_t index, const Value& value) noexcept {
+    const uint32_t lengths = lengthsSize(value.kind, value.length, value.bytes);
+    const uint32_t start = content.field(index).nameEnd() + lengths;
+    return uint64_t{wire::alignUp(start, typeInfo(value.type).alignment)} + value.bytes;
+}
+
+// How far what stands behind field index is raised before it gets a value that ends there.
+uint32_t raiseFor(const Content& content, uint32_t index, uint64_t end) noexcept {
+    const uint32_t behind = content.end(index);
+    return end <= behind ? 0 : wire::alignUp(static_cast<uint32_t>(end) - behind, wire::imageAlignment);
+}
+
+void replaceInPlace(Content& content, uint32_t index, const Value& value) noexcept {
+    Field& field = content.field(index);
+    const uint8_t depth = field.depth;
+    const uint32_t behind = content.end(index);
+    const auto end = static_cast<uint32_t>(endWith(content, index, value));
+    const uint32_t raised = raiseFor(content, index, end);
+    if (raised != 0) {
+        std::memmove(content.image + behind + raised, content.image + behind, content.size - behind);
+    }
+    putValue(content.image, content.image + field.nameEnd(), value, field);
+    settle(content, index + 1, raised, behind + raised, end);
+    if (value.depth >= content.depth) {
+        content.depth = value.depth;
+    } else if (depth == content.depth) {
+        content.depth = depthAround(content, index, depth);
+    }
+    content.stampHeader();
+}
+
+// Whether the value, or a part of it, lies in the content's image.
+bool liesIn(const Content& content, const Value& value) noexcept {
+    const auto within = [&](const void* data) {
+        return std::less_equal<>()(content.image, static_cast<const uint8_t*>(data)) &&
+               std::less<>()(static_cast<const uint8_t*>(data), content.image + content.size);
+    };
+    if (value.kind == Kind::strings) {
+        const auto* texts = static_cast<const char* const*>(value.data);
+        return std::any_of(texts, texts + value.length, within);
+    }
+    if (value.kind == Kind::messages) {
+        const auto* images = static_cast<const Image*>(value.data);
+        return std::any_of(images, images + value.length, [&](const Image& image) { return within(image.bytes); });
+    }
+    return value.bytes != 0 && within(value.data);
+}
+
+// Whether a content that shrinks to that size is better copied than left in its block, which is as large as it was.
+bool leavesMuch(const Content& content, uint64_t size) noexcept {
+    const auto capacity = static_cast<uint64_t>(reinterpret_cast<const uint8_t*>(content.top) - content.image);
+    return !pool::recycles(content) && 8 * (size + content.count * sizeof(Field)) < capacity;
+}
+
 quorl_status replace(Slot& slot, uint32_t index, const Value& value) noexcept {
     const Content& old = *slot.content;
     const Field& source = old.field(index);
+    Change change(slot);
+    if (!change.begin()) return noMemory();
+    const uint64_t end = endWith(old, index, value);
+    if (end <= wire::maxSize) {
+        const uint32_t raised = raiseFor(old, index, end);
+        const uint64_t size = old.size + end - old.end(index);
+        if (uint64_t{old.size} + raised <= wire::maxSize && change.hasRoom(raised) && !leavesMuch(old, size) &&
+            !liesIn(old, value)) {
+            replaceInPlace(*slot.content, index, value);
+            change.commit();
+            return QUORL_OK;
+        }
+    }
     const uint32_t behind = old.count - index - 1;
     const size_t padding = paddingBehind(old, index + 1);
     const size_t most = fieldOverhead(source.nameLength) + value.bytes + padding;
@@ -134,9 +271,8 @@ quorl_status replace(Slot& slot, uint32_t index, const Value& value) noexcept {
     const uint64_t stays = old.size - (old.end(index) - source.nameEnd());
     const uint64_t least = stays + lengthsSize(value.kind, value.length, value.bytes) + value.bytes;
     if (least > wire::maxSize + padding || old.size + uint64_t{most} > UINT32_MAX) return tooLarge();
-    Content* fresh = copyStart(old, index, most + (behind + 1) * sizeof(Field));
-    if (fresh == nullptr) return noMemory();
-    Change change(slot);
+    const size_t spare = value.bytes > old.end(index) - source.value ? spareRoom(old, most) : 0;
+    Content* fresh = copyStart(old, index, most + spare + (behind + 1) * sizeof(Field));
     if (!change.replaceBy(fresh)) return noMemory();
 
     Field& field = fresh->field(index);
@@ -161,10 +297,7 @@ bool Change::moveToRoom(size_t bytes) noexcept {
         fresh_ = newContent(bytes);
         return fresh_ != nullptr;
     }
-    // Beyond the sizes that are kept, blocks double, so that building a large message stays linear.
-    constexpr size_t keptSizes = 8192;
-    const size_t present = from->size + from->count * sizeof(Field);
-    fresh_ = copyContent(*from, present + bytes > keptSizes ? std::max(bytes, present) : bytes);
+    fresh_ = copyContent(*from, bytes + spareRoom(*from, bytes));
     if (fresh_ == nullptr) return false;
     if (from->unshared() && fresh_->sizeClass > from->sizeClass) pool::outgrown(fresh_->sizeClass);
     return true;
@@ -192,7 +325,7 @@ quorl_status append(Slot& slot, const Name& name, uint16_t id, const Value& valu
     const Content* present = slot.content;
     if (id != 0 && present != nullptr) {
         const uint32_t other = findId(*present, id);
-        if (other != notFound) return idInUse(*present, other, id);
+        if (other != notFound && !sameName(*present, present->field(other), name)) return idInUse(*present, other, id);
     }
     const uint32_t size = present != nullptr ? present->size : wire::headerSize;
     const uint32_t before = size + headSize(name, id, value.type) + lengthsSize(value.kind, value.length, value.bytes);
@@ -214,7 +347,7 @@ quorl_status append(Slot& slot, const Name& name, uint16_t id, const Value& valu
     Slot* slot;
     Name checked;
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
-    if (quorl_status status = readName(name, &checked); status != QUORL_OK) return status;
+    if (quorl_status status = readNewName(name, &checked); status != QUORL_OK) return status;
     const TypeInfo& info = typeInfo(type);
     const quorl_status status = append(*slot, checked, id, {type, info.kind, 0, length, length * info.wireSize, data});
     return status == QUORL_OK ? status : inField(status, name, id);
@@ -246,14 +379,20 @@ quorl_status update(Slot& slot, const Name& name, uint16_t id, const Value& valu
 
 quorl_status remove(Slot& slot, uint32_t index) noexcept {
     const Content& old = *slot.content;
-    const size_t padding = paddingBehind(old, index);
-    if (old.size + uint64_t{padding} > UINT32_MAX) return tooLarge();
-    Content* fresh = copyStart(old, index, (old.count - index) * sizeof(Field) + padding);
-    if (fresh == nullptr) return noMemory();
     Change change(slot);
+    if (!change.begin()) return noMemory();
+    const bool canStay = change.hasRoom(0);
+    Content* fresh = nullptr;
+    if (!canStay || leavesMuch(old, old.size - (old.end(index) - old.field(index).head))) {
+        fresh = copyStart(old, index, (old.count - index) * sizeof(Field) + paddingBehind(old, index));
+    }
+    if (fresh == nullptr && canStay) {
+        removeInPlace(*slot.content, index);
+        change.commit();
+        return QUORL_OK;
+    }
     if (!change.replaceBy(fresh)) return noMemory();
     for (uint32_t i = index + 1; i < old.count; ++i) appendCopy(*fresh, old, i);
-    if (fresh->size > wire::maxSize) return tooLarge();  // the fields behind may need more padding than before
     fresh->stampHeader();
     change.commit();
     return QUORL_OK;

@@ -22,12 +22,14 @@ class Change {
     // Makes sure of bytes of free room in a content that is the slot's alone. False: no memory.
     bool needRoom(size_t bytes) noexcept {
         if (!handouts_.begin(slot_)) return false;
+        return hasRoom(bytes) || moveToRoom(bytes);
+    }
+
+    // Whether the content can be changed where it is and has bytes of free room; after begin.
+    bool begin() noexcept { return handouts_.begin(slot_); }
+    bool hasRoom(size_t bytes) const noexcept {
         const Content* content = slot_.content;
-        if (content != nullptr && content->unshared() && !handouts_.keepsContent() && content->room() >= bytes)
-            [[likely]] {
-            return true;
-        }
-        return moveToRoom(bytes);
+        return content != nullptr && content->unshared() && !handouts_.keepsContent() && content->room() >= bytes;
     }
 
     // The same where only subjects change.

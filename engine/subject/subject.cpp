@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "base/utf8.h"
 #include "quorl/quorl.h"
 
 namespace quorl::subject {
@@ -63,28 +64,6 @@ bool plainAscii(std::string_view text) {
     return !spoils(word, 0);
 }
 
-// The length of the UTF-8 sequence at text[at], whose first byte is above 0x7f; 0 when it is none. Overlong forms,
-// surrogates and values above U+10FFFF are none.
-size_t sequenceLength(std::string_view text, size_t at) {
-    auto byte = [&](size_t i) { return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0u; };
-    auto continues = [&](size_t i) { return (byte(i) & 0xc0) == 0x80; };
-    unsigned first = byte(0);
-    if (first >= 0xc2 && first <= 0xdf) return continues(1) ? 2 : 0;
-    if ((first & 0xf0) == 0xe0) {
-        if (!continues(1) || !continues(2)) return 0;
-        if (first == 0xe0 && byte(1) < 0xa0) return 0;
-        if (first == 0xed && byte(1) > 0x9f) return 0;
-        return 3;
-    }
-    if (first >= 0xf0 && first <= 0xf4) {
-        if (!continues(1) || !continues(2) || !continues(3)) return 0;
-        if (first == 0xf0 && byte(1) < 0x90) return 0;
-        if (first == 0xf4 && byte(1) > 0x8f) return 0;
-        return 4;
-    }
-    return 0;
-}
-
 // Takes the first element off the front of rest, and its separator.
 std::string_view takeElement(std::string_view& rest) {
     size_t dot = rest.find('.');
@@ -122,7 +101,7 @@ Form formOf(std::string_view text) noexcept {
                 ++at;
                 break;
             default: {
-                size_t length = static_cast<unsigned char>(text[at]) < 0x80 ? 1 : sequenceLength(text, at);
+                const size_t length = utf8::sequenceLength(text, at);
                 if (length == 0) return Form::malformed;
                 at += length;
             }

@@ -171,7 +171,7 @@ class Run {
         for (uint32_t fields = decide_.byte() % 4; fields > 0; --fields) {
             ModelField field = randomField(level + 1);
             for (const auto& other : model->fields) {
-                if (field.id == other.id) field.id = 0;
+                if (field.id == other.id && field.name != other.name) field.id = 0;
             }
             model->fields.push_back(std::move(field));
         }
@@ -394,8 +394,10 @@ class Run {
 
     void addField() {
         const ModelField field = randomField(0);
-        const bool taken = field.id != 0 && std::any_of(model_.fields.begin(), model_.fields.end(),
-                                                        [&](const ModelField& each) { return each.id == field.id; });
+        const bool taken =
+            field.id != 0 && std::any_of(model_.fields.begin(), model_.fields.end(), [&](const ModelField& each) {
+                return each.id == field.id && each.name != field.name;
+            });
         expect(taken ? QUORL_ID_IN_USE : QUORL_OK, add(message_.get(), field), "AddField answers otherwise");
         if (!taken) model_.fields.push_back(field);
     }
@@ -610,6 +612,72 @@ class Run {
         return deepest;
     }
 
+    // Several fields that are there, from the front, the back or anywhere.
+    void removeSome() {
+        const uint8_t from = decide_.byte() % 3;
+        for (uint32_t i = decide_.below(12); i > 0 && !model_.fields.empty() && wrong_ == nullptr; --i) {
+            const size_t last = model_.fields.size() - 1;
+            const size_t index = from == 0 ? 0 : from == 1 ? last : decide_.below(static_cast<uint32_t>(last + 1));
+            const auto at = model_.fields.begin() + static_cast<std::ptrdiff_t>(index);
+            const auto before =
+                std::count_if(model_.fields.begin(), at, [&](const ModelField& each) { return each.name == at->name; });
+            expect(QUORL_OK,
+                   quorlMsg_RemoveFieldInstance(message_.get(), text(at->name), static_cast<quorl_u32>(before) + 1),
+                   "a field that is there cannot be removed");
+            model_.fields.erase(at);
+            if (decide_.byte() % 2 == 0) lookUpAll();
+        }
+    }
+
+    // Every field by its name, its id and its instance.
+    void lookUpAll() {
+        for (size_t i = 0; i < model_.fields.size() && wrong_ == nullptr; ++i) {
+            const ModelField& each = model_.fields[i];
+            for (const quorl_u16 id : {quorl_u16{0}, each.id}) {
+                size_t index = 0;
+                quorl_u64 found = 0;
+                expect(locate(each.name, id, &index),
+                       _quorlMsg_GetFieldIndexAndType(message_.get(), text(each.name), &found, id),
+                       "a field that is there is not found");
+                expect(static_cast<quorl_u32>(found) == index + 1, "another field is found");
+            }
+        }
+        std::vector<std::optional<std::string>> seen;
+        for (size_t i = model_.fields.size(); i-- > 0 && seen.size() < 3;) {
+            seen.push_back(model_.fields[i].name);
+            const auto same = std::count_if(model_.fields.begin(), model_.fields.end(),
+                                            [&](const ModelField& each) { return each.name == seen.back(); });
+            quorl_u64 found = 0;
+            for (auto instance = static_cast<quorl_u32>(same); instance > 0 && wrong_ == nullptr; --instance) {
+                expect(QUORL_OK,
+                       _quorlMsg_GetFieldInstanceIndexAndType(message_.get(), text(seen.back()), instance, &found),
+                       "an instance that is there is not found");
+                expect(static_cast<quorl_u32>(found) == instanceOf(seen.back(), instance) + 1,
+                       "another instance is found");
+            }
+        }
+    }
+
+    // A field gets the value of another one of its type, straight from the message.
+    void updateFromOwnValue() {
+        if (model_.fields.empty()) return;
+        const size_t to = decide_.below(static_cast<uint32_t>(model_.fields.size()));
+        const size_t from = decide_.below(static_cast<uint32_t>(model_.fields.size()));
+        ModelField changed = model_.fields[from];
+        if (changed.type != model_.fields[to].type) return;
+        changed.name = model_.fields[to].name;
+        changed.id = model_.fields[to].id;
+        size_t index = 0;
+        if (locate(changed.name, changed.id, &index) != QUORL_OK || model_.fields[index].type != changed.type) return;
+        quorlMsgField field;
+        expect(QUORL_OK, quorlMsg_GetFieldByIndex(message_.get(), &field, static_cast<quorl_u32>(from)),
+               "GetFieldByIndex fails");
+        field.name = text(changed.name);
+        field.id = changed.id;
+        expect(QUORL_OK, quorlMsg_UpdateField(message_.get(), &field), "an update from an own value fails");
+        model_.fields[index] = changed;
+    }
+
     void rarely() {
         switch (decide_.byte() % 8) {
             case 0:
@@ -627,10 +695,16 @@ class Run {
                 compareSubjects(envelope, subjects);
                 return;
             }
-            case 2: {  // many fields, so that the index comes into play
+            case 2:  // many fields, so that the index comes into play
                 for (uint32_t i = decide_.below(40); i > 0; --i) addField();
                 return;
-            }
+            case 3:
+            case 4:
+                return removeSome();
+            case 5:
+                return lookUpAll();
+            case 6:
+                return updateFromOwnValue();
             default: {
                 const char* printed = nullptr;
                 expect(QUORL_OK, quorlMsg_ConvertToString(message_.get(), &printed), "ConvertToString fails");

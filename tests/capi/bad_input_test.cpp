@@ -156,6 +156,18 @@ TEST_F(BadInput, destroyedQueues) {
     EXPECT_EQ(event, 0u);
 }
 
+TEST_F(BadInput, namesAreUtf8) {
+    // Names are UTF-8; characters above U+FFFF may come as a virtual machine writes them.
+    for (const char* bad : {"\xff", "a\xe9", "\xc0\x80", "\xed\xa0\xbd", "\xed\xb8\x80\xed\xa0\xbd", "\xf0\x9f\x98"}) {
+        EXPECT_EQ(quorlQueue_SetName(queue, bad), QUORL_INVALID_NAME) << bad;
+        EXPECT_EQ(quorlTransport_SetDescription(transport, bad), QUORL_INVALID_ARG) << bad;
+    }
+    for (const char* good : {"\xc3\xa9", "\xf0\x9f\x98\x80", "\xed\xa0\xbd\xed\xb8\x80"}) {
+        EXPECT_EQ(quorlQueue_SetName(queue, good), QUORL_OK) << good;
+        EXPECT_EQ(quorlTransport_SetDescription(transport, good), QUORL_OK) << good;
+    }
+}
+
 TEST_F(BadInput, namesMayBeEmpty) {
     const char* name = nullptr;
     EXPECT_EQ(quorlQueue_SetName(queue, "x"), QUORL_OK);

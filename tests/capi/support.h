@@ -165,8 +165,9 @@ inline quorlMsg newMessage(const char* subject, int number = 0) {
 }
 
 inline quorl_status sendNumber(quorlTransport transport, const char* subject, int number) {
-    quorlMsg message = newMessage(subject, number);
-    const quorl_status status = quorlTransport_Send(transport, message);
+    quorlMsg message = newMessage("to.be.replaced", number);
+    quorl_status status = quorlMsg_SetSendSubject(message, subject);
+    if (status == QUORL_OK) status = quorlTransport_Send(transport, message);
     EXPECT_EQ(quorlMsg_Destroy(message), QUORL_OK);
     return status;
 }

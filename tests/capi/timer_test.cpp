@@ -1,4 +1,6 @@
 // Timers.
+#include <malloc.h>
+
 #include <cmath>
 #include <limits>
 
@@ -119,6 +121,27 @@ TEST_F(Timer, resetStartsItAnew) {
     EXPECT_EQ(quorlEvent_ResetTimerInterval(timer, 0), QUORL_OK);
     for (int i = 0; i < 100; ++i) ASSERT_EQ(quorlQueue_TimedDispatch(queue, 0), QUORL_OK);
     EXPECT_EQ(fired.size(), 102u);
+}
+
+// Each reset takes back the event that waits and puts another one into the queue.
+TEST_F(Timer, resettingItAgainAndAgainNeedsNoMemory) {
+    const quorlEvent zero = create(0, &fired);
+    const quorlEvent other = create(0, &fired);
+    const auto reset = [&](int times) {
+        for (int i = 0; i < times; ++i) {
+            ASSERT_EQ(quorlEvent_ResetTimerInterval(zero, 0), QUORL_OK);
+            if (i % 10 == 0) {
+                ASSERT_EQ(quorlEvent_ResetTimerInterval(other, i % 20 == 0 ? 3600 : 0), QUORL_OK);
+            }
+        }
+    };
+    reset(2'000);
+    const size_t before = mallinfo2().uordblks;
+    reset(200'000);
+    EXPECT_LT(mallinfo2().uordblks, before + (1u << 20));
+    EXPECT_LE(countOf(queue), 2u);
+    for (int i = 0; i < 100; ++i) ASSERT_EQ(quorlQueue_TimedDispatch(queue, 0), QUORL_OK);
+    EXPECT_EQ(fired.size(), 100u);
 }
 
 TEST_F(Timer, intervalsAreChecked) {

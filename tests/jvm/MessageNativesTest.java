@@ -484,6 +484,26 @@ class MessageNativesTest {
             assertEquals(2, count());
         }
 
+        /** Bytes are no addresses of strings, no messages, and no more than one number. */
+        @Test
+        void bytesAreNotTakenForTheArrayOfATypeOfTheLibrary() {
+            byte[] high = {-1, -2, -3, -4, -5, -6, -7, -8};
+            for (byte[] eight : List.of(new byte[8], bytes("12345678"), high)) {
+                assertStatus(QuorlException.INVALID_SIZE,
+                        () -> QuorlMsg.quorlMsg_AddUserType(m, (short) 47, NAME, 1, eight, 8, NO_ID, null));
+                assertStatus(QuorlException.INVALID_SIZE,
+                        () -> QuorlMsg.quorlMsg_UpdateUserTypeUTF(m, (short) 47, "x", eight, 8, NO_ID, null));
+                assertStatus(QuorlException.INVALID_MSG,
+                        () -> QuorlMsg.quorlMsg_AddUserType(m, (short) 48, NAME, 1, eight, 8, NO_ID, null));
+            }
+            for (int type = 34; type <= 43; type++) {
+                int code = type;
+                assertStatus(QuorlException.INVALID_SIZE,
+                        () -> QuorlMsg.quorlMsg_AddUserType(m, (short) code, NAME, 1, new byte[16], 16, NO_ID, null));
+            }
+            assertEquals(0, count());
+        }
+
         @Test
         void theGettersOfBytesDoNotAskForTheType() {
             byte[] xml = bytes("<a/>");

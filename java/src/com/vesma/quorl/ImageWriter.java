@@ -3,8 +3,9 @@ package com.vesma.quorl;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.util.Arrays;
-import java.util.HashSet;
-import java.util.Set;
+import java.util.HashMap;
+import java.util.Map;
+import java.util.Optional;
 
 /**
  * Writes the bytes of a message, with messages inside, so that one call makes all of it.
@@ -25,8 +26,8 @@ final class ImageWriter {
     private int[] starts = new int[4];
     private int[] counts = new int[4];
 
-    /** Ids of the fields of each, null for none yet. */
-    private Set<?>[] ids = new Set<?>[4];
+    /** The names by the ids of the fields of each, an empty Optional for a field without one; null for no ids yet. */
+    private Map<?, ?>[] ids = new Map<?, ?>[4];
 
     ImageWriter() {
         level = 0;
@@ -122,14 +123,16 @@ final class ImageWriter {
         }
     }
 
+    /** An id belongs to one name. */
     @SuppressWarnings("unchecked")
     private void claim(int id, byte[] name) {
-        Set<Integer> taken = (Set<Integer>) ids[open - 1];
+        Map<Integer, Optional<ByteBuffer>> taken = (Map<Integer, Optional<ByteBuffer>>) ids[open - 1];
         if (taken == null) {
-            taken = new HashSet<>();
+            taken = new HashMap<>();
             ids[open - 1] = taken;
         }
-        if (!taken.add(id)) {
+        Optional<ByteBuffer> own = Optional.ofNullable(name).map(ByteBuffer::wrap);
+        if (!taken.computeIfAbsent(id, unused -> own).equals(own)) {
             throw new QuorlException(QuorlException.ID_IN_USE,
                     MsgCore.describe(name == null ? null : Texts.decode(name, name.length), id));
         }

@@ -358,9 +358,9 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     /**
      * Sets the subject to send to.
      *
-     * @param subject 1 to 254 bytes of UTF-8, elements separated by dots, none empty; null takes it away
+     * @param subject 1 to 254 bytes of UTF-8, elements separated by dots, none empty, without wildcards; null takes it away
      * @return this message
-     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when it is malformed
+     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when it is malformed or has wildcards
      */
     public QuorlMsg setSendSubject(String subject) {
         byte[] bytes = Texts.cached(subject, "the subject");
@@ -394,7 +394,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      *
      * @param subject as {@link #setSendSubject} takes it
      * @return this message
-     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when it is malformed
+     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when it is malformed or has wildcards
      */
     public QuorlMsg setReplySubject(String subject) {
         byte[] bytes = Texts.cached(subject, "the subject");

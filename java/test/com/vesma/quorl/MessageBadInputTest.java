@@ -143,7 +143,7 @@ class MessageBadInputTest {
 
     private void duplicateId() {
         refused(QuorlException.ID_IN_USE, ": field id 7: STRING \"x\" has the id of field number 0, I32", m -> m.addString("x", 7, "y"));
-        refused(QuorlException.ID_IN_USE, ": field id 8: I32 without a name has the id of field number 6, U64", m -> m.addI32(null, 8, 1));
+        refused(QuorlException.ID_IN_USE, ": field id 7: I32 without a name has the id of field number 0, I32", m -> m.addI32(null, 7, 1));
         refused(QuorlException.ID_CONFLICT, ": field \"s\" id 7", m -> m.updateI32("s", 7, 1));
         argument("a field's id is 1 to 65535, or 0 for none, not 65536", m -> m.addI32("x", 65_536, 1));
         argument("a field's id is 1 to 65535, or 0 for none, not -1", m -> m.updateString("x", -1, "y"));

@@ -169,8 +169,8 @@ class QuorlListenerTest extends OpenLibrary {
         try (QuorlMsg message = new QuorlMsg()) {
             assertNull(message.getSendSubject());
             assertStatus(QuorlException.INVALID_SUBJECT, () -> transport.send(message));
-            message.setSendSubject("a.*");
-            assertStatus(QuorlException.INVALID_SUBJECT, () -> transport.send(message));
+            assertStatus(QuorlException.INVALID_SUBJECT, () -> message.setSendSubject("a.*"));
+            assertStatus(QuorlException.INVALID_SUBJECT, () -> message.setReplySubject("a.>"));
         }
     }
 }

@@ -152,6 +152,12 @@ class QuorlMsgTest {
         assertEquals(4, message.getFields("a").get(1).getValue());
         assertTrue(message.getFields("c").isEmpty());
         assertStatus(QuorlException.ID_IN_USE, () -> message.addI32("d", 7, 5));
+        message.addI32("b", 7, 6);  // an id belongs to a name: under it a further field comes
+        assertEquals(2, message.getI32(7));
+        assertEquals(6, message.getFields("b").get(1).getValue());
+        try (QuorlMsg again = QuorlMsg.fromJson(message.toJson())) {
+            assertArrayEquals(message.toBytes(), again.toBytes());
+        }
         assertStatus(QuorlException.NOT_FOUND, () -> message.getI32("c"));
         assertStatus(QuorlException.NOT_FOUND, () -> message.getI32(9));
         assertStatus(QuorlException.NOT_FOUND, () -> message.getString("c"));
