@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "base/status.h"
 
@@ -15,16 +16,16 @@ namespace {
 class File {
   public:
     explicit File(const std::string& text) {
-        const int file = mkstemp(path_);
+        const int file = mkstemp(path_.data());
         EXPECT_GE(file, 0);
         EXPECT_EQ(write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
         close(file);
     }
-    ~File() { unlink(path_); }
-    const char* path() const { return path_; }
+    ~File() { unlink(path_.c_str()); }
+    const char* path() const { return path_.c_str(); }
 
   private:
-    char path_[32] = "/tmp/quorl-parameters-XXXXXX";
+    std::string path_ = (std::filesystem::temp_directory_path() / "quorl-parameters-XXXXXX").string();
 };
 
 quorl_status read(ParameterSet& set, const std::string& text) {

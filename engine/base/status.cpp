@@ -8,6 +8,7 @@
 #include <iterator>
 #include <utility>
 
+#include "base/c_locale.h"
 #include "base/forked.h"
 
 namespace quorl {
@@ -113,6 +114,7 @@ quorl_status fail(quorl_status status, const char* format, ...) noexcept {
     }
     va_list arguments;
     va_start(arguments, format);
+    const CLocale locale;
     std::vsnprintf(mine.text, textSize, format, arguments);
     va_end(arguments);
     return status;
@@ -124,6 +126,7 @@ quorl_status failWithin(quorl_status status, const char* format, ...) noexcept {
     std::memcpy(inner, text, textSize);
     va_list arguments;
     va_start(arguments, format);
+    const CLocale locale;
     const int written = std::vsnprintf(text, textSize, format, arguments);
     va_end(arguments);
     const size_t used = written < 0 ? 0 : static_cast<size_t>(written);

@@ -5,6 +5,7 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "base/c_locale.h"
 #include "base/status.h"
 
 namespace quorl::message {
@@ -69,6 +70,7 @@ struct NoConversion {
         const TypeText is(found);
         const TypeText asked(wanted);
         char value[32];
+        const CLocale locale;
         if (!isNumber(wanted) || !writeNumber(value, sizeof value)) {
             std::snprintf(text, size, "%s: it is %s, not %s", which.text, is.text, asked.text);
         } else {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 
 #include "support.h"
@@ -16,11 +17,10 @@ namespace {
 class File {
   public:
     explicit File(const std::string& text) {
-        char name[] = "/tmp/quorl-parameters.XXXXXX";
-        const int descriptor = mkstemp(name);
+        path_ = (std::filesystem::temp_directory_path() / "quorl-parameters.XXXXXX").string();
+        const int descriptor = mkstemp(path_.data());
         EXPECT_GE(descriptor, 0);
         close(descriptor);
-        path_ = name;
         std::ofstream(path_) << text;
     }
     ~File() { unlink(path_.c_str()); }
@@ -352,12 +352,12 @@ TEST_F(Environment, aDefaultDaemonIsNotInThisProcess) {
     ASSERT_EQ(quorl_Open(), QUORL_OK);
     EXPECT_EQ(quorl_IsIPM(), QUORL_TRUE);
     ASSERT_EQ(quorl_Close(), QUORL_OK);
-    ASSERT_EQ(setParameter("daemon=localhost:1"), QUORL_OK);
+    ASSERT_EQ(setParameter("daemon=127.0.0.1:1"), QUORL_OK);
     ASSERT_EQ(quorl_Open(), QUORL_OK);
     EXPECT_EQ(quorl_IsIPM(), QUORL_FALSE);
     quorlTransport transport = 0;
     EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, nullptr), QUORL_DAEMON_NOT_FOUND);
-    EXPECT_NE(std::string(quorl_LastErrorText()).find("localhost:1"), std::string::npos);
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("127.0.0.1:1"), std::string::npos);
     EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, ""), QUORL_OK);
 }
 

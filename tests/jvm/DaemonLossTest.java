@@ -201,7 +201,7 @@ class DaemonLossTest {
     @Test
     void aCircuitBringsEverythingHomeWhenTheDaemonIsBack() throws Exception {
         try (NatsServer server = new NatsServer(""); QuorlQrdTransport here = new QuorlQrdTransport(null, null, server.url());
-                QuorlQrdTransport there = new QuorlQrdTransport(null, null, "nats://localhost:" + server.port());
+                QuorlQrdTransport there = new QuorlQrdTransport(null, null, "nats://127.1:" + server.port());
                 QuorlVcTransport accepting = QuorlVcTransport.accept(here);
                 QuorlVcTransport connecting = QuorlVcTransport.connect(there, accepting.getConnectSubject());
                 QuorlQueue queue = new QuorlQueue()) {

@@ -2,6 +2,10 @@
 # Runs JUnit under -Xcheck:jni and fails when the machine warns: run.sh NAME BUILD_DIR JUNIT_PATH [console options]
 # The report is BUILD_DIR/reports/NAME.xml.
 set -eu
+# Java finds files whose names are not ASCII only in a locale that can spell them.
+case $0 in
+    *[!\ -~]*) export LC_ALL=C.UTF-8 ;;
+esac
 name=$1 build=$2 junit=$3
 shift 3
 source=$(cd "$(dirname "$0")/../.." && pwd)
@@ -11,7 +15,7 @@ trap 'rm -rf "$out" "$reports"' EXIT
 status=0
 # The machine keeps references to its compiler threads; their number is held still, since tests count references.
 java -Xcheck:jni -XX:-UseDynamicNumberOfCompilerThreads -Xmx512m \
-    -Dcom.vesma.quorl.library="$build/lib" -Dquorl.jar="$build/java/quorl.jar" -Dquorl.source="$source" \
+    -Djava.io.tmpdir="${TMPDIR:-/tmp}" -Dcom.vesma.quorl.library="$build/lib" -Dquorl.jar="$build/java/quorl.jar" -Dquorl.source="$source" \
     -cp "$build/java/classes:$build/java/test-classes:$junit" \
     org.junit.platform.console.ConsoleLauncher --disable-banner --details=tree --disable-ansi-colors \
     --reports-dir="$reports" "$@" >"$out" 2>&1 || status=$?

@@ -450,7 +450,7 @@ TEST(MixedSizes, ofSeveralSendersArriveWholeAndInOrder) {
         settleOn(receiver);
         // Each way of writing the address is a connection of its own; two senders share the last one's, with one transport each.
         const std::string port = std::to_string(server.port());
-        const std::vector<std::string> addresses{"127.0.0.1:" + port, "localhost:" + port,
+        const std::vector<std::string> addresses{"127.0.0.1:" + port, "127.1:" + port,
                                                  "nats://127.0.0.1:" + port + ",127.0.0.1:" + port, server.url(),
                                                  server.url()};
         constexpr int messages = 64;

@@ -21,6 +21,7 @@
 #include <cstring>
 #include <new>
 
+#include "base/c_locale.h"
 #include "base/clock.h"
 
 namespace quorl::transport::nats {
@@ -181,6 +182,7 @@ std::unique_ptr<Link> Link::connect(const Server& server, int64_t deadline, std:
     addrinfo* found = nullptr;
     const int error = getaddrinfo(server.host.c_str(), std::to_string(server.port).c_str(), &wanted, &found);
     if (error != 0) {
+        const CLocale locale;
         *why = std::string("the host is not known (") + gai_strerror(error) + ")";
         return nullptr;
     }

@@ -8,6 +8,7 @@ import java.time.Instant;
 import java.util.Arrays;
 import java.util.Base64;
 import java.util.HashMap;
+import java.util.Locale;
 import java.util.Map;
 
 /**
@@ -115,7 +116,7 @@ final class JsonWriting {
         if (seconds >= Instant.MIN.getEpochSecond() && seconds <= Instant.MAX.getEpochSecond()) {
             return ImageValues.dateTime(image, field).toString();
         }
-        return String.format("@%d.%09d", seconds, (int) Wire.I32.get(image.bytes, at + 8));
+        return String.format(Locale.ROOT, "@%d.%09d", seconds, (int) Wire.I32.get(image.bytes, at + 8));
     }
 
     private static void number(JsonWriter out, int type, byte[] b, int at) throws IOException {

@@ -3,6 +3,7 @@ package com.vesma.quorl;
 import java.lang.invoke.MethodHandles;
 import java.lang.invoke.VarHandle;
 import java.util.ConcurrentModificationException;
+import java.util.Locale;
 import java.util.Objects;
 import java.util.Set;
 import java.util.concurrent.locks.LockSupport;
@@ -283,7 +284,7 @@ abstract class MsgCore {
             for (int i = 0; i < Math.min(name.length(), Wire.NAME_MAX); i++) {
                 char c = name.charAt(i);
                 if (c < ' ' || Texts.isHalf(name, i)) {
-                    text.append(String.format("\\u%04x", (int) c));
+                    text.append(String.format(Locale.ROOT, "\\u%04x", (int) c));
                 } else {
                     text.append(c);
                 }

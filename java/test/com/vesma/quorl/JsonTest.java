@@ -13,6 +13,7 @@ import java.net.URLClassLoader;
 import java.nio.file.Path;
 import java.time.Instant;
 import java.util.List;
+import java.util.Locale;
 import org.junit.jupiter.api.Test;
 
 /** Messages go to JSON and come back byte for byte: every form that JSON has for them, and what is refused. */
@@ -22,6 +23,17 @@ class JsonTest {
             assertEquals(expected, m.toJson());
             assertEquals(expected, m.view().toJson());
             assertArrayEquals(m.toBytes(), again.toBytes());
+        }
+    }
+
+    @Test
+    void digitsAreTheSameInEveryLocale() {
+        Locale before = Locale.getDefault();
+        Locale.setDefault(Locale.forLanguageTag("ar-EG-u-nu-arab"));
+        try (QuorlMsg m = QuorlMsg.fromJson("{\"far:datetime\":\"@9223372036854775807.000000001\",\"\u0001:f64\":0.5}")) {
+            assertEquals("{\"far:datetime\":\"@9223372036854775807.000000001\",\"\\u0001:f64\":0.5}", m.toJson());
+        } finally {
+            Locale.setDefault(before);
         }
     }
 

@@ -198,7 +198,7 @@ final class DoctorCommand implements Callable<Integer> {
             try (QuorlQrdTransport through =
                     new QuorlQrdTransport(transport.service, transport.network, transport.daemon)) {
                 if (comesBack(through)) {
-                    ok("connection", String.format("a message came back after %.1f ms, connecting included",
+                    ok("connection", String.format(Locale.ROOT, "a message came back after %.1f ms, connecting included",
                             (System.nanoTime() - start) / 1e6));
                 } else {
                     wrong("connection", "a message did not come back within " + PATIENCE.toSeconds() + " s",
@@ -284,9 +284,9 @@ final class DoctorCommand implements Callable<Integer> {
             }
             line.append('}');
         } else {
-            line.append(String.format("%-6s %-12s %s", finding.state.name().toLowerCase(Locale.ROOT), finding.about,
+            line.append(String.format(Locale.ROOT, "%-6s %-12s %s", finding.state.name().toLowerCase(Locale.ROOT), finding.about,
                     finding.text));
-            if (finding.advice != null) line.append(String.format("%n%20s-> %s", "", finding.advice));
+            if (finding.advice != null) line.append(String.format(Locale.ROOT, "%n%20s-> %s", "", finding.advice));
         }
         spec.commandLine().getOut().println(line);
     }

@@ -1,5 +1,7 @@
 package com.vesma.quorl.cli;
 
+import java.util.Locale;
+
 /** Writes texts as JSON. The library writes the messages. */
 final class Json {
     private Json() {}
@@ -21,7 +23,7 @@ final class Json {
                     if (pair) {
                         out.append(c).append(text.charAt(++i));
                     } else if (c < 0x20 || c == 0x7f || Character.isSurrogate(c) || c == '\u2028' || c == '\u2029') {
-                        out.append(String.format("\\u%04x", (int) c));
+                        out.append(String.format(Locale.ROOT, "\\u%04x", (int) c));
                     } else {
                         out.append(c);
                     }

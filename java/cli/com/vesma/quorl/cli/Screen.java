@@ -6,6 +6,7 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
+import java.util.Locale;
 import java.util.concurrent.TimeUnit;
 
 /** A block of lines on a terminal that is redrawn in place with ANSI sequences. */
@@ -30,7 +31,7 @@ final class Screen implements AutoCloseable {
 
     void draw(List<String> lines) {
         StringBuilder frame = new StringBuilder();
-        if (drawn > 0) frame.append(String.format(UP, drawn));
+        if (drawn > 0) frame.append(String.format(Locale.ROOT, UP, drawn));
         frame.append('\r');
         for (String line : lines) frame.append(line).append(ERASE_TO_END_OF_LINE).append('\n');
         frame.append(ERASE_BELOW);

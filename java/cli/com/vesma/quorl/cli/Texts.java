@@ -1,5 +1,7 @@
 package com.vesma.quorl.cli;
 
+import java.util.Locale;
+
 /** Small pieces of text that several commands print. */
 final class Texts {
     /** Characters of somebody's text that a complaint repeats. */
@@ -19,7 +21,7 @@ final class Texts {
         for (int i = 0; i < end; i++) {
             char c = text.charAt(i);
             if (Character.isISOControl(c)) {
-                quoted.append(String.format("\\u%04x", (int) c));
+                quoted.append(String.format(Locale.ROOT, "\\u%04x", (int) c));
             } else {
                 quoted.append(c);
             }
