@@ -3,7 +3,7 @@
 # run.sh BUILD_DIR NAME CLASS_PATH TEST_CLASSES [java option ...]
 set -eu
 # Java finds files whose names are not ASCII only in a locale that can spell them.
-case $0 in
+case "$0 $*" in
     *[!\ -~]*) export LC_ALL=C.UTF-8 ;;
 esac
 build=$1 name=$2 path=$3 classes=$4

@@ -3,7 +3,7 @@
 # The report is BUILD_DIR/reports/NAME.xml.
 set -eu
 # Java finds files whose names are not ASCII only in a locale that can spell them.
-case $0 in
+case "$0 $*" in
     *[!\ -~]*) export LC_ALL=C.UTF-8 ;;
 esac
 name=$1 build=$2 junit=$3

@@ -4,7 +4,7 @@
 # The machine handles faults of its own, exits with threads running, and frees little as it ends.
 set -eu
 # Java finds files whose names are not ASCII only in a locale that can spell them.
-case $0 in
+case "$0 $*" in
     *[!\ -~]*) export LC_ALL=C.UTF-8 ;;
 esac
 name=$1 build=$2 compiler=$3 junit=$4
