@@ -77,6 +77,8 @@ Outcome apply(Parameters& to, std::string_view name, std::string_view value) {
         good = readNumber(value, &to.dispatchSpin) && to.dispatchSpin <= 1000;
     } else if (name == "circuit.timeout") {
         good = readSeconds(value, &to.circuitTimeout) && to.circuitTimeout >= 0.1;
+    } else if (name == "advisory.interval") {
+        good = readSeconds(value, &to.advisoryInterval) && to.advisoryInterval <= 86400;
     } else {
         return Outcome::unknownName;
     }
@@ -87,7 +89,7 @@ bool same(const Parameters& a, const Parameters& b) noexcept {
     return a.daemon == b.daemon && a.service == b.service && a.network == b.network &&
            a.connectTimeout == b.connectTimeout && a.reconnectBuffer == b.reconnectBuffer &&
            a.queueLimit == b.queueLimit && a.queueHighwater == b.queueHighwater && a.dispatchSpin == b.dispatchSpin &&
-           a.circuitTimeout == b.circuitTimeout;
+           a.circuitTimeout == b.circuitTimeout && a.advisoryInterval == b.advisoryInterval;
 }
 
 // Splits at the first '='. False when there is none or no name before it.

@@ -21,6 +21,7 @@ struct Parameters {
     uint32_t queueHighwater = 100'000;    // events; 0 for none
     uint32_t dispatchSpin = 20;           // microseconds
     double circuitTimeout = 10.0;         // seconds
+    double advisoryInterval = 1.0;        // seconds
 };
 
 // Settings as they were given, of which the later win; and the values that they make.

@@ -11,9 +11,9 @@
 #include "base/environment.h"
 #include "base/registry.h"
 #include "base/status.h"
+#include "event/alarm.h"
 #include "event/group.h"
 #include "event/queue.h"
-#include "event/trouble.h"
 
 namespace quorl::event {
 namespace {
@@ -220,8 +220,8 @@ quorl_status dispatchQueue(uint32_t id, double timeout) noexcept {
         const uint64_t seen = queue.ring.begin();
         queue.front.lock.unlock();
         if (found) {
-            if (taken.calm) [[unlikely]]
-                settle(queue);
+            if (taken.cleared) [[unlikely]]
+                clearAlarms(queue);
             return run(*thread, taken, batch);
         }
         if (deadline.polls()) return fail(QUORL_TIMEOUT, "no event waits in queue %u", id);
@@ -291,8 +291,8 @@ quorl_status dispatchGroup(uint32_t id, double timeout) noexcept {
             }
         }
         if (taken.event != nullptr) {
-            if (taken.calm) [[unlikely]]
-                settle(*queue);
+            if (taken.cleared) [[unlikely]]
+                clearAlarms(*queue);
             const quorl_status status = run(*thread, taken, batch);
             registry::unpin(*thread, queue);
             return status;

@@ -8,8 +8,8 @@
 #include "base/environment.h"
 #include "base/registry.h"
 #include "base/status.h"
+#include "event/alarm.h"
 #include "event/group.h"
-#include "event/trouble.h"
 
 namespace quorl::event {
 namespace {
@@ -57,32 +57,33 @@ void dropContent(message::Content* content) noexcept {
 }
 
 // Counts an entry that a limit dropped, and that was just taken out of the ring. False: it was dead.
-bool drop(Queue& queue, const Entry& entry, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
+bool drop(Queue& queue, const Entry& entry, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     auto content = message::ContentRef::adopt(entry.content);
     Event* event = liveEvent(entry);
     if (event == nullptr) return false;
     ++event->front.taken;
     if (event->kind == Kind::timer) event->front.waiting.store(false, std::memory_order_relaxed);
-    lose(queue, *event, std::move(content), trouble);
+    lose(queue, *event, std::move(content), change);
     return true;
 }
 
-void dropFirst(Queue& queue, uint64_t amount, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
+void dropFirst(Queue& queue, uint64_t amount, AlarmChange* change) noexcept
+    REQUIRES(queue.front.lock, queue.back.lock) {
     uint64_t removed = queue.front.removed.load(std::memory_order_relaxed);
     Entry entry;
     while (amount != 0 && queue.ring.take(&entry)) {
-        if (!drop(queue, entry, trouble)) continue;
+        if (!drop(queue, entry, change)) continue;
         --amount;
         queue.front.removed.store(++removed, std::memory_order_release);
     }
 }
 
-void dropLast(Queue& queue, uint64_t amount, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
+void dropLast(Queue& queue, uint64_t amount, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     uint64_t removed = queue.front.removed.load(std::memory_order_relaxed);
     Entry entry;
     queue.timedPosition.store(Queue::untimed, std::memory_order_relaxed);
     while (amount != 0 && queue.ring.takeLast(&entry)) {
-        if (drop(queue, entry, trouble)) {
+        if (drop(queue, entry, change)) {
             --amount;  // its place at the end is free: removed stays
         } else {
             // A dead entry was counted as removed when it died, and its place is given back too.
@@ -92,16 +93,16 @@ void dropLast(Queue& queue, uint64_t amount, Trouble* trouble) noexcept REQUIRES
 }
 
 // Makes room by the queue's policy. False: the arriving event is to be dropped.
-bool makeRoom(Queue& queue, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
+bool makeRoom(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     const Limit limit = queue.back.limit;
     const uint64_t waiting = queue.ring.backCount() - queue.front.removed.load(std::memory_order_relaxed);
     if (limit.policy == QUORLQUEUE_DISCARD_NONE || waiting < limit.maxEvents) return true;
     switch (limit.policy) {
         case QUORLQUEUE_DISCARD_FIRST:
-            dropFirst(queue, limit.discardAmount, trouble);
+            dropFirst(queue, limit.discardAmount, change);
             return true;
         case QUORLQUEUE_DISCARD_LAST:
-            dropLast(queue, limit.discardAmount, trouble);
+            dropLast(queue, limit.discardAmount, change);
             return true;
         default:
             return false;
@@ -175,7 +176,7 @@ bool admits(Queue& queue, Event& event, uint32_t expectedEpoch) noexcept REQUIRE
 
 // The slow road of push: the queue may be full, or beyond its mark.
 bool pushSlowly(Queue& queue, Event& event, uint32_t expectedEpoch, message::ContentRef content) noexcept {
-    Trouble trouble;
+    AlarmChange change;
     AfterPush after;
     bool admitted;
     {
@@ -183,26 +184,27 @@ bool pushSlowly(Queue& queue, Event& event, uint32_t expectedEpoch, message::Con
         Lock backLock(queue.back.lock);
         admitted = admits(queue, event, expectedEpoch);
         if (admitted) {
-            if (!makeRoom(queue, &trouble)) {
-                lose(queue, event, std::move(content), &trouble);
+            if (!makeRoom(queue, &change)) {
+                lose(queue, event, std::move(content), &change);
             } else if (!queue.ring.reserve()) {
                 ++queue.back.refused;
             } else {
                 if (event.kind == Kind::timer) event.front.waiting.store(true, std::memory_order_relaxed);
                 const uint32_t tag = event.kind == Kind::timer ? event.front.epoch : event.vectorTag;
                 place(queue, event, tag, content.release(), &after);
-                lookAtMark(queue, &trouble);
+                lookAtMark(queue, &change);
             }
             queue.back.removedSeen = queue.front.removed.load(std::memory_order_relaxed);
-            trouble.waiting = queue.ring.backCount() - queue.back.removedSeen;
-            if (trouble.waiting > queue.back.mostWaiting) {
-                queue.back.mostWaiting = trouble.waiting;
+            const uint64_t waiting = queue.ring.backCount() - queue.back.removedSeen;
+            if (waiting > queue.back.mostWaiting) {
+                queue.back.mostWaiting = waiting;
                 queue.back.countAt = std::min(queue.back.mostWaiting, queue.back.lookAt);
             }
+            complete(queue, &change);
         }
     }
     finish(queue, after);
-    if (trouble.any()) tell(queue, trouble);
+    if (change.any()) tell(queue, change);
     return admitted;
 }
 
@@ -316,8 +318,8 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
     const uint64_t reached = queue.ring.begin() + (event->kind == Kind::vectorListener ? batch->count - 1 : 0);
     if (const uint64_t timed = queue.timedPosition.load(std::memory_order_acquire); timed < reached) [[unlikely]]
         endTiming(queue, timed, queue.ring.begin() - 1);
-    if (queue.front.calmBelow != 0) [[unlikely]]
-        taken->calm = queue.waiting() < queue.front.calmBelow;
+    if (queue.front.clearBelow != 0) [[unlikely]]
+        taken->cleared = queue.waiting() < queue.front.clearBelow;
     return true;
 }
 
@@ -325,14 +327,14 @@ Histogram::Summary dispatchLag() noexcept {
     return lag.read(monotonicNow());
 }
 
-void trim(Queue& queue, Trouble* trouble) noexcept {
+void trim(Queue& queue, AlarmChange* change) noexcept {
     const Limit limit = queue.back.limit;
     const uint64_t waiting = queue.ring.backCount() - queue.front.removed.load(std::memory_order_relaxed);
     if (limit.policy == QUORLQUEUE_DISCARD_NONE || waiting <= limit.maxEvents) return;
     if (limit.policy == QUORLQUEUE_DISCARD_FIRST) {
-        dropFirst(queue, waiting - limit.maxEvents, trouble);
+        dropFirst(queue, waiting - limit.maxEvents, change);
     } else {
-        dropLast(queue, waiting - limit.maxEvents, trouble);
+        dropLast(queue, waiting - limit.maxEvents, change);
     }
 }
 
@@ -359,26 +361,26 @@ Event* closeEvent(uint32_t id) noexcept {
     auto* event = registry::find<Event>(id);
     if (event == nullptr) return nullptr;
     Queue& queue = *event->queue;
-    bool calm = false;
-    Trouble over;
+    bool cleared = false;
+    AlarmChange change;
     {
         Lock front(queue.front.lock);
         Lock back(queue.back.lock);
         if (registry::close(id, QUORL_OBJECT_EVENT) == nullptr) return nullptr;
         event->back.closed = true;
-        endSlow(queue, *event, &over);
+        endSlow(queue, *event, &change);
         const uint64_t dead = event->back.pushed - event->front.taken;
         if (dead != 0 && !queue.back.closed) {
             event->front.taken += dead;
             queue.front.removed.store(queue.front.removed.load(std::memory_order_relaxed) + dead,
                                       std::memory_order_release);
-            calm = queue.waiting() < queue.front.calmBelow;
+            cleared = queue.waiting() < queue.front.clearBelow;
             const uint64_t entries = queue.ring.backCount() - queue.ring.begin();
             if (entries <= fewEntries || deadEntries(queue) >= entries / 2) dropDead(queue);
         }
     }
-    if (over.any()) tell(queue, over);
-    if (calm) settle(queue);
+    if (change.any()) tell(queue, change);
+    if (cleared) clearAlarms(queue);
     return event;
 }
 

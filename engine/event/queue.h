@@ -10,6 +10,7 @@
 #include "base/histogram.h"
 #include "base/mutex.h"
 #include "base/record.h"
+#include "event/alarm_state.h"
 #include "event/event.h"
 #include "event/ring.h"
 #include "event/wait_list.h"
@@ -24,7 +25,7 @@ struct Taken {
     Event* event = nullptr;  // pinned on the taking thread
     message::Content* content = nullptr;
     uint32_t tag = 0;
-    bool calm = false;  // the queue's trouble seems over: settle it once no lock is held
+    bool cleared = false;  // the queue's alarms seem over: clearAlarms once no lock is held
 };
 
 // The messages of one call of a vector callback.
@@ -34,20 +35,7 @@ struct Batch {
     std::array<message::Content*, QUORL_VECTOR_MAX> contents;
 };
 
-struct Limit {
-    quorlQueueLimitPolicy policy = QUORLQUEUE_DISCARD_NONE;
-    uint32_t maxEvents = 0;
-    uint32_t discardAmount = 0;
-};
-
-struct Trouble;
-
-// A listener that lost messages since the queue's limit began to drop.
-struct SlowListener {
-    Event* event;  // closeEvent takes it out of the list
-    uint64_t lost;
-    int64_t began;  // nanoseconds on the monotonic clock
-};
+struct AlarmChange;
 
 // Locks, in the order in which they are taken: a group's lock, the front lock, the back lock. No lock of a queue is held
 // while a timer's is taken.
@@ -73,13 +61,8 @@ struct Queue : Record {
         // The highest count ever, as seen whenever the queue looked longer than before.
         uint64_t mostWaiting GUARDED_BY(lock) = 0;
         uint64_t refused GUARDED_BY(lock) = 0;  // events that found no memory
-        // Trouble; see trouble.h. Written under both locks.
-        uint32_t highWater = 0;                           // events; 0: no mark. Set once, before the queue is known.
-        bool losing GUARDED_BY(lock) = false;             // the limit drops
-        bool high GUARDED_BY(lock) = false;               // beyond the mark
-        uint64_t lostSince GUARDED_BY(lock) = 0;          // while losing: events dropped, advisories not counted
-        int64_t troubleBegan GUARDED_BY(lock) = 0;        // nanoseconds on the monotonic clock
-        std::vector<SlowListener> slow GUARDED_BY(lock);  // while losing
+        uint32_t highWater = 0;                 // events; 0: no mark. Set once, before the queue is known.
+        Alarms alarms GUARDED_BY(lock);         // written under both locks, but for what is being told
         std::vector<Group*> groups GUARDED_BY(lock);
         struct BatchKind {
             quorlEventVectorCallback callback;
@@ -98,8 +81,8 @@ struct Queue : Record {
         // ring.end() - removed; removed - ring.begin() entries of the ring are dead. Written under the lock.
         std::atomic<uint64_t> removed{0};
         uint64_t taken GUARDED_BY(lock) = 0;  // events that were dispatched
-        // Trouble is over with fewer events waiting; 0: none. Written under both locks.
-        uint64_t calmBelow GUARDED_BY(lock) = 0;
+        // An alarm is over with fewer events waiting; 0: none is raised. Written under both locks.
+        uint64_t clearBelow GUARDED_BY(lock) = 0;
     } front;
 
     // One entry at a time is timed, for the statistics: its position, and when it came. Written under the back lock while the
@@ -138,7 +121,7 @@ bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch = 0)
 bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) noexcept REQUIRES(queue.front.lock);
 
 // Drops what waits beyond the limit, by its policy. Inside a section.
-void trim(Queue& queue, Trouble* trouble) noexcept REQUIRES(queue.front.lock, queue.back.lock);
+void trim(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock);
 
 // Closes the event for exactly one caller, who retires it: none of its callbacks starts any more, and none of its entries
 // counts as waiting. The registry and the counts change in one step under both locks of the queue, so that whoever holds

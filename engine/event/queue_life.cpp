@@ -5,9 +5,9 @@
 #include "base/environment.h"
 #include "base/registry.h"
 #include "base/status.h"
+#include "event/alarm.h"
 #include "event/group.h"
 #include "event/queue.h"
-#include "event/trouble.h"
 
 namespace quorl::event {
 namespace {
@@ -71,6 +71,7 @@ quorl_status destroyQueue(uint32_t id, quorlQueueOnComplete completion, const vo
     auto* found = registry::find<Queue>(id);
     if (found == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", id);
     Queue& queue = *found;
+    AlarmChange change;
     {
         // In one step, so that nobody who holds a lock sees a queue that is closed and yet has events.
         Lock front(queue.front.lock);
@@ -86,8 +87,9 @@ quorl_status destroyQueue(uint32_t id, quorlQueueOnComplete completion, const vo
             if (entry.content != nullptr) message::ContentRef::adopt(entry.content);
         }
         queue.front.removed.store(queue.ring.backCount(), std::memory_order_release);
+        endAlarms(queue, &change);
     }
-    settle(queue);
+    if (change.any()) tell(queue, change);
     leaveGroups(queue);
     registry::retire(queue);
     return QUORL_OK;
@@ -113,19 +115,19 @@ quorl_status setLimit(Queue& queue, const Limit& limit) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
     Section section(*thread);
-    Trouble trouble;
-    bool calm;
+    AlarmChange change;
+    bool cleared;
     {
         Lock front(queue.front.lock);
         Lock back(queue.back.lock);
         queue.back.limit = limit;
-        trim(queue, &trouble);
+        trim(queue, &change);
         setThresholds(queue);
-        trouble.waiting = queue.waiting();
-        calm = trouble.waiting < queue.front.calmBelow;
+        complete(queue, &change);
+        cleared = queue.waiting() < queue.front.clearBelow;
     }
-    if (trouble.any()) tell(queue, trouble);
-    if (calm) settle(queue);
+    if (change.any()) tell(queue, change);
+    if (cleared) clearAlarms(queue);
     return QUORL_OK;
 }
 

@@ -14,6 +14,7 @@
 #include "base/registry.h"
 #include "base/status.h"
 #include "base/thread.h"
+#include "event/alarm.h"
 #include "event/queue.h"
 #include "event/timer_heap.h"
 
@@ -51,6 +52,8 @@ constexpr size_t fewLeft = 1024;
 constinit Mutex timersLock;
 // Made with the first timer, and kept.
 constinit TimerHeap* heap GUARDED_BY(timersLock) POINTS_TO_GUARDED_BY(timersLock) = nullptr;
+// Of queues whose alarms are told later, with their ids. Made with the first, and kept.
+constinit TimerHeap* reminders GUARDED_BY(timersLock) POINTS_TO_GUARDED_BY(timersLock) = nullptr;
 constinit size_t leftItems GUARDED_BY(timersLock) = 0;  // about how many items their timers left
 constinit bool stopping GUARDED_BY(timersLock) = false;
 constinit Thread timersThread;               // started under timersLock; joined when the library closes
@@ -127,6 +130,19 @@ size_t takeDue(int64_t now, Firings& firings) noexcept REQUIRES(timersLock) {
     return fired;
 }
 
+// Takes one queue whose alarms are to be told; 0: none is due. *next: when one is, if that is earlier.
+uint32_t takeReminder(int64_t now, int64_t* next) noexcept REQUIRES(timersLock) {
+    if (reminders == nullptr || reminders->empty()) return 0;
+    const TimerHeap::Item first = reminders->first();
+    if (first.due > now) {
+        *next = std::min(*next, first.due);
+        return 0;
+    }
+    reminders->removeFirst();
+    *next = std::min(*next, now);  // look again
+    return first.id;
+}
+
 void runTimers() {
     ThreadState* thread = threadState();
     if (thread == nullptr) return;
@@ -138,6 +154,7 @@ void runTimers() {
         int64_t now;
         size_t firedInAll = 0;
         size_t fired;
+        uint32_t reminded;
         do {
             // What is found in it lives until the section ends.
             Section section(*thread);
@@ -147,7 +164,9 @@ void runTimers() {
                 now = monotonicNow();
                 fired = takeDue(now, firings);
                 next = heap->empty() ? forever : heap->first().due;
+                reminded = takeReminder(now, &next);
             }
+            if (reminded != 0) remindOfAlarms(reminded, false);
             for (size_t i = 0; i < fired; ++i) {
                 Timer& timer = *firings[i].timer;
                 if (push(timer, {}, firings[i].epoch)) continue;
@@ -314,6 +333,24 @@ void fireSoon(uint32_t id) noexcept {
         insert(*timer);
     }
     poke();
+}
+
+bool remindAt(uint32_t queue, int64_t due) noexcept {
+    {
+        Lock lock(timersLock);
+        const KeptErrorText kept;
+        if (makeReady() != QUORL_OK) return false;
+        if (reminders == nullptr) reminders = new (std::nothrow) TimerHeap;
+        if (reminders == nullptr) return false;
+        try {
+            reminders->reserve(1);
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+        reminders->add({due, queue, 0});
+    }
+    poke();
+    return true;
 }
 
 void stopTimers() noexcept {

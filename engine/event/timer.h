@@ -14,6 +14,10 @@ quorl_status resetTimer(uint32_t id, double interval) noexcept;
 // held.
 void fireSoon(uint32_t id) noexcept;
 
+// Has remindOfAlarms called for the queue at that time, in nanoseconds on the monotonic clock. False: there is no memory or no
+// thread for it. No lock held.
+bool remindAt(uint32_t queue, int64_t due) noexcept;
+
 // Ends the timers' thread, if it runs; all timers are destroyed by then.
 void stopTimers() noexcept;
 

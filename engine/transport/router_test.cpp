@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "event/trouble.h"
+#include "event/alarm.h"
 #include "transport/local.h"
 
 namespace quorl::transport {

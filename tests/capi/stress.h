@@ -14,6 +14,7 @@ inline unsigned long stressSeed() {
     const char* given = std::getenv("QUORL_SEED");
     const unsigned long seed = given != nullptr ? std::strtoul(given, nullptr, 0) : std::random_device()();
     std::printf("QUORL_SEED=%lu\n", seed);
+    std::fflush(stdout);  // a crash must not lose it
     return seed;
 }
 

@@ -1,4 +1,5 @@
 // What the library tells when queues lose events or grow, and when that is over.
+#include <algorithm>
 #include <set>
 
 #include "support.h"
@@ -39,9 +40,16 @@ std::string textOf(quorlMsg message, const char* name) {
 
 using Strings = std::vector<std::string>;
 
-class Trouble : public Open {
+void set(const char* setting) {
+    ASSERT_EQ(quorl_SetQRParameters(1, &setting), QUORL_OK) << quorl_LastErrorText();
+}
+
+// Every alarm is told, however soon it is raised again.
+class QueueAlarm : public Open {
   protected:
+    virtual const char* interval() const { return "advisory.interval=0"; }
     void SetUp() override {
+        set(interval());
         Open::SetUp();
         transport = newTransport();
         queue = newQueue();
@@ -52,6 +60,7 @@ class Trouble : public Open {
     void TearDown() override {
         advisories.forget();
         Open::TearDown();
+        set("advisory.interval=1");
     }
     void send(int from, int to, const char* subject = "q.a") {
         for (int i = from; i <= to; ++i) ASSERT_EQ(sendNumber(transport, subject, i), QUORL_OK);
@@ -70,7 +79,7 @@ class Trouble : public Open {
     Advisories advisories;
 };
 
-TEST_F(Trouble, aLimitThatDropsIsToldOnceUntilTheQueueIsCalm) {
+TEST_F(QueueAlarm, aLimitThatDropsIsToldOnceUntilHalfIsFree) {
     EXPECT_EQ(quorlQueue_SetName(queue, "orders"), QUORL_OK);
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_FIRST, 10, 2), QUORL_OK);
     send(1, 10);
@@ -117,7 +126,7 @@ TEST_F(Trouble, aLimitThatDropsIsToldOnceUntilTheQueueIsCalm) {
     drain(queue);
 }
 
-TEST_F(Trouble, everyPolicyTellsWhatItLostFirst) {
+TEST_F(QueueAlarm, everyPolicyTellsWhatItLostFirst) {
     const struct {
         quorlQueueLimitPolicy policy;
         const char* name;
@@ -138,7 +147,7 @@ TEST_F(Trouble, everyPolicyTellsWhatItLostFirst) {
     }
 }
 
-TEST_F(Trouble, eachSlowListenerIsToldWithItsOwnCount) {
+TEST_F(QueueAlarm, eachSlowListenerIsToldWithItsOwnCount) {
     listen(queue, transport, "q.b", onNumber, &numbers);
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_NEW, 4, 1), QUORL_OK);
     send(1, 4);
@@ -155,7 +164,7 @@ TEST_F(Trouble, eachSlowListenerIsToldWithItsOwnCount) {
     EXPECT_EQ(wholeOf(advisories.messages[2], "lost"), 7u);
 }
 
-TEST_F(Trouble, aLimitThatIsLoweredTellsWhatItTrims) {
+TEST_F(QueueAlarm, aLimitThatIsLoweredTellsWhatItTrims) {
     send(1, 10);
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_FIRST, 4, 1), QUORL_OK);
     ASSERT_EQ(tellings(), (Strings{"WARN.queue.limit_begin", "WARN.listener.slow_begin"}));
@@ -167,7 +176,7 @@ TEST_F(Trouble, aLimitThatIsLoweredTellsWhatItTrims) {
     EXPECT_EQ(tellings(), Strings{});
 }
 
-TEST_F(Trouble, endsWithTheQueueAndWithTheListener) {
+TEST_F(QueueAlarm, endsWithTheQueueAndWithTheListener) {
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_NEW, 2, 1), QUORL_OK);
     send(1, 3);
     EXPECT_EQ(tellings().size(), 2u);
@@ -181,7 +190,7 @@ TEST_F(Trouble, endsWithTheQueueAndWithTheListener) {
     EXPECT_EQ(tellings(), (Strings{"INFO.listener.slow_end", "INFO.queue.limit_end"}));
 }
 
-TEST_F(Trouble, aDroppedTimerIsToldWithoutAMessage) {
+TEST_F(QueueAlarm, aDroppedTimerIsToldWithoutAMessage) {
     quorlEvent timer = 0;
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_NEW, 1, 1), QUORL_OK);
     send(1, 1);
@@ -198,7 +207,7 @@ TEST_F(Trouble, aDroppedTimerIsToldWithoutAMessage) {
 }
 
 // More at once than one push can hold on its stack.
-TEST_F(Trouble, manyTimersOfIntervalZeroSurviveALimitThatDropsThemAll) {
+TEST_F(QueueAlarm, manyTimersOfIntervalZeroSurviveALimitThatDropsThemAll) {
     constexpr int timers = 40;
     Counter fired[timers];
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_FIRST, timers, timers), QUORL_OK);
@@ -217,7 +226,7 @@ TEST_F(Trouble, manyTimersOfIntervalZeroSurviveALimitThatDropsThemAll) {
 }
 
 // Two listeners of advisories on a queue for one event: each advisory drops another.
-TEST_F(Trouble, lostAdvisoriesRaiseNone) {
+TEST_F(QueueAlarm, lostAdvisoriesRaiseNone) {
     Advisories more;
     listen(told, transport, "_QUORL.>", onAdvisory, &more);
     ASSERT_EQ(quorlQueue_SetLimitPolicy(told, QUORLQUEUE_DISCARD_FIRST, 1, 1), QUORL_OK);
@@ -232,7 +241,7 @@ TEST_F(Trouble, lostAdvisoriesRaiseNone) {
 }
 
 // Its own queue tells of itself: what it loses of others is told, and that ends.
-TEST_F(Trouble, aQueueMayHearOfItself) {
+TEST_F(QueueAlarm, aQueueMayHearOfItself) {
     listen(queue, transport, "_QUORL.>", onAdvisory, &advisories);
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_FIRST, 2, 1), QUORL_OK);
     send(1, 10);
@@ -240,7 +249,7 @@ TEST_F(Trouble, aQueueMayHearOfItself) {
     while (quorlQueue_TimedDispatch(queue, 0) == QUORL_OK) ASSERT_LT(++dispatched, 10);
 }
 
-TEST_F(Trouble, nobodyListensAndTheCountsAreRight) {
+TEST_F(QueueAlarm, nobodyListensAndTheCountsAreRight) {
     EXPECT_EQ(quorlQueue_DestroyEx(told, nullptr, nullptr), QUORL_OK);
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_FIRST, 10, 3), QUORL_OK);
     send(1, 1000);
@@ -259,7 +268,7 @@ TEST_F(Trouble, nobodyListensAndTheCountsAreRight) {
     drain(queue);
 }
 
-TEST_F(Trouble, eightSendersLoseNothingUncounted) {
+TEST_F(QueueAlarm, eightSendersLoseNothingUncounted) {
     constexpr int each = 2000;
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_LAST, 16, 5), QUORL_OK);
     std::atomic<int> senders{8};
@@ -286,8 +295,9 @@ TEST_F(Trouble, eightSendersLoseNothingUncounted) {
 
 class HighWater : public testing::Test {
   protected:
-    static void set(const char* setting) { ASSERT_EQ(quorl_SetQRParameters(1, &setting), QUORL_OK); }
+    virtual const char* interval() const { return "advisory.interval=0"; }
     void SetUp() override {
+        set(interval());
         set("queue.highwater=10");
         ASSERT_EQ(quorl_Open(), QUORL_OK);
         transport = newTransport();
@@ -300,6 +310,7 @@ class HighWater : public testing::Test {
         advisories.forget();
         ASSERT_EQ(quorl_Close(), QUORL_OK);
         set("queue.highwater=100000");
+        set("advisory.interval=1");
     }
     void send(int count) {
         for (int i = 0; i < count; ++i) ASSERT_EQ(sendNumber(transport, "q", i), QUORL_OK);
@@ -345,6 +356,113 @@ TEST_F(HighWater, endsWithALimitWhichCountsForItself) {
     EXPECT_EQ(tellings(), Strings{"WARN.queue.limit_begin"});
     drain(queue);
     EXPECT_EQ(tellings(), Strings{"INFO.queue.limit_end"});
+}
+
+// ---- what is raised again too soon
+
+class FoldedAlarm : public QueueAlarm {
+  protected:
+    const char* interval() const override { return "advisory.interval=3600"; }
+    void SetUp() override {
+        QueueAlarm::SetUp();
+        ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_NEW, 4, 1), QUORL_OK);
+        // The first is told at once, and so is its end.
+        send(1, 5);
+        drain(queue);
+        EXPECT_EQ(tellings(), (Strings{"WARN.queue.limit_begin", "WARN.listener.slow_begin", "INFO.listener.slow_end",
+                                       "INFO.queue.limit_end"}));
+        for (int i = 0; i < 3; ++i) {
+            send(1, 6);
+            drain(queue);
+        }
+        EXPECT_EQ(tellings(), Strings{});
+    }
+};
+
+TEST_F(FoldedAlarm, isToldWithTheEndOfWhatItIsAbout) {
+    EXPECT_EQ(quorlEvent_DestroyEx(listener, nullptr), QUORL_OK);
+    ASSERT_EQ(tellings(), (Strings{"WARN.listener.slow_begin", "INFO.listener.slow_end"}));
+    EXPECT_EQ(wholeOf(advisories.messages[0], "listener"), listener);
+    quorlMsg first = nullptr;
+    ASSERT_EQ(quorlMsg_GetMsgEx(advisories.messages[0], "first", &first, 0), QUORL_OK);
+    EXPECT_EQ(numberOf(first), 5);
+    EXPECT_EQ(textOf(advisories.messages[1], "pattern"), "q.*");
+    EXPECT_EQ(wholeOf(advisories.messages[1], "lost"), 6u);
+    EXPECT_EQ(quorlQueue_DestroyEx(queue, nullptr, nullptr), QUORL_OK);
+    ASSERT_EQ(tellings(), (Strings{"WARN.queue.limit_begin", "INFO.queue.limit_end"}));
+    EXPECT_EQ(wholeOf(advisories.messages[0], "event"), listener);
+    EXPECT_EQ(wholeOf(advisories.messages[1], "lost"), 6u);
+}
+
+class BrieflyFoldedAlarm : public QueueAlarm {
+  protected:
+    const char* interval() const override { return "advisory.interval=0.2"; }
+};
+
+// However long nothing more happens.
+TEST_F(BrieflyFoldedAlarm, isToldWhenTheIntervalIsOver) {
+    ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_NEW, 4, 1), QUORL_OK);
+    quorl_u64 lost = 0;
+    for (int i = 0; i < 3; ++i) {
+        send(1, 6);
+        drain(queue);
+        lost += 2;
+    }
+    while (lost != 0) {
+        ASSERT_EQ(quorlQueue_TimedDispatch(told, limit), QUORL_OK);
+        if (advisories.subjects.back() == "INFO.queue.limit_end") lost -= wholeOf(advisories.messages.back(), "lost");
+    }
+    // And while it is busy: the begin is told without its end.
+    for (int i = 0; i < 3; ++i) {
+        drain(queue);
+        send(1, 6);
+    }
+    advisories.forget();
+    const auto countBegins = [&] {
+        return std::count(advisories.subjects.begin(), advisories.subjects.end(), "WARN.queue.limit_begin") -
+               std::count(advisories.subjects.begin(), advisories.subjects.end(), "INFO.queue.limit_end");
+    };
+    while (countBegins() != 1) ASSERT_EQ(quorlQueue_TimedDispatch(told, limit), QUORL_OK);
+}
+
+TEST_F(BrieflyFoldedAlarm, aStormIsToldOnceAnInterval) {
+    const auto began = std::chrono::steady_clock::now();
+    ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_LAST, 8, 3), QUORL_OK);
+    constexpr quorl_u64 rounds = 3000;
+    quorl_u64 dispatched = 0;
+    for (quorl_u64 i = 0; i < rounds; ++i) {
+        send(1, 9);
+        dispatched += static_cast<quorl_u64>(drain(queue));
+    }
+    quorl_u64 left = 9 * rounds - dispatched;
+    quorl_u64 slow = left;
+    quorl_u64 begun = 0;
+    while (left != 0) {
+        ASSERT_EQ(quorlQueue_TimedDispatch(told, limit), QUORL_OK);
+        const std::string& subject = advisories.subjects.back();
+        if (subject == "WARN.queue.limit_begin") ++begun;
+        if (subject == "INFO.queue.limit_end") left -= wholeOf(advisories.messages.back(), "lost");
+        if (subject == "INFO.listener.slow_end") slow -= wholeOf(advisories.messages.back(), "lost");
+    }
+    EXPECT_EQ(slow, 0u);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
+    EXPECT_LE(static_cast<double>(begun), took.count() / 0.2 + 1);
+}
+
+class FoldedHighWater : public HighWater {
+  protected:
+    const char* interval() const override { return "advisory.interval=3600"; }
+};
+
+TEST_F(FoldedHighWater, isToldWithTheQueue) {
+    send(10);
+    drain(queue);
+    EXPECT_EQ(tellings(), (Strings{"WARN.queue.highwater_begin", "INFO.queue.highwater_end"}));
+    send(20);
+    drain(queue);
+    EXPECT_EQ(tellings(), Strings{});
+    EXPECT_EQ(quorlQueue_DestroyEx(queue, nullptr, nullptr), QUORL_OK);
+    EXPECT_EQ(tellings(), (Strings{"WARN.queue.highwater_begin", "INFO.queue.highwater_end"}));
 }
 
 }  // namespace

@@ -1,0 +1,51 @@
+// The alarms of a queue: its limit drops events and its listeners are too slow, or it grows beyond its mark. Each is told by
+// two advisories, one when it is raised and one when it is cleared, which is when half of what may wait is gone. An alarm
+// that is raised again within advisory.interval of the last time is told when that is over, with all that happened until
+// then, so that a queue at the edge of its limit does not flood whoever listens.
+#pragma once
+
+#include <vector>
+
+#include "event/queue.h"
+#include "message/delivery.h"
+
+namespace quorl::event {
+
+// What happened to the alarms while the locks of a queue were held, and is dealt with when no lock is held any more.
+struct AlarmChange {
+    std::vector<uint32_t> starved;  // timers of interval 0 that lost their event, and would never fire again
+    int64_t remindAt = 0;           // nanoseconds on the monotonic clock; 0: no reminder is needed
+    bool notices = false;           // there is something to tell
+    bool limitBegan = false;        // the last notice of that kind lacks its counts
+    bool any() const noexcept { return notices || remindAt != 0 || !starved.empty(); }
+};
+
+// Counts an event that a limit dropped, content included when it is a message's. Inside a section.
+void lose(Queue& queue, Event& event, message::ContentRef content, AlarmChange* change) noexcept
+    REQUIRES(queue.front.lock, queue.back.lock);
+
+// Looks whether the queue has just grown beyond its mark.
+void lookAtMark(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock);
+
+// How many events may wait until a sender has to look closer; after the limit or an alarm changed.
+void setThresholds(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock);
+
+// Takes an event that is being closed off the list of slow listeners.
+void endSlow(Queue& queue, Event& event, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock);
+
+// Ends whatever is raised, because the queue ends.
+void endAlarms(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock);
+
+// The last thing that is done with the locks held.
+void complete(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock);
+
+// Tells what is to be told, and lets starved timers fire again. Inside a section, no lock held.
+void tell(Queue& queue, const AlarmChange& change) noexcept;
+
+// Clears the alarms that are over. No lock held; the queue is pinned or in a section.
+void clearAlarms(Queue& queue) noexcept;
+
+// Tells the alarms of a queue that were folded long enough, or all that are. Inside a section, no lock held.
+void remindOfAlarms(uint32_t queue, bool all) noexcept;
+
+}  // namespace quorl::event
