@@ -6,11 +6,14 @@ import static org.junit.jupiter.api.Assertions.assertFalse;
 import java.time.Duration;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Map;
+import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
 import java.util.concurrent.Flow;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.CsvSource;
 import org.junit.jupiter.params.provider.ValueSource;
 
 /** The machine ends as it is told to, whatever the library is in the middle of. */
@@ -161,6 +164,145 @@ class ExitTest {
         List<String> options = new ArrayList<>(ChildProcess.withLibrary());
         options.add("-XX:+ErrorFileToStdout");
         return options;
+    }
+
+    /** Ends the machine in a handler while a shutdown hook closes something: arguments say what, and how it comes to the end. */
+    static final class Closed {
+        private static final CountDownLatch BOTH = new CountDownLatch(2);
+
+        public static void main(String[] arguments) throws Exception {
+            String how = arguments[1];
+            Quorl quorl = Quorl.open();
+            QuorlQrdTransport transport = new QuorlQrdTransport();
+            QuorlQueue queue = new QuorlQueue();
+            QuorlQueueGroup group = new QuorlQueueGroup();
+            ExecutorService workers = Executors.newCachedThreadPool();
+            QuorlDispatcher.Builder builder = how.equals("grouped") ? QuorlDispatcher.builder(group) : QuorlDispatcher.builder(queue);
+            if (how.equals("executor")) {
+                builder.executor(workers);
+            } else if (how.equals("two")) {
+                builder.threads(2);
+            }
+            if (how.equals("grouped")) {
+                group.add(queue);
+            }
+            QuorlDispatcher dispatcher = builder.start();
+            QuorlListener listener = new QuorlListener(queue, transport, "a", (l, m) -> end(how));
+            QuorlVectorListener vector = new QuorlVectorListener(queue, transport, "b", (l, m) -> end(how));
+            QuorlTimer[] timer = new QuorlTimer[1];
+            AutoCloseable closed = Map.<String, AutoCloseable>of("library", quorl, "transport", transport, "queue", queue, "group",
+                    group, "dispatcher", dispatcher, "listener", listener, "vector", vector, "timer", () -> timer[0].close()).get(arguments[0]);
+            Runtime.getRuntime().addShutdownHook(new Thread(() -> close(closed)));
+            if (how.equals("joined")) {
+                // The hook waits for a thread that was closing before the machine was told to end.
+                Thread closer = new Thread(() -> {
+                    together();
+                    close(closed);
+                });
+                Runtime.getRuntime().addShutdownHook(new Thread(() -> join(closer)));
+                closer.start();
+            }
+            switch (arguments[0]) {
+                case "timer":
+                    timer[0] = new QuorlTimer(queue, Duration.ZERO, t -> end(how));
+                    break;
+                case "vector":
+                    send(transport, "b");
+                    break;
+                case "transport":
+                    new QuorlListener(queue, transport, "square", (l, m) -> answer(transport, m));
+                    try (QuorlMsg question = new QuorlMsg("square")) {
+                        transport.requestAsync(question, Duration.ofDays(1)).thenAccept(reply -> endOrFail(how));
+                    }
+                    break;
+                default:
+                    send(transport, "a");
+                    send(transport, "a");
+            }
+            // The machine does not end of its own while this thread runs.
+            new CountDownLatch(1).await();
+        }
+
+        private static void send(QuorlTransport transport, String subject) {
+            try (QuorlMsg message = new QuorlMsg(subject).addI32("n", 1)) {
+                transport.send(message);
+            }
+        }
+
+        private static void close(AutoCloseable what) {
+            try {
+                what.close();
+                System.out.println("closed");
+            } catch (Exception e) {
+                e.printStackTrace(System.out);
+            }
+        }
+
+        private static void join(Thread other) {
+            try {
+                other.join();
+            } catch (InterruptedException e) {
+                e.printStackTrace(System.out);
+            }
+        }
+
+        private static void answer(QuorlTransport transport, QuorlMsg question) {
+            try (QuorlMsg answer = new QuorlMsg()) {
+                transport.reply(answer, question);
+            }
+        }
+
+        private static void endOrFail(String how) {
+            try {
+                end(how);
+            } catch (InterruptedException e) {
+                throw new AssertionError(e);
+            }
+        }
+
+        /** Returns when two threads are here. */
+        private static void together() {
+            BOTH.countDown();
+            try {
+                BOTH.await();
+            } catch (InterruptedException e) {
+                throw new AssertionError(e);
+            }
+        }
+
+        /** In the handler. */
+        private static void end(String how) throws InterruptedException {
+            switch (how) {
+                case "halt":
+                    Runtime.getRuntime().halt(7);
+                    break;
+                case "two":
+                case "joined":
+                    together();
+                    System.exit(7);
+                    break;
+                case "waiting":
+                    // Nothing shows that this handler does not return either.
+                    Thread other = new Thread(() -> System.exit(7));
+                    other.start();
+                    other.join();
+                    break;
+                default:
+                    System.exit(7);
+            }
+        }
+    }
+
+    @ParameterizedTest
+    @CsvSource({"library,exit", "queue,exit", "listener,exit", "vector,exit", "timer,exit", "transport,exit", "dispatcher,exit",
+            "library,grouped", "group,grouped", "dispatcher,grouped", "library,two", "queue,two", "dispatcher,executor",
+            "library,executor", "listener,executor", "library,joined", "listener,joined", "library,waiting", "library,halt"})
+    void aHookClosesWhatEndsTheMachine(String what, String how) throws Exception {
+        ChildProcess child = ChildProcess.run(Closed.class, options(), what, how);
+        assertEquals(7, child.exit, child.output);
+        assertEquals(!how.equals("halt"), child.output.contains("closed"), child.output);
+        assertFalse(child.output.contains("xception"), child.output);
+        assertEquals(how.equals("waiting"), child.output.contains("has not waited for a handler"), child.output);
     }
 
     /** Loads the library and does nothing with it. */

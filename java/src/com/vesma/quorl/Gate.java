@@ -14,6 +14,7 @@ import java.util.concurrent.locks.ReentrantLock;
  * since those that sleep there are woken and no code of the program runs in there. The second, behind the gate, is for
  * handlers that run on other threads to return, and is as long as they are. A close inside a handler does not wait for
  * that handler; when two handlers close each other's events, the one that would complete the circle does not wait.
+ * {@link Shutdown} says how the second ends when a handler ends the machine.
  */
 final class Gate {
     private static final int FEW = 16;
@@ -118,7 +119,7 @@ final class Gate {
     }
 
     /**
-     * Returns when no other thread runs what: a {@link QuorlEvent}'s handler, the handler of any event of a
+     * Returns when no other thread that can still return runs what: a {@link QuorlEvent}'s handler, the handler of any event of a
      * {@link QuorlQueue}, the loop of a dispatcher for a {@link Dispatching}, or what a dispatcher has handed over for a
      * {@link HandOver}. what must be marked closed or stopped before.
      */
@@ -127,24 +128,30 @@ final class Gate {
             return;
         }
         Dispatching self = Dispatching.current();
+        boolean givenUp = false;
         WAITING.lock();
         try {
             Object before = self.waitingFor;
             self.waitingFor = what;
             // No return is missed: the one who returns writes now and then reads the close, this thread has written the
             // close and then reads now, so one of the two sees the other.
-            while (runsElsewhere(what, self) && !leadsTo(what, self, THREADS.size())) {
-                RETURNED.awaitUninterruptibly();
+            while (runsElsewhere(what, self) && !leadsTo(what, self, THREADS.size()) && !givenUp) {
+                Shutdown.await(RETURNED);
+                givenUp = Shutdown.isOver();
             }
             self.waitingFor = before;
         } finally {
             WAITING.unlock();
         }
+        if (givenUp) {
+            System.getLogger("com.vesma.quorl").log(System.Logger.Level.WARNING,
+                    "the virtual machine ends, so a close has not waited for a handler that still runs");
+        }
     }
 
     private static boolean runsElsewhere(Object what, Dispatching self) {
         for (Dispatching thread : THREADS.keySet()) {
-            if (thread != self && thread.thread.isAlive() && runs(thread, what)) {
+            if (thread != self && thread.thread.isAlive() && runs(thread, what) && !Shutdown.holds(thread.thread)) {
                 return true;
             }
         }

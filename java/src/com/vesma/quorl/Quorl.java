@@ -10,8 +10,13 @@ import java.util.concurrent.locks.ReentrantLock;
  * The library as a whole: opening and closing it, and its parameters.
  *
  * <p>Opening nests: each open gives an object of its own, and the library closes with the last of them. The last close
- * ends dispatchers, events and asynchronous requests, waits for the handlers that run on other threads, and destroys what is left; queues and
- * transports that were not closed refuse every use from then on. Messages stay valid. Any thread may open and close.
+ * ends dispatchers, events and asynchronous requests, waits for the handlers that run on other threads, and destroys what
+ * is left; queues and transports that were not closed refuse every use from then on. Messages stay valid. Any thread may
+ * open and close.
+ *
+ * <p>A shutdown hook may close the library, and every object of it. While the virtual machine shuts down, no close waits
+ * for a handler that is itself inside {@link System#exit}, which does not return before the hooks have; and for other
+ * handlers all closes together wait no longer than 5 seconds.
  *
  * <p>The first use of the library's classes loads its shared objects: from the file or directory that the system
  * property {@code com.vesma.quorl.library} names, else from {@code java.library.path}, else from the jar, which are
@@ -84,10 +89,11 @@ public final class Quorl implements AutoCloseable {
     /** The last close may wait for this thread's handler, which then must not wait for it. */
     private static void awaitClosed() {
         while (closing != null) {
-            if (closing == Thread.currentThread() || Dispatching.current().now != null) {
+            if (closing == Thread.currentThread() || Dispatching.current().now != null || Shutdown.holds(closing)
+                    || Shutdown.isOver()) {
                 throw new QuorlException(QuorlException.NOT_PERMITTED, "the library is being closed");
             }
-            CLOSED.awaitUninterruptibly();
+            Shutdown.await(CLOSED);
         }
     }
 

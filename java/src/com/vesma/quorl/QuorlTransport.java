@@ -167,8 +167,10 @@ public abstract class QuorlTransport extends LibraryObject {
      *       dropped. Cancel a request whose reply nobody wants any more.
      * </ul>
      *
-     * <p>A reply completes the future on a thread that serves all requests of this transport, a time limit on one of the
-     * common pool. Steps that take long belong into an executor: {@code thenAcceptAsync(step, executor)}.
+     * <p>A reply completes the future on a thread that serves all requests of this transport; a time limit that passes, on a
+     * thread of the library for time limits; a close, on the thread that closes. The steps of the future run there too.
+     * Those that take long belong into an executor, since other replies wait behind them:
+     * {@code thenAcceptAsync(step, executor)}. Time limits do not wait: a request ends in time whatever steps do.
      *
      * @param request with a send subject
      * @param limit the longest wait, 0 or more

@@ -5,8 +5,7 @@ import java.util.Map;
 import java.util.Set;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
-import java.util.concurrent.TimeUnit;
-import java.util.concurrent.TimeoutException;
+import java.util.concurrent.Future;
 import java.util.concurrent.atomic.AtomicLong;
 import java.util.concurrent.locks.ReentrantLock;
 
@@ -15,8 +14,8 @@ import java.util.concurrent.locks.ReentrantLock;
  *
  * <p>They share an inbox with one listener. Each has a subject of its own below it, whose last element is the request's key:
  * a number that is never used again, so no reply reaches the wrong request, and one that comes too late finds none. One
- * queue and one dispatching thread of the transport serve them all. Time limits are kept by the machine's own thread for
- * delays, which only hands what has run out to the common pool.
+ * queue and one dispatching thread of the transport serve them all. {@link TimeLimits} ends those that no reply reaches in
+ * time, on a thread of its own, so that a step that blocks the replies' thread holds up no time limit.
  */
 final class Requests {
     /** Those that have a queue, for the library's last close. */
@@ -51,7 +50,7 @@ final class Requests {
     /** What the program holds of a request. */
     private final class Pending extends CompletableFuture<QuorlMsg> {
         private final Long key;
-        private volatile CompletableFuture<Void> limit;
+        private volatile Future<?> limit;
 
         Pending(Long key) {
             this.key = key;
@@ -69,21 +68,14 @@ final class Requests {
         }
 
         void expireAfter(Duration time) {
-            long nanos = Dispatchable.nanos(time);
-            CompletableFuture<Void> clock = new CompletableFuture<>();
-            limit = clock;
-            clock.orTimeout(nanos, TimeUnit.NANOSECONDS).whenComplete((nothing, end) -> {
-                if (end instanceof TimeoutException) {
-                    CompletableFuture.runAsync(() -> completeExceptionally(
-                            new QuorlTimeoutException("no reply in " + Dispatchable.seconds(time, "limit") + " s")));
-                }
-            });
+            limit = TimeLimits.after(Dispatchable.nanos(time), () -> completeExceptionally(
+                    new QuorlTimeoutException("no reply in " + Dispatchable.seconds(time, "limit") + " s")));
         }
 
         /** Any number of times, from any thread. */
         void letGo() {
             pending.remove(key);
-            CompletableFuture<Void> clock = limit;
+            Future<?> clock = limit;
             if (clock != null) {
                 clock.cancel(false);
             }
