@@ -119,9 +119,9 @@ final class Gate {
     }
 
     /**
-     * Returns when no other thread that can still return runs what: a {@link QuorlEvent}'s handler, the handler of any event of a
-     * {@link QuorlQueue}, the loop of a dispatcher for a {@link Dispatching}, or what a dispatcher has handed over for a
-     * {@link HandOver}. what must be marked closed or stopped before.
+     * Returns when no other thread that can still return runs what: a {@link QuorlEvent}'s handler, the handler of any event
+     * of a {@link QuorlQueue}, the loop of a dispatcher for a {@link Dispatching}, or what a dispatcher has handed over for
+     * a {@link HandOver}. what must be marked closed or stopped before.
      */
     static void awaitHandlers(Object what) {
         if (!runsElsewhere(what, null)) {

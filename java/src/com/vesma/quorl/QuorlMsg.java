@@ -29,7 +29,8 @@ import java.util.Objects;
  *
  * <p><b>Life.</b> The message that a handler is given is closed when the handler returns, unless it was
  * {@linkplain #keep kept}. Every other message is closed by the program: its memory is the library's, which the garbage
- * collector does not know of. Messages need no open library and outlive its close.
+ * collector does not know of. A reply or a kept message that the program forgets is freed some time after the collector has
+ * found it, which may be late; one that the program made is not. Messages need no open library and outlive its close.
  *
  * <pre>{@code
  * try (QuorlMsg message = new QuorlMsg("plant.line3.temp")
@@ -52,8 +53,8 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     /** The header of a wire image. */
     private static final int IMAGE_HEADER = 12;
 
-    /** Whether a message that a handler was given is the program's to close. */
-    private volatile boolean kept;
+    /** Frees a message that came to be the program's, if that forgets it; null for any other. */
+    private volatile ForgottenMessages.Watch watch;
 
     /**
      * Makes a message without fields and subjects.
@@ -101,21 +102,27 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     // ---- life ---------------------------------------------------------------------------------------------------------
 
     /**
-     * Keeps the message of a handler beyond the handler: it is the program's to close from then on.
+     * Keeps the message of a handler beyond the handler: it is the program's to close from then on. Keeping a message again
+     * does nothing, nor does keeping a view of a message inside another: keep the outer one.
      *
      * @return this message
      * @throws QuorlClosedException if the handler has returned
      */
     public QuorlMsg keep() {
-        enter();
-        kept = true;
-        leave();
-        return this;
+        long handle = enter();
+        try {
+            if (watch == null && !isInside()) {
+                watch = ForgottenMessages.watch(this, handle);
+            }
+            return this;
+        } finally {
+            leave();
+        }
     }
 
     /** Behind the handler that was given this message. */
     void endOfHandler() {
-        if (!kept) {
+        if (watch == null) {
             close();
         }
     }
@@ -126,6 +133,10 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     @Override
     public void close() {
         if (!isInside() && enterForClose()) {
+            ForgottenMessages.Watch watched = watch;
+            if (watched != null) {
+                watched.end();
+            }
             quorlMsg_Destroy(ownHandle(), this);
         }
     }
