@@ -11,6 +11,7 @@ import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
 import java.util.concurrent.Flow;
+import java.util.concurrent.atomic.AtomicReference;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
@@ -189,9 +190,9 @@ class ExitTest {
             QuorlDispatcher dispatcher = builder.start();
             QuorlListener listener = new QuorlListener(queue, transport, "a", (l, m) -> end(how));
             QuorlVectorListener vector = new QuorlVectorListener(queue, transport, "b", (l, m) -> end(how));
-            QuorlTimer[] timer = new QuorlTimer[1];
+            AtomicReference<QuorlTimer> timer = new AtomicReference<>();
             AutoCloseable closed = Map.<String, AutoCloseable>of("library", quorl, "transport", transport, "queue", queue, "group",
-                    group, "dispatcher", dispatcher, "listener", listener, "vector", vector, "timer", () -> timer[0].close()).get(arguments[0]);
+                    group, "dispatcher", dispatcher, "listener", listener, "vector", vector, "timer", () -> timer.get().close()).get(arguments[0]);
             Runtime.getRuntime().addShutdownHook(new Thread(() -> close(closed)));
             if (how.equals("joined")) {
                 // The hook waits for a thread that was closing before the machine was told to end.
@@ -204,7 +205,10 @@ class ExitTest {
             }
             switch (arguments[0]) {
                 case "timer":
-                    timer[0] = new QuorlTimer(queue, Duration.ZERO, t -> end(how));
+                    new QuorlTimer(queue, Duration.ZERO, t -> {
+                        timer.set(t);
+                        end(how);
+                    });
                     break;
                 case "vector":
                     send(transport, "b");

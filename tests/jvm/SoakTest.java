@@ -4,8 +4,12 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.lang.management.ManagementFactory;
+import java.lang.ref.WeakReference;
 import java.time.Duration;
+import java.util.ArrayList;
 import java.util.List;
+import java.util.Map;
+import java.util.TreeMap;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import javax.management.ObjectName;
@@ -141,5 +145,93 @@ class SoakTest extends OpenLibrary {
         }
         quorl.close();
         awaitReferences(before);
+    }
+
+    /** Rounds of opening and closing, with everything that can be left to the last close. */
+    private static final int ROUNDS = Integer.getInteger("quorl.soak.rounds", 10_000);
+
+    /** Objects of the program that were seen and are still there. */
+    private static final class Seen {
+        private final List<WeakReference<Object>> all = new ArrayList<>();
+
+        <T> T add(T object) {
+            all.add(new WeakReference<>(object));
+            return object;
+        }
+
+        Map<String, Integer> left() {
+            Map<String, Integer> left = new TreeMap<>();
+            all.removeIf(each -> each.get() == null);
+            for (WeakReference<Object> each : all) {
+                Object object = each.get();
+                if (object != null) {
+                    left.merge(object.getClass().getSimpleName(), 1, Integer::sum);
+                }
+            }
+            return left;
+        }
+    }
+
+    private static void round(Seen seen, int number) throws Exception {
+        Quorl library = seen.add(Quorl.open());
+        QuorlQrdTransport own = seen.add(new QuorlQrdTransport());
+        QuorlQueue first = seen.add(new QuorlQueue());
+        QuorlQueueGroup group = seen.add(new QuorlQueueGroup());
+        group.add(first);
+        byte[] held = seen.add(new byte[1]);
+        seen.add(new QuorlListener(first, own, "a", (l, m) -> held[0]++));
+        seen.add(new QuorlVectorListener(first, own, "a", (l, m) -> held[0]++));
+        seen.add(new QuorlTimer(first, Duration.ofDays(1), t -> held[0]++));
+        seen.add(new QuorlListener(first, own, "b"));
+        try (QuorlMsg message = seen.add(new QuorlMsg("a"))) {
+            own.send(message);
+            first.poll();
+            if (number % 50 == 0) {
+                seen.add(new QuorlDispatcher(group));
+                seen.add(own.requestAsync(message.setSendSubject("nobody"), Duration.ofDays(1)));
+            }
+        }
+        switch (number % 4) {
+            case 0:
+                first.close();
+                break;
+            case 1:
+                own.close();
+                group.close();
+                break;
+            case 2:
+                // The last close may come from a handler, also of what it destroys.
+                seen.add(new QuorlTimer(first, Duration.ZERO, t -> library.close()));
+                while (Quorl.isOpen()) {
+                    try {
+                        first.dispatch(LIMIT);
+                    } catch (QuorlClosedException e) {
+                        break;
+                    }
+                }
+                break;
+            default:
+        }
+        library.close();
+    }
+
+    @Test
+    void roundsOfOpeningLeaveNoObject() throws Exception {
+        queue.close();
+        transport.close();
+        quorl.close();
+        Seen seen = new Seen();
+        for (int i = 0; i < 100; i++) {
+            round(seen, i);
+        }
+        int before = settledReferences();
+        for (int i = 0; i < ROUNDS; i++) {
+            round(seen, i);
+        }
+        for (long end = System.nanoTime() + LIMIT.toNanos(); !seen.left().isEmpty() && System.nanoTime() < end;) {
+            System.gc();
+        }
+        assertEquals(Map.of(), seen.left());
+        awaitAtMost(before);
     }
 }

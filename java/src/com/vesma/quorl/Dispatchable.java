@@ -21,9 +21,6 @@ abstract class Dispatchable extends LibraryObject {
      */
     abstract Object dispatchNative(double seconds);
 
-    /** Whether the library still has it; the last close of the library destroys what is left. */
-    abstract boolean exists();
-
     /**
      * Waits for the next event and runs its handler on this thread.
      *

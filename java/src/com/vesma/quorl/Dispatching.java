@@ -219,6 +219,7 @@ final class Dispatching {
                 handOver.end();
             }
             over = true;
+            dispatcher = null;
             Gate.handlerReturned();
         }
     }
@@ -234,7 +235,7 @@ final class Dispatching {
 
     /** A handler may throw the same statuses of its own, so the target itself is asked. */
     private static boolean targetIsGone(Dispatchable target, Throwable e) {
-        return e instanceof QuorlException && (target.isClosed() || !target.exists());
+        return e instanceof QuorlException && !target.exists();
     }
 
     // ---- the two halves -------------------------------------------------------------------------------------------
@@ -266,10 +267,7 @@ final class Dispatching {
             if (e.getStatus() == QuorlException.INTR) {
                 return SIGNALLED;
             }
-            if (target.isClosed()) {
-                throw target.closedException();
-            }
-            throw e;
+            throw target.refused(e);
         } finally {
             if (came != null) {
                 now = came;

@@ -48,6 +48,11 @@ final class Gate {
         }
     }
 
+    /** For a thread of the library's, which ends: it would hold what it dispatched until somebody looks for threads. */
+    static void remove(Dispatching ended) {
+        THREADS.remove(ended);
+    }
+
     // ---- dispatching threads --------------------------------------------------------------------------------------
 
     /** Asked after the thread has published what it dispatches. */

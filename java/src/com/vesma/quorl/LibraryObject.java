@@ -3,6 +3,7 @@ package com.vesma.quorl;
 import java.lang.ref.Cleaner;
 import java.lang.ref.Reference;
 import java.util.function.IntConsumer;
+import java.util.function.IntFunction;
 
 /**
  * An object of the library that lives long and is named by an id: a queue, a group of queues, a transport.
@@ -55,12 +56,45 @@ abstract class LibraryObject implements AutoCloseable {
         return value;
     }
 
+    /** As {@link #use}, of what gives nothing back. */
+    final void change(IntConsumer call) {
+        use(value -> {
+            call.accept(value);
+            return null;
+        });
+    }
+
     /** The id, 0 after the close. */
     final int idOrZero() {
         return id.value;
     }
 
     abstract QuorlClosedException closedException();
+
+    /** Which kind of the library's objects this is. */
+    abstract int kind();
+
+    /** Whether the library still has it; another thread may close it, and the last close of the library destroys what is left. */
+    final boolean exists() {
+        int value = id.value;
+        return value != 0 && Quorl.quorl_IsValid(value, kind());
+    }
+
+    /** What the library's refusal of a use is to the program: whatever the status, what does not exist any more is closed. */
+    final QuorlException refused(QuorlException e) {
+        return exists() ? e : closedException();
+    }
+
+    /** Uses the object, for what need not be fast. */
+    final <T> T use(IntFunction<T> call) {
+        try {
+            return call.apply(id());
+        } catch (QuorlException e) {
+            throw refused(e);
+        } finally {
+            Reference.reachabilityFence(this);
+        }
+    }
 
     /**
      * Whether {@link #close} was called.

@@ -46,6 +46,12 @@ abstract class MsgCore {
     /** Of the outermost message. Written through STATE only. */
     private volatile int state;
 
+    /**
+     * How often fields have gone from this message, so that those behind them have other positions. Only messages that are
+     * in no other can be changed. Used by who has entered.
+     */
+    private int removals;
+
     MsgCore(long handle, MsgCore outer) {
         this.handle = handle;
         root = outer == null ? this : outer.root;
@@ -56,7 +62,29 @@ abstract class MsgCore {
         if (!STATE.compareAndSet(root, IDLE, BUSY)) {
             throw refusal();
         }
+        if (root != this) {
+            refuseGone();
+        }
         return handle;
+    }
+
+    /**
+     * A message inside another ends with each change of that, which the library knows by its handle. Some natives would answer
+     * as for a message without fields. On a message that is entered; leaves it when it is gone.
+     */
+    private void refuseGone() {
+        try {
+            QuorlMsg.quorlMsg_GetByteSize(handle, null);
+        } catch (QuorlException e) {
+            leave();
+            throw gone(e);
+        }
+    }
+
+    private static QuorlException gone(QuorlException e) {
+        return e.getStatus() != QuorlException.INVALID_MSG ? e
+                : QuorlClosedException.says(QuorlException.INVALID_MSG,
+                        "the message inside another has ended, since that was changed; get it again");
     }
 
     final void leave() {
@@ -82,6 +110,16 @@ abstract class MsgCore {
             }
         }
         return true;
+    }
+
+    /** Fields were removed from this message, which is entered. */
+    final void fieldsHaveMoved() {
+        removals++;
+    }
+
+    /** On a message that is entered: a number that is another one as soon as fields may have other positions. */
+    final int removals() {
+        return removals;
     }
 
     /** For the one who ends the message, or has made it and shown it to nobody. */
@@ -260,7 +298,11 @@ abstract class MsgCore {
         }
         QuorlMsg.quorlMsg_GetByteSize(handle, null);
         for (long each : inner) {
-            QuorlMsg.quorlMsg_GetByteSize(each, null);
+            try {
+                QuorlMsg.quorlMsg_GetByteSize(each, null);
+            } catch (QuorlException ended) {
+                return gone(ended);
+            }
         }
         return new QuorlException(
                 QuorlException.INVALID_MSG, "messages would be nested to more than " + Wire.DEPTH_MAX + " levels", e);

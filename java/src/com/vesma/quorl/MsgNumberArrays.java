@@ -628,6 +628,7 @@ abstract class MsgNumberArrays extends MsgValues {
         short oldId = (short) QuorlMsg.quorlMsg_GetFieldId(handle, index, self());
         double[] old = f64ArrayAt(handle, index);
         QuorlMsg.quorlMsg_RemoveFieldEx(handle, name, nameLength, id, self());
+        fieldsHaveMoved();
         try {
             QuorlMsg.quorlMsg_AddF64Array(handle, oldName, Texts.length(oldName), values, values.length, oldId, self());
         } catch (QuorlException e) {

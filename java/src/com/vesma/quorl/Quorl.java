@@ -121,9 +121,7 @@ public final class Quorl implements AutoCloseable {
         }
         int status;
         try {
-            Requests.closeAll();
-            QuorlDispatcher.closeAll();
-            QuorlEvent.closeAll();
+            closeWhatIsLeft();
         } finally {
             Inside.libraryCloses();
             CircuitWatch.libraryCloses();
@@ -142,6 +140,19 @@ public final class Quorl implements AutoCloseable {
                     + "have arrived");
         }
         check(status);
+    }
+
+    /** Each in its turn, whatever becomes of the one before: events that the library ends keep their Java objects for ever. */
+    private static void closeWhatIsLeft() {
+        try {
+            Requests.closeAll();
+        } finally {
+            try {
+                QuorlDispatcher.closeAll();
+            } finally {
+                QuorlEvent.closeAll();
+            }
+        }
     }
 
     /**

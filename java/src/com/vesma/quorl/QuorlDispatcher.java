@@ -209,7 +209,9 @@ public final class QuorlDispatcher implements AutoCloseable {
 
     private QuorlDispatcher(Builder wanted) {
         target = wanted.target;
-        target.id();
+        if (!target.exists()) {
+            throw target.closedException();
+        }
         name = wanted.name != null ? wanted.name : "quorl-dispatcher-" + COUNT.incrementAndGet();
         handOver = wanted.executor == null ? null : new HandOver(wanted.executor, wanted.ordered, wanted.inFlight);
         for (int i = 1; i <= wanted.threads; i++) {
@@ -266,6 +268,7 @@ public final class QuorlDispatcher implements AutoCloseable {
                 handOver.begin(Thread.currentThread());
             }
             mine.loop(this);
+            Gate.remove(mine);
         } finally {
             if (running.decrementAndGet() == 0) {
                 OPEN.remove(this);

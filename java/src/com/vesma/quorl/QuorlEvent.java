@@ -73,12 +73,9 @@ public class QuorlEvent implements AutoCloseable {
         }
     }
 
-    /** What the library's refusal to make an event is: another thread may have closed what the event needs meanwhile. */
+    /** What the library's refusal to make an event is: what the event needs may be closed. */
     static QuorlException refusal(QuorlException e, QuorlQueue queue, QuorlTransport transport) {
-        if (e.getStatus() == QuorlException.INVALID_TRANSPORT && transport.isClosed()) {
-            return transport.closedException();
-        }
-        return e.getStatus() == QuorlException.INVALID_QUEUE && queue.isClosed() ? queue.closedException() : e;
+        return queue.exists() ? transport.refused(e) : queue.closedException();
     }
 
     /** Takes what the library has left for this thread, null for nothing; on the dispatching thread, once a dispatch. */
@@ -170,8 +167,16 @@ public class QuorlEvent implements AutoCloseable {
         while (MAKING.get() != 0) {
             Thread.onSpinWait();
         }
+        RuntimeException first = null;
         for (QuorlEvent event : OPEN) {
-            event.close();
+            try {
+                event.close();
+            } catch (RuntimeException e) {
+                first = e;
+            }
+        }
+        if (first != null) {
+            throw first;
         }
     }
 

@@ -3,6 +3,7 @@ package com.vesma.quorl;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.util.ArrayList;
+import java.util.ConcurrentModificationException;
 import java.util.Iterator;
 import java.util.List;
 import java.util.NoSuchElementException;
@@ -201,6 +202,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
         long handle = enter();
         try {
             quorlMsg_Reset(handle, this);
+            fieldsHaveMoved();
             return this;
         } finally {
             leave();
@@ -562,16 +564,27 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     }
 
     /**
-     * The fields in their order. Changing the message meanwhile may show fields twice or not at all.
+     * The fields in their order. Fields that are added meanwhile come too; when one is removed, or the message is reset, the
+     * iterator ends with a {@link ConcurrentModificationException}.
+     *
+     * @throws QuorlClosedException if the message is closed
      */
     @Override
     public Iterator<QuorlMsgField> iterator() {
+        enter();
+        int before = removals();
+        leave();
         return new Iterator<>() {
             private int next;
 
             @Override
             public boolean hasNext() {
-                return next < getFieldCount();
+                long handle = enterUnmoved(before);
+                try {
+                    return next < quorlMsg_GetNumFields(handle, QuorlMsg.this);
+                } finally {
+                    leave();
+                }
             }
 
             @Override
@@ -582,6 +595,15 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
                 return getFieldAt(next++);
             }
         };
+    }
+
+    private long enterUnmoved(int before) {
+        long handle = enter();
+        if (before != removals()) {
+            leave();
+            throw new ConcurrentModificationException("a field was removed from the message, whose fields are being listed");
+        }
+        return handle;
     }
 
     /**
@@ -608,7 +630,11 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
         byte[] bytes = bytes(name);
         long handle = enter();
         try {
-            return quorlMsg_RemoveFieldEx(handle, bytes, Texts.length(bytes), (short) id, this);
+            boolean removed = quorlMsg_RemoveFieldEx(handle, bytes, Texts.length(bytes), (short) id, this);
+            if (removed) {
+                fieldsHaveMoved();
+            }
+            return removed;
         } catch (QuorlException e) {
             throw about(e, name, id);
         } finally {

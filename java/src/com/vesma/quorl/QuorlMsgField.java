@@ -4,7 +4,9 @@ import java.math.BigInteger;
 import java.util.ConcurrentModificationException;
 
 /**
- * What one field of a message is. It is a snapshot; {@link #getValue} reads the value from the message when it is asked.
+ * What one field of a message is. It is a snapshot but for {@link #getValue}, which reads the value from the message when it is
+ * asked, until a field is removed from the message: the others may have other positions then, and this one cannot tell
+ * whether it is still there.
  *
  * <pre>{@code
  * for (QuorlMsgField field : message) {
@@ -91,15 +93,18 @@ public final class QuorlMsgField {
 
     private final QuorlMsg message;
     private final int index;
+    private final int removals;
     private final String name;
     private final int id;
     private final int type;
     private final long count;
     private final long size;
 
+    /** On a message that is entered. */
     QuorlMsgField(QuorlMsg message, int index, String name, int id, int type, long count, long size) {
         this.message = message;
         this.index = index;
+        removals = message.removals();
         this.name = name;
         this.id = id;
         this.type = type;
@@ -187,15 +192,16 @@ public final class QuorlMsgField {
      *     {@link BigInteger} for U64; Float, Double; Integer for IPPORT16; {@link java.net.Inet4Address};
      *     {@link java.time.Instant}; String; {@link QuorlMsg}; {@code byte[]} for OPAQUE, XML and user types; for arrays
      *     what {@link QuorlMsg}'s getter of that type gives
-     * @throws ConcurrentModificationException if the message was changed and has another type at this position
+     * @throws ConcurrentModificationException if a field was removed from the message, or the message was reset, after this
+     *     field was looked up; look it up again
      * @throws QuorlClosedException if the message is closed
      */
     public Object getValue() {
         long handle = message.enter();
         try {
-            if (index >= QuorlMsg.quorlMsg_GetNumFields(handle, message)
-                    || QuorlMsg.quorlMsg_GetFieldType(handle, index, message) != type) {
-                throw new ConcurrentModificationException("the message was changed after this field was looked up");
+            if (removals != message.removals()) {
+                throw new ConcurrentModificationException(
+                        MsgCore.describe(name, id) + ": a field was removed from the message after this one was looked up");
             }
             return type < ARRAY ? scalar(handle) : type < USER_FIRST ? array(handle) : message.blockAt(handle, index);
         } finally {

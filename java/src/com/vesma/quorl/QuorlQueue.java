@@ -94,11 +94,7 @@ public final class QuorlQueue extends Dispatchable {
      */
     public void setName(String name) {
         byte[] bytes = Texts.encode(Objects.requireNonNull(name, "name"), "the queue's name");
-        try {
-            quorlQueue_SetName(id(), bytes, bytes.length);
-        } finally {
-            Reference.reachabilityFence(this);
-        }
+        change(id -> quorlQueue_SetName(id, bytes, bytes.length));
     }
 
     /**
@@ -107,12 +103,11 @@ public final class QuorlQueue extends Dispatchable {
      * @return the name, empty when it has none
      */
     public String getName() {
-        try {
-            byte[] bytes = quorlQueue_GetName(id());
-            return bytes == null ? "" : Texts.decode(bytes, bytes.length);
-        } finally {
-            Reference.reachabilityFence(this);
+        byte[] bytes = use(QuorlQueue::quorlQueue_GetName);
+        if (bytes == null && !exists()) {
+            throw closedException();
         }
+        return bytes == null ? "" : Texts.decode(bytes, bytes.length);
     }
 
     /**
@@ -121,11 +116,7 @@ public final class QuorlQueue extends Dispatchable {
      * @return 0 to 2<sup>32</sup>-1
      */
     public long getCount() {
-        try {
-            return Integer.toUnsignedLong(quorlQueue_GetCount(id()));
-        } finally {
-            Reference.reachabilityFence(this);
-        }
+        return use(id -> Integer.toUnsignedLong(quorlQueue_GetCount(id)));
     }
 
     /**
@@ -135,11 +126,7 @@ public final class QuorlQueue extends Dispatchable {
      */
     public void setPriority(long priority) {
         int number = unsigned(priority, "priority");
-        try {
-            quorlQueue_SetPriority(id(), number);
-        } finally {
-            Reference.reachabilityFence(this);
-        }
+        change(id -> quorlQueue_SetPriority(id, number));
     }
 
     /**
@@ -148,11 +135,7 @@ public final class QuorlQueue extends Dispatchable {
      * @return as {@link #setPriority} takes it
      */
     public long getPriority() {
-        try {
-            return Integer.toUnsignedLong(quorlQueue_GetPriority(id()));
-        } finally {
-            Reference.reachabilityFence(this);
-        }
+        return use(id -> Integer.toUnsignedLong(quorlQueue_GetPriority(id)));
     }
 
     /**
@@ -166,11 +149,7 @@ public final class QuorlQueue extends Dispatchable {
     public void limit(int policy, long maxEvents, long discardAmount) {
         int max = unsigned(maxEvents, "maxEvents");
         int discard = unsigned(discardAmount, "discardAmount");
-        try {
-            quorlQueue_SetLimitPolicy(id(), policy, max, discard);
-        } finally {
-            Reference.reachabilityFence(this);
-        }
+        change(id -> quorlQueue_SetLimitPolicy(id, policy, max, discard));
     }
 
     /**
@@ -179,11 +158,7 @@ public final class QuorlQueue extends Dispatchable {
      * @return one of the constants of this class
      */
     public int getLimitPolicy() {
-        try {
-            return quorlQueue_GetLimitPolicy(id());
-        } finally {
-            Reference.reachabilityFence(this);
-        }
+        return use(QuorlQueue::quorlQueue_GetLimitPolicy);
     }
 
     /**
@@ -192,11 +167,7 @@ public final class QuorlQueue extends Dispatchable {
      * @return the limit, 0 for none
      */
     public long getMaxEvents() {
-        try {
-            return Integer.toUnsignedLong(quorlQueue_GetMaxEvents(id()));
-        } finally {
-            Reference.reachabilityFence(this);
-        }
+        return use(id -> Integer.toUnsignedLong(quorlQueue_GetMaxEvents(id)));
     }
 
     /**
@@ -205,11 +176,7 @@ public final class QuorlQueue extends Dispatchable {
      * @return the number, 0 without a limit
      */
     public long getDiscardAmount() {
-        try {
-            return Integer.toUnsignedLong(quorlQueue_GetDiscardAmount(id()));
-        } finally {
-            Reference.reachabilityFence(this);
-        }
+        return use(id -> Integer.toUnsignedLong(quorlQueue_GetDiscardAmount(id)));
     }
 
     /**
@@ -244,9 +211,8 @@ public final class QuorlQueue extends Dispatchable {
     }
 
     @Override
-    boolean exists() {
-        int id = idOrZero();
-        return id != 0 && Quorl.quorl_IsValid(id, OBJECT_TYPE);
+    int kind() {
+        return OBJECT_TYPE;
     }
 
     @Override

@@ -48,6 +48,8 @@ public final class QuorlQueueGroup extends Dispatchable {
         queue.setGrouped();
         try {
             quorlQueueGroup_Add(id(), queue.id());
+        } catch (QuorlException e) {
+            throw exists() ? queue.refused(e) : closedException();
         } finally {
             Reference.reachabilityFence(queue);
             Reference.reachabilityFence(this);
@@ -63,6 +65,8 @@ public final class QuorlQueueGroup extends Dispatchable {
     public void remove(QuorlQueue queue) {
         try {
             quorlQueueGroup_Remove(id(), queue.id());
+        } catch (QuorlException e) {
+            throw exists() ? queue.refused(e) : closedException();
         } finally {
             Reference.reachabilityFence(queue);
             Reference.reachabilityFence(this);
@@ -87,9 +91,8 @@ public final class QuorlQueueGroup extends Dispatchable {
     }
 
     @Override
-    boolean exists() {
-        int id = idOrZero();
-        return id != 0 && Quorl.quorl_IsValid(id, OBJECT_TYPE);
+    int kind() {
+        return OBJECT_TYPE;
     }
 
     @Override

@@ -47,6 +47,8 @@ public final class QuorlTimer extends QuorlEvent {
         double seconds = Dispatchable.seconds(interval, "interval");
         try {
             create(() -> quorlEvent_CreateTimer(queue.id(), seconds));
+        } catch (QuorlException e) {
+            throw queue.refused(e);
         } finally {
             Reference.reachabilityFence(queue);
         }

@@ -30,6 +30,8 @@ import java.util.concurrent.ConcurrentLinkedQueue;
  * }</pre>
  */
 public abstract class QuorlTransport extends LibraryObject {
+    private static final int OBJECT_TYPE = 4;
+
     /** What the bridge writes of an inbox, the rest of the array zero. */
     private static final int INBOX_BYTES = 255;
 
@@ -40,6 +42,11 @@ public abstract class QuorlTransport extends LibraryObject {
     private final Map<QuorlQueue, Dispatching> requests = new ConcurrentHashMap<>();
 
     private final Requests asynchronous = new Requests(this);
+
+    @Override
+    final int kind() {
+        return OBJECT_TYPE;
+    }
 
     QuorlTransport(int id) {
         super(id, QuorlTransport::quorlTransport_Destroy);
@@ -305,7 +312,7 @@ public abstract class QuorlTransport extends LibraryObject {
 
     /** What the library's refusal is to the program: another thread may have closed the transport meanwhile. */
     final QuorlException refusal(QuorlException e) {
-        return isClosed() ? closedException() : QuorlDaemonException.typed(e);
+        return exists() ? QuorlDaemonException.typed(e) : closedException();
     }
 
     /** Whether a failure of a request says that the transport is closed, or was with the library. */

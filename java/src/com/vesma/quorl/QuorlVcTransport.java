@@ -67,7 +67,7 @@ public final class QuorlVcTransport extends QuorlTransport {
             long packed = quorlTransport_CreateAcceptVc(parent.id(), subject);
             return new QuorlVcTransport((int) (packed >>> 32), parent, Texts.decode(subject, (int) packed));
         } catch (QuorlException e) {
-            throw parent.isClosed() ? parent.closedException() : e;
+            throw parent.refused(e);
         } finally {
             Reference.reachabilityFence(parent);
         }
@@ -88,7 +88,7 @@ public final class QuorlVcTransport extends QuorlTransport {
             return new QuorlVcTransport(
                     quorlTransport_CreateConnectVc(parent.id(), subject, subject.length), parent, null);
         } catch (QuorlException e) {
-            throw parent.isClosed() ? parent.closedException() : e;
+            throw parent.refused(e);
         } finally {
             Reference.reachabilityFence(parent);
         }

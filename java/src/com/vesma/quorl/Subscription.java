@@ -160,6 +160,7 @@ final class Subscription implements Flow.Subscription {
         } catch (Throwable e) {
             Dispatching.report(thread.getUncaughtExceptionHandler(), e);
         }
+        Gate.remove(worker);
     }
 
     private void end() {

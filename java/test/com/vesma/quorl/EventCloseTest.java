@@ -84,7 +84,7 @@ class EventCloseTest extends OpenLibrary {
                 listener.close();
                 early.set(!left.get());
             });
-            await(() -> closer.thread.getState() == Thread.State.WAITING);
+            await(() -> closer.thread.getState() == Thread.State.TIMED_WAITING);
             leave.countDown();
             closer.join();
             assertFalse(early.get());
@@ -109,7 +109,7 @@ class EventCloseTest extends OpenLibrary {
                 closing.close();
                 early.set(!left.get());
             });
-            await(() -> closer.thread.getState() == Thread.State.WAITING);
+            await(() -> closer.thread.getState() == Thread.State.TIMED_WAITING);
             leave.countDown();
             closer.join();
             assertFalse(early.get());

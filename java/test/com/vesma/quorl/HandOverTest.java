@@ -286,7 +286,7 @@ class HandOverTest extends OpenLibrary {
                 closing.close();
                 early.set(!left.get());
             });
-            await(() -> closer.thread.getState() == Thread.State.WAITING);
+            await(() -> closer.thread.getState() == Thread.State.TIMED_WAITING);
             leave.countDown();
             closer.join();
             assertFalse(early.get());

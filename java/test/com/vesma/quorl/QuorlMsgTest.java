@@ -234,6 +234,66 @@ class QuorlMsgTest {
     }
 
     @Test
+    void aFieldIsNeverReadAsAnother() {
+        message.addI32("a", 1).addI32("a", 2).addF64Array("f", new double[] {1}).addI32("b", 3);
+        QuorlMsgField second = message.getFields("a").get(1);
+        QuorlMsgField last = message.getField("b");
+        message.addI32("c", 4).updateI32("b", 5);
+        assertEquals(List.of(2, 5), List.of(second.getValue(), last.getValue()), "what is added or updated moves nothing");
+        assertTrue(message.remove("a"));
+        assertThrows(ConcurrentModificationException.class, second::getValue);
+        assertThrows(ConcurrentModificationException.class, last::getValue);
+        assertEquals("b", last.getName(), "what the field is it still tells");
+        QuorlMsgField third = message.getField("b");
+        assertFalse(message.remove("none"));
+        assertEquals(5, third.getValue(), "nothing was removed");
+        message.updateF64Array("f", new double[] {2, 3});
+        assertThrows(ConcurrentModificationException.class, third::getValue, "an array that moves to the end");
+        QuorlMsgField fourth = message.getField("b");
+        message.reset().addI32("x", 1).addI32("y", 2).addI32("z", 3).addI32("b", 4);
+        assertThrows(ConcurrentModificationException.class, fourth::getValue);
+    }
+
+    @Test
+    void listingFieldsNoticesARemoval() {
+        message.addI32("a", 1).addI32("b", 2).addI32("c", 3);
+        var iterator = message.iterator();
+        assertEquals("a", iterator.next().getName());
+        message.addI32("d", 4);
+        assertEquals("b", iterator.next().getName());
+        message.remove("a");
+        assertThrows(ConcurrentModificationException.class, iterator::hasNext);
+        assertThrows(ConcurrentModificationException.class, iterator::next);
+        message.close();
+        assertThrows(QuorlClosedException.class, iterator::hasNext);
+    }
+
+    @Test
+    void aMessageInsideEndsWithAChange() {
+        try (QuorlMsg inner = new QuorlMsg().addI32("n", 1); QuorlMsg other = new QuorlMsg()) {
+            message.addMsg("inner", inner).addMsgArray("all", List.of(inner));
+            for (boolean array : new boolean[] {false, true}) {
+                QuorlMsg inside = array ? message.getMsgArray("all").get(0) : message.getMsg("inner");
+                QuorlMsgField field = inside.getField("n");
+                var iterator = inside.iterator();
+                QuorlMsgView view = inside.view();
+                message.addI32("later", 1);
+                assertThrows(QuorlClosedException.class, inside::getFieldCount);
+                assertThrows(QuorlClosedException.class, inside::getSendSubject);
+                assertThrows(QuorlClosedException.class, () -> inside.getFieldAt(0));
+                assertThrows(QuorlClosedException.class, () -> inside.has("n"));
+                assertThrows(QuorlClosedException.class, () -> inside.getI32("n"));
+                assertThrows(QuorlClosedException.class, field::getValue);
+                assertThrows(QuorlClosedException.class, iterator::hasNext);
+                assertThrows(QuorlClosedException.class, () -> other.addMsg("x", inside));
+                assertThrows(QuorlClosedException.class, () -> message.addMsg("x", inside));
+                assertThrows(QuorlClosedException.class, () -> message.addMsgArray("x", List.of(inside)));
+                assertEquals(1, view.getI32("n"));
+            }
+        }
+    }
+
+    @Test
     void fieldsAreRemoved() {
         message.addI32("a", 1).addI32("b", 7, 2).addI32("a", 3);
         assertTrue(message.remove("a"));
