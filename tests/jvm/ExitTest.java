@@ -214,10 +214,16 @@ class ExitTest {
                     send(transport, "b");
                     break;
                 case "transport":
-                    new QuorlListener(queue, transport, "square", (l, m) -> answer(transport, m));
+                    // The answer comes when there is a step for it, which then runs on the thread for replies.
+                    CountDownLatch asked = new CountDownLatch(1);
+                    new QuorlListener(queue, transport, "square", (l, m) -> {
+                        asked.await();
+                        answer(transport, m);
+                    });
                     try (QuorlMsg question = new QuorlMsg("square")) {
                         transport.requestAsync(question, Duration.ofDays(1)).thenAccept(reply -> endOrFail(how));
                     }
+                    asked.countDown();
                     break;
                 default:
                     send(transport, "a");

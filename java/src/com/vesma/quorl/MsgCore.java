@@ -46,11 +46,17 @@ abstract class MsgCore {
     /** Of the outermost message. Written through STATE only. */
     private volatile int state;
 
-    /**
-     * How often fields have gone from this message, so that those behind them have other positions. Only messages that are
-     * in no other can be changed. Used by who has entered.
-     */
-    private int removals;
+    /** Null of most messages, so that they are no larger. Of messages that are in no other; made by who has entered. */
+    private volatile Rare rare;
+
+    /** What few messages need. */
+    private static final class Rare {
+        /** Frees a message that came to be the program's, if that forgets it; null for any other. */
+        volatile ForgottenMessages.Watch watch;
+
+        /** How often fields have gone, so that those behind them have other positions. Used by who has entered. */
+        int removals;
+    }
 
     MsgCore(long handle, MsgCore outer) {
         this.handle = handle;
@@ -114,12 +120,42 @@ abstract class MsgCore {
 
     /** Fields were removed from this message, which is entered. */
     final void fieldsHaveMoved() {
-        removals++;
+        rare().removals++;
     }
 
     /** On a message that is entered: a number that is another one as soon as fields may have other positions. */
     final int removals() {
-        return removals;
+        Rare own = rare;
+        return own == null ? 0 : own.removals;
+    }
+
+    private Rare rare() {
+        Rare own = rare;
+        if (own == null) {
+            own = new Rare();
+            rare = own;
+        }
+        return own;
+    }
+
+    /** Makes a message the program's, which is entered. A message inside another is that one's, whatever is done. */
+    final void watch() {
+        if (root == this && !isWatched()) {
+            rare().watch = ForgottenMessages.watch(self(), handle);
+        }
+    }
+
+    /** Whether the message is the program's. */
+    final boolean isWatched() {
+        Rare own = rare;
+        return own != null && own.watch != null;
+    }
+
+    /** For the one who ends the message. */
+    final void endWatch() {
+        if (isWatched()) {
+            rare.watch.end();
+        }
     }
 
     /** For the one who ends the message, or has made it and shown it to nobody. */

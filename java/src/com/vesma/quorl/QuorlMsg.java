@@ -54,9 +54,6 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     /** The header of a wire image. */
     private static final int IMAGE_HEADER = 12;
 
-    /** Frees a message that came to be the program's, if that forgets it; null for any other. */
-    private volatile ForgottenMessages.Watch watch;
-
     /**
      * Makes a message without fields and subjects.
      */
@@ -110,11 +107,9 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * @throws QuorlClosedException if the handler has returned
      */
     public QuorlMsg keep() {
-        long handle = enter();
+        enter();
         try {
-            if (watch == null && !isInside()) {
-                watch = ForgottenMessages.watch(this, handle);
-            }
+            watch();
             return this;
         } finally {
             leave();
@@ -123,7 +118,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
 
     /** Behind the handler that was given this message. */
     void endOfHandler() {
-        if (watch == null) {
+        if (!isWatched()) {
             close();
         }
     }
@@ -134,10 +129,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     @Override
     public void close() {
         if (!isInside() && enterForClose()) {
-            ForgottenMessages.Watch watched = watch;
-            if (watched != null) {
-                watched.end();
-            }
+            endWatch();
             quorlMsg_Destroy(ownHandle(), this);
         }
     }

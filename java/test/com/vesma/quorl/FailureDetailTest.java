@@ -57,13 +57,15 @@ class FailureDetailTest extends OpenLibrary {
 
     @Test
     void aClosedLibraryIsNotAsked() {
-        try (QuorlMsg message = new QuorlMsg("a")) {
-            assertThrows(QuorlException.class, () -> transport.send(new QuorlMsg()));
+        try (QuorlMsg message = new QuorlMsg()) {
+            assertThrows(QuorlException.class, () -> transport.send(message));
             quorl.close();
-            assertNull(assertThrows(QuorlException.class, () -> transport.send(message)).getDetail());
+            assertNull(assertThrows(QuorlException.class, QuorlQueue::new).getDetail());
             quorl = Quorl.open();
-            assertNotNull(assertThrows(QuorlException.class, () -> transport.send(message)).getDetail(),
-                    "it is asked again when it is open again");
+            try (QuorlTransport again = new QuorlQrdTransport()) {
+                assertNotNull(assertThrows(QuorlException.class, () -> again.send(message)).getDetail(),
+                        "it is asked again when it is open again");
+            }
         }
     }
 

@@ -232,7 +232,7 @@ class MessageBadInputTest {
                 m.updateMsgArray("x", 5, List.of(flat, deep));
             }
         });
-        refused(invalid, "The message does not exist or was destroyed (status 42): field \"x\"", m -> {
+        refused(invalid, "the message inside another has ended, since that was changed; get it again", m -> {
             try (QuorlMsg other = message()) {
                 QuorlMsg inside = other.getMsg("m");
                 other.reset();
