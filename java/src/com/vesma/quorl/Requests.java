@@ -92,17 +92,18 @@ final class Requests {
             if (subjects == null) {
                 subjects = open();
             }
-            made.expireAfter(limit);
             request.setReplySubject(subjects + key);
             transport.send(request);
+            // Behind the send, so that one that is refused says why, however short the limit is.
+            made.expireAfter(limit);
         } catch (QuorlException e) {
             made.completeExceptionally(transport.isGone(e) ? transport.closedException() : QuorlDaemonException.typed(e));
         } catch (RuntimeException | Error e) {
             made.cancel(false);
             throw e;
         }
-        // A program cannot have it before this, but the transport's close can have ended it while the limit was not there to
-        // be let go of.
+        // A program cannot have it before this, but a reply or the transport's close can have ended it while the limit was not
+        // there to be let go of.
         if (made.isDone()) {
             made.letGo();
         }

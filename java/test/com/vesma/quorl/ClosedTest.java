@@ -24,6 +24,7 @@ import java.util.TreeSet;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ExecutionException;
 import java.util.concurrent.Executor;
+import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.Test;
 
 /**
@@ -47,6 +48,12 @@ class ClosedTest extends OpenLibrary {
 
     /** One of each kind, in its present state. */
     private final Map<Class<?>, Object> open = new TreeMap<>((a, b) -> a.getName().compareTo(b.getName()));
+
+    /** Also when a test has failed, or the library would stay open for those that come behind. */
+    @AfterEach
+    void closeWhatIsOpen() throws Exception {
+        closeAll(open);
+    }
 
     private static final class Kinds {
         static List<Class<?>> all() throws Exception {
@@ -194,7 +201,6 @@ class ClosedTest extends OpenLibrary {
                 assertTrue(open.containsKey(kind), kind + " is closed by no test here");
             }
         }
-        closeAll(open);
     }
 
     @Test
@@ -204,7 +210,6 @@ class ClosedTest extends OpenLibrary {
         make(open);
         closeAll(closed);
         assertEquals("", String.join("\n", surprises(closed, open)));
-        closeAll(open);
     }
 
     /** Gives each method and constructor something closed, one argument at a time. */
@@ -243,7 +248,6 @@ class ClosedTest extends OpenLibrary {
         make(open);
         closeAll(closed);
         assertEquals("", String.join("\n", givenSurprises(closed, open)));
-        closeAll(open);
     }
 
     /** Messages need no open library, and credentials neither. */
@@ -260,6 +264,5 @@ class ClosedTest extends OpenLibrary {
         try (Quorl again = Quorl.open()) {
             assertEquals("", String.join("\n", surprises(closed, open)));
         }
-        closeAll(open);
     }
 }
