@@ -10,6 +10,7 @@ The build's tests run 15 mutants; tests/contract/mutate.py runs 400, and --count
 """
 import argparse
 import concurrent.futures
+import itertools
 import os
 import pathlib
 import random
@@ -118,7 +119,9 @@ class Bench:
             words = shlex.split(command)
             if words[-2:-1] == ["-c"] and pathlib.Path(words[-1]).parent.name == SOURCES.name:
                 places = [f"-I{words[i + 1]}" for i, word in enumerate(words) if word == "-isystem"]
-                self.compile = [words[0], "-std=c++20", "-O0", "-g0", "-w", "-fPIC", *places,
+                # A launcher may stand before the compiler: both end where the options begin.
+                self.compiler = list(itertools.takewhile(lambda word: not word.startswith("-"), words))
+                self.compile = [*self.compiler, "-std=c++20", "-O0", "-g0", "-w", "-fPIC", *places,
                                 *(word for word in words if word.startswith("-I"))]
             if "--redefine-sym" in words:
                 self.rename, self.objects[pathlib.Path(words[-1]).stem] = words[words.index("&&") + 1:-2], words[-1]
@@ -160,7 +163,7 @@ class Bench:
         for source in sources:
             objects[source] = f"{scratch}/{pathlib.Path(source).stem}.o"
             subprocess.run([*self.rename, objects[source]], check=True)
-        linked = subprocess.run([self.compile[0], *options, "-o", f"{scratch}/contract", *objects.values(), self.kit,
+        linked = subprocess.run([*self.compiler, *options, "-o", f"{scratch}/contract", *objects.values(), self.kit,
                                  *self.libraries], cwd=self.build, capture_output=True, check=False)
         return linked.returncode == 0
 
