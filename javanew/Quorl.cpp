@@ -13,9 +13,13 @@ jstring versionOf(JNIEnv* env) {
     return env->NewStringUTF(text != nullptr ? text : "");
 }
 
-// The string at a place of the array and its text, which the machine lends; elements are not checked for null. False:
-// the machine has left an exception, after which it must not be called on.
-bool convertParameter(JNIEnv* env, jobjectArray array, jint index, jstring* string, const char** text) {
+// The string at a place of the array and its text, which the machine lends; elements are not checked for null. The
+// references to the strings stay until the native returns: the texts go back through them. False: the machine has left
+// an exception, after which it must not be called on.
+bool convertParameter(JNIEnv* env, jobjectArray array, jint index, jint count, jstring* string, const char** text) {
+    if (!reserveReference(env, index, count)) {
+        return false;
+    }
     *string = static_cast<jstring>(env->GetObjectArrayElement(array, index));
     if (*string == nullptr && env->ExceptionOccurred() != nullptr) {
         return false;
@@ -66,7 +70,8 @@ JNIEXPORT void JNICALL Java_com_vesma_quorl_Quorl_quorl_1DisableQRDMReadyCheck(J
 }
 
 // The one native that both throws and answers a status: when the list finds no memory. An element that is not there, or
-// a text that cannot be had, ends it when the machine has left an exception: the library is not asked then.
+// a text or a reference that cannot be had, ends it when the machine has left an exception: the library is not asked
+// then.
 JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1SetQRParameters(JNIEnv* env, jclass, jobjectArray array,
                                                                          jint arrayLength) {
     if (arrayLength < 1) {
@@ -82,7 +87,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1SetQRParameters(JNIEnv*
     jstring* const strings = static_cast<jstring*>(static_cast<void*>(texts + arrayLength));
     bool copied = true;
     for (jint i = 0; i < arrayLength && copied; ++i) {
-        copied = convertParameter(env, array, i, &strings[i], &texts[i]);
+        copied = convertParameter(env, array, i, arrayLength, &strings[i], &texts[i]);
     }
     const quorl_status status =
         copied ? quorl_SetQRParameters(static_cast<quorl_u32>(arrayLength), texts) : QUORL_INVALID_ARG;

@@ -30,7 +30,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmListener_quorlcmEvent_1Create
     const jobject listenerRef = env->NewGlobalRef(self);
     if (listenerRef == nullptr) {
         freeText(subject);
-        throwOutOfMemory(env, "Cannot allocate memory for listener reference.");
+        throwOutOfMemoryUnlessPending(env, "Cannot allocate memory for listener reference.");
         return 0;
     }
     quorlcmEvent id = 0;
@@ -46,7 +46,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmListener_quorlcmEvent_1Create
     }
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(listenerRef);
-        throwStatus(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(id);

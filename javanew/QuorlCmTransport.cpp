@@ -65,20 +65,16 @@ void callWithText(JNIEnv* env, jint id, jbyteArray bytes, jint length, Arguments
     }
 }
 
-// Calls the library with the id, a listener's name and a subject. No subject is copied after a name that could not be.
+// Calls the library with the id, a listener's name and a subject.
 template <auto library>
 void callWithListener(JNIEnv* env, jint id, jbyteArray nameBytes, jint nameLength, jbyteArray subjectBytes,
                       jint subjectLength) {
     Text name;
     Text subject;
-    const bool hasName = copyText(env, nameBytes, nameLength, &name);
-    if (subjectBytes != nullptr && copyFailed(env, name.text, nameLength)) {
-        freeText(name);
-        return;
-    }
-    const quorl_status status = hasName && copyText(env, subjectBytes, subjectLength, &subject)
-                                    ? library(static_cast<quorlcmTransport>(id), name.text, subject.text)
-                                    : QUORL_NO_MEMORY;
+    const quorl_status status =
+        copyText(env, nameBytes, nameLength, &name) && copyText(env, subjectBytes, subjectLength, &subject)
+            ? library(static_cast<quorlcmTransport>(id), name.text, subject.text)
+            : QUORL_NO_MEMORY;
     freeText(name);
     freeText(subject);
     if (status != QUORL_OK) {
@@ -100,7 +96,7 @@ char* copyName(JNIEnv* env, jbyteArray bytes, jint length) {
 extern "C" {
 
 // The certified name has no error text of its own: without memory for it the library is not asked, and the status that
-// stands for that is thrown, after the other two have been looked at. No name is copied after one that could not be.
+// stands for that is thrown, after the other two have been looked at.
 JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1Create(
     JNIEnv* env, jclass, jint transportId, jbyteArray cmNameBytes, jint cmNameBytesLength, jboolean requestOld,
     jbyteArray ledgerNameBytes, jint ledgerNameBytesLength, jboolean syncLedger, jbyteArray relayAgentBytes,
@@ -108,29 +104,20 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1C
     char* const cmName = cmNameBytes != nullptr ? copyName(env, cmNameBytes, cmNameBytesLength) : nullptr;
     char* ledgerName = nullptr;
     if (ledgerNameBytes != nullptr) {
-        if (copyFailed(env, cmName, cmNameBytesLength)) {
-            std::free(cmName);
-            return 0;
-        }
         ledgerName = copyName(env, ledgerNameBytes, ledgerNameBytesLength);
         if (ledgerName == nullptr) {
             std::free(cmName);
-            throwOutOfMemory(env, "Cannot allocate memory for ledgerName parameter.");
+            throwOutOfMemoryUnlessPending(env, "Cannot allocate memory for ledgerName parameter.");
             return 0;
         }
     }
     char* relayAgent = nullptr;
     if (relayAgentBytes != nullptr) {
-        if (copyFailed(env, cmName, cmNameBytesLength) || copyFailed(env, ledgerName, ledgerNameBytesLength)) {
-            std::free(cmName);
-            std::free(ledgerName);
-            return 0;
-        }
         relayAgent = copyName(env, relayAgentBytes, relayAgentBytesLength);
         if (relayAgent == nullptr) {
             std::free(cmName);
             std::free(ledgerName);
-            throwOutOfMemory(env, "Cannot allocate memory for relay agent parameter.");
+            throwOutOfMemoryUnlessPending(env, "Cannot allocate memory for relay agent parameter.");
             return 0;
         }
     }
@@ -217,8 +204,7 @@ JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1S
 // clang-format on
 
 // The closure is a local reference: it and the environment are good for as long as the review runs, on this thread. The
-// slot keeps the environment afterwards, which stays that of the thread. Without its subject no review begins: it would
-// call Java with the exception of the failed copy pending.
+// slot keeps the environment afterwards, which stays that of the thread.
 JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlCmTransport_quorlcmTransport_1ReviewLedger(
     JNIEnv* env, jclass, jint id, jbyteArray subjectBytes, jint subjectBytesLength, jobject ledgerInfo) {
     Text subject;

@@ -58,7 +58,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMember_quorlftMember_1Create(
     const jobject memberRef = env->NewGlobalRef(self);
     if (memberRef == nullptr) {
         freeText(groupName);
-        throwOutOfMemory(env, "Cannot allocate memory for Fault Tolerance member reference.");
+        throwOutOfMemoryUnlessPending(env, "Cannot allocate memory for Fault Tolerance member reference.");
         return 0;
     }
     quorlftMember id = 0;
@@ -69,7 +69,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMember_quorlftMember_1Create(
     freeText(groupName);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(memberRef);
-        throwStatus(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(id);

@@ -48,7 +48,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMonitor_quorlftMonitor_1Creat
     const jobject monitorRef = env->NewGlobalRef(self);
     if (monitorRef == nullptr) {
         freeText(groupName);
-        throwOutOfMemory(env, "Cannot allocate memory for Fault Tolerance monitor reference.");
+        throwOutOfMemoryUnlessPending(env, "Cannot allocate memory for Fault Tolerance monitor reference.");
         return 0;
     }
     quorlftMonitor id = 0;
@@ -58,7 +58,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlFtMonitor_quorlftMonitor_1Creat
     freeText(groupName);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(monitorRef);
-        throwStatus(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(id);

@@ -28,7 +28,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlListener_quorlEvent_1CreateList
     const jobject listenerRef = env->NewGlobalRef(self);
     if (listenerRef == nullptr) {
         freeText(subject);
-        throwOutOfMemory(env, "Cannot allocate memory for listener reference.");
+        throwOutOfMemoryUnlessPending(env, "Cannot allocate memory for listener reference.");
         return 0;
     }
     quorlEvent listenerId = 0;
@@ -38,7 +38,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlListener_quorlEvent_1CreateList
     freeText(subject);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(listenerRef);
-        throwStatus(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(listenerId);

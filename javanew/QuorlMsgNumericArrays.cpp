@@ -121,9 +121,9 @@ void setArray(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fieldNa
     const bool passed = passArray<library>(env, handle, name.text, array, arrayLength, id, &status);
     freeText(name);
     if (!passed) {
-        throwOutOfMemory(env, kNoMessageArray);
+        throwOutOfMemoryUnlessPending(env, kNoMessageArray);
     } else if (status != QUORL_OK) {
-        throwStatus(env, status);
+        throwStatusUnlessPending(env, status);
     }
 }
 
@@ -168,19 +168,19 @@ void setNarrowed(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fiel
     }
     if (arrayLength < 0) {
         freeText(name);
-        throwOutOfMemory(env, kNoMessageArray);
+        throwOutOfMemoryUnlessPending(env, kNoMessageArray);
         return;
     }
     ElementOf<Array>* const elements = pin(env, array);
     if (elements == nullptr) {
         freeText(name);
-        throwOutOfMemory(env, kNoMessageArray);
+        throwOutOfMemoryUnlessPending(env, kNoMessageArray);
         return;
     }
     Element* const narrowed = narrow<Element>(elements, arrayLength);
     if (narrowed == nullptr) {
         freeText(name);
-        throwOutOfMemory(env, kNoMessageArray);
+        throwOutOfMemoryUnlessPending(env, kNoMessageArray);
         release(env, array, elements);
         return;
     }
@@ -190,7 +190,7 @@ void setNarrowed(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fiel
     std::free(narrowed);
     freeText(name);
     if (status != QUORL_OK) {
-        throwStatus(env, status);
+        throwStatusUnlessPending(env, status);
     }
 }
 

@@ -84,9 +84,9 @@ void setBytes(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fieldNa
     const bool passed = passPinned<pass>(env, handle, name.text, bytes, bytesLength, id, &status, type...);
     freeText(name);
     if (!passed) {
-        throwOutOfMemory(env, kNoMessageBytes);
+        throwOutOfMemoryUnlessPending(env, kNoMessageBytes);
     } else if (status != QUORL_OK) {
-        throwStatus(env, status);
+        throwStatusUnlessPending(env, status);
     }
 }
 

@@ -146,7 +146,7 @@ void setString(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, jint fieldN
     char* const value = allocateText(fieldValueBytesLength);
     if (value == nullptr) {
         freeText(name);
-        throwNoFieldName(env);
+        throwOutOfMemoryUnlessPending(env, kNoFieldName);
         return;
     }
     env->GetByteArrayRegion(fieldValueBytes, 0, fieldValueBytesLength, reinterpret_cast<jbyte*>(value));

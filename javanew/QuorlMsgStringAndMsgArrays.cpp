@@ -95,8 +95,9 @@ void takeBackNames(JNIEnv* env) {
 
 enum class Copied { kAll, kNullElement, kNoElement, kNoMemory };
 
-// Copies the byte arrays of a Java array into strings. What was copied before a failure is left behind. kNoElement: the
-// array is shorter than stated, and the machine's exception pending.
+// Copies the byte arrays of a Java array into strings, with one reference at a time. What was copied before a failure is
+// left behind. kNoElement: there is none, with an exception pending: the array is shorter than stated, or the name's copy
+// failed before.
 Copied copyStrings(JNIEnv* env, jobjectArray array, jint arrayLength, const char** strings) {
     for (jint i = 0; i < arrayLength; ++i) {
         const jbyteArray element = static_cast<jbyteArray>(env->GetObjectArrayElement(array, i));
@@ -112,6 +113,7 @@ Copied copyStrings(JNIEnv* env, jobjectArray array, jint arrayLength, const char
         }
         strings[i] = copy;
         env->GetByteArrayRegion(element, 0, length, reinterpret_cast<jbyte*>(copy));
+        env->DeleteLocalRef(element);
     }
     return Copied::kAll;
 }
@@ -144,7 +146,7 @@ void _addOrUpdateStringArray(JNIEnv* env, jlong handle, jbyteArray fieldNameByte
     const char** const strings = static_cast<const char**>(allocateZeroed(arrayLength, sizeof(const char*)));
     if (strings == nullptr) {
         freeText(name);
-        throwOutOfMemory(env, kNoArrayProcessing);
+        throwOutOfMemoryUnlessPending(env, kNoArrayProcessing);
         return;
     }
     const Copied copied = copyStrings(env, array, arrayLength, strings);
@@ -155,14 +157,14 @@ void _addOrUpdateStringArray(JNIEnv* env, jlong handle, jbyteArray fieldNameByte
         std::free(strings);
         freeText(name);
         if (copied == Copied::kNoMemory) {
-            throwOutOfMemory(env, kNoArrayProcessing);
+            throwOutOfMemoryUnlessPending(env, kNoArrayProcessing);
         }
         return;
     }
     const quorl_status status = passStrings(handle, name.text, strings, arrayLength, id, add);
     freeText(name);
     if (status != QUORL_OK) {
-        throwStatus(env, status);
+        throwStatusUnlessPending(env, status);
     }
 }
 
@@ -243,13 +245,13 @@ void _addOrUpdateMsgArray(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, 
     quorlMsg* messages = static_cast<quorlMsg*>(allocateZeroed(arrayLength, sizeof(quorlMsg)));
     if (messages == nullptr) {
         freeText(name);
-        throwOutOfMemory(env, kNoArrayProcessing);
+        throwOutOfMemoryUnlessPending(env, kNoArrayProcessing);
         return;
     }
     if (!copyHandles(env, array, arrayLength, messages)) {
         std::free(messages);
         freeText(name);
-        throwOutOfMemory(env, kNoMessageArray);
+        throwOutOfMemoryUnlessPending(env, kNoMessageArray);
         return;
     }
     const quorl_status status = passMessages(handle, name.text, messages, arrayLength, id, add);
@@ -257,7 +259,7 @@ void _addOrUpdateMsgArray(JNIEnv* env, jlong handle, jbyteArray fieldNameBytes, 
     if (status != QUORL_OK) {
         std::free(messages);
         messages = nullptr;
-        throwStatus(env, status);
+        throwStatusUnlessPending(env, status);
     }
     std::free(messages);
 }
@@ -323,6 +325,10 @@ JNIEXPORT jobjectArray JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetString
     }
     const char* const* const strings = static_cast<const char* const*>(field.data.array);
     for (quorl_u32 i = 0; i < field.count; ++i) {
+        if (!reserveReference(env, static_cast<jint>(i), static_cast<jint>(field.count))) {
+            quorlMsg_ClearReferences(message);
+            return nullptr;
+        }
         const jsize length = static_cast<jsize>(std::strlen(strings[i]));
         const jbyteArray bytes = env->NewByteArray(length);
         if (bytes == nullptr) {

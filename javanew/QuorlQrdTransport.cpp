@@ -9,19 +9,19 @@ thread_local ThreadBlock leftService;
 thread_local ThreadBlock leftNetwork;
 thread_local ThreadBlock leftDaemon;
 
-// One parameter; null for an absent one. False: the extraction ends, with an exception pending; the parameter is null
-// when it found no memory, and empty when its bytes could not be copied.
+// One parameter; null for an absent one. False: it found no memory, and an exception is pending. A copy that fails
+// leaves it empty, with the machine's exception pending.
 bool extractParameter(JNIEnv* env, jbyteArray bytes, jint length, jbyte** parameter, const char* text) {
     if (bytes == nullptr) {
         return true;
     }
     *parameter = reinterpret_cast<jbyte*>(allocateText(length));
     if (*parameter == nullptr) {
-        throwOutOfMemory(env, text);
+        throwOutOfMemoryUnlessPending(env, text);
         return false;
     }
     env->GetByteArrayRegion(bytes, 0, length, *parameter);
-    return !copyFailed(env, reinterpret_cast<char*>(*parameter), length);
+    return true;
 }
 
 void freeParameter(jbyte** parameter) {
@@ -43,13 +43,10 @@ void extract_transport_parameters(JNIEnv* env, jbyteArray serviceBytes, jint ser
         return;
     }
     if (!extractParameter(env, networkBytes, networkLength, network, "Cannot allocate memory for network parameter.")) {
-        if (*network == nullptr) {
-            freeParameter(service);
-        }
+        freeParameter(service);
         return;
     }
-    if (!extractParameter(env, daemonBytes, daemonLength, daemon, "Cannot allocate memory for daemon parameter.") &&
-        *daemon == nullptr) {
+    if (!extractParameter(env, daemonBytes, daemonLength, daemon, "Cannot allocate memory for daemon parameter.")) {
         freeParameter(service);
         freeParameter(network);
     }

@@ -9,7 +9,7 @@ namespace {
 
 // The text is that of a transport's service: it stands for the memory of every credential.
 void throwNoMemory(JNIEnv* env) {
-    throwOutOfMemory(env, "Cannot allocate memory for service parameter.");
+    throwOutOfMemoryUnlessPending(env, "Cannot allocate memory for service parameter.");
 }
 
 // A zeroed buffer for a terminated text or for bare bytes; null when there is no memory.
@@ -30,8 +30,8 @@ void freeCredential(char* copy, jint length) {
     }
 }
 
-// Hands two credentials to the library; an absent array is a null credential. call gets both copies, zeroed as far as
-// nothing was copied: a failed copy ends the copying, not the call, and its exception stays the one that Java sees.
+// Hands two credentials to the library; an absent array is a null credential. A copy that fails leaves its credential
+// zeroed and ends nothing; its exception stays the one that Java sees.
 template <bool firstIsText, class Call>
 void passCredentials(JNIEnv* env, jbyteArray firstBytes, jint firstLength, jbyteArray secondBytes, jint secondLength,
                      Call call) {
@@ -46,18 +46,13 @@ void passCredentials(JNIEnv* env, jbyteArray firstBytes, jint firstLength, jbyte
     }
     char* second = nullptr;
     if (secondBytes != nullptr) {
-        const bool firstFailed = copyFailed(env, first, firstLength);
         second = allocateCredential<true>(secondLength);
         if (second == nullptr) {
             freeCredential(first, firstLength);
-            if (!firstFailed) {
-                throwNoMemory(env);
-            }
+            throwNoMemory(env);
             return;
         }
-        if (!firstFailed) {
-            copyCredential(env, secondBytes, secondLength, second);
-        }
+        copyCredential(env, secondBytes, secondLength, second);
     }
     const quorl_status status = call(first, second);
     freeCredential(first, firstLength);

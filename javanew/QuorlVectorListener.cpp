@@ -80,7 +80,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlVectorListener_quorlEvent_1Crea
     const jobject listenerRef = env->NewGlobalRef(self);
     if (listenerRef == nullptr) {
         freeText(subject);
-        throwOutOfMemory(env, "Cannot allocate memory for listener reference.");
+        throwOutOfMemoryUnlessPending(env, "Cannot allocate memory for listener reference.");
         return 0;
     }
     quorlEvent listenerId = 0;
@@ -90,7 +90,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlVectorListener_quorlEvent_1Crea
     freeText(subject);
     if (status != QUORL_OK) {
         env->DeleteGlobalRef(listenerRef);
-        throwStatus(env, status);
+        throwStatusUnlessPending(env, status);
         return 0;
     }
     return static_cast<jint>(listenerId);

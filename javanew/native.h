@@ -116,16 +116,21 @@ inline void throwStatus(JNIEnv* env, quorl_status status) {
     throwIfMade(env, newStatusException(env, status));
 }
 
-// The same where a copy out of a Java array came before: when that copy failed, the machine's bounds exception is
-// pending and stays the one that Java sees, and no object may be made beside it.
+inline void throwOutOfMemory(JNIEnv* env, const char* text) {
+    env->ThrowNew(_quorl_classes[kOutOfMemoryError].id, text);
+}
+
+// The same two after a copy out of a Java array. When that copy failed, the machine's bounds exception is pending, and
+// stays the one that Java sees: throwing would replace it.
 inline void throwStatusUnlessPending(JNIEnv* env, quorl_status status) {
     if (env->ExceptionOccurred() == nullptr) {
         throwStatus(env, status);
     }
 }
-
-inline void throwOutOfMemory(JNIEnv* env, const char* text) {
-    env->ThrowNew(_quorl_classes[kOutOfMemoryError].id, text);
+inline void throwOutOfMemoryUnlessPending(JNIEnv* env, const char* text) {
+    if (env->ExceptionOccurred() == nullptr) {
+        throwOutOfMemory(env, text);
+    }
 }
 
 // ---- plain calls ----------------------------------------------------------------------------------------------------
@@ -187,8 +192,9 @@ struct TextBuffer {
 using Text = TextBuffer<255>;
 
 // Copies length bytes of a Java array and terminates them; a null array gives a null text. False when a long text finds
-// no memory. No exception is looked for: a copy that failed leaves its exception pending and the text empty. A negative
-// length reaches the machine, which refuses it, and copies nothing.
+// no memory. No exception is looked for: a copy that failed leaves its exception pending and the text empty, and the
+// native goes on with that text, in the machine as in the library. A negative length reaches the machine, which refuses
+// it, and copies nothing.
 template <jint kFixedSize>
 inline bool copyText(JNIEnv* env, jbyteArray bytes, jint length, TextBuffer<kFixedSize>* buffer) {
     if (bytes == nullptr) {
@@ -217,26 +223,33 @@ inline void freeText(const TextBuffer<kFixedSize>& buffer) {
     }
 }
 
-// Whether the machine refused to copy length bytes into text, which was empty before: a refused copy writes nothing. It
-// is asked only where nothing seems to be written, so a copy that went well costs no call.
-inline bool copyFailed(JNIEnv* env, const char* text, jint length) {
-    return text != nullptr && length != 0 && *text == '\0' && env->ExceptionOccurred() != nullptr;
-}
-
-// The same copy for natives that call the machine again before the library, which is not allowed with an exception
-// pending. False: the native has to return at once; it holds nothing then, and the exception of the copy is pending or
-// that of the missing memory is thrown.
+// The same, for natives that have more to do than one call of the library. False: a long text found no memory, and the
+// status that stands for that is thrown.
 template <jint kFixedSize>
 inline bool copyTextOrThrow(JNIEnv* env, jbyteArray bytes, jint length, TextBuffer<kFixedSize>* buffer) {
     if (!copyText(env, bytes, length, buffer)) {
         throwStatus(env, QUORL_NO_MEMORY);
         return false;
     }
-    if (copyFailed(env, buffer->text, length)) {
-        freeText(*buffer);
-        return false;
-    }
     return true;
+}
+
+// ---- local references ------------------------------------------------------------------------------------------------
+
+// Every native may hold 16 local references; one that keeps a reference for each element of an array reserves more, step
+// by step, because a machine bounds what it reserves at once.
+constexpr jint kElementsUnreserved = 12;  // the natives hold up to four others besides
+constexpr jint kElementsReserved = 1024;
+
+// To be called before the reference for each element i is taken. False: the machine refuses, with its exception pending.
+// A refusal without one leaves the machine to give what it can.
+inline bool reserveReference(JNIEnv* env, jint i, jint count) {
+    if (count <= kElementsUnreserved || i % kElementsReserved != 0) {
+        return true;
+    }
+    const jint left = count - i;
+    return env->EnsureLocalCapacity(left < kElementsReserved ? left : kElementsReserved) == JNI_OK ||
+           env->ExceptionOccurred() == nullptr;
 }
 
 // ---- pointers and message handles ---------------------------------------------------------------------------------

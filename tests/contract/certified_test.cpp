@@ -47,8 +47,8 @@ void state_creation() {
         .refusals = {{status_exception(19), "0"},
                      {out_of_memory(no_ledger), "0", Lines{lines[0], throw_new_line(no_ledger)}},
                      {out_of_memory(no_relay), "0", Lines{lines[0], lines[1], throw_new_line(no_relay)}}},
-        .bytes = {{.label = "name", .canonical = "cm", .failed_copy_stops = true},
-                  {.label = "ledger", .canonical = "led", .failed_copy_stops = true},
+        .bytes = {{.label = "name", .canonical = "cm", .called_over_failed_copy = {"GetByteArrayRegion"}},
+                  {.label = "ledger", .canonical = "led", .called_over_failed_copy = {"GetByteArrayRegion"}},
                   {"relay", "rela"}}};
     state(native, contract);
     row(native, life, "booleans_arrive_as_0_and_1", RowKind::normal, [] {
@@ -253,17 +253,18 @@ void state_create_listener() {
         return call(&Java_com_vesma_quorl_QuorlCmListener_quorlcmEvent_1CreateListener, -2, -3, subject.array,
                     subject.length);
     };
-    const Contract contract = {.family = listeners,
-                               .invoke = invoke,
-                               .result = "-2023406804",
-                               .lines = lines,
-                               .globals = 1,
-                               .reports = LIBRARY(quorlcmEvent_CreateListener),
-                               .failed_result = "0",
-                               .failed_tail = Lines{"DeleteGlobalRef(this)"},
-                               .faults = {{"NewGlobalRef", out_of_memory(no_memory), "0",
-                                           Lines{lines[0], lines[1], throw_new_line(no_memory)}}},
-                               .bytes = {{.label = "subject", .canonical = "orders", .failed_copy_stops = true}}};
+    const Contract contract = {
+        .family = listeners,
+        .invoke = invoke,
+        .result = "-2023406804",
+        .lines = lines,
+        .globals = 1,
+        .reports = LIBRARY(quorlcmEvent_CreateListener),
+        .failed_result = "0",
+        .failed_tail = Lines{"DeleteGlobalRef(this)"},
+        .faults = {{"NewGlobalRef", out_of_memory(no_memory), "0",
+                    Lines{lines[0], lines[1], throw_new_line(no_memory)}}},
+        .bytes = {{.label = "subject", .canonical = "orders", .called_over_failed_copy = {"NewGlobalRef"}}}};
     state(native, contract);
     row(native, listeners, "mode_that_is_refused_throws_and_leaves_the_listener", RowKind::failure, [=] {
         for (int status : failing_statuses()) {
@@ -431,17 +432,17 @@ void state_with_text(const Native& native, const Library& library, const std::st
 
 void state_with_listener(const Native& native, const Library& library,
                          void (*function)(JNIEnv*, jclass, jint, jbyteArray, jint, jbyteArray, jint)) {
-    state(native,
-          {.family = control,
-           .invoke =
-               [=] {
-                   const Bytes name = given("name", "audit"), subject = given("subject", "orders");
-                   return call(function, -2, name.array, name.length, subject.array, subject.length);
-               },
-           .lines = {"GetByteArrayRegion(name, 0, 5)", "GetByteArrayRegion(subject, 0, 6)",
-                     library.name + "(4294967294, \"audit\", \"orders\")"},
-           .reports = library,
-           .bytes = {{.label = "name", .canonical = "audit", .failed_copy_stops = true}, {"subject", "orders"}}});
+    state(native, {.family = control,
+                   .invoke =
+                       [=] {
+                           const Bytes name = given("name", "audit"), subject = given("subject", "orders");
+                           return call(function, -2, name.array, name.length, subject.array, subject.length);
+                       },
+                   .lines = {"GetByteArrayRegion(name, 0, 5)", "GetByteArrayRegion(subject, 0, 6)",
+                             library.name + "(4294967294, \"audit\", \"orders\")"},
+                   .reports = library,
+                   .bytes = {{.label = "name", .canonical = "audit", .called_over_failed_copy = {"GetByteArrayRegion"}},
+                             {"subject", "orders"}}});
 }
 
 void state_control() {
@@ -621,7 +622,7 @@ void state_review() {
                    .invoke = invoke,
                    .lines = {"GetByteArrayRegion(subject, 0, 6)", set, start},
                    .reports = LIBRARY(quorlcmTransport_ReviewLedger),
-                   .bytes = {{.label = "subject", .canonical = "orders", .failed_copy_stops = true}}});
+                   .bytes = {{"subject", "orders"}}});
     row(native, review, "calls_java_for_each_entry", RowKind::normal, [=] {
         entries({message, other_message, -1});
         expect(invoke(), {"",
@@ -655,6 +656,19 @@ void state_review() {
         };
         EXPECT_EQ(invoke().thrown, "java/lang/InternalError: of the program");
         EXPECT_EQ(answers, (std::vector<void*>{nullptr, nullptr}));
+    });
+    row(native, review, "copy_that_fails_reviews_the_empty_subject_and_calls_java", RowKind::failure, [=] {
+        entries({message, 2});
+        jvm().exempt("no exception is looked for after the copy, nor in the callback", {"CallBooleanMethod"});
+        std::vector<jlong> seen;
+        jvm().on_call = [&seen](jobject, const std::string&, jlong given) {
+            seen.push_back(given);
+            return static_cast<jboolean>(JNI_FALSE);
+        };
+        const Ran ran = call(&CM(ReviewLedger), -2, jvm().bytes("subject", "orders"), 7,
+                             jvm().object("info", "com/vesma/quorl/QuorlCmReviewLedgerInfo"));
+        EXPECT_EQ(ran.thrown, out_of_bounds);
+        EXPECT_EQ(seen, (std::vector<jlong>{message, 2}));
     });
     row(native, review, "environment_that_cannot_be_parked_throws", RowKind::failure, [=] {
         for (int status : failing_statuses()) {

@@ -1,6 +1,8 @@
 // The library's environment: open, close, parameters, versions; statuses that are results and not exceptions.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "com_vesma_quorl_Quorl.h"
 #include "families.h"
 #include "kit/contract.h"
@@ -81,16 +83,40 @@ void state_parameters() {
                 {"GetObjectArrayElement(parameters, 0)", "GetStringUTFChars(parameter 0)",
                  "quorl_SetQRParameters(1, [\"queue.limit=5\"])", "ReleaseStringUTFChars(parameter 0)"}});
     });
-    row(native, family, "more_parameters_than_16_bits_count", RowKind::normal, [=] {
-        const int count = 70'000;
-        quorl_u32 passed = 0;
-        when<&quorl_SetQRParameters>().does = [&passed](quorl_u32 given, const char**) {
-            passed = given;
-            return QUORL_OK;
+    // The reference to each string stays until the native returns, so that many are reserved.
+    row(native, family, "many_parameters_are_reserved_step_by_step", RowKind::normal, [=] {
+        for (jint count : {12, 13, 33, 1000, 1025, 100'000}) {
+            quorl_u32 passed = 0;
+            when<&quorl_SetQRParameters>().does = [&passed](quorl_u32 given, const char**) {
+                passed = given;
+                return QUORL_OK;
+            };
+            const jstring each = jvm().string("each", "a=b");
+            const Ran ran = call(
+                function, jvm().objects("parameters", std::vector<jobject>(static_cast<size_t>(count), each)), count);
+            EXPECT_EQ(passed, static_cast<quorl_u32>(count));
+            EXPECT_EQ(ran.thrown, "");
+            const jint steps = count > 12 ? (count + 1023) / 1024 : 0;
+            EXPECT_EQ(
+                std::count_if(ran.lines.begin(), ran.lines.end(),
+                              [](const std::string& line) { return line.compare(0, 19, "EnsureLocalCapacity") == 0; }),
+                steps);
+            if (steps != 0) {
+                EXPECT_EQ(ran.lines[0], "EnsureLocalCapacity(" + std::to_string(std::min(count, 1024)) + ")");
+            }
+        }
+    });
+    row(native, family, "references_that_the_machine_does_not_reserve", RowKind::failure, [=] {
+        auto many = [=] {
+            const std::vector<std::string> texts(20, "a=b");
+            return call(function, parameters(texts), 20);
         };
-        const jstring each = jvm().string("each", "a=b");
-        call(function, jvm().objects("parameters", std::vector<jobject>(count, each)), count);
-        EXPECT_EQ(passed, 70'000u);
+        jvm().fail("EnsureLocalCapacity", 1, "java/lang/OutOfMemoryError");
+        expect(many(), {"3", "java/lang/OutOfMemoryError: from the machine", {"EnsureLocalCapacity(20)"}});
+        fresh();
+        jvm().fail("EnsureLocalCapacity", 1);
+        EXPECT_EQ(many().result, "0");
+        EXPECT_EQ(when<&quorl_SetQRParameters>().calls, 1);
     });
     row(native, family, "every_status_is_the_result", RowKind::failure, [=] {
         for (int status : failing_statuses()) {

@@ -31,26 +31,27 @@ void state_create_listener() {
         "GetByteArrayRegion(subject, 0, 10)", "NewGlobalRef(this)",
         "quorlEvent_CreateListener(&, 4294967294, listenerCallback, 4294967293, \"plant.temp\", global this)"};
     Lines failed = {lines[0], lines[1]};
-    state(native, {.family = listeners,
-                   .invoke =
-                       [] {
-                           when<&quorlEvent_CreateListener>().does = [](quorlEvent* event, auto...) {
-                               *event = 0x90000000u;
-                               return QUORL_OK;
-                           };
-                           const Bytes subject = given("subject", "plant.temp");
-                           return call(&Java_com_vesma_quorl_QuorlListener_quorlEvent_1CreateListener, -2, -3,
-                                       subject.array, subject.length);
-                       },
-                   .result = "-1879048192",
-                   .lines = lines,
-                   .globals = 1,
-                   .reports = LIBRARY(quorlEvent_CreateListener),
-                   .failed_result = "0",
-                   .failed_tail = Lines{"DeleteGlobalRef(this)"},
-                   .faults = {{"NewGlobalRef", out_of_memory(no_memory), "0",
-                               Lines{lines[0], lines[1], throw_new_line(no_memory)}}},
-                   .bytes = {{.label = "subject", .canonical = "plant.temp", .failed_copy_stops = true}}});
+    state(native,
+          {.family = listeners,
+           .invoke =
+               [] {
+                   when<&quorlEvent_CreateListener>().does = [](quorlEvent* event, auto...) {
+                       *event = 0x90000000u;
+                       return QUORL_OK;
+                   };
+                   const Bytes subject = given("subject", "plant.temp");
+                   return call(&Java_com_vesma_quorl_QuorlListener_quorlEvent_1CreateListener, -2, -3, subject.array,
+                               subject.length);
+               },
+           .result = "-1879048192",
+           .lines = lines,
+           .globals = 1,
+           .reports = LIBRARY(quorlEvent_CreateListener),
+           .failed_result = "0",
+           .failed_tail = Lines{"DeleteGlobalRef(this)"},
+           .faults = {{"NewGlobalRef", out_of_memory(no_memory), "0",
+                       Lines{lines[0], lines[1], throw_new_line(no_memory)}}},
+           .bytes = {{.label = "subject", .canonical = "plant.temp", .called_over_failed_copy = {"NewGlobalRef"}}}});
 }
 
 void state_listener_callback() {

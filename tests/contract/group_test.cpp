@@ -177,7 +177,7 @@ void state_members() {
                    .failed_tail = Lines{"DeleteGlobalRef(this)"},
                    .faults = {{"NewGlobalRef", out_of_memory(no_memory), "0",
                                Lines{lines[0], lines[1], throw_new_line(no_memory)}}},
-                   .bytes = {{.label = "name", .canonical = "group", .failed_copy_stops = true}}});
+                   .bytes = {{.label = "name", .canonical = "group", .called_over_failed_copy = {"NewGlobalRef"}}}});
     row(create, members, "weight_and_goal_are_used_by_their_low_16_bits", RowKind::normal, [=] {
         for (const auto& [java, library] :
              {std::pair<jint, const char*>{65535, "65535"}, {65536, "0"}, {65537, "1"}, {-1, "65535"}}) {
@@ -357,7 +357,7 @@ void state_monitors() {
                    .failed_tail = Lines{"DeleteGlobalRef(this)"},
                    .faults = {{"NewGlobalRef", out_of_memory(no_memory), "0",
                                Lines{lines[0], lines[1], throw_new_line(no_memory)}}},
-                   .bytes = {{.label = "name", .canonical = "group", .failed_copy_stops = true}}});
+                   .bytes = {{.label = "name", .canonical = "group", .called_over_failed_copy = {"NewGlobalRef"}}}});
     state_destruction(NATIVE(QuorlFtMonitor_quorlftMonitor_1Destroy), monitors, "201", LIBRARY(quorlftMonitor_Destroy));
 
     const Native take = {"QuorlFtMonitor_getActiveMembersCount"};

@@ -139,6 +139,33 @@ TEST_F(Kit, lets_a_row_exempt_a_call_with_a_reason) {
     EXPECT_TRUE(mentions(reports_of([] { jvm().exempt("", {"FindClass"}); }), "needs a reason"));
 }
 
+TEST_F(Kit, reports_more_local_references_than_are_reserved) {
+    const jobjectArray strings = jvm().objects("strings", {jvm().string("each", "text")});
+    auto take = [=](JNIEnv* env, int count, bool give_back) {
+        for (int i = 0; i < count; ++i) {
+            const jobject taken = env->GetObjectArrayElement(strings, 0);
+            if (give_back) env->DeleteLocalRef(taken);
+        }
+    };
+    expect_reported([&](JNIEnv* env) { take(env, 33, false); }, "more local references at a time than the 32 reserved");
+    expect_reported(
+        [&](JNIEnv* env) {
+            env->EnsureLocalCapacity(40);
+            take(env, 41, false);
+        },
+        "more local references at a time than the 40 reserved");
+    EXPECT_EQ(reports_of([&] {
+                  run([&](JNIEnv* env) {
+                      take(env, 1000, true);
+                      take(env, 30, false);
+                      EXPECT_EQ(env->EnsureLocalCapacity(65537), JNI_ERR);
+                      EXPECT_EQ(env->EnsureLocalCapacity(100), JNI_OK);
+                      take(env, 100, false);
+                  });
+              }),
+              Reports{});
+}
+
 TEST_F(Kit, reports_a_call_inside_a_critical_section) {
     const jbyteArray bytes = four_bytes();
     expect_reported(

@@ -167,7 +167,8 @@ void state_getter(const Numbers<Java, Library>& numbers, Native native, Function
 
 // A narrowing buffer that finds no memory is reported before the array is released.
 void allow_error_before_release(bool crosses_directly) {
-    if (!crosses_directly) jvm().exempt("the error comes before the release", {"ThrowNew", "ReleaseStringUTFChars"});
+    if (!crosses_directly)
+        jvm().exempt("the error comes before the release", {"ThrowNew", "ReleaseStringUTFChars", "ExceptionOccurred"});
 }
 
 constexpr jshort id = -2;  // 65534 for the library
@@ -270,7 +271,8 @@ void state_setter(const Numbers<Java, Library>& numbers, Native native, Function
     const Lines before = {"GetByteArrayRegion(name, 0, 5)"};
     Contract contract = setter(type, library, before, {});
     contract.invoke = [=] { return with(type->java_array(type->written), static_cast<jint>(type->written.size())); };
-    contract.bytes = {{.label = "name", .canonical = "price", .failed_copy_stops = true}};
+    contract.bytes = {
+        {.label = "name", .canonical = "price", .called_over_failed_copy = {"GetPrimitiveArrayCritical"}}};
     state(native, contract);
     state_setter_rows(type, native, library, with, before, {});
 }

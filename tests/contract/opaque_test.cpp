@@ -83,7 +83,8 @@ void state_setter(const Native& native, const Library& library, const CallWithBy
                                    .thrown = out_of_memory(no_bytes),
                                    .lines = Lines{before[0], throw_new_line(no_bytes)}});
     } else {
-        contract.bytes = {{.label = "name", .canonical = "price", .failed_copy_stops = true}};
+        contract.bytes = {
+            {.label = "name", .canonical = "price", .called_over_failed_copy = {"GetPrimitiveArrayCritical"}}};
     }
     state(native, contract);
 }

@@ -228,7 +228,7 @@ void state_string(const Native& native,
                    .lines = lines,
                    .reports = library,
                    .refusals = {{out_of_memory(no_name), "", Lines{lines[0], throw_new_line(no_name)}}},
-                   .bytes = {{.label = "name", .canonical = "cost", .failed_copy_stops = true},
+                   .bytes = {{.label = "name", .canonical = "cost", .called_over_failed_copy = {"GetByteArrayRegion"}},
                              {"value", "twelve", NullArray::is_not_tested}}});
     row(native, family, "copy_is_freed_before_the_status_is_thrown", RowKind::failure, [=] {
         library.function->status = QUORL_ID_IN_USE;

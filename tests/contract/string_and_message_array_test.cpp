@@ -1,6 +1,7 @@
 // The contracts of the natives that read, add and update fields which are arrays of strings or of messages.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <thread>
 
@@ -23,6 +24,15 @@ const std::string field_line = "quorlMsg_GetFieldByIndex(" + message_text + ", &
 constexpr jshort id = -2;  // 65534 for the library
 
 // ---- reading ----
+
+// What a native reserves that keeps a reference to each of that many elements.
+Lines reservations(size_t count) {
+    Lines lines;
+    for (size_t done = 0; count > 12 && done < count; done += 1024) {
+        lines.push_back("EnsureLocalCapacity(" + std::to_string(std::min<size_t>(count - done, 1024)) + ")");
+    }
+    return lines;
+}
 
 void store_strings(const std::vector<const char*>& strings) {
     when<&quorlMsg_GetFieldByIndex>().does = [&strings](quorlMsg, quorlMsgField* field, quorl_u32) {
@@ -85,12 +95,12 @@ void state_string_getter() {
                 .exempt = {"ThrowNew"},
                 .nth = 2},
            }});
-    row(native, family, "missing_class_keeps_the_machines_error", RowKind::failure, [=] {
+    row(native, family, "missing_class_is_reported_over_the_machines_error", RowKind::failure, [=] {
         jvm().break_class("[B", "java/lang/NoClassDefFoundError");
-        jvm().exempt("the exception is made over the machine's: the machine makes no object then", {"NewObject"});
+        jvm().exempt("status 0 is thrown over the machine's own error", {"NewObject", "Throw"});
         expect(invoke(), {"null",
-                          "java/lang/NoClassDefFoundError: from the machine",
-                          {mark, field_line, "FindClass(\"[B\")", new_exception_line(0), clear}});
+                          status_exception(0),
+                          {mark, field_line, "FindClass(\"[B\")", new_exception_line(0), clear, throw_line}});
     });
     row(native, family, "field_of_no_strings_gives_an_empty_array", RowKind::normal, [function = function] {
         static const std::vector<const char*> none;
@@ -98,12 +108,35 @@ void state_string_getter() {
         expect(call(function, message, 3, nullptr),
                {"[]", "", {mark, field_line, "FindClass(\"[B\")", "NewObjectArray(0, [B, null)", clear}});
     });
-    row(native, family, "many_strings", RowKind::normal, [function = function] {
-        static const std::vector<const char*> many(300, "x");
+    // The reference to each string stays until the native returns, so that many are reserved.
+    row(native, family, "many_strings_are_reserved_step_by_step", RowKind::normal, [function = function] {
+        for (size_t count : {12u, 13u, 33u, 1000u, 1024u, 1025u, 100'000u}) {
+            const std::vector<const char*> many(count, "x");
+            store_strings(many);
+            const Ran ran = call(function, message, 3, nullptr);
+            EXPECT_EQ(ran.thrown, "");
+            Lines reserved;
+            for (const std::string& line : ran.lines) {
+                if (line.compare(0, 20, "EnsureLocalCapacity(") == 0) reserved.push_back(line);
+            }
+            EXPECT_EQ(reserved, reservations(count)) << count;
+            EXPECT_EQ(ran.lines.size(), 4 + 3 * count + reserved.size() + 1);
+        }
+    });
+    row(native, family, "references_that_the_machine_does_not_reserve", RowKind::failure, [=, function = function] {
+        static const std::vector<const char*> many(20, "x");
+        const Lines before =
+            after(Lines(head.begin(), head.end() - 1), {"NewObjectArray(20, [B, null)", "EnsureLocalCapacity(20)"});
         store_strings(many);
+        jvm().fail("EnsureLocalCapacity", 1, "java/lang/OutOfMemoryError");
+        expect(call(function, message, 3, nullptr),
+               {"null", "java/lang/OutOfMemoryError: from the machine", after(before, {clear})});
+        fresh();
+        store_strings(many);
+        jvm().fail("EnsureLocalCapacity", 1);
         const Ran ran = call(function, message, 3, nullptr);
         EXPECT_EQ(ran.thrown, "");
-        EXPECT_EQ(ran.lines.size(), 4 + 3 * many.size() + 1);
+        EXPECT_EQ(ran.lines.size(), before.size() + 3 * many.size() + 1);
     });
 }
 
@@ -266,7 +299,10 @@ void state_string_setter(Native native, Function* function, Library library, con
     if (form.utf) {
         contract.faults = {failing_name()};
     } else {
-        contract.bytes = {{.label = "name", .canonical = "price", .failed_copy_stops = true}};
+        contract.bytes = {
+            {.label = "name",
+             .canonical = "price",
+             .called_over_failed_copy = {"GetObjectArrayElement", "GetArrayLength", "GetByteArrayRegion"}}};
     }
     state(native, contract);
     state_refused_counts(native, with, library, form.utf);
@@ -280,11 +316,17 @@ void state_string_setter(Native native, Function* function, Library library, con
                                  "free(10)", "free(" + std::to_string(sizeof(char*)) + ")"},
                                 form.after}));
     });
-    row(native, family, "more_strings_than_16_bits_count", RowKind::normal, [=] {
-        const int count = 70'000;
-        const jobject each = jvm().bytes("each", "s");
-        const Ran ran = with(jvm().objects("strings", std::vector<jobject>(count, each)), count);
-        EXPECT_EQ(ran.lines[ran.lines.size() - 1 - form.after.size()], set_line(library, "unread", count));
+    // However many there are, no more references than one are held at a time.
+    row(native, family, "as_many_strings_as_given", RowKind::normal, [=] {
+        for (int count : {33, 1000, 100'000}) {
+            const jobject each = jvm().bytes("each", "s");
+            const Ran ran =
+                with(jvm().objects("strings", std::vector<jobject>(static_cast<size_t>(count), each)), count);
+            const std::string line = ran.lines[ran.lines.size() - 1 - form.after.size()];
+            const std::string end = ", " + std::to_string(count) + ", 65534)";
+            EXPECT_EQ(line.substr(0, library.name.size()), library.name);
+            EXPECT_EQ(line.substr(line.size() - end.size()), end);
+        }
     });
     row(native, family, "list_is_freed_before_the_name_is_released_without_a_copy", RowKind::failure, [=] {
         with(nullptr, 0);  // takes back what other rows have left
@@ -391,7 +433,8 @@ void state_message_setter(Native native, Function* function, Library library, co
     if (form.utf) {
         contract.faults.push_back(failing_name());
     } else {
-        contract.bytes = {{.label = "name", .canonical = "price", .failed_copy_stops = true}};
+        contract.bytes = {
+            {.label = "name", .canonical = "price", .called_over_failed_copy = {"GetPrimitiveArrayCritical"}}};
     }
     state(native, contract);
     state_refused_counts(native, with, library, form.utf);

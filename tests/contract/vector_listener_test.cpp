@@ -91,17 +91,18 @@ void state_creation() {
         return call(&Java_com_vesma_quorl_QuorlVectorListener_quorlEvent_1CreateVectorListener, -2, -3, subject.array,
                     subject.length, cb);
     };
-    state(native, {.family = family,
-                   .invoke = [=] { return with(17); },
-                   .result = "-1879048192",
-                   .lines = lines,
-                   .globals = 1,
-                   .reports = LIBRARY(quorlEvent_CreateGroupVectorListener),
-                   .failed_result = "0",
-                   .failed_tail = Lines{"DeleteGlobalRef(this)"},
-                   .faults = {{"NewGlobalRef", out_of_memory(no_memory), "0",
-                               Lines{lines[0], lines[1], throw_new_line(no_memory)}}},
-                   .bytes = {{.label = "subject", .canonical = "plant.temp", .failed_copy_stops = true}}});
+    state(native,
+          {.family = family,
+           .invoke = [=] { return with(17); },
+           .result = "-1879048192",
+           .lines = lines,
+           .globals = 1,
+           .reports = LIBRARY(quorlEvent_CreateGroupVectorListener),
+           .failed_result = "0",
+           .failed_tail = Lines{"DeleteGlobalRef(this)"},
+           .faults = {{"NewGlobalRef", out_of_memory(no_memory), "0",
+                       Lines{lines[0], lines[1], throw_new_line(no_memory)}}},
+           .bytes = {{.label = "subject", .canonical = "plant.temp", .called_over_failed_copy = {"NewGlobalRef"}}}});
     row(native, family, "group_is_the_number_given", RowKind::normal, [=] {
         for (jint cb : {0, -5, INT32_MAX}) {
             const std::string line = with(cb).lines[2];

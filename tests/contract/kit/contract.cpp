@@ -220,42 +220,60 @@ Lines with_text(const Contract& contract, const BytesParameter& parameter, const
     return lines;
 }
 
-// The lines before the parameter is copied, and with the copy.
-Lines lines_before_copy(const Contract& contract, const BytesParameter& parameter, bool with_copy) {
+Lines lines_before_copy(const Contract& contract, const BytesParameter& parameter) {
     Lines lines;
     for (const std::string& line : contract.lines) {
-        const bool is_copy = starts_with(line, "GetByteArrayRegion(" + parameter.label + ",");
-        if (is_copy && !with_copy) break;
+        if (starts_with(line, "GetByteArrayRegion(" + parameter.label + ",")) break;
         lines.push_back(line);
-        if (is_copy) break;
     }
     return lines;
 }
 
-// What a native does whose copy of that many bytes is refused by the machine.
-void expect_refused_copy(const Contract& contract, const BytesParameter& parameter, const Ran& ran, jint length) {
+// What is thrown when a step fails after a copy that failed, or before it: an exception that is pending stays.
+void expect_copys_exception(const BytesParameter& parameter, const Ran& ran, const std::string& without_copy,
+                            const std::string& what) {
+    const bool copied = std::any_of(ran.lines.begin(), ran.lines.end(), [&](const std::string& line) {
+        return starts_with(line, "GetByteArrayRegion(" + parameter.label + ",");
+    });
+    EXPECT_EQ(ran.thrown, copied ? out_of_bounds : without_copy) << what;
+}
+
+// Allows what the native calls over the exception of a failed copy, with arrays pinned in either way.
+void allow_calls_over_failed_copy(const Contract& contract, const BytesParameter& parameter) {
+    std::set<std::string> functions = parameter.called_over_failed_copy;
+    if (functions.count("GetPrimitiveArrayCritical")) functions.insert("Get" + contract.element + "ArrayElements");
+    if (!functions.empty()) jvm().exempt("a copy that fails ends nothing, and no exception is looked for", functions);
+}
+
+// What a native does whose copy of that many bytes is refused by the machine: it goes on with an empty text.
+void expect_refused_copy(const Contract& contract, const BytesParameter& parameter, jint length, int critical) {
     const std::string what = "length " + std::to_string(length);
+    fresh(critical);
+    allow_calls_over_failed_copy(contract, parameter);
+    replacements()[parameter.label] = {false, "abc", length};
+    const Ran ran = contract.invoke();
     Contract course = contract;
-    if (parameter.failed_copy_stops) course.lines = lines_before_copy(contract, parameter, true);
-    for (const BytesParameter& other : contract.bytes) {
-        if (other.label != parameter.not_copied_after) continue;
-        course.lines = without_copy(with_text(course, other, "\"\"", 0), other.label);
-    }
+    course.lines = pinned(contract.lines, contract.element, critical);
+    if (parameter.failed_copy_is_looked_for) course.lines.resize(call_of(contract.lines, contract.reports));
     std::string text = "\"\"";
     if (parameter.binary) {
         text = quoted(std::string(static_cast<size_t>(length), '\0').data(), static_cast<size_t>(length));
     }
     EXPECT_EQ(ran.thrown, out_of_bounds) << what;
     EXPECT_EQ(ran.lines, with_text(course, parameter, text, length)) << what;
-    EXPECT_EQ(ran.result, parameter.failed_copy_stops ? contract.failed_result : contract.result) << what;
-    EXPECT_EQ(ran.globals, parameter.failed_copy_stops ? contract.failed_globals : contract.globals) << what;
-    if (!parameter.stopping_leaves_buffers) {
-        EXPECT_EQ(ran.left, parameter.failed_copy_stops ? contract.failed_left : contract.left) << what;
+    if (parameter.failed_copy_is_looked_for) {
+        EXPECT_EQ(ran.result, contract.failed_result) << what;
+    } else {
+        EXPECT_EQ(ran.result, contract.result) << what;
+        EXPECT_EQ(ran.globals, contract.globals) << what;
+        EXPECT_EQ(ran.left, contract.left) << what;
     }
 }
 
 void run_bytes_rows(const Native& native, const Contract& contract, const BytesParameter& parameter) {
     const std::string prefix = parameter.label + "_";
+    std::vector<int> flags = {1};
+    if (!contract.element.empty()) flags.push_back(0);
     auto with = [contract, parameter](Replacement replacement) {
         fresh();
         replacements()[parameter.label] = std::move(replacement);
@@ -336,32 +354,65 @@ void run_bytes_rows(const Native& native, const Contract& contract, const BytesP
         std::vector<jint> lengths = {-2, -256, INT32_MIN};
         if (parameter.null != NullArray::minus_one_means_null) lengths.push_back(-1);
         for (jint length : lengths) {
-            const Ran ran = with({false, "abc", length});
             if (parameter.binary) {
                 // The block has exactly that many bytes: there is no memory for a negative number of them.
-                expect(ran, {contract.refusals.front().result, contract.refusals.front().thrown,
-                             *contract.refusals.front().lines});
+                expect(with({false, "abc", length}),
+                       {contract.refusals.front().result, contract.refusals.front().thrown,
+                        *contract.refusals.front().lines});
             } else {
-                expect_refused_copy(contract, parameter, ran, length);
+                for (int critical : flags) expect_refused_copy(contract, parameter, length, critical);
             }
         }
     });
-    const std::string outcome = parameter.failed_copy_stops ? "ends_the_native" : "leaves_an_empty_text";
+    const std::string outcome = parameter.failed_copy_is_looked_for ? "keeps_the_library_out" : "passes_the_empty_text";
     row(native, contract.family, prefix + "copy_that_fails_" + outcome, RowKind::failure, [=] {
-        for (jint length : {4, 5, 254, 255, 1000}) {
-            expect_refused_copy(contract, parameter, with({false, "abc", length}), length);
+        for (jint length : {4, 5, 126, 127, 254, 255, 1000}) {
+            for (int critical : flags) expect_refused_copy(contract, parameter, length, critical);
         }
     });
+    row(native, contract.family, prefix + "copy_that_fails_stays_the_exception_whatever_fails_next", RowKind::failure,
+        [=] {
+            for (jint length : {4, 300}) {
+                auto run = [&] {
+                    allow_calls_over_failed_copy(contract, parameter);
+                    replacements()[parameter.label] = {false, "abc", length};
+                    return contract.invoke();
+                };
+                for (const Fault& fault : contract.faults) {
+                    fresh();
+                    jvm().fail(fault.function, fault.nth);
+                    const Ran ran = run();
+                    expect_copys_exception(parameter, ran, fault.thrown, fault.function);
+                    EXPECT_EQ(ran.result, fault.result) << fault.function;
+                    EXPECT_EQ(ran.left, fault.left) << fault.function;
+                    EXPECT_EQ(ran.globals, 0) << fault.function;
+                }
+                fresh();
+                run();
+                const int more = heap().asked() - static_cast<int>(contract.refusals.size());
+                for (size_t i = 0; i < contract.refusals.size(); ++i) {
+                    fresh();
+                    heap().fail(static_cast<int>(i) + 1 + more);
+                    const Ran ran = run();
+                    expect_copys_exception(parameter, ran, contract.refusals[i].thrown,
+                                           "allocation " + std::to_string(i));
+                    EXPECT_EQ(ran.result, contract.refusals[i].result) << "allocation " << i;
+                    EXPECT_EQ(ran.left, contract.refusals[i].left) << "allocation " << i;
+                }
+            }
+        });
     row(native, contract.family, prefix + "first_byte_zero_is_no_failed_copy", RowKind::normal, [=] {
         const Ran ran = with({false, std::string("\0bc", 3), 3});
         const std::string text = parameter.binary ? quoted("\0bc", 3) : "\"\"";
         EXPECT_EQ(ran.thrown, "");
         EXPECT_EQ(ran.lines, with_text(contract, parameter, text, 3));
     });
-    if (contract.reports.function != nullptr && !contract.every_status_is_quiet && !parameter.failed_copy_stops) {
+    if (contract.reports.function != nullptr && !contract.every_status_is_quiet &&
+        !parameter.failed_copy_is_looked_for) {
         row(native, contract.family, prefix + "failed_copy_surfaces_when_the_library_fails_too", RowKind::failure, [=] {
             for (jint length : {4, 300}) {
                 fresh();
+                allow_calls_over_failed_copy(contract, parameter);
                 replacements()[parameter.label] = {false, "abc", length};
                 contract.reports.function->status = QUORL_INVALID_ARG;
                 const Ran ran = contract.invoke();
@@ -380,7 +431,7 @@ void run_bytes_rows(const Native& native, const Contract& contract, const BytesP
         const int usual = static_cast<int>(contract.refusals.size());
         ASSERT_TRUE(asked == usual || asked == usual + 1) << asked;
         // Without a fixed buffer the text always lies on the heap, and the refusals say what follows.
-        Lines lines = lines_before_copy(contract, parameter, false);
+        Lines lines = lines_before_copy(contract, parameter);
         if (!contract.every_status_is_quiet) lines.insert(lines.end(), {new_exception_line(19), throw_line});
         int refused = 0;
         for (int nth = 1; nth <= asked; ++nth) {

@@ -171,12 +171,11 @@ struct BytesParameter {
     std::string canonical;
     NullArray null = NullArray::means_null;
     bool binary = false;  // passed with its length, not terminated
-    // The native returns after a failed copy, and the library is not called: it would call the machine again, which is not
-    // allowed with an exception pending.
-    bool failed_copy_stops = false;
-    bool stopping_leaves_buffers = false;
-    // A parameter that is then not copied either, and reaches the library empty.
-    std::string not_copied_after = {};
+    // The functions of the machine that the native calls after this copy, also when the copy has failed: these alone may
+    // be called over its exception.
+    std::set<std::string> called_over_failed_copy = {};
+    // The native looks for the exception after its last copy, and neither calls the library nor frees its buffers.
+    bool failed_copy_is_looked_for = false;
 };
 
 struct Contract {

@@ -112,7 +112,6 @@ jobject new_object(JNIEnv* env, jclass klass, jmethodID id, jint argument) {
     if (takes_argument) line += ", " + std::to_string(argument);
     say(line + ")");
     if (machine.faulted("NewObject")) return nullptr;
-    if (machine.pending()) return nullptr;  // the machine runs no constructor over a pending exception
     Object* made = machine.make(Kind::plain, of_class->label, of_class->label);
     if (machine.is_a(made, machine.class_object("java/lang/Throwable"))) made->kind = Kind::throwable;
     made->has_status = takes_argument;
@@ -237,6 +236,15 @@ void DeleteLocalRef(JNIEnv* env, jobject reference) {
     Ref* ref = reinterpret_cast<Ref*>(reference);
     if (ref->global) violation("DeleteLocalRef is given a global reference to " + object->label);
     ref->alive = false;
+    machine.forget_local();
+}
+
+jint EnsureLocalCapacity(JNIEnv* env, jint capacity) {
+    Jvm& machine = of(env, "EnsureLocalCapacity");
+    say("EnsureLocalCapacity(" + std::to_string(capacity) + ")");
+    if (machine.faulted("EnsureLocalCapacity") || capacity < 0 || capacity > 65536) return JNI_ERR;
+    machine.reserve_locals(capacity);
+    return JNI_OK;
 }
 
 // ---- strings ----
@@ -500,6 +508,7 @@ void Jvm::fill_table() {
     REAL(NewGlobalRef);
     REAL(DeleteGlobalRef);
     REAL(DeleteLocalRef);
+    REAL(EnsureLocalCapacity);
     REAL(NewStringUTF);
     REAL(GetStringUTFChars);
     REAL(ReleaseStringUTFChars);

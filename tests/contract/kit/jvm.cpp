@@ -27,6 +27,9 @@ const std::set<std::string> always_legal = {"ExceptionOccurred",
                                             "DeleteLocalRef",
                                             "DeleteGlobalRef"};
 
+// As many as -Xcheck:jni lets a native have without a reservation. The interface promises half of them.
+constexpr int kUnreservedLocals = 32;
+
 const char* const error_classes[] = {"java/lang/UnknownError",
                                      "java/lang/InternalError",
                                      "java/lang/OutOfMemoryError",
@@ -245,6 +248,8 @@ void Jvm::fail(const std::string& function, int nth, const std::string& exceptio
 void Jvm::begin_call() {
     fallible_.clear();
     frame_.clear();
+    locals_ = 0;
+    local_capacity_ = kUnreservedLocals;
 }
 
 void Jvm::end_call(jobject kept) {
@@ -326,6 +331,9 @@ void Jvm::raise(const std::string& class_name, const std::string& message) {
 
 jobject Jvm::local(Object* object) {
     if (object == nullptr) return nullptr;
+    if (++locals_ == local_capacity_ + 1) {
+        violation("more local references at a time than the " + std::to_string(local_capacity_) + " reserved");
+    }
     frame_.push_back(new_reference(object));
     return as_reference(frame_.back());
 }

@@ -3,13 +3,14 @@
 //
 // What it holds against the bridge: a function called while an exception is pending that is none of the release,
 // delete-reference and exception functions; any function but the release inside a critical section; a reference used
-// after its deletion or its frame; a pin or a string's text that is not given back, or twice; an array access outside
+// after its deletion or its frame; more local references at a time than are reserved; a pin or a string's text that is not given back, or twice; an array access outside
 // the bounds raises ArrayIndexOutOfBoundsException as the machine does.
 #ifndef QUORL_CONTRACT_JVM_H
 #define QUORL_CONTRACT_JVM_H
 
 #include <jni.h>
 
+#include <algorithm>
 #include <csetjmp>
 #include <functional>
 #include <map>
@@ -120,6 +121,8 @@ class Jvm {
     bool faulted(const char* function);
     Object* resolve(jobject reference, const char* function);
     jobject local(Object* object);
+    void forget_local() { --locals_; }
+    void reserve_locals(jint capacity) { local_capacity_ = std::max(local_capacity_, locals_ + capacity); }
     Object* make(Kind kind, const std::string& label, const std::string& class_name);
     void raise(const std::string& class_name, const std::string& message);
     [[noreturn]] void leave();
@@ -133,6 +136,8 @@ class Jvm {
     std::vector<std::unique_ptr<Ref>> refs_;
     std::unordered_set<const void*> known_;  // the addresses of refs_
     std::vector<Ref*> frame_;
+    int locals_ = 0;  // live ones of the frame
+    int local_capacity_ = 0;
     std::map<std::string, Object*> classes_;
     std::map<std::string, std::string> supers_;
     std::vector<std::unique_ptr<Method>> methods_;
