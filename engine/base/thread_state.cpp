@@ -30,6 +30,8 @@ void leave(void* given) {
         state->cache = nullptr;
     }
     state->key = nullptr;
+    state->callbackDepth = 0;  // of callbacks that ended their thread; so is their batch, which lay on its stack
+    state->runningBatch = nullptr;
     currentThreadState = nullptr;
     state->owned.store(false, std::memory_order_release);
 }

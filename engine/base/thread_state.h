@@ -33,6 +33,9 @@ struct alignas(128) ThreadState {
     // The processor of the thread that woke this one for an event; written before wake.
     std::atomic<int> wakerProcessor{-1};
 
+    // The innermost vector callback that runs on this thread (event/queue.h: RunningBatch).
+    const void* runningBatch = nullptr;
+
     // Waiting for a reply: what became of the request (transport/transport.h).
     std::atomic<uint32_t> reply{0};
 

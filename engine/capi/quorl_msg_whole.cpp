@@ -1,5 +1,6 @@
 // Entry points for whole messages: making, copying, destroying, printing, wire images.
 #include "base/status.h"
+#include "event/event.h"
 #include "message/message.h"
 #include "quorl/quorl.h"
 
@@ -10,14 +11,14 @@ extern "C" {
 
 quorl_status quorlMsg_Create(quorlMsg* message) {
     if (message == nullptr) return fail(QUORL_INVALID_ARG, "no place for the message");
-    return newMessage(nullptr, Owner::caller, nullptr, message);
+    return newMessage(nullptr, Owner::caller, 0, message);
 }
 
 quorl_status quorlMsg_CreateFromBytes(quorlMsg* message, const void* bytes) {
     if (message == nullptr || bytes == nullptr) return fail(QUORL_INVALID_ARG, "no bytes, or no place for the message");
     Content* content = nullptr;
     const quorl_status status = readImage(static_cast<const uint8_t*>(bytes), UINT32_MAX, &content);
-    return status != QUORL_OK ? status : newMessage(content, Owner::caller, nullptr, message);
+    return status != QUORL_OK ? status : newMessage(content, Owner::caller, 0, message);
 }
 
 quorl_status quorlMsg_CreateCopy(quorlMsg message, quorlMsg* copy) {
@@ -25,15 +26,15 @@ quorl_status quorlMsg_CreateCopy(quorlMsg message, quorlMsg* copy) {
     Slot* slot;
     Content* content;
     if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
-    if (slot->content == nullptr) return newMessage(nullptr, Owner::caller, nullptr, copy);
+    if (slot->content == nullptr) return newMessage(nullptr, Owner::caller, 0, copy);
     if (slot->owner == Owner::outer) {
         // A copy of its own, so that a small inner message does not keep a large outer one in memory.
         Content* own = nullptr;
         const quorl_status status = readImage(content->image, content->size, &own);
-        return status != QUORL_OK ? status : newMessage(own, Owner::caller, nullptr, copy);
+        return status != QUORL_OK ? status : newMessage(own, Owner::caller, 0, copy);
     }
     content->retain();
-    return newMessage(content, Owner::caller, nullptr, copy);
+    return newMessage(content, Owner::caller, 0, copy);
 }
 
 quorl_status quorlMsg_GetEnvelope(quorlMsg message, quorlMsg* envelope) {
@@ -46,7 +47,7 @@ quorl_status quorlMsg_GetEnvelope(quorlMsg message, quorlMsg* envelope) {
         if (subjects != nullptr) subjects->release();
         return fail(QUORL_NO_MEMORY, "no memory for an envelope");
     }
-    return newMessage(subjects, Owner::caller, nullptr, envelope);
+    return newMessage(subjects, Owner::caller, 0, envelope);
 }
 
 quorl_status quorlMsg_Destroy(quorlMsg message) {
@@ -79,7 +80,7 @@ quorl_status quorlMsg_GetClosure(quorlMsg message, void** closure) {
     if (closure == nullptr) return fail(QUORL_INVALID_ARG, "no place for the closure");
     Slot* slot;
     if (quorl_status status = find(message, &slot); status != QUORL_OK) return status;
-    *closure = slot->owner == Owner::outer ? nullptr : const_cast<void*>(slot->closure);
+    *closure = slot->owner == Owner::outer ? nullptr : const_cast<void*>(event::closureOf(slot->event));
     return QUORL_OK;
 }
 

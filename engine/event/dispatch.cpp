@@ -93,7 +93,7 @@ quorl_status runBatch(ThreadState& thread, const Event& event, Batch& batch) noe
     for (uint32_t i = 0; i < batch.count; ++i) {
         auto content = message::ContentRef::adopt(batch.contents[i]);
         bytes += content.byteSize();
-        const quorl_status made = message::deliver(std::move(content), batch.events[i]->arg, &messages[count]);
+        const quorl_status made = message::deliver(std::move(content), batch.events[i]->id, &messages[count]);
         if (made == QUORL_OK) {
             given[count] = messages[count];
             ++count;
@@ -103,9 +103,12 @@ quorl_status runBatch(ThreadState& thread, const Event& event, Batch& batch) noe
     }
     thread.traffic.received(count, bytes);
     if (count != 0) {
+        const RunningBatch running{batch, static_cast<const RunningBatch*>(thread.runningBatch)};
+        thread.runningBatch = &running;
         ++thread.callbackDepth;
         event.vectorCallback(messages.data(), count);
         --thread.callbackDepth;
+        thread.runningBatch = running.outer;
         finishBatch(messages, given, count);
     }
     releaseBatch(batch);
@@ -121,7 +124,7 @@ quorl_status run(ThreadState& thread, const Taken& taken, Batch& batch) noexcept
             quorlMsg message;
             auto content = message::ContentRef::adopt(taken.content);
             thread.traffic.received(1, content.byteSize());
-            status = message::deliver(std::move(content), event.arg, &message);
+            status = message::deliver(std::move(content), event.id, &message);
             if (status != QUORL_OK) break;
             ++thread.callbackDepth;
             event.callback(event.id, message, const_cast<void*>(event.arg));

@@ -1,6 +1,8 @@
 // What all kinds of events share when they end.
 #include "event/event.h"
 
+#include <algorithm>
+
 #include "base/environment.h"
 #include "base/registry.h"
 #include "base/status.h"
@@ -18,6 +20,29 @@ quorl_status destroyEvent(uint32_t id, quorlEventOnComplete completion) noexcept
     if (event->detach != nullptr) event->detach(*event);
     registry::retire(*event);
     return QUORL_OK;
+}
+
+const void* closureOf(uint32_t id) noexcept {
+    if (id == 0) return nullptr;
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return nullptr;
+    Section section(*thread);
+    if (const Record* record = registry::find(id, QUORL_OBJECT_EVENT)) return record->arg;
+    // Destroyed meanwhile: its record lives as long as its callbacks run.
+    const auto isIt = [id](const Record* record) {
+        return record != nullptr && record->id == id && record->type == QUORL_OBJECT_EVENT;
+    };
+    for (uint32_t i = 0; i < thread->pinCount; ++i) {
+        const Record* record = thread->pins[i].load(std::memory_order_relaxed);
+        if (isIt(record)) return record->arg;
+    }
+    const auto* running = static_cast<const RunningBatch*>(thread->runningBatch);
+    for (; running != nullptr; running = running->outer) {
+        const auto* const end = running->batch.events.begin() + running->batch.count;
+        const auto* const found = std::find_if(running->batch.events.begin(), end, isIt);
+        if (found != end) return (*found)->arg;
+    }
+    return nullptr;
 }
 
 void eventCompleted(Record& record) noexcept {

@@ -58,6 +58,10 @@ inline void prefetchToTake(Event& event) noexcept {
 // Destroys an event of any kind. QUORL_INVALID_EVENT, QUORL_NOT_INITIALIZED.
 quorl_status destroyEvent(uint32_t id, quorlEventOnComplete completion) noexcept;
 
+// The closure of an event that lives, or whose callback runs on this thread; null for any other id. What it points to
+// stays the program's to keep: an event may be destroyed right behind this call.
+const void* closureOf(uint32_t id) noexcept;
+
 // Calls the completion that whoever closed the event has set.
 void eventCompleted(Record& record) noexcept;
 

@@ -35,6 +35,12 @@ struct Batch {
     std::array<message::Content*, QUORL_VECTOR_MAX> contents;
 };
 
+// A batch whose callback runs. The thread's pins hold the first of its events alone.
+struct RunningBatch {
+    const Batch& batch;
+    const RunningBatch* outer;  // whose callback dispatched this one
+};
+
 struct AlarmChange;
 
 // Locks, in the order in which they are taken: a group's lock, the front lock, the back lock. No lock of a queue is held

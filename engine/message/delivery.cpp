@@ -92,12 +92,12 @@ quorl_status contentFromBytes(const void* bytes, size_t size, std::string_view s
     return QUORL_OK;
 }
 
-quorl_status deliver(ContentRef content, const void* closure, quorlMsg* message) noexcept {
-    return newMessage(content.release(), Owner::library, closure, message);
+quorl_status deliver(ContentRef content, uint32_t event, quorlMsg* message) noexcept {
+    return newMessage(content.release(), Owner::library, event, message);
 }
 
 quorl_status handOver(ContentRef content, quorlMsg* message) noexcept {
-    return newMessage(content.release(), Owner::caller, nullptr, message);
+    return newMessage(content.release(), Owner::caller, 0, message);
 }
 
 void finishDelivery(quorlMsg message) noexcept {

@@ -58,9 +58,9 @@ quorl_status contentFromBytes(const void* bytes, size_t size, std::string_view s
 quorl_status withSubjects(const ContentRef& content, std::string_view sendSubject, std::string_view replySubject,
                           ContentRef* changed) noexcept;
 
-// A handle over content for a callback: the library's until it is detached or the callback destroys it. closure is what
-// quorlMsg_GetClosure answers.
-quorl_status deliver(ContentRef content, const void* closure, quorlMsg* message) noexcept;
+// A handle over content for a callback: the library's until it is detached or the callback destroys it. event is the id
+// of the one that delivers it: a message may outlive its event, and asks for the event's closure by the id.
+quorl_status deliver(ContentRef content, uint32_t event, quorlMsg* message) noexcept;
 
 // A handle over content that belongs to the caller from the start: a reply.
 quorl_status handOver(ContentRef content, quorlMsg* message) noexcept;

@@ -39,15 +39,15 @@ TEST(Delivery, SnapshotSharesAndChangingCopies) {
     ASSERT_EQ(QUORL_OK, quorlMsg_UpdateI32Ex(message, "n", 2, 0));
 
     quorlMsg delivered = nullptr;
-    int closure = 0;
-    ASSERT_EQ(QUORL_OK, deliver(content, &closure, &delivered));
+    ASSERT_EQ(QUORL_OK, deliver(content, 0, &delivered));
     EXPECT_EQ(1, valueOf(delivered));
     EXPECT_EQ(2, valueOf(message));
-    void* seen = nullptr;
-    ASSERT_EQ(QUORL_OK, quorlMsg_GetClosure(delivered, &seen));
-    EXPECT_EQ(&closure, seen);
-    ASSERT_EQ(QUORL_OK, quorlMsg_GetClosure(message, &seen));
-    EXPECT_EQ(nullptr, seen);
+    int other = 0;
+    for (quorlMsg each : {delivered, message}) {
+        void* seen = &other;
+        ASSERT_EQ(QUORL_OK, quorlMsg_GetClosure(each, &seen));
+        EXPECT_EQ(nullptr, seen);
+    }
 
     finishDelivery(delivered);
     EXPECT_EQ(QUORL_INVALID_MSG, quorlMsg_Destroy(delivered));
@@ -59,7 +59,7 @@ TEST(Delivery, DetachedMessagesOutliveTheCallback) {
     ContentRef content;
     ASSERT_EQ(QUORL_OK, snapshot(message, &content));
     quorlMsg delivered = nullptr;
-    ASSERT_EQ(QUORL_OK, deliver(std::move(content), nullptr, &delivered));
+    ASSERT_EQ(QUORL_OK, deliver(std::move(content), 0, &delivered));
     ASSERT_EQ(QUORL_OK, quorlMsg_Detach(delivered));
     finishDelivery(delivered);
     EXPECT_EQ(7, valueOf(delivered));
@@ -106,7 +106,7 @@ TEST(Delivery, OtherSubjectsShareTheFields) {
     EXPECT_EQ(lengthy, content.replySubject());
     EXPECT_EQ(nullptr, content.get()->base->base);
     quorlMsg delivered = nullptr;
-    ASSERT_EQ(QUORL_OK, deliver(content, nullptr, &delivered));
+    ASSERT_EQ(QUORL_OK, deliver(content, 0, &delivered));
     EXPECT_EQ(5, valueOf(delivered));
     ASSERT_EQ(QUORL_OK, quorlMsg_AddI32Ex(delivered, "more", 6, 0));
     EXPECT_EQ(5, valueOf(delivered));
@@ -189,7 +189,7 @@ TEST(Delivery, ThreadsShareContents) {
         threads.emplace_back([&inbox] {
             for (int round = 0; round < rounds; ++round) {
                 quorlMsg message = nullptr;
-                ASSERT_EQ(QUORL_OK, deliver(std::move(inbox[static_cast<size_t>(round)]), nullptr, &message));
+                ASSERT_EQ(QUORL_OK, deliver(std::move(inbox[static_cast<size_t>(round)]), 0, &message));
                 ASSERT_EQ(round, valueOf(message));
                 quorl_i32 last = 0;
                 ASSERT_EQ(QUORL_OK, quorlMsg_GetI32Ex(message, "field19", &last, 0));

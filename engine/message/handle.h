@@ -30,7 +30,7 @@ struct alignas(cacheLine) Slot {
         Slot* nextOfBatch;  // in a free list
     };
     union {
-        const void* closure;    // of the event that delivered the message
+        uint32_t event;         // the id of the one that delivered the message; 0: none
         Content* outerContent;  // Owner::outer: the content that image lies in; kept by the outer message
         Slot* nextBatch;
     };

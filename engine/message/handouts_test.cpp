@@ -138,7 +138,7 @@ TEST(InnerMessages, CanBeSentOnByReference) {
         ASSERT_EQ(QUORL_OK, snapshot(innerOf(outer, "inner"), &content));
     }
     quorlMsg message = nullptr;
-    ASSERT_EQ(QUORL_OK, deliver(content, nullptr, &message));
+    ASSERT_EQ(QUORL_OK, deliver(content, 0, &message));
     EXPECT_EQ("{text=\"deep\", more={n=2}}", printed(message));
     ASSERT_EQ(QUORL_OK, quorlMsg_AddI32Ex(message, "n", 1, 0));
     EXPECT_EQ("{text=\"deep\", more={n=2}, n=1}", printed(message));

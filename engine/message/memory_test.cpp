@@ -138,7 +138,7 @@ std::vector<Operation> operations() {
              quorlMsg delivered;
              if (quorl_status status = snapshot(m, &content); status != QUORL_OK) return status;
              if (quorl_status status = withSubjects(content, "x", subject, &content); status != QUORL_OK) return status;
-             if (quorl_status status = deliver(content, nullptr, &delivered); status != QUORL_OK) return status;
+             if (quorl_status status = deliver(content, 0, &delivered); status != QUORL_OK) return status;
              finishDelivery(delivered);
              return QUORL_OK;
          }},

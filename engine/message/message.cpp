@@ -60,7 +60,7 @@ Slot* openSlot(Owner owner) noexcept {
     Slot* slot = pool::acquireSlot(owner == Owner::outer ? 0 : 1);
     if (slot == nullptr) return nullptr;
     slot->content = nullptr;
-    slot->closure = nullptr;
+    slot->event = 0;
     slot->handouts = nullptr;
     slot->marks = 0;
     slot->owner = owner;
@@ -69,14 +69,14 @@ Slot* openSlot(Owner owner) noexcept {
     return slot;
 }
 
-quorl_status newMessage(Content* content, Owner owner, const void* closure, quorlMsg* message) noexcept {
+quorl_status newMessage(Content* content, Owner owner, uint32_t event, quorlMsg* message) noexcept {
     Slot* slot = openSlot(owner);
     if (slot == nullptr) {
         if (content != nullptr) content->release();
         return fail(QUORL_NO_MEMORY, "no memory for a message");
     }
     slot->content = content;
-    slot->closure = closure;
+    slot->event = event;
     *message = handleOf(*slot);
     return QUORL_OK;
 }

@@ -17,7 +17,7 @@ namespace quorl::message {
 Slot* openSlot(Owner owner) noexcept;
 
 // A message over content (counted; the message takes it, also on failure; null: empty). QUORL_NO_MEMORY.
-quorl_status newMessage(Content* content, Owner owner, const void* closure, quorlMsg* message) noexcept;
+quorl_status newMessage(Content* content, Owner owner, uint32_t event, quorlMsg* message) noexcept;
 
 // Ends a message: its handle, what it handed out, its content.
 void dropMessage(Slot& slot) noexcept;

@@ -202,7 +202,7 @@ void ReceiverSide(benchmark::State& state) {
     snapshot(source, &content);
     for (auto _ : state) {
         quorlMsg message;
-        deliver(content, nullptr, &message);
+        deliver(content, 0, &message);
         const void* bytes;
         quorl_u32 size;
         quorlMsg_GetOpaqueEx(message, "data", &bytes, &size, 0);

@@ -261,7 +261,7 @@ TEST(Wire, EveryDamagedByteIsRefusedOrHarmless) {
             ContentRef content;
             if (contentFromBytes(exact.data(), exact.size(), "a", "", &content) != QUORL_OK) continue;
             quorlMsg message = nullptr;
-            ASSERT_EQ(QUORL_OK, deliver(content, nullptr, &message));
+            ASSERT_EQ(QUORL_OK, deliver(content, 0, &message));
             EXPECT_EQ(damaged, imageOf(message));
             printed(message);
             quorl_u32 count = test::fieldsOf(message);

@@ -490,7 +490,8 @@ QUORL_API quorl_status quorlMsg_Detach(quorlMsg message);
 /* Removes all fields and both subjects. */
 QUORL_API quorl_status quorlMsg_Reset(quorlMsg message);
 
-/* The closure of the event that delivered the message; null for a message that no event delivered. */
+/* The closure of the event that delivered the message; null for a message that no event delivered, and once that event
+ * has been destroyed, but for callbacks of it that still run, on their own thread. */
 QUORL_API quorl_status quorlMsg_GetClosure(quorlMsg message, void** closure);
 
 /* Subjects. A null subject takes it away; one that is malformed or has wildcards is QUORL_INVALID_SUBJECT. A getter answers

@@ -50,6 +50,26 @@ class EventNativesTest extends OpenLibrary {
     }
 
     @Test
+    void aMessageForgetsAListenerThatIsDestroyed() {
+        long kept;
+        QuorlMsg natives = new QuorlMsg();
+        try (QuorlListener listener = silent("a")) {
+            send("a", 7);
+            assertSame(listener, dispatched());
+            kept = QuorlListener.getDispatchedMsgHandle();
+            assertSame(listener, natives.quorlMsg_GetEvent(kept));
+        }
+        // The machine uses the references that the listeners before have given back.
+        for (int i = 0; i < 100; i++) {
+            try (QuorlListener later = silent("b"); QuorlTimer timer = new QuorlTimer(queue, NativesTest.NEVER, t -> {})) {
+                assertNull(natives.quorlMsg_GetEvent(kept));
+            }
+        }
+        QuorlMsg.quorlMsg_Destroy(kept, null);
+        natives.close();
+    }
+
+    @Test
     void aNullSubjectReachesTheLibraryAsNull() throws Exception {
         try (QuorlListener listener = silent("a")) {
             int before = SoakTest.settledReferences();
