@@ -11,7 +11,8 @@ shift 4
 reports=$build/reports/$name.parts
 rm -rf "$reports" "$build/reports/$name.xml"
 status=0
-java -Xmx512m -Djava.io.tmpdir="${TMPDIR:-/tmp}" -Dcom.vesma.quorl.library="$build/lib" "$@" -cp "$path:$classes" org.junit.platform.console.ConsoleLauncher \
+# Tests interrupt commands with Ctrl-C, which whoever is started in the background ignores.
+env --default-signal=INT java -Xmx512m -Djava.io.tmpdir="${TMPDIR:-/tmp}" -Dcom.vesma.quorl.library="$build/lib" "$@" -cp "$path:$classes" org.junit.platform.console.ConsoleLauncher \
     --disable-banner --details=tree --disable-ansi-colors --reports-dir="$reports" --scan-classpath "$classes" || status=$?
 [ ! -f "$reports/TEST-junit-jupiter.xml" ] || mv "$reports/TEST-junit-jupiter.xml" "$build/reports/$name.xml"
 rm -rf "$reports"

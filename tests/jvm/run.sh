@@ -17,7 +17,7 @@ status=0
 # The machine keeps references to its compiler threads; their number is held still, since tests count references.
 check=-Xcheck:jni
 [ "${QUORL_UNCHECKED:-}" = "" ] || check=-Xshare:auto
-java $check -XX:-UseDynamicNumberOfCompilerThreads -Xmx512m \
+env --default-signal=INT java $check -XX:-UseDynamicNumberOfCompilerThreads -Xmx512m \
     -Djava.io.tmpdir="${TMPDIR:-/tmp}" -Dcom.vesma.quorl.library="$build/lib" -Dquorl.jar="$build/java/quorl.jar" -Dquorl.source="$source" \
     -cp "$build/java/classes:$build/java/test-classes:$junit" \
     org.junit.platform.console.ConsoleLauncher --disable-banner --details=tree --disable-ansi-colors \
