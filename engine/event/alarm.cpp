@@ -162,9 +162,9 @@ uint64_t highwaterClearsBelow(const Queue& queue) noexcept REQUIRES(queue.back.l
 
 void clearWhatIsOver(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     const uint64_t waiting = exactlyWaiting(queue);
-    const Alarms& alarms = queue.back.alarms;
-    if (alarms.limit.state == State::raised && waiting < limitClearsBelow(queue)) endLimit(queue);
-    if (alarms.highwater.state == State::raised && waiting < highwaterClearsBelow(queue)) endHighwater(queue);
+    if (queue.back.alarms.limit.state == State::raised && waiting < limitClearsBelow(queue)) endLimit(queue);
+    if (queue.back.alarms.highwater.state == State::raised && waiting < highwaterClearsBelow(queue))
+        endHighwater(queue);
     setThresholds(queue);
 }
 
@@ -327,17 +327,16 @@ void lookAtMark(Queue& queue, AlarmChange* change) noexcept {
 }
 
 void setThresholds(Queue& queue) noexcept {
-    const Alarms& alarms = queue.back.alarms;
     queue.back.lookAt = UINT64_MAX;
     if (queue.back.limit.policy != QUORLQUEUE_DISCARD_NONE) {
         queue.back.lookAt = queue.back.limit.maxEvents;
-    } else if (queue.back.highWater != 0 && alarms.highwater.state == State::clear) {
+    } else if (queue.back.highWater != 0 && queue.back.alarms.highwater.state == State::clear) {
         queue.back.lookAt = queue.back.highWater - 1;
     }
     queue.back.countAt = std::min(queue.back.mostWaiting, queue.back.lookAt);
     queue.front.clearBelow = 0;
-    if (alarms.limit.state == State::raised) queue.front.clearBelow = limitClearsBelow(queue);
-    if (alarms.highwater.state == State::raised)
+    if (queue.back.alarms.limit.state == State::raised) queue.front.clearBelow = limitClearsBelow(queue);
+    if (queue.back.alarms.highwater.state == State::raised)
         queue.front.clearBelow = std::max(queue.front.clearBelow, highwaterClearsBelow(queue));
 }
 
