@@ -17,6 +17,7 @@ namespace {
 bool pageReadable(uintptr_t address) noexcept {
     constexpr uintptr_t maskSize = 8;
     constexpr long noSuchChange = ~0L;
+    if (address < maskSize) return false;  // a null pointer there asks for nothing
     const int before = errno;
     const long result = syscall(SYS_rt_sigprocmask, noSuchChange, address & ~(maskSize - 1), nullptr, maskSize);
     const bool readable = !(result == -1 && errno == EFAULT);
