@@ -32,6 +32,8 @@ constexpr int64_t second = 1000 * millisecond;
 // at once, and one that stays away costs nothing.
 constexpr int64_t firstPause = 20 * millisecond;
 constexpr int64_t longestPause = second;
+// A session that was there so long has nothing to do with the next one.
+constexpr int64_t steadyTime = 5 * second;
 
 // Patterns that an advisory names at most.
 constexpr size_t patternsTold = 64;
@@ -76,7 +78,9 @@ Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Par
       outbox_(intake_.prefix, parameters.reconnectBuffer),
       name_(key_.description.empty() ? defaultName() : key_.description),
       writer_(senderId_),
-      servers_(std::move(servers)) {}
+      servers_(std::move(servers)) {
+    std::memcpy(&chance_, senderId_.data(), sizeof chance_);
+}
 
 Connection::~Connection() {
     join();
@@ -329,7 +333,7 @@ void Connection::connectFirst() {
         const int64_t now = monotonicNow();
         // What is left is shared among those that are left, so that one that does not answer leaves time for the others.
         const int64_t share = std::max<int64_t>(deadline - now, 0) / static_cast<int64_t>(servers_.size() - i);
-        const quorl_status status = takeUp(servers_[i], now + share);
+        const quorl_status status = takeUp({servers_[i], servers_[i]}, now + share);
         if (status == QUORL_OK) {
             nextServer_ = i + 1;
             outbox_.setConnected(true);
@@ -347,10 +351,11 @@ void Connection::connectFirst() {
 }
 
 // Makes a session with the server, with all subscriptions. QUORL_DAEMON_NOT_FOUND and others with the reason.
-quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
+quorl_status Connection::takeUp(const Target& target, int64_t deadline) {
     const int64_t start = monotonicNow();
-    std::string url = server.url();
-    Session::Request request{server, {}, std::max<int64_t>(deadline - start, millisecond)};
+    std::string url = target.server.url();
+    Server named = target.named;
+    Session::Request request{target.server, named, {}, std::max<int64_t>(deadline - start, millisecond)};
     {
         Lock lock(lock_);
         request.name = name_;
@@ -382,6 +387,9 @@ quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
     }
     if (good) {
         returned_ = monotonicNow();
+        outputAt_ = outputMoved_ = returned_;
+        outputGone_ = 0;
+        named_ = std::move(named);
         Lock lock(lock_);
         server_.swap(url);
         lastRead_ = returned_;
@@ -393,7 +401,7 @@ quorl_status Connection::takeUp(const Server& server, int64_t deadline) {
     io_.unlock();
     dropSession();
     io_.lock();
-    return fail(QUORL_DAEMON_NOT_FOUND, "connect %s: %s after %.1f s", server.url().c_str(), why.c_str(),
+    return fail(QUORL_DAEMON_NOT_FOUND, "connect %s: %s after %.1f s", target.server.url().c_str(), why.c_str(),
                 static_cast<double>(monotonicNow() - start) / 1e9);
 }
 
@@ -495,8 +503,8 @@ void Connection::countLoss() noexcept {
     unconfirmedEver_ += lostUnconfirmed_;
     if (stopping_.load(std::memory_order_acquire)) unconfirmedAtEnd_ += lostUnconfirmed_;
     try {
-        std::vector<Server> found = session_->servers();
-        if (!found.empty()) further_ = std::move(found);
+        if (session_->deniedEntry()) pause_ = longestPause;
+        learnServers();
         lostReason_ = givenUp_ != nullptr ? givenUp_ : session_->reason();
     } catch (const std::bad_alloc&) {
         lostReason_.clear();
@@ -541,9 +549,28 @@ void Connection::remember(std::string_view reason) noexcept {
     }
 }
 
-// Until it has succeeded, or all is to end.
+// Of the session that is lost.
+void Connection::learnServers() {
+    const std::vector<Server> found = session_->servers();
+    if (found.empty()) return;
+    std::vector<Target> targets;
+    targets.reserve(found.size());
+    for (const Server& server : found) targets.push_back({server, named_});
+    further_ = std::move(targets);
+}
+
+// Half of it, and up to all of it: processes that lost one daemon do not come back in step.
+int64_t Connection::withJitter(int64_t pause) noexcept {
+    chance_ = chance_ * 6364136223846793005u + 1442695040888963407u;
+    return pause / 2 + static_cast<int64_t>((chance_ >> 33) % static_cast<uint64_t>(pause / 2 + 1));
+}
+
+// Until it has succeeded, or all is to end. A session that did not last counts as an attempt that failed.
 void Connection::reconnect() noexcept {
-    for (int64_t wait = firstPause; !over(); wait = std::min(2 * wait, longestPause)) {
+    if (lostAt_ - returned_ >= steadyTime) pause_ = 0;
+    while (!over()) {
+        if (pause_ != 0) pause(withJitter(pause_));
+        pause_ = std::clamp(2 * pause_, firstPause, longestPause);
         try {
             const quorl_status status = connectAgain();
             if (status == QUORL_OK) return;
@@ -552,16 +579,17 @@ void Connection::reconnect() noexcept {
         } catch (const std::bad_alloc&) {
             // Perhaps next time.
         }
-        pause(wait);
     }
 }
 
 // One attempt at each server, beginning behind the one that was used last. When none succeeds: what the last one said, or one
 // that refused the credentials.
 quorl_status Connection::connectAgain() {
-    std::vector<Server> all = servers_;
-    for (const Server& server : further_) {
-        if (std::find(all.begin(), all.end(), server) == all.end()) all.push_back(server);
+    std::vector<Target> all;
+    all.reserve(servers_.size() + further_.size());
+    for (const Server& server : servers_) all.push_back({server, server});
+    for (const Target& target : further_) {
+        if (std::find(servers_.begin(), servers_.end(), target.server) == servers_.end()) all.push_back(target);
     }
     quorl_status worst = QUORL_DAEMON_NOT_FOUND;
     std::string words;

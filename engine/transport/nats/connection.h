@@ -11,6 +11,7 @@
 #pragma once
 
 #include <pthread.h>
+#include <sys/epoll.h>
 
 #include <atomic>
 #include <cstdint>
@@ -158,7 +159,14 @@ class Connection final : public Ending {
     void reconnect() noexcept;
     void connectFirst();
     quorl_status connectAgain();
-    quorl_status takeUp(const Server& server, int64_t deadline);
+    // A server, and which of those that the program named it is, or was named by.
+    struct Target {
+        Server server;
+        Server named;
+    };
+    quorl_status takeUp(const Target& target, int64_t deadline);
+    void learnServers();
+    int64_t withJitter(int64_t pause) noexcept;
     bool awaitMark(Session& session, int64_t deadline) noexcept;
     void serve() noexcept;
     bool over() const noexcept;
@@ -184,7 +192,9 @@ class Connection final : public Ending {
     void askAgain(int64_t now) noexcept;
     void subscribe(Session& session, Subscription& subscription) noexcept;
     void watchMarks(int64_t now) noexcept;
+    void watchOutput(int64_t now) noexcept;
     int64_t nextLook() const noexcept;
+    int waitForEvents(epoll_event* events, int most, int64_t nanoseconds) noexcept;
     enum class Flushed { all, blocked, changesFirst };
     Flushed flush() noexcept;
     bool sendMark(Session& session, int64_t now) noexcept;
@@ -258,14 +268,21 @@ class Connection final : public Ending {
     uint64_t markedBytes_ = 0;       // of the bytes, those before it
     uint64_t markNumber_ = 0;        // of the last mark; never repeated
     bool markUnderWay_ = false;
-    bool missed_ = false;   // it should have come back a second ago
-    int64_t markTime_ = 0;  // when a mark was last sent or came back
+    bool missed_ = false;      // it should have come back a second ago
+    int64_t markTime_ = 0;     // when a mark was last sent or came back
+    int64_t outputAt_ = 0;     // when what goes out was last looked at
+    int64_t outputMoved_ = 0;  // when it was last seen to move, or to be all gone
+    uint64_t outputGone_ = 0;  // bytes that the other side's system had confirmed then
     int64_t lastRead_ = 0;
 
     // Of the thread.
     const std::vector<Server> servers_;  // those that the program named
-    std::vector<Server> further_;        // and those that the daemon told of
+    std::vector<Target> further_;        // and those that the daemon told of
     size_t nextServer_ = 0;              // of both
+    Server named_;                       // of the session
+    int64_t pause_ = 0;                  // before the next attempt to connect again
+    uint64_t chance_;                    // for pauses: not secret, and different in each process
+    bool precise_ = true;                // the system waits for fractions of a millisecond
     int64_t gatherUntil_ = 0;            // 0: not set
     int64_t adviseRejectionsAt_ = 0;     // not before
     int64_t adviseRefusalsAt_ = 0;       // the same

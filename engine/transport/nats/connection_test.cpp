@@ -2,6 +2,13 @@
 #include "transport/nats/connection.h"
 
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+
+#include <cerrno>
+#include <cstddef>
 
 #include "base/registry.h"
 #include "base/thread_state.h"
@@ -229,7 +236,45 @@ TEST_F(OverScriptedDaemon, aDaemonThatTakesTooLittleInTheMiddleIsLeft) {
     over = true;
     for (std::thread& sender : senders) sender.join();
     EXPECT_EQ(connection_->figures().lost, refused);
-    daemon_.hangUp();
+}
+
+// Pauses between attempts are at least half of what they are set to, and a session that is ended at once is no success.
+TEST_F(OverScriptedDaemon, aDaemonThatRefusesAfterItsWelcomeIsNotStormed) {
+    const auto start = std::chrono::steady_clock::now();
+    constexpr int times = 3;
+    for (int i = 0; i < times; ++i) {
+        ASSERT_TRUE(daemon_.say("-ERR 'Authorization Violation'\r\n"));
+        daemon_.hangUp();
+        ASSERT_TRUE(waitUntil([&] { return connection_->figures().reconnects > static_cast<uint64_t>(i); }));
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - start, times * std::chrono::milliseconds(500));
+}
+
+// A system that does not know the newest way of waiting: a filter takes the call away from this thread and those that it starts.
+TEST(OverAnOldSystem, whatIsSentArrives) {
+    ASSERT_EQ(quorl_Open(), QUORL_OK);
+    std::thread([] {
+        sock_filter program[] = {
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_epoll_pwait2, 0, 1),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        };
+        const sock_fprog filter{4, program};
+        if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
+            GTEST_SKIP() << "the system takes no filter";
+        ScriptedDaemon daemon;
+        Connection connection({"scripted", {}, {}, {}}, {{false, "127.0.0.1", daemon.port()}}, Parameters{}, true);
+        ASSERT_EQ(connection.start(), QUORL_OK);
+        ASSERT_EQ(connection.waitUntilConnected(), QUORL_OK) << quorl_LastErrorText();
+        sendBytes(connection, 4u << 20);
+        EXPECT_TRUE(daemon.waitForBytes(4u << 20));
+        // And it reads: a daemon that takes too little is left, and found again.
+        EXPECT_TRUE(daemon.say("INFO {\"max_payload\":1}\r\n"));
+        EXPECT_TRUE(waitUntil([&] { return connection.figures().reconnects == 1; }));
+        connection.stop();
+    }).join();
+    EXPECT_EQ(quorl_Close(), QUORL_OK);
 }
 
 TEST_F(OverScriptedDaemon, aMarkFollowsWhatWasSentAfterSoManyBytes) {

@@ -2,6 +2,7 @@
 #include "transport/nats/link.h"
 
 #include <arpa/inet.h>
+#include <linux/sockios.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -12,6 +13,7 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -337,6 +339,11 @@ ssize_t Link::write(const void* bytes, size_t size) noexcept {
 
 bool Link::pending() const noexcept {
     return tls_ != nullptr && SSL_pending(tls_) != 0;
+}
+
+size_t Link::underWay() const noexcept {
+    int bytes = 0;
+    return ioctl(socket_, SIOCOUTQ, &bytes) == 0 && bytes > 0 ? static_cast<size_t>(bytes) : 0;
 }
 
 bool Link::await(short events, int64_t deadline) const noexcept {

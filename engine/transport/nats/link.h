@@ -42,6 +42,8 @@ class Link {
     bool pending() const noexcept;
     // Waits until the socket can be read, or written. False: not by the deadline.
     bool await(short events, int64_t deadline) const noexcept;
+    // Bytes that were written and that the other side's system has not confirmed.
+    size_t underWay() const noexcept;
     // Why it is broken, in words.
     const std::string& reason() const noexcept { return reason_; }
 

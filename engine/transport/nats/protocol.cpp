@@ -7,6 +7,8 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "transport/nats/address.h"
+
 namespace quorl::transport::nats {
 namespace {
 
@@ -48,6 +50,7 @@ bool readInfo(std::string_view json, Info* info) {
     info->servers.clear();
     if (const auto servers = object.find("connect_urls"); servers != object.end() && servers->is_array()) {
         for (const auto& server : *servers) {
+            if (info->servers.size() == mostServers) break;
             if (server.is_string()) info->servers.push_back(server.get<std::string>());
         }
     }

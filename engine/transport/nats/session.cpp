@@ -15,6 +15,7 @@
 #include "base/clock.h"
 #include "base/status.h"
 #include "secure/credentials.h"
+#include "transport/nats/readable.h"
 
 namespace quorl::transport::nats {
 namespace {
@@ -109,7 +110,7 @@ quorl_status Session::connect(const Request& request) {
     const int64_t start = monotonicNow();
     const int64_t deadline = start + request.timeout;
     secure::Credentials credentials;
-    if (const quorl_status status = secure::lookup(request.server.hostAndPort(), &credentials); status != QUORL_OK)
+    if (const quorl_status status = secure::lookup(request.named.hostAndPort(), &credentials); status != QUORL_OK)
         return status;
     refusals_ = request.refusals;
     out_.reserve(2 * writeSize);
@@ -117,9 +118,12 @@ quorl_status Session::connect(const Request& request) {
     link_ = Link::connect(request.server, deadline, &why);
     if (link_ == nullptr || !greet(deadline, &why)) return refuse(QUORL_DAEMON_NOT_FOUND, request, why, start);
     if (request.server.tls) {
+        // What comes in the clear beside the greeting may be anybody's word.
+        if (!complaint_.empty())
+            return refuse(QUORL_DAEMON_NOT_FOUND, request, "before TLS somebody says \"" + complaint_ + "\"", start);
+        if (inBegin_ != inEnd_ || said_ != 1)
+            return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon speaks before TLS", start);
         if (!info_.offersTls) return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon offers no TLS", start);
-        // What came in the clear behind the greeting is nobody's word.
-        if (inBegin_ != inEnd_) return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon speaks before TLS", start);
     } else if (info_.demandsTls) {
         return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon demands TLS (tls://)", start);
     }
@@ -127,9 +131,10 @@ quorl_status Session::connect(const Request& request) {
     bool good = true;
     if (request.server.tls) {
         bool trusted = false;
-        good = link_->startTls(request.server.host, credentials, deadline, &trusted, &why);
+        good = link_->startTls(request.named.host, credentials, deadline, &trusted, &why);
         refused = !good && trusted;
         tls_ = good;
+        if (good) forgetClear();
     }
     if (good) {
         good = introduce(request, credentials, deadline, &why);
@@ -143,7 +148,7 @@ quorl_status Session::connect(const Request& request) {
                                                     : "a certificate of the program is demanded",
                       start);
     }
-    if (startsWith(complaint_, "authorization violation") || startsWith(complaint_, "authentication")) {
+    if (deniedEntry()) {
         return refuse(QUORL_USERPASS_MISMATCH, request,
                       credentials.user.present() ? "the user name or the password is refused"
                                                  : "a user name with a password, or a certificate, is demanded",
@@ -172,6 +177,19 @@ bool Session::greet(int64_t deadline, std::string* why) {
     return false;
 }
 
+// What came before TLS may have come from anybody. Of the greeting stays what harms nothing when it is forged: the limit of
+// payloads, which is within its range, whether a certificate is demanded, which goes into a text, and other servers of the
+// daemon, which have to show the certificate of the one that the program named before they are told anything.
+void Session::forgetClear() {
+    parser_ = Parser();
+    in_.reset();
+    inRoom_ = inBegin_ = inEnd_ = 0;
+    takenAtOnce_ = 0;
+    behindAt_ = readAt_ = 0;
+    pinged_ = answered_ = false;
+    complaint_.clear();
+}
+
 // Says who the program is, and waits until the daemon takes it in.
 bool Session::introduce(const Request& request, const secure::Credentials& credentials, int64_t deadline,
                         std::string* why) {
@@ -198,6 +216,7 @@ bool Session::introduce(const Request& request, const secure::Credentials& crede
         if (sent < 0 || (sent == 0 && !link_->await(POLLOUT, deadline))) break;
         left.remove_prefix(static_cast<size_t>(sent));
     }
+    asked_ = true;
     parser_.allow(mostIncoming);
     while (!answered_ && !lost() && complaint_.empty()) {
         if (!link_->pending() && !link_->await(POLLIN, deadline)) {
@@ -219,7 +238,18 @@ bool Session::introduce(const Request& request, const secure::Credentials& crede
     return false;
 }
 
+void Session::onPing() noexcept {
+    ++said_;
+    pinged_ = true;
+}
+
+void Session::onPong() noexcept {
+    ++said_;
+    answered_ = asked_;  // one that comes before the question answers nothing
+}
+
 void Session::onInfo(std::string_view json) noexcept {
+    ++said_;
     try {
         Info info;
         if (!readInfo(json, &info)) return fail("the daemon speaks no protocol that is known here");
@@ -271,10 +301,16 @@ std::string Session::reason() const {
     return text;
 }
 
+bool Session::deniedEntry() const noexcept {
+    return startsWith(complaint_, "authorization violation") || startsWith(complaint_, "authentication") ||
+           startsWith(complaint_, "user authentication");
+}
+
 void Session::onError(std::string_view text) noexcept {
+    ++said_;
     try {
         const Complaint complaint = readComplaint(text);
-        const std::string_view words = text.substr(0, longestWords);
+        const std::string words = readable(text, longestWords);
         const bool ends = complaint.kind == Complaint::Kind::ends;
         const bool unknown = complaint.kind == Complaint::Kind::unknown;
         if (!answered_ || ends || unknown) complaint_ = words;
@@ -349,13 +385,17 @@ void Session::use() noexcept {
 }
 
 void Session::onMessage(uint64_t subscription, std::string_view subject, const uint8_t* payload, size_t size) noexcept {
+    ++said_;
     // What was on its way when its feed left has none.
     const auto found = feeds_.find(subscription);
     if (found != feeds_.end()) found->second->received(subject, payload, size);
 }
 
 void Session::answer() noexcept {
-    for (; pings_ != 0; --pings_) append("PONG\r\n");
+    // One answer for all that was asked, when the daemon takes what was said before: a daemon that asks without reading makes
+    // nothing grow.
+    if (!pinged_ || buffered() >= unsentMost) return;
+    if (append("PONG\r\n")) pinged_ = false;
 }
 
 // ---- writing
@@ -378,6 +418,7 @@ void Session::write() noexcept {
         if (sent < 0) return fail(nullptr);
         if (sent == 0) return;
         outSent_ += static_cast<size_t>(sent);
+        written_ += static_cast<uint64_t>(sent);
     }
     out_.clear();
     outSent_ = 0;

@@ -55,6 +55,7 @@ class Session final : public PayloadSink, private Parser::Listener {
   public:
     struct Request {
         Server server;
+        Server named;                  // what the program named: its name is in the certificate, its credentials count
         std::string name;              // of the program, for the daemon's tools
         int64_t timeout = 0;           // nanoseconds for connecting, TLS and the daemon's greeting together
         Refusals* refusals = nullptr;  // outlives the session
@@ -69,6 +70,12 @@ class Session final : public PayloadSink, private Parser::Listener {
     Session& operator=(const Session&) = delete;
 
     int socket() const noexcept { return link_->socket(); }
+    // Bytes that were written and that the other side's system has not confirmed.
+    size_t underWay() const noexcept { return link_->underWay(); }
+    // Bytes that the socket has taken, ever.
+    uint64_t written() const noexcept { return written_; }
+    // Whether it ended because the daemon refuses the credentials.
+    bool deniedEntry() const noexcept;
     // Why it was lost, in words. Throws std::bad_alloc.
     std::string reason() const;
     // The servers of its cluster, as the daemon told last. Throws std::bad_alloc.
@@ -112,14 +119,15 @@ class Session final : public PayloadSink, private Parser::Listener {
     bool greet(int64_t deadline, std::string* why);
     bool introduce(const Request& request, const secure::Credentials& credentials, int64_t deadline, std::string* why);
     bool makeRoom() noexcept;
+    void forgetClear();
     bool append(std::string_view text) noexcept;
     void fail(const char* why) noexcept;
 
     void onInfo(std::string_view json) noexcept override;
     void onMessage(uint64_t subscription, std::string_view subject, const uint8_t* payload,
                    size_t size) noexcept override;
-    void onPing() noexcept override { ++pings_; }
-    void onPong() noexcept override { answered_ = true; }
+    void onPing() noexcept override;
+    void onPong() noexcept override;
     void onError(std::string_view text) noexcept override;
 
     std::unique_ptr<Link> link_;
@@ -128,7 +136,9 @@ class Session final : public PayloadSink, private Parser::Listener {
     bool greeted_ = false;   // the daemon has told of itself
     bool answered_ = false;  // it takes us in
     bool tls_ = false;
-    uint32_t pings_ = 0;     // of the daemon, that are not answered yet
+    bool pinged_ = false;    // it has asked, and is not answered yet
+    bool asked_ = false;     // the program has said who it is, and answers are to come
+    uint64_t said_ = 0;      // what the daemon has said, in lines
     std::string complaint_;  // of the daemon, its last
     Refusals* refusals_ = nullptr;
     std::atomic<bool> lost_{false};
@@ -141,6 +151,7 @@ class Session final : public PayloadSink, private Parser::Listener {
     size_t inEnd_ = 0;    // to here
     std::vector<uint8_t> out_;
     size_t outSent_ = 0;  // bytes of it
+    uint64_t written_ = 0;
 
     uint64_t lastNumber_ = 0;
     std::unordered_map<uint64_t, Feed*> feeds_;

@@ -40,6 +40,10 @@ constexpr uint64_t markBytes = 1u << 20;
 constexpr int64_t markDelay = 100 * millisecond;
 constexpr int64_t markPeriod = 15 * second;
 constexpr int64_t silenceLimit = 10 * second;
+// The same for what goes out and does not move; and for a mark while other things come in, which may have been waiting in the
+// daemon before it.
+constexpr int64_t outputLimit = silenceLimit;
+constexpr int64_t overdueLimit = 120 * second;
 
 // Between two advisories about messages that were none.
 constexpr int64_t rejectionsPeriod = second;
@@ -114,7 +118,7 @@ void Connection::serve() noexcept {
             if (gathers && gatherUntil_ == 0) gatherUntil_ = now + gatherTime;
             const bool wait = gathers && now < gatherUntil_ && !flushNow_.load(std::memory_order_relaxed);
             const size_t waits = outbox_.waiting();
-            held = !held && !wait && waits != 0 && waits < streamSize && now - lastFlush < 2 * streamPause;
+            held = precise_ && !held && !wait && waits != 0 && waits < streamSize && now - lastFlush < 2 * streamPause;
             blocked = false;
             if (!wait && !held) {
                 gathering_.store(false, std::memory_order_relaxed);
@@ -158,8 +162,7 @@ void Connection::serve() noexcept {
             timeout = 0;
         if (held) timeout = streamPause;
         std::array<epoll_event, 2> events;
-        const timespec limit{timeout / second, timeout % second};
-        const int count = epoll_pwait2(epoll_, events.data(), static_cast<int>(events.size()), &limit, nullptr);
+        const int count = waitForEvents(events.data(), static_cast<int>(events.size()), timeout);
         asleep_.store(false, std::memory_order_relaxed);
         for (int i = 0; i < count; ++i) {
             const epoll_event& event = events[static_cast<size_t>(i)];
@@ -181,6 +184,16 @@ void Connection::serve() noexcept {
             }
         }
     }
+}
+
+int Connection::waitForEvents(epoll_event* events, int most, int64_t nanoseconds) noexcept {
+    if (precise_) {
+        const timespec limit{nanoseconds / second, nanoseconds % second};
+        const int count = epoll_pwait2(epoll_, events, most, &limit, nullptr);
+        if (count >= 0 || (errno != ENOSYS && errno != EPERM)) return count;
+        precise_ = false;  // an older system, or one whose filter does not know the call
+    }
+    return epoll_wait(epoll_, events, most, static_cast<int>((nanoseconds + millisecond - 1) / millisecond));
 }
 
 // Sends what waits and makes sure that it arrives: what is still unread when a socket is closed may cost what was written.
@@ -283,8 +296,28 @@ void Connection::markByBytes() noexcept {
     sendMark(*session_, now);
 }
 
+// Whether the daemon, or the way to it, takes what goes out. What comes in says nothing about that.
+void Connection::watchOutput(int64_t now) noexcept {
+    const int64_t gap = now - outputAt_;
+    if (gap < second / 2) return;
+    outputAt_ = now;
+    const size_t underWay = session_->underWay();
+    const uint64_t gone = session_->written() - std::min<uint64_t>(underWay, session_->written());
+    if ((underWay == 0 && session_->buffered() == 0) || gone > outputGone_) {
+        outputGone_ = gone;
+        outputMoved_ = now;
+        return;
+    }
+    // It may be this process that has not run for so long.
+    if (gap > 3 * second) outputMoved_ = std::max(outputMoved_, now - outputLimit + second);
+    if (now - outputMoved_ > outputLimit) givenUp_ = "the daemon takes nothing of what is sent to it";
+}
+
 void Connection::watchMarks(int64_t now) noexcept {
+    watchOutput(now);
     if (markUnderWay_ && !markIsBack(now)) {
+        if (readyCheck_ && now - markSentAt_.load(std::memory_order_relaxed) > overdueLimit)
+            givenUp_ = "the daemon sends, and does not take what is sent to it";
         if (now - std::max(markTime_, lastRead_) > silenceLimit) {
             // Without the ready check the daemon may be one that does not carry marks.
             if (readyCheck_ && missed_) givenUp_ = "the daemon is silent";
@@ -302,7 +335,7 @@ void Connection::watchMarks(int64_t now) noexcept {
 
 // When the thread has to look at the marks again.
 int64_t Connection::nextLook() const noexcept {
-    if (markUnderWay_) return std::max(markTime_, lastRead_) + silenceLimit;
+    if (markUnderWay_) return std::min(std::max(markTime_, lastRead_) + silenceLimit, outputAt_ + second);
     return std::min(admissions_.nextDue(), markTime_ + (handed_.get() != confirmed_.get() ? markDelay : markPeriod));
 }
 
