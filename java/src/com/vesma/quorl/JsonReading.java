@@ -2,6 +2,7 @@ package com.vesma.quorl;
 
 import com.google.gson.stream.JsonReader;
 import com.google.gson.stream.JsonToken;
+import java.io.EOFException;
 import java.io.IOException;
 import java.io.StringReader;
 import java.time.DateTimeException;
@@ -27,6 +28,8 @@ final class JsonReading {
 
     private static final Pattern FAR_TIME = Pattern.compile("@(-?[0-9]{1,19})\\.([0-9]{9})");
 
+    private static final Pattern PLACE = Pattern.compile(" at line [0-9]+ column [0-9]+ path .*", Pattern.DOTALL);
+
     private static final Pattern BITS = Pattern.compile("NaN\\(([0-9a-f]{1,16})\\)");
 
     private final JsonReader in;
@@ -37,7 +40,9 @@ final class JsonReading {
 
     static QuorlMsg read(String json) {
         ImageWriter out = new ImageWriter();
-        try (JsonReader in = new JsonReader(new StringReader(json))) {
+        // Of a text: nothing to close.
+        JsonReader in = new JsonReader(new StringReader(json));
+        try {
             JsonReading reading = new JsonReading(in);
             reading.expect(JsonToken.BEGIN_OBJECT, QuorlMsgField.MSG);
             reading.message(out);
@@ -45,10 +50,18 @@ final class JsonReading {
                 throw new QuorlException(QuorlException.DECODER_FAILED, "something stands behind the message");
             }
         } catch (IOException | IllegalStateException e) {
-            // What Gson says of text that is no JSON, with line and column.
-            throw new QuorlException(QuorlException.DECODER_FAILED, e.getMessage(), e);
+            String why = e instanceof EOFException ? "the JSON ends before the message does"
+                    : e instanceof IllegalStateException ? "something stands here that does not belong to a message"
+                    : "this is no JSON";
+            throw new QuorlException(QuorlException.DECODER_FAILED, why + place(in), e);
         }
         return out.toMessage();
+    }
+
+    /** " at line 1 column 11 path $.a", as far as the reader knows. */
+    private static String place(JsonReader in) {
+        Matcher place = PLACE.matcher(in.toString());
+        return place.find() ? place.group() : "";
     }
 
     private void message(ImageWriter out) throws IOException {

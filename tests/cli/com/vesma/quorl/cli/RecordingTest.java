@@ -180,7 +180,7 @@ class RecordingTest {
     @Test
     void jsonThatIsWrongIsShownWhereItIs() throws IOException {
         String[][] texts = {{"{\"a:i32\":1}\n{\"a:i32\":1,\"b:i32\":\"z\"}\n", " line 2 column 12: field \"b\": "},
-                {"{\"a:i32\" 1}\n", " line 1 column 11: Expected ':'"}, {"[]\n", " line 1 column 1: "},
+                {"{\"a:i32\" 1}\n", " line 1 column 11: this is no JSON"}, {"[]\n", " line 1 column 1: "},
                 {"hello\n", " line 1 column "}, {"{\"a\":1}\n", " line 1 column 2: member \"a\""},
                 {"{\"a:i32\":1", " line 1 column "}, {"{\"a:i32\":1} x\n", " line 1 column "},
                 {"{\"message\":{\"a:i32\":1,\"b:u8\":256}}\n", " line 1 column 23: field \"b\": "},
