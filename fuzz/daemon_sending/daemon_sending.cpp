@@ -169,7 +169,8 @@ class Run final : private PayloadSink {
         require(size <= limit_.bytes(), "a payload is larger than the daemon takes");
         require(!expected_.empty(), "more goes out than was sent");
         require(wireSubject == toWire(prefix_, expected_.front().subject), "a message goes out on another subject");
-        for (const unsigned char c : wireSubject) require(c > 0x20 && c != 0x7f, "a subject ends a word of the protocol");
+        for (const unsigned char c : wireSubject)
+            require(c > 0x20 && c != 0x7f, "a subject ends a word of the protocol");
         const Block block({reinterpret_cast<const char*>(payload), size});
         FrameKind kind{};
         require(readKind(block.data(), size, &kind), "what goes out is nothing of ours");
