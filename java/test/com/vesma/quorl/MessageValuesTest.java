@@ -11,9 +11,13 @@ import java.net.Inet4Address;
 import java.net.InetAddress;
 import java.nio.charset.StandardCharsets;
 import java.time.Instant;
+import java.util.Arrays;
+import java.util.Collections;
 import java.util.List;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.ValueSource;
 
 /** Every type of field: add, update, get, by name and by id, at the ends of its range. */
 class MessageValuesTest {
@@ -321,6 +325,28 @@ class MessageValuesTest {
         assertThrows(NullPointerException.class, () -> m.addF64Array("bad", null));
         assertEquals(0, m.addI32Array("empty", new int[0]).getI32Array("empty").length);
         assertStatus(QuorlException.CONVERSION_FAILED, () -> m.getI32Array("f"));
+    }
+
+    /** Beyond the references that the machine gives a native unasked, where a checking machine warns. */
+    @ParameterizedTest
+    @ValueSource(ints = {33, 1000, 100_000})
+    void arraysOfManyElements(int count) {
+        String[] texts = new String[count];
+        Arrays.setAll(texts, i -> "t" + i);
+        try (QuorlMsg inner = new QuorlMsg().addI32("n", 7)) {
+            List<QuorlMsg> inside = Collections.nCopies(count, inner);
+            m.addStringArray("s", texts).addStringArray(null, 1, texts).updateStringArray("s", texts).updateStringArray(null, 1, texts);
+            m.addMsgArray("m", inside).addMsgArray(null, 2, inside).updateMsgArray("m", inside).updateMsgArray(null, 2, inside);
+        }
+        // By a view, since a checking machine looks through all of a native's references for each that it makes.
+        QuorlMsgView view = m.view();
+        assertArrayEquals(texts, view.getStringArray("s"));
+        assertArrayEquals(texts, view.getStringArray(1));
+        assertEquals(4, m.getFieldCount());
+        for (List<QuorlMsg> read : List.of(m.getMsgArray("m"), m.getMsgArray(2))) {
+            assertEquals(count, read.size());
+            assertEquals(7, read.get(count - 1).getI32("n"));
+        }
     }
 
     @Test
