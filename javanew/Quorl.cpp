@@ -14,10 +14,11 @@ jstring versionOf(JNIEnv* env) {
 }
 
 // The string at a place of the array and its text, which the machine lends; elements are not checked for null. The
-// references to the strings stay until the native returns: the texts go back through them. False: the machine has left
+// references to the strings stay until the texts have gone back through them. False: the machine has left
 // an exception, after which it must not be called on.
-bool convertParameter(JNIEnv* env, jobjectArray array, jint index, jint count, jstring* string, const char** text) {
-    if (!reserveReference(env, index, count)) {
+bool convertParameter(JNIEnv* env, jobjectArray array, jint index, jint count, jint* frames, jstring* string,
+                      const char** text) {
+    if (!reserveReference(env, index, count, frames)) {
         return false;
     }
     *string = static_cast<jstring>(env->GetObjectArrayElement(array, index));
@@ -85,9 +86,10 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1SetQRParameters(JNIEnv*
     }
     const char** const texts = static_cast<const char**>(block);
     jstring* const strings = static_cast<jstring*>(static_cast<void*>(texts + arrayLength));
+    jint frames = 0;
     bool copied = true;
     for (jint i = 0; i < arrayLength && copied; ++i) {
-        copied = convertParameter(env, array, i, arrayLength, &strings[i], &texts[i]);
+        copied = convertParameter(env, array, i, arrayLength, &frames, &strings[i], &texts[i]);
     }
     const quorl_status status =
         copied ? quorl_SetQRParameters(static_cast<quorl_u32>(arrayLength), texts) : QUORL_INVALID_ARG;
@@ -96,6 +98,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_Quorl_quorl_1SetQRParameters(JNIEnv*
             env->ReleaseStringUTFChars(strings[i], texts[i]);
         }
     }
+    giveBackReferences(env, frames);
     std::free(block);
     return status;
 }

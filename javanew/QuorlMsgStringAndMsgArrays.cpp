@@ -324,9 +324,11 @@ JNIEXPORT jobjectArray JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetString
         return nullptr;
     }
     const char* const* const strings = static_cast<const char* const*>(field.data.array);
+    jint frames = 0;
     for (quorl_u32 i = 0; i < field.count; ++i) {
-        if (!reserveReference(env, static_cast<jint>(i), static_cast<jint>(field.count))) {
+        if (!reserveReference(env, static_cast<jint>(i), static_cast<jint>(field.count), &frames)) {
             quorlMsg_ClearReferences(message);
+            giveBackReferences(env, frames);
             return nullptr;
         }
         const jsize length = static_cast<jsize>(std::strlen(strings[i]));
@@ -334,12 +336,14 @@ JNIEXPORT jobjectArray JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetString
         if (bytes == nullptr) {
             quorlMsg_ClearReferences(message);
             throwOutOfMemory(env, kNoFieldValue);
+            giveBackReferences(env, frames);
             return nullptr;
         }
         env->SetByteArrayRegion(bytes, 0, length, reinterpret_cast<const jbyte*>(strings[i]));
         env->SetObjectArrayElement(result, static_cast<jsize>(i), bytes);
     }
     quorlMsg_ClearReferences(message);
+    giveBackReferences(env, frames);
     return result;
 }
 

@@ -236,20 +236,30 @@ inline bool copyTextOrThrow(JNIEnv* env, jbyteArray bytes, jint length, TextBuff
 
 // ---- local references ------------------------------------------------------------------------------------------------
 
-// Every native may hold 16 local references; one that keeps a reference for each element of an array reserves more, step
-// by step, because a machine bounds what it reserves at once.
+// Every native may hold 16 local references; one that keeps a reference for each element of an array reserves more, in
+// frames, because a machine bounds what it reserves at once.
 constexpr jint kElementsUnreserved = 12;  // the natives hold up to four others besides
-constexpr jint kElementsReserved = 1024;
+constexpr jint kElementsInFrame = 4096;
 
 // To be called before the reference for each element i is taken. False: the machine refuses, with its exception pending.
 // A refusal without one leaves the machine to give what it can.
-inline bool reserveReference(JNIEnv* env, jint i, jint count) {
-    if (count <= kElementsUnreserved || i % kElementsReserved != 0) {
+inline bool reserveReference(JNIEnv* env, jint i, jint count, jint* frames) {
+    if (count <= kElementsUnreserved || i % kElementsInFrame != 0) {
         return true;
     }
     const jint left = count - i;
-    return env->EnsureLocalCapacity(left < kElementsReserved ? left : kElementsReserved) == JNI_OK ||
-           env->ExceptionOccurred() == nullptr;
+    if (env->PushLocalFrame(left < kElementsInFrame ? left : kElementsInFrame) == JNI_OK) {
+        ++*frames;
+        return true;
+    }
+    return env->ExceptionOccurred() == nullptr;
+}
+
+// The references of the elements end; those that were taken before stay.
+inline void giveBackReferences(JNIEnv* env, jint frames) {
+    for (jint i = 0; i < frames; ++i) {
+        env->PopLocalFrame(nullptr);
+    }
 }
 
 // ---- pointers and message handles ---------------------------------------------------------------------------------

@@ -85,7 +85,7 @@ void state_parameters() {
     });
     // The reference to each string stays until the native returns, so that many are reserved.
     row(native, family, "many_parameters_are_reserved_step_by_step", RowKind::normal, [=] {
-        for (jint count : {12, 13, 33, 1000, 1025, 100'000}) {
+        for (jint count : {12, 13, 33, 1000, 4097, 100'000}) {
             quorl_u32 passed = 0;
             when<&quorl_SetQRParameters>().does = [&passed](quorl_u32 given, const char**) {
                 passed = given;
@@ -96,13 +96,13 @@ void state_parameters() {
                 function, jvm().objects("parameters", std::vector<jobject>(static_cast<size_t>(count), each)), count);
             EXPECT_EQ(passed, static_cast<quorl_u32>(count));
             EXPECT_EQ(ran.thrown, "");
-            const jint steps = count > 12 ? (count + 1023) / 1024 : 0;
-            EXPECT_EQ(
-                std::count_if(ran.lines.begin(), ran.lines.end(),
-                              [](const std::string& line) { return line.compare(0, 19, "EnsureLocalCapacity") == 0; }),
-                steps);
+            const jint steps = count > 12 ? (count + 4095) / 4096 : 0;
+            EXPECT_EQ(std::count_if(ran.lines.begin(), ran.lines.end(),
+                                    [](const std::string& line) { return line.compare(0, 14, "PushLocalFrame") == 0; }),
+                      steps);
+            EXPECT_EQ(std::count(ran.lines.begin(), ran.lines.end(), "PopLocalFrame(null)"), steps);
             if (steps != 0) {
-                EXPECT_EQ(ran.lines[0], "EnsureLocalCapacity(" + std::to_string(std::min(count, 1024)) + ")");
+                EXPECT_EQ(ran.lines[0], "PushLocalFrame(" + std::to_string(std::min(count, 4096)) + ")");
             }
         }
     });
@@ -111,10 +111,10 @@ void state_parameters() {
             const std::vector<std::string> texts(20, "a=b");
             return call(function, parameters(texts), 20);
         };
-        jvm().fail("EnsureLocalCapacity", 1, "java/lang/OutOfMemoryError");
-        expect(many(), {"3", "java/lang/OutOfMemoryError: from the machine", {"EnsureLocalCapacity(20)"}});
+        jvm().fail("PushLocalFrame", 1, "java/lang/OutOfMemoryError");
+        expect(many(), {"3", "java/lang/OutOfMemoryError: from the machine", {"PushLocalFrame(20)"}});
         fresh();
-        jvm().fail("EnsureLocalCapacity", 1);
+        jvm().fail("PushLocalFrame", 1);
         EXPECT_EQ(many().result, "0");
         EXPECT_EQ(when<&quorl_SetQRParameters>().calls, 1);
     });

@@ -150,20 +150,27 @@ TEST_F(Kit, reports_more_local_references_than_are_reserved) {
     expect_reported([&](JNIEnv* env) { take(env, 33, false); }, "more local references at a time than the 32 reserved");
     expect_reported(
         [&](JNIEnv* env) {
-            env->EnsureLocalCapacity(40);
+            env->PushLocalFrame(40);
             take(env, 41, false);
+            env->PopLocalFrame(nullptr);
         },
         "more local references at a time than the 40 reserved");
     EXPECT_EQ(reports_of([&] {
                   run([&](JNIEnv* env) {
                       take(env, 1000, true);
                       take(env, 30, false);
-                      EXPECT_EQ(env->EnsureLocalCapacity(65537), JNI_ERR);
-                      EXPECT_EQ(env->EnsureLocalCapacity(100), JNI_OK);
+                      EXPECT_EQ(env->PushLocalFrame(65537), JNI_ERR);
+                      EXPECT_EQ(env->PushLocalFrame(100), JNI_OK);
                       take(env, 100, false);
+                      env->PopLocalFrame(nullptr);
                   });
               }),
               Reports{});
+}
+
+TEST_F(Kit, reports_frames_that_do_not_pair) {
+    expect_reported([](JNIEnv* env) { env->PushLocalFrame(1); }, "a frame of local references is not popped");
+    expect_reported([](JNIEnv* env) { env->PopLocalFrame(nullptr); }, "PopLocalFrame is called without a frame");
 }
 
 TEST_F(Kit, reports_a_call_inside_a_critical_section) {

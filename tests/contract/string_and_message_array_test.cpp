@@ -28,9 +28,10 @@ constexpr jshort id = -2;  // 65534 for the library
 // What a native reserves that keeps a reference to each of that many elements.
 Lines reservations(size_t count) {
     Lines lines;
-    for (size_t done = 0; count > 12 && done < count; done += 1024) {
-        lines.push_back("EnsureLocalCapacity(" + std::to_string(std::min<size_t>(count - done, 1024)) + ")");
+    for (size_t done = 0; count > 12 && done < count; done += 4096) {
+        lines.push_back("PushLocalFrame(" + std::to_string(std::min<size_t>(count - done, 4096)) + ")");
     }
+    lines.resize(2 * lines.size(), "PopLocalFrame(null)");
     return lines;
 }
 
@@ -110,14 +111,14 @@ void state_string_getter() {
     });
     // The reference to each string stays until the native returns, so that many are reserved.
     row(native, family, "many_strings_are_reserved_step_by_step", RowKind::normal, [function = function] {
-        for (size_t count : {12u, 13u, 33u, 1000u, 1024u, 1025u, 100'000u}) {
+        for (size_t count : {12u, 13u, 33u, 1000u, 4096u, 4097u, 100'000u}) {
             const std::vector<const char*> many(count, "x");
             store_strings(many);
             const Ran ran = call(function, message, 3, nullptr);
             EXPECT_EQ(ran.thrown, "");
             Lines reserved;
             for (const std::string& line : ran.lines) {
-                if (line.compare(0, 20, "EnsureLocalCapacity(") == 0) reserved.push_back(line);
+                if (line.find("LocalFrame(") != line.npos) reserved.push_back(line);
             }
             EXPECT_EQ(reserved, reservations(count)) << count;
             EXPECT_EQ(ran.lines.size(), 4 + 3 * count + reserved.size() + 1);
@@ -126,14 +127,14 @@ void state_string_getter() {
     row(native, family, "references_that_the_machine_does_not_reserve", RowKind::failure, [=, function = function] {
         static const std::vector<const char*> many(20, "x");
         const Lines before =
-            after(Lines(head.begin(), head.end() - 1), {"NewObjectArray(20, [B, null)", "EnsureLocalCapacity(20)"});
+            after(Lines(head.begin(), head.end() - 1), {"NewObjectArray(20, [B, null)", "PushLocalFrame(20)"});
         store_strings(many);
-        jvm().fail("EnsureLocalCapacity", 1, "java/lang/OutOfMemoryError");
+        jvm().fail("PushLocalFrame", 1, "java/lang/OutOfMemoryError");
         expect(call(function, message, 3, nullptr),
                {"null", "java/lang/OutOfMemoryError: from the machine", after(before, {clear})});
         fresh();
         store_strings(many);
-        jvm().fail("EnsureLocalCapacity", 1);
+        jvm().fail("PushLocalFrame", 1);
         const Ran ran = call(function, message, 3, nullptr);
         EXPECT_EQ(ran.thrown, "");
         EXPECT_EQ(ran.lines.size(), before.size() + 3 * many.size() + 1);

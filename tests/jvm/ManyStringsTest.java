@@ -15,7 +15,7 @@ class ManyStringsTest extends OpenLibrary {
     }
 
     @ParameterizedTest
-    @ValueSource(ints = {12, 13, 32, 33, 1000, 1024, 1025, 100_000})
+    @ValueSource(ints = {12, 13, 32, 33, 1000, 4096, 4097, 100_000})
     void areAddedUpdatedAndRead(int count) {
         String[] texts = texts(count);
         try (QuorlMsg message = new QuorlMsg()) {

@@ -239,12 +239,20 @@ void DeleteLocalRef(JNIEnv* env, jobject reference) {
     machine.forget_local();
 }
 
-jint EnsureLocalCapacity(JNIEnv* env, jint capacity) {
-    Jvm& machine = of(env, "EnsureLocalCapacity");
-    say("EnsureLocalCapacity(" + std::to_string(capacity) + ")");
-    if (machine.faulted("EnsureLocalCapacity") || capacity < 0 || capacity > 65536) return JNI_ERR;
-    machine.reserve_locals(capacity);
+jint PushLocalFrame(JNIEnv* env, jint capacity) {
+    Jvm& machine = of(env, "PushLocalFrame");
+    say("PushLocalFrame(" + std::to_string(capacity) + ")");
+    if (machine.faulted("PushLocalFrame") || capacity < 0 || capacity > 65536) return JNI_ERR;
+    machine.push_frame(capacity);
     return JNI_OK;
+}
+
+jobject PopLocalFrame(JNIEnv* env, jobject result) {
+    Jvm& machine = of(env, "PopLocalFrame");
+    say("PopLocalFrame(" + name_of(result) + ")");
+    Object* const kept = machine.behind(result);
+    machine.pop_frame();
+    return machine.local(kept);
 }
 
 // ---- strings ----
@@ -508,7 +516,8 @@ void Jvm::fill_table() {
     REAL(NewGlobalRef);
     REAL(DeleteGlobalRef);
     REAL(DeleteLocalRef);
-    REAL(EnsureLocalCapacity);
+    REAL(PushLocalFrame);
+    REAL(PopLocalFrame);
     REAL(NewStringUTF);
     REAL(GetStringUTFChars);
     REAL(ReleaseStringUTFChars);

@@ -25,6 +25,7 @@ const std::set<std::string> always_legal = {"ExceptionOccurred",
                                             "ReleaseDoubleArrayElements",
                                             "ReleasePrimitiveArrayCritical",
                                             "DeleteLocalRef",
+                                            "PopLocalFrame",
                                             "DeleteGlobalRef"};
 
 // As many as -Xcheck:jni lets a native have without a reservation. The interface promises half of them.
@@ -250,12 +251,33 @@ void Jvm::begin_call() {
     frame_.clear();
     locals_ = 0;
     local_capacity_ = kUnreservedLocals;
+    outer_frames_.clear();
+}
+
+void Jvm::push_frame(jint capacity) {
+    outer_frames_.push_back({frame_.size(), locals_, local_capacity_});
+    locals_ = 0;
+    local_capacity_ = capacity;
+}
+
+void Jvm::pop_frame() {
+    if (outer_frames_.empty()) {
+        violation("PopLocalFrame is called without a frame");
+        return;
+    }
+    const OuterFrame outer = outer_frames_.back();
+    outer_frames_.pop_back();
+    for (size_t i = outer.first; i < frame_.size(); ++i) frame_[i]->alive = false;
+    frame_.resize(outer.first);
+    locals_ = outer.locals;
+    local_capacity_ = outer.capacity;
 }
 
 void Jvm::end_call(jobject kept) {
     if (!critical_.empty()) violation("an array is still pinned critically: " + critical_.begin()->second->label);
     if (!pins_.empty()) violation("an array's elements are still held: " + pins_.begin()->second->label);
     if (!chars_.empty()) violation("a string's text is still held: " + chars_.begin()->second->label);
+    if (!outer_frames_.empty()) violation("a frame of local references is not popped");
     for (Ref* ref : frame_) {
         if (as_reference(ref) != kept) ref->alive = false;
     }

@@ -10,7 +10,6 @@
 
 #include <jni.h>
 
-#include <algorithm>
 #include <csetjmp>
 #include <functional>
 #include <map>
@@ -122,7 +121,8 @@ class Jvm {
     Object* resolve(jobject reference, const char* function);
     jobject local(Object* object);
     void forget_local() { --locals_; }
-    void reserve_locals(jint capacity) { local_capacity_ = std::max(local_capacity_, locals_ + capacity); }
+    void push_frame(jint capacity);
+    void pop_frame();
     Object* make(Kind kind, const std::string& label, const std::string& class_name);
     void raise(const std::string& class_name, const std::string& message);
     [[noreturn]] void leave();
@@ -138,6 +138,11 @@ class Jvm {
     std::vector<Ref*> frame_;
     int locals_ = 0;  // live ones of the frame
     int local_capacity_ = 0;
+    struct OuterFrame {
+        size_t first;  // of frame_ that is not the outer frame's
+        int locals, capacity;
+    };
+    std::vector<OuterFrame> outer_frames_;
     std::map<std::string, Object*> classes_;
     std::map<std::string, std::string> supers_;
     std::vector<std::unique_ptr<Method>> methods_;
