@@ -107,7 +107,9 @@ TEST_F(Permission, moreSubscriptionsThanTheDaemonTakesAreToldAndMadeUpFor) {
     settleOn(transport);
     drain(QUORL_DEFAULT_QUEUE);
     EXPECT_EQ(numbers.came.size(), static_cast<size_t>(taken));
-    EXPECT_EQ(advisories.await("_QUORL.INFO.daemon.accepted").patterns.front(), pattern(taken));
+    // Which ones depends on whether some were asked for again in vain before.
+    for (const std::string& accepted : advisories.await("_QUORL.INFO.daemon.accepted").patterns)
+        EXPECT_GE(std::stoi(accepted.substr(2)), taken) << accepted;
     // A listener that was refused may go like any other.
     for (size_t i = 3; i < listeners.size(); ++i) ASSERT_EQ(quorlEvent_DestroyEx(listeners[i], nullptr), QUORL_OK);
     ASSERT_TRUE(waitUntil("refused_patterns", 0));
