@@ -24,7 +24,7 @@ class SlowCircuit : public testing::Test {
 
     // Sends over a circuit whose ends are there; the network carries bytesPerSecond, the first message takes several times as
     // long as a peer may be silent.
-    static void carry(Proxy& proxy, const std::string& way, const std::string& receiver, const std::string& sender) {
+    void carry(const std::string& way, const std::string& receiver, const std::string& sender) {
         const quorlTransport here = transportTo(receiver);
         const quorlTransport there = transportTo(sender);
         ASSERT_EQ(quorlTransport_SetDescription(there, "the other end"), QUORL_OK);
@@ -64,18 +64,17 @@ class SlowCircuit : public testing::Test {
         EXPECT_LE(carried, 2 * payload);
         proxy.tell("rate both 0");
     }
+
+    NatsServer server;
+    Proxy proxy{server.port()};
 };
 
 TEST_F(SlowCircuit, aReceiverThatIsSlowToReachIsNotLost) {
-    NatsServer server;
-    Proxy proxy(server.port());
-    carry(proxy, "down", proxy.address(), server.url());
+    carry("down", proxy.address(), server.url());
 }
 
 TEST_F(SlowCircuit, aSenderThatIsSlowToReachIsNotLost) {
-    NatsServer server;
-    Proxy proxy(server.port());
-    carry(proxy, "up", server.url(), proxy.address());
+    carry("up", server.url(), proxy.address());
 }
 
 }  // namespace
