@@ -63,22 +63,22 @@ bool same(const message::ContentRef& a, const message::ContentRef& b) {
 class Expected {
   public:
     void take(const void* way, const Part& part) {
-        std::string& bytes = entries_[{way, part.sender, part.number, part.total}];
+        std::string& bytes = entries_[{way, part.origin.sender, part.number, part.total}];
         if (part.offset == 0) bytes.clear();
         if (part.offset != bytes.size()) {
-            entries_.erase({way, part.sender, part.number, part.total});
+            entries_.erase({way, part.origin.sender, part.number, part.total});
             return;
         }
         bytes.append(reinterpret_cast<const char*>(part.data), part.size);
     }
     bool agrees(const void* way, const Part& part, const std::vector<uint8_t>& whole) {
-        const auto at = entries_.find({way, part.sender, part.number, part.total});
+        const auto at = entries_.find({way, part.origin.sender, part.number, part.total});
         return at != entries_.end() && at->second.size() == part.total && whole.size() == part.total &&
                std::memcmp(whole.data(), at->second.data(), whole.size()) == 0;
     }
 
   private:
-    std::map<std::tuple<const void*, SenderId, uint64_t, uint32_t>, std::string> entries_;
+    std::map<std::tuple<const void*, uint64_t, uint64_t, uint32_t>, std::string> entries_;
 };
 
 class Run {
@@ -143,9 +143,16 @@ class Run {
         }
     }
 
-    static std::string head(FrameKind kind) {
-        std::string text(4, '\0');
-        wire::store(reinterpret_cast<uint8_t*>(text.data()), frameHead(kind));
+    // Of few senders, most of which have lost no connection.
+    Origin origin() {
+        const uint8_t who = decide_.byte();
+        return {who % 3u, (who & 0x80) != 0 ? who / 3 % 4u : 1u};
+    }
+    std::string head(FrameKind kind) {
+        std::string text(entriesHeaderSize, '\0');
+        auto* to = reinterpret_cast<uint8_t*>(text.data());
+        wire::store(to, frameHead(kind));
+        writeOrigin(to, origin());
         return text;
     }
     // Fields with a header that fits them.
@@ -181,7 +188,7 @@ class Run {
 
     void sendPart(uint8_t to) {
         Part part{};
-        part.sender[0] = decide_.byte() % 3;
+        part.origin = origin();
         part.number = decide_.byte() % 6;
         part.total = decide_.oneIn(4) ? static_cast<uint32_t>(decide_.eight()) : decide_.two();
         part.offset = decide_.oneIn(4) ? static_cast<uint32_t>(decide_.eight()) : decide_.two();
@@ -198,7 +205,7 @@ class Run {
         const size_t size = 1 + decide_.two() % 4096;
         const uint8_t fate = decide_.byte();
         Part part{};
-        part.sender[0] = decide_.byte() % 3;
+        part.origin = origin();
         part.number = decide_.byte() % 6;
         part.total = static_cast<uint32_t>(whole.size());
         // Hundreds of parts show no more than a few.
@@ -278,7 +285,9 @@ class Run {
         FrameKind kind;
         if (!readKind(block.data(), block.size(), &kind)) return;
         if (kind == FrameKind::entries) {
-            size_t at = frameHeaderSize;
+            Origin origin;
+            if (!readOrigin(block.data(), block.size(), &origin)) return;
+            size_t at = entriesHeaderSize;
             Entry entry;
             size_t used = 0;
             while (readEntry(block.data() + at, block.size() - at, &entry, &used)) {

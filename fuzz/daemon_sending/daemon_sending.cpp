@@ -23,7 +23,7 @@ using namespace quorl::transport;
 using namespace quorl::transport::nats;
 namespace wire = message::wire;
 
-constexpr SenderId sender{1, 2, 3, 4};
+constexpr uint64_t sender = 1234;
 
 struct Sent {
     std::string subject;
@@ -178,7 +178,7 @@ class Run final : private PayloadSink {
         if (kind == FrameKind::image) {
             arrived({}, block.data(), size);
         } else if (kind == FrameKind::entries) {
-            entries(block.data() + frameHeaderSize, size - frameHeaderSize);
+            entries(block.data() + entriesHeaderSize, size - entriesHeaderSize);
         } else {
             require(kind == FrameKind::part, "a mark among the messages");
             part(block);
@@ -188,7 +188,7 @@ class Run final : private PayloadSink {
     void part(const Block& block) {
         Part part;
         require(readPart(block.data(), block.size(), &part), "a part lies outside of its message");
-        require(part.sender == sender, "a part has another sender");
+        require(part.origin.sender == sender, "a part has another sender");
         if (part.offset == 0) {
             require(part.number > lastNumber_ && whole_.empty(), "a message begins within another, or has its number");
             lastNumber_ = part.number;

@@ -19,6 +19,7 @@
 //     cut                 resets both sides of a link
 //     close               ends both sides in order, after what is on its way
 //     cut-after WAY BYTES resets the link once so many further bytes have gone that way
+//     forsake             resets the client's side; what the client had sent goes on to the server when it may
 //     insert WAY TEXT     puts bytes between what has gone and what will go; \r \n \\ and \xHH stand for bytes
 //     refuse on|off       whether connections that come are reset at once
 //     report              "ok links 2 ever 3 up 1000 down 2000": open, ever, and bytes that have gone each way in all
@@ -26,7 +27,7 @@
 //     random SEED MS      obeys a schedule drawn from the seed, with faults and pauses up to MS long, and prints each command
 //     calm                ends the schedule and all faults
 //
-// freeze, thaw, delay, rate, cut-after, cut, close and insert are about all links. freeze, delay, rate and hold also about those
+// freeze, thaw, delay, rate, cut-after, cut, close, forsake and insert are about all links. freeze, delay, rate and hold also about those
 // that come later. "link N" in front of a command: about that link alone; "open" in front: about those that are open.
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -148,6 +149,23 @@ class Link {
         const linger now{1, 0};
         for (const int one : {ways[0].from, ways[0].to}) setsockopt(one, SOL_SOCKET, SO_LINGER, &now, sizeof now);
         over = true;
+    }
+
+    void forsake() {
+        if (ways[0].from < 0) return;
+        // Whatever is there, however much of it may be held.
+        ways[0].faults.hold = SIZE_MAX;
+        size_t before = 0;
+        do {
+            before = ways[0].waitingBytes;
+            read(ways[0]);
+        } while (ways[0].waitingBytes != before);
+        const linger now{1, 0};
+        setsockopt(ways[0].from, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+        ::close(ways[0].from);
+        ways[0].from = ways[1].to = -1;
+        ways[0].readEnd = ways[1].readEnd = ways[1].writeEnd = true;
+        ways[1].waiting.clear();
     }
 
     void read(Way& way) {
@@ -351,6 +369,10 @@ class Proxy {
                 if (word == "cut") link->reset();
                 if (word == "close") link->ways[0].readEnd = link->ways[1].readEnd = true;
             }
+            return "ok";
+        }
+        if (word == "forsake") {
+            for (Link* link : chosen) link->forsake();
             return "ok";
         }
         if (word == "report") {

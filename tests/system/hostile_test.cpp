@@ -116,7 +116,7 @@ TEST_F(Hostile, whatStrangersPublishIsCheckedBeforeItIsBelieved) {
     Stranger stranger(server);
     const std::string bus = "quorl.default.default.";
     const std::string image = imageOf(7);
-    const std::string entries("QN\x01\x01", 4);
+    const std::string entries = std::string("QN\x01\x01", 4) + std::string(12, '\0');
     const std::string none(1, '\0');
     // What is right, in both forms.
     stranger.publish(bus + "good", image);
@@ -147,14 +147,15 @@ TEST_F(Hostile, whatStrangersPublishIsCheckedBeforeItIsBelieved) {
         std::string damaged = i % 2 ? image : entries + none + image;
         // The size in its header, the number of its fields, any byte.
         damaged[random() % damaged.size()] = static_cast<char>(random());
-        damaged[4 + random() % 8] = static_cast<char>(random());
+        damaged[(i % 2 ? 4 : 17 + 4) + random() % 8] = static_cast<char>(random());
         wrong.push_back(damaged);
     }
     for (const std::string& payload : wrong) stranger.publish(bus + "bad", payload);
     // Parts that lead nowhere, many of them, and each of a giant.
     const auto part = [&](uint64_t number, uint32_t total, uint32_t offset, const std::string& data) {
         std::string bytes("QN\x01\x02", 4);
-        bytes.append(16, 's');
+        bytes.append(4, '\0');
+        bytes.append(8, 's');
         bytes.append(reinterpret_cast<const char*>(&number), 8);
         bytes.append(reinterpret_cast<const char*>(&total), 4);
         bytes.append(reinterpret_cast<const char*>(&offset), 4);

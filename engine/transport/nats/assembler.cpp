@@ -39,7 +39,7 @@ bool Assembler::take(const void* way, std::string_view subject, const Part& part
     Lock lock(lock_);
     while (!partials_.empty() && now - partials_.front().last > limits_.patience) drop(partials_.begin());
     Place at = std::find_if(partials_.begin(), partials_.end(), [&](const Partial& partial) {
-        return partial.number == part.number && partial.sender == part.sender && partial.subject == subject;
+        return partial.number == part.number && partial.sender == part.origin.sender && partial.subject == subject;
     });
     const auto wayOf = [&] {
         return std::find_if(at->ways.begin(), at->ways.end(), [way](const Way& one) { return one.way == way; });
@@ -67,7 +67,7 @@ bool Assembler::take(const void* way, std::string_view subject, const Part& part
             if (part.offset != 0) return false;
             auto bytes = std::make_shared<std::vector<uint8_t>>();
             partials_.push_back(
-                {part.sender, part.number, part.total, now, std::string(subject), {}, std::move(bytes)});
+                {part.origin.sender, part.number, part.total, now, std::string(subject), {}, std::move(bytes)});
             at = std::prev(partials_.end());
         } else {
             partials_.splice(partials_.end(), partials_, at);

@@ -51,7 +51,7 @@ class Assembler {
         uint32_t come;  // bytes on this way
     };
     struct Partial {
-        SenderId sender;
+        uint64_t sender;
         uint64_t number;
         uint32_t total;
         int64_t last;  // when the last part came

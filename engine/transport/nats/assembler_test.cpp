@@ -10,8 +10,8 @@
 namespace quorl::transport::nats {
 namespace {
 
-constexpr SenderId someone{1, 2, 3};
-constexpr SenderId another{4, 5, 6};
+constexpr Origin someone{1, 1};
+constexpr Origin another{2, 1};
 
 struct Assembly : testing::Test {
     bool take(Assembler& assembler, const Part& part, int64_t now = 0) { return takeOn(assembler, way, part, now); }
@@ -21,7 +21,7 @@ struct Assembly : testing::Test {
         whole = *made;
         return true;
     }
-    Part part(uint64_t number, uint32_t offset, uint32_t size, uint32_t total, SenderId sender = someone) {
+    Part part(uint64_t number, uint32_t offset, uint32_t size, uint32_t total, Origin sender = someone) {
         return {sender, number, total, offset, bytes.data() + offset, size};
     }
 
@@ -155,7 +155,8 @@ TEST(Frame, partsComeBackFromTheirHeader) {
     EXPECT_EQ(kind, FrameKind::part);
     Part part;
     ASSERT_TRUE(readPart(payload.data(), payload.size(), &part));
-    EXPECT_EQ(part.sender, someone);
+    EXPECT_EQ(part.origin.sender, someone.sender);
+    EXPECT_EQ(part.origin.session, someone.session);
     EXPECT_EQ(part.number, 77u);
     EXPECT_EQ(part.total, 500u);
     EXPECT_EQ(part.offset, 40u);

@@ -43,8 +43,10 @@ int64_t reasonsShare(int64_t limit) noexcept {
     return std::min(limit / 4, 250 * millisecond);
 }
 
-SenderId randomId() noexcept {
-    SenderId id{};
+using Id = std::array<uint8_t, 16>;
+
+Id randomId() noexcept {
+    Id id{};
     size_t have = 0;
     while (have < id.size()) {
         const ssize_t got = getrandom(id.data() + have, id.size() - have, 0);
@@ -53,7 +55,7 @@ SenderId randomId() noexcept {
     return id;
 }
 
-std::string hexadecimal(const SenderId& id) {
+std::string hexadecimal(const Id& id) {
     std::string text;
     for (const uint8_t byte : id) {
         text += "0123456789abcdef"[byte >> 4];
@@ -72,15 +74,13 @@ Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Par
     : key_(std::move(key)),
       connectTimeout_(nanosecondsOf(parameters.connectTimeout)),
       readyCheck_(readyCheck),
-      senderId_(randomId()),
       intake_(wirePrefix(key_.network, key_.service)),
-      markSubject_(intake_.prefix + "_MARK." + hexadecimal(senderId_)),
+      markSubject_(intake_.prefix + "_MARK." + hexadecimal(randomId())),
       outbox_(intake_.prefix, parameters.reconnectBuffer),
       name_(key_.description.empty() ? defaultName() : key_.description),
-      writer_(senderId_),
-      servers_(std::move(servers)) {
-    std::memcpy(&chance_, senderId_.data(), sizeof chance_);
-}
+      writer_(message::wire::load<uint64_t>(randomId().data())),
+      servers_(std::move(servers)),
+      chance_(message::wire::load<uint64_t>(randomId().data())) {}
 
 Connection::~Connection() {
     join();

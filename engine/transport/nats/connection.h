@@ -208,7 +208,6 @@ class Connection final : public Ending {
     const ConnectionKey key_;
     const int64_t connectTimeout_;  // nanoseconds
     const bool readyCheck_;
-    const SenderId senderId_;  // shown in parts, and in the subject of marks
 
     Intake intake_;
     const std::string markSubject_;  // on the wire

@@ -6,7 +6,6 @@
 // how long it is. Everything is little-endian.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -25,6 +24,29 @@ inline constexpr uint32_t frameHeaderSize = 4;
 
 constexpr uint32_t frameHead(FrameKind kind) noexcept {
     return frameMagic | static_cast<uint32_t>(kind) << 24;
+}
+
+// ---- origins: who sent entries, or a part
+
+struct Origin {
+    uint64_t sender = 0;   // drawn by the connection that sent it
+    uint32_t session = 0;  // how often that connection has been made, from 1; 0: not said
+};
+
+// Bytes of the header of entries.
+inline constexpr uint32_t entriesHeaderSize = frameHeaderSize + 4 + 8;
+
+inline void writeOrigin(uint8_t* to, const Origin& origin) noexcept {
+    message::wire::store(to + frameHeaderSize, origin.session);
+    message::wire::store(to + frameHeaderSize + 4, origin.sender);
+}
+
+// Of a payload of entries or a part. False: it is too short.
+inline bool readOrigin(const uint8_t* bytes, size_t size, Origin* origin) noexcept {
+    if (size < entriesHeaderSize) return false;
+    origin->session = message::wire::load<uint32_t>(bytes + frameHeaderSize);
+    origin->sender = message::wire::load<uint64_t>(bytes + frameHeaderSize + 4);
+    return true;
 }
 
 // ---- entries
@@ -57,11 +79,9 @@ inline bool readEntry(const uint8_t* bytes, size_t size, Entry* entry, size_t* u
 
 // ---- parts
 
-using SenderId = std::array<uint8_t, 16>;
-
 // Of an entry that is too large for one message of the daemon. Parts come in order, without gaps.
 struct Part {
-    SenderId sender;      // of the connection that cut it
+    Origin origin;
     uint64_t number = 0;  // of the entry; a sender uses it once
     uint32_t total = 0;   // bytes of the entry
     uint32_t offset = 0;  // of this part in it
@@ -69,23 +89,23 @@ struct Part {
     uint32_t size = 0;
 };
 
-inline constexpr uint32_t partHeaderSize = frameHeaderSize + 16 + 8 + 4 + 4;
+inline constexpr uint32_t partHeaderSize = entriesHeaderSize + 8 + 4 + 4;
 
 inline void writePartHeader(uint8_t* to, const Part& part) noexcept {
     message::wire::store(to, frameHead(FrameKind::part));
-    std::memcpy(to + 4, part.sender.data(), 16);
-    message::wire::store(to + 20, part.number);
-    message::wire::store(to + 28, part.total);
-    message::wire::store(to + 32, part.offset);
+    writeOrigin(to, part.origin);
+    message::wire::store(to + entriesHeaderSize, part.number);
+    message::wire::store(to + entriesHeaderSize + 8, part.total);
+    message::wire::store(to + entriesHeaderSize + 12, part.offset);
 }
 
 // bytes: the whole payload. False: it is no part that can be right.
 inline bool readPart(const uint8_t* bytes, size_t size, Part* part) noexcept {
     if (size <= partHeaderSize) return false;
-    std::memcpy(part->sender.data(), bytes + 4, 16);
-    part->number = message::wire::load<uint64_t>(bytes + 20);
-    part->total = message::wire::load<uint32_t>(bytes + 28);
-    part->offset = message::wire::load<uint32_t>(bytes + 32);
+    readOrigin(bytes, size, &part->origin);
+    part->number = message::wire::load<uint64_t>(bytes + entriesHeaderSize);
+    part->total = message::wire::load<uint32_t>(bytes + entriesHeaderSize + 8);
+    part->offset = message::wire::load<uint32_t>(bytes + entriesHeaderSize + 12);
     part->data = bytes + partHeaderSize;
     part->size = static_cast<uint32_t>(size - partHeaderSize);
     return part->offset <= part->total && part->size <= part->total - part->offset;

@@ -10,23 +10,20 @@
 namespace quorl::transport::nats {
 
 // An entry that the outbox has taken has a size of this type, with its reply subject and its headers.
-static_assert(largestEntry + uint64_t{frameHeaderSize} + partHeaderSize <= UINT32_MAX);
+static_assert(largestEntry + uint64_t{entriesHeaderSize} + partHeaderSize <= UINT32_MAX);
 
 bool FrameWriter::write(PayloadSink& sink, const Outbox::Chunk& chunk, const Outbox::Frame& frame) noexcept {
     const char* wireSubject = chunk.subjectOf(frame);
-    const PayloadLimit limit = sink.limit();
     if (frame.size == 0) {
         const message::ContentRef& content = chunk.contents[frame.content];
         const auto* image = static_cast<const uint8_t*>(content.bytes());
-        const bool whole = partOffset_ == 0 && content.replySubject().empty() &&
-                           content.byteSize() <= limit.atMost<partMost>().bytes();
-        if (whole) return sink.publish(wireSubject, image, content.byteSize());
         return writeEntry(sink, wireSubject, content.replySubject(), image, content.byteSize(), true);
     }
-    const uint8_t* payload = chunk.payloadOf(frame);
-    if (entryAt_ == 0 && frame.size <= limit.bytes()) return sink.publish(wireSubject, payload, frame.size);
+    uint8_t* payload = chunk.payloadOf(frame);
+    writeOrigin(payload, origin_);
+    if (entryAt_ == 0 && frame.size <= sink.limit().bytes()) return sink.publish(wireSubject, payload, frame.size);
     // The daemon takes less than a frame: the messages go one by one.
-    if (entryAt_ == 0) entryAt_ = frameHeaderSize;
+    if (entryAt_ == 0) entryAt_ = entriesHeaderSize;
     while (entryAt_ < frame.size) {
         Entry entry;
         size_t used;
@@ -61,12 +58,13 @@ bool FrameWriter::writeEntry(PayloadSink& sink, const char* wireSubject, std::st
         failed_ = true;
         return false;
     }
-    if (partOffset_ == 0 && total <= most.behind<frameHeaderSize>()) {
+    if (partOffset_ == 0 && total <= most.behind<entriesHeaderSize>()) {
         message::wire::store(scratch_.data(), frameHead(FrameKind::entries));
-        copy(scratch_.data() + frameHeaderSize, 0, total);
-        return sink.publish(wireSubject, scratch_.data(), frameHeaderSize + total);
+        writeOrigin(scratch_.data(), origin_);
+        copy(scratch_.data() + entriesHeaderSize, 0, total);
+        return sink.publish(wireSubject, scratch_.data(), entriesHeaderSize + total);
     }
-    Part part{sender_, 0, total, 0, nullptr, 0};
+    Part part{origin_, 0, total, 0, nullptr, 0};
     if (partOffset_ == 0) ++partNumber_;
     part.number = partNumber_;
     while (partOffset_ < total) {

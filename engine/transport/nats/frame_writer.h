@@ -29,12 +29,15 @@ class FrameWriter {
     // Bytes of a part: far smaller than most daemons allow, so that a large message holds up others only for a moment.
     static constexpr uint32_t partMost = 256u << 10;
 
-    explicit FrameWriter(const SenderId& sender) noexcept : sender_(sender) {}
+    explicit FrameWriter(uint64_t sender) noexcept : origin_{sender, 1} {}
 
     // False: not all of it went. It goes on with the same frame where it stopped, unless restart was called.
     bool write(PayloadSink& sink, const Outbox::Chunk& chunk, const Outbox::Frame& frame) noexcept;
-    // The frame that went in part goes whole again.
-    void restart() noexcept { partOffset_ = entryAt_ = 0; }
+    // The session was lost: the frame that went in part goes whole again, in the next one.
+    void restart() noexcept {
+        partOffset_ = entryAt_ = 0;
+        ++origin_.session;
+    }
     // There was no memory for a part, ever.
     bool failed() const noexcept { return failed_; }
 
@@ -42,7 +45,7 @@ class FrameWriter {
     bool writeEntry(PayloadSink& sink, const char* wireSubject, std::string_view reply, const uint8_t* image,
                     uint32_t size, bool mayStop) noexcept;
 
-    const SenderId sender_;
+    Origin origin_;
     uint32_t entryAt_ = 0;     // in a frame whose messages go one by one: the next one; 0: none went
     uint32_t partOffset_ = 0;  // of an entry that goes in parts
     uint64_t partNumber_ = 0;  // of that entry

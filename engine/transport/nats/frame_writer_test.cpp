@@ -39,7 +39,7 @@ struct Daemon final : PayloadSink {
         FrameKind kind{};
         EXPECT_TRUE(readKind(payload, size, &kind));
         if (kind == FrameKind::image) images.emplace_back(reinterpret_cast<const char*>(payload), size);
-        if (kind == FrameKind::entries) readEntries(payload + frameHeaderSize, size - frameHeaderSize);
+        if (kind == FrameKind::entries) readEntries(payload + entriesHeaderSize, size - entriesHeaderSize);
         if (kind == FrameKind::part) {
             Part part;
             EXPECT_TRUE(readPart(payload, size, &part));
@@ -78,7 +78,7 @@ struct Daemon final : PayloadSink {
 
 struct Writing : testing::Test {
     Outbox outbox{"q.", 1u << 30};
-    FrameWriter writer{SenderId{1, 2, 3}};
+    FrameWriter writer{123};
     Daemon daemon;
     std::vector<std::string> expected;
 

@@ -87,7 +87,7 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
             frame.keepUntil = std::min(frame.keepUntil, keepUntil);
         } else {
             const std::string wire = toWire(prefix_, subject);
-            const size_t head = wire.size() + 1 + (copied ? frameHeaderSize : 0);
+            const size_t head = wire.size() + 1 + (copied ? entriesHeaderSize : 0);
             chunk = &chunkWith(head + (copied ? entry : 0));
             Frame frame;
             frame.subject = static_cast<uint32_t>(chunk->used);
@@ -95,14 +95,17 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
             frame.messages = 1;
             frame.keepUntil = keepUntil;
             if (copied) {
-                frame.size = static_cast<uint32_t>(frameHeaderSize + entry);
+                frame.size = static_cast<uint32_t>(entriesHeaderSize + entry);
             } else {
                 frame.content = static_cast<uint32_t>(chunk->contents.size());
                 chunk->contents.push_back(content);
             }
             chunk->frames.push_back(frame);
             std::memcpy(chunk->bytes.get() + chunk->used, wire.c_str(), wire.size() + 1);
-            if (copied) message::wire::store(chunk->bytes.get() + frame.payload, frameHead(FrameKind::entries));
+            if (copied) {
+                message::wire::store(chunk->bytes.get() + frame.payload, frameHead(FrameKind::entries));
+                writeOrigin(chunk->bytes.get() + frame.payload, {});
+            }
             chunk->used += head;
             cost += head;
             open_ = copied;

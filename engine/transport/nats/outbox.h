@@ -37,7 +37,7 @@ class Outbox {
         int64_t keepUntil = 0;  // on the monotonic clock
     };
 
-    // Frames and their bytes; never changed once it was taken.
+    // Frames and their bytes; never changed once it was taken, but for the origin, which is known when a frame is sent.
     struct Chunk {
         static constexpr size_t standardRoom = 256u << 10;
 
@@ -51,7 +51,7 @@ class Outbox {
         const char* subjectOf(const Frame& frame) const noexcept {
             return reinterpret_cast<const char*>(bytes.get() + frame.subject);
         }
-        const uint8_t* payloadOf(const Frame& frame) const noexcept { return bytes.get() + frame.payload; }
+        uint8_t* payloadOf(const Frame& frame) const noexcept { return bytes.get() + frame.payload; }
     };
 
     // prefix: of subjects on the wire. awayRoom: bytes that wait while the daemon is away.

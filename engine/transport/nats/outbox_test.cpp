@@ -71,14 +71,14 @@ TEST_F(Waiting, framesHoldTheirMessagesAsTheyWere) {
     ASSERT_TRUE(readKind(payload, frame.size, &kind));
     Entry entry;
     size_t used = 0;
-    ASSERT_TRUE(readEntry(payload + 4, frame.size - 4, &entry, &used));
+    ASSERT_TRUE(readEntry(payload + entriesHeaderSize, frame.size - entriesHeaderSize, &entry, &used));
     EXPECT_EQ(entry.replySubject, "r.1");
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(entry.image), entry.size),
               std::string(static_cast<const char*>(first.bytes()), first.byteSize()));
     size_t last = 0;
-    ASSERT_TRUE(readEntry(payload + 4 + used, frame.size - 4 - used, &entry, &last));
+    ASSERT_TRUE(readEntry(payload + entriesHeaderSize + used, frame.size - entriesHeaderSize - used, &entry, &last));
     EXPECT_EQ(entry.size, second.byteSize());
-    EXPECT_EQ(4 + used + last, frame.size);
+    EXPECT_EQ(entriesHeaderSize + used + last, frame.size);
 }
 
 TEST_F(Waiting, aFrameAndAChunkAreFullAtSomeTime) {
@@ -90,7 +90,7 @@ TEST_F(Waiting, aFrameAndAChunkAreFullAtSomeTime) {
         ++chunks;
         EXPECT_LE(chunk->used, Outbox::Chunk::standardRoom);
         for (const auto& frame : chunk->frames) {
-            EXPECT_LE(frame.size, Outbox::frameRoom + frameHeaderSize);
+            EXPECT_LE(frame.size, Outbox::frameRoom + entriesHeaderSize);
             messages += frame.messages;
         }
         outbox.giveBack(std::move(chunk));

@@ -58,8 +58,17 @@ void Subscription::received(std::string_view wireSubject, const uint8_t* payload
         take(subject.view(), payload, size, true);
         return;
     }
+    Origin origin;
+    if (!readOrigin(payload, size, &origin)) {
+        intake_.reject("it ends in the middle of its header", subject.view());
+        return;
+    }
+    if (isLate(origin)) {
+        intake_.reject("it came behind what its sender sent later: the sender had lost its connection", subject.view());
+        return;
+    }
     if (kind == FrameKind::entries) {
-        take(subject.view(), payload + frameHeaderSize, size - frameHeaderSize, false);
+        take(subject.view(), payload + entriesHeaderSize, size - entriesHeaderSize, false);
         return;
     }
     Part part;
@@ -74,6 +83,15 @@ void Subscription::received(std::string_view wireSubject, const uint8_t* payload
     for (uint64_t i = intake_.assembler.dropped(); i > dropped; --i)
         intake_.reject("its parts did not fit together, came too late or were too much", subject.view());
     if (complete) take(subject.view(), whole->data(), whole->size(), false);
+}
+
+// Without memory nobody is late: the order is worth less than the message.
+bool Subscription::isLate(const Origin& origin) noexcept {
+    try {
+        return intake_.latecomers.late(origin);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t size, bool image) noexcept {

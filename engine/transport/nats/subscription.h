@@ -11,6 +11,7 @@
 #include "message/delivery.h"
 #include "transport/listener.h"
 #include "transport/nats/assembler.h"
+#include "transport/nats/latecomers.h"
 #include "transport/nats/rejections.h"
 #include "transport/nats/session.h"
 #include "transport/nats/tally.h"
@@ -27,6 +28,7 @@ struct Intake {
     Assembler assembler;
     Router inboxes;         // listeners and requests of inboxes
     Rejections rejections;  // messages that came in and were none
+    Latecomers latecomers;  // of the connection's thread
     int wakeEvent = -1;     // an eventfd that is set when something is to be told of them; set once, before any comes
 
     // Messages that went to listeners, once for each pattern that brought them, and the bytes of their images and reply
@@ -61,6 +63,7 @@ class Subscription final : public Feed {
     bool toldRefused = false;  // to the program, which was not told of the contrary since
 
   private:
+    bool isLate(const Origin& origin) noexcept;
     // Entries one behind the other, or one image.
     void take(std::string_view subject, const uint8_t* bytes, size_t size, bool image) noexcept;
     quorl_status deliver(ThreadState& thread, message::ContentRef content, Listener* const* listeners,
