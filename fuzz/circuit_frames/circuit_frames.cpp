@@ -17,6 +17,7 @@ namespace {
 using namespace quorl;
 using namespace quorl::fuzz;
 using namespace quorl::transport::circuit;
+using quorl::transport::Passage;
 using State = Machine::State;
 namespace wire = message::wire;
 

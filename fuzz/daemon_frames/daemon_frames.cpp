@@ -7,7 +7,7 @@
 #include <memory>
 #include <tuple>
 
-#include "event/trouble.h"
+#include "event/alarm.h"
 #include "message/wire.h"
 #include "subject/subject.h"
 #include "support.h"
