@@ -252,7 +252,7 @@ inline bool reserveReference(JNIEnv* env, jint i, jint count, jint* frames) {
         ++*frames;
         return true;
     }
-    return env->ExceptionOccurred() == nullptr;
+    return env->ExceptionCheck() == JNI_FALSE;  // it takes no reference, which a full frame has no room for
 }
 
 // The references of the elements end; those that were taken before stay.

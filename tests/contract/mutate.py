@@ -35,7 +35,7 @@ TWINS = [("_Add", "_Update"), ("SendSubject", "ReplySubject"), ("AddListener(", 
 WIDTHS = {"quorl_u8": "bool", "quorl_u16": "quorl_u8", "quorl_u32": "quorl_u16", "quorl_u64": "quorl_u32",
           "jint": "jshort", "uintptr_t": "uint32_t"}
 # Two frees in a row may change places, and so may a free and a throw: no caller sees when memory is given back.
-FREES = re.compile(r"(std::free|freeText|freeCredential|freeParameter|leaveBehind)\(")
+FREES = re.compile(r"(std::free|freeText|freeCredential|freeParameter|leaveBehind|giveBackReferences)\(")
 COMPARISONS = [("==", "!="), ("!=", "=="), (" < ", " <= "), (" > ", " >= "), ("&&", "||"), ("||", "&&")]
 
 

@@ -124,6 +124,22 @@ void state_string_getter() {
             EXPECT_EQ(ran.lines.size(), 4 + 3 * count + reserved.size() + 1);
         }
     });
+    row(native, family, "frames_end_whatever_fails", RowKind::failure, [function = function] {
+        static const std::vector<const char*> many(5000, "x");
+        const auto fails = [&](const std::string& what, int nth) {
+            fresh();
+            store_strings(many);
+            jvm().fail(what, nth, "java/lang/OutOfMemoryError");
+            jvm().exempt("the native's own error is thrown over the machine's", {"ThrowNew"});
+            const Ran ran = call(function, message, 3, nullptr);
+            EXPECT_EQ(ran.result, "null");
+            EXPECT_NE(ran.thrown, "");
+            return std::count(ran.lines.begin(), ran.lines.end(), "PopLocalFrame(null)");
+        };
+        EXPECT_EQ(fails("PushLocalFrame", 2), 1);
+        EXPECT_EQ(fails("NewByteArray", 1), 1);
+        EXPECT_EQ(fails("NewByteArray", 4500), 2);
+    });
     row(native, family, "references_that_the_machine_does_not_reserve", RowKind::failure, [=, function = function] {
         static const std::vector<const char*> many(20, "x");
         const Lines before =
