@@ -47,7 +47,13 @@ quorl_status then(quorl_status first, F&& second) {
 const Row environmentRows[] = {
     {"quorl_Open, quorl_Close", [](Scene&) { return then(quorl_Open(), [] { return quorl_Close(); }); }},
     {"quorl_OpenEx, quorl_Close", [](Scene&) { return then(quorl_OpenEx(""), [] { return quorl_Close(); }); }},
-    {"quorl_SetQRParameters", [](Scene&) { return quorl_SetQRParameters(0, nullptr); }, QUORL_NOT_PERMITTED},
+    {"quorl_SetQRParameters",
+     [](Scene&) {
+         const char* parameter = "queue.limit=7";
+         return quorl_SetQRParameters(1, &parameter);
+     },
+     QUORL_NOT_PERMITTED},
+    {"quorl_SetQRParameters of none", [](Scene&) { return quorl_SetQRParameters(0, nullptr); }, QUORL_OK},
     {"quorl_IsIPM", [](Scene&) { return quorl_IsIPM() == QUORL_TRUE ? QUORL_OK : QUORL_EOF; }},
     {"quorl_Version", [](Scene&) { return quorl_Version() != nullptr ? QUORL_OK : QUORL_EOF; }},
     {"quorlStatus_GetText", [](Scene&) { return quorlStatus_GetText(QUORL_EOF) != nullptr ? QUORL_OK : QUORL_EOF; }},
