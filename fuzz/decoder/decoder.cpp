@@ -106,7 +106,7 @@ void decode(const uint8_t* data, size_t size) {
     ContentRef content;
     if (contentFromBytes(data, size, "fuzz.in", "", &content) != QUORL_OK) return;
     quorlMsg message = nullptr;
-    require(deliver(content, nullptr, &message) == QUORL_OK, "an accepted content cannot be delivered");
+    require(deliver(content, 0, &message) == QUORL_OK, "an accepted content cannot be delivered");
     readAll(message, 0);
     const void* bytes = nullptr;
     quorlMsg_GetAsBytes(message, &bytes);

@@ -285,10 +285,10 @@ TEST(DaemonsTools, areToldEveryDescriptionAsItIs) {
     listen(QUORL_DEFAULT_QUEUE, listening, ">", onNumber, &numbers);
     settleOn(listening);
     const quorlTransport transport = transportTo(server.url());
-    ASSERT_EQ(quorlTransport_SetDescription(
-                  transport,
-                  "a \"b\" \\c\",\"echo\":false}\r\nPUB quorl.default.default.x 0\r\n\r\n\x7f\xff gr\xc3\xbc\xc3\x9f"),
-              QUORL_OK);
+    ASSERT_EQ(
+        quorlTransport_SetDescription(
+            transport, "a \"b\" \\c\",\"echo\":false}\r\nPUB quorl.default.default.x 0\r\n\r\n\x7f gr\xc3\xbc\xc3\x9f"),
+        QUORL_OK);
     const std::string told =
         "\"name\":\"a \\\"b\\\" \\\\c\\\",\\\"echo\\\":false}\\u000d\\u000aPUB quorl.default.default.x 0"
         "\\u000d\\u000a\\u000d\\u000a\\u007f";

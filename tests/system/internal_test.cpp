@@ -34,7 +34,8 @@ std::string imageOf(int number) {
 }
 
 std::string entryOf(const std::string& reply, int number) {
-    return std::string("QN\x01\x01", 4) + static_cast<char>(reply.size()) + reply + imageOf(number);
+    const std::string origin(12, '\x01');  // the session and the sender
+    return std::string("QN\x01\x01", 4) + origin + static_cast<char>(reply.size()) + reply + imageOf(number);
 }
 
 class Internal : public Open {
@@ -136,7 +137,8 @@ TEST_F(Internal, repliesDoNotBecomeAdvisories) {
     ASSERT_TRUE(advisories.waitForOthers(1));
     ASSERT_TRUE(count_.waitFor(1));
     EXPECT_EQ(heard(), (Heard{"ask"}));
-    EXPECT_NE(advisories.seen().front().texts.at("reason").find("wants a reply"), std::string::npos);
+    EXPECT_NE(advisories.seen().front().texts.at("reason").find("wants a reply"), std::string::npos)
+        << advisories.seen().front().texts.at("reason");
     // Nor does one of ours ask others for it.
     quorlMsg message = newMessage("ask", 3);
     ASSERT_EQ(quorlMsg_SetReplySubject(message, "_QUORL.INFO.x"), QUORL_OK);

@@ -125,6 +125,8 @@ void Connection::join() noexcept {
 void Connection::stop() noexcept {
     int64_t unset = 0;
     stopBy_.compare_exchange_strong(unset, monotonicNow() + std::max(connectTimeout_, 100 * millisecond));
+    // Whoever is still inside a send is refused from now on, so that what was accepted can be sent to its end.
+    outbox_.shut();
     stopping_.store(true, std::memory_order_seq_cst);
     ring();
     futexWake(phase_, INT32_MAX);
@@ -540,6 +542,7 @@ void Connection::settle() noexcept {
 }
 
 void Connection::remember(std::string_view reason) noexcept {
+    if (reason.empty()) return;
     try {
         std::string text(reason);
         Lock lock(lock_);
@@ -570,6 +573,7 @@ void Connection::reconnect() noexcept {
     if (lostAt_ - returned_ >= steadyTime) pause_ = 0;
     while (!over()) {
         if (pause_ != 0) pause(withJitter(pause_));
+        if (over()) return;  // no attempt was made: what the last one said stays
         pause_ = std::clamp(2 * pause_, firstPause, longestPause);
         try {
             const quorl_status status = connectAgain();
