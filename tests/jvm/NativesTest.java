@@ -16,6 +16,7 @@ import java.util.Comparator;
 import java.util.List;
 import java.util.Random;
 import java.util.Set;
+import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
 
@@ -215,7 +216,9 @@ class NativesTest extends OpenLibrary {
         assertThrows(IndexOutOfBoundsException.class, call);
     }
 
+    // A copy that fails leaves its exception pending over the calls that follow, of which a checking machine warns.
     @Test
+    @Tag("unchecked")
     void arraysShorterThanStated() {
         try (QuorlMsg message = new QuorlMsg("a.b").setReplySubject("c.d").addString("s", "text").addI32Array("i", new int[4])
                 .addOpaque("o", new byte[4]).addXml("x", new byte[4]).addStringArray("t", new String[] {"a"})) {
