@@ -445,7 +445,10 @@ void Connection::dropSession() noexcept {
 void Connection::pause(int64_t nanoseconds) noexcept {
     const int64_t end = monotonicNow() + nanoseconds;
     while (!over()) {
-        const int64_t left = end - monotonicNow();
+        // Whoever closes the last transport waits no longer than it was told.
+        const int64_t until =
+            stopping_.load(std::memory_order_acquire) ? std::min(end, stopBy_.load(std::memory_order_relaxed)) : end;
+        const int64_t left = until - monotonicNow();
         if (left <= 0) return;
         pollfd waited{wakeEvent_, POLLIN, 0};
         if (poll(&waited, 1, static_cast<int>(left / millisecond + 1)) > 0) emptyWakeEvent();
