@@ -56,7 +56,7 @@ TEST_F(Permission, listeningThatIsForbiddenIsToldWithItsPattern) {
     EXPECT_EQ(refused.patterns, std::vector<std::string>{"secret.*"});
     EXPECT_EQ(refused.numbers.at("pattern_count"), 1u);
     // None while the daemon is asked for it again, which it is from time to time.
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(limit);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(static_cast<int>(limit));
     while (Statistics(local_).ofDaemon("refused_patterns") != 1) ASSERT_LT(std::chrono::steady_clock::now(), end);
     // Asked for again, it is taken when it may be.
     ASSERT_TRUE(server.reload(userWith("subscribe: \"quorl.>\""), "authorization users")) << server.log();

@@ -78,10 +78,6 @@ std::string toWire(std::string_view prefix, std::string_view subject) {
 bool fromWire(std::string_view prefix, std::string_view wire, ReadSubject* subject) noexcept {
     if (!wire.starts_with(prefix)) return false;
     wire.remove_prefix(prefix.size());
-    // A daemon's permissions know subjects as they are spelt: only the one spelling that toWire makes is read, or what is
-    // denied under that one would come under another.
-    if (std::memchr(wire.data(), '*', wire.size()) != nullptr || std::memchr(wire.data(), '>', wire.size()) != nullptr)
-        return false;
     if (std::memchr(wire.data(), '%', wire.size()) == nullptr) {
         if (wire.size() > QUORL_SUBJECT_MAX) return false;
         std::memcpy(subject->text.data(), wire.data(), wire.size());
@@ -98,6 +94,8 @@ bool fromWire(std::string_view prefix, std::string_view wire, ReadSubject* subje
             const int low = valueOf(wire[i + 2]);
             if (high < 0 || low < 0) return false;
             byte = static_cast<char>(high << 4 | low);
+            // A daemon's permissions know subjects as they are spelt: of what is escaped, only what toWire escapes is read,
+            // or what is denied under one spelling would come under another.
             if (!mustEscape(static_cast<unsigned char>(byte)) && byte != '*' && byte != '>') return false;
             i += 2;
         }
