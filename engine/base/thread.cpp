@@ -17,12 +17,16 @@ void* enter(void* body) {
 }  // namespace
 
 quorl_status Thread::start(const char* name, void (*body)()) noexcept {
+    return start(name, enter, reinterpret_cast<void*>(body));
+}
+
+quorl_status Thread::start(const char* name, void* (*body)(void*), void* argument) noexcept {
     // A new thread inherits the mask of its creator.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    const int error = pthread_create(&handle_, nullptr, enter, reinterpret_cast<void*>(body));
+    const int error = pthread_create(&handle_, nullptr, body, argument);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (error != 0) return fail(QUORL_INIT_FAILURE, "thread %s: %s", name, strerrordesc_np(error));
     pthread_setname_np(handle_, name);

@@ -16,6 +16,8 @@ class Thread {
 
     // name: at most 15 bytes. QUORL_INIT_FAILURE: the system gives no thread.
     quorl_status start(const char* name, void (*body)()) noexcept;
+    // The same for a body with an argument; what it returns is nobody's.
+    quorl_status start(const char* name, void* (*body)(void*), void* argument) noexcept;
     // Waits for the end of the body. Without effect when it was not started.
     void join() noexcept;
     bool started() const noexcept { return started_; }

@@ -1,0 +1,76 @@
+// A machine on a host: the lock that serializes its steps, and the order in which a step's output is carried out.
+//
+//     class End final : public Driver<Machine, Output> { ... transmit, deliver ... };
+//     end->step(thread, [&](Machine& machine, Output& out) { return machine.send(content, monotonicNow(), out); });
+//
+// The machine has due(); Output has clear(), and takeRest(), which moves out what is for the program. Of what one step gives
+// out, what is to be stored is handed over first, then what is to be sent, both under the lock, so that their order is the
+// order of the steps; what is for the program comes last, with no lock held.
+#pragma once
+
+#include <new>
+#include <utility>
+
+#include "base/mutex.h"
+#include "base/status.h"
+#include "protocol/host.h"
+
+namespace quorl::protocol {
+
+template <class Machine, class Output>
+class Driver : public Guest {
+  public:
+    Driver(Host& host, Machine machine) : host_(host), machine_(std::move(machine)) {}
+
+    // Calls change(machine, output) and carries out what comes of it. change returns a status and may throw
+    // std::bad_alloc; what the machine was doing is then as if a message had been lost. The calling thread holds no lock of
+    // the engine.
+    template <class F>
+    quorl_status step(ThreadState& thread, F&& change) noexcept {
+        quorl_status status;
+        auto rest = [&] {
+            Lock lock(lock_);
+            output_.clear();
+            try {
+                status = change(machine_, output_);
+            } catch (const std::bad_alloc&) {
+                status = QUORL_NO_MEMORY;
+            }
+            store(thread, output_);
+            transmit(thread, machine_, output_);
+            stepped(machine_, output_);
+            if (const int64_t due = machine_.due(); due != INT64_MAX) host_.schedule(*this, due);
+            return output_.takeRest();
+        }();
+        deliver(thread, std::move(rest));
+        return status;
+    }
+
+    // Looks at the machine between two steps.
+    template <class F>
+    auto look(F&& at) noexcept {
+        Lock lock(lock_);
+        return at(std::as_const(machine_));
+    }
+
+  protected:
+    // Hands over what is to be stored; what depends on its being safe waits in the machine for persisted(token).
+    virtual void store(ThreadState&, Output&) noexcept REQUIRES(lock_) {}
+    // Sends, without waiting for room; may tell the machine what came of it.
+    virtual void transmit(ThreadState& thread, Machine& machine, Output& output) noexcept REQUIRES(lock_) = 0;
+    // Sees the machine and the output after each step, for what others read without the lock.
+    virtual void stepped(const Machine&, const Output&) noexcept REQUIRES(lock_) {}
+    // Gives the program what is its. No lock is held, and steps of other threads may go on.
+    virtual void deliver(ThreadState& thread, typename Output::Rest rest) noexcept = 0;
+
+    Host& host() noexcept { return host_; }
+
+    Mutex lock_;
+
+  private:
+    Host& host_;
+    Machine machine_ GUARDED_BY(lock_);
+    Output output_ GUARDED_BY(lock_);
+};
+
+}  // namespace quorl::protocol
