@@ -187,7 +187,7 @@ class Counter {
         out.messages.push_back(record);
         return QUORL_OK;
     }
-    quorl_status sleep(int64_t until, Numbers&) {
+    quorl_status restUntil(int64_t until, Numbers&) {
         due_ = until;
         return QUORL_OK;
     }
@@ -254,7 +254,7 @@ TEST_F(HostTest, a_driver_is_woken_when_its_machine_is_due) {
     const auto driver = std::make_shared<Counting>();
     ASSERT_EQ(testHost.add(driver), QUORL_OK);
     driver->step(*threadState(),
-                 [](Counter& counter, Numbers& out) { return counter.sleep(monotonicNow() + 5 * ms, out); });
+                 [](Counter& counter, Numbers& out) { return counter.restUntil(monotonicNow() + 5 * ms, out); });
     EXPECT_TRUE(driver->delivered.await([](const auto& entries) { return entries.size() == 1; }));
     EXPECT_EQ(driver->look([](const Counter& counter) { return counter.due(); }), INT64_MAX);
 }
