@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <vector>
 
 #include "message/delivery.h"
@@ -76,6 +77,7 @@ void readAll(quorlMsg message, int level) {
     require(quorlMsg_GetNumFields(message, &count) == QUORL_OK, "an accepted message has no fields to count");
     quorlMsg rebuilt;
     require(quorlMsg_Create(&rebuilt) == QUORL_OK, "no message can be made");
+    std::map<quorl_u16, quorlMsgField> firsts;  // several fields of one name may share an id: the first is found by it
     for (quorl_u32 i = 0; i < count; ++i) {
         quorlMsgField field;
         quorlMsgField found;
@@ -83,7 +85,8 @@ void readAll(quorlMsg message, int level) {
         readField(message, field, level);
         require(quorlMsg_GetFieldEx(message, field.name, &found, field.id) == QUORL_OK, "a field cannot be found");
         require(found.id == field.id || field.id == 0, "another field is found by id");
-        require(field.id == 0 || (found.type == field.type && found.count == field.count && found.size == field.size),
+        const quorlMsgField& first = firsts.try_emplace(field.id, field).first->second;
+        require(field.id == 0 || (found.type == first.type && found.count == first.count && found.size == first.size),
                 "the field that is found differs");
         require(quorlMsg_AddField(rebuilt, &field) == QUORL_OK, "a field cannot be added");
     }

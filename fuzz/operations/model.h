@@ -675,6 +675,7 @@ class Run {
         field.name = text(changed.name);
         field.id = changed.id;
         expect(QUORL_OK, quorlMsg_UpdateField(message_.get(), &field), "an update from an own value fails");
+        changed.id = model_.fields[index].id;  // a field that was found by its name keeps its id
         model_.fields[index] = changed;
     }
 
