@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "impostor.h"
@@ -65,16 +66,10 @@ class TlsDaemon {
     };
 
     TlsDaemon(const std::string& certificate, const std::string& key, std::function<void(Client&, SSL_CTX*)> behave)
-        : context_(SSL_CTX_new(TLS_server_method())), impostor_([this, behave = std::move(behave)](int socket) {
+        : context_(contextOf(certificate, key)), impostor_([this, behave = std::move(behave)](int socket) {
               Client client(socket);
-              behave(client, context_);
-          }) {
-        EXPECT_EQ(SSL_CTX_use_certificate_chain_file(context_, certificate.c_str()), 1);
-        EXPECT_EQ(SSL_CTX_use_PrivateKey_file(context_, key.c_str(), SSL_FILETYPE_PEM), 1);
-    }
-    ~TlsDaemon() { SSL_CTX_free(context_); }
-    TlsDaemon(const TlsDaemon&) = delete;
-    TlsDaemon& operator=(const TlsDaemon&) = delete;
+              behave(client, context_.get());
+          }) {}
 
     std::string address() const { return impostor_.address(); }
     std::string port() const { return address().substr(address().find(':') + 1); }
@@ -86,8 +81,20 @@ class TlsDaemon {
     }
 
   private:
-    SSL_CTX* const context_;
-    Impostor impostor_;  // ends before what it uses
+    struct FreeContext {
+        void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
+    };
+    using Context = std::unique_ptr<SSL_CTX, FreeContext>;
+
+    static Context contextOf(const std::string& certificate, const std::string& key) {
+        Context context(SSL_CTX_new(TLS_server_method()));
+        EXPECT_EQ(SSL_CTX_use_certificate_chain_file(context.get(), certificate.c_str()), 1);
+        EXPECT_EQ(SSL_CTX_use_PrivateKey_file(context.get(), key.c_str(), SSL_FILETYPE_PEM), 1);
+        return context;
+    }
+
+    const Context context_;
+    Impostor impostor_;  // its thread uses the context: it ends before that
 };
 
 }  // namespace quorltest
