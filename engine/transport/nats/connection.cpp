@@ -674,6 +674,8 @@ void Connection::refused(const Complaint& complaint, std::string_view words) noe
 void Connection::adviseRefusals() noexcept {
     try {
         const Admissions::News news = admissions_.takeNews(patternsTold);
+        refusedNow_.store(admissions_.refused(),
+                          std::memory_order_relaxed);  // whoever hears of it finds it in the figures
         const uint64_t count = std::exchange(newRefusals_, 0) + news.refusedCount;
         const std::string words = std::exchange(refusalWords_, {});
         const std::string subject = std::exchange(refusedSubject_, {});
