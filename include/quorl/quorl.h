@@ -189,10 +189,11 @@ QUORL_API quorl_status quorl_OpenEx(const char* pathname);
 
 /* Takes back one open. The last one destroys everything that is left, in order (events, groups, queues, transports),
  * waits until no callback runs and no thread dispatches, and frees the library's threads. Messages stay valid: they are
- * their holders' to destroy. QUORL_DAEMON_NOT_CONNECTED: the library is closed, and messages that daemons' transports had
- * accepted since it was opened were dropped when they were destroyed, or may not have arrived; the detail says how many.
- * QUORL_NOT_PERMITTED when the last close is called from inside a callback (it would wait for
- * itself); QUORL_NOT_INITIALIZED when not open. */
+ * their holders' to destroy. QUORL_DAEMON_NOT_CONNECTED: the library is closed, and messages that daemons did not have yet
+ * when their transports were destroyed, at any time since it was opened, were dropped or may not have arrived; the detail
+ * says how many. What a connection lost earlier was told when it was lost, and is not among them.
+ * QUORL_NOT_PERMITTED when the last close is called from inside a callback (it would wait for itself);
+ * QUORL_NOT_INITIALIZED when not open. */
 QUORL_API quorl_status quorl_Close(void);
 
 /* The version of the library, "MAJOR.MINOR.PATCH". Programs built against another MAJOR must not use this library. */

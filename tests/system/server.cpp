@@ -50,6 +50,7 @@ NatsServer::NatsServer(std::string settings) : settings_(std::move(settings)) {
 }
 
 NatsServer::~NatsServer() {
+    closeTransports();
     kill();
 }
 

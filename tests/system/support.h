@@ -14,10 +14,20 @@
 
 namespace quorltest {
 
+inline TransportsMade transportsToDaemons;
+inline const bool theyGoBeforeTheirServer = [] {
+    NatsServer::closeTransports = [] {
+        for (const quorlTransport transport : transportsToDaemons.all()) quorlTransport_Destroy(transport);
+        transportsToDaemons.clear();
+    };
+    return true;
+}();
+
 inline quorlTransport transportTo(const std::string& daemon, const char* service = nullptr,
                                   const char* network = nullptr) {
     quorlTransport transport = 0;
     EXPECT_EQ(quorlTransport_Create(&transport, service, network, daemon.c_str()), QUORL_OK) << quorl_LastErrorText();
+    transportsToDaemons.add(transport);
     return transport;
 }
 
