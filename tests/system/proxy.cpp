@@ -12,6 +12,8 @@
 #include <cinttypes>
 #include <csignal>
 
+#include "server.h"
+
 namespace quorltest {
 namespace {
 
@@ -45,6 +47,7 @@ Proxy::Proxy(int serverPort) {
 }
 
 Proxy::~Proxy() {
+    closeTransports();
     if (commands_ == nullptr) return;
     // It ends with its input. A child of the test may hold a copy of that.
     fclose(commands_);

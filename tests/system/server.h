@@ -8,6 +8,10 @@
 
 namespace quorltest {
 
+// Closes the transports to daemons that are left. Daemons and proxies do so before they go, so that what was sent last
+// arrives while somebody is there to take it.
+inline std::function<void()> closeTransports = [] {};
+
 // A directory that goes with everything in it.
 class Directory {
   public:
@@ -28,9 +32,7 @@ class NatsServer {
   public:
     // settings: further lines of its configuration file.
     explicit NatsServer(std::string settings = "");
-    // Closes the transports to daemons that are left, so that what was sent last arrives while somebody is there to take it.
     ~NatsServer();
-    static inline std::function<void()> closeTransports = [] {};
     NatsServer(const NatsServer&) = delete;
     NatsServer& operator=(const NatsServer&) = delete;
 

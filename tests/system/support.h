@@ -16,7 +16,7 @@ namespace quorltest {
 
 inline TransportsMade transportsToDaemons;
 inline const bool theyGoBeforeTheirServer = [] {
-    NatsServer::closeTransports = [] {
+    closeTransports = [] {
         for (const quorlTransport transport : transportsToDaemons.all()) quorlTransport_Destroy(transport);
         transportsToDaemons.clear();
     };
