@@ -46,6 +46,7 @@ TEST(Closing, waitsForADaemonThatComesBack) {
         ASSERT_TRUE(server.start()) << server.log();
         threads.join();
         EXPECT_NE(server.log().find("PUB quorl.default.default.a"), std::string::npos) << server.log();
+        ASSERT_TRUE(advisories.waitFor(1, 1));
         EXPECT_EQ(advisories.sumOf("_QUORL.INFO.daemon.back", "sent"), 10u);
         EXPECT_EQ(Statistics(local).number("messages_lost") - before,
                   advisories.sumOf("_QUORL.WARN.daemon.lost", "unconfirmed"));
