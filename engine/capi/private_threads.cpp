@@ -36,6 +36,10 @@ quorl_status noThreadState() noexcept {
     return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
 }
 
+quorl_status refuseForked() noexcept {
+    return fail(QUORL_NOT_PERMITTED, "a forked process");
+}
+
 }  // namespace
 
 extern "C" {
@@ -68,6 +72,7 @@ quorl_status _quorlThreadLocal_Get(_quorlThreadLocal key, void** value) {
 
 quorl_status _quorlMutex_Create(_quorlMutex* mutex) {
     if (mutex == nullptr) return fail(QUORL_INVALID_ARG, "no place for the mutex");
+    if (forked::here()) return refuseForked();
     auto* made = new (std::nothrow) __quorlMutex{};
     if (made == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a mutex");
     if (pthread_mutex_init(&made->mutex, nullptr) != 0) {
@@ -80,6 +85,7 @@ quorl_status _quorlMutex_Create(_quorlMutex* mutex) {
 
 quorl_status _quorlMutex_Destroy(_quorlMutex mutex) {
     if (mutex == nullptr) return fail(QUORL_INVALID_ARG, "no mutex");
+    if (forked::here()) return refuseForked();
     // POSIX leaves the destruction of a locked mutex undefined, so it is looked for first.
     if (pthread_mutex_trylock(&mutex->mutex) != 0) return fail(QUORL_NOT_PERMITTED, "the mutex is locked");
     pthread_mutex_unlock(&mutex->mutex);
@@ -90,6 +96,7 @@ quorl_status _quorlMutex_Destroy(_quorlMutex mutex) {
 
 quorl_status _quorlCondition_Create(_quorlCondition* condition) {
     if (condition == nullptr) return fail(QUORL_INVALID_ARG, "no place for the condition");
+    if (forked::here()) return refuseForked();
     auto* made = new (std::nothrow) __quorlCondition{};
     if (made == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a condition");
     if (pthread_cond_init(&made->condition, nullptr) != 0) {
@@ -102,6 +109,7 @@ quorl_status _quorlCondition_Create(_quorlCondition* condition) {
 
 quorl_status _quorlCondition_Destroy(_quorlCondition condition) {
     if (condition == nullptr) return fail(QUORL_INVALID_ARG, "no condition");
+    if (forked::here()) return refuseForked();
     pthread_cond_destroy(&condition->condition);
     delete condition;
     return QUORL_OK;
@@ -109,7 +117,7 @@ quorl_status _quorlCondition_Destroy(_quorlCondition condition) {
 
 quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex) {
     if (condition == nullptr || mutex == nullptr) return fail(QUORL_INVALID_ARG, "no condition or no mutex");
-    if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
+    if (forked::here()) return refuseForked();
     const uint32_t before = condition->signals.load();
     int error = 0;
     while (error == 0 && condition->signals.load() == before) {
@@ -120,6 +128,7 @@ quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex) 
 
 quorl_status _quorlCondition_Signal(_quorlCondition condition) {
     if (condition == nullptr) return fail(QUORL_INVALID_ARG, "no condition");
+    if (forked::here()) return refuseForked();
     condition->signals.fetch_add(1);
     const int error = pthread_cond_signal(&condition->condition);
     return error == 0 ? QUORL_OK : fail(QUORL_OS_ERROR, "pthread_cond_signal: %s", strerrordesc_np(error));

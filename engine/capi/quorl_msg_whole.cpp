@@ -1,4 +1,5 @@
 // Entry points for whole messages: making, copying, destroying, printing, wire images.
+#include "base/forked.h"
 #include "base/status.h"
 #include "event/event.h"
 #include "message/message.h"
@@ -135,6 +136,7 @@ quorl_status quorlMsg_ClearReferences(quorlMsg message) {
 }
 
 quorl_status quorlMsg_SetOpaqueHandlers(quorl_u8 type) {
+    if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
     if (type == 0) return QUORL_OK;
     if (type < QUORLMSG_USER_FIRST) return fail(QUORL_RESERVED_HANDLER, "opaque handler %d is reserved", type);
     return fail(QUORL_NOT_FOUND, "there is no opaque handler %d", type);

@@ -1,14 +1,10 @@
 // The child of a fork: every call is refused while the library was open, and nothing of the parent's is touched.
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 
+#include "child.h"
 #include "quorl/private.h"
 #include "quorl/quorlsd.h"
-#include "support.h"
 
 namespace quorltest {
 namespace {
@@ -22,6 +18,8 @@ struct Made {
     quorlEvent timer;
     quorlMsg message;
     uint32_t slot;
+    _quorlMutex mutex;
+    _quorlCondition condition;
 };
 
 void onNothing(quorlEvent, quorlMsg, void*) {}
@@ -45,6 +43,8 @@ int firstNotRefused(const Made& made) {
     quorlMsgField field;
     quorlQueueLimitPolicy policy;
     _quorlThreadLocal slot = 0;
+    _quorlMutex mutex = nullptr;
+    _quorlCondition condition = nullptr;
     static const unsigned char image[] = {'Q', 'M', 1, 0, 12, 0, 0, 0, 0, 0, 0, 0};
     const quorl_status statuses[] = {
         quorl_Open(),
@@ -104,6 +104,14 @@ int firstNotRefused(const Made& made) {
         _quorlThreadLocal_Create(&slot),
         _quorlThreadLocal_Set(made.slot, &pointer),
         _quorlThreadLocal_Get(made.slot, &pointer),
+        quorlMsg_SetOpaqueHandlers(0),
+        quorlMsg_SetOpaqueHandlers(200),
+        _quorlMutex_Create(&mutex),
+        _quorlMutex_Destroy(made.mutex),
+        _quorlCondition_Create(&condition),
+        _quorlCondition_Wait(made.condition, made.mutex),
+        _quorlCondition_Signal(made.condition),
+        _quorlCondition_Destroy(made.condition),
         quorl_Close(),
     };
     int call = 0;
@@ -115,19 +123,6 @@ int firstNotRefused(const Made& made) {
     if (quorl_IsIPM() != QUORL_FALSE) return 101;
     if (std::strlen(quorl_Version()) == 0 || std::strlen(quorlStatus_GetText(QUORL_OK)) == 0) return 102;
     return 0;
-}
-
-// 0: the child ended as it should. One that hangs is ended by its alarm.
-template <class F>
-int inChild(F&& body) {
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(static_cast<unsigned>(limit));
-        _exit(body());
-    }
-    int status = 0;
-    if (child < 0 || waitpid(child, &status, 0) != child) return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
 class Fork : public Open {
@@ -142,10 +137,14 @@ class Fork : public Open {
                   QUORL_OK);
         EXPECT_EQ(quorlEvent_CreateTimer(&made.timer, made.queue, onNothing, 3600, nullptr), QUORL_OK);
         EXPECT_EQ(_quorlThreadLocal_Create(&made.slot), QUORL_OK);
+        EXPECT_EQ(_quorlMutex_Create(&made.mutex), QUORL_OK);
+        EXPECT_EQ(_quorlCondition_Create(&made.condition), QUORL_OK);
         made.message = newMessage("fork", 7);
     }
     void TearDown() override {
         EXPECT_EQ(quorlMsg_Destroy(made.message), QUORL_OK);
+        EXPECT_EQ(_quorlMutex_Destroy(made.mutex), QUORL_OK);
+        EXPECT_EQ(_quorlCondition_Destroy(made.condition), QUORL_OK);
         Open::TearDown();
     }
     static void count(quorlEvent, quorlMsg, void* closure) { ++*static_cast<std::atomic<int>*>(closure); }
@@ -205,7 +204,7 @@ TEST_F(Fork, insideACallbackTheChildReturnsFromTheDispatch) {
                       auto& given = *static_cast<Inside*>(closure);
                       given.child = fork();
                       if (given.child != 0) return;
-                      alarm(static_cast<unsigned>(limit));
+                      endWhenHanging();
                       quorl_i32 value = 0;
                       if (quorlMsg_GetI32Ex(message, "n", &value, 0) != QUORL_NOT_PERMITTED) _exit(103);
                       if (firstNotRefused(given.made) != 0) _exit(104);
@@ -215,9 +214,7 @@ TEST_F(Fork, insideACallbackTheChildReturnsFromTheDispatch) {
     ASSERT_EQ(sendNumber(made.transport, "inside", 1), QUORL_OK);
     quorlQueue_TimedDispatch(made.queue, limit);
     if (inside.child == 0) _exit(firstNotRefused(made));
-    int status = 0;
-    ASSERT_EQ(waitpid(inside.child, &status, 0), inside.child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(outcomeOf(inside.child), 0);
     expectWorking();
 }
 
