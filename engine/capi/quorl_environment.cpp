@@ -12,6 +12,7 @@
 #include "event/timer.h"
 #include "message/delivery.h"
 #include "secure/credentials.h"
+#include "transport/alarm_advisories.h"
 #include "transport/circuit/circuit.h"
 #include "transport/nats/port.h"
 #include "transport/transport.h"
@@ -40,6 +41,7 @@ quorl_status start() noexcept {
     quorl_status status = reclaimer::start();
     if (status != QUORL_OK) return status;
     registry::begin();
+    transport::tellAlarms();
     transport::nats::start();
     status = event::createDefaultQueue();
     if (status != QUORL_OK) {

@@ -1,5 +1,5 @@
 // Certified listeners: not part of this version.
-#include "base/support.h"
+#include "companion/support.h"
 #include "quorl/private.h"
 #include "quorl/quorlcm.h"
 

@@ -1,5 +1,5 @@
 // The certified attributes of messages, which no message carries in this version.
-#include "base/support.h"
+#include "companion/support.h"
 #include "quorl/quorlcm.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // Distributed queues: not part of this version.
-#include "base/support.h"
+#include "companion/support.h"
 #include "quorl/private.h"
 #include "quorl/quorlcmq.h"
 

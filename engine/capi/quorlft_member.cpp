@@ -1,5 +1,5 @@
 // Fault-tolerance members and monitors: not part of this version.
-#include "base/support.h"
+#include "companion/support.h"
 #include "quorl/quorlft.h"
 
 namespace {

@@ -1,10 +1,9 @@
 // Credentials for secure daemons: checked here, kept by libquorl.
 #include <cstring>
 
-#include "base/support.h"
+#include "companion/support.h"
 #include "quorl/quorlsd.h"
 #include "secure/parsing/identity.h"
-#include "secure/support.h"
 
 using namespace quorl::secure;
 

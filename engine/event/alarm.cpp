@@ -2,6 +2,7 @@
 #include "event/alarm.h"
 
 #include <algorithm>
+#include <atomic>
 #include <new>
 #include <string>
 #include <utility>
@@ -11,37 +12,25 @@
 #include "base/registry.h"
 #include "event/queue.h"
 #include "event/timer.h"
-#include "transport/advisory.h"
-#include "transport/listener.h"
 
 namespace quorl::event {
 namespace {
 
-using transport::advise;
-using transport::Severity;
 using State = Alarm::State;
-using NoticeKind = Notice::Kind;
+using RecordKind = AlarmRecord::Kind;
 
-const char* nameOf(quorlQueueLimitPolicy policy) noexcept {
-    switch (policy) {
-        case QUORLQUEUE_DISCARD_FIRST:
-            return "discard_first";
-        case QUORLQUEUE_DISCARD_LAST:
-            return "discard_last";
-        case QUORLQUEUE_DISCARD_NEW:
-            return "discard_new";
-        default:
-            return "none";
-    }
+constinit std::atomic<const AlarmSink*> sink{nullptr};
+
+// Whether anybody wants to know of alarms.
+bool heard() noexcept {
+    const AlarmSink* to = sink.load(std::memory_order_acquire);
+    return to != nullptr && to->heard();
 }
 
-std::string_view patternOf(const Event& event) noexcept {
-    if (event.kind == Kind::timer) return {};
-    return static_cast<const transport::Listener&>(event).subject;
-}
-
-std::string_view subjectOf(const message::ContentRef& content) noexcept {
-    return content ? content.sendSubject() : std::string_view();
+// Whether the content tells of alarms itself: its own loss is counted, but never told, or telling would have no end.
+bool tellsOfAlarms(const message::ContentRef& content) noexcept {
+    const AlarmSink* to = sink.load(std::memory_order_acquire);
+    return to != nullptr && content && to->made(content);
 }
 
 double secondsSince(int64_t began) noexcept {
@@ -58,26 +47,26 @@ uint64_t exactlyWaiting(const Queue& queue) noexcept REQUIRES(queue.front.lock, 
 
 // ---- taking notes, under the locks
 
-void note(Queue& queue, Notice&& notice) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
-    if (!transport::advisoriesHeard()) return;
+void note(Queue& queue, AlarmRecord&& record) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
+    if (!heard()) return;
     try {
-        notice.limit = queue.back.limit;
-        notice.waiting = exactlyWaiting(queue);
-        queue.back.alarms.notices.push_back(std::move(notice));
+        record.limit = queue.back.limit;
+        record.waiting = exactlyWaiting(queue);
+        queue.back.alarms.records.push_back(std::move(record));
     } catch (const std::bad_alloc&) {
         // Not told.
     }
 }
 
-void note(Queue& queue, NoticeKind kind, double seconds) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
+void note(Queue& queue, RecordKind kind, double seconds) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     note(queue, {kind, 0, {}, {}, {}, 0, queue.back.alarms.lost, seconds});
 }
 
 void noteLimitBegin(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     Alarms& alarms = queue.back.alarms;
-    note(queue, {NoticeKind::limitBegin,
+    note(queue, {RecordKind::limitBegin,
                  alarms.firstEvent,
-                 std::move(alarms.firstPattern),
+                 std::move(alarms.firstSource),
                  std::move(alarms.first),
                  {},
                  0,
@@ -85,12 +74,12 @@ void noteLimitBegin(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back
                  0});
 }
 
-void noteSlow(Queue& queue, NoticeKind kind, SlowListener& slow) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
+void noteSlow(Queue& queue, RecordKind kind, SlowListener& slow) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     try {
-        const bool begins = kind == NoticeKind::slowBegin;
+        const bool begins = kind == RecordKind::slowBegin;
         note(queue, {kind,
                      slow.event->id,
-                     std::string(patternOf(*slow.event)),
+                     std::string(slow.event->source),
                      begins ? std::move(slow.first) : message::ContentRef(),
                      {},
                      0,
@@ -103,8 +92,8 @@ void noteSlow(Queue& queue, NoticeKind kind, SlowListener& slow) noexcept REQUIR
 }
 
 void noteSlowEnd(Queue& queue, SlowListener& slow) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
-    if (!slow.told) noteSlow(queue, NoticeKind::slowBegin, slow);
-    noteSlow(queue, NoticeKind::slowEnd, slow);
+    if (!slow.told) noteSlow(queue, RecordKind::slowBegin, slow);
+    noteSlow(queue, RecordKind::slowEnd, slow);
 }
 
 // ---- raising and clearing, under the locks
@@ -127,13 +116,13 @@ void tellFoldedLimit(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.bac
     queue.back.alarms.limit.state = State::raised;
     queue.back.alarms.limit.toldAt = monotonicNow();
     noteLimitBegin(queue);
-    for (SlowListener& slow : queue.back.alarms.slow) noteSlow(queue, NoticeKind::slowBegin, slow);
+    for (SlowListener& slow : queue.back.alarms.slow) noteSlow(queue, RecordKind::slowBegin, slow);
 }
 
 void tellFoldedHighwater(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     queue.back.alarms.highwater.state = State::raised;
     queue.back.alarms.highwater.toldAt = monotonicNow();
-    note(queue, NoticeKind::highwaterBegin, 0);
+    note(queue, RecordKind::highwaterBegin, 0);
 }
 
 void endLimit(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
@@ -143,12 +132,12 @@ void endLimit(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock)
         slow.event->back.slow = 0;
     }
     alarms.slow.clear();
-    note(queue, NoticeKind::limitEnd, secondsSince(alarms.limit.began));
+    note(queue, RecordKind::limitEnd, secondsSince(alarms.limit.began));
     alarms.limit.state = State::clear;
 }
 
 void endHighwater(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
-    note(queue, NoticeKind::highwaterEnd, secondsSince(queue.back.alarms.highwater.began));
+    note(queue, RecordKind::highwaterEnd, secondsSince(queue.back.alarms.highwater.began));
     queue.back.alarms.highwater.state = State::clear;
 }
 
@@ -170,7 +159,9 @@ void clearWhatIsOver(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.bac
 
 // ---- telling
 
-void tellOne(Queue& queue, const Notice& notice) noexcept {
+void tellOne(Queue& queue, const AlarmRecord& record) noexcept {
+    const AlarmSink* to = sink.load(std::memory_order_acquire);
+    if (to == nullptr) return;
     std::string name;
     try {
         Lock lock(queue.nameLock);
@@ -178,80 +169,32 @@ void tellOne(Queue& queue, const Notice& notice) noexcept {
     } catch (const std::bad_alloc&) {
         // Told without the name.
     }
-    switch (notice.kind) {
-        case NoticeKind::limitBegin:
-            advise(Severity::warn, "queue", "limit_begin",
-                   {{"queue", queue.id},
-                    {"name", name},
-                    {"policy", nameOf(notice.limit.policy)},
-                    {"max_events", notice.limit.maxEvents},
-                    {"waiting", notice.waiting},
-                    {"lost", notice.lost},
-                    {"event", notice.event},
-                    {"pattern", notice.pattern},
-                    {"subject", subjectOf(notice.first)},
-                    {"first", notice.first}});
-            return;
-        case NoticeKind::limitEnd:
-            advise(Severity::info, "queue", "limit_end",
-                   {{"queue", queue.id},
-                    {"name", name},
-                    {"waiting", notice.waiting},
-                    {"lost", notice.lost},
-                    {"seconds", notice.seconds}});
-            return;
-        case NoticeKind::slowBegin:
-            advise(Severity::warn, "listener", "slow_begin",
-                   {{"listener", notice.event},
-                    {"pattern", notice.pattern},
-                    {"queue", queue.id},
-                    {"name", name},
-                    {"subject", subjectOf(notice.first)},
-                    {"first", notice.first}});
-            return;
-        case NoticeKind::slowEnd:
-            advise(Severity::info, "listener", "slow_end",
-                   {{"listener", notice.event},
-                    {"pattern", notice.pattern},
-                    {"queue", queue.id},
-                    {"name", name},
-                    {"lost", notice.lost},
-                    {"seconds", notice.seconds}});
-            return;
-        case NoticeKind::highwaterBegin:
-            advise(Severity::warn, "queue", "highwater_begin",
-                   {{"queue", queue.id}, {"name", name}, {"waiting", notice.waiting}, {"mark", queue.back.highWater}});
-            return;
-        case NoticeKind::highwaterEnd:
-            advise(Severity::info, "queue", "highwater_end",
-                   {{"queue", queue.id},
-                    {"name", name},
-                    {"waiting", notice.waiting},
-                    {"mark", queue.back.highWater},
-                    {"seconds", notice.seconds}});
-            return;
-    }
+    to->tell({queue.id, name, queue.back.highWater, record});
 }
 
-// One thread at a time, so that no end overtakes its begin. An advisory that fills this very queue leaves its notice to the
+// One thread at a time, so that no end overtakes its begin. An advisory that fills this very queue leaves its record to the
 // loop that it was told in.
 void tellAll(Queue& queue) noexcept {
     for (bool mine = false;;) {
-        Notice notice{};
+        AlarmRecord record{};
         {
             Lock lock(queue.back.lock);
             Alarms& alarms = queue.back.alarms;
             if (alarms.telling && !mine) return;
-            mine = alarms.telling = !alarms.notices.empty();
+            mine = alarms.telling = !alarms.records.empty();
             if (!mine) return;
-            notice = std::move(alarms.notices.front());
-            alarms.notices.pop_front();
+            record = std::move(alarms.records.front());
+            alarms.records.pop_front();
         }
-        tellOne(queue, notice);
+        tellOne(queue, record);
     }
 }
 
 }  // namespace
+
+void setAlarmSink(const AlarmSink* to) noexcept {
+    sink.store(to, std::memory_order_release);
+}
 
 void lose(Queue& queue, Event& event, message::ContentRef content, AlarmChange* change) noexcept {
     Alarms& alarms = queue.back.alarms;
@@ -263,15 +206,15 @@ void lose(Queue& queue, Event& event, message::ContentRef content, AlarmChange* 
             // It stays silent until its interval is set again.
         }
     }
-    if (transport::isAdvisory(content)) return;
+    if (tellsOfAlarms(content)) return;
     if (alarms.limit.state == State::clear) {
         alarms.lost = 0;
         alarms.firstEvent = event.id;
         alarms.first = content;
         try {
-            alarms.firstPattern = patternOf(event);
+            alarms.firstSource = event.source;
         } catch (const std::bad_alloc&) {
-            alarms.firstPattern.clear();
+            alarms.firstSource.clear();
         }
         if (raise(queue, alarms.limit, change)) {
             noteLimitBegin(queue);
@@ -288,7 +231,7 @@ void lose(Queue& queue, Event& event, message::ContentRef content, AlarmChange* 
             return;  // counted for the queue alone
         }
         event.back.slow = static_cast<uint32_t>(alarms.slow.size());
-        if (alarms.limit.state == State::raised) noteSlow(queue, NoticeKind::slowBegin, alarms.slow.back());
+        if (alarms.limit.state == State::raised) noteSlow(queue, RecordKind::slowBegin, alarms.slow.back());
     }
     ++alarms.slow[event.back.slow - 1].lost;
 }
@@ -322,7 +265,7 @@ void lookAtMark(Queue& queue, AlarmChange* change) noexcept {
     if (queue.back.highWater == 0 || alarm.state != State::clear || queue.back.limit.policy != QUORLQUEUE_DISCARD_NONE)
         return;
     if (exactlyWaiting(queue) < queue.back.highWater) return;
-    if (raise(queue, alarm, change)) note(queue, NoticeKind::highwaterBegin, 0);
+    if (raise(queue, alarm, change)) note(queue, RecordKind::highwaterBegin, 0);
     setThresholds(queue);
 }
 
@@ -342,19 +285,19 @@ void setThresholds(Queue& queue) noexcept {
 
 void complete(Queue& queue, AlarmChange* change) noexcept {
     Alarms& alarms = queue.back.alarms;
-    change->notices = !alarms.notices.empty();
+    change->records = !alarms.records.empty();
     if (!change->limitBegan) return;
-    for (auto notice = alarms.notices.rbegin(); notice != alarms.notices.rend(); ++notice) {
-        if (notice->kind != NoticeKind::limitBegin) continue;
-        notice->waiting = exactlyWaiting(queue);
-        notice->lost = alarms.lost;
-        notice->limit = queue.back.limit;
+    for (auto record = alarms.records.rbegin(); record != alarms.records.rend(); ++record) {
+        if (record->kind != RecordKind::limitBegin) continue;
+        record->waiting = exactlyWaiting(queue);
+        record->lost = alarms.lost;
+        record->limit = queue.back.limit;
         return;
     }
 }
 
 void tell(Queue& queue, const AlarmChange& change) noexcept {
-    if (change.notices) tellAll(queue);
+    if (change.records) tellAll(queue);
     for (const uint32_t timer : change.starved) fireSoon(timer);
     if (change.remindAt != 0 && !remindAt(queue.id, change.remindAt)) remindOfAlarms(queue.id, true);
 }

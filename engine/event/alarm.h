@@ -1,9 +1,10 @@
-// The alarms of a queue: its limit drops events and its listeners are too slow, or it grows beyond its mark. Each is told by
-// two advisories, one when it is raised and one when it is cleared, which is when half of what may wait is gone. An alarm
+// The alarms of a queue: its limit drops events and its listeners are too slow, or it grows beyond its mark. Each is told
+// twice, once when it is raised and once when it is cleared, which is when half of what may wait is gone. An alarm
 // that is raised again within advisory.interval of the last time is told when that is over, with all that happened until
 // then, so that a queue at the edge of its limit does not flood whoever listens.
 #pragma once
 
+#include <string_view>
 #include <vector>
 
 #include "event/queue.h"
@@ -11,13 +12,32 @@
 
 namespace quorl::event {
 
+// What is told of an alarm, and of which queue.
+struct AlarmTold {
+    uint32_t queue;
+    std::string_view name;  // of the queue
+    uint32_t mark;          // beyond which the queue is too long
+    const AlarmRecord& record;
+};
+
+// Where alarms are told, by any thread.
+struct AlarmSink {
+    bool (*heard)() noexcept;  // whether anybody listens; under the locks of a queue
+    bool (*made)(
+        const message::ContentRef& content) noexcept;  // whether the sink told by this message; under those too
+    void (*tell)(const AlarmTold& told) noexcept;      // under no lock
+};
+
+// The sink lives for ever; null: nothing is told.
+void setAlarmSink(const AlarmSink* to) noexcept;
+
 // What happened to the alarms while the locks of a queue were held, and is dealt with when no lock is held any more.
 struct AlarmChange {
     std::vector<uint32_t> starved;  // timers of interval 0 that lost their event, and would never fire again
     int64_t remindAt = 0;           // nanoseconds on the monotonic clock; 0: no reminder is needed
-    bool notices = false;           // there is something to tell
-    bool limitBegan = false;        // the last notice of that kind lacks its counts
-    bool any() const noexcept { return notices || remindAt != 0 || !starved.empty(); }
+    bool records = false;           // there is something to tell
+    bool limitBegan = false;        // the last record of that kind lacks its counts
+    bool any() const noexcept { return records || remindAt != 0 || !starved.empty(); }
 };
 
 // Counts an event that a limit dropped, content included when it is a message's. Inside a section.

@@ -36,12 +36,12 @@ struct SlowListener {
     message::ContentRef first;
 };
 
-// An advisory to be.
-struct Notice {
+// What there is to tell of an alarm.
+struct AlarmRecord {
     enum class Kind : uint8_t { limitBegin, limitEnd, slowBegin, slowEnd, highwaterBegin, highwaterEnd };
     Kind kind;
-    uint32_t event;       // the listener or timer that it is about, or that lost the first
-    std::string pattern;  // of that listener
+    uint32_t event;      // the listener or timer that it is about, or that lost the first
+    std::string source;  // of that event
     message::ContentRef first;
     Limit limit;
     uint64_t waiting;
@@ -55,11 +55,11 @@ struct Alarms {
     // Since the limit began to drop: events dropped, advisories not counted; and the first of them.
     uint64_t lost = 0;
     uint32_t firstEvent = 0;
-    std::string firstPattern;
+    std::string firstSource;
     message::ContentRef first;
     std::vector<SlowListener> slow;
     // What is to be told, in the order in which it happened, by one thread at a time.
-    std::deque<Notice> notices;
+    std::deque<AlarmRecord> records;
     bool telling = false;
     bool reminderSet = false;  // the timers' thread will look at the alarms that fold
 };

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string_view>
 
 #include "base/prefetch.h"
 #include "base/record.h"
@@ -24,7 +25,8 @@ struct Event : Record {
     quorlEventCallback callback = nullptr;
     quorlEventVectorCallback vectorCallback = nullptr;
     const void* groupId = nullptr;
-    Queue* queue = nullptr;  // the event is its child
+    Queue* queue = nullptr;   // the event is its child
+    std::string_view source;  // what feeds it, for people: a listener's pattern, text of the record; empty for timers
     // Stops what feeds the event. Called once, by whoever closed it. May be null.
     void (*detach)(Event& event) noexcept = nullptr;
 

@@ -58,6 +58,12 @@ quorl_status snapshot(quorlMsg message, ContentRef* content) noexcept {
     return QUORL_OK;
 }
 
+quorl_status setReplySubject(quorlMsg message, std::string_view subject) noexcept {
+    Slot* slot;
+    const quorl_status status = findToChange(message, &slot);
+    return status == QUORL_OK ? setSubject(*slot, subject, true) : status;
+}
+
 quorl_status withSubjects(const ContentRef& content, std::string_view sendSubject, std::string_view replySubject,
                           ContentRef* changed) noexcept {
     ContentRef made = ContentRef::adopt(newEnvelopeOver(content.get()));

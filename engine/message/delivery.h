@@ -47,6 +47,9 @@ class ContentRef {
 // QUORL_INVALID_MSG, QUORL_NO_MEMORY.
 quorl_status snapshot(quorlMsg message, ContentRef* content) noexcept;
 
+// Sets the message's reply subject, which is valid. QUORL_INVALID_MSG, QUORL_NOT_PERMITTED, QUORL_NO_MEMORY.
+quorl_status setReplySubject(quorlMsg message, std::string_view subject) noexcept;
+
 // A content made from a wire image and subjects that came from outside; the image is validated and copied.
 // size is the whole image's: neither less nor more than its header says. An empty subject means none.
 // QUORL_CORRUPT_MSG, QUORL_INVALID_SUBJECT, QUORL_NO_MEMORY.

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "base/status.h"
-#include "base/support.h"
 #include "base/thread_state.h"
 #include "transport/local.h"
 
@@ -32,47 +31,32 @@ void publish(ThreadState& thread, message::ContentRef content) noexcept {
 
 }  // namespace
 
-void AdvisoryField::addTo(quorlMsg message) const noexcept {
+void AdvisoryField::addTo(message::Builder& message) const noexcept {
     switch (kind_) {
         case Kind::boolean:
-            quorlMsg_AddBoolEx(message, name_, value_.boolean ? QUORL_TRUE : QUORL_FALSE, 0);
-            return;
+            message.boolean(name_, value_.boolean);
+            break;
         case Kind::u32:
-            quorlMsg_AddU32Ex(message, name_, value_.u32, 0);
-            return;
+            message.u32(name_, value_.u32);
+            break;
         case Kind::u64:
-            quorlMsg_AddU64Ex(message, name_, value_.u64, 0);
-            return;
+            message.u64(name_, value_.u64);
+            break;
         case Kind::f64:
-            quorlMsg_AddF64Ex(message, name_, value_.f64, 0);
-            return;
+            message.f64(name_, value_.f64);
+            break;
         case Kind::text:
-            if (text_.empty()) return;
-            try {
-                quorlMsg_AddStringEx(message, name_, std::string(text_).c_str(), 0);
-            } catch (const std::bad_alloc&) {
-                // Left out.
-            }
-            return;
+            if (!text_.empty()) message.text(name_, text_);
+            break;
         case Kind::texts:
-            if (value_.texts->empty()) return;
-            try {
-                std::vector<const char*> texts;
-                for (const std::string& text : *value_.texts) texts.push_back(text.c_str());
-                quorlMsg_AddStringArrayEx(message, name_, texts.data(), static_cast<quorl_u32>(texts.size()), 0);
-            } catch (const std::bad_alloc&) {
-                // Left out.
-            }
-            return;
-        case Kind::message: {
-            if (value_.content == nullptr || value_.content->byteSize() > largestInner) return;
-            quorlMsg inner;
-            if (message::handOver(*value_.content, &inner) != QUORL_OK) return;
-            quorlMsg_AddMsgEx(message, name_, inner, 0);
-            quorlMsg_Destroy(inner);
-            return;
-        }
+            if (!value_.texts->empty()) message.texts(name_, *value_.texts);
+            break;
+        case Kind::message:
+            if (value_.content != nullptr && value_.content->byteSize() <= largestInner)
+                message.message(name_, *value_.content);
+            break;
     }
+    message.forgive();
 }
 
 bool advisoriesHeard() noexcept {
@@ -85,18 +69,16 @@ void advise(Severity severity, std::string_view source, std::string_view name,
     ThreadState* thread = threadState();
     if (thread == nullptr) return;
     const KeptErrorText kept;
-    quorlMsg message;
-    if (quorlMsg_Create(&message) != QUORL_OK) return;
+    message::Builder message;
     message::ContentRef content;
     try {
         std::string subject(prefixOf(severity));
         subject.append(source).append(1, '.').append(name);
         for (const AdvisoryField& field : fields) field.addTo(message);
-        if (quorlMsg_SetSendSubject(message, subject.c_str()) == QUORL_OK) message::snapshot(message, &content);
+        if (message.content(subject, &content) != QUORL_OK) return;
     } catch (const std::bad_alloc&) {
-        // Not told.
+        return;  // Not told.
     }
-    quorlMsg_Destroy(message);
     publish(*thread, std::move(content));
 }
 
@@ -104,14 +86,13 @@ bool isAdvisory(const message::ContentRef& content) noexcept {
     return content && local::staysHere(content.sendSubject());
 }
 
-}  // namespace quorl::transport
-
-extern "C" void _quorlSupport_Advise(quorlMsg advisory) {
-    using namespace quorl;
-    if (!transport::advisoriesHeard()) return;
+void adviseOf(quorlMsg advisory) noexcept {
+    if (!advisoriesHeard()) return;
     ThreadState* thread = threadState();
     if (thread == nullptr) return;
     const KeptErrorText kept;
     message::ContentRef content;
-    if (message::snapshot(advisory, &content) == QUORL_OK) transport::publish(*thread, std::move(content));
+    if (message::snapshot(advisory, &content) == QUORL_OK) publish(*thread, std::move(content));
 }
+
+}  // namespace quorl::transport

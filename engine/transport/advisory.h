@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "message/builder.h"
 #include "message/delivery.h"
 
 namespace quorl::transport {
@@ -41,7 +42,7 @@ class AdvisoryField {
     }
 
     // Adds the field to a message, or leaves it out for want of memory.
-    void addTo(quorlMsg message) const noexcept;
+    void addTo(message::Builder& message) const noexcept;
 
   private:
     enum class Kind : uint8_t { boolean, u32, u64, f64, text, texts, message };
@@ -65,6 +66,9 @@ bool advisoriesHeard() noexcept;
 // source and name: one element of a subject each.
 void advise(Severity severity, std::string_view source, std::string_view name,
             std::initializer_list<AdvisoryField> fields) noexcept;
+
+// Publishes a message of a companion library as an advisory; its send subject says which.
+void adviseOf(quorlMsg advisory) noexcept;
 
 // Whether the content is an advisory: its own loss is counted, but never told, or telling would have no end.
 bool isAdvisory(const message::ContentRef& content) noexcept;

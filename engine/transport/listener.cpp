@@ -115,6 +115,7 @@ quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexce
     listener->callback = request.callback;
     listener->vectorCallback = request.vectorCallback;
     listener->groupId = request.groupId;
+    listener->source = listener->subject;
     listener->queue = queue;
     listener->transport = transport;
     listener->detach = detachListener;

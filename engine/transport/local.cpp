@@ -5,6 +5,7 @@
 
 #include "base/environment.h"
 #include "base/status.h"
+#include "message/builder.h"
 #include "transport/router.h"
 #include "transport/statistics.h"
 
@@ -90,13 +91,13 @@ quorl_status answer(std::string_view subject, message::ContentRef* reply) noexce
     const bool lastError = subject == lastErrorSubject;
     if (!lastError && subject != statisticsSubject) return QUORL_OK;
     KeptErrorText kept;
-    quorlMsg message;
-    quorl_status status = quorlMsg_Create(&message);
-    if (status == QUORL_OK) {
-        status = lastError ? quorlMsg_AddStringEx(message, "text", kept.saved(), 0) : statistics::fill(message);
-        if (status == QUORL_OK) status = message::snapshot(message, reply);
-        quorlMsg_Destroy(message);
+    message::Builder message;
+    if (lastError) {
+        message.text("text", kept.saved());
+    } else {
+        statistics::fill(message);
     }
+    const quorl_status status = message.content(reply);
     if (status != QUORL_OK) kept.forget();
     return status;
 }

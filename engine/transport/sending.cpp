@@ -163,7 +163,7 @@ quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double 
         // What the engine itself answers needs no inbox; the request gets one all the same, as every request does.
         if (status == QUORL_OK) status = local::answer(asked.sendSubject(), &request.reply);
     }
-    if (status == QUORL_OK) status = quorlMsg_SetReplySubject(message, inbox.data());
+    if (status == QUORL_OK) status = message::setReplySubject(message, inbox.data());
     if (status != QUORL_OK) return status;
     if (request.reply) return message::handOver(std::move(request.reply), reply);
     try {

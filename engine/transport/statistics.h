@@ -1,17 +1,17 @@
 // What the engine counts, as one message. docs/reference/advisories.md describes its fields.
 #pragma once
 
-#include "quorl/quorl.h"
+#include "message/builder.h"
 
 namespace quorl::transport::statistics {
 
-// Adds the statistics to an empty message. QUORL_NO_MEMORY.
-quorl_status fill(quorlMsg message) noexcept;
+// Adds the statistics to an empty message, whose status says whether there was memory for all.
+void fill(message::Builder& message) noexcept;
 
 // A module's own part: adds fields to the message, under names of the module. On any thread; no lock of the engine is held
 // but the one of this list.
 struct Part {
-    quorl_status (*fill)(quorlMsg message) noexcept;
+    void (*fill)(message::Builder& message) noexcept;
     Part* next = nullptr;
 };
 

@@ -4,6 +4,8 @@
 #include <array>
 #include <new>
 
+#include "message/builder.h"
+#include "message/fields.h"
 #include "quorl/quorl.h"
 #include "subject/subject.h"
 #include "transport/local.h"
@@ -15,38 +17,9 @@ namespace {
 enum : uint16_t { idVersion = 1, idKind, idSession, idSequence, idAcknowledged, idFrom, idSend, idReply, idBytes };
 constexpr uint8_t version = 1;
 
-// A message that is destroyed with its scope.
-class Built {
-  public:
-    Built() noexcept { status_ = quorlMsg_Create(&message_); }
-    Built(const Built&) = delete;
-    Built& operator=(const Built&) = delete;
-    ~Built() {
-        if (message_ != nullptr) quorlMsg_Destroy(message_);
-    }
-    quorlMsg get() const noexcept { return message_; }
-    quorl_status status() const noexcept { return status_; }
-
-    void u8(uint16_t id, uint8_t value) noexcept { keep(quorlMsg_AddU8Ex, id, value); }
-    void u64(uint16_t id, uint64_t value) noexcept { keep(quorlMsg_AddU64Ex, id, value); }
-    void text(uint16_t id, const char* value) noexcept { keep(quorlMsg_AddStringEx, id, value); }
-    void bytes(uint16_t id, const void* value, uint32_t size) noexcept {
-        if (status_ == QUORL_OK) status_ = quorlMsg_AddOpaqueEx(message_, nullptr, value, size, id);
-    }
-
-  private:
-    template <class Add, class T>
-    void keep(Add add, uint16_t id, T value) noexcept {
-        if (status_ == QUORL_OK) status_ = add(message_, nullptr, value, id);
-    }
-
-    quorlMsg message_ = nullptr;
-    quorl_status status_;
-};
-
 // Looks a field up by its id alone. False: not there, or of another type.
 bool find(quorlMsg message, uint16_t id, uint8_t type, quorlMsgField* field) noexcept {
-    return quorlMsg_GetFieldEx(message, nullptr, field, id) == QUORL_OK && field->type == type;
+    return message::fieldOf(message, id, field) == QUORL_OK && field->type == type;
 }
 
 bool readNumber(quorlMsg message, uint16_t id, uint64_t* number) noexcept {
@@ -76,23 +49,20 @@ bool readContent(quorlMsg message, message::ContentRef* content) noexcept {
 }  // namespace
 
 quorl_status encode(const Frame& frame, std::string_view to, message::ContentRef* wire) noexcept {
-    Built message;
-    message.u8(idVersion, version);
-    message.u8(idKind, static_cast<uint8_t>(frame.kind));
-    message.u64(idSession, frame.session);
-    message.u64(idSequence, frame.sequence);
-    message.u64(idAcknowledged, frame.acknowledged);
-    if (!frame.from.empty()) message.text(idFrom, frame.from.c_str());
+    message::Builder message;
+    message.u8(idVersion, version)
+        .u8(idKind, static_cast<uint8_t>(frame.kind))
+        .u64(idSession, frame.session)
+        .u64(idSequence, frame.sequence)
+        .u64(idAcknowledged, frame.acknowledged);
+    if (!frame.from.empty()) message.text(idFrom, frame.from);
     if (frame.content) {
         // Subjects of a content are zero-terminated.
         message.text(idSend, frame.content.sendSubject().data());
         if (!frame.content.replySubject().empty()) message.text(idReply, frame.content.replySubject().data());
         message.bytes(idBytes, frame.content.bytes(), frame.content.byteSize());
     }
-    if (message.status() != QUORL_OK) return message.status();
-    message::ContentRef fields;
-    if (const quorl_status status = message::snapshot(message.get(), &fields); status != QUORL_OK) return status;
-    return message::withSubjects(fields, to, {}, wire);
+    return message.content(to, wire);
 }
 
 bool decode(quorlMsg message, Frame* frame) noexcept {

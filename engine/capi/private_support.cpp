@@ -1,8 +1,8 @@
-// Copies what libquorlsd hands over into secrets of the store.
-#include "secure/support.h"
-
+// The services for the companion libraries.
 #include "base/status.h"
+#include "companion/support.h"
 #include "secure/credentials.h"
+#include "transport/advisory.h"
 
 using namespace quorl;
 using secure::Secret;
@@ -21,6 +21,14 @@ quorl_status noMemory() noexcept {
 }  // namespace
 
 extern "C" {
+
+quorl_status _quorlSupport_Fail(quorl_status status, const char* text) {
+    return fail(status, "%s", text == nullptr ? "" : text);
+}
+
+void _quorlSupport_Advise(quorlMsg advisory) {
+    transport::adviseOf(advisory);
+}
 
 quorl_status _quorlSupport_SetDaemonCertificates(const char* daemonName, const char* pem) {
     Secret kept;
