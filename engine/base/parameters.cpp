@@ -29,10 +29,6 @@ std::string_view trimmed(std::string_view text) noexcept {
     return text;
 }
 
-bool printable(std::string_view text) noexcept {
-    return std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 0x7f; });
-}
-
 bool readNumber(std::string_view text, uint32_t* number) noexcept {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
     return error == std::errc() && end == text.data() + text.size();
@@ -41,55 +37,6 @@ bool readNumber(std::string_view text, uint32_t* number) noexcept {
 bool readSeconds(std::string_view text, double* seconds) noexcept {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *seconds);
     return error == std::errc() && end == text.data() + text.size() && std::isfinite(*seconds) && *seconds >= 0;
-}
-
-bool readDaemon(std::string_view text, std::string* daemon) {
-    if (text.size() > 1023 || !printable(text)) return false;
-    *daemon = text;
-    return true;
-}
-
-bool readBusName(std::string_view text, std::string* name) {
-    if (!validBusName(text)) return false;
-    *name = text;
-    return true;
-}
-
-enum class Outcome { taken, unknownName, badValue };
-
-Outcome apply(Parameters& to, std::string_view name, std::string_view value) {
-    bool good;
-    if (name == "daemon") {
-        good = readDaemon(value, &to.daemon);
-    } else if (name == "service") {
-        good = readBusName(value, &to.service);
-    } else if (name == "network") {
-        good = readBusName(value, &to.network);
-    } else if (name == "connect.timeout") {
-        good = readSeconds(value, &to.connectTimeout);
-    } else if (name == "reconnect.buffer") {
-        good = readNumber(value, &to.reconnectBuffer);
-    } else if (name == "queue.limit") {
-        good = readNumber(value, &to.queueLimit);
-    } else if (name == "queue.highwater") {
-        good = readNumber(value, &to.queueHighwater);
-    } else if (name == "dispatch.spin") {
-        good = readNumber(value, &to.dispatchSpin) && to.dispatchSpin <= 1000;
-    } else if (name == "circuit.timeout") {
-        good = readSeconds(value, &to.circuitTimeout) && to.circuitTimeout >= 0.1;
-    } else if (name == "advisory.interval") {
-        good = readSeconds(value, &to.advisoryInterval) && to.advisoryInterval <= 86400;
-    } else {
-        return Outcome::unknownName;
-    }
-    return good ? Outcome::taken : Outcome::badValue;
-}
-
-bool same(const Parameters& a, const Parameters& b) noexcept {
-    return a.daemon == b.daemon && a.service == b.service && a.network == b.network &&
-           a.connectTimeout == b.connectTimeout && a.reconnectBuffer == b.reconnectBuffer &&
-           a.queueLimit == b.queueLimit && a.queueHighwater == b.queueHighwater && a.dispatchSpin == b.dispatchSpin &&
-           a.circuitTimeout == b.circuitTimeout && a.advisoryInterval == b.advisoryInterval;
 }
 
 // Splits at the first '='. False when there is none or no name before it.
@@ -148,8 +95,64 @@ quorl_status openFile(const char* path, std::unique_ptr<std::FILE, CloseFile>* f
 
 }  // namespace
 
-bool validBusName(std::string_view text) noexcept {
-    return text.size() <= 63 && printable(text);
+Parameters::Parameters(Known known) : known_(known) {
+    values_.reserve(known.size());
+    for (const Parameter* parameter : known) {
+        switch (parameter->type) {
+            case Parameter::Type::text:
+                values_.emplace_back(std::string());
+                break;
+            case Parameter::Type::number:
+                values_.emplace_back(static_cast<uint32_t>(parameter->initial));
+                break;
+            case Parameter::Type::seconds:
+                values_.emplace_back(parameter->initial);
+                break;
+        }
+    }
+}
+
+const Parameters::Value& Parameters::valueOf(const Parameter& parameter) const noexcept {
+    const auto found = std::find(known_.begin(), known_.end(), &parameter);
+    return values_[static_cast<size_t>(found - known_.begin())];
+}
+
+const std::string& Parameters::of(const TextParameter& parameter) const noexcept {
+    return *std::get_if<std::string>(&valueOf(parameter));
+}
+
+uint32_t Parameters::of(const NumberParameter& parameter) const noexcept {
+    return *std::get_if<uint32_t>(&valueOf(parameter));
+}
+
+double Parameters::of(const SecondsParameter& parameter) const noexcept {
+    return *std::get_if<double>(&valueOf(parameter));
+}
+
+Parameters::Outcome Parameters::apply(std::string_view name, std::string_view value) {
+    const auto found =
+        std::find_if(known_.begin(), known_.end(), [&](const Parameter* one) { return one->name == name; });
+    if (found == known_.end()) return Outcome::unknownName;
+    const Parameter& parameter = **found;
+    Value& to = values_[static_cast<size_t>(found - known_.begin())];
+    const auto inRange = [&](double number) { return number >= parameter.least && number <= parameter.most; };
+    uint32_t number;
+    double seconds;
+    switch (parameter.type) {
+        case Parameter::Type::text:
+            if (!parameter.valid(value)) return Outcome::badValue;
+            to = std::string(value);
+            break;
+        case Parameter::Type::number:
+            if (!readNumber(value, &number) || !inRange(number)) return Outcome::badValue;
+            to = number;
+            break;
+        case Parameter::Type::seconds:
+            if (!readSeconds(value, &seconds) || !inRange(seconds)) return Outcome::badValue;
+            to = seconds;
+            break;
+    }
+    return Outcome::taken;
 }
 
 quorl_status ParameterSet::set(const std::vector<std::string_view>& settings) noexcept {
@@ -162,20 +165,20 @@ quorl_status ParameterSet::set(const std::vector<std::string_view>& settings) no
             if (!split(setting, &name, &value))
                 return fail(QUORL_INVALID_ARG, "\"%.*s\" is not of the form name=value", cut(setting),
                             shown(setting).data());
-            switch (apply(values, name, value)) {
-                case Outcome::unknownName:
+            switch (values.apply(name, value)) {
+                case Parameters::Outcome::unknownName:
                     return fail(QUORL_INVALID_ARG, "there is no parameter \"%.*s\"", cut(name), shown(name).data());
-                case Outcome::badValue:
+                case Parameters::Outcome::badValue:
                     return fail(QUORL_INVALID_ARG, "\"%.*s\" is no value of %.*s", cut(value), shown(value).data(),
                                 cut(name), shown(name).data());
-                case Outcome::taken:
+                case Parameters::Outcome::taken:
                     break;
             }
             std::erase_if(taken, [&](const Setting& old) { return old.name == name; });
             // Set to its default is as good as never set: a file may say otherwise.
-            Parameters alone;
-            apply(alone, name, value);
-            if (!same(alone, Parameters{})) taken.push_back({std::string(name), std::string(value), false});
+            Parameters alone(known_);
+            alone.apply(name, value);
+            if (!(alone == Parameters(known_))) taken.push_back({std::string(name), std::string(value), false});
         }
         values_ = std::move(values);
         settings_ = std::move(taken);
@@ -209,19 +212,19 @@ quorl_status ParameterSet::read(const char* path, bool onlyCompare) noexcept {
                 return fail(QUORL_INVALID_FILE, "%s line %u: \"%.*s\" is not of the form name=value", path, number,
                             cut(text), shown(text).data());
             Parameters with = values;
-            switch (apply(with, name, value)) {
-                case Outcome::unknownName:
+            switch (with.apply(name, value)) {
+                case Parameters::Outcome::unknownName:
                     return fail(QUORL_INVALID_FILE, "%s line %u: there is no parameter \"%.*s\"", path, number,
                                 cut(name), shown(name).data());
-                case Outcome::badValue:
+                case Parameters::Outcome::badValue:
                     return fail(QUORL_INVALID_FILE, "%s line %u: \"%.*s\" is no value of %.*s", path, number,
                                 cut(value), shown(value).data(), cut(name), shown(name).data());
-                case Outcome::taken:
+                case Parameters::Outcome::taken:
                     break;
             }
             const bool setBefore =
                 std::any_of(settings_.begin(), settings_.end(), [&](const Setting& old) { return old.name == name; });
-            if ((onlyCompare || setBefore) && !same(with, values))
+            if ((onlyCompare || setBefore) && !(with == values))
                 return fail(QUORL_ARG_CONFLICT, "%s line %u: %.*s has another value already", path, number, cut(name),
                             shown(name).data());
             if (onlyCompare || setBefore) continue;
@@ -243,9 +246,9 @@ quorl_status ParameterSet::read(const char* path, bool onlyCompare) noexcept {
 
 void ParameterSet::forgetFiles() noexcept {
     std::erase_if(settings_, [](const Setting& setting) { return setting.fromFile; });
-    Parameters values;
     try {
-        for (const Setting& setting : settings_) apply(values, setting.name, setting.value);
+        Parameters values(known_);
+        for (const Setting& setting : settings_) values.apply(setting.name, setting.value);
         values_ = std::move(values);
     } catch (const std::bad_alloc&) {
         // The values stay as they are; the settings that are left agree with them.

@@ -1,32 +1,76 @@
-// The in-process parameters: name=value settings that hold for what is created after the library is opened.
+// The in-process parameters: name=value settings that hold for what is created after the library is opened. Each is declared
+// by the module that reads it; docs/reference/parameters.md says what they mean.
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "quorl/quorl.h"
 
 namespace quorl {
 
-// The values that the engine reads. docs/reference/parameters.md says what they mean.
-struct Parameters {
-    std::string daemon;
-    std::string service;
-    std::string network;
-    double connectTimeout = 2.0;          // seconds
-    uint32_t reconnectBuffer = 8u << 20;  // bytes
-    uint32_t queueLimit = 0;              // events; 0 for none
-    uint32_t queueHighwater = 100'000;    // events; 0 for none
-    uint32_t dispatchSpin = 20;           // microseconds
-    double circuitTimeout = 10.0;         // seconds
-    double advisoryInterval = 1.0;        // seconds
+// A declaration, which is a constant.
+struct Parameter {
+    enum class Type : uint8_t { text, number, seconds };
+    const char* name;
+    Type type;
+    double initial;  // of numbers; a text is empty at first
+    double least;
+    double most;
+    bool (*valid)(std::string_view value) noexcept;  // of texts
+};
+
+struct TextParameter : Parameter {
+    constexpr TextParameter(const char* its, bool (*isValid)(std::string_view value) noexcept)
+        : Parameter{its, Type::text, 0, 0, 0, isValid} {}
+};
+struct NumberParameter : Parameter {
+    constexpr NumberParameter(const char* its, uint32_t first, uint32_t highest = UINT32_MAX)
+        : Parameter{its, Type::number, static_cast<double>(first), 0, static_cast<double>(highest), nullptr} {}
+};
+struct SecondsParameter : Parameter {
+    constexpr SecondsParameter(const char* its, double first, double lowest, double highest)
+        : Parameter{its, Type::seconds, first, lowest, highest, nullptr} {}
+};
+
+// The values of all parameters that are known.
+class Parameters {
+  public:
+    using Known = std::span<const Parameter* const>;
+
+    // Throws std::bad_alloc. What known names lives as long as the values.
+    explicit Parameters(Known known);
+
+    // Of a parameter that is known.
+    const std::string& of(const TextParameter& parameter) const noexcept;
+    uint32_t of(const NumberParameter& parameter) const noexcept;
+    double of(const SecondsParameter& parameter) const noexcept;
+
+    enum class Outcome { taken, unknownName, badValue };
+    // Throws std::bad_alloc.
+    Outcome apply(std::string_view name, std::string_view value);
+
+    bool operator==(const Parameters& other) const noexcept { return values_ == other.values_; }
+
+  private:
+    using Value = std::variant<std::string, uint32_t, double>;
+
+    const Value& valueOf(const Parameter& parameter) const noexcept;
+
+    Known known_;
+    std::vector<Value> values_;  // in the order of known_
 };
 
 // Settings as they were given, of which the later win; and the values that they make.
 class ParameterSet {
   public:
+    // Throws std::bad_alloc.
+    explicit ParameterSet(Parameters::Known known) : known_(known), values_(known) {}
+
     // Takes settings "name=value" over, all or none. QUORL_INVALID_ARG, with the reason as detail; QUORL_NO_MEMORY.
     quorl_status set(const std::vector<std::string_view>& settings) noexcept;
 
@@ -47,11 +91,9 @@ class ParameterSet {
         bool fromFile;
     };
 
+    Parameters::Known known_;
     std::vector<Setting> settings_;
     Parameters values_;
 };
-
-// Whether text is a well-formed name of a service or network: at most 63 bytes of printable ASCII without spaces.
-bool validBusName(std::string_view text) noexcept;
 
 }  // namespace quorl

@@ -4,70 +4,57 @@
 #include <vector>
 
 #include "base/environment.h"
-#include "base/reclaimer.h"
-#include "base/registry.h"
 #include "base/status.h"
-#include "event/group.h"
-#include "event/queue.h"
-#include "event/timer.h"
+#include "event/module.h"
 #include "message/delivery.h"
 #include "secure/credentials.h"
-#include "transport/alarm_advisories.h"
-#include "transport/circuit/circuit.h"
+#include "transport/circuit/module.h"
+#include "transport/module.h"
+#include "transport/nats/module.h"
 #include "transport/nats/port.h"
-#include "transport/transport.h"
+#include "transport/parameters.h"
 
 using namespace quorl;
 
 namespace {
 
-quorl_status stop() noexcept {
-    registry::end();
-    transport::circuit::stop();
-    // Events first, so that nothing new starts; then what they came from.
-    registry::forEachOpen(QUORL_OBJECT_EVENT, [](uint32_t id) { event::destroyEvent(id, nullptr); });
-    registry::forEachOpen(QUORL_OBJECT_QUEUE_GROUP, [](uint32_t id) { event::destroyGroup(id); });
-    registry::forEachOpen(QUORL_OBJECT_QUEUE, [](uint32_t id) { event::destroyQueue(id, nullptr, nullptr, true); });
-    registry::forEachOpen(QUORL_OBJECT_TRANSPORT, [](uint32_t id) { transport::destroyTransport(id, false); });
-    reclaimer::finish();
-    const quorl_status status = transport::nats::stop();
-    event::stopTimers();
+constinit const environment::Module messages{
+    .parameters = {}, .start = nullptr, .close = nullptr, .stop = nullptr, .forget = message::forgetAll};
+
+quorl_status forgetCredentials() noexcept {
     secure::forgetCredentials();
-    return status;
+    return QUORL_OK;
 }
 
-quorl_status start() noexcept {
-    if (threadState() == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    quorl_status status = reclaimer::start();
-    if (status != QUORL_OK) return status;
-    registry::begin();
-    transport::tellAlarms();
-    transport::nats::start();
-    status = event::createDefaultQueue();
-    if (status != QUORL_OK) {
-        const KeptErrorText kept;
-        stop();
-    }
-    return status;
-}
+constinit const environment::Module credentials{
+    .parameters = {}, .start = nullptr, .close = nullptr, .stop = forgetCredentials, .forget = nullptr};
 
-constexpr environment::Engine engine{start, stop, message::forgetAll};
+// All parts of the library, each behind those that it stands on.
+constexpr const environment::Module* modules[] = {
+    &messages,
+    &credentials,
+    &event::timersModule,
+    &transport::nats::module,
+    &transport::module,
+    &event::module,  // its events go before the transports that feed them
+    &transport::circuit::module,
+};
 
 }  // namespace
 
 extern "C" {
 
 quorl_status quorl_Open(void) {
-    return environment::open(engine, nullptr);
+    return environment::open(modules, nullptr);
 }
 
 quorl_status quorl_OpenEx(const char* pathname) {
     if (pathname == nullptr) return fail(QUORL_INVALID_ARG, "no path of a parameter file");
-    return environment::open(engine, *pathname == '\0' ? nullptr : pathname);
+    return environment::open(modules, *pathname == '\0' ? nullptr : pathname);
 }
 
 quorl_status quorl_Close(void) {
-    return environment::close(engine);
+    return environment::close(modules);
 }
 
 const char* quorl_Version(void) {
@@ -82,18 +69,18 @@ quorl_status quorl_SetQRParameters(quorl_u32 count, const char** parameters) {
                 return fail(QUORL_INVALID_ARG, "parameter %u of %u is null", i + 1, count);
             settings.emplace_back(parameters[i]);
         }
-        return environment::setParameters(settings);
+        return environment::setParameters(modules, settings);
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for %u parameters", count);
     }
 }
 
 quorl_bool quorl_IsIPM(void) {
-    return environment::isIpm() ? QUORL_TRUE : QUORL_FALSE;
+    return environment::isOpenWithout(transport::parameters::daemon) ? QUORL_TRUE : QUORL_FALSE;
 }
 
 void quorl_DisableQRDMReadyCheck(void) {
-    environment::disableReadyCheck();
+    transport::nats::disableReadyCheck();
 }
 
 }  // extern "C"

@@ -10,6 +10,7 @@
 #include "base/clock.h"
 #include "base/environment.h"
 #include "base/registry.h"
+#include "event/parameters.h"
 #include "event/queue.h"
 #include "event/timer.h"
 
@@ -38,7 +39,7 @@ double secondsSince(int64_t began) noexcept {
 }
 
 int64_t interval() noexcept {
-    return nanosecondsOf(environment::parameters().advisoryInterval);
+    return nanosecondsOf(environment::parameters().of(parameters::advisoryInterval));
 }
 
 uint64_t exactlyWaiting(const Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock) {

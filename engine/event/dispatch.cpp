@@ -13,6 +13,7 @@
 #include "base/status.h"
 #include "event/alarm.h"
 #include "event/group.h"
+#include "event/parameters.h"
 #include "event/queue.h"
 
 namespace quorl::event {
@@ -200,7 +201,7 @@ bool spinForEvent(Queue& queue, uint64_t seen) noexcept {
 // processor to send.
 void learnFromSleep(Queue& queue, const ThreadState& thread, int64_t asleepFor) noexcept {
     if (thread.wakerProcessor.load(std::memory_order_relaxed) == sched_getcpu()) return;
-    const uint32_t most = environment::parameters().dispatchSpin * 1000;
+    const uint32_t most = environment::parameters().of(parameters::dispatchSpin) * 1000;
     if (asleepFor < 2 * static_cast<int64_t>(most)) queue.spin.store(most, std::memory_order_relaxed);
 }
 

@@ -7,6 +7,7 @@
 #include "base/status.h"
 #include "event/alarm.h"
 #include "event/group.h"
+#include "event/parameters.h"
 #include "event/queue.h"
 
 namespace quorl::event {
@@ -34,9 +35,9 @@ quorl_status create(uint32_t reserved, uint32_t* id) noexcept {
     {
         Lock front(queue->front.lock);
         Lock back(queue->back.lock);
-        if (const uint32_t most = environment::parameters().queueLimit; most != 0)
+        if (const uint32_t most = environment::parameters().of(parameters::queueLimit); most != 0)
             queue->back.limit = {QUORLQUEUE_DISCARD_FIRST, most, 1};
-        queue->back.highWater = environment::parameters().queueHighwater;
+        queue->back.highWater = environment::parameters().of(parameters::queueHighwater);
         setThresholds(*queue);
     }
     if (!registry::publish(*queue, reserved, QUORL_OBJECT_QUEUE)) {

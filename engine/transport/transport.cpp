@@ -11,12 +11,13 @@
 #include "base/registry.h"
 #include "base/status.h"
 #include "event/queue.h"
-#include "transport/circuit/circuit.h"
-#include "transport/embedded/bus.h"
-#include "transport/nats/port.h"
+#include "transport/backends.h"
+#include "transport/parameters.h"
 
 namespace quorl::transport {
 namespace {
+
+constinit std::atomic<ClosingWatch*> watches{nullptr};  // only ever grows, while the library starts
 
 void destroyRecord(Record* record) noexcept {
     delete static_cast<Transport*>(record);
@@ -45,26 +46,21 @@ bool makeInboxPrefix(std::string& prefix) {
 quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept {
     if (!environment::isOpen()) return environment::requireOpen();
     const Parameters& defaults = environment::parameters();
-    const std::string_view serviceName = service != nullptr ? std::string_view(service) : defaults.service;
-    const std::string_view networkName = network != nullptr ? std::string_view(network) : defaults.network;
-    const std::string_view daemonName = daemon != nullptr ? std::string_view(daemon) : defaults.daemon;
-    if (!validBusName(serviceName))
+    const auto orDefault = [&](const char* given, const TextParameter& parameter) -> std::string_view {
+        return given != nullptr ? std::string_view(given) : defaults.of(parameter);
+    };
+    const std::string_view serviceName = orDefault(service, parameters::service);
+    const std::string_view networkName = orDefault(network, parameters::network);
+    const std::string_view daemonName = orDefault(daemon, parameters::daemon);
+    if (!parameters::validBusName(serviceName))
         return fail(QUORL_SERVICE_NOT_FOUND, "\"%.*s\" is no name of a service",
                     static_cast<int>(std::min<size_t>(serviceName.size(), 80)), serviceName.data());
-    if (!validBusName(networkName))
+    if (!parameters::validBusName(networkName))
         return fail(QUORL_NETWORK_NOT_FOUND, "\"%.*s\" is no name of a network",
                     static_cast<int>(std::min<size_t>(networkName.size(), 80)), networkName.data());
     std::unique_ptr<Carrier> carrier;
-    try {
-        if (daemonName.empty()) {
-            carrier = embedded::openPort(serviceName, networkName);
-        } else {
-            const quorl_status status = nats::openPort(daemonName, serviceName, networkName, &carrier);
-            if (status != QUORL_OK) return status;
-        }
-    } catch (const std::bad_alloc&) {
-        return fail(QUORL_NO_MEMORY, "no memory for a transport");
-    }
+    const quorl_status status = openCarrier({daemonName, serviceName, networkName}, &carrier);
+    if (status != QUORL_OK) return status;
     return publishTransport(id, std::move(carrier));
 }
 
@@ -94,7 +90,8 @@ namespace {
 
 quorl_status closeTransport(ThreadState& thread, uint32_t id, std::shared_ptr<Ending>* ending) noexcept {
     Section section(thread);
-    circuit::parentCloses(id);
+    for (const ClosingWatch* watch = watches.load(std::memory_order_acquire); watch != nullptr; watch = watch->next)
+        watch->closes(id);
     Record* record = registry::close(id, QUORL_OBJECT_TRANSPORT);
     if (record == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
     auto& transport = static_cast<Transport&>(*record);
@@ -124,6 +121,14 @@ quorl_status destroyTransport(uint32_t id, bool wait) noexcept {
     std::shared_ptr<Ending> ending;
     const quorl_status status = closeTransport(*thread, id, &ending);
     return status == QUORL_OK && wait && ending != nullptr ? ending->await() : status;
+}
+
+void watchClosing(ClosingWatch& watch) noexcept {
+    for (const ClosingWatch* each = watches.load(std::memory_order_relaxed); each != nullptr; each = each->next) {
+        if (each == &watch) return;
+    }
+    watch.next = watches.load(std::memory_order_relaxed);
+    watches.store(&watch, std::memory_order_release);
 }
 
 void abortAll(Transport& transport) noexcept {

@@ -8,17 +8,21 @@
 #include <cmath>
 #include <set>
 
-#include "base/parameters.h"
+#include "event/parameters.h"
 #include "subject/subject.h"
 #include "subject/trie.h"
 #include "support.h"
+#include "transport/circuit/parameters.h"
 #include "transport/nats/address.h"
+#include "transport/nats/parameters.h"
 #include "transport/nats/wire_subject.h"
+#include "transport/parameters.h"
 
 namespace {
 
 using namespace quorl;
 using namespace quorl::fuzz;
+using namespace quorl::transport;
 using namespace quorl::transport::nats;
 
 std::vector<std::string> split(std::string_view text, char at) {
@@ -179,36 +183,48 @@ class File {
     }
 };
 
-bool same(const Parameters& a, const Parameters& b) {
-    return a.daemon == b.daemon && a.service == b.service && a.network == b.network &&
-           a.connectTimeout == b.connectTimeout && a.reconnectBuffer == b.reconnectBuffer &&
-           a.queueLimit == b.queueLimit && a.queueHighwater == b.queueHighwater && a.dispatchSpin == b.dispatchSpin &&
-           a.circuitTimeout == b.circuitTimeout;
+// Those of all modules, as the library knows them.
+const std::vector<const Parameter*>& known() {
+    static const std::vector<const Parameter*> all = [] {
+        std::vector<const Parameter*> found;
+        const auto add = [&](const auto& some) { found.insert(found.end(), std::begin(some), std::end(some)); };
+        add(event::parameters::all);
+        add(transport::parameters::all);
+        add(transport::nats::parameters::all);
+        add(transport::circuit::parameters::all);
+        return found;
+    }();
+    return all;
 }
 
 void requireSane(const Parameters& values) {
-    require(std::isfinite(values.connectTimeout) && values.connectTimeout >= 0, "connect.timeout is no time");
-    require(std::isfinite(values.circuitTimeout) && values.circuitTimeout >= 0.1, "circuit.timeout is no time");
-    require(values.dispatchSpin <= 1000, "dispatch.spin is too long");
-    require(values.daemon.size() <= longestAddress, "a daemon's address is too long");
-    require(validBusName(values.service) && validBusName(values.network), "a bus has a name that is none");
-    for (const char c : values.daemon) require(c > ' ' && c < 0x7f, "a daemon's address is not printable");
+    const double connectTimeout = values.of(nats::parameters::connectTimeout);
+    const double circuitTimeout = values.of(circuit::parameters::timeout);
+    const std::string& daemon = values.of(transport::parameters::daemon);
+    require(std::isfinite(connectTimeout) && connectTimeout >= 0, "connect.timeout is no time");
+    require(std::isfinite(circuitTimeout) && circuitTimeout >= 0.1, "circuit.timeout is no time");
+    require(values.of(event::parameters::dispatchSpin) <= 1000, "dispatch.spin is too long");
+    require(daemon.size() <= longestAddress, "a daemon's address is too long");
+    require(transport::parameters::validBusName(values.of(transport::parameters::service)) &&
+                transport::parameters::validBusName(values.of(transport::parameters::network)),
+            "a bus has a name that is none");
+    for (const char c : daemon) require(c > ' ' && c < 0x7f, "a daemon's address is not printable");
 }
 
 void settings(std::string_view text) {
     const std::vector<std::string> lines = split(text, '\n');
     std::vector<std::string_view> views(lines.begin(), lines.end());
-    ParameterSet called;
+    ParameterSet called(known());
     const quorl_status byCall = called.set(views);
     require(byCall == QUORL_OK || byCall == QUORL_INVALID_ARG, "settings have a status that they cannot have");
     requireSane(called.values());
-    if (byCall != QUORL_OK) require(same(called.values(), Parameters()), "refused settings hold");
+    if (byCall != QUORL_OK) require(called.values() == Parameters(known()), "refused settings hold");
 
-    ParameterSet filed;
+    ParameterSet filed(known());
     const quorl_status byFile = filed.read(File::holding(text), false);
     require(byFile == QUORL_OK || byFile == QUORL_INVALID_FILE, "a file has a status that it cannot have");
     requireSane(filed.values());
-    if (byFile != QUORL_OK) require(same(filed.values(), Parameters()), "a refused file's settings hold");
+    if (byFile != QUORL_OK) require(filed.values() == Parameters(known()), "a refused file's settings hold");
     // A file has comments, lines that are blank, and a bound for lines.
     const bool plain = text.find('#') == std::string_view::npos && text.size() < 4000 &&
                        std::all_of(lines.begin(), lines.end(), [](const std::string& line) {
@@ -216,21 +232,20 @@ void settings(std::string_view text) {
                        });
     if (plain) {
         require((byCall == QUORL_OK) == (byFile == QUORL_OK), "a call and a file disagree about settings");
-        require(same(called.values(), filed.values()), "settings have other values from a file");
+        require(called.values() == filed.values(), "settings have other values from a file");
     }
     if (byFile != QUORL_OK) return;
     // The same file changes nothing and contradicts nothing; without it all is as before.
     const Parameters before = filed.values();
-    ParameterSet bySettings;
-    require(filed.read(File::holding(""), true) == QUORL_OK && same(filed.values(), before),
+    require(filed.read(File::holding(""), true) == QUORL_OK && filed.values() == before,
             "an empty file changes a value");
     filed.forgetFiles();
-    require(same(filed.values(), Parameters()), "what a file set is kept without it");
+    require(filed.values() == Parameters(known()), "what a file set is kept without it");
     // What was set by a call does not give way to a file.
     if (byCall == QUORL_OK && plain) {
         const quorl_status again = called.read(File::holding(text), false);
         require(again == QUORL_OK || again == QUORL_ARG_CONFLICT, "settings are refused the second time");
-        require(same(called.values(), before), "a file changes what a call has set");
+        require(called.values() == before, "a file changes what a call has set");
     }
 }
 
@@ -275,7 +290,7 @@ void credentialsInAddresses(std::string_view text) {
     require(parseAddress(with, &servers) != QUORL_OK, "an address with credentials is one");
     require(std::string_view(quorl_LastErrorText()).find(secret) == std::string_view::npos,
             "the text of a failure repeats a credential");
-    ParameterSet set;
+    ParameterSet set(known());
     const std::string setting = "daemon=" + with;
     if (set.set({setting}) != QUORL_OK)
         require(std::string_view(quorl_LastErrorText()).find(secret) == std::string_view::npos,

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <quorl/quorl.h>
 
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <regex>
@@ -33,11 +34,14 @@ quorl_status set(const std::string& parameter) {
 
 TEST(ParametersPage, ListsWhatTheLibraryReads) {
     std::set<std::string> read;
-    std::ifstream source(QUORL_PARAMETERS_SOURCE);
-    const std::regex comparison(R"re(name == "([a-z.]+)")re");
-    for (std::string line; std::getline(source, line);) {
-        std::smatch match;
-        if (std::regex_search(line, match, comparison)) read.insert(match[1]);
+    const std::regex declaration(R"re(Parameter \w+\{"([a-z.]+)")re");
+    for (const auto& file : std::filesystem::recursive_directory_iterator(QUORL_PARAMETERS_SOURCES)) {
+        if (file.path().filename() != "parameters.h") continue;
+        std::ifstream source(file.path());
+        for (std::string line; std::getline(source, line);) {
+            std::smatch match;
+            if (std::regex_search(line, match, declaration)) read.insert(match[1]);
+        }
     }
     std::set<std::string> listed;
     for (const auto& [name, value] : fromPage()) listed.insert(name);

@@ -22,6 +22,7 @@
 #include "subject/subject.h"
 #include "transport/advisory.h"
 #include "transport/circuit/machine.h"
+#include "transport/circuit/parameters.h"
 #include "transport/local.h"
 #include "transport/router.h"
 #include "transport/transport.h"
@@ -473,7 +474,7 @@ quorl_status create(uint32_t* id, uint32_t parent, const char* peer, CircuitRef*
         if (const quorl_status status = createInbox(parent, address.data(), address.size()); status != QUORL_OK)
             return status;
         Settings settings;
-        settings.lostAfter = nanosecondsOf(environment::parameters().circuitTimeout);
+        settings.lostAfter = nanosecondsOf(environment::parameters().of(parameters::timeout));
         const auto circuit = std::make_shared<Circuit>(settings);
         circuit->parent = parent;
         circuit->address = address.data();

@@ -70,13 +70,13 @@ std::string defaultName() {
 
 }  // namespace
 
-Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Parameters& parameters, bool readyCheck)
+Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Limits& limits, bool readyCheck)
     : key_(std::move(key)),
-      connectTimeout_(nanosecondsOf(parameters.connectTimeout)),
+      connectTimeout_(nanosecondsOf(limits.connectTimeout)),
       readyCheck_(readyCheck),
       intake_(wirePrefix(key_.network, key_.service)),
       markSubject_(intake_.prefix + "_MARK." + hexadecimal(randomId())),
-      outbox_(intake_.prefix, parameters.reconnectBuffer),
+      outbox_(intake_.prefix, limits.reconnectBuffer),
       name_(key_.description.empty() ? defaultName() : key_.description),
       writer_(message::wire::load<uint64_t>(randomId().data())),
       servers_(std::move(servers)),

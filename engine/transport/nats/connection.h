@@ -22,10 +22,10 @@
 #include <vector>
 
 #include "base/mutex.h"
-#include "base/parameters.h"
 #include "transport/nats/admissions.h"
 #include "transport/nats/frame_writer.h"
 #include "transport/nats/outbox.h"
+#include "transport/nats/parameters.h"
 #include "transport/nats/session.h"
 #include "transport/nats/subscription.h"
 #include "transport/nats/tally.h"
@@ -51,7 +51,11 @@ class Connection final : public Ending {
         std::atomic<int64_t> keep{0};  // nanoseconds that a message is worth keeping for a daemon that is away; 0: any
     };
 
-    Connection(ConnectionKey key, std::vector<Server> servers, const Parameters& parameters, bool readyCheck);
+    struct Limits {
+        double connectTimeout = parameters::connectTimeout.initial;                             // seconds
+        uint32_t reconnectBuffer = static_cast<uint32_t>(parameters::reconnectBuffer.initial);  // bytes
+    };
+    Connection(ConnectionKey key, std::vector<Server> servers, const Limits& limits, bool readyCheck);
     ~Connection() override;
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;

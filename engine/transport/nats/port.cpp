@@ -24,6 +24,7 @@ constinit Mutex listLock;
 constinit std::vector<Shared>* list GUARDED_BY(listLock) POINTS_TO_GUARDED_BY(listLock) = nullptr;
 constinit bool closing GUARDED_BY(listLock) = true;
 constinit std::atomic<uint32_t> listChanges{0};  // stop sleeps on it
+constinit std::atomic<bool> readyCheckOff{false};
 // Of connections that have ended since the library was opened.
 struct Ended {
     std::atomic<uint64_t> dropped{0};
@@ -73,8 +74,11 @@ quorl_status join(const ConnectionKey& key, const std::vector<Server>& servers, 
             ++connection->users;
         } else {
             list->reserve(list->size() + 1);
-            connection = std::make_shared<Connection>(key, servers, environment::parameters(),
-                                                      !environment::readyCheckDisabled());
+            const Parameters& given = environment::parameters();
+            const Connection::Limits limits{given.of(parameters::connectTimeout),
+                                            given.of(parameters::reconnectBuffer)};
+            connection =
+                std::make_shared<Connection>(key, servers, limits, !readyCheckOff.load(std::memory_order_relaxed));
             if (const quorl_status status = connection->start(); status != QUORL_OK) return status;
             connection->users = 1;
             list->push_back(connection);
@@ -220,6 +224,10 @@ void hasEnded(uint64_t dropped, uint64_t unconfirmed, uint64_t missing) noexcept
 
 uint64_t missingOfEnded() noexcept {
     return missingEver.load(std::memory_order_relaxed);
+}
+
+void disableReadyCheck() noexcept {
+    readyCheckOff.store(true, std::memory_order_relaxed);
 }
 
 void start() noexcept {

@@ -24,6 +24,9 @@ void hasEnded(uint64_t dropped, uint64_t unconfirmed, uint64_t missing) noexcept
 // Messages that those have lost that have ended.
 uint64_t missingOfEnded() noexcept;
 
+// New connections take a daemon's greeting for enough, and do not wait until it has answered.
+void disableReadyCheck() noexcept;
+
 // The library opens, or closes: then waits until what was sent is out, and no thread is left.
 // QUORL_DAEMON_NOT_CONNECTED: messages were dropped when connections ended, since the library was opened.
 void start() noexcept;
