@@ -8,9 +8,12 @@
 // order of the steps; what is for the program comes last, with no lock held.
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
 #include <new>
 #include <utility>
 
+#include "base/clock.h"
 #include "base/mutex.h"
 #include "base/status.h"
 #include "protocol/host.h"
@@ -38,8 +41,9 @@ class Driver : public Guest {
             }
             store(thread, output_);
             transmit(thread, machine_, output_);
-            stepped(machine_, output_);
-            if (const int64_t due = machine_.due(); due != INT64_MAX) host_.schedule(*this, due);
+            // A machine that had no memory may be due at once again.
+            const int64_t notBefore = status == QUORL_NO_MEMORY ? monotonicNow() + pauseWithoutMemory : INT64_MIN;
+            if (const int64_t due = machine_.due(); due != INT64_MAX) host_.schedule(*this, std::max(due, notBefore));
             return output_.takeRest();
         }();
         deliver(thread, std::move(rest));
@@ -58,9 +62,8 @@ class Driver : public Guest {
     virtual void store(ThreadState&, Output&) noexcept REQUIRES(lock_) {}
     // Sends, without waiting for room; may tell the machine what came of it.
     virtual void transmit(ThreadState& thread, Machine& machine, Output& output) noexcept REQUIRES(lock_) = 0;
-    // Sees the machine and the output after each step, for what others read without the lock.
-    virtual void stepped(const Machine&, const Output&) noexcept REQUIRES(lock_) {}
-    // Gives the program what is its. No lock is held, and steps of other threads may go on.
+    // Gives the program what is its. No lock is held, and steps of other threads may go on: what has an order is given out by
+    // steps of one thread alone, the host's above all.
     virtual void deliver(ThreadState& thread, typename Output::Rest rest) noexcept = 0;
 
     Host& host() noexcept { return host_; }
@@ -68,6 +71,8 @@ class Driver : public Guest {
     Mutex lock_;
 
   private:
+    static constexpr int64_t pauseWithoutMemory = 10'000'000;  // nanoseconds
+
     Host& host_;
     Machine machine_ GUARDED_BY(lock_);
     Output output_ GUARDED_BY(lock_);

@@ -23,6 +23,11 @@ struct Host::State {
 
 namespace {
 
+// Of a count that one thread alone changes.
+void increment(std::atomic<uint64_t>& count) noexcept {
+    count.store(count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
 // No default limit may drop what came in; the name is for the statistics.
 void prepareQueue(uint32_t id, const char* name) noexcept {
     Section section(*threadState());
@@ -90,9 +95,13 @@ void Host::remove(uint64_t token) noexcept {
     if (found == state_->guests.end()) return;
     last = std::move(found->second);
     state_->guests.erase(found);
-    state_->due.remove(*last);
+    forget(*last);
+}
+
+void Host::forget(Guest& guest) noexcept {
+    state_->due.remove(guest);
     // What is scheduled from now on finds it scheduled already.
-    last->scheduled_.store(INT64_MIN, std::memory_order_relaxed);
+    guest.scheduled_.store(INT64_MIN, std::memory_order_relaxed);
     count_.fetch_sub(1, std::memory_order_relaxed);
 }
 
@@ -103,17 +112,18 @@ GuestRef Host::find(uint64_t token) noexcept {
     return found == state_->guests.end() ? nullptr : found->second;
 }
 
-std::vector<GuestRef> Host::guests() noexcept {
-    std::vector<GuestRef> all;
+std::vector<GuestRef> Host::guests(bool (*matches)(void* asked, const Guest& guest), void* asked) noexcept {
+    std::vector<GuestRef> found;
     Lock lock(lock_);
-    if (state_ == nullptr) return all;
+    if (state_ == nullptr) return found;
     try {
-        all.reserve(state_->guests.size());
+        for (const auto& [token, guest] : state_->guests) {
+            if (matches(asked, *guest)) found.push_back(guest);
+        }
     } catch (const std::bad_alloc&) {
-        return all;
+        found.clear();
     }
-    for (const auto& [token, guest] : state_->guests) all.push_back(guest);
-    return all;
+    return found;
 }
 
 void Host::wakeThread() noexcept {
@@ -135,7 +145,8 @@ void Host::schedule(Guest& guest, int64_t due) noexcept {
         wake = due < sleepsUntil_.load(std::memory_order_relaxed);
         if (wake) sleepsUntil_.store(due, std::memory_order_relaxed);
     }
-    if (wake) wakeThread();
+    // The thread itself comes round to it before it sleeps.
+    if (wake && currentThreadState != runner_.load(std::memory_order_relaxed)) wakeThread();
 }
 
 bool Host::post(uint64_t guest, uint64_t token) noexcept {
@@ -178,26 +189,37 @@ void Host::handlePosted(ThreadState& thread) noexcept {
     }
 }
 
+// As many as were due at once: what comes in is not kept waiting by guests that are due again and again.
+int64_t Host::wakeThoseDue(ThreadState& thread, int64_t now) noexcept {
+    int64_t next;
+    for (uint32_t left = count(); GuestRef guest = takeDue(now, &next);) {
+        guest->wake(thread);
+        increment(woken_);
+        if (left-- == 0) break;
+    }
+    return next;
+}
+
 void Host::run() noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return;
+    runner_.store(thread, std::memory_order_relaxed);
     event::setThreadKey(&key_);
     const uint32_t queue = queue_.load(std::memory_order_acquire);
     while (!stopping_.load(std::memory_order_acquire)) {
+        increment(turns_);
         handlePosted(*thread);
-        const int64_t now = monotonicNow();
-        int64_t next;
-        // As many as were due at once: what comes in is not kept waiting by guests that are due again and again.
-        for (uint32_t left = count(); GuestRef guest = takeDue(now, &next);) {
-            guest->wake(*thread);
-            if (left-- == 0) break;
-        }
         double timeout = -1;
-        if (next != INT64_MAX) timeout = static_cast<double>(std::max<int64_t>(next - monotonicNow(), 0)) / 1e9;
+        if (int64_t next = sleepsUntil_.load(std::memory_order_relaxed); next != INT64_MAX) {
+            const int64_t now = monotonicNow();
+            if (next <= now) next = wakeThoseDue(*thread, now);
+            if (next != INT64_MAX) timeout = static_cast<double>(std::max<int64_t>(next - now, 0)) / 1e9;
+        }
         const quorl_status status = event::dispatchQueue(queue, timeout);
         if (status == QUORL_INVALID_QUEUE || status == QUORL_NOT_INITIALIZED) break;
     }
     event::setThreadKey(nullptr);
+    runner_.store(nullptr, std::memory_order_relaxed);
 }
 
 // The state itself is kept, and while the library closes nobody starts the thread: it is safe to join it without the lock,
@@ -211,8 +233,10 @@ void Host::stop() noexcept {
     wakeThread();
     thread_.join();
     event::destroyQueue(queue_.exchange(0, std::memory_order_acq_rel), nullptr, nullptr, false);
-    for (const GuestRef& guest : guests()) remove(guest->token_);
+    std::unordered_map<uint64_t, GuestRef> left;  // their ends may take other locks
     Lock lock(lock_);
+    left.swap(state_->guests);
+    for (const auto& [token, guest] : left) forget(*guest);
     state_->posted.clear();
     anyPosted_.store(false, std::memory_order_relaxed);
 }

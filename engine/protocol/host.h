@@ -16,6 +16,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 #include <vector>
 
 #include "base/mutex.h"
@@ -65,9 +66,17 @@ class Host {
 
     // Null: there is no such guest any more.
     GuestRef find(uint64_t token) noexcept;
-    // All guests, or as many as there is memory for.
-    std::vector<GuestRef> guests() noexcept;
+    // The guests for which matches(const Guest&) is true, or none when there is no memory for them. matches takes no lock.
+    template <class F>
+    std::vector<GuestRef> guests(F&& matches) noexcept {
+        return guests(
+            [](void* asked, const Guest& guest) { return (*static_cast<std::remove_reference_t<F>*>(asked))(guest); },
+            &matches);
+    }
     uint32_t count() const noexcept { return count_.load(std::memory_order_relaxed); }
+    // How often the thread has come round, and how many guests it has woken, ever: what idle guests cost.
+    uint64_t turns() const noexcept { return turns_.load(std::memory_order_relaxed); }
+    uint64_t woken() const noexcept { return woken_.load(std::memory_order_relaxed); }
 
     // Of what comes in for the guests; 0 while the thread does not run. No default limit holds for it.
     uint32_t queue() const noexcept { return queue_.load(std::memory_order_acquire); }
@@ -90,12 +99,16 @@ class Host {
     };
     struct State;
 
+    std::vector<GuestRef> guests(bool (*matches)(void* asked, const Guest& guest), void* asked) noexcept;
     quorl_status makeReady() noexcept REQUIRES(lock_);
     void run() noexcept;
     void wakeThread() noexcept;
     // Takes the next guest that is due; null: none is, and *next says when one will be.
     GuestRef takeDue(int64_t now, int64_t* next) noexcept;
     void handlePosted(ThreadState& thread) noexcept;
+    // When the next one is due.
+    int64_t wakeThoseDue(ThreadState& thread, int64_t now) noexcept;
+    void forget(Guest& guest) noexcept REQUIRES(lock_);
 
     const char* const threadName_;
     const char* const queueName_;
@@ -105,7 +118,11 @@ class Host {
     Thread thread_;                   // started under the lock; joined when the library closes
     std::atomic<uint32_t> queue_{0};  // 0 while no thread runs
     std::atomic<uint32_t> count_{0};
-    std::atomic<int64_t> sleepsUntil_{INT64_MAX};  // the thread's; written under the lock
+    std::atomic<const ThreadState*> runner_{nullptr};  // the thread's, while it runs
+    std::atomic<int64_t> sleepsUntil_{
+        INT64_MAX};                   // the thread's; written under the lock, never later than the first guest is due
+    std::atomic<uint64_t> turns_{0};  // the thread's, like the next
+    std::atomic<uint64_t> woken_{0};
     std::atomic<bool> anyPosted_{false};
     std::atomic<bool> stopping_{false};
     alignas(4) std::atomic<uint32_t> key_{0};  // the thread's key for signals

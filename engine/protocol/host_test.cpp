@@ -191,14 +191,20 @@ class Counter {
         due_ = until;
         return QUORL_OK;
     }
+    void failNext(int times) { failures_ = times; }
     quorl_status tick(int64_t now, Numbers& out) {
         if (now < due_) return QUORL_OK;
+        if (failures_ != 0) {
+            --failures_;
+            throw std::bad_alloc();
+        }
         due_ = INT64_MAX;
         return number(out);
     }
 
   private:
     uint64_t last_ = 0;
+    int failures_ = 0;
     int64_t due_ = INT64_MAX;
 };
 
@@ -264,6 +270,29 @@ TEST_F(HostTest, want_of_memory_in_a_step_is_a_status) {
     ASSERT_EQ(testHost.add(driver), QUORL_OK);
     EXPECT_EQ(driver->step(*threadState(), [](Counter&, Numbers&) -> quorl_status { throw std::bad_alloc(); }),
               QUORL_NO_MEMORY);
+}
+
+TEST_F(HostTest, a_machine_that_had_no_memory_is_tried_again_after_a_pause) {
+    const auto driver = std::make_shared<Counting>();
+    ASSERT_EQ(testHost.add(driver), QUORL_OK);
+    const int64_t began = monotonicNow();
+    driver->step(*threadState(), [](Counter& counter, Numbers& out) {
+        counter.failNext(3);
+        return counter.restUntil(monotonicNow(), out);
+    });
+    ASSERT_TRUE(driver->delivered.await([](const auto& entries) { return entries.size() == 1; }));
+    EXPECT_GE(monotonicNow() - began, 30 * ms);
+}
+
+TEST_F(HostTest, finds_the_guests_that_match) {
+    const auto one = added(1);
+    const auto two = added(2);
+    const auto matching = [&](uint64_t token) {
+        return testHost.guests([token](const Guest& guest) { return guest.token() == token; });
+    };
+    EXPECT_EQ(matching(two->token()), std::vector<GuestRef>{two});
+    EXPECT_TRUE(matching(4711).empty());
+    EXPECT_EQ(testHost.guests([](const Guest&) { return true; }).size(), 2u);
 }
 
 }  // namespace

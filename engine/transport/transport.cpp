@@ -107,6 +107,8 @@ quorl_status closeTransport(ThreadState& thread, uint32_t id, std::shared_ptr<En
         abortAll(transport);
         transport.carrier->close();
     }
+    for (const ClosingWatch* watch = watches.load(std::memory_order_acquire); watch != nullptr; watch = watch->next)
+        watch->closed(id);
     transport.carrier->closed(thread);
     *ending = transport.carrier->ending();
     registry::retire(transport);

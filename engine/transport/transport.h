@@ -122,9 +122,10 @@ struct Transport : Record {
 quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept;
 // Makes a transport over the carrier. QUORL_NOT_INITIALIZED, QUORL_OS_ERROR, QUORL_NO_MEMORY.
 quorl_status publishTransport(uint32_t* id, std::unique_ptr<Carrier> carrier) noexcept;
-// Told before a transport is closed, so that what stands on it can say good-bye while it can. Inside a section, no lock held.
+// Told when a transport is closed, so that what stands on it can say good-bye while it can. Inside a section, no lock held.
 struct ClosingWatch {
-    void (*closes)(uint32_t transport) noexcept;
+    void (*closes)(uint32_t transport) noexcept;  // it is about to be closed
+    void (*closed)(uint32_t transport) noexcept;  // nobody finds it any more
     ClosingWatch* next = nullptr;
 };
 // From now on; the watch lives for ever. Again without effect. While the library starts.

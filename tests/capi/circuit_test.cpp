@@ -401,6 +401,52 @@ TEST_F(Circuit, runs_over_another_circuit) {
     EXPECT_EQ(sendUntilRefused(upper.acceptor), QUORL_VC_NOT_CONNECTED);
 }
 
+// What waits in the upper one finds its way through the lower one, which goes second.
+TEST_F(Circuit, over_another_brings_home_what_was_sent_when_the_lowest_transport_goes) {
+    const quorlTransport lowest = newTransport();
+    const Pair lower = newPair(here_, lowest);
+    const Pair upper = newPair(lower.acceptor, lower.connector);
+    Numbers numbers;
+    listen(QUORL_DEFAULT_QUEUE, upper.acceptor, "n", onNumber, &numbers);
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(sendNumber(upper.connector, "n", i), QUORL_OK);
+    ASSERT_EQ(quorlTransport_Destroy(lowest), QUORL_OK);
+    EXPECT_EQ(sendNumber(upper.connector, "n", 0), QUORL_VC_NOT_CONNECTED);
+    EXPECT_NE(strstr(quorl_LastErrorText(), "below"), nullptr) << quorl_LastErrorText();
+    ASSERT_TRUE(waitFor(numbers, 1000));
+    EXPECT_EQ(sendUntilRefused(upper.acceptor), QUORL_VC_NOT_CONNECTED);
+    EXPECT_NE(strstr(quorl_LastErrorText(), "the peer closed"), nullptr) << quorl_LastErrorText();
+}
+
+// Either it is refused, or it learns that the transport below has gone; none waits for a peer in vain.
+TEST_F(Circuit, that_is_made_while_the_transport_below_closes_does_not_stay) {
+    for (int round = 0; round < 20; ++round) {
+        const quorlTransport below = newTransport();
+        // So that closing takes a while.
+        for (int i = 0; i < 100; ++i) {
+            quorlTransport circuit = 0;
+            ASSERT_EQ(quorlTransport_CreateConnectVc(&circuit, "_INBOX.nobody.1", below), QUORL_OK);
+        }
+        std::vector<quorlTransport> made;
+        Counter first;
+        Threads threads;
+        threads.start([&] {
+            quorlTransport circuit = 0;
+            const char* subject = nullptr;
+            while (quorlTransport_CreateAcceptVc(&circuit, &subject, below) == QUORL_OK) {
+                made.push_back(circuit);
+                first.add();
+            }
+        });
+        ASSERT_TRUE(first.waitFor(1));
+        ASSERT_EQ(quorlTransport_Destroy(below), QUORL_OK);
+        threads.join();
+        for (const quorlTransport circuit : made) {
+            ASSERT_EQ(quorlTransport_WaitForVcConnection(circuit, limit), QUORL_VC_NOT_CONNECTED);
+            ASSERT_EQ(quorlTransport_Destroy(circuit), QUORL_OK);
+        }
+    }
+}
+
 TEST_F(Circuit, listens_only_to_its_own_inboxes) {
     const Pair pair = newPair();
     char inbox[QUORL_SUBJECT_MAX + 1];

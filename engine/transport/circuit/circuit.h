@@ -1,7 +1,4 @@
 // Virtual circuits: transports to exactly one peer, over whatever carries the messages of another transport.
-//
-// One thread of the library hears for all circuits of the process and watches their times; what goes out goes out on the
-// thread that sends.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +13,11 @@ quorl_status createAccept(uint32_t* id, const char** subject, uint32_t parent) n
 quorl_status createConnect(uint32_t* id, const char* subject, uint32_t parent) noexcept;
 quorl_status waitForConnection(uint32_t id, double timeout) noexcept;
 
-// The transport is about to be destroyed: its circuits say good-bye while they can. Inside a section, no lock held.
+// The transport is about to be destroyed: the circuits over it, and those over these, say good-bye while they can. Inside a
+// section, no lock held.
 void parentCloses(uint32_t parent) noexcept;
+// It takes no listeners any more: circuits that were made meanwhile end too. Inside a section, no lock held.
+void parentClosed(uint32_t parent) noexcept;
 
 // Ends all circuits and the thread; the registry takes no new objects by then.
 void stop() noexcept;

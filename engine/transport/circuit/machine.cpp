@@ -117,9 +117,10 @@ void Machine::endTalking(State state, const char* reason, Output& out) {
     out.undelivered = unacknowledged_.size() + waiting_.size();
     if (state == State::lost && state_ != State::draining && state_ != State::closing) {
         out.lost = true;
-        reason_ = reason;
+        out.reason = reason_ = reason;
         state_ = State::lost;
     } else {
+        out.done = true;
         state_ = State::done;
     }
     unacknowledged_.clear();

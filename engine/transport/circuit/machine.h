@@ -21,6 +21,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "message/delivery.h"
@@ -42,19 +43,26 @@ struct Outgoing {
     std::string to;  // empty: the peer
 };
 
-struct Output {
-    std::vector<Outgoing> frames;
+// What a step has for the program and for whoever keeps the machine.
+struct News {
     std::vector<message::ContentRef> deliveries;  // in order
     bool connected = false;                       // the circuit came up
     bool lost = false;                            // it will not come up any more
+    bool done = false;                            // nothing remains to be done: the machine may go
     uint64_t undelivered = 0;                     // at the end: messages that the peer has not acknowledged
+    const char* reason = "";                      // when lost: why; static text
+};
+
+struct Output : News {
+    using Rest = News;
+
+    std::vector<Outgoing> frames;
 
     void clear() noexcept {
         frames.clear();
-        deliveries.clear();
-        connected = lost = false;
-        undelivered = 0;
+        static_cast<News&>(*this) = {};
     }
+    Rest takeRest() noexcept { return std::exchange(static_cast<News&>(*this), {}); }
 };
 
 class Machine {

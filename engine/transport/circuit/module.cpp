@@ -8,7 +8,7 @@
 namespace quorl::transport::circuit {
 namespace {
 
-constinit ClosingWatch watch{parentCloses, nullptr};
+constinit ClosingWatch watch{parentCloses, parentClosed, nullptr};
 
 quorl_status start() noexcept {
     watchClosing(watch);
