@@ -72,8 +72,12 @@ struct CloseFile {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 
+quorl_status noMemory() noexcept {
+    return fail(QUORL_NO_MEMORY, "no memory for the parameters");
+}
+
 quorl_status tooLarge(const char* path) noexcept {
-    return fail(QUORL_INVALID_FILE, "%s: larger than %zu bytes, which no file of parameters is", path, largestFile);
+    return fail(QUORL_INVALID_FILE, "%s: a parameter file has at most %zu bytes", path, largestFile);
 }
 
 // Opens a regular file. Others may never be at their end, nor even open: a named pipe waits for a writer.
@@ -87,10 +91,10 @@ quorl_status openFile(const char* path, std::unique_ptr<std::FILE, CloseFile>* f
         return fail(error == ENOENT || error == ENOTDIR ? QUORL_FILE_NOT_FOUND : QUORL_IO_FAILED, "%s: %s", path,
                     strerrordesc_np(error));
     }
-    // A directory fails when it is read.
-    if (!S_ISREG(found.st_mode) && !S_ISDIR(found.st_mode))
-        return fail(QUORL_INVALID_FILE, "%s: a pipe, a device or a socket; give a regular file", path);
-    return S_ISREG(found.st_mode) && static_cast<uint64_t>(found.st_size) > largestFile ? tooLarge(path) : QUORL_OK;
+    if (!S_ISREG(found.st_mode))
+        return fail(QUORL_INVALID_FILE, "%s: %s; give a regular file", path,
+                    S_ISDIR(found.st_mode) ? "a directory" : "a pipe, a device or a socket");
+    return static_cast<uint64_t>(found.st_size) > largestFile ? tooLarge(path) : QUORL_OK;
 }
 
 }  // namespace
@@ -129,7 +133,7 @@ double Parameters::of(const SecondsParameter& parameter) const noexcept {
     return *std::get_if<double>(&valueOf(parameter));
 }
 
-Parameters::Outcome Parameters::apply(std::string_view name, std::string_view value) {
+Parameters::Outcome Parameters::apply(std::string_view name, std::string_view value, bool checked) {
     const auto found =
         std::find_if(known_.begin(), known_.end(), [&](const Parameter* one) { return one->name == name; });
     if (found == known_.end()) return Outcome::unknownName;
@@ -140,6 +144,10 @@ Parameters::Outcome Parameters::apply(std::string_view name, std::string_view va
     double seconds;
     switch (parameter.type) {
         case Parameter::Type::text:
+            if (parameter.check != nullptr && !checked && !value.empty()) {
+                if (const quorl_status status = parameter.check(value); status != QUORL_OK)
+                    return status == QUORL_NO_MEMORY ? Outcome::noMemory : Outcome::refused;
+            }
             if (!parameter.valid(value)) return Outcome::badValue;
             to = std::string(value);
             break;
@@ -169,22 +177,26 @@ quorl_status ParameterSet::set(const std::vector<std::string_view>& settings) no
                 case Parameters::Outcome::unknownName:
                     return fail(QUORL_INVALID_ARG, "there is no parameter \"%.*s\"", cut(name), shown(name).data());
                 case Parameters::Outcome::badValue:
-                    return fail(QUORL_INVALID_ARG, "\"%.*s\" is no value of %.*s", cut(value), shown(value).data(),
-                                cut(name), shown(name).data());
+                    return fail(QUORL_INVALID_ARG, "\"%.*s\" is not a valid value of %.*s", cut(value),
+                                shown(value).data(), cut(name), shown(name).data());
+                case Parameters::Outcome::refused:
+                    return failWithin(QUORL_INVALID_ARG, "parameter %.*s", cut(name), shown(name).data());
+                case Parameters::Outcome::noMemory:
+                    return noMemory();
                 case Parameters::Outcome::taken:
                     break;
             }
             std::erase_if(taken, [&](const Setting& old) { return old.name == name; });
             // Set to its default is as good as never set: a file may say otherwise.
             Parameters alone(known_);
-            alone.apply(name, value);
+            alone.apply(name, value, true);
             if (!(alone == Parameters(known_))) taken.push_back({std::string(name), std::string(value), false});
         }
         values_ = std::move(values);
         settings_ = std::move(taken);
         return QUORL_OK;
     } catch (const std::bad_alloc&) {
-        return fail(QUORL_NO_MEMORY, "no memory for the parameters");
+        return noMemory();
     }
 }
 
@@ -203,7 +215,7 @@ quorl_status ParameterSet::read(const char* path, bool onlyCompare) noexcept {
                 return fail(QUORL_INVALID_FILE, "%s line %u: longer than %zu bytes", path, number, longestLine);
             std::string_view text(line);
             if (text.find('\0') != std::string_view::npos)
-                return fail(QUORL_INVALID_FILE, "%s line %u: a zero byte, which no text has", path, number);
+                return fail(QUORL_INVALID_FILE, "%s line %u: contains a zero byte", path, number);
             text = trimmed(text.substr(0, text.find('#')));
             if (text.empty()) continue;
             std::string_view name;
@@ -217,16 +229,20 @@ quorl_status ParameterSet::read(const char* path, bool onlyCompare) noexcept {
                     return fail(QUORL_INVALID_FILE, "%s line %u: there is no parameter \"%.*s\"", path, number,
                                 cut(name), shown(name).data());
                 case Parameters::Outcome::badValue:
-                    return fail(QUORL_INVALID_FILE, "%s line %u: \"%.*s\" is no value of %.*s", path, number,
+                    return fail(QUORL_INVALID_FILE, "%s line %u: \"%.*s\" is not a valid value of %.*s", path, number,
                                 cut(value), shown(value).data(), cut(name), shown(name).data());
+                case Parameters::Outcome::refused:
+                    return failWithin(QUORL_INVALID_FILE, "%s line %u", path, number);
+                case Parameters::Outcome::noMemory:
+                    return noMemory();
                 case Parameters::Outcome::taken:
                     break;
             }
             const bool setBefore =
                 std::any_of(settings_.begin(), settings_.end(), [&](const Setting& old) { return old.name == name; });
             if ((onlyCompare || setBefore) && !(with == values))
-                return fail(QUORL_ARG_CONFLICT, "%s line %u: %.*s has another value already", path, number, cut(name),
-                            shown(name).data());
+                return fail(QUORL_ARG_CONFLICT, "%s line %u: %.*s is already set to another value", path, number,
+                            cut(name), shown(name).data());
             if (onlyCompare || setBefore) continue;
             values = std::move(with);
             std::erase_if(taken, [&](const Setting& old) { return old.name == name; });
@@ -240,7 +256,7 @@ quorl_status ParameterSet::read(const char* path, bool onlyCompare) noexcept {
         settings_ = std::move(taken);
         return QUORL_OK;
     } catch (const std::bad_alloc&) {
-        return fail(QUORL_NO_MEMORY, "no memory for the parameters of %s", path);
+        return noMemory();
     }
 }
 
@@ -248,7 +264,7 @@ void ParameterSet::forgetFiles() noexcept {
     std::erase_if(settings_, [](const Setting& setting) { return setting.fromFile; });
     try {
         Parameters values(known_);
-        for (const Setting& setting : settings_) values.apply(setting.name, setting.value);
+        for (const Setting& setting : settings_) values.apply(setting.name, setting.value, true);
         values_ = std::move(values);
     } catch (const std::bad_alloc&) {
         // The values stay as they are; the settings that are left agree with them.

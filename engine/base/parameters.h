@@ -22,19 +22,23 @@ struct Parameter {
     double least;
     double most;
     bool (*valid)(std::string_view value) noexcept;  // of texts
+    // Of texts, beside that: says what is wrong with a value, which is not empty, by its status and the detail text. Null:
+    // nothing can be.
+    quorl_status (*check)(std::string_view value) noexcept;
 };
 
 struct TextParameter : Parameter {
-    constexpr TextParameter(const char* its, bool (*isValid)(std::string_view value) noexcept)
-        : Parameter{its, Type::text, 0, 0, 0, isValid} {}
+    constexpr TextParameter(const char* its, bool (*isValid)(std::string_view value) noexcept,
+                            quorl_status (*checks)(std::string_view value) noexcept = nullptr)
+        : Parameter{its, Type::text, 0, 0, 0, isValid, checks} {}
 };
 struct NumberParameter : Parameter {
     constexpr NumberParameter(const char* its, uint32_t first, uint32_t highest = UINT32_MAX)
-        : Parameter{its, Type::number, static_cast<double>(first), 0, static_cast<double>(highest), nullptr} {}
+        : Parameter{its, Type::number, static_cast<double>(first), 0, static_cast<double>(highest), nullptr, nullptr} {}
 };
 struct SecondsParameter : Parameter {
     constexpr SecondsParameter(const char* its, double first, double lowest, double highest)
-        : Parameter{its, Type::seconds, first, lowest, highest, nullptr} {}
+        : Parameter{its, Type::seconds, first, lowest, highest, nullptr, nullptr} {}
 };
 
 // The values of all parameters that are known.
@@ -50,9 +54,15 @@ class Parameters {
     uint32_t of(const NumberParameter& parameter) const noexcept;
     double of(const SecondsParameter& parameter) const noexcept;
 
-    enum class Outcome { taken, unknownName, badValue };
-    // Throws std::bad_alloc.
-    Outcome apply(std::string_view name, std::string_view value);
+    enum class Outcome {
+        taken,
+        unknownName,
+        badValue,
+        refused,  // the detail text says why
+        noMemory,
+    };
+    // Throws std::bad_alloc. checked: the value was taken before.
+    Outcome apply(std::string_view name, std::string_view value, bool checked = false);
 
     bool operator==(const Parameters& other) const noexcept { return values_ == other.values_; }
 

@@ -75,7 +75,26 @@ TEST(Parameters, refusals_do_not_repeat_credentials) {
     }
     ParameterSet set(known);
     EXPECT_EQ(set.set({"queue.limit=many"}), QUORL_INVALID_ARG);
-    EXPECT_STREQ(lastErrorText(), "\"many\" is no value of queue.limit");
+    EXPECT_STREQ(lastErrorText(), "\"many\" is not a valid value of queue.limit");
+}
+
+TEST(Parameters, a_text_may_be_checked_by_who_reads_it) {
+    static constexpr TextParameter checked{
+        "checked", [](std::string_view) noexcept { return true; },
+        [](std::string_view value) noexcept {
+            return value == "good" ? QUORL_OK : fail(QUORL_DAEMON_NOT_FOUND, "\"%.*s\" is bad", 3, value.data());
+        }};
+    static constexpr const Parameter* both[] = {&limitParameter, &checked};
+    ParameterSet set(both);
+    EXPECT_EQ(set.set({"checked=good"}), QUORL_OK);
+    EXPECT_EQ(set.set({"queue.limit=3", "checked=evil"}), QUORL_INVALID_ARG);
+    EXPECT_STREQ(lastErrorText(), "parameter checked: \"evi\" is bad");
+    EXPECT_EQ(set.values().of(checked), "good");
+    EXPECT_EQ(set.values().of(limitParameter), 0u);
+    EXPECT_EQ(set.set({"checked="}), QUORL_OK) << "nothing is there to check";
+    EXPECT_EQ(read(set, "\nchecked=evil"), QUORL_INVALID_FILE);
+    EXPECT_NE(std::string(lastErrorText()).find(" line 2: \"evi\" is bad"), std::string::npos) << lastErrorText();
+    EXPECT_EQ(set.values().of(checked), "");
 }
 
 TEST(Parameters, a_value_is_within_its_bounds_or_the_setting_is_refused) {

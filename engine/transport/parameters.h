@@ -20,7 +20,10 @@ constexpr bool validDaemon(std::string_view text) noexcept {
     return text.size() <= 1023 && printable(text);
 }
 
-inline constexpr TextParameter daemon{"daemon", validDaemon};
+// By its scheme's backend; backends.cpp.
+quorl_status checkDaemon(std::string_view address) noexcept;
+
+inline constexpr TextParameter daemon{"daemon", validDaemon, checkDaemon};
 inline constexpr TextParameter service{"service", validBusName};
 inline constexpr TextParameter network{"network", validBusName};
 

@@ -393,8 +393,9 @@ TEST_F(Environment, filesDoNotContradictWhatWasSet) {
 TEST_F(Environment, errorsInFilesNameTheLine) {
     EXPECT_EQ(quorl_OpenEx(nullptr), QUORL_INVALID_ARG);
     EXPECT_EQ(quorl_OpenEx("/nonexistent/quorl.conf"), QUORL_FILE_NOT_FOUND);
-    EXPECT_EQ(quorl_OpenEx("/"), QUORL_IO_FAILED);
     // What is no regular file is refused, and not waited for.
+    EXPECT_EQ(quorl_OpenEx("/"), QUORL_INVALID_FILE);
+    EXPECT_STREQ(quorl_LastErrorText(), "/: a directory; give a regular file");
     EXPECT_EQ(quorl_OpenEx("/dev/zero"), QUORL_INVALID_FILE);
     char folder[] = "/tmp/quorl-pipe.XXXXXX";
     ASSERT_NE(mkdtemp(folder), nullptr);
@@ -417,6 +418,27 @@ TEST_F(Environment, errorsInFilesNameTheLine) {
     const File longLine("#" + std::string(10000, 'x') + "\n");
     EXPECT_EQ(quorl_OpenEx(longLine.path()), QUORL_INVALID_FILE);
     EXPECT_EQ(quorl_Close(), QUORL_NOT_INITIALIZED);
+}
+
+TEST_F(Environment, aDaemonsAddressIsCheckedWhenItIsSet) {
+    for (const char* bad :
+         {"a b", "http://a", "embedded://a", "a:0", "nats://", "[::1", "a,", "nats://user:secret@a"}) {
+        EXPECT_EQ(setParameter(("daemon=" + std::string(bad)).c_str()), QUORL_INVALID_ARG) << bad;
+        const std::string words = quorl_LastErrorText();
+        EXPECT_NE(words.find("parameter daemon: "), std::string::npos) << words;
+        EXPECT_EQ(words.find("secret"), std::string::npos) << words;
+        // The words of whoever reads the address of a transport.
+        ASSERT_EQ(quorl_Open(), QUORL_OK);
+        quorlTransport transport = 0;
+        EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, bad), QUORL_DAEMON_NOT_FOUND);
+        EXPECT_EQ(words, std::string("parameter daemon: ") + quorl_LastErrorText());
+        EXPECT_EQ(quorl_IsIPM(), QUORL_TRUE) << "nothing was set";
+        EXPECT_EQ(quorl_Close(), QUORL_OK);
+        const File file("daemon=" + std::string(bad));
+        EXPECT_EQ(quorl_OpenEx(file.path()), QUORL_INVALID_FILE) << bad;
+        EXPECT_NE(std::string(quorl_LastErrorText()).find("line 1: "), std::string::npos) << quorl_LastErrorText();
+    }
+    EXPECT_EQ(setParameter("daemon=tls://a,[::1]:4223"), QUORL_OK) << quorl_LastErrorText();
 }
 
 TEST_F(Environment, hasAVersionAndTexts) {

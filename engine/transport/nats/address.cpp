@@ -116,4 +116,9 @@ quorl_status parseAddress(std::string_view text, std::vector<Server>* servers) n
     }
 }
 
+quorl_status checkAddress(std::string_view text) noexcept {
+    std::vector<Server> servers;
+    return parseAddress(text, &servers);
+}
+
 }  // namespace quorl::transport::nats

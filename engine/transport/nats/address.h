@@ -29,4 +29,7 @@ struct Server {
 // the one before it, the first one "nats". QUORL_DAEMON_NOT_FOUND with the reason as detail; QUORL_NO_MEMORY.
 quorl_status parseAddress(std::string_view text, std::vector<Server>* servers) noexcept;
 
+// The same without the servers.
+quorl_status checkAddress(std::string_view text) noexcept;
+
 }  // namespace quorl::transport::nats
