@@ -5,6 +5,7 @@
 
 #include "base/mutex.h"
 #include "base/reclaimer.h"
+#include "base/status.h"
 
 namespace quorl::registry {
 
@@ -89,6 +90,15 @@ uint32_t reserve() noexcept {
     }
     ++usedCount;
     return slotOf(index)->generation << slotBits | index;
+}
+
+quorl_status noId(const char* kind) noexcept {
+    {
+        Lock lock(guard);
+        if (everUsed != slotMask) return fail(QUORL_NO_MEMORY, "no memory for the id of a %s", kind);
+    }
+    return fail(QUORL_NO_MEMORY, "no id is free for a %s: %u queues, groups, events and transports exist; destroy some",
+                kind, slotMask - defaultQueueSlot);
 }
 
 uint32_t reserveFirst() noexcept {

@@ -114,6 +114,8 @@ bool accepting() noexcept;
 
 // Takes a slot for an object to be; the id is the object's from now on. 0 when there is none left or no memory.
 uint32_t reserve() noexcept;
+// Says why there was none for such an object. QUORL_NO_MEMORY.
+quorl_status noId(const char* kind) noexcept;
 // The same for the default queue, which always has the first id.
 uint32_t reserveFirst() noexcept;
 // Gives a reserved id back that was never published.

@@ -27,10 +27,11 @@ void unlinkGroup(Queue& queue, Group& group) noexcept {
 quorl_status createGroup(uint32_t* id) noexcept {
     if (!environment::isOpen()) return environment::requireOpen();
     auto* group = new (std::nothrow) Group;
-    const uint32_t reserved = group == nullptr ? 0 : registry::reserve();
+    if (group == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a queue group");
+    const uint32_t reserved = registry::reserve();
     if (reserved == 0) {
         delete group;
-        return fail(QUORL_NO_MEMORY, "no memory for a queue group");
+        return registry::noId("queue group");
     }
     group->destroy = destroyRecord;
     if (!registry::publish(*group, reserved, QUORL_OBJECT_QUEUE_GROUP)) {

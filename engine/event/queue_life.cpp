@@ -23,7 +23,7 @@ void destroyRecord(Record* record) noexcept {
 }
 
 quorl_status create(uint32_t reserved, uint32_t* id) noexcept {
-    if (reserved == 0) return fail(QUORL_NO_MEMORY, "no id left for a queue");
+    if (reserved == 0) return registry::noId("queue");
     auto* queue = new (std::nothrow) Queue;
     if (queue == nullptr || !queue->ring.prepare()) {
         delete queue;

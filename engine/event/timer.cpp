@@ -260,7 +260,7 @@ quorl_status createTimer(uint32_t* id, uint32_t queueId, quorlEventCallback call
     const uint32_t reserved = registry::reserve();
     if (reserved == 0) {
         delete timer;
-        return fail(QUORL_NO_MEMORY, "no id left for a timer");
+        return registry::noId("timer");
     }
     registry::addChild(*queue);
     {

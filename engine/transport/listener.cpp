@@ -75,19 +75,16 @@ quorl_status checkSubject(const Transport& transport, const char* text) noexcept
 }  // namespace
 
 quorl_status feed(Listener& listener) noexcept {
-    const auto [carrier, here] = local::sourcesOf(listener.subject);
-    if (here) {
-        if (const quorl_status status = local::listen(listener); status != QUORL_OK) return status;
-    }
-    const quorl_status status = carrier ? listener.transport->carrier->listen(listener) : QUORL_OK;
-    if (status != QUORL_OK && here) local::unlisten(listener);
-    return status;
+    return local::hearsThisProcessAlone(listener.subject) ? local::listen(listener)
+                                                          : listener.transport->carrier->listen(listener);
 }
 
 void starve(Listener& listener) noexcept {
-    const auto [carrier, here] = local::sourcesOf(listener.subject);
-    if (carrier) listener.transport->carrier->unlisten(listener);
-    if (here) local::unlisten(listener);
+    if (local::hearsThisProcessAlone(listener.subject)) {
+        local::unlisten(listener);
+    } else {
+        listener.transport->carrier->unlisten(listener);
+    }
 }
 
 quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexcept {
@@ -133,7 +130,7 @@ quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexce
     const uint32_t reserved = registry::reserve();
     if (reserved == 0) {
         destroyRecord(listener);
-        return fail(QUORL_NO_MEMORY, "no id left for a listener");
+        return registry::noId("listener");
     }
     // Published first: what comes to a listener whose id names nothing yet would be lost.
     if (!registry::publish(*listener, reserved, QUORL_OBJECT_EVENT)) {

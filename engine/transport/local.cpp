@@ -55,10 +55,9 @@ quorl_status checkReply(std::string_view replySubject) noexcept {
                 static_cast<int>(replySubject.size()), replySubject.data());
 }
 
-Sources sourcesOf(std::string_view pattern) noexcept {
+bool hearsThisProcessAlone(std::string_view pattern) noexcept {
     const std::string_view element = secondElement(pattern);
-    if (keptHere(element)) return {false, true};
-    return {true, element == "*" || element == ">"};
+    return keptHere(element) || element == "*" || element == ">";
 }
 
 quorl_status listen(Listener& listener) noexcept {

@@ -15,12 +15,9 @@ bool staysHere(std::string_view subject) noexcept;
 // Whether what leaves the process may ask for replies there. QUORL_INVALID_SUBJECT.
 quorl_status checkReply(std::string_view replySubject) noexcept;
 
-// From where messages on subjects of a pattern can come.
-struct Sources {
-    bool carrier;
-    bool local;
-};
-Sources sourcesOf(std::string_view pattern) noexcept;
+// Whether a listener to the pattern hears such messages and no others, so that no carrier has to know of it. A wildcard
+// stands for their second element alone: what the system sends for its protocols is heard by whoever names it.
+bool hearsThisProcessAlone(std::string_view pattern) noexcept;
 
 // Starts and stops feeding a listener of such a pattern, whichever transport it belongs to. QUORL_NO_MEMORY.
 quorl_status listen(Listener& listener) noexcept;

@@ -65,17 +65,16 @@ quorl_status createTransport(uint32_t* id, const char* service, const char* netw
 }
 
 quorl_status publishTransport(uint32_t* id, std::unique_ptr<Carrier> carrier) noexcept {
-    uint32_t reserved = 0;
     std::unique_ptr<Transport> transport;
     try {
         transport = std::make_unique<Transport>();
         if (!makeInboxPrefix(transport->inboxPrefix)) return fail(QUORL_OS_ERROR, "the system gives no random numbers");
         transport->carrier = std::move(carrier);
-        reserved = registry::reserve();
     } catch (const std::bad_alloc&) {
-        reserved = 0;
+        return fail(QUORL_NO_MEMORY, "no memory for a transport");
     }
-    if (reserved == 0) return fail(QUORL_NO_MEMORY, "no memory for a transport");
+    const uint32_t reserved = registry::reserve();
+    if (reserved == 0) return registry::noId("transport");
     transport->destroy = destroyRecord;
     if (!registry::publish(*transport, reserved, QUORL_OBJECT_TRANSPORT)) {
         registry::abandon(reserved);

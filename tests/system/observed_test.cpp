@@ -170,11 +170,14 @@ TEST_F(Observed, eachDistinctSubjectIsOneSubscription) {
     EXPECT_EQ(quorlEvent_DestroyEx(events[0], nullptr), QUORL_OK);
     EXPECT_TRUE(becomes([&] { return server.subscriptions() == std::vector<std::string>{all[0], all[1], bus + "z"}; }));
     // The inboxes of a transport are one subscription, however many requests there are; advisories are none.
-    listen(QUORL_DEFAULT_QUEUE, second, "_QUORL.>", onNumber, nullptr);
+    for (const char* advisories : {"_QUORL.>", "_QUORL.*", "_QUORL.*.daemon.>", "_QUORL.WARN.>"})
+        listen(QUORL_DEFAULT_QUEUE, second, advisories, onNumber, nullptr);
     for (int i = 0; i < 20; ++i) settleOn(second);
     const std::vector<std::string> now = server.subscriptions();
     EXPECT_EQ(std::count_if(now.begin(), now.end(), [](const auto& one) { return one.find("._INBOX.") != one.npos; }),
               1);
+    EXPECT_EQ(std::count_if(now.begin(), now.end(), [](const auto& one) { return one.find("._QUORL.") != one.npos; }),
+              0);
 }
 
 TEST_F(Observed, subjectsAreEscapedAsTheyMustBe) {
