@@ -21,11 +21,13 @@ quorl_status set(quorlMsg message, const char* subject, bool reply) noexcept {
             return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is not a valid subject", static_cast<int>(text.size()),
                         subject);
         case subject::Form::pattern:
-            return fail(QUORL_INVALID_SUBJECT,
-                        "\"%s\" has wildcards, and nothing can be sent to it; listen to it instead", subject);
+            return fail(QUORL_INVALID_SUBJECT, "\"%s\" has wildcards: listen to it; send to a subject without",
+                        subject);
         case subject::Form::plain:
             break;
     }
+    if (subject::isReserved(text))
+        return fail(QUORL_INVALID_SUBJECT, "\"%s\" is reserved: begin subjects of your own without \"_\"", subject);
     return setSubject(*slot, text, reply);
 }
 

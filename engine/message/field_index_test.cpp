@@ -191,6 +191,41 @@ TEST(Lookup, NamesOfTheLongestSizeAndNoLonger) {
     EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_RemoveFieldEx(message, (longest + 'x').c_str(), 0));
 }
 
+// No field can have such a name: to ask for one is a mistake, and not a search that fails.
+TEST(Lookup, ANameThatIsNotUtf8IsRefusedByEveryFunction) {
+    for (const int fields : {0, 3, 200}) {
+        Owned message;
+        for (int i = 0; i < fields; ++i)
+            ASSERT_EQ(QUORL_OK, quorlMsg_AddI32Ex(message, std::to_string(i).c_str(), i, 7 + i));
+        for (const char* bad : {"\xff", "n\xe9", "\xc0\x80", "\xed\xa0\x80", "a long name that ends in \xf0\x9f\x98"}) {
+            for (const quorl_u16 id : {quorl_u16{0}, quorl_u16{8}, quorl_u16{60000}}) {
+                quorl_i32 number = 0;
+                const char* text = nullptr;
+                const quorl_i32* array = nullptr;
+                quorl_u32 count = 0;
+                quorl_u64 place = 0;
+                quorlMsgField field{};
+                EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_GetI32Ex(message, bad, &number, id)) << bad;
+                EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_GetStringEx(message, bad, &text, id)) << bad;
+                EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_GetI32ArrayEx(message, bad, &array, &count, id)) << bad;
+                EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_GetFieldEx(message, bad, &field, id)) << bad;
+                EXPECT_EQ(QUORL_INVALID_NAME, _quorlMsg_GetFieldIndexAndType(message, bad, &place, id)) << bad;
+                EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_RemoveFieldEx(message, bad, id)) << bad;
+                EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_AddI32Ex(message, bad, 1, id)) << bad;
+                EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_UpdateI32Ex(message, bad, 1, id)) << bad;
+                field = {bad, sizeof number, 1, {}, id, QUORLMSG_I32};
+                EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_AddField(message, &field)) << bad;
+                EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_UpdateField(message, &field)) << bad;
+            }
+            quorlMsgField field;
+            quorl_u64 place = 0;
+            EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_GetFieldInstance(message, bad, &field, 1)) << bad;
+            EXPECT_EQ(QUORL_INVALID_NAME, _quorlMsg_GetFieldInstanceIndexAndType(message, bad, 1, &place)) << bad;
+            EXPECT_EQ(QUORL_INVALID_NAME, quorlMsg_RemoveFieldInstance(message, bad, 1)) << bad;
+        }
+    }
+}
+
 TEST(Lookup, GoesOnWithoutMemoryForAnIndex) {
     Owned message;
     for (int i = 0; i < 50; ++i) quorlMsg_AddI32Ex(message, std::to_string(i).c_str(), i, 0);

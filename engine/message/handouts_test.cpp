@@ -303,8 +303,9 @@ TEST(Subjects, AreCheckedAndTakenAway) {
     EXPECT_EQ(QUORL_NOT_FOUND, quorlMsg_GetReplySubject(message, &subject));
     EXPECT_STREQ("unset", subject);
     const std::string longest(QUORL_SUBJECT_MAX, 's');
-    for (const std::string& good : {std::string("a"), std::string("a.b.c"), longest, std::string(63, 'x'),
-                                    std::string(64, 'y'), std::string("_INBOX.1"), std::string("a.b-c.d")}) {
+    for (const std::string& good :
+         {std::string("a"), std::string("a.b.c"), longest, std::string(63, 'x'), std::string(64, 'y'),
+          std::string("_INBOX.1"), std::string("_QUORL.OTHER.x"), std::string("a._b"), std::string("a.b-c.d")}) {
         ASSERT_EQ(QUORL_OK, quorlMsg_SetSendSubject(message, good.c_str()));
         ASSERT_EQ(QUORL_OK, quorlMsg_SetReplySubject(message, good.c_str()));
         ASSERT_EQ(QUORL_OK, quorlMsg_GetSendSubject(message, &subject));
@@ -312,8 +313,12 @@ TEST(Subjects, AreCheckedAndTakenAway) {
         ASSERT_EQ(QUORL_OK, quorlMsg_GetReplySubject(message, &subject));
         EXPECT_EQ(good, subject);
     }
-    for (const std::string& bad : {std::string(), std::string("."), std::string("a."), std::string("a..b"),
-                                   longest + "s", std::string("\xff"), std::string("a.*.b"), std::string("a.>")}) {
+    for (const std::string& bad :
+         {std::string(), std::string("."), std::string("a."), std::string("a..b"), longest + "s", std::string("\xff"),
+          std::string("a.*.b"), std::string("a.>"), std::string("plant.a*b"),
+          // What a send refuses is refused here.
+          std::string("_x.y"), std::string("_"), std::string("_QUORL"), std::string("_INBOX"),
+          std::string("_inbox.a")}) {
         EXPECT_EQ(QUORL_INVALID_SUBJECT, quorlMsg_SetSendSubject(message, bad.c_str())) << bad;
         EXPECT_EQ(QUORL_INVALID_SUBJECT, quorlMsg_SetReplySubject(message, bad.c_str())) << bad;
     }

@@ -46,7 +46,7 @@ inline quorl_status open(quorlMsg message, Slot** slot, Content** content) noexc
     return *content != nullptr ? QUORL_OK : fail(QUORL_NO_MEMORY, "no memory to read a message inside a message");
 }
 
-// Checks a name given by a caller who looks for a field.
+// Checks a name given by a caller who looks for a field. That it is UTF-8 is checked when none was found, see below.
 inline quorl_status readName(const char* text, Name* name) noexcept {
     if (text == nullptr) return QUORL_OK;
     const size_t length = strnlen(text, QUORL_FIELD_NAME_MAX + 1);
@@ -57,15 +57,20 @@ inline quorl_status readName(const char* text, Name* name) noexcept {
     return QUORL_OK;
 }
 
-// The same for one who may add a field: names in messages are UTF-8.
-inline quorl_status readNewName(const char* text, Name* name) noexcept {
-    const quorl_status status = readName(text, name);
-    if (status != QUORL_OK || text == nullptr) return status;
-    const size_t at = utf8::findInvalid({text, name->length});
+// Names in messages are UTF-8. text: null for none.
+inline quorl_status checkEncoding(const char* text, size_t length) noexcept {
+    if (text == nullptr) return QUORL_OK;
+    const size_t at = utf8::findInvalid({text, length});
     if (at == std::string_view::npos) [[likely]]
         return QUORL_OK;
-    return fail(QUORL_INVALID_NAME, "the name is not UTF-8 from its byte %zu, 0x%02x, on", at,
+    return fail(QUORL_INVALID_NAME, "the name is not UTF-8: byte %zu, 0x%02x, begins no character", at,
                 static_cast<unsigned char>(text[at]));
+}
+
+// Checks a name given by a caller who may add a field.
+inline quorl_status readNewName(const char* text, Name* name) noexcept {
+    const quorl_status status = readName(text, name);
+    return status == QUORL_OK ? checkEncoding(text, name->length) : status;
 }
 
 // The index of the field that name and id ask for: QUORL_OK, QUORL_NOT_FOUND (without a detail text),

@@ -20,7 +20,12 @@ Found at(Slot* slot, const Content& content, uint32_t index) noexcept {
     uint32_t index;
     *status = locate(*content, checked, id, &index);
     if (*status == QUORL_OK) return at(slot, *content, index);
-    if (*status == QUORL_NOT_FOUND) *status = missing(name, id);
+    // No field has such a name: whoever asks for one learns that it is none.
+    if (const quorl_status invalid = checkEncoding(name, checked.length); invalid != QUORL_OK) {
+        *status = invalid;
+    } else if (*status == QUORL_NOT_FOUND) {
+        *status = missing(name, id);
+    }
     return {};
 }
 
@@ -59,7 +64,9 @@ Found seekInstance(quorlMsg message, const char* name, uint32_t instance, quorl_
     }
     const uint32_t index = findInstance(*content, checked, instance);
     if (index != notFound) return at(slot, *content, index);
-    *status = fail(QUORL_NOT_FOUND, "no instance %u of the name \"%s\"", instance, name != nullptr ? name : "");
+    *status = checkEncoding(name, checked.length);
+    if (*status == QUORL_OK)
+        *status = fail(QUORL_NOT_FOUND, "no instance %u of the name \"%s\"", instance, name != nullptr ? name : "");
     return {};
 }
 

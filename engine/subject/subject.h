@@ -35,6 +35,11 @@ inline bool isInbox(std::string_view subject) noexcept {
     return subject.starts_with("_INBOX.");
 }
 
+// Whether the subject is the system's and nothing that a program may send to: neither an inbox nor below "_QUORL.".
+inline bool isReserved(std::string_view subject) noexcept {
+    return isSystem(subject) && !isInbox(subject) && !subject.starts_with("_QUORL.");
+}
+
 // Whether pattern, valid for listening, matches subject, valid for sending. Element by element, for one pair: the
 // definition that Trie is tested against. Whoever has many patterns uses a Trie.
 bool matches(std::string_view pattern, std::string_view subject) noexcept;

@@ -129,8 +129,8 @@ void Router::remove(Request& request) noexcept {
 
 quorl_status Router::check(std::string_view subject) noexcept {
     if (!subject::validForSending(subject)) return refuseSubject(subject, "is malformed or has wildcards");
-    if (subject::isSystem(subject) && !subject::isInbox(subject) && !subject.starts_with("_QUORL."))
-        return refuseSubject(subject, "is not one of the system's subjects");
+    if (subject::isReserved(subject))
+        return refuseSubject(subject, "is reserved: begin subjects of your own without \"_\"");
     return QUORL_OK;
 }
 

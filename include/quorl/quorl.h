@@ -76,7 +76,8 @@ typedef quorl_u32 quorl_ipaddr32; /* an IPv4 address in network byte order */
 typedef QUORL_ENUM(quorl_bool){QUORL_FALSE = 0, QUORL_TRUE = 1} quorl_bool;
 
 /* Object ids: 0 means none. Beside the default queue at most 4,194,302 queues, groups, events and transports exist at once
- * in a process; one more is QUORL_NO_MEMORY. */
+ * in a process; one more is QUORL_NO_MEMORY. The id of a destroyed object is free again shortly after its completion is
+ * called or would be: when its callbacks in progress have returned and references to it are given back. */
 typedef quorl_u32 quorlQueue;
 typedef quorl_u32 quorlQueueGroup;
 typedef quorl_u32 quorlEvent;
@@ -183,7 +184,7 @@ QUORL_API quorl_status quorl_Open(void);
  * opens as quorl_Open does. pathname: not null; an empty path means no file. When the library is open already, or a
  * parameter was set before, the file must not say otherwise.
  * QUORL_FILE_NOT_FOUND, QUORL_IO_FAILED, QUORL_INVALID_FILE (a line that is no parameter, which the detail
- * names; not a regular file, such as a pipe, or larger than 1 MiB),
+ * names, also one of more than 4,094 bytes; not a regular file, such as a folder or a pipe; larger than 1 MiB),
  * QUORL_ARG_CONFLICT (a line that says otherwise); on failure the open count is unchanged. */
 QUORL_API quorl_status quorl_OpenEx(const char* pathname);
 
@@ -201,7 +202,8 @@ QUORL_API const char* quorl_Version(void);
 
 /* Sets in-process parameters, name=value strings, before the library is opened. count 0 changes nothing, at any time.
  * All of them are checked before any is set. Names: docs/reference/parameters.md.
- * QUORL_NOT_PERMITTED: the library is open; QUORL_INVALID_ARG: unknown name, bad value, or a null entry (see the detail). */
+ * QUORL_NOT_PERMITTED: the library is open; QUORL_INVALID_ARG: unknown name, bad value (also a daemon's address that is
+ * malformed), or a null entry (see the detail). */
 QUORL_API quorl_status quorl_SetQRParameters(quorl_u32 count, const char** parameters);
 
 /* Whether the library is open with the messaging engine in this process, that is, with no default daemon. */
@@ -291,7 +293,7 @@ typedef void (*quorlEventOnComplete)(quorlEvent event, void* closure);
 /* Listens: every message that the transport carries on a matching subject becomes an event of the queue.
  * subject: 1 to QUORL_SUBJECT_MAX bytes, elements separated by '.', '*' for one element, a last '>' for one or more;
  * a subject that starts with '_' is the system's: inboxes that CreateInbox gave, and "_QUORL." for advisories and the
- * system's own traffic. closure: handed to the callback, never looked at.
+ * system's own traffic. A wildcard behind "_QUORL." stands for advisories alone. closure: handed to the callback, never looked at.
  * QUORL_INVALID_QUEUE, QUORL_INVALID_CALLBACK (null), QUORL_INVALID_TRANSPORT, QUORL_INVALID_SUBJECT (null too). */
 QUORL_API quorl_status quorlEvent_CreateListener(quorlEvent* event, quorlQueue queue, quorlEventCallback callback,
                                                  quorlTransport transport, const char* subject, const void* closure);
@@ -495,8 +497,8 @@ QUORL_API quorl_status quorlMsg_Reset(quorlMsg message);
  * has been destroyed, but for callbacks of it that still run, on their own thread. */
 QUORL_API quorl_status quorlMsg_GetClosure(quorlMsg message, void** closure);
 
-/* Subjects. A null subject takes it away; one that is malformed or has wildcards is QUORL_INVALID_SUBJECT. A getter answers
- * QUORL_NOT_FOUND when there is none. */
+/* Subjects. A null subject takes it away; one that is malformed, has wildcards, or begins with '_' and is neither an inbox
+ * nor below "_QUORL.", is QUORL_INVALID_SUBJECT. A getter answers QUORL_NOT_FOUND when there is none. */
 QUORL_API quorl_status quorlMsg_SetSendSubject(quorlMsg message, const char* subject);
 QUORL_API quorl_status quorlMsg_GetSendSubject(quorlMsg message, const char** subject);
 QUORL_API quorl_status quorlMsg_SetReplySubject(quorlMsg message, const char* subject);
@@ -518,8 +520,8 @@ QUORL_API quorl_status quorlMsg_ClearReferences(quorlMsg message);
 
 /* ---- messages: fields ------------------------------------------------------------------------------------------- */
 
-/* Names and ids of the functions below. name: null for none, or 0 to QUORL_FIELD_NAME_MAX bytes of UTF-8
- * (QUORL_INVALID_NAME). id: 0 for none. Several fields may share a name; a non-zero id belongs to one name (or to fields
+/* Names and ids of the functions below. name: null for none, or 0 to QUORL_FIELD_NAME_MAX bytes of UTF-8; any other is
+ * QUORL_INVALID_NAME, also where a field is only looked for. id: 0 for none. Several fields may share a name; a non-zero id belongs to one name (or to fields
  * without one): under another it is QUORL_ID_IN_USE, under its own it adds a further field. Lookup with a non-zero id goes
  * by id, first field, and a name given beside it must agree (QUORL_ID_CONFLICT); with id 0 it goes by name, first instance.
  * An empty name is a name. */

@@ -233,12 +233,10 @@ TEST_F(Delivery, refusesSubjectsThatNothingCanBeSentTo) {
     quorlMsg message = nullptr;
     ASSERT_EQ(quorlMsg_Create(&message), QUORL_OK);
     EXPECT_EQ(quorlTransport_Send(transport, message), QUORL_INVALID_SUBJECT);
-    for (const char* subject : {"a.*", "a.>", ">"}) {
+    for (const char* subject : {"a.*", "a.>", ">", "plant.a*b", "_other.a", "_x.y"}) {
         EXPECT_EQ(quorlMsg_SetSendSubject(message, subject), QUORL_INVALID_SUBJECT) << subject;
         EXPECT_EQ(quorlMsg_SetReplySubject(message, subject), QUORL_INVALID_SUBJECT) << subject;
     }
-    ASSERT_EQ(quorlMsg_SetSendSubject(message, "_other.a"), QUORL_OK);
-    EXPECT_EQ(quorlTransport_Send(transport, message), QUORL_INVALID_SUBJECT);
     EXPECT_EQ(quorlMsg_Destroy(message), QUORL_OK);
     EXPECT_EQ(quorlTransport_Send(transport, message), QUORL_INVALID_MSG);
 }
