@@ -11,9 +11,10 @@ constexpr bool printable(std::string_view text) noexcept {
     return std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 0x7f; });
 }
 
-// Whether text is a well-formed name of a service or network: at most 63 bytes of printable ASCII without spaces.
+// Whether text is a well-formed name of a service or network: at most 63 bytes of printable ASCII without spaces, and not
+// the address of a daemon.
 constexpr bool validBusName(std::string_view text) noexcept {
-    return text.size() <= 63 && printable(text);
+    return text.size() <= 63 && printable(text) && text.find("://") == std::string_view::npos;
 }
 
 constexpr bool validDaemon(std::string_view text) noexcept {

@@ -41,6 +41,16 @@ bool makeInboxPrefix(std::string& prefix) {
     return true;
 }
 
+// A daemon's address in the wrong place would make a bus that nobody else is on. What ends with '@' in it may be a password.
+quorl_status refuseBusName(quorl_status status, const char* kind, std::string_view name) noexcept {
+    const bool address = name.find("://") != std::string_view::npos;
+    if (const size_t secret = name.rfind('@'); secret != std::string_view::npos) name.remove_prefix(secret + 1);
+    return fail(status, "\"%.*s\" is not a valid %s name: %s", static_cast<int>(std::min<size_t>(name.size(), 80)),
+                name.data(), kind,
+                address ? "it is an address, which belongs into the parameter for the daemon"
+                        : "a name has at most 63 bytes of printable ASCII, without blanks");
+}
+
 }  // namespace
 
 quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept {
@@ -52,12 +62,8 @@ quorl_status createTransport(uint32_t* id, const char* service, const char* netw
     const std::string_view serviceName = orDefault(service, parameters::service);
     const std::string_view networkName = orDefault(network, parameters::network);
     const std::string_view daemonName = orDefault(daemon, parameters::daemon);
-    if (!parameters::validBusName(serviceName))
-        return fail(QUORL_SERVICE_NOT_FOUND, "\"%.*s\" is no name of a service",
-                    static_cast<int>(std::min<size_t>(serviceName.size(), 80)), serviceName.data());
-    if (!parameters::validBusName(networkName))
-        return fail(QUORL_NETWORK_NOT_FOUND, "\"%.*s\" is no name of a network",
-                    static_cast<int>(std::min<size_t>(networkName.size(), 80)), networkName.data());
+    if (!parameters::validBusName(serviceName)) return refuseBusName(QUORL_SERVICE_NOT_FOUND, "service", serviceName);
+    if (!parameters::validBusName(networkName)) return refuseBusName(QUORL_NETWORK_NOT_FOUND, "network", networkName);
     std::unique_ptr<Carrier> carrier;
     const quorl_status status = openCarrier({daemonName, serviceName, networkName}, &carrier);
     if (status != QUORL_OK) return status;

@@ -331,7 +331,8 @@ typedef QUORL_ENUM(quorlTransportBatchMode){
 
 /* Creates a transport. Every parameter may be null, and then takes the default of the in-process parameters.
  * daemon: null or empty: a port on the embedded bus of this process; else a daemon's address. service, network: separate
- * buses; only transports with the same pair see each other (printable ASCII without spaces, at most 63 bytes).
+ * buses; only transports with the same pair see each other (printable ASCII without spaces, at most 63 bytes; "://" is
+ * refused in them, since an address there would make a bus of its own).
  * QUORL_SERVICE_NOT_FOUND, QUORL_NETWORK_NOT_FOUND (malformed), QUORL_DAEMON_NOT_FOUND (malformed, or not reached),
  * QUORL_USERPASS_MISMATCH (the daemon refuses the credentials, or demands some). */
 QUORL_API quorl_status quorlTransport_Create(quorlTransport* transport, const char* service, const char* network,

@@ -466,6 +466,14 @@ TEST_F(TransportSettings, areChecked) {
         EXPECT_EQ(quorlTransport_Create(&other, bad, nullptr, nullptr), QUORL_SERVICE_NOT_FOUND);
         EXPECT_EQ(quorlTransport_Create(&other, nullptr, bad, nullptr), QUORL_NETWORK_NOT_FOUND);
     }
+    // A daemon's address in the place of a name would make a bus that nobody else is on.
+    for (const char* address : {"nats://127.0.0.1:4222", "tls://u:secret@h", "://"}) {
+        EXPECT_EQ(quorlTransport_Create(&other, address, nullptr, nullptr), QUORL_SERVICE_NOT_FOUND);
+        EXPECT_NE(strstr(quorl_LastErrorText(), "parameter for the daemon"), nullptr) << quorl_LastErrorText();
+        EXPECT_EQ(strstr(quorl_LastErrorText(), "secret"), nullptr) << quorl_LastErrorText();
+        EXPECT_EQ(quorlTransport_Create(&other, nullptr, address, ""), QUORL_NETWORK_NOT_FOUND);
+        EXPECT_NE(strstr(quorl_LastErrorText(), "parameter for the daemon"), nullptr) << quorl_LastErrorText();
+    }
     EXPECT_EQ(quorlTransport_Create(&other, nullptr, nullptr, "nats://127.0.0.1:1"), QUORL_DAEMON_NOT_FOUND);
     const std::string text(255, 'd');
     EXPECT_EQ(quorlTransport_SetDescription(transport, text.c_str()), QUORL_OK);

@@ -82,10 +82,10 @@ TEST_F(Refusal, servicesAndNetworks) {
     leavesNothing([&](int i) {
         const std::string& name = malformed[static_cast<size_t>(i) % malformed.size()];
         for (const char* daemon : {"", "127.0.0.1:1"}) {
-            refused(QUORL_SERVICE_NOT_FOUND, name.c_str(), nullptr, daemon, "is no name of a service");
-            refused(QUORL_NETWORK_NOT_FOUND, nullptr, name.c_str(), daemon, "is no name of a network");
+            refused(QUORL_SERVICE_NOT_FOUND, name.c_str(), nullptr, daemon, "is not a valid service name");
+            refused(QUORL_NETWORK_NOT_FOUND, nullptr, name.c_str(), daemon, "is not a valid network name");
             // The first that is wrong is the one that is told.
-            refused(QUORL_SERVICE_NOT_FOUND, name.c_str(), name.c_str(), "http://x", "is no name of a service");
+            refused(QUORL_SERVICE_NOT_FOUND, name.c_str(), name.c_str(), "http://x", "is not a valid service name");
         }
     });
     EXPECT_EQ(quorlTransport_Create(nullptr, nullptr, nullptr, nullptr), QUORL_INVALID_ARG);
