@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <set>
@@ -47,6 +48,21 @@ TEST(ParametersPage, ListsWhatTheLibraryReads) {
     for (const auto& [name, value] : fromPage()) listed.insert(name);
     EXPECT_FALSE(read.empty());
     EXPECT_EQ(listed, read);
+}
+
+// Java says which name is wrong while the library is closed and cannot be asked.
+TEST(ParametersPage, ListsWhatJavaKnows) {
+    std::ifstream source(QUORL_JAVA_PARAMETERS_SOURCE);
+    const std::string text((std::istreambuf_iterator<char>(source)), std::istreambuf_iterator<char>());
+    const size_t begin = text.find("NAMES = Set.of(");
+    ASSERT_NE(begin, std::string::npos);
+    const std::string list = text.substr(begin, text.find(");", begin) - begin);
+    const std::regex name(R"re("([a-z.]+)")re");
+    std::set<std::string> known;
+    for (std::sregex_iterator it(list.begin(), list.end(), name), end; it != end; ++it) known.insert((*it)[1]);
+    std::set<std::string> listed;
+    for (const auto& [parameter, value] : fromPage()) listed.insert(parameter);
+    EXPECT_EQ(listed, known);
 }
 
 TEST(ParametersPage, NamesAndDefaultsAreTaken) {

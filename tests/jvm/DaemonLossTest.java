@@ -94,6 +94,24 @@ class DaemonLossTest {
         }
     }
 
+    @Test
+    void theLastCloseNamesTheDaemonsOfTransportsThatAreStillOpen() throws Exception {
+        try (NatsServer server = new NatsServer("")) {
+            QuorlQrdTransport transport = new QuorlQrdTransport(server.url());
+            server.kill();
+            awaitTold(1, 0);
+            try (QuorlMsg message = new QuorlMsg("a")) {
+                transport.send(message);
+            }
+            QuorlException told = assertThrows(QuorlException.class, quorl::close);
+            assertEquals(QuorlException.DAEMON_NOT_CONNECTED, told.getStatus());
+            assertTrue(told.getDetail().contains(server.url()) && told.getDetail().matches("(?s).*\\b1 message.*"), told.getDetail());
+            assertFalse(Quorl.isOpen());
+        } finally {
+            quorl = Quorl.open();
+        }
+    }
+
     /** Sender and listener share a connection, so what it does not confirm is all that can be lost. */
     @Test
     void killedInMidStreamItLosesNoMoreThanIsTold() throws Exception {
@@ -191,7 +209,9 @@ class DaemonLossTest {
         }
         // That question was dropped when its transport closed, which the last close says.
         OpenLibrary.await(() -> count("_QUORL.WARN.daemon.dropped") == 1);
-        assertEquals(QuorlException.DAEMON_NOT_CONNECTED, assertThrows(QuorlException.class, quorl::close).getStatus());
+        QuorlException told = assertThrows(QuorlException.class, quorl::close);
+        assertEquals(QuorlException.DAEMON_NOT_CONNECTED, told.getStatus());
+        assertTrue(told.getDetail().matches("(?s).*nats://127\\.0\\.0\\.1:[0-9]+\\D.*\\b1 message.*"), told.getDetail());
         assertFalse(Quorl.isOpen());
         quorl = Quorl.open();
         quorl.close();

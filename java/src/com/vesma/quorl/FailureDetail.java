@@ -9,6 +9,10 @@ package com.vesma.quorl;
 final class FailureDetail {
     private static final String SUBJECT = "_QUORL.LASTERROR";
 
+    private static final String NOT_OPEN = "the library is not open; call Quorl.open() first, and close what it returns last";
+
+    static final String CLOSED = "the library tells more only while it is open; call Quorl.open() first";
+
     /** Set while the thread asks: a failure inside asks no more. */
     private static final ThreadLocal<Boolean> ASKING = new ThreadLocal<>();
 
@@ -16,9 +20,21 @@ final class FailureDetail {
 
     /** The detail, null for none. The status is the one that the library has just given. */
     static String of(int status) {
-        // The first two are no failures where they occur; and without the open library there is nobody to ask.
-        if (status == QuorlException.INTR || status == QuorlException.TIMEOUT || status == QuorlException.NOT_INITIALIZED
-                || ASKING.get() != null) {
+        // Only an open library answers.
+        if (status == QuorlException.NOT_INITIALIZED) {
+            return NOT_OPEN;
+        }
+        // These two are no failures where they occur.
+        if (status == QuorlException.INTR || status == QuorlException.TIMEOUT) {
+            return null;
+        }
+        String known = last();
+        return known == null && !Quorl.quorl_IsOpen() ? CLOSED : known;
+    }
+
+    /** The detail of the thread's last failure, null for none. */
+    static String last() {
+        if (ASKING.get() != null) {
             return null;
         }
         ASKING.set(Boolean.TRUE);

@@ -1,6 +1,7 @@
 package com.vesma.quorl;
 
 import java.nio.file.Path;
+import java.util.List;
 import java.util.Objects;
 import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.concurrent.locks.Condition;
@@ -57,7 +58,7 @@ public final class Quorl implements AutoCloseable {
      * @throws UnsatisfiedLinkError if the shared objects cannot be loaded
      */
     public static Quorl open() {
-        return open((byte[]) null);
+        return openWith(null);
     }
 
     /**
@@ -70,15 +71,17 @@ public final class Quorl implements AutoCloseable {
      *     {@link QuorlException#INVALID_FILE}, {@link QuorlException#NOT_PERMITTED}
      */
     public static Quorl open(Path parameters) {
-        return open(Texts.encode(parameters.toString(), "the path"));
+        return openWith(Objects.requireNonNull(parameters, "parameters"));
     }
 
-    private static Quorl open(byte[] path) {
+    private static Quorl openWith(Path parameters) {
+        byte[] path = parameters == null ? null : Texts.encode(parameters.toString(), "the path");
         Library.load();
         LOCK.lock();
         try {
             awaitClosed();
-            check(path == null ? quorl_Open() : quorl_OpenEx(path, path.length));
+            int status = path == null ? quorl_Open() : quorl_OpenEx(path, path.length);
+            check(status, quorl_IsOpen() || path == null ? null : SettingRefusal.ofFile(status, parameters));
             openCount++;
             return new Quorl();
         } finally {
@@ -102,7 +105,8 @@ public final class Quorl implements AutoCloseable {
      *
      * @throws QuorlException {@link QuorlException#DAEMON_NOT_CONNECTED} from the last close, which closes all the same:
      *     messages that daemons' transports had taken since the library was opened were dropped when they closed, or may not
-     *     have arrived. Advisories on {@code _QUORL.WARN.daemon.dropped} say how many
+     *     have arrived. The detail says how many, and which daemons; so do advisories on {@code _QUORL.WARN.daemon.dropped},
+     *     one for each
      */
     @Override
     public void close() {
@@ -120,12 +124,20 @@ public final class Quorl implements AutoCloseable {
             LOCK.unlock();
         }
         int status;
+        String losses = null;
+        List<String> daemons = List.of();
         try {
             closeWhatIsLeft();
+            daemons = ClosingLosses.daemonsInUse();
         } finally {
             Inside.libraryCloses();
             CircuitWatch.libraryCloses();
             status = quorl_Close();
+            if (status == QuorlException.DAEMON_NOT_CONNECTED) {
+                losses = ClosingLosses.take(wordsOfTheClose(), daemons);
+            } else {
+                ClosingLosses.clear();
+            }
             QuorlEvent.libraryClosed();
             LOCK.lock();
             try {
@@ -136,10 +148,23 @@ public final class Quorl implements AutoCloseable {
             }
         }
         if (status == QuorlException.DAEMON_NOT_CONNECTED) {
-            throw new QuorlException(status, "messages for a daemon were dropped when the transports to it closed, or may not "
-                    + "have arrived");
+            throw new QuorlException(status, losses);
         }
         check(status);
+    }
+
+    /**
+     * The library's own words for what its last close has just failed in: it is opened for a moment to be asked. Nothing is
+     * left that this could take away, as its close takes credentials away.
+     */
+    private static String wordsOfTheClose() {
+        if (quorl_Open() != QuorlException.OK) {
+            return null;
+        }
+        String words = FailureDetail.last();
+        Inside.libraryCloses();
+        quorl_Close();
+        return words;
     }
 
     /** Each in its turn, whatever becomes of the one before: events that the library ends keep their Java objects for ever. */
@@ -165,7 +190,7 @@ public final class Quorl implements AutoCloseable {
      */
     public static void setParameters(String... parameters) {
         Library.load();
-        String[] own = parameters.clone();
+        String[] own = Objects.requireNonNull(parameters, "parameters").clone();
         for (String parameter : own) {
             Texts.encode(Objects.requireNonNull(parameter, "parameter"), "the parameter");
             // These cross in the machine's own encoding, which agrees with UTF-8 up to here.
@@ -173,7 +198,8 @@ public final class Quorl implements AutoCloseable {
                 throw new IllegalArgumentException("a parameter has a character beyond U+FFFF: " + parameter);
             }
         }
-        check(quorl_SetQRParameters(own, own.length));
+        int status = quorl_SetQRParameters(own, own.length);
+        check(status, quorl_IsOpen() ? null : SettingRefusal.ofParameters(status, own));
     }
 
     /**
@@ -227,8 +253,13 @@ public final class Quorl implements AutoCloseable {
     }
 
     private static void check(int status) {
+        check(status, null);
+    }
+
+    /** detail: what is known of the failure here; null to ask the library. */
+    private static void check(int status, String detail) {
         if (status != QuorlException.OK) {
-            throw new QuorlException(status);
+            throw detail == null ? new QuorlException(status) : new QuorlException(status, detail);
         }
     }
 

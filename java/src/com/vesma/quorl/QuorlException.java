@@ -190,7 +190,7 @@ public class QuorlException extends RuntimeException {
     /** The same status with what it is about in front of what is known already. */
     QuorlException about(String what) {
         // Of a field that is not there, the library can say no more than its name either.
-        boolean nothingMore = detail == null || (fromLibrary && status == NOT_FOUND);
+        boolean nothingMore = detail == null || detail.equals(FailureDetail.CLOSED) || (fromLibrary && status == NOT_FOUND);
         return new QuorlException(status, nothingMore ? what : what + ": " + detail, this);
     }
 

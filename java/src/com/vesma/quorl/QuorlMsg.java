@@ -212,7 +212,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      */
     public static QuorlMsg fromBytes(byte[] bytes) {
         // A copy, since the size is checked here and read again by the library, and another thread may hold the array.
-        byte[] image = bytes.clone();
+        byte[] image = Objects.requireNonNull(bytes, "bytes").clone();
         if (image.length < IMAGE_HEADER) {
             throw new QuorlException(QuorlException.CORRUPT_MSG, image.length + " bytes are less than a header");
         }
@@ -306,7 +306,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      */
     public static QuorlMsg of(Record record) {
         ImageWriter out = new ImageWriter();
-        RecordPlan.of(record.getClass()).write(out, record);
+        RecordPlan.of(Objects.requireNonNull(record, "record").getClass()).write(out, record);
         return out.toMessage();
     }
 
@@ -355,7 +355,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * @throws IllegalStateException when Gson is not there
      */
     public static QuorlMsg fromJson(String json) {
-        return Json.read(json);
+        return Json.read(Objects.requireNonNull(json, "json"));
     }
 
     // ---- subjects -----------------------------------------------------------------------------------------------------

@@ -282,7 +282,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      *     {@link QuorlException#CONVERSION_FAILED} when a field's value does not fit its component
      */
     public <T extends Record> T to(Class<T> type) {
-        return type.cast(RecordPlan.of(type).read(image()));
+        return type.cast(RecordPlan.of(Objects.requireNonNull(type, "type")).read(image()));
     }
 
     /**
@@ -781,6 +781,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
      * @param <T> the Java type
      */
     public <T> T get(String name, Class<T> type) {
+        Objects.requireNonNull(type, "type");
         MessageImage all = image();
         int found = all.find(encoded(name));
         if (found < 0) {

@@ -10,7 +10,7 @@ import java.lang.ref.Reference;
  * it. Service and network separate buses: only transports with the same pair see each other.
  *
  * <pre>{@code
- * try (QuorlQrdTransport transport = new QuorlQrdTransport(null, null, "nats://localhost:4222")) {
+ * try (QuorlQrdTransport transport = new QuorlQrdTransport("nats://localhost:4222")) {
  *     transport.setDescription("order entry");
  *     transport.send(message);
  * }
@@ -21,6 +21,8 @@ public final class QuorlQrdTransport extends QuorlTransport {
     public static final int DEFAULT_BATCH = 0;
     /** Sends gather until the batch size or a short timer. */
     public static final int TIMER_BATCH = 1;
+
+    private final boolean toDaemon;
 
     /**
      * Creates a transport with the library's default parameters: a port on the bus of this process unless the
@@ -35,15 +37,41 @@ public final class QuorlQrdTransport extends QuorlTransport {
     /**
      * Creates a transport. May wait for the daemon, 2 seconds by default.
      *
-     * @param service printable ASCII without spaces, 63 bytes at most; null or empty for the default
+     * @param service printable ASCII without spaces, 63 bytes at most, and no address; null for the default
      * @param network as service
      * @param daemon the daemon's address; null for the default, empty for the bus of this process
-     * @throws QuorlException {@link QuorlException#SERVICE_NOT_FOUND}, {@link QuorlException#NETWORK_NOT_FOUND},
-     *     {@link QuorlException#NOT_INITIALIZED}
+     * @throws QuorlException {@link QuorlException#SERVICE_NOT_FOUND}, {@link QuorlException#NETWORK_NOT_FOUND} for a name
+     *     that is not valid, {@link QuorlException#NOT_INITIALIZED} when the library is not open
      * @throws QuorlDaemonException when the daemon cannot be reached
      */
     public QuorlQrdTransport(String service, String network, String daemon) {
-        super(create(service, network, daemon));
+        this(create(service, network, daemon), isToDaemon(daemon));
+    }
+
+    private QuorlQrdTransport(int id, boolean toDaemon) {
+        super(id, toDaemon ? ClosingLosses::destroy : QuorlTransport::quorlTransport_Destroy);
+        this.toDaemon = toDaemon;
+    }
+
+    /**
+     * Creates a transport to a daemon, with the default service and network.
+     *
+     * @param daemon the daemon's address, such as {@code nats://localhost:4222}; null for the default, empty for the bus of
+     *     this process
+     * @throws QuorlException {@link QuorlException#NOT_INITIALIZED} when the library is not open
+     * @throws QuorlDaemonException when the daemon cannot be reached
+     */
+    public QuorlQrdTransport(String daemon) {
+        this(null, null, daemon);
+    }
+
+    @Override
+    String refusalOf(String subject, String replySubject) {
+        return toDaemon ? DaemonRefusals.ofRequest(subject, replySubject) : "";
+    }
+
+    private static boolean isToDaemon(String daemon) {
+        return daemon == null ? !Quorl.quorl_IsIPM() : !daemon.isEmpty();
     }
 
     private static int create(String service, String network, String daemon) {

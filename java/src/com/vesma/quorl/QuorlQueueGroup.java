@@ -1,6 +1,7 @@
 package com.vesma.quorl;
 
 import java.lang.ref.Reference;
+import java.util.Objects;
 
 /**
  * Queues that are dispatched together: the waiting event of the queue with the highest priority first, in turn among
@@ -45,7 +46,7 @@ public final class QuorlQueueGroup extends Dispatchable {
      * @throws QuorlException {@link QuorlException#ALREADY_EXISTS} when it is in the group already
      */
     public void add(QuorlQueue queue) {
-        queue.setGrouped();
+        Objects.requireNonNull(queue, "queue").setGrouped();
         try {
             quorlQueueGroup_Add(id(), queue.id());
         } catch (QuorlException e) {
@@ -63,6 +64,7 @@ public final class QuorlQueueGroup extends Dispatchable {
      * @throws QuorlException {@link QuorlException#INVALID_QUEUE} when it is not in the group
      */
     public void remove(QuorlQueue queue) {
+        Objects.requireNonNull(queue, "queue");
         try {
             quorlQueueGroup_Remove(id(), queue.id());
         } catch (QuorlException e) {

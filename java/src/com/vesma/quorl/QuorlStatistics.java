@@ -25,13 +25,15 @@ import java.util.List;
  * @param bytesOut bytes of their fields
  * @param messagesIn messages that were given to handlers; one that reaches three listeners counts three times
  * @param bytesIn bytes of their fields
+ * @param messagesLost messages to daemons that were not taken, were dropped, or may not have arrived, since the process began
+ *     to use the library; those of connections that have ended are among them
  * @param lag how long events waited in their queues
  * @param objects what lives in the process
  * @param queues one for each queue, the first 4096; a list that cannot be changed
  * @param daemons one for each connection to a daemon; a list that cannot be changed
  */
 public record QuorlStatistics(String version, long process, long messagesOut, long bytesOut, long messagesIn, long bytesIn,
-        Lag lag, Objects objects, List<Queue> queues, List<Daemon> daemons) {
+        long messagesLost, Lag lag, Objects objects, List<Queue> queues, List<Daemon> daemons) {
     static final String SUBJECT = "_QUORL.STATS";
 
     /**
@@ -116,7 +118,7 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
             Objects own = new Objects(all.listeners, all.vectorListeners, all.timers, all.queues, all.queueGroups,
                     all.transports - 1, all.others, all.messages);
             return new QuorlStatistics(taken.version, taken.process, taken.messagesOut, taken.bytesOut, taken.messagesIn,
-                    taken.bytesIn, taken.lag, own, taken.queues, taken.daemons);
+                    taken.bytesIn, taken.messagesLost, taken.lag, own, taken.queues, taken.daemons);
         }
     }
 
@@ -127,7 +129,7 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
      * @return what it says
      */
     public static QuorlStatistics of(QuorlMsg message) {
-        QuorlMsgView view = message.view();
+        QuorlMsgView view = java.util.Objects.requireNonNull(message, "message").view();
         List<Queue> queues = new ArrayList<>();
         if (view.has("queues")) {
             for (QuorlMsgView queue : view.getMsgArray("queues")) {
@@ -152,7 +154,7 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
         QuorlMsgView objects = view.has("objects") ? view.getMsg("objects") : null;
         return new QuorlStatistics(text(view, "version"), number(view, "process"), number(view, "messages_out"),
                 number(view, "bytes_out"), number(view, "messages_in"), number(view, "bytes_in"),
-                new Lag(number(lag, "samples"), time(lag, "p50"), time(lag, "p90"), time(lag, "p99"), time(lag, "p999"),
+                number(view, "messages_lost"), new Lag(number(lag, "samples"), time(lag, "p50"), time(lag, "p90"), time(lag, "p99"), time(lag, "p999"),
                         time(lag, "max")),
                 new Objects(number(objects, "listeners"), number(objects, "vector_listeners"), number(objects, "timers"),
                         number(objects, "queues"), number(objects, "queue_groups"), number(objects, "transports"),
@@ -170,6 +172,7 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
      * @return the listener that answers, to be closed
      */
     public static QuorlListener answer(QuorlQueue queue, QuorlTransport transport, String subject) {
+        java.util.Objects.requireNonNull(transport, "transport");
         return new QuorlListener(queue, transport, subject, (listener, request) -> {
             if (request.getReplySubject() == null) {
                 return;

@@ -9,6 +9,7 @@ import java.util.Queue;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.ConcurrentLinkedQueue;
+import java.util.function.IntConsumer;
 
 /**
  * A way for messages to leave and to arrive. {@link QuorlQrdTransport} makes one.
@@ -48,21 +49,22 @@ public abstract class QuorlTransport extends LibraryObject {
         return OBJECT_TYPE;
     }
 
-    QuorlTransport(int id) {
-        super(id, QuorlTransport::quorlTransport_Destroy);
+    QuorlTransport(int id, IntConsumer destroy) {
+        super(id, destroy);
     }
 
     /**
      * Sends a message to its send subject. Does not wait for whoever listens: with the bus of this process the message is
      * in the listeners' queues when this returns, and with a daemon it is on its way, or in the buffer for a lost
-     * connection.
+     * connection. A daemon that does not let this user publish there says so later, by the advisory
+     * {@code _QUORL.WARN.daemon.refused} and in the {@linkplain Quorl#statistics statistics}.
      *
      * @param message with a send subject without wildcards
      * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when it has none or one with wildcards
      * @throws QuorlDaemonException when the connection is lost and the buffer for it is full
      */
     public void send(QuorlMsg message) {
-        long handle = message.enter();
+        long handle = Objects.requireNonNull(message, "message").enter();
         try {
             quorlTransport_Send(id(), handle, message);
         } catch (QuorlException e) {
@@ -109,7 +111,7 @@ public abstract class QuorlTransport extends LibraryObject {
      * @param messages each with a send subject without wildcards
      */
     public void send(List<QuorlMsg> messages) {
-        for (QuorlMsg message : messages) {
+        for (QuorlMsg message : Objects.requireNonNull(messages, "messages")) {
             send(message);
         }
     }
@@ -120,7 +122,7 @@ public abstract class QuorlTransport extends LibraryObject {
      *
      * @param request with a send subject
      * @param limit the longest wait, 0 or more
-     * @return the reply, to be closed by the caller; null when none came in time
+     * @return the reply, to be closed by the caller; null when none came in time, also when a daemon has refused the request
      * @throws InterruptedException if the thread is interrupted before or during the wait
      * @throws QuorlException as {@link #send(QuorlMsg)}
      * @throws QuorlClosedException when the transport or the library is closed, before or meanwhile
@@ -165,7 +167,8 @@ public abstract class QuorlTransport extends LibraryObject {
      * <p>The future completes with the first reply, which is to be closed by whoever takes it; later ones are dropped. It
      * completes exceptionally with
      * <ul>
-     *   <li>{@link QuorlTimeoutException} when no reply came in time,
+     *   <li>{@link QuorlTimeoutException} when no reply came in time; its detail has the daemon's words when a daemon has
+     *       refused the request,
      *   <li>{@link QuorlDaemonException} when there is no connection and no room to wait for one,
      *   <li>{@link QuorlClosedException} when the transport or the library is closed, before or meanwhile,
      *   <li>{@link QuorlException#VC_NOT_CONNECTED} when the transport is a circuit that has no peer, or loses it,
@@ -198,7 +201,8 @@ public abstract class QuorlTransport extends LibraryObject {
      * @throws QuorlDaemonException as {@link #send(QuorlMsg)}
      */
     public void reply(QuorlMsg reply, QuorlMsg request) {
-        if (reply.isSameAs(request)) {
+        Objects.requireNonNull(request, "request");
+        if (Objects.requireNonNull(reply, "reply").isSameAs(request)) {
             throw new IllegalArgumentException("a message cannot answer itself; copy it first");
         }
         long replyHandle = reply.enter();
@@ -282,6 +286,11 @@ public abstract class QuorlTransport extends LibraryObject {
         } finally {
             Reference.reachabilityFence(this);
         }
+    }
+
+    /** What a daemon has said against a request, to be added to a sentence; "" for nothing. */
+    String refusalOf(String subject, String replySubject) {
+        return "";
     }
 
     /** Asynchronous requests that wait. */

@@ -49,7 +49,7 @@ public final class QuorlVcTransport extends QuorlTransport {
     private volatile boolean lost;
 
     private QuorlVcTransport(int id, QuorlTransport parent, String connectSubject) {
-        super(id);
+        super(id, QuorlTransport::quorlTransport_Destroy);
         this.parent = parent;
         this.connectSubject = connectSubject;
     }
@@ -62,6 +62,7 @@ public final class QuorlVcTransport extends QuorlTransport {
      * @throws QuorlClosedException when the parent is closed
      */
     public static QuorlVcTransport accept(QuorlTransport parent) {
+        Objects.requireNonNull(parent, "parent");
         byte[] subject = new byte[SUBJECT_BYTES];
         try {
             long packed = quorlTransport_CreateAcceptVc(parent.id(), subject);
@@ -83,6 +84,7 @@ public final class QuorlVcTransport extends QuorlTransport {
      * @throws QuorlClosedException when the parent is closed
      */
     public static QuorlVcTransport connect(QuorlTransport parent, String connectSubject) {
+        Objects.requireNonNull(parent, "parent");
         byte[] subject = Texts.encode(Objects.requireNonNull(connectSubject, "connectSubject"), "the connect subject");
         try {
             return new QuorlVcTransport(

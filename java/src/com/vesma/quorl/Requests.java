@@ -67,9 +67,10 @@ final class Requests {
             }
         }
 
-        void expireAfter(Duration time) {
-            limit = TimeLimits.after(Dispatchable.nanos(time), () -> completeExceptionally(
-                    new QuorlTimeoutException("no reply in " + Dispatchable.seconds(time, "limit") + " s")));
+        void expireAfter(Duration time, String subject, String replySubject) {
+            limit = TimeLimits.after(Dispatchable.nanos(time), () -> completeExceptionally(new QuorlTimeoutException(
+                    "no reply to \"" + subject + "\" in " + Dispatchable.seconds(time, "limit") + " s"
+                            + transport.refusalOf(subject, replySubject))));
         }
 
         /** Any number of times, from any thread. */
@@ -92,10 +93,11 @@ final class Requests {
             if (subjects == null) {
                 subjects = open();
             }
-            request.setReplySubject(subjects + key);
+            String replySubject = subjects + key;
+            request.setReplySubject(replySubject);
             transport.send(request);
             // Behind the send, so that one that is refused says why, however short the limit is.
-            made.expireAfter(limit);
+            made.expireAfter(limit, request.getSendSubject(), replySubject);
         } catch (QuorlException e) {
             made.completeExceptionally(transport.isGone(e) ? transport.closedException() : QuorlDaemonException.typed(e));
         } catch (RuntimeException | Error e) {

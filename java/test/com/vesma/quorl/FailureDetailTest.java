@@ -2,14 +2,16 @@ package com.vesma.quorl;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
-import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import java.nio.file.Files;
+import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
+import org.junit.jupiter.api.io.TempDir;
 
 /** What an exception says beyond its status. */
 class FailureDetailTest extends OpenLibrary {
@@ -60,13 +62,38 @@ class FailureDetailTest extends OpenLibrary {
         try (QuorlMsg message = new QuorlMsg()) {
             assertThrows(QuorlException.class, () -> transport.send(message));
             quorl.close();
-            assertNull(assertThrows(QuorlException.class, QuorlQueue::new).getDetail());
+            assertTrue(detailOf(QuorlQueue::new).contains("call Quorl.open() first"));
+            assertTrue(detailOf(() -> new QuorlQrdTransport()).contains("call Quorl.open() first"));
+            assertTrue(detailOf(Quorl::statistics).contains("call Quorl.open() first"));
+            assertTrue(detailOf(() -> message.setSendSubject("a..b")).contains("only while it is open"));
             quorl = Quorl.open();
             try (QuorlTransport again = new QuorlQrdTransport()) {
                 assertNotNull(assertThrows(QuorlException.class, () -> again.send(message)).getDetail(),
                         "it is asked again when it is open again");
             }
         }
+    }
+
+    @Test
+    void settingsThatAreRefusedAreNamed(@TempDir Path folder) throws Exception {
+        quorl.close();
+        assertEquals("there is no parameter \"queue.limits\"", detailOf(() -> Quorl.setParameters("daemon=", "queue.limits=7")));
+        assertEquals("\"queue.limit\" is not of the form name=value", detailOf(() -> Quorl.setParameters("queue.limit")));
+        assertEquals("\"queue.limit=many\" has a value that the parameter cannot have",
+                detailOf(() -> Quorl.setParameters("queue.limit=many")));
+        String several = detailOf(() -> Quorl.setParameters("queue.limit=7", "connect.timeout=soon"));
+        assertTrue(several.contains("\"queue.limit=7\", \"connect.timeout=soon\""), several);
+        assertTrue(!detailOf(() -> Quorl.setParameters("daemons=nats://u:secret@h")).contains("secret"));
+
+        assertTrue(detailOf(() -> Quorl.open(folder.resolve("none"))).endsWith("none: there is no such file"));
+        assertTrue(detailOf(() -> Quorl.open(folder)).endsWith(": it is a directory"));
+        Path file = folder.resolve("settings");
+        Files.writeString(file, "# ours\n queue.limit = 7 # events\nqueue.limits=8\n");
+        assertEquals(file + " line 3: there is no parameter \"queue.limits\"", detailOf(() -> Quorl.open(file)));
+        Files.writeString(file, "\nqueue.limit=many\n");
+        assertTrue(detailOf(() -> Quorl.open(file)).contains("cannot have"));
+        quorl = Quorl.open();
+        assertTrue(detailOf(() -> Quorl.setParameters("queue.limit=7")).contains("before"), "the library's own words");
     }
 
     @Test

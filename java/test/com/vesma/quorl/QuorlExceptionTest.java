@@ -47,13 +47,15 @@ class QuorlExceptionTest {
 
     @Test
     void messagesSayWhatIsKnown() {
-        assertEquals("Not found (status 35)", new QuorlException(35).getMessage());
+        assertEquals("Not found (status 35)", new QuorlException(35, (String) null).getMessage());
+        // The library is not open here.
+        assertTrue(new QuorlException(35).getMessage().endsWith("only while it is open; call Quorl.open() first"));
         assertEquals(35, new QuorlException(35).getStatus());
         assertEquals("Not found (status 35): field \"a\"", new QuorlException(35).about("field \"a\"").getMessage());
         assertEquals("Not found (status 35): field \"a\": it is gone",
                 new QuorlException(35, "it is gone").about("field \"a\"").getMessage());
         assertEquals("Unknown status", QuorlException.text(12));
-        assertEquals("Unknown status (status 999)", new QuorlException(999).getMessage());
+        assertEquals("Unknown status (status 999)", new QuorlException(999, (String) null).getMessage());
         QuorlClosedException closed = new QuorlClosedException(QuorlException.INVALID_QUEUE, "the queue");
         assertEquals(QuorlException.INVALID_QUEUE, closed.getStatus());
         assertTrue(closed.getMessage().endsWith("the queue is closed"), closed.getMessage());

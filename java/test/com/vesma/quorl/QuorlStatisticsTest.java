@@ -65,9 +65,10 @@ class QuorlStatisticsTest extends OpenLibrary {
 
     @Test
     void missingFieldsAreLeftOut() {
-        try (QuorlMsg message = new QuorlMsg().addU64("messages_out", 4).addString("of_a_later_version", "x")) {
+        try (QuorlMsg message = new QuorlMsg().addU64("messages_out", 4).addU64("messages_lost", 6).addString("of_a_later_version", "x")) {
             QuorlStatistics read = QuorlStatistics.of(message);
             assertEquals(4, read.messagesOut());
+            assertEquals(6, read.messagesLost());
             assertEquals(List.of(), read.queues());
             assertEquals(List.of(), read.daemons());
             assertEquals(Duration.ZERO, read.lag().max());

@@ -14,6 +14,7 @@ import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.CountDownLatch;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.function.Executable;
 
 /** Transports: sending, requests, inboxes, settings. */
 class QuorlTransportTest extends OpenLibrary {
@@ -173,6 +174,19 @@ class QuorlTransportTest extends OpenLibrary {
         assertStatus(QuorlException.SERVICE_NOT_FOUND, () -> new QuorlQrdTransport("with space", null, null));
         assertStatus(QuorlException.NETWORK_NOT_FOUND, () -> new QuorlQrdTransport(null, "x".repeat(64), null));
         assertThrows(IllegalArgumentException.class, () -> new QuorlQrdTransport("a\0", null, null));
+    }
+
+    @Test
+    void anAddressIsNoServiceAndNoNetwork() {
+        for (Executable call : List.<Executable>of(() -> new QuorlQrdTransport("nats://127.0.0.1:1", null, null),
+                () -> new QuorlQrdTransport(null, "nats://127.0.0.1:1", null))) {
+            QuorlException e = assertThrows(QuorlException.class, call);
+            assertTrue(e.getDetail().contains("parameter for the daemon"), e.getMessage());
+        }
+        // Nobody listens at port 1.
+        QuorlDaemonException e = assertThrows(QuorlDaemonException.class, () -> new QuorlQrdTransport("nats://127.0.0.1:1"));
+        assertTrue(e.getDetail().contains("127.0.0.1:1"), e.getMessage());
+        new QuorlQrdTransport("").close();
     }
 
     @Test

@@ -110,7 +110,7 @@ class RequestsTest extends OpenLibrary {
                 QuorlTimeoutException e =
                         assertFails(QuorlTimeoutException.class, transport.requestAsync(question, limit));
                 assertEquals(QuorlException.TIMEOUT, e.getStatus());
-                assertTrue(e.getMessage().contains("no reply in"), e.getMessage());
+                assertTrue(e.getMessage().contains("no reply to "), e.getMessage());
             }
             await(() -> transport.waitingRequests() == 0);
             CompletableFuture<QuorlMsg> patient = transport.requestAsync(question, Duration.ofSeconds(Long.MAX_VALUE));

@@ -19,6 +19,9 @@ final class StatisticsText {
                 + rate(now.messagesOut(), before == null ? null : before.messagesOut(), seconds));
         lines.add("received  " + traffic(now.messagesIn(), now.bytesIn())
                 + rate(now.messagesIn(), before == null ? null : before.messagesIn(), seconds));
+        if (now.messagesLost() != 0) {
+            lines.add(format("lost      up to %d messages on the way to daemons", now.messagesLost()));
+        }
         lines.add(lag(now.lag()));
         lines.add(objects(now.objects()));
         lines.add(format("%-24s %10s %10s %12s %10s %8s  %s", "queue", "waiting", "most", "dispatched", "dropped", "refused",

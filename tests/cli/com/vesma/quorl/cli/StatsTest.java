@@ -1,6 +1,7 @@
 package com.vesma.quorl.cli;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.vesma.quorl.QuorlMsg;
@@ -114,7 +115,7 @@ class StatsTest {
         try (QuorlMsg empty = new QuorlMsg()) {
             QuorlStatistics none = QuorlStatistics.of(empty);
             List<QuorlStatistics.Queue> queues = List.of(queue(0), queue(1), queue(2), queue(3), queue(9));
-            List<String> lines = StatisticsText.lines(new QuorlStatistics("9.9.9", 7, 0, 0, 0, 0, none.lag(), none.objects(),
+            List<String> lines = StatisticsText.lines(new QuorlStatistics("9.9.9", 7, 0, 0, 0, 0, 0, none.lag(), none.objects(),
                     queues, List.of()), null, 0);
             assertTrue(lines.contains("waited    nothing was timed"), lines.toString());
             List<String> ends = List.of("none", "10, the oldest 2 go", "10, the newest 2 go", "10, the new one goes",
@@ -122,6 +123,14 @@ class StatsTest {
             for (int i = 0; i < ends.size(); i++) {
                 assertTrue(lines.get(6 + i).endsWith("  " + ends.get(i)), lines.get(6 + i));
             }
+        }
+    }
+
+    @Test
+    void whatIsLostIsShownWhenThereIsSome() {
+        try (QuorlMsg empty = new QuorlMsg(); QuorlMsg some = new QuorlMsg().addU64("messages_lost", 12)) {
+            assertFalse(StatisticsText.lines(QuorlStatistics.of(empty), null, 0).stream().anyMatch(line -> line.startsWith("lost")));
+            assertTrue(StatisticsText.lines(QuorlStatistics.of(some), null, 0).contains("lost      up to 12 messages on the way to daemons"));
         }
     }
 
