@@ -12,7 +12,7 @@ _quorl() {
     COMPREPLY=()
     case $command in
         '') options='send listen request reply run stats demo daemon doctor help -h --help --version' ;;
-        send) options="-h --help -n --count --csv --json --rate $bus" ;;
+        send) options="-h --help -n --count --csv --json-file --rate $bus" ;;
         listen) options="-h --help -n --count --csv --json --timeout $bus" ;;
         request) options="-h --help -n --count --csv --json --json-file --rate --timeout $bus" ;;
         reply) options="-h --help -n --count --csv --echo --json --quiet --timeout $bus" ;;
@@ -25,7 +25,6 @@ _quorl() {
         *) return ;;
     esac
     case $before in
-        --json) [[ $command != send ]] || { _quorl_files "$word"; return; } ;;
         --csv | --json-file | --trust | --identity | --password-file | --server) _quorl_files "$word"; return ;;
         --daemon) mapfile -t COMPREPLY < <(compgen -W 'nats:// tls://' -- "$word"); return ;;
         --service | --network | --user | --count | --rate | --timeout | --watch | --seconds | --port | --max-payload) return ;;

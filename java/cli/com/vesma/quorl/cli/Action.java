@@ -68,8 +68,8 @@ abstract class Action implements Callable<Integer> {
         try (Session session = new Session(out(), err())) {
             String warning = aloneOnTheBus();
             if (warning != null && session.isEmbedded(transport)) {
-                err().println("quorl: warning: this bus is the process's own: " + warning
-                        + "\nquorl: 'quorl run' puts several commands into one process.");
+                err().println("quorl: warning: without --daemon ADDRESS the bus is this process's own: " + warning
+                        + "\nquorl: 'quorl daemon' runs a daemon; 'quorl run' puts several commands into one process.");
                 err().flush();
             }
             try {
@@ -85,9 +85,23 @@ abstract class Action implements Callable<Integer> {
     /** Says how far it came, and claims no message that the daemon has not confirmed. */
     private void tellProgress(Session session) throws InterruptedException {
         if (progress() == null) return;
-        String doubt = sentSoFar() == 0 || session.isEmbedded(transport) ? null : doubt(session, true);
+        long sent = sentSoFar();
+        String confirmed = "";
+        if (sent != 0 && !session.isEmbedded(transport)) {
+            String doubt = doubt(session, true);
+            confirmed = doubt != null ? "; " + doubt : ", and the daemon has confirmed " + (sent == 1 ? "it" : "all of them");
+        }
         synchronized (err()) {
-            err().println("quorl: interrupted; " + progress() + (doubt == null ? "" : "; " + doubt));
+            err().println("quorl: interrupted; " + progress() + confirmed);
+            err().flush();
+        }
+    }
+
+    /** Says that it serves from now on, for whoever started it and waits for that; over a daemon, where others can be. */
+    void tellReady(Session session, String what) {
+        if (session.isEmbedded(transport)) return;
+        synchronized (err()) {
+            err().println("quorl: " + what);
             err().flush();
         }
     }

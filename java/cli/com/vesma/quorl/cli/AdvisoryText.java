@@ -9,13 +9,20 @@ import java.util.Locale;
 /** What the library tells of itself, in a sentence. What is not known here is shown as it is. */
 final class AdvisoryText {
     private final QuorlMsg advisory;
+    private final String server;
 
-    private AdvisoryText(QuorlMsg advisory) {
+    private AdvisoryText(QuorlMsg advisory, String server) {
         this.advisory = advisory;
+        this.server = server;
     }
 
     static String of(QuorlMsg advisory) {
-        return new AdvisoryText(advisory).text();
+        return of(advisory, "");
+    }
+
+    /** server: the one of the daemon's servers that is used now; "" when there is one alone, or it is not known. */
+    static String of(QuorlMsg advisory, String server) {
+        return new AdvisoryText(advisory, server).text();
     }
 
     private String text() {
@@ -48,7 +55,7 @@ final class AdvisoryText {
 
     private String back() {
         long lost = number("unconfirmed") + number("lost");
-        return "the connection to " + daemon() + " is there again"
+        return "the connection to " + daemon() + " is there again" + (server.isEmpty() ? "" : ", now at " + server)
                 + (lost == 0 ? "" : "; up to " + lost + (lost == 1 ? " message is lost" : " messages are lost"));
     }
 

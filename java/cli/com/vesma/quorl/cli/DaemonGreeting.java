@@ -18,16 +18,28 @@ record DaemonGreeting(String version, long maxPayload, boolean wantsTls, boolean
 
     /** Connects and listens; Failure with what went wrong. */
     static DaemonGreeting hear(DaemonAddress place) {
+        boolean connected = false;
         try (Socket socket = new Socket()) {
             socket.connect(new InetSocketAddress(place.host(), place.port()), PATIENCE);
+            connected = true;
             socket.setSoTimeout(PATIENCE);
-            return parse(line(socket.getInputStream()));
+            return parse(place, line(socket.getInputStream()));
         } catch (UnknownHostException e) {
             throw new Failure("there is no host \"" + place.host() + "\"");
         } catch (SocketTimeoutException e) {
+            if (connected) throw new NoDaemon(place, "it does not greet who connects");
             throw new Failure("nobody answered at " + place.hostAndPort() + " within " + PATIENCE / 1000 + " s");
         } catch (IOException e) {
             throw new Failure(place.hostAndPort() + ": " + e.getMessage());
+        }
+    }
+
+    /** Something else than a nats-server has the port. */
+    static final class NoDaemon extends Failure {
+        private static final long serialVersionUID = 1L;
+
+        NoDaemon(DaemonAddress place, String why) {
+            super("what listens at " + place.hostAndPort() + " is not a nats-server: " + why);
         }
     }
 
@@ -40,8 +52,10 @@ record DaemonGreeting(String version, long maxPayload, boolean wantsTls, boolean
         return line.toString();
     }
 
-    static DaemonGreeting parse(String line) {
-        if (!line.startsWith("INFO {")) throw new Failure("what answers there is no such daemon");
+    static DaemonGreeting parse(DaemonAddress place, String line) {
+        if (!line.startsWith("INFO {")) {
+            throw new NoDaemon(place, line.isBlank() ? "it ends the connection without a word" : "it says " + Texts.quoted(line.strip()));
+        }
         String version = find(line, "\"version\":\"([^\"]*)\"");
         String payload = find(line, "\"max_payload\":([0-9]{1,18})");
         return new DaemonGreeting(version == null ? "unknown" : version, payload == null ? 0 : Long.parseLong(payload),

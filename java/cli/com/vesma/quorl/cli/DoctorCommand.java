@@ -8,6 +8,7 @@ import com.vesma.quorl.QuorlQrdTransport;
 import com.vesma.quorl.QuorlQueue;
 import java.nio.file.Path;
 import java.time.Duration;
+import java.time.Instant;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Locale;
@@ -152,19 +153,32 @@ final class DoctorCommand implements Callable<Integer> {
                     + "commas stand between those of a cluster");
             return;
         }
+        lookAtForms(servers);
         DaemonGreeting greeting = null;
         DaemonAddress answering = null;
+        List<Failure> silent = new ArrayList<>();
         for (DaemonAddress server : servers) {
-            DaemonGreeting heard = hear(server, servers.size() > 1);
-            if (greeting == null && heard != null) {
-                greeting = heard;
-                answering = server;
+            try {
+                DaemonGreeting heard = hear(server, servers.size() > 1);
+                if (greeting == null) {
+                    greeting = heard;
+                    answering = server;
+                }
+            } catch (Failure e) {
+                silent.add(e);
             }
+        }
+        // Programs go on with those of a cluster that are left.
+        for (Failure why : silent) {
+            findings.add(new Finding(greeting == null ? State.WRONG : State.NOTE, "daemon", why.getMessage(),
+                    why instanceof DaemonGreeting.NoDaemon ? "another program has this port: is the port right?"
+                            : "is it running, and are host and port right? 'quorl daemon' starts one on this machine; between "
+                                    + "machines a firewall may be in the way"));
         }
         if (greeting == null) return;
         if (greeting.wantsTls() && !answering.tls()) {
-            note("credentials", "the daemon wants TLS", "begin its address with tls://, and give --trust if its certificate is "
-                    + "not from a public authority");
+            note("credentials", "the daemon wants TLS", "begin its address with tls://, and give with --trust the certificate of the "
+                    + "authority that signed the daemon's, unless that is a public one");
         }
         if (greeting.wantsCertificate() && transport.identity == null) {
             note("credentials", "the daemon wants a certificate of whoever connects", "give --identity FILE");
@@ -175,19 +189,24 @@ final class DoctorCommand implements Callable<Integer> {
         connect();
     }
 
-    /** What one server says; null when it says nothing, which is told. */
+    /** A failover from a server with TLS to one without leads into the clear. */
+    private void lookAtForms(List<DaemonAddress> servers) {
+        List<String> clear = servers.stream().filter(server -> !server.tls()).map(DaemonAddress::url).toList();
+        if (clear.isEmpty() || clear.size() == servers.size()) return;
+        note("daemon", "the address mixes tls:// and nats://: with " + String.join(" and ", clear) + " programs talk in the clear",
+                "write tls:// before the first server; those behind it without a scheme follow");
+    }
+
+    /** What one server says; Failure when it says nothing. */
     private DaemonGreeting hear(DaemonAddress server, boolean oneOfSeveral) {
-        try {
-            DaemonGreeting greeting = DaemonGreeting.hear(server);
-            ok("daemon", (oneOfSeveral ? server.url() + ": " : "") + "version " + greeting.version() + ", messages of "
-                    + greeting.maxPayload() + " bytes in one piece" + (greeting.wantsTls() ? ", wants TLS" : "")
-                    + (greeting.wantsCredentials() ? ", wants credentials" : ""));
-            return greeting;
-        } catch (Failure e) {
-            wrong("daemon", e.getMessage(), "is it running, and are host and port right? 'quorl daemon' starts one on this "
-                    + "machine; between machines a firewall may be in the way");
-            return null;
+        DaemonGreeting greeting = DaemonGreeting.hear(server);
+        ok("daemon", (oneOfSeveral ? server.url() + ": " : "") + "version " + greeting.version() + ", messages of "
+                + greeting.maxPayload() + " bytes in one piece" + (greeting.wantsTls() ? ", wants TLS" : "")
+                + (greeting.wantsCredentials() ? ", wants credentials" : ""));
+        if (server.tls() && greeting.wantsTls()) {
+            Certificates.expiry(findings, server.url(), DaemonCertificate.of(server), Instant.now());
         }
+        return greeting;
     }
 
     @SuppressWarnings("try")
@@ -208,7 +227,10 @@ final class DoctorCommand implements Callable<Integer> {
             }
         } catch (QuorlException e) {
             if (e.getMessage().contains(VIOLATION)) {
-                wrong("permissions", e.getMessage(), adviceOnPermissions(e.getMessage()));
+                String words = e.getMessage().substring(e.getMessage().indexOf(VIOLATION));
+                wrong("permissions", "this user may not " + (words.contains("Publish") ? "publish" : "subscribe")
+                        + " what the library itself needs on this service and network; the daemon says: " + words,
+                        adviceOnPermissions(words));
             } else {
                 wrong("connection", e.getMessage(), e.getMessage().contains("maximum subscriptions")
                         ? RAISE_SUBSCRIPTIONS : adviceFor(e.getStatus()));
@@ -233,16 +255,19 @@ final class DoctorCommand implements Callable<Integer> {
 
     private static String adviceOnPermissions(String words) {
         return "in the server's configuration, give the user " + PermissionProbe.permissions(words)
-                + " and deny nothing that the bus needs; then 'nats-server --signal reload'";
+                + " and deny nothing that the bus needs; then 'nats-server --signal reload=PID', with the server's process id";
     }
 
-    private static String adviceFor(int status) {
+    private String adviceFor(int status) {
         return switch (status) {
             case QuorlException.SERVICE_NOT_FOUND, QuorlException.NETWORK_NOT_FOUND ->
                 "names of services and networks are printable ASCII without blanks, at most 63 bytes";
             case QuorlException.USERPASS_MISMATCH -> "check --user, --password-file and --identity against the daemon's users";
-            default -> "with TLS: does --trust hold the authority that signed the daemon's certificate, is that valid today, "
-                    + "and does it name the host as it is written here? else: are user and password right?";
+            default -> transport.daemon.contains("tls://")
+                    ? "does --trust hold the certificate of the authority that signed the daemon's certificate (a daemon's that "
+                            + "signed itself, its own), and does the daemon's name the host as it is written here? 'openssl x509 "
+                            + "-in FILE -text -noout' shows a file"
+                    : "are host, port, user and password right?";
         };
     }
 

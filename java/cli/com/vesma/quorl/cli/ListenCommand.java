@@ -50,6 +50,7 @@ final class ListenCommand extends Action {
 
     @Override
     void finish(Session session, boolean alone) throws InterruptedException {
+        if (alone) tellReady(session, "listening to " + String.join(", ", subjects));
         if (count == null && !alone) return;
         Double limit = timeout == null && !alone ? Double.valueOf(Session.PATIENCE) : timeout;
         if (!received.await(limit) && count != null) {

@@ -62,7 +62,13 @@ public final class Main implements Runnable {
         // The text is UTF-8 whatever the locale says, as it is in messages.
         PrintWriter out = writer(FileDescriptor.out);
         PrintWriter err = writer(FileDescriptor.err);
-        int code = run(System.in, out, err, arguments);
+        String complaint = Arguments.whyNotText(arguments);
+        int code = USAGE;
+        if (complaint == null) {
+            code = run(System.in, out, err, arguments);
+        } else {
+            err.println("quorl: " + complaint);
+        }
         out.flush();
         err.flush();
         System.exit(code);

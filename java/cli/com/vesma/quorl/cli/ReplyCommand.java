@@ -74,6 +74,7 @@ final class ReplyCommand extends Action {
 
     @Override
     void finish(Session session, boolean alone) throws InterruptedException {
+        if (alone) tellReady(session, "answering requests on " + subject);
         if (count == null && !alone) return;
         Double limit = timeout == null && !alone ? Double.valueOf(Session.PATIENCE) : timeout;
         if (!answered.await(limit) && count != null) {

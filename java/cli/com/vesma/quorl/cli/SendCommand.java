@@ -14,7 +14,7 @@ import picocli.CommandLine.ParentCommand;
                 "Examples:", "  quorl send plant.line3.temp celsius:f64=71.5 at:datetime=now note:string='after the break'",
                 "  quorl send plant.line3.count 'n:u32={n}' --count 20 --rate 10",
                 "  quorl send plant.line3.temp --csv measured.csv --daemon nats://127.0.0.1:4222",
-                "  quorl send --json recorded.json --daemon nats://127.0.0.1:4222"})
+                "  quorl send --json-file recorded.json --daemon nats://127.0.0.1:4222"})
 final class SendCommand extends Action {
     @Parameters(index = "0", arity = "0..1", paramLabel = "SUBJECT",
             description = "where to send; no wildcards. Not needed when the table or the JSON says it")
@@ -27,7 +27,7 @@ final class SendCommand extends Action {
     @Mixin
     SourceOptions source;
 
-    @Option(names = "--json", paramLabel = "FILE",
+    @Option(names = "--json-file", paramLabel = "FILE",
             description = "a message for each line of JSON, as 'quorl listen --json' prints them; - is standard input")
     String json;
 

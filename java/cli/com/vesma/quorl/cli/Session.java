@@ -8,6 +8,7 @@ import com.vesma.quorl.QuorlMsg;
 import com.vesma.quorl.QuorlQrdTransport;
 import com.vesma.quorl.QuorlQueue;
 import com.vesma.quorl.QuorlStatistics;
+import com.vesma.quorl.QuorlTimer;
 import com.vesma.quorl.QuorlTransport;
 import java.io.IOException;
 import java.io.PrintWriter;
@@ -18,9 +19,11 @@ import java.nio.file.Path;
 import java.time.Duration;
 import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.HashSet;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.function.Consumer;
 
 /**
@@ -50,13 +53,15 @@ final class Session implements AutoCloseable {
             embedded = isEmbedded(options);
             if (!embedded && watch == null) watch = new DaemonWatch(Session.this::told);
             transport = create(options);
-            inbox = transport.createInbox();
-            marker = new QuorlListener(queue, transport, inbox, (listener, message) -> {
-                synchronized (Session.this) {
-                    returned++;
-                    Session.this.notifyAll();
-                }
-            });
+            inbox = embedded ? null : transport.createInbox();
+            marker = embedded ? null : new QuorlListener(queue, transport, inbox, (listener, message) -> hasReturned());
+        }
+
+        void hasReturned() {
+            synchronized (Session.this) {
+                returned++;
+                Session.this.notifyAll();
+            }
         }
     }
 
@@ -90,6 +95,15 @@ final class Session implements AutoCloseable {
 
     /** A daemon has refused something. Guarded by this. */
     private boolean refused;
+
+    /** Daemons' words that stand in an advisory that was printed. Guarded by this. */
+    private final Set<String> toldReasons = new HashSet<>();
+
+    /** Daemons' words that stand in a failure. Guarded by this. */
+    private final Set<String> failedReasons = new HashSet<>();
+
+    /** Whether a failure has said that messages may be lost, so that what the close drops is no news. Guarded by this. */
+    private boolean doubted;
 
     /** err: for what happens to daemons meanwhile. */
     Session(PrintWriter out, PrintWriter err) {
@@ -132,12 +146,26 @@ final class Session implements AutoCloseable {
             if (subject.endsWith(".daemon.refused")) {
                 refused = true;
                 notifyAll();
+                // Each of the two says the daemon's words unless the other has.
+                if (failedReasons.contains(advisory.getString("reason"))) return;
+                toldReasons.add(advisory.getString("reason"));
             }
+            if (subject.endsWith(".daemon.dropped") && doubted) return;
         }
+        String server = subject.endsWith(".daemon.back") ? serverOf(advisory) : "";
         synchronized (err) {
-            err.println("quorl: " + AdvisoryText.of(advisory));
+            err.println("quorl: " + AdvisoryText.of(advisory, server));
             err.flush();
         }
+    }
+
+    /** The server that a connection uses, of an address with several; "" when there is one, or it is not known. */
+    private static String serverOf(QuorlMsg advisory) {
+        String daemon = advisory.getString("daemon");
+        for (QuorlStatistics.Daemon each : Quorl.statistics().daemons()) {
+            if (each.daemon().equals(daemon) && each.phase().equals("connected") && !each.server().equals(daemon)) return each.server();
+        }
+        return "";
     }
 
     /**
@@ -163,12 +191,22 @@ final class Session implements AutoCloseable {
             lost = Math.min(unconfirmed, sent);
         }
         if (!arrived) {
-            throw new Failure("the daemon did not confirm within " + Texts.number(seconds) + " s that it has the "
-                    + (sent == 1 ? "message" : sent + " messages") + "; some may be lost");
+            throw doubt("the daemon did not confirm within " + Texts.number(seconds) + " s that it has "
+                    + (sent == 1 ? "the message; it may be lost" : "all " + sent + " messages; some may be lost"));
         }
         if (lost > 0) {
-            throw new Failure("up to " + lost + " of " + sent + " messages may be lost, with the connection to the daemon");
+            throw doubt("up to " + lost + " of " + sent + " messages may be lost, with the connection to the daemon");
         }
+    }
+
+    private synchronized Failure doubt(String text) {
+        doubted = true;
+        return new Failure(text);
+    }
+
+    /** Whether the daemon's words were printed; when they were not, they count as printed from now on. */
+    private synchronized boolean wasTold(String reason) {
+        return toldReasons.contains(reason) || !failedReasons.add(reason);
     }
 
     /** Failure when a daemon has refused a message or a subscription of this session. */
@@ -176,7 +214,7 @@ final class Session implements AutoCloseable {
         for (QuorlStatistics.Daemon daemon : Quorl.statistics().daemons()) {
             if (daemon.refused() == 0 || daemon.phase().equals("ended") || daemon.phase().equals("failed")) continue;
             throw new Failure(daemon.daemon() + " refused " + (daemon.refused() == 1 ? "it" : daemon.refused() + " times")
-                    + " (" + daemon.reason() + "); " + (daemon.reason().contains("maximum subscriptions")
+                    + (wasTold(daemon.reason()) ? "" : " (" + daemon.reason() + ")") + "; " + (daemon.reason().contains("maximum subscriptions")
                             ? "raise max_subscriptions in the server's configuration"
                             : "the user needs that permission in the server's configuration, and 'quorl doctor' looks further"));
         }
@@ -193,14 +231,14 @@ final class Session implements AutoCloseable {
     void settle() throws InterruptedException {
         if (!flush()) {
             checkRefusals();
-            throw new Failure("the daemon did not bring a message back within " + Texts.number(DAEMON_PATIENCE)
+            throw doubt("the daemon did not bring a message back within " + Texts.number(DAEMON_PATIENCE)
                     + " s; what was sent may be lost");
         }
         if (ports.values().stream().allMatch(port -> port.embedded)) return;
         checkRefusals();
         synchronized (this) {
             if (unconfirmed == 0) return;
-            throw new Failure("up to " + unconfirmed + " messages may be lost, with the connection to the daemon");
+            throw doubt("up to " + unconfirmed + " messages may be lost, with the connection to the daemon");
         }
     }
 
@@ -327,8 +365,8 @@ final class Session implements AutoCloseable {
     }
 
     /**
-     * Waits until this process has handled what it has sent to itself: a message to an inbox of its own comes behind
-     * everything else in the queue. Reports the failure of a handler.
+     * Waits until this process has handled what it has sent to itself: what comes last into the queue is handled last. That is a
+     * timer on the bus of the process, and a message to an inbox of its own over a daemon. Reports the failure of a handler.
      *
      * @return false when a daemon has not brought the message back in time
      */
@@ -342,8 +380,15 @@ final class Session implements AutoCloseable {
             synchronized (this) {
                 port.sent++;
             }
-            try (QuorlMsg mark = new QuorlMsg(port.inbox)) {
-                port.transport.send(mark);
+            if (port.embedded) {
+                new QuorlTimer(queue, Duration.ZERO, timer -> {
+                    timer.close();
+                    port.hasReturned();
+                });
+            } else {
+                try (QuorlMsg mark = new QuorlMsg(port.inbox)) {
+                    port.transport.send(mark);
+                }
             }
             await(() -> port.returned >= port.sent || (refused && !port.embedded), port.embedded ? null : Double.valueOf(seconds));
             synchronized (this) {
@@ -395,6 +440,9 @@ final class Session implements AutoCloseable {
             library.close();
         } catch (QuorlException e) {
             if (e.getStatus() != QuorlException.DAEMON_NOT_CONNECTED) throw e;
+            synchronized (this) {
+                if (doubted) return;
+            }
             throw new Failure("not everything that was sent has reached the daemon");
         }
     }

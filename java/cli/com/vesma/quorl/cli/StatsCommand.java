@@ -1,5 +1,6 @@
 package com.vesma.quorl.cli;
 
+import com.vesma.quorl.Quorl;
 import com.vesma.quorl.QuorlMsg;
 import com.vesma.quorl.QuorlStatistics;
 import java.util.List;
@@ -55,10 +56,9 @@ final class StatsCommand extends Action {
     void begin(Session session) throws InterruptedException {
         if (answer) {
             session.answerStatistics(transport, subject);
+            session.checkListening();
         } else if (watch == null) {
-            try (QuorlMsg message = ask(session)) {
-                print(session, message, StatisticsText.lines(QuorlStatistics.of(message), null, 0));
-            }
+            take(session, null, null);
         } else {
             watch(session);
         }
@@ -66,7 +66,9 @@ final class StatsCommand extends Action {
 
     @Override
     void finish(Session session, boolean alone) throws InterruptedException {
-        if (answer && alone) session.listen(transport, List.of(subject), null, message -> {}).await(null);
+        if (!answer || !alone) return;
+        tellReady(session, "answering requests on " + subject);
+        session.listen(transport, List.of(subject), null, message -> {}).await(null);
     }
 
     private void watch(Session session) throws InterruptedException {
@@ -79,25 +81,33 @@ final class StatsCommand extends Action {
                 long left = next - System.nanoTime();
                 if (left > 0) Thread.sleep(left / 1_000_000, (int) (left % 1_000_000));
                 next += period;
-                try (QuorlMsg message = ask(session)) {
-                    QuorlStatistics now = QuorlStatistics.of(message);
-                    if (redraws) {
-                        screen.draw(StatisticsText.lines(now, before, watch));
-                    } else {
-                        print(session, message, StatisticsText.lines(now, before, watch));
-                    }
-                    before = now;
-                }
+                before = take(session, screen, before);
             }
         }
     }
 
-    private void print(Session session, QuorlMsg message, List<String> lines) {
-        if (json) {
-            session.print(message.toJson());
+    /** Prints those of now; before: the last ones, for rates, null for none. */
+    private QuorlStatistics take(Session session, Screen screen, QuorlStatistics before) throws InterruptedException {
+        QuorlStatistics now;
+        if (json || subject != null) {
+            try (QuorlMsg message = ask(session)) {
+                now = QuorlStatistics.of(message);
+                if (json) {
+                    session.print(message.toJson());
+                    return now;
+                }
+            }
+        } else {
+            // Asked so, the library does not count the question.
+            now = Quorl.statistics();
+        }
+        List<String> lines = StatisticsText.lines(now, before, watch == null ? 0 : watch);
+        if (screen != null) {
+            screen.draw(lines);
         } else {
             lines.forEach(session::print);
         }
+        return now;
     }
 
     private QuorlMsg ask(Session session) throws InterruptedException {

@@ -58,6 +58,15 @@ final class ChildCommand implements AutoCloseable {
         }
     }
 
+    /** Returns when it has written this to standard error. */
+    void awaitSaid(String text) {
+        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(LIMIT);
+        while (!said().contains(text)) {
+            assertTrue(process.isAlive() && System.nanoTime() < end, this::said);
+            Thread.onSpinWait();
+        }
+    }
+
     /** Ctrl-C. */
     void interrupt() throws IOException, InterruptedException {
         Process kill = new ProcessBuilder("kill", "-INT", Long.toString(process.pid())).start();

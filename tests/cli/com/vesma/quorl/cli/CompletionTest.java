@@ -57,7 +57,7 @@ class CompletionTest {
     @Test
     void filesAreOfferedWhereAnOptionTakesOne() throws Exception {
         Files.writeString(folder.resolve("table.csv"), "");
-        for (String[] words : new String[][] {{"send", "a", "--csv", "t"}, {"send", "--json", "t"}, {"listen", "a", "--csv", "t"},
+        for (String[] words : new String[][] {{"send", "a", "--csv", "t"}, {"send", "--json-file", "t"}, {"listen", "a", "--csv", "t"},
                 {"doctor", "--trust", "t"}, {"run", "t"}}) {
             assertEquals(Set.of("table.csv"), offers(words));
         }

@@ -110,9 +110,9 @@ class CsvTest {
         Cli.expectUsage("cannot read \"" + folder.resolve("none") + "\": there is no such file", "quorl send", "send", "a",
                 "--csv", folder.resolve("none").toString());
         Cli.expectUsage("cannot read \"" + folder + "\": Is a directory", "quorl send", "send", "a", "--csv", folder.toString());
-        Cli.expectUsage("cannot read \"" + folder + "\": Is a directory", "quorl send", "send", "a", "--json", folder.toString());
+        Cli.expectUsage("cannot read \"" + folder + "\": Is a directory", "quorl send", "send", "a", "--json-file", folder.toString());
         Cli.expectUsage("messages come from a table or from JSON, not from both", "quorl send", "send", "a", "--csv", "-",
-                "--json", "-");
+                "--json-file", "-");
     }
 
     @Test

@@ -105,18 +105,22 @@ class DaemonTest {
             Cli wrong = Cli.run("doctor", "--daemon", "127.0.0.1:" + server.getLocalPort());
             greeter.join(TimeUnit.SECONDS.toMillis(ChildCommand.LIMIT));
             assertEquals(1, wrong.code());
-            assertTrue(wrong.out().contains("no such daemon"), wrong.out());
+            assertTrue(wrong.out().contains("is not a nats-server") && wrong.out().contains("-> another program has this port"), wrong.out());
         }
     }
 
     @Test
     void greetingsAreRead() {
-        DaemonGreeting greeting = DaemonGreeting.parse(
+        DaemonAddress place = new DaemonAddress(false, "h", 1);
+        DaemonGreeting greeting = DaemonGreeting.parse(place,
                 "INFO {\"server_id\":\"x\",\"version\":\"2.9.10\",\"max_payload\":1048576,\"auth_required\":true}");
         assertEquals(new DaemonGreeting("2.9.10", 1048576, false, false, true), greeting);
         assertEquals(new DaemonGreeting("unknown", 0, true, true, false),
-                DaemonGreeting.parse("INFO {\"tls_required\":true,\"tls_verify\":true}"));
-        assertThrows(Failure.class, () -> DaemonGreeting.parse(""));
+                DaemonGreeting.parse(place, "INFO {\"tls_required\":true,\"tls_verify\":true}"));
+        assertEquals("what listens at h:1 is not a nats-server: it ends the connection without a word",
+                assertThrows(Failure.class, () -> DaemonGreeting.parse(place, "")).getMessage());
+        assertEquals("what listens at h:1 is not a nats-server: it says \"SSH-2.0-x\"",
+                assertThrows(Failure.class, () -> DaemonGreeting.parse(place, "SSH-2.0-x\r")).getMessage());
     }
 
     @Test

@@ -181,8 +181,20 @@ class DoctorTest {
         try (ChildDaemon daemon = new ChildDaemon(folder); Socket silent = new Socket()) {
             silent.bind(new InetSocketAddress(InetAddress.getByName("127.0.0.1"), 0));
             String away = "127.0.0.1:" + silent.getLocalPort();
-            String said = doctor(1, "--daemon", daemon.address + "," + away);
-            shows(said, "ok     daemon       " + daemon.address + ": version ", "wrong  daemon       " + away + ": ", "ok     connection");
+            // Programs use the one that is there.
+            String said = doctor(0, "--daemon", daemon.address + "," + away);
+            shows(said, "ok     daemon       " + daemon.address + ": version ", "note   daemon       " + away + ": ", "ok     connection");
+            shows(doctor(1, "--daemon", away), "wrong  daemon       " + away + ": ");
+            shows(doctor(0, "--daemon", daemon.address + ",tls://" + away), "note   daemon       the address mixes tls:// and nats://: with "
+                    + daemon.address + " programs talk in the clear");
+        }
+    }
+
+    @Test
+    void whatDoesNotGreetIsNoDaemon() throws Exception {
+        try (ServerSocket silent = new ServerSocket(0, 5, InetAddress.getLoopbackAddress())) {
+            shows(doctor(1, "--daemon", "127.0.0.1:" + silent.getLocalPort()), "is not a nats-server: it does not greet who connects",
+                    "-> another program has this port");
         }
     }
 }

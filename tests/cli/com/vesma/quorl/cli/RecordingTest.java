@@ -149,8 +149,8 @@ class RecordingTest {
         Cli.expect(printed, "listen 'a.>'", "send --csv '" + table + "'");
         Cli json = Cli.withInput("listen 'a.>' --json\n" + script, "run");
         String recorded = Files.writeString(folder.resolve("t.json"), json.out()).toString();
-        Cli.expect(printed, "listen 'a.>'", "send --json '" + recorded + "'");
-        Cli.expect("b {n=1, s=\"\", k=1}\n", "listen b", "send b 'k:i32={n}' --json '" + recorded + "' --count 1");
+        Cli.expect(printed, "listen 'a.>'", "send --json-file '" + recorded + "'");
+        Cli.expect("b {n=1, s=\"\", k=1}\n", "listen b", "send b 'k:i32={n}' --json-file '" + recorded + "' --count 1");
         Cli out = Cli.withInput("listen 'a.>' --csv -\n" + script, "run");
         assertEquals(Files.readString(Path.of(table)), out.out());
         Cli asked = Cli.withInput("reply q --csv -\nrequest q n:i32=5\n", "run");
@@ -191,12 +191,12 @@ class RecordingTest {
                 {"{\"s:string\":\"\\ud800\"}\n", " line 1 column "}};
         for (String[] text : texts) {
             String name = Files.writeString(folder.resolve("wrong.json"), text[0]).toString();
-            Cli sent = Cli.run("send", "a", "--json", name);
+            Cli sent = Cli.run("send", "a", "--json-file", name);
             assertEquals(2, sent.code(), sent.err());
             assertTrue(sent.err().startsWith("quorl: " + name + text[1]), sent.err());
             assertEquals(2, sent.err().lines().count(), sent.err());
         }
-        Cli nowhere = Cli.withInput("{\"subject\":\"a\",\"message\":{}}\n{}\n", "send", "--json", "-");
+        Cli nowhere = Cli.withInput("{\"subject\":\"a\",\"message\":{}}\n{}\n", "send", "--json-file", "-");
         assertEquals(1, nowhere.code());
         assertTrue(nowhere.err().contains("standard input line 2 column 1: there is no \"subject\""), nowhere.err());
         assertTrue(nowhere.err().endsWith("; 1 message was sent before it\n"), nowhere.err());
@@ -216,7 +216,7 @@ class RecordingTest {
                 return length;
             }
         };
-        for (String form : new String[] {"--csv", "--json"}) {
+        for (String form : new String[] {"--csv", "--json-file"}) {
             Cli sent = Cli.withInput(endless, "send", "a", form, "-");
             assertEquals(1, sent.code());
             assertTrue(sent.err().contains(TextSource.TOO_LONG), sent.err());

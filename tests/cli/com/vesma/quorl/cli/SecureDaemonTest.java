@@ -99,6 +99,7 @@ class SecureDaemonTest {
         assertEquals(0, healthy.code(), healthy.out());
         assertTrue(healthy.out().contains("wants TLS, wants credentials"), healthy.out());
         assertTrue(healthy.out().contains("ok     connection"), healthy.out());
+        assertTrue(healthy.out().contains("certificate  " + address + ": \"CN=daemon\" expires at 20"), healthy.out());
     }
 
     @Test
@@ -113,7 +114,8 @@ class SecureDaemonTest {
         assertTrue(stranger.err().contains("status 18") && stranger.err().contains("certificate"), stranger.err());
         Cli untrusted = at("doctor", null, "--user", "plant", "--password-file", file("password"));
         assertEquals(1, untrusted.code());
-        assertTrue(untrusted.out().contains("wrong  connection") && untrusted.out().contains("--trust"), untrusted.out());
+        assertTrue(untrusted.out().contains("wrong  connection") && untrusted.out().contains("-> does --trust hold"), untrusted.out());
+        assertTrue(untrusted.out().contains("\"CN=daemon\" expires at 20"), untrusted.out());
     }
 
     @Test

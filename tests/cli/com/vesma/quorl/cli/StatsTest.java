@@ -8,6 +8,7 @@ import com.vesma.quorl.QuorlMsg;
 import com.vesma.quorl.QuorlStatistics;
 import java.time.Duration;
 import java.util.List;
+import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import org.junit.jupiter.api.Test;
 
@@ -29,6 +30,18 @@ class StatsTest {
         assertEquals("", run.err());
         assertTrue(run.out().startsWith("a {x=1}\n"), run.out());
         assertStatistics(run.out().substring("a {x=1}\n".length()));
+    }
+
+    @Test
+    void theCommandsOwnMessagesAreNotCounted() {
+        Cli run = Cli.run("run", "-e", "listen a", "-e", "stats", "-e", "send a --count 3", "-e", "stats");
+        for (String word : List.of("sent", "received")) {
+            Matcher counted = Pattern.compile("^" + word + " +(\\d+) messages", Pattern.MULTILINE).matcher(run.out());
+            assertTrue(counted.find(), run.toString());
+            long before = Long.parseLong(counted.group(1));
+            assertTrue(counted.find(), run.toString());
+            assertEquals(3, Long.parseLong(counted.group(1)) - before, word);
+        }
     }
 
     @Test

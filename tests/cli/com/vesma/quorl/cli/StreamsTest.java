@@ -53,7 +53,7 @@ class StreamsTest {
             assertEquals(0, printer.code(), printer::said);
         }
         Path text = Files.writeString(folder.resolve("recorded.json"), json);
-        for (String[] form : new String[][] {{"--csv", table}, {"--json", text.toString()}}) {
+        for (String[] form : new String[][] {{"--csv", table}, {"--json-file", text.toString()}}) {
             try (ChildCommand again = listening("ready.c", "listen 'a.>' --count 300 --timeout 60 --json")) {
                 assertEquals(new Cli(0, "", ""), Cli.run("send", form[0], form[1], "--daemon", daemon.address));
                 assertEquals(json, String.join("\n", again.out.lines().toList()) + "\n");
@@ -97,7 +97,7 @@ class StreamsTest {
             for (int i = 1; i <= 20; i++) assertEquals("c {n=" + i + "}", heard.readLine());
             sender.interrupt();
             assertEquals(130, sender.code());
-            assertTrue(sender.said().matches("quorl: interrupted; [0-9]+ messages were sent\n"), sender.said());
+            assertTrue(sender.said().matches("quorl: interrupted; [0-9]+ messages were sent, and the daemon has confirmed all of them\n"), sender.said());
             int sent = Integer.parseInt(sender.said().replaceAll("[^0-9]", ""));
             for (int i = 21; i <= sent; i++) assertEquals("c {n=" + i + "}", heard.readLine());
             Cli.run("send", "c", "--daemon", daemon.address);
@@ -115,10 +115,37 @@ class StreamsTest {
             assertEquals("i {n=1}", listener.out.readLine());
             sender.interrupt();
             assertEquals(130, sender.code());
-            assertEquals("quorl: interrupted; 1 message was sent\n", sender.said());
+            assertEquals("quorl: interrupted; 1 message was sent, and the daemon has confirmed it\n", sender.said());
             listener.interrupt();
             assertEquals(130, listener.code());
             assertEquals("", listener.said());
+        }
+    }
+
+    @Test
+    void aCommandThatServesSaysWhenItDoes() throws Exception {
+        try (ChildCommand listener = new ChildCommand(folder, "listen", "s.>", "t", "--count", "1", "--daemon", daemon.address);
+                ChildCommand replier = new ChildCommand(folder, "reply", "u", "a:i32=1", "--count", "1", "--daemon", daemon.address);
+                ChildCommand answering = new ChildCommand(folder, "stats", "stats.s", "--answer", "--daemon", daemon.address)) {
+            listener.awaitSaid("quorl: listening to s.>, t\n");
+            replier.awaitSaid("quorl: answering requests on u\n");
+            answering.awaitSaid("quorl: answering requests on stats.s\n");
+            // What is sent from then on is heard.
+            assertEquals(new Cli(0, "", ""), Cli.run("send", "t", "--daemon", daemon.address));
+            assertEquals(0, listener.code(), listener::said);
+            assertEquals(new Cli(0, "{a=1}\n", ""), Cli.run("request", "u", "--daemon", daemon.address));
+            assertEquals(0, Cli.run("stats", "stats.s", "--daemon", daemon.address).code());
+        }
+    }
+
+    @Test
+    void theServerThatTakesOverIsNamed() throws Exception {
+        try (ChildDaemon first = new ChildDaemon(folder); ChildDaemon second = new ChildDaemon(folder);
+                ChildCommand listener = new ChildCommand(folder, "listen", "a", "--count", "1", "--daemon",
+                        first.address + "," + second.address)) {
+            listener.awaitSaid("quorl: listening to a\n");
+            first.close();
+            listener.awaitSaid(" is there again, now at " + second.address);
         }
     }
 
@@ -150,7 +177,7 @@ class StreamsTest {
             typed.close();
             assertEquals(1, sender.code());
             assertTrue(sender.said().contains("quorl: the connection to " + brief.address + " is lost"), sender.said());
-            assertTrue(sender.said().contains("quorl: the daemon did not confirm within 5 s that it has the 2 messages"),
+            assertTrue(sender.said().contains("quorl: the daemon did not confirm within 5 s that it has all 2 messages"),
                     sender.said());
         }
     }
