@@ -538,6 +538,27 @@ TEST(CircuitLife, outlives_no_library_and_comes_again_with_the_next) {
     }
 }
 
+TEST(CircuitLife, brings_home_what_was_sent_also_when_it_would_wait_for_ever) {
+    const char* endless[] = {"circuit.timeout=1e300"};
+    ASSERT_EQ(quorl_SetQRParameters(1, endless), QUORL_OK) << quorl_LastErrorText();
+    ASSERT_EQ(quorl_Open(), QUORL_OK);
+    const quorlTransport parent = newTransport();
+    quorlTransport acceptor = 0;
+    quorlTransport connector = 0;
+    const char* subject = nullptr;
+    ASSERT_EQ(quorlTransport_CreateAcceptVc(&acceptor, &subject, parent), QUORL_OK);
+    ASSERT_EQ(quorlTransport_CreateConnectVc(&connector, subject, parent), QUORL_OK);
+    ASSERT_EQ(quorlTransport_WaitForVcConnection(connector, limit), QUORL_OK);
+    Numbers numbers;
+    listen(QUORL_DEFAULT_QUEUE, acceptor, "n", onNumber, &numbers);
+    for (int i = 0; i < 5000; ++i) ASSERT_EQ(sendNumber(connector, "n", i), QUORL_OK);
+    ASSERT_EQ(quorlTransport_Destroy(connector), QUORL_OK);
+    while (numbers.came.size() < 5000) ASSERT_EQ(quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, limit), QUORL_OK);
+    EXPECT_EQ(quorl_Close(), QUORL_OK);
+    const char* usual[] = {"circuit.timeout=10"};
+    EXPECT_EQ(quorl_SetQRParameters(1, usual), QUORL_OK);
+}
+
 // A default limit of queues is for the program's queues.
 TEST(CircuitLife, is_not_cut_short_by_a_default_limit_of_queues) {
     const char* parameters[] = {"queue.limit=10", "circuit.timeout=5"};

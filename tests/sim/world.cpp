@@ -52,7 +52,7 @@ void Node::subscribe(std::string_view pattern, uint32_t tag) {
 
 bool Node::acts() noexcept {
     if (dying_) return false;
-    if (actionsLeft_ != 0 && --actionsLeft_ == 0) dying_ = true;
+    if (actionsLeft_ != 0 && world_.now_ < world_.plan_.healedAt && --actionsLeft_ == 0) dying_ = true;
     return !dying_;
 }
 

@@ -219,6 +219,17 @@ TEST(World, a_program_that_dies_at_its_third_write_has_written_two) {
     EXPECT_EQ(run.world.node(0).stored().size(), 7u);
 }
 
+TEST(World, after_the_healing_no_program_dies_of_a_fault_from_before) {
+    Plan plan = quiet();
+    plan.healedAt = 4500 * microsecond;
+    for (uint32_t i = 0; i < 10; ++i) plan.work.push_back({millisecond * (i + 1), 0, write, i});
+    plan.faults.push_back({.at = 0, .fault = Fault::killAt, .node = 0, .lasts = second, .amount = 6});
+    Trial run(plan);
+    run.world.run(2 * second);
+    EXPECT_EQ(run.world.node(0).starts(), 1u);
+    EXPECT_EQ(run.world.node(0).stored().size(), 10u);
+}
+
 TEST(World, a_full_disk_refuses_writes) {
     Plan plan = quiet();
     for (uint32_t i = 0; i < 10; ++i) plan.work.push_back({millisecond * (i + 1), 0, write, i});

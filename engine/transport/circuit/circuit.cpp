@@ -25,6 +25,9 @@
 namespace quorl::transport::circuit {
 namespace {
 
+// A circuit.timeout beyond it means for ever; sums of times do not wrap.
+constexpr int64_t longestSilence = int64_t{365} * 86'400 * 1'000'000'000;
+
 constexpr const char* parentIsGone = "the transport below was closed";
 
 // Draws what tells a circuit from all others in the world.
@@ -54,6 +57,12 @@ std::vector<protocol::GuestRef> allEnds() noexcept {
     return all;
 }
 
+bool losesNothing(ThreadState& thread, uint32_t id, std::string_view inbox) noexcept {
+    Section section(thread);
+    auto* transport = registry::find<Transport>(id);
+    return transport != nullptr && transport->carrier->passage(inbox, monotonicNow()).lossless;
+}
+
 // peer: null for an accepting end.
 quorl_status create(uint32_t* id, uint32_t parent, const char* peer, EndRef* made) noexcept {
     ThreadState* thread = threadState();
@@ -64,7 +73,9 @@ quorl_status create(uint32_t* id, uint32_t parent, const char* peer, EndRef* mad
             return status;
         const std::string address = inbox.data();
         Settings settings;
-        settings.lostAfter = nanosecondsOf(environment::parameters().of(parameters::timeout));
+        settings.lostAfter =
+            std::min(nanosecondsOf(environment::parameters().of(parameters::timeout)), longestSilence);
+        settings.lossless = losesNothing(*thread, parent, address);
         uint64_t session = 0;
         if (peer != nullptr && !drawSession(&session))
             return fail(QUORL_OS_ERROR, "the system gives no random numbers");

@@ -50,7 +50,7 @@ int64_t Machine::due() const noexcept {
             return handshakeAt_;
         case State::up:
         case State::draining:
-            return std::min({retransmitAt_, acknowledgeAt_, pingAt_, drainUntil_, crowdedUntil_});
+            return std::min({retransmitAt_, acknowledgeAt_, watchAt_, drainUntil_, crowdedUntil_});
         default:
             return INT64_MAX;
     }
@@ -109,8 +109,55 @@ void Machine::beginTalking(int64_t now, Output& out) {
     state_ = State::up;
     heard_ = now;
     probes_ = 0;
-    pingAt_ = now + std::min<int64_t>(settings_.lostAfter / 4, 1000 * milliseconds);
+    setWatch(now);
     out.connected = true;
+}
+
+// How often to look after a peer that owes an answer, and at what the way below says.
+int64_t Machine::watchPeriod() const noexcept {
+    return std::min<int64_t>(settings_.lostAfter / 4, 1000 * milliseconds);
+}
+
+// Times to look are rounded to multiples of it.
+int64_t Machine::watchGrid() const noexcept {
+    return watchPeriod() / 4;
+}
+
+// How long the peer may say nothing before it is asked, when nothing is expected of it. On a way that loses nothing only want of
+// memory can have cost its last words. The accepting end waits a little longer: to be asked is to hear the peer.
+int64_t Machine::quietPeriod() const noexcept {
+    const int64_t asked = settings_.lossless ? 6 * settings_.lostAfter : settings_.lostAfter / 4;
+    return own_.empty() ? asked + watchPeriod() / 2 : asked;
+}
+
+// Circuits look at the same moments, so that many of them wake the thread as often as few.
+void Machine::setWatch(int64_t now) noexcept {
+    const int64_t period = watchPeriod();
+    const int64_t grid = watchGrid();
+    const int64_t quietUntil = heard_ + quietPeriod();
+    int64_t at = now + period;
+    if (quietUntil > now + grid) at = settings_.lossless ? quietUntil : std::min(at, quietUntil);
+    watchAt_ = (at + grid / 2) / grid * grid;
+}
+
+// Something was sent that the peer answers.
+void Machine::probed(int64_t now) noexcept {
+    if (probes_++ == 0) askedAt_ = now;
+}
+
+// However long nothing was said: the peer is silent from when it was asked, or would have been on any other way.
+bool Machine::peerIsSilent(int64_t heardUpTo) const noexcept {
+    const int64_t since = std::max(heard_, askedAt_ - settings_.lostAfter / 4);
+    return probes_ >= probesBeforeLoss && heardUpTo - since >= settings_.lostAfter;
+}
+
+void Machine::watch(int64_t now, const Passage& passage, Output& out) {
+    const bool busy = passage.arriving > arriving_ || now - passage.handedOn > 500 * milliseconds;
+    arriving_ = passage.arriving;
+    setWatch(now);
+    if (!busy && unacknowledged_.empty() && now + watchGrid() / 2 - heard_ < quietPeriod()) return;
+    probed(now);
+    emitPing(busy ? Word::busy : Word::none, now, out);
 }
 
 void Machine::endTalking(State state, const char* reason, Output& out) {
@@ -423,7 +470,7 @@ void Machine::tick(int64_t now, const Passage& passage, Output& out) {
         heard_ = passage.arriving;
         probes_ = 0;
     }
-    if (std::min(now, passage.handedOn) - heard_ >= settings_.lostAfter && probes_ >= probesBeforeLoss)
+    if (peerIsSilent(std::min(now, passage.handedOn)))
         return endTalking(
             State::lost,
             peerClosed_ ? "the peer closed the circuit, and some of its messages are lost" : "the peer is silent", out);
@@ -439,13 +486,7 @@ void Machine::tick(int64_t now, const Passage& passage, Output& out) {
     if (now >= acknowledgeAt_) emitAck(out);
     if (now >= crowdedUntil_) sendCrowded(now, out);
     if (now >= retransmitAt_) onMissed(now, passage.passed, out);
-    if (now >= pingAt_) {
-        pingAt_ = now + std::min<int64_t>(settings_.lostAfter / 4, 1000 * milliseconds);
-        ++probes_;
-        const bool busy = passage.arriving > arriving_ || now - passage.handedOn > 500 * milliseconds;
-        arriving_ = passage.arriving;
-        emitPing(busy ? Word::busy : Word::none, now, out);
-    }
+    if (now >= watchAt_) watch(now, passage, out);
 }
 
 // The first message that is not acknowledged is due, if what was sent so far has passed the way below.
@@ -455,7 +496,7 @@ void Machine::onMissed(int64_t now, int64_t passed, Output& out) {
         return;
     }
     Sent& first = unacknowledged_.front();
-    ++probes_;
+    probed(now);
     repaired_ = 0;
     repairUpTo_ = lastSequence_;
     repeatedUpTo_ = first.sequence;

@@ -36,6 +36,7 @@ struct Settings {
     uint32_t windowMessages = 256;        // sent and not acknowledged, at most
     uint64_t windowBytes = 4u << 20;      // the same in bytes; one message always fits
     uint64_t waitingBytes = 64ull << 20;  // of messages that wait for the window
+    bool lossless = false;                // the way below is, see Passage
 };
 
 struct Outgoing {
@@ -145,6 +146,13 @@ class Machine {
     void leaveIfAllCame(Output& out);
     void setRetransmission(int64_t now) noexcept;
     int64_t patience() const noexcept;
+    int64_t watchPeriod() const noexcept;
+    int64_t watchGrid() const noexcept;
+    int64_t quietPeriod() const noexcept;
+    void setWatch(int64_t now) noexcept;
+    void probed(int64_t now) noexcept;
+    bool peerIsSilent(int64_t heardUpTo) const noexcept;
+    void watch(int64_t now, const Passage& passage, Output& out);
 
     Settings settings_;
     State state_;
@@ -179,13 +187,14 @@ class Machine {
     // Times.
     int64_t heard_ = 0;           // when the peer was last heard
     uint32_t probes_ = 0;         // sent by timers since then: silence counts only when it is an answer
+    int64_t askedAt_ = 0;         // when the first of them was sent
     int64_t handshakeAt_ = 0;     // next try of connect, accept or close
     int64_t handshakePause_ = 0;  // until the one after it
     uint32_t handshakes_ = 0;
     int64_t missedAt_ = INT64_MAX;      // when the first message is, by the clock of the way below
     int64_t retransmitAt_ = INT64_MAX;  // when to look at that
     int64_t acknowledgeAt_ = INT64_MAX;
-    int64_t pingAt_ = INT64_MAX;
+    int64_t watchAt_ = INT64_MAX;           // when to look after the peer and the way below
     uint64_t pings_ = 0;                    // sent so far
     std::array<int64_t, 64> pingSentAt_{};  // of the last ones, by their numbers; 0: answered
     int64_t lossSeen_ = 0;                  // of the transport below, the last one that was dealt with

@@ -106,6 +106,7 @@ class Network {
         for (End* end : {&acceptor, &connector}) {
             if (end->dead || end->machine.due() > now) continue;
             Output out;
+            ++ticks;
             end->machine.tick(now, passageOf(*end), out);
             EXPECT_GT(end->machine.due(), now) << "a tick that leaves itself due would spin";
             take(*end, out);
@@ -138,6 +139,7 @@ class Network {
     End connector;
     Weather weather;
     int64_t now = 0;
+    uint64_t ticks = 0;
     uint64_t frames = 0;
     uint64_t bytes = 0;  // of messages that were sent
     // Bytes a second from the connector to the acceptor, one message behind the other; 0: any. The acceptor sees them come.
@@ -233,14 +235,46 @@ TEST(CircuitMachine, on_a_good_network_sends_each_message_once) {
     EXPECT_LE(net.frames - before, 3200u + 100u + 10u);
 }
 
-TEST(CircuitMachine, comes_to_rest_but_for_pings) {
-    Network net(1);
+// One end asks, and both hear each other for it.
+TEST(CircuitMachine, comes_to_rest_but_for_a_ping_now_and_then) {
+    for (const bool lossless : {false, true}) {
+        Settings settings;
+        settings.lossless = lossless;
+        Network net(1, settings);
+        ASSERT_TRUE(net.connect());
+        net.run(3000 * ms);
+        const uint64_t frames = net.frames;
+        const uint64_t ticks = net.ticks;
+        net.run(3'600'000 * ms);
+        EXPECT_EQ(net.acceptor.lost + net.connector.lost, 0);
+        const uint64_t pings = (net.frames - frames) / 2;  // each with its answer
+        if (lossless) {
+            EXPECT_LE(pings, 62u);
+            EXPECT_GE(pings, 50u);
+            EXPECT_LE(net.ticks - ticks, 4 * 62u);
+        } else {
+            EXPECT_LE(pings, 3600u / 2.5 + 1);
+            EXPECT_GE(pings, 3600u / 3);
+            EXPECT_LE(net.ticks - ticks, 2 * 2 * 3600u);
+        }
+    }
+}
+
+// On a way that loses nothing the peer was not heard for long when it is asked: that alone is no silence.
+TEST(CircuitMachine, a_quiet_circuit_gives_the_peer_its_time_to_answer) {
+    Settings settings;
+    settings.lossless = true;
+    Network net(1, settings);
     ASSERT_TRUE(net.connect());
-    net.run(1000 * ms);
-    const uint64_t before = net.frames;
-    net.run(10'000 * ms);
-    EXPECT_LE(net.frames - before, 44u);  // a ping and its answer each second from either side
-    EXPECT_EQ(net.acceptor.lost + net.connector.lost, 0);
+    net.run(50'000 * ms);
+    net.weather.cut = true;
+    ASSERT_EQ(net.send(net.connector, numbered(0)), QUORL_OK);
+    net.run(7000 * ms);
+    EXPECT_EQ(net.connector.lost, 0);
+    net.weather.cut = false;
+    EXPECT_TRUE(net.until([&] { return net.acceptor.delivered.size() == 1; }));
+    net.weather.cut = true;
+    EXPECT_TRUE(net.until([&] { return net.acceptor.lost == 1 && net.connector.lost == 1; }, 80'000 * ms));
 }
 
 TEST(CircuitMachine, brings_everything_home_once_and_in_order_through_loss_duplication_and_reordering) {
