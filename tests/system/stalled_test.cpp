@@ -23,6 +23,7 @@ TEST_F(Open, questionsOfADaemonThatDoesNotReadAreAnsweredTogether) {
     const quorlTransport transport = transportTo(daemon.address());
     settleOn(transport);
     EXPECT_LT(commands, questions / 4);
+    EXPECT_EQ(quorlTransport_Destroy(transport), QUORL_OK) << "while the daemon is there: " << quorl_LastErrorText();
 }
 
 // What others send still comes in, so that the daemon is not silent.

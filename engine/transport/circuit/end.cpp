@@ -210,7 +210,10 @@ End::Phase End::awaitPeer(int64_t deadline) noexcept {
     while (phase() == pending) {
         if (!futexWait(phase_, pending, deadline)) break;
     }
-    return phase();
+    // The machine may know that the circuit is lost, and refuse messages, before that is delivered.
+    const Phase now = phase();
+    return now == up && look([](const Machine& machine) { return machine.state() >= Machine::State::lost; }) ? lost
+                                                                                                             : now;
 }
 
 quorl_status End::notConnected() noexcept {
