@@ -45,7 +45,31 @@ class Ending {
     virtual quorl_status await() noexcept = 0;
 };
 
-// One transport's way to its bus. Every function may be called by many threads at once.
+// One transport's way to its bus: the bus of this process, a daemon, a circuit, or a test's. Every function may be called by
+// many threads at once. What all of them keep to, and tests/backends holds each of them to:
+//
+// Sending. A send takes the message whole or not at all, and does not wait. QUORL_OK: the message is accepted, and what the
+// program does with its own from then on changes nothing. noRoom: nothing was sent and nothing is wrong, the way out is full
+// for a message of that size until awaitRoom says otherwise; a way that cannot be full never says so. Any other status is a
+// failure with a detail text, and nothing was sent. What a subject alone makes send refuse, check refuses too.
+//
+// Order. What one thread sends through a transport comes to each listener that matches once, and in the order of sending,
+// whatever the subjects. Only a connection to a daemon that breaks may cost what was on its way, and tells so. Between messages
+// of different threads, or of different transports, there is no order.
+//
+// Listening. It is in force when listen has returned, for what is sent in its wake: whatever the transport itself sends
+// afterwards, where a transport hears itself, and what others send once something has come to them that the transport sent
+// afterwards. What others send at the same time is heard or not. From when unlisten has returned nothing more is put into the
+// listener's queue but by calls that were already doing so, and the listener's event takes none of that either.
+//
+// Requests. The first message to the inbox is the reply; later ones are dropped. When closeRequest has returned nobody touches
+// the request any more.
+//
+// Closing. By then the listeners are unlistened and the requests ended. close and closed do not wait. What was accepted before
+// goes on its way: on the bus of this process it is in its queues already, a connection to a daemon sends it within the limit
+// for closing, and ending waits for that, a circuit brings it home in the background. Who waits in awaitRoom returns, and what
+// is still under way on other threads ends soon, with any status. Nothing comes in any more. The backend is destroyed when no
+// thread can be inside it.
 class Carrier {
   public:
     Carrier() = default;
@@ -53,20 +77,21 @@ class Carrier {
     Carrier& operator=(const Carrier&) = delete;
     virtual ~Carrier() = default;
 
-    // Whether a message may be sent to the subject.
+    // Whether a message may be sent to the subject: QUORL_OK, or QUORL_INVALID_SUBJECT with its detail text. Asks nobody.
     virtual quorl_status check(std::string_view subject) const noexcept = 0;
     // Sends the content to its send subject, which it checks. The thread is inside a section: this does not wait. noRoom:
     // nothing was sent; the caller leaves its section, calls awaitRoom with the transport pinned, and tries again.
     static constexpr quorl_status noRoom = static_cast<quorl_status>(-1);
     virtual quorl_status send(ThreadState& thread, message::ContentRef content) noexcept = 0;
 
-    // Puts the content where it would go if it had just come in from the bus: to this process's listeners, and the request,
-    // that match its send subject. Nothing goes out to others. The thread is inside a section.
+    // Puts the content, whose send subject is an inbox, where it would go if it had just come in from the bus: to the listeners
+    // of this process, and the request, that match. Nothing goes out to others. The thread is inside a section.
     virtual quorl_status deliver(ThreadState& thread, message::ContentRef content) noexcept {
         return send(thread, std::move(content));
     }
 
-    // Starts and stops putting messages that match the listener's subject into its queue. The subject has been checked.
+    // Starts and stops putting messages that match the listener's subject into its queue. The subject has been checked. Under
+    // the transport's lock.
     virtual quorl_status listen(Listener& listener) noexcept = 0;
     virtual void unlisten(Listener& listener) noexcept = 0;
 

@@ -1,0 +1,136 @@
+// Making each backend, and filling its way out.
+#include "backends.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "server.h"
+#include "sim/backend.h"
+
+namespace quorltest {
+namespace {
+
+constexpr double limit = 60;  // seconds
+
+class Embedded final : public Bus {
+  public:
+    Embedded() {
+        for (quorlTransport* made : {&here, &there})
+            EXPECT_EQ(quorlTransport_Create(made, "conformance", nullptr, ""), QUORL_OK) << quorl_LastErrorText();
+    }
+};
+
+class Daemon final : public Bus {
+  public:
+    Daemon() {
+        for (quorlTransport* made : {&here, &there})
+            EXPECT_EQ(quorlTransport_Create(made, nullptr, nullptr, server_.url().c_str()), QUORL_OK)
+                << quorl_LastErrorText();
+        // A connection of its own.
+        EXPECT_EQ(quorlTransport_SetDescription(there, "there"), QUORL_OK);
+    }
+    ~Daemon() override { open(); }
+    bool canBeFull() const override { return true; }
+    void shut() override {
+        server_.signal(SIGSTOP);
+        shut_ = true;
+    }
+    void open() override {
+        if (shut_) server_.signal(SIGCONT);
+        shut_ = false;
+    }
+
+  private:
+    NatsServer server_;
+    bool shut_ = false;
+};
+
+quorl::sim::Plan calm() {
+    quorl::sim::Plan plan;
+    plan.seed = 1;
+    plan.rates.inOrder = true;
+    plan.rates.longest = 3 * quorl::sim::millisecond;
+    return plan;
+}
+
+class Simulated final : public Bus {
+  public:
+    Simulated() {
+        here = bus_.transport(0);
+        there = bus_.transport(1);
+    }
+    bool canBeFull() const override { return true; }
+    void shut() override { bus_.shut(0); }
+    void open() override { bus_.open(0); }
+    void pump() override { bus_.step(); }
+
+  private:
+    quorl::sim::SimulatedBus bus_{calm()};
+};
+
+class Circuit : public Bus {
+  public:
+    bool hearsItself() const override { return false; }
+
+  protected:
+    void connect(quorlTransport belowHere, quorlTransport belowThere) {
+        const char* subject = nullptr;
+        ASSERT_EQ(quorlTransport_CreateAcceptVc(&there, &subject, belowThere), QUORL_OK) << quorl_LastErrorText();
+        ASSERT_EQ(quorlTransport_CreateConnectVc(&here, subject, belowHere), QUORL_OK) << quorl_LastErrorText();
+        const auto up = [](quorlTransport end) { return quorlTransport_WaitForVcConnection(end, 0) == QUORL_OK; };
+        ASSERT_TRUE(until({}, [&] { return up(here) && up(there); }));
+    }
+};
+
+class CircuitInside final : public Circuit {
+  public:
+    CircuitInside() {
+        quorlTransport below = 0;
+        EXPECT_EQ(quorlTransport_Create(&below, "conformance", nullptr, ""), QUORL_OK) << quorl_LastErrorText();
+        connect(below, below);
+    }
+};
+
+class CircuitOverSimulated final : public Circuit {
+  public:
+    CircuitOverSimulated() { connect(bus_.transport(0), bus_.transport(1)); }
+    bool canBeFull() const override { return true; }
+    void shut() override { bus_.shut(0); }
+    void open() override { bus_.open(0); }
+    void pump() override { bus_.step(); }
+
+  private:
+    quorl::sim::SimulatedBus bus_{calm()};
+};
+
+template <class T>
+std::unique_ptr<Bus> make() {
+    return std::make_unique<T>();
+}
+
+}  // namespace
+
+bool Bus::until(const std::vector<quorlQueue>& queues, const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+    while (!condition()) {
+        bool any = false;
+        for (const quorlQueue queue : queues) any |= quorlQueue_TimedDispatch(queue, 0) == QUORL_OK;
+        if (any) continue;
+        if (std::chrono::steady_clock::now() >= end) return false;
+        pump();
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+std::vector<Backend> backends() {
+    return {{"Embedded", make<Embedded>},
+            {"Daemon", make<Daemon>},
+            {"Simulated", make<Simulated>},
+            {"Circuit", make<CircuitInside>},
+            {"CircuitOverSimulated", make<CircuitOverSimulated>}};
+}
+
+}  // namespace quorltest

@@ -1,0 +1,43 @@
+// The transport backends, each as a bus with two transports on it.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "quorl/quorl.h"
+
+namespace quorltest {
+
+class Bus {
+  public:
+    Bus() = default;
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+    virtual ~Bus() = default;
+
+    // Each hears what the other sends.
+    quorlTransport here = 0;
+    quorlTransport there = 0;
+
+    // Whether a transport hears what it sends itself.
+    virtual bool hearsItself() const { return true; }
+    // Whether the way out of here can be full, and then stands still from shut until open.
+    virtual bool canBeFull() const { return false; }
+    virtual void shut() {}
+    virtual void open() {}
+    // Lets time pass where it does not by itself.
+    virtual void pump() {}
+
+    // Waits until condition is true, dispatching queues meanwhile. False: it did not become so within the limit.
+    bool until(const std::vector<quorlQueue>& queues, const std::function<bool()>& condition);
+};
+
+struct Backend {
+    const char* name;
+    std::unique_ptr<Bus> (*make)();  // the library is open
+};
+std::vector<Backend> backends();
+
+}  // namespace quorltest

@@ -1,0 +1,419 @@
+// The contract of transport backends, as engine/transport/transport.h gives it, held against each of them.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <deque>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "backends.h"
+#include "base/clock.h"
+#include "base/registry.h"
+#include "sim/message.h"
+#include "transport/transport.h"
+
+namespace quorltest {
+namespace {
+
+using quorl::sim::numbered;
+using quorl::transport::Carrier;
+using quorl::transport::Transport;
+
+// What a listener heard, in order.
+struct Heard {
+    std::vector<uint64_t> numbers;
+};
+
+uint64_t numberIn(quorlMsg message) {
+    quorl_u64 number = UINT64_MAX;
+    EXPECT_EQ(quorlMsg_GetU64Ex(message, "n", &number, 0), QUORL_OK);
+    return number;
+}
+
+void onNumber(quorlEvent, quorlMsg message, void* closure) {
+    static_cast<Heard*>(closure)->numbers.push_back(numberIn(message));
+}
+
+constexpr size_t large = 1u << 20;
+
+quorlMsg newMessage(const std::string& subject, uint64_t number, size_t bytes = 0) {
+    const std::string filling(bytes, 'x');
+    quorlMsg message = nullptr;
+    EXPECT_EQ(quorlMsg_Create(&message), QUORL_OK);
+    EXPECT_EQ(quorlMsg_SetSendSubject(message, subject.c_str()), QUORL_OK);
+    EXPECT_EQ(quorlMsg_AddU64Ex(message, "n", number, 0), QUORL_OK);
+    EXPECT_EQ(quorlMsg_AddOpaqueEx(message, "x", filling.data(), static_cast<quorl_u32>(bytes), 0), QUORL_OK);
+    return message;
+}
+
+quorl::message::ContentRef newContent(const std::string& subject, uint64_t number, size_t bytes) {
+    quorlMsg message = newMessage(subject, number, bytes);
+    quorl::message::ContentRef content;
+    EXPECT_EQ(quorl::message::snapshot(message, &content), QUORL_OK);
+    EXPECT_EQ(quorlMsg_Destroy(message), QUORL_OK);
+    return content;
+}
+
+quorl_status send(quorlTransport transport, const std::string& subject, uint64_t number, size_t bytes = 0) {
+    quorlMsg message = newMessage(subject, number, bytes);
+    const quorl_status status = quorlTransport_Send(transport, message);
+    EXPECT_EQ(quorlMsg_Destroy(message), QUORL_OK);
+    return status;
+}
+
+std::vector<uint64_t> upTo(uint64_t count) {
+    std::vector<uint64_t> numbers;
+    for (uint64_t i = 0; i < count; ++i) numbers.push_back(i);
+    return numbers;
+}
+
+class Conformance : public testing::TestWithParam<Backend> {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(quorl_Open(), QUORL_OK) << quorl_LastErrorText();
+        bus_ = GetParam().make();
+        ASSERT_EQ(quorlQueue_Create(&queue_), QUORL_OK);
+        if (HasFatalFailure()) GTEST_FAIL();
+    }
+    void TearDown() override {
+        bus_->open();
+        // A connection to a daemon that is still there loses nothing when it closes.
+        EXPECT_EQ(quorl_Close(), QUORL_OK) << quorl_LastErrorText();
+        bus_.reset();
+    }
+
+    quorlEvent listen(quorlTransport transport, const std::string& subject, quorlEventCallback callback,
+                      const void* closure) const {
+        quorlEvent event = 0;
+        EXPECT_EQ(quorlEvent_CreateListener(&event, queue_, callback, transport, subject.c_str(), closure), QUORL_OK)
+            << quorl_LastErrorText();
+        return event;
+    }
+    bool until(const std::function<bool()>& condition) { return bus_->until({queue_}, condition); }
+    // What was sent on either transport before has come where it goes, and is dispatched.
+    void settle() {
+        Heard marks;
+        for (const auto& [from, to] : {std::pair(bus_->here, bus_->there), std::pair(bus_->there, bus_->here)}) {
+            const size_t before = marks.numbers.size();
+            const quorlEvent event = listen(to, "mark", onNumber, &marks);
+            ASSERT_TRUE(inForce(from, to));
+            ASSERT_EQ(send(from, "mark", 0), QUORL_OK) << quorl_LastErrorText();
+            ASSERT_TRUE(until([&] { return marks.numbers.size() > before; }));
+            ASSERT_EQ(quorlEvent_DestroyEx(event, nullptr), QUORL_OK);
+        }
+    }
+    // What `to` listens to is in force for `from`: something that `to` sent since has come there.
+    bool inForce(quorlTransport from, quorlTransport to) {
+        static std::atomic<uint64_t> count{0};
+        const std::string subject = "in.force." + std::to_string(++count);
+        Heard words;
+        const quorlEvent event = listen(from, subject, onNumber, &words);
+        // Its own listening may be late: the word is repeated until it comes.
+        int64_t next = 0;
+        const bool came = until([&] {
+            if (!words.numbers.empty()) return true;
+            if (const int64_t now = quorl::monotonicNow(); now >= next) {
+                next = now + 20'000'000;
+                EXPECT_EQ(send(to, subject, 0), QUORL_OK) << quorl_LastErrorText();
+            }
+            return false;
+        });
+        EXPECT_EQ(quorlEvent_DestroyEx(event, nullptr), QUORL_OK);
+        return came;
+    }
+
+    // Calls the backend of a transport as the engine does.
+    template <class F>
+    static auto with(quorlTransport id, F&& call) {
+        quorl::ThreadState& thread = *quorl::threadState();
+        quorl::registry::Pin<Transport> transport(thread, id);
+        EXPECT_TRUE(transport);
+        return call(*transport->carrier);
+    }
+    static quorl_status tryToSend(quorlTransport id, quorl::message::ContentRef content) {
+        return with(id, [&](Carrier& carrier) {
+            quorl::ThreadState& thread = *quorl::threadState();
+            quorl::Section section(thread);
+            return carrier.send(thread, std::move(content));
+        });
+    }
+    // Sends until there is no room; how many were accepted.
+    uint64_t fill() const {
+        const quorl::message::ContentRef content = newContent("f.large", 0, large);
+        uint64_t accepted = 0;
+        quorl_status status = QUORL_OK;
+        while (accepted < 1000 && (status = tryToSend(bus_->here, content)) == QUORL_OK) ++accepted;
+        EXPECT_EQ(status, Carrier::noRoom) << accepted << quorl_LastErrorText();
+        return accepted;
+    }
+
+    std::unique_ptr<Bus> bus_;
+    quorlQueue queue_ = 0;
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, Conformance, testing::ValuesIn(backends()),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_P(Conformance, refuses_subjects_when_they_are_checked_as_when_they_are_sent_to) {
+    for (const char* subject : {"a.*", ">", "a..b", "", "_NOBODYS.x"}) {
+        with(bus_->here, [&](Carrier& carrier) {
+            EXPECT_EQ(carrier.check(subject), QUORL_INVALID_SUBJECT) << subject;
+            return 0;
+        });
+        quorl::message::ContentRef content;
+        quorl::message::ContentRef addressed;
+        ASSERT_EQ(quorl::message::withSubjects(numbered("a", 0), subject, {}, &addressed), QUORL_OK);
+        EXPECT_EQ(tryToSend(bus_->here, std::move(addressed)), QUORL_INVALID_SUBJECT) << subject;
+        EXPECT_STRNE(quorl_LastErrorText(), "") << subject;
+    }
+    with(bus_->here, [&](Carrier& carrier) {
+        EXPECT_EQ(carrier.check("a.b"), QUORL_OK);
+        EXPECT_EQ(carrier.check("_INBOX.a.1"), QUORL_OK);
+        return 0;
+    });
+}
+
+TEST_P(Conformance, brings_each_message_once_and_in_order_whatever_the_subjects) {
+    Heard all;
+    Heard even;
+    Heard both[2];
+    listen(bus_->there, "o.>", onNumber, &all);
+    listen(bus_->there, "o.0", onNumber, &even);
+    for (Heard& each : both) listen(bus_->there, "o.*", onNumber, &each);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    for (uint64_t i = 0; i < 600; ++i) ASSERT_EQ(send(bus_->here, "o." + std::to_string(i % 2), i), QUORL_OK);
+    ASSERT_TRUE(until([&] { return both[1].numbers.size() >= 600 && all.numbers.size() >= 600; }));
+    settle();
+    EXPECT_EQ(all.numbers, upTo(600));
+    for (const Heard& each : both) EXPECT_EQ(each.numbers, upTo(600));
+    ASSERT_EQ(even.numbers.size(), 300u);
+    for (uint64_t i = 0; i < 300; ++i) EXPECT_EQ(even.numbers[i], 2 * i);
+}
+
+TEST_P(Conformance, keeps_the_order_of_each_thread_that_sends) {
+    constexpr uint64_t threads = 3;
+    constexpr uint64_t each = 300;
+    Heard heard;
+    listen(bus_->there, "t.*", onNumber, &heard);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    {
+        std::vector<std::jthread> senders;
+        for (uint64_t t = 0; t < threads; ++t) {
+            senders.emplace_back([&, t] {
+                for (uint64_t i = 0; i < each; ++i)
+                    EXPECT_EQ(send(bus_->here, "t." + std::to_string(t), t * each + i), QUORL_OK);
+            });
+        }
+        ASSERT_TRUE(until([&] { return heard.numbers.size() == threads * each; }));
+    }
+    std::vector<uint64_t> next;
+    for (uint64_t t = 0; t < threads; ++t) next.push_back(t * each);
+    for (const uint64_t number : heard.numbers) EXPECT_EQ(number, next[number / each]++);
+}
+
+// Each time `there` listens, and then asks; `here` answers when it is asked, which has to be heard.
+TEST_P(Conformance, hears_what_others_send_in_the_wake_of_listening) {
+    struct Answerer {
+        quorlTransport transport;
+    } answerer{bus_->here};
+    listen(
+        bus_->here, "ask",
+        [](quorlEvent, quorlMsg asked, void* closure) {
+            const uint64_t number = numberIn(asked);
+            EXPECT_EQ(send(static_cast<Answerer*>(closure)->transport, "answer." + std::to_string(number), number),
+                      QUORL_OK);
+        },
+        &answerer);
+    ASSERT_TRUE(inForce(bus_->there, bus_->here));
+    for (uint64_t i = 0; i < 30; ++i) {
+        Heard heard;
+        const quorlEvent event = listen(bus_->there, "answer." + std::to_string(i), onNumber, &heard);
+        ASSERT_EQ(send(bus_->there, "ask", i), QUORL_OK);
+        ASSERT_TRUE(until([&] { return !heard.numbers.empty(); })) << i;
+        ASSERT_EQ(quorlEvent_DestroyEx(event, nullptr), QUORL_OK);
+    }
+}
+
+TEST_P(Conformance, hears_itself_from_when_it_listens_or_never) {
+    Heard heard;
+    for (uint64_t i = 0; i < 30; ++i) {
+        listen(bus_->here, "self." + std::to_string(i), onNumber, &heard);
+        ASSERT_EQ(send(bus_->here, "self." + std::to_string(i), i), QUORL_OK);
+    }
+    if (bus_->hearsItself()) {
+        ASSERT_TRUE(until([&] { return heard.numbers.size() == 30; }));
+        EXPECT_EQ(heard.numbers, upTo(30));
+    } else {
+        settle();
+        EXPECT_TRUE(heard.numbers.empty());
+    }
+}
+
+TEST_P(Conformance, hears_nothing_any_more_after_it_has_stopped_listening) {
+    Heard gone;
+    Heard there;
+    const quorlEvent event = listen(bus_->there, "s.x", onNumber, &gone);
+    listen(bus_->there, "s.*", onNumber, &there);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    ASSERT_EQ(send(bus_->here, "s.x", 0), QUORL_OK);
+    ASSERT_TRUE(until([&] { return there.numbers.size() == 1 && gone.numbers.size() == 1; }));
+    ASSERT_EQ(quorlEvent_DestroyEx(event, nullptr), QUORL_OK);
+    for (uint64_t i = 1; i < 10; ++i) ASSERT_EQ(send(bus_->here, "s.x", i), QUORL_OK);
+    ASSERT_TRUE(until([&] { return there.numbers.size() == 10; }));
+    settle();
+    EXPECT_EQ(gone.numbers, upTo(1));
+    EXPECT_EQ(there.numbers, upTo(10));
+}
+
+TEST_P(Conformance, carries_a_message_as_it_was_when_it_was_sent) {
+    Heard heard;
+    listen(bus_->there, "c", onNumber, &heard);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    quorlMsg message = newMessage("c", 0);
+    for (uint64_t i = 0; i < 50; ++i) {
+        ASSERT_EQ(quorlMsg_UpdateU64Ex(message, "n", i, 0), QUORL_OK);
+        ASSERT_EQ(quorlTransport_Send(bus_->here, message), QUORL_OK);
+    }
+    ASSERT_EQ(quorlMsg_UpdateU64Ex(message, "n", 4711, 0), QUORL_OK);
+    ASSERT_TRUE(until([&] { return heard.numbers.size() == 50; }));
+    EXPECT_EQ(heard.numbers, upTo(50));
+    EXPECT_EQ(quorlMsg_Destroy(message), QUORL_OK);
+}
+
+TEST_P(Conformance, says_that_there_is_no_room_and_has_then_sent_nothing) {
+    Heard filling;
+    Heard heard;
+    listen(bus_->there, "f.large", onNumber, &filling);
+    listen(bus_->there, "f.after", onNumber, &heard);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    if (!bus_->canBeFull()) {
+        for (uint64_t i = 0; i < 1000; ++i) ASSERT_EQ(tryToSend(bus_->here, numbered("f.after", i)), QUORL_OK);
+        ASSERT_TRUE(until([&] { return heard.numbers.size() == 1000; }));
+        return;
+    }
+    bus_->shut();
+    const uint64_t accepted = fill();
+    for (uint64_t i = 0; i < 3; ++i)
+        EXPECT_EQ(tryToSend(bus_->here, newContent("f.after", 100 + i, large)), Carrier::noRoom) << "it stays so";
+    with(bus_->here, [&](Carrier& carrier) {
+        EXPECT_TRUE(carrier.awaitRoom(quorl::monotonicNow() + 1'000'000)) << "only the deadline has come";
+        return 0;
+    });
+    // A thread that waits for room goes on when there is some.
+    std::jthread waiting([&] { EXPECT_EQ(send(bus_->here, "f.after", 0, large), QUORL_OK) << quorl_LastErrorText(); });
+    bus_->open();
+    ASSERT_TRUE(until([&] { return !heard.numbers.empty(); }));
+    settle();
+    EXPECT_EQ(heard.numbers, upTo(1));
+    EXPECT_EQ(filling.numbers.size(), accepted);
+}
+
+TEST_P(Conformance, wakes_whoever_waits_for_room_when_it_is_closed) {
+    if (!bus_->canBeFull()) return;
+    bus_->shut();
+    fill();
+    std::atomic<quorl_status> status{QUORL_OK};
+    std::jthread sender([&] { status = send(bus_->here, "w", 0, large); });
+    // Closing may wait for what was accepted.
+    std::jthread closer([&] { static_cast<void>(quorlTransport_Destroy(bus_->here)); });
+    EXPECT_TRUE(bus_->until({}, [&] { return status != QUORL_OK; }));
+    EXPECT_TRUE(status == QUORL_INVALID_TRANSPORT || status == QUORL_VC_NOT_CONNECTED) << status;
+    bus_->open();
+}
+
+TEST_P(Conformance, takes_the_first_reply_and_leaves_the_request_alone_afterwards) {
+    struct Server {
+        quorlTransport transport;
+        std::atomic<int> asked{0};
+    } server{bus_->there, {}};
+    listen(
+        bus_->there, "request",
+        [](quorlEvent, quorlMsg request, void* closure) {
+            auto& self = *static_cast<Server*>(closure);
+            for (uint64_t i = 0; i < 3; ++i) {
+                quorlMsg reply = newMessage("unused", 10 * numberIn(request) + i);
+                EXPECT_EQ(quorlTransport_SendReply(self.transport, reply, request), QUORL_OK);
+                EXPECT_EQ(quorlMsg_Destroy(reply), QUORL_OK);
+            }
+            ++self.asked;
+        },
+        &server);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    std::atomic<bool> done{false};
+    std::jthread client([&] {
+        for (uint64_t i = 0; i < 20; ++i) {
+            quorlMsg request = newMessage("request", i);
+            quorlMsg reply = nullptr;
+            EXPECT_EQ(quorlTransport_SendRequest(bus_->here, request, &reply, 60), QUORL_OK) << quorl_LastErrorText();
+            if (reply != nullptr) {
+                EXPECT_EQ(numberIn(reply), 10 * i);
+                EXPECT_EQ(quorlMsg_Destroy(reply), QUORL_OK);
+            }
+            EXPECT_EQ(quorlMsg_Destroy(request), QUORL_OK);
+        }
+        done = true;
+    });
+    EXPECT_TRUE(until([&] { return done.load(); }));
+    settle();
+    EXPECT_EQ(server.asked, 20);
+}
+
+TEST_P(Conformance, ends_a_request_that_waits_when_it_is_closed) {
+    Heard asked;
+    listen(bus_->there, "request", onNumber, &asked);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    std::jthread client([&] {
+        quorlMsg request = newMessage("request", 0);
+        quorlMsg reply = nullptr;
+        EXPECT_EQ(quorlTransport_SendRequest(bus_->here, request, &reply, -1), QUORL_INTR);
+        EXPECT_STRNE(quorl_LastErrorText(), "");
+        EXPECT_EQ(quorlMsg_Destroy(request), QUORL_OK);
+    });
+    EXPECT_TRUE(until([&] { return !asked.numbers.empty(); }));
+    EXPECT_EQ(quorlTransport_Destroy(bus_->here), QUORL_OK) << quorl_LastErrorText();
+}
+
+TEST_P(Conformance, delivers_to_an_inbox_of_its_own_without_the_bus) {
+    std::string inbox(QUORL_SUBJECT_MAX + 1, '\0');
+    ASSERT_EQ(quorlTransport_CreateInbox(bus_->here, inbox.data(), static_cast<quorl_u32>(inbox.size())), QUORL_OK);
+    Heard heard;
+    listen(bus_->here, inbox.c_str(), onNumber, &heard);
+    with(bus_->here, [&](Carrier& carrier) {
+        quorl::ThreadState& thread = *quorl::threadState();
+        quorl::Section section(thread);
+        EXPECT_EQ(carrier.deliver(thread, numbered(inbox.c_str(), 0)), QUORL_OK);
+        return 0;
+    });
+    EXPECT_EQ(quorlQueue_TimedDispatch(queue_, 0), QUORL_OK) << "it is in the queue at once";
+    EXPECT_EQ(heard.numbers, upTo(1));
+}
+
+TEST_P(Conformance, brings_what_was_accepted_before_it_was_closed) {
+    Heard heard;
+    listen(bus_->there, "b", onNumber, &heard);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    for (uint64_t i = 0; i < 300; ++i) ASSERT_EQ(send(bus_->here, "b", i), QUORL_OK);
+    EXPECT_EQ(quorlTransport_Destroy(bus_->here), QUORL_OK) << quorl_LastErrorText();
+    EXPECT_EQ(send(bus_->here, "b", 4711), QUORL_INVALID_TRANSPORT);
+    ASSERT_TRUE(until([&] { return heard.numbers.size() == 300; }));
+    EXPECT_EQ(heard.numbers, upTo(300));
+}
+
+TEST_P(Conformance, hears_nothing_after_it_was_closed) {
+    Heard heard;
+    listen(bus_->there, "h", onNumber, &heard);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    ASSERT_EQ(quorlTransport_Destroy(bus_->there), QUORL_OK);
+    for (uint64_t i = 0; i < 20; ++i) {
+        // A circuit's other end learns it.
+        const quorl_status status = send(bus_->here, "h", i);
+        EXPECT_TRUE(status == QUORL_OK || status == QUORL_VC_NOT_CONNECTED) << status;
+    }
+    for (int i = 0; i < 100; ++i) bus_->pump();
+    while (quorlQueue_TimedDispatch(queue_, 0) == QUORL_OK) continue;
+    EXPECT_TRUE(heard.numbers.empty());
+}
+
+}  // namespace
+}  // namespace quorltest

@@ -1,0 +1,153 @@
+// A carrier for each node of a world.
+#include "sim/backend.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "base/clock.h"
+#include "base/status.h"
+#include "sim/world.h"
+#include "transport/router.h"
+#include "transport/transport.h"
+
+namespace quorl::sim {
+namespace {
+
+using transport::Carrier;
+using transport::Listener;
+using transport::Request;
+using transport::Router;
+
+constexpr size_t roomWhenShut = 16;  // messages
+
+// What the program of a node and the transports over it share.
+struct Port {
+    Router router;
+    Node* node = nullptr;
+    bool shut = false;
+    std::vector<message::ContentRef> waiting;
+};
+
+// Hears everything: the router finds who listens.
+class Hearing final : public Program {
+  public:
+    Hearing(Node& node, Port& port) : port_(port) { node.subscribe(">", 0); }
+    void receive(uint32_t, const message::ContentRef& content) override {
+        ThreadState& thread = *threadState();
+        Section section(thread);
+        port_.router.route(thread, content);
+    }
+
+  private:
+    Port& port_;
+};
+
+}  // namespace
+
+struct SimulatedBus::State {
+    explicit State(const Plan& given)
+        : plan(given),
+          ports(given.nodes),
+          world(plan, [this](Node& node) { return std::make_unique<Hearing>(node, ports[node.number()]); }) {
+        for (uint32_t i = 0; i < plan.nodes; ++i) ports[i].node = &world.node(i);
+    }
+
+    // Guards the world and what waits for it. Not held while a router adds or removes.
+    std::mutex mutex;
+    std::condition_variable changed;
+    const Plan plan;
+    std::vector<Port> ports;
+    World world;
+};
+
+namespace {
+
+class SimulatedCarrier final : public Carrier {
+  public:
+    SimulatedCarrier(std::shared_ptr<SimulatedBus::State> state, uint32_t node)
+        : state_(std::move(state)), port_(state_->ports[node]) {}
+
+    quorl_status check(std::string_view subject) const noexcept override { return Router::check(subject); }
+
+    quorl_status send(ThreadState&, message::ContentRef content) noexcept override {
+        if (const quorl_status status = check(content.sendSubject()); status != QUORL_OK) return status;
+        std::lock_guard lock(state_->mutex);
+        if (closed_) return fail(QUORL_INVALID_TRANSPORT, "the transport was closed while the message was sent");
+        if (!port_.shut) {
+            port_.node->publish(std::move(content));
+            return QUORL_OK;
+        }
+        if (port_.waiting.size() >= roomWhenShut) return noRoom;
+        port_.waiting.push_back(std::move(content));
+        return QUORL_OK;
+    }
+    bool awaitRoom(int64_t deadline) noexcept override {
+        std::unique_lock lock(state_->mutex);
+        const auto ended = [&] { return closed_ || !port_.shut; };
+        if (deadline == forever) {
+            state_->changed.wait(lock, ended);
+        } else {
+            state_->changed.wait_for(lock, std::chrono::nanoseconds(deadline - monotonicNow()), ended);
+        }
+        return !closed_;
+    }
+    quorl_status deliver(ThreadState& thread, message::ContentRef content) noexcept override {
+        return port_.router.route(thread, std::move(content));
+    }
+
+    quorl_status listen(Listener& listener) noexcept override {
+        port_.router.add(listener);
+        return QUORL_OK;
+    }
+    void unlisten(Listener& listener) noexcept override { port_.router.remove(listener); }
+    quorl_status openRequest(Request& request) noexcept override {
+        port_.router.add(request);
+        return QUORL_OK;
+    }
+    void closeRequest(Request& request) noexcept override { port_.router.remove(request); }
+
+    void close() noexcept override {
+        std::lock_guard lock(state_->mutex);
+        closed_ = true;
+        state_->changed.notify_all();
+    }
+
+  private:
+    const std::shared_ptr<SimulatedBus::State> state_;
+    Port& port_;
+    bool closed_ = false;
+};
+
+}  // namespace
+
+SimulatedBus::SimulatedBus(const Plan& plan) : state_(std::make_shared<State>(plan)) {}
+
+SimulatedBus::~SimulatedBus() = default;
+
+quorlTransport SimulatedBus::transport(uint32_t node) {
+    quorlTransport made = 0;
+    return transport::publishTransport(&made, std::make_unique<SimulatedCarrier>(state_, node)) == QUORL_OK ? made : 0;
+}
+
+bool SimulatedBus::step() {
+    std::lock_guard lock(state_->mutex);
+    return state_->world.step();
+}
+
+void SimulatedBus::shut(uint32_t node) {
+    std::lock_guard lock(state_->mutex);
+    state_->ports[node].shut = true;
+}
+
+void SimulatedBus::open(uint32_t node) {
+    std::lock_guard lock(state_->mutex);
+    Port& port = state_->ports[node];
+    port.shut = false;
+    for (auto& content : std::exchange(port.waiting, {})) port.node->publish(std::move(content));
+    state_->changed.notify_all();
+}
+
+}  // namespace quorl::sim
