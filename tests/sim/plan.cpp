@@ -31,6 +31,8 @@ const char* nameOf(Fault fault) {
             return "wall clock";
         case Fault::diskFull:
             return "disk full";
+        case Fault::noRoom:
+            return "no room";
     }
     return "?";
 }

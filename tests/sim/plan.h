@@ -21,17 +21,18 @@ inline constexpr Time second = 1'000'000'000;
 inline constexpr Time never = INT64_MAX;
 
 enum class Fault : uint8_t {
-    cut,        // messages from node to peer are lost, for a time
-    split,      // messages between node and peer are lost both ways, for a time
-    isolate,    // node hears nobody and nobody hears it, for a time
-    pause,      // node stands still; what comes for it waits
-    kill,       // node's program ends and starts again after a time; its disk keeps what was written
-    powerLoss,  // the same, but the disk keeps what was synced, and of the rest a first part
+    cut,      // messages from node to peer are lost, for a time
+    split,    // messages between node and peer are lost both ways, for a time
+    isolate,  // node hears nobody and nobody hears it, for a time
+    pause,    // node stands still; what comes for it waits
+    kill,     // node's program ends and starts again after a time; its disk keeps what was written
+    powerLoss,  // the same, but the disk keeps what was synced, and of the rest a first part, and the monotonic clock starts anew
     killAt,     // node's program ends inside its number-th write or send from now on, and starts again after a time
     wallClock,  // node's wall clock jumps by an amount, forwards or back
     diskFull,   // node's writes fail, for a time
+    noRoom,     // node's sends find no room on their way, for a time
 };
-inline constexpr uint32_t faultKinds = 9;
+inline constexpr uint32_t faultKinds = 10;
 
 struct FaultStep {
     Time at = 0;

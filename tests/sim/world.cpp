@@ -12,7 +12,10 @@ constexpr int64_t million = 1'000'000;
 constexpr int64_t wallStart = 1'800'000'000 * second;
 // A program's own messages come back to it this fast, and are never lost.
 constexpr Time withinNode = 10 * microsecond;
-constexpr Time syncTakes = 2 * millisecond;
+constexpr Time shortestSync = 100 * microsecond;
+constexpr Time longestSync = 10 * millisecond;
+// What a monotonic clock may say when a machine has started again.
+constexpr Time startTakes = 100 * second;
 
 int32_t draw(Random& random, int32_t drift) {
     return static_cast<int32_t>(random.between(-drift, drift));
@@ -56,10 +59,12 @@ bool Node::acts() noexcept {
     return !dying_;
 }
 
-void Node::publish(message::ContentRef content) {
-    if (!acts()) return;
+bool Node::publish(message::ContentRef content) {
+    if (world_.now_ < crowdedUntil_) return false;
+    if (!acts()) return true;
     world_.note(content.byteSize());
     world_.subscriptions_.match(content.sendSubject(), [&](Subscription* to) { world_.transmit(*this, *to, content); });
+    return true;
 }
 
 bool Node::put(std::string key, std::string value) {
@@ -76,8 +81,9 @@ bool Node::erase(std::string key) {
 
 void Node::sync(uint64_t token) {
     if (dying_) return;
-    World::Event event{world_.now_ + syncTakes, 0, World::Kind::persisted, number_, starts_, token, {},
-                       store_.writes()};
+    Random fate(mix(world_.plan_.seed ^ mix(uint64_t{number_} << 48 ^ ++syncs_)));
+    syncedAt_ = std::max(syncedAt_, world_.now_ + fate.between(shortestSync, longestSync));
+    World::Event event{syncedAt_, 0, World::Kind::persisted, number_, starts_, token, {}, store_.writes()};
     world_.push(std::move(event));
 }
 
@@ -214,6 +220,7 @@ void World::strike(const FaultStep& fault) {
             break;
         case Fault::powerLoss:
             node.store_.losePower(node.random_);
+            node.monotonicStart_ += node.random_.between(0, startTakes) - node.monotonic();
             [[fallthrough]];
         case Fault::kill:
             if (node.program_) end(node, until - now_);
@@ -227,6 +234,9 @@ void World::strike(const FaultStep& fault) {
             break;
         case Fault::diskFull:
             node.fullUntil_ = std::max(node.fullUntil_, until);
+            break;
+        case Fault::noRoom:
+            node.crowdedUntil_ = std::max(node.crowdedUntil_, until);
             break;
     }
 }

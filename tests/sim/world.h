@@ -58,13 +58,14 @@ class Node {
 
     // The subscription ends with the program.
     void subscribe(std::string_view pattern, uint32_t tag);
-    void publish(message::ContentRef content);
+    // False: there is no room on the way out, and nothing was sent.
+    bool publish(message::ContentRef content);
 
     const Store::Content& stored() const noexcept { return store_.content(); }
     // False: the disk is full, and nothing was written.
     bool put(std::string key, std::string value);
     bool erase(std::string key);
-    // persisted(token) comes when what was written so far is safe.
+    // persisted(token) comes when what was written so far is safe; after a while, and in the order of the calls.
     void sync(uint64_t token);
 
   private:
@@ -89,6 +90,9 @@ class Node {
     int64_t actionsLeft_ = 0;  // until it dies; 0: it does not
     Time standsUntil_ = 0;
     Time fullUntil_ = 0;
+    Time crowdedUntil_ = 0;
+    Time syncedAt_ = 0;  // when the last sync so far is through
+    uint64_t syncs_ = 0;
     Store store_;
     Random random_;
     int64_t monotonicStart_;

@@ -22,6 +22,7 @@ struct Diary {
     std::vector<uint64_t> safe;
     std::vector<Time> ticks;
     uint32_t refusedWrites = 0;
+    uint32_t withoutRoom = 0;
 };
 
 // Publishes numbers on "to.<other node>" or "all", keeps what it hears, and writes what it is told to.
@@ -44,7 +45,8 @@ class Writer : public Program {
         const std::string key = std::to_string(step.argument);
         switch (step.kind) {
             case publish:
-                node_.publish(numbered(node_.number() == 0 ? "to.1" : "to.0", step.argument));
+                if (!node_.publish(numbered(node_.number() == 0 ? "to.1" : "to.0", step.argument)))
+                    ++diary_.withoutRoom;
                 break;
             case writeAndSync:
             case write:
@@ -238,6 +240,49 @@ TEST(World, a_full_disk_refuses_writes) {
     run.world.run(second);
     EXPECT_EQ(run.diaries[0].refusedWrites, 4u);
     EXPECT_EQ(run.world.node(0).stored().size(), 6u);
+}
+
+TEST(World, without_room_a_send_is_refused_and_sends_nothing) {
+    Plan plan = quiet();
+    publishEvery(plan, 10 * millisecond, 10);
+    plan.faults.push_back({.at = 35 * millisecond, .fault = Fault::noRoom, .node = 0, .lasts = 40 * millisecond});
+    Trial run(plan);
+    run.world.run(second);
+    EXPECT_EQ(run.diaries[0].withoutRoom, 4u);
+    EXPECT_EQ(run.diaries[1].heard, (std::vector<uint64_t>{0, 1, 2, 7, 8, 9}));
+}
+
+// A machine that was without power counts from its start, and knows the time of day all the same.
+TEST(World, a_power_loss_starts_the_monotonic_clock_anew_and_a_kill_does_not) {
+    bool wentBack = false;
+    for (uint64_t seed = 1; seed <= 20; ++seed) {
+        for (const Fault fault : {Fault::kill, Fault::powerLoss}) {
+            Plan plan = quiet(seed);
+            plan.faults.push_back({.at = 50 * second, .fault = fault, .node = 0, .lasts = second});
+            Trial run(plan);
+            run.world.run(40 * second);
+            const Time monotonic = run.world.node(0).monotonic() - run.world.now();
+            const Time wall = run.world.node(0).wall() - run.world.now();
+            run.world.run(90 * second);
+            EXPECT_EQ(run.world.node(0).starts(), 2u);
+            EXPECT_EQ(run.world.node(0).wall() - run.world.now(), wall);
+            if (fault == Fault::powerLoss) {
+                wentBack |= run.world.node(0).monotonic() < monotonic + 40 * second;
+            } else {
+                EXPECT_EQ(run.world.node(0).monotonic() - run.world.now(), monotonic);
+            }
+            EXPECT_GT(run.diaries[0].ticks.size(), 80u) << "its timers go on by the new clock";
+        }
+    }
+    EXPECT_TRUE(wentBack);
+}
+
+TEST(World, syncs_take_their_time_and_come_in_order) {
+    Plan plan = quiet();
+    for (uint32_t i = 0; i < 100; ++i) plan.work.push_back({millisecond * (i + 1), 0, writeAndSync, i});
+    Trial run(plan);
+    run.world.run(second);
+    EXPECT_EQ(run.diaries[0].safe, upTo(100));
 }
 
 TEST(World, clocks_drift_apart_and_a_wall_clock_jumps_without_the_other) {
