@@ -40,9 +40,8 @@ final class Certificates {
             boolean binary = Credentials.isBinary(options.identity);
             List<X509Certificate> own = binary ? container(options) : pem(options.identity);
             expiry(findings, "--identity " + options.identity, own, now);
-            secret(findings, "--identity", options.identity);
         }
-        if (options.passwordFile != null) secret(findings, "--password-file", options.passwordFile);
+        findings.addAll(exposed(options));
         return findings;
     }
 
@@ -66,6 +65,14 @@ final class Certificates {
                 findings.add(new Finding(State.OK, "certificate", what + " expires at " + end, null));
             }
         }
+    }
+
+    /** Finds files of secrets, among those of the options, that every user of this machine may read. */
+    static List<Finding> exposed(TransportOptions options) {
+        List<Finding> findings = new ArrayList<>();
+        if (options.identity != null) secret(findings, "--identity", options.identity);
+        if (options.passwordFile != null) secret(findings, "--password-file", options.passwordFile);
+        return findings;
     }
 
     private static void secret(List<Finding> findings, String option, String file) {

@@ -120,12 +120,22 @@ final class Session implements AutoCloseable {
         return options.daemon == null ? Quorl.isInProcess() : options.daemon.isEmpty();
     }
 
-    private static QuorlQrdTransport create(TransportOptions options) {
+    private QuorlQrdTransport create(TransportOptions options) {
         try {
             Credentials.use(options);
+            warn(options);
             return new QuorlQrdTransport(options.service, options.network, options.daemon);
         } catch (QuorlException e) {
             throw new Failure(options + ": " + e.getMessage());
+        }
+    }
+
+    private void warn(TransportOptions options) {
+        synchronized (err) {
+            for (DoctorCommand.Finding exposed : Certificates.exposed(options)) {
+                err.println("quorl: warning: " + exposed.text() + "; " + exposed.advice());
+            }
+            err.flush();
         }
     }
 

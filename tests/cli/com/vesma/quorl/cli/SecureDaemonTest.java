@@ -11,6 +11,7 @@ import java.net.Socket;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.attribute.PosixFilePermissions;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.TimeUnit;
@@ -38,6 +39,9 @@ class SecureDaemonTest {
         }
         Files.writeString(folder.resolve("password"), "open sesame\n");
         Files.writeString(folder.resolve("wrong"), "open barley");
+        for (String name : List.of("password", "wrong")) {
+            Files.setPosixFilePermissions(folder.resolve(name), PosixFilePermissions.fromString("rw-------"));
+        }
         int port;
         try (ServerSocket free = new ServerSocket(0, 1, InetAddress.getLoopbackAddress())) {
             port = free.getLocalPort();
@@ -100,6 +104,15 @@ class SecureDaemonTest {
         assertTrue(healthy.out().contains("wants TLS, wants credentials"), healthy.out());
         assertTrue(healthy.out().contains("ok     connection"), healthy.out());
         assertTrue(healthy.out().contains("certificate  " + address + ": \"CN=daemon\" expires at 20"), healthy.out());
+    }
+
+    @Test
+    void aFileOfSecretsThatEveryoneMayReadIsToldByEveryCommand() throws IOException {
+        Path open = Files.writeString(folder.resolve("open-password"), "open sesame\n");
+        Files.setPosixFilePermissions(open, PosixFilePermissions.fromString("rw-r--r--"));
+        Cli sent = at("send", "a", "--trust", file("daemon.pem"), "--user", "plant", "--password-file", open.toString());
+        assertEquals(new Cli(0, "", "quorl: warning: --password-file " + open + ": every user of this machine may read it; "
+                + "'chmod 600 " + open + "' keeps it secret\n"), sent);
     }
 
     @Test
