@@ -44,7 +44,7 @@ void clear(jlong handle) {
 // Reads the field; false, with the bracket closed and the status thrown, when that fails.
 template <bool marked>
 bool readArray(JNIEnv* env, jlong handle, jint index, quorlMsgField* field) {
-    const quorl_status status = readField(handle, index, field);
+    const quorl_status status = readPointed(handle, index, field);
     if (status == QUORL_OK) {
         return true;
     }

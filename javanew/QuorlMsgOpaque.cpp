@@ -1,4 +1,6 @@
 // The natives of QuorlMsg for fields of bytes: opaque data, XML and user types.
+#include <cstring>
+
 #include "QuorlMsg.h"
 #include "com_vesma_quorl_QuorlMsg.h"
 
@@ -6,27 +8,40 @@ namespace {
 
 // ---- reading -------------------------------------------------------------------------------------------------------
 
-// The field's bytes, whatever type it has. A Java array that is too short is the machine's to refuse.
+// readField for bytes. A message inside the message is no row of bytes; reading it through its handle as an address would
+// read anything.
+quorl_status readBytes(jlong handle, jint index, quorlMsgField* field) {
+    const quorl_status status = readField(handle, index, field);
+    return status == QUORL_OK && field->type == QUORLMSG_MSG ? QUORL_CONVERSION_FAILED : status;
+}
+
+// Copies the field's bytes, whatever type it has: a number's are its value's. A Java array that is too short is the
+// machine's to refuse.
+void copyBytes(JNIEnv* env, const quorlMsgField& field, jbyteArray bytes) {
+    const void* const from = standsInRecord(field) ? &field.data : field.data.buf;
+    env->SetByteArrayRegion(bytes, 0, static_cast<jsize>(field.size), static_cast<const jbyte*>(from));
+}
+
 void getBytes(JNIEnv* env, jlong handle, jint index, jbyteArray bytes) {
     quorlMsgField field;
-    const quorl_status status = readField(handle, index, &field);
+    const quorl_status status = readBytes(handle, index, &field);
     if (status != QUORL_OK) {
         throwStatus(env, status);
         return;
     }
-    env->SetByteArrayRegion(bytes, 0, static_cast<jsize>(field.size), static_cast<const jbyte*>(field.data.buf));
+    copyBytes(env, field, bytes);
 }
 
 // The same inside a bracket of references, which XML alone has.
 void getMarkedBytes(JNIEnv* env, jlong handle, jint index, jbyteArray bytes) {
     quorlMsgField field;
     quorlMsg_MarkReferences(toMsg(handle));
-    const quorl_status status = readField(handle, index, &field);
+    const quorl_status status = readBytes(handle, index, &field);
     if (status != QUORL_OK) {
         clearAndThrowStatus(env, handle, status);
         return;
     }
-    env->SetByteArrayRegion(bytes, 0, static_cast<jsize>(field.size), static_cast<const jbyte*>(field.data.buf));
+    copyBytes(env, field, bytes);
     quorlMsg_ClearReferences(toMsg(handle));
 }
 
@@ -46,7 +61,8 @@ quorl_status passBlock(jlong handle, const Block& block) {
     return library(toMsg(handle), block.name, block.bytes, block.size, block.id);
 }
 
-// A user type is passed as a whole record. Whether the type is one is the library's to say.
+// A user type is passed as a whole record. Whether the type is one is the library's to say; it would take the address of the
+// bytes for the value of a number, whose own bytes they are.
 template <auto library>
 quorl_status passRecord(jlong handle, const Block& block, jshort type) {
     quorlMsgField field;
@@ -56,6 +72,9 @@ quorl_status passRecord(jlong handle, const Block& block, jshort type) {
     field.data.buf = block.bytes;
     field.id = block.id;
     field.type = static_cast<quorl_u8>(type);
+    if (standsInRecord(field)) {
+        std::memcpy(&field.data, block.bytes, block.size);
+    }
     return library(toMsg(handle), &field);
 }
 

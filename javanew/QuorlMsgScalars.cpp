@@ -242,7 +242,7 @@ JNIEXPORT jint JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetDateNSec(JNIEn
 JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetString(JNIEnv* env, jclass, jlong handle, jint index,
                                                                          jbyteArray stringBytes, jobject) {
     quorlMsgField field;
-    const quorl_status status = readField(handle, index, &field);
+    const quorl_status status = readPointed(handle, index, &field);
     if (status != QUORL_OK) {
         throwStatus(env, status);
         return;
@@ -254,7 +254,7 @@ JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetString(JNIEnv*
 JNIEXPORT jstring JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetStringUTF8(JNIEnv* env, jclass, jlong handle,
                                                                                 jint index, jobject) {
     quorlMsgField field;
-    const quorl_status status = readField(handle, index, &field);
+    const quorl_status status = readPointed(handle, index, &field);
     if (status != QUORL_OK) {
         throwStatus(env, status);
         return nullptr;

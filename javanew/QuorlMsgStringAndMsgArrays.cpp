@@ -307,7 +307,7 @@ JNIEXPORT jobjectArray JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetString
     const quorlMsg message = toMsg(handle);
     quorlMsgField field;
     quorlMsg_MarkReferences(message);
-    const quorl_status status = readField(handle, index, &field);
+    const quorl_status status = readPointed(handle, index, &field);
     if (status != QUORL_OK) {
         clearAndThrowStatus(env, handle, status);
         return nullptr;
@@ -351,7 +351,7 @@ JNIEXPORT jobjectArray JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetString
 JNIEXPORT void JNICALL Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetMsgArray(JNIEnv* env, jclass, jlong handle,
                                                                            jint index, jlongArray array, jobject) {
     quorlMsgField field;
-    const quorl_status status = readField(handle, index, &field);
+    const quorl_status status = readPointed(handle, index, &field);
     if (status != QUORL_OK) {
         throwStatus(env, status);
         return;

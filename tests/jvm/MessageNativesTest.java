@@ -519,6 +519,48 @@ class MessageNativesTest {
             }
         }
 
+        /** Where a value is no address it is not read as one. */
+        @Test
+        void aNumberIsItsOwnBytesAndAMessageIsNone() {
+            message.addI64("n", 0x4142434445464748L).addBool("b", true);
+            try (QuorlMsg inner = new QuorlMsg()) {
+                message.addMsg("m", inner);
+            }
+            byte[] number = new byte[8];
+            QuorlMsg.quorlMsg_GetOpaque(m, 0, number, null);
+            assertArrayEquals(bytes("HGFEDCBA"), number);
+            QuorlMsg.quorlMsg_GetXml(m, 0, number = new byte[8], null);
+            assertArrayEquals(bytes("HGFEDCBA"), number);
+            byte[] truth = new byte[4];
+            QuorlMsg.quorlMsg_GetUserType(m, 1, truth, null);
+            assertArrayEquals(new byte[] {1, 0, 0, 0}, truth);
+            int failed = QuorlException.CONVERSION_FAILED;
+            byte[] some = new byte[64];
+            assertStatus(failed, () -> QuorlMsg.quorlMsg_GetOpaque(m, 2, some, null));
+            assertStatus(failed, () -> QuorlMsg.quorlMsg_GetXml(m, 2, some, null));
+            for (int index = 0; index < 3; index++) {
+                int at = index;
+                assertStatus(failed, () -> QuorlMsg.quorlMsg_GetString(m, at, some, null));
+                assertStatus(failed, () -> QuorlMsg.quorlMsg_GetStringUTF8(m, at, null));
+                assertStatus(failed, () -> QuorlMsg.quorlMsg_GetStringArray(m, at, null));
+                assertStatus(failed, () -> QuorlMsg.quorlMsg_GetMsgArray(m, at, new long[1], null));
+                assertStatus(failed, () -> QuorlMsg.quorlMsg_GetI64Array(m, at, new long[1], null));
+                assertStatus(failed, () -> QuorlMsg.quorlMsg_GetU8Array(m, at, new short[1], null));
+            }
+        }
+
+        @Test
+        void bytesOfTheCodeOfANumberAreTheNumber() {
+            QuorlMsg.quorlMsg_AddUserType(m, (short) 8, NAME, 1, bytes("HGFEDCBA"), 8, NO_ID, null);
+            assertEquals(0x4142434445464748L, QuorlMsg.quorlMsg_GetI64(m, 0, null));
+            QuorlMsg.quorlMsg_UpdateUserTypeUTF(m, (short) 8, "x", bytes("AAAAAAAA"), 8, NO_ID, null);
+            assertEquals(0x4141414141414141L, QuorlMsg.quorlMsg_GetI64(m, 0, null));
+            assertStatus(QuorlException.INVALID_MSG,
+                    () -> QuorlMsg.quorlMsg_AddUserType(m, (short) 16, NAME, 1, bytes("HGFEDCBA"), 8, NO_ID, null));
+            assertStatus(QuorlException.INVALID_SIZE,
+                    () -> QuorlMsg.quorlMsg_AddUserType(m, (short) 8, NAME, 1, bytes("HGF"), 3, NO_ID, null));
+        }
+
         @Test
         void noBytesAreAField() {
             byte[] some = {1, 2};
