@@ -48,6 +48,7 @@ void set(const char* setting) {
 class QueueAlarm : public Open {
   protected:
     virtual const char* interval() const { return "advisory.interval=0"; }
+    virtual const char* heard() const { return "_QUORL.>"; }
     void SetUp() override {
         set(interval());
         Open::SetUp();
@@ -55,7 +56,7 @@ class QueueAlarm : public Open {
         queue = newQueue();
         told = newQueue();
         listener = listen(queue, transport, "q.*", onNumber, &numbers);
-        listen(told, transport, "_QUORL.>", onAdvisory, &advisories);
+        listen(told, transport, heard(), onAdvisory, &advisories);
     }
     void TearDown() override {
         advisories.forget();
@@ -293,38 +294,18 @@ TEST_F(QueueAlarm, eightSendersLoseNothingUncounted) {
     EXPECT_EQ(lost + static_cast<quorl_u64>(came), 8u * each);
 }
 
-class HighWater : public testing::Test {
+class HighWater : public QueueAlarm {
   protected:
-    virtual const char* interval() const { return "advisory.interval=0"; }
+    const char* heard() const override { return "_QUORL.*.queue.>"; }
     void SetUp() override {
-        set(interval());
         set("queue.highwater=10");
-        ASSERT_EQ(quorl_Open(), QUORL_OK);
-        transport = newTransport();
-        queue = newQueue();
-        told = newQueue();
-        listen(queue, transport, "q", onNumber, &numbers);
-        listen(told, transport, "_QUORL.*.queue.>", onAdvisory, &advisories);
+        QueueAlarm::SetUp();
     }
     void TearDown() override {
-        advisories.forget();
-        ASSERT_EQ(quorl_Close(), QUORL_OK);
+        QueueAlarm::TearDown();
         set("queue.highwater=100000");
-        set("advisory.interval=1");
     }
-    void send(int count) {
-        for (int i = 0; i < count; ++i) ASSERT_EQ(sendNumber(transport, "q", i), QUORL_OK);
-    }
-    Strings tellings() {
-        advisories.forget();
-        drain(told);
-        return advisories.subjects;
-    }
-    quorlTransport transport = 0;
-    quorlQueue queue = 0;
-    quorlQueue told = 0;
-    Numbers numbers;
-    Advisories advisories;
+    void send(int count) { QueueAlarm::send(1, count); }
 };
 
 TEST_F(HighWater, isToldOnceUntilHalfIsGone) {

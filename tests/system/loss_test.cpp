@@ -45,28 +45,15 @@ class Stream {
     Threads threads_;
 };
 
-struct Received {
-    std::atomic<quorl_u64> count{0};
-    std::atomic<int> last{-1};
-    std::atomic<int> wrong{0};
-};
-void onStream(quorlEvent, quorlMsg message, void* closure) {
-    auto& to = *static_cast<Received*>(closure);
-    const int number = numberOf(message);
-    if (number <= to.last) ++to.wrong;
-    to.last = number;
-    ++to.count;
-}
-
 // The connection of the sender is the listener's too, so that what it does not confirm is all that can be lost.
 TEST_F(Loss, killedInMidStreamItLosesNoMoreThanTheAdvisoriesSay) {
     const int kills = numberFrom("QUORL_SYSTEM_KILLS", 3);
     const quorlTransport transport = transportTo(server.url());
     const quorlTransport local = newTransport();
     Advisories advisories(local);
-    Received received;
+    Ascending received;
     const quorlQueue queue = newQueue();
-    listen(queue, transport, "stream", onStream, &received);
+    listen(queue, transport, "stream", onAscending, &received);
     Threads dispatcher;
     dispatcher.start([=] {
         while (quorlQueue_TimedDispatch(queue, -1) == QUORL_OK) {

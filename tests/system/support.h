@@ -31,6 +31,20 @@ inline quorlTransport transportTo(const std::string& daemon, const char* service
     return transport;
 }
 
+// A stream of numbers, each larger than the one before. Closure of onAscending.
+struct Ascending {
+    std::atomic<quorl_u64> count{0};
+    std::atomic<int> last{-1};
+    std::atomic<int> wrong{0};  // that were not
+};
+inline void onAscending(quorlEvent, quorlMsg message, void* closure) {
+    auto& to = *static_cast<Ascending*>(closure);
+    const int number = numberOf(message);
+    if (number <= to.last) ++to.wrong;
+    to.last = number;
+    ++to.count;
+}
+
 // The number that an environment variable asks for: the long forms of tests.
 inline int numberFrom(const char* variable, int otherwise) {
     const char* text = std::getenv(variable);
