@@ -109,7 +109,8 @@ quorl_status open(Modules modules, const char* path) noexcept {
         guard.lock();
         if (phase.load(std::memory_order_relaxed) != stopping) break;
         guard.unlock();
-        if (insideCallback()) return fail(QUORL_INIT_FAILURE, "the library closes and waits for this callback");
+        if (insideCallback())
+            return fail(QUORL_INIT_FAILURE, "the library is being closed, and waits for this callback");
         futexWait(phase, stopping);
     }
     quorl_status status = QUORL_OK;
@@ -137,7 +138,8 @@ quorl_status close(Modules modules) noexcept {
         if (phase.load(std::memory_order_relaxed) != opened)
             return fail(QUORL_NOT_INITIALIZED, "the library is not open");
         if (openCount == 1 && insideCallback())
-            return fail(QUORL_NOT_PERMITTED, "the last close would wait for the callback that calls it");
+            return fail(QUORL_NOT_PERMITTED,
+                        "the last close cannot be called inside a callback: it waits for all of them");
         if (--openCount != 0) return QUORL_OK;
         phase.store(stopping, std::memory_order_release);
     }
@@ -156,7 +158,7 @@ quorl_status setParameters(Modules modules, const std::vector<std::string_view>&
     if (given.empty()) return QUORL_OK;
     Lock lock(guard);
     if (phase.load(std::memory_order_relaxed) != closed)
-        return fail(QUORL_NOT_PERMITTED, "parameters are set before the library is opened");
+        return fail(QUORL_NOT_PERMITTED, "parameters can be set only before the library is opened");
     ParameterSet* parameters = parameterSetMade(modules);
     if (parameters == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the parameters");
     return parameters->set(given);
@@ -179,7 +181,7 @@ const Parameters& parameters() noexcept UNCHECKED_GUARDS {
 
 quorl_status noObject(quorl_status status, const char* kind, quorl_u32 id) noexcept {
     if (!isOpen()) return fail(QUORL_NOT_INITIALIZED, "the library is not open");
-    return fail(status, "%u is no %s that lives", id, kind);
+    return fail(status, "%s %u does not exist or has been destroyed", kind, id);
 }
 
 quorl_status requireOpen() noexcept {

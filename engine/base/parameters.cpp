@@ -175,7 +175,7 @@ quorl_status ParameterSet::set(const std::vector<std::string_view>& settings) no
                             shown(setting).data());
             switch (values.apply(name, value)) {
                 case Parameters::Outcome::unknownName:
-                    return fail(QUORL_INVALID_ARG, "there is no parameter \"%.*s\"", cut(name), shown(name).data());
+                    return fail(QUORL_INVALID_ARG, "no parameter has the name \"%.*s\"", cut(name), shown(name).data());
                 case Parameters::Outcome::badValue:
                     return fail(QUORL_INVALID_ARG, "\"%.*s\" is not a valid value of %.*s", cut(value),
                                 shown(value).data(), cut(name), shown(name).data());
@@ -226,7 +226,7 @@ quorl_status ParameterSet::read(const char* path, bool onlyCompare) noexcept {
             Parameters with = values;
             switch (with.apply(name, value)) {
                 case Parameters::Outcome::unknownName:
-                    return fail(QUORL_INVALID_FILE, "%s line %u: there is no parameter \"%.*s\"", path, number,
+                    return fail(QUORL_INVALID_FILE, "%s line %u: no parameter has the name \"%.*s\"", path, number,
                                 cut(name), shown(name).data());
                 case Parameters::Outcome::badValue:
                     return fail(QUORL_INVALID_FILE, "%s line %u: \"%.*s\" is not a valid value of %.*s", path, number,

@@ -15,7 +15,7 @@ quorl_status noThreadState() noexcept {
 
 quorl_status noObject(quorl_u32 id, quorl_u32 type) noexcept {
     if (!environment::isOpen()) return fail(QUORL_NOT_INITIALIZED, "the library is not open");
-    return fail(QUORL_NOT_FOUND, "%u is no object of type %u that lives", id, type);
+    return fail(QUORL_NOT_FOUND, "object %u of type %u does not exist or has been destroyed", id, type);
 }
 
 }  // namespace
@@ -31,9 +31,9 @@ quorl_status _quorlObjectId_Verify(quorl_u32 id, quorl_u32 type) {
 }
 
 quorl_status _quorlObjectId_GetEx(quorl_u32 id, quorl_u32 type, void** record, quorl_u32 acquire, quorl_u32 flags) {
-    if (record == nullptr) return fail(QUORL_INVALID_ARG, "no place for the record");
+    if (record == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the record is null");
     *record = nullptr;
-    if (acquire > 1 || flags != 0) return fail(QUORL_INVALID_ARG, "acquire is 0 or 1, and flags are 0");
+    if (acquire > 1 || flags != 0) return fail(QUORL_INVALID_ARG, "acquire must be 0 or 1, and flags 0");
     ThreadState* state = threadState();
     if (state == nullptr) return noThreadState();
     Section section(*state);
@@ -45,7 +45,8 @@ quorl_status _quorlObjectId_GetEx(quorl_u32 id, quorl_u32 type, void** record, q
 }
 
 quorl_status _quorlObjectId_ReleaseEx(void* record, quorl_u32 acquire) {
-    if (record == nullptr || acquire > 1) return fail(QUORL_INVALID_ARG, "no record, or acquire is neither 0 nor 1");
+    if (record == nullptr || acquire > 1)
+        return fail(QUORL_INVALID_ARG, "the record is null, or acquire is neither 0 nor 1");
     if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
     if (acquire == 1) registry::releaseReference(*static_cast<Record*>(record));
     return QUORL_OK;

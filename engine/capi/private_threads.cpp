@@ -29,7 +29,7 @@ bool validKey(_quorlThreadLocal key) noexcept {
 }
 
 quorl_status noSuchSlot(_quorlThreadLocal key) noexcept {
-    return fail(QUORL_INVALID_ARG, "%u is no thread-local slot", key);
+    return fail(QUORL_INVALID_ARG, "thread-local slot %u does not exist", key);
 }
 
 quorl_status noThreadState() noexcept {
@@ -49,7 +49,7 @@ quorl_status _quorlThreadLocal_Create(_quorlThreadLocal* key) {
 }
 
 quorl_status _quorlThreadLocal_CreateEx(_quorlThreadLocal* key, void (*destructor)(void*)) {
-    if (key == nullptr) return fail(QUORL_INVALID_ARG, "no place for the slot");
+    if (key == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the slot is null");
     return createThreadSlot(key, destructor);
 }
 
@@ -62,7 +62,7 @@ quorl_status _quorlThreadLocal_Set(_quorlThreadLocal key, void* value) {
 }
 
 quorl_status _quorlThreadLocal_Get(_quorlThreadLocal key, void** value) {
-    if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the value");
+    if (value == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the value is null");
     if (!validKey(key)) return noSuchSlot(key);
     ThreadState* state = threadState();
     if (state == nullptr) return noThreadState();
@@ -71,20 +71,20 @@ quorl_status _quorlThreadLocal_Get(_quorlThreadLocal key, void** value) {
 }
 
 quorl_status _quorlMutex_Create(_quorlMutex* mutex) {
-    if (mutex == nullptr) return fail(QUORL_INVALID_ARG, "no place for the mutex");
+    if (mutex == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the mutex is null");
     if (forked::here()) return refuseForked();
     auto* made = new (std::nothrow) __quorlMutex{};
     if (made == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a mutex");
     if (pthread_mutex_init(&made->mutex, nullptr) != 0) {
         delete made;
-        return fail(QUORL_NO_MEMORY, "no resources for a mutex");
+        return fail(QUORL_NO_MEMORY, "the system provides no mutex");
     }
     *mutex = made;
     return QUORL_OK;
 }
 
 quorl_status _quorlMutex_Destroy(_quorlMutex mutex) {
-    if (mutex == nullptr) return fail(QUORL_INVALID_ARG, "no mutex");
+    if (mutex == nullptr) return fail(QUORL_INVALID_ARG, "the mutex is null");
     if (forked::here()) return refuseForked();
     // POSIX leaves the destruction of a locked mutex undefined, so it is looked for first.
     if (pthread_mutex_trylock(&mutex->mutex) != 0) return fail(QUORL_NOT_PERMITTED, "the mutex is locked");
@@ -95,20 +95,20 @@ quorl_status _quorlMutex_Destroy(_quorlMutex mutex) {
 }
 
 quorl_status _quorlCondition_Create(_quorlCondition* condition) {
-    if (condition == nullptr) return fail(QUORL_INVALID_ARG, "no place for the condition");
+    if (condition == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the condition is null");
     if (forked::here()) return refuseForked();
     auto* made = new (std::nothrow) __quorlCondition{};
     if (made == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a condition");
     if (pthread_cond_init(&made->condition, nullptr) != 0) {
         delete made;
-        return fail(QUORL_NO_MEMORY, "no resources for a condition");
+        return fail(QUORL_NO_MEMORY, "the system provides no condition");
     }
     *condition = made;
     return QUORL_OK;
 }
 
 quorl_status _quorlCondition_Destroy(_quorlCondition condition) {
-    if (condition == nullptr) return fail(QUORL_INVALID_ARG, "no condition");
+    if (condition == nullptr) return fail(QUORL_INVALID_ARG, "the condition is null");
     if (forked::here()) return refuseForked();
     pthread_cond_destroy(&condition->condition);
     delete condition;
@@ -116,7 +116,7 @@ quorl_status _quorlCondition_Destroy(_quorlCondition condition) {
 }
 
 quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex) {
-    if (condition == nullptr || mutex == nullptr) return fail(QUORL_INVALID_ARG, "no condition or no mutex");
+    if (condition == nullptr || mutex == nullptr) return fail(QUORL_INVALID_ARG, "the condition or the mutex is null");
     if (forked::here()) return refuseForked();
     const uint32_t before = condition->signals.load();
     int error = 0;
@@ -127,7 +127,7 @@ quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex) 
 }
 
 quorl_status _quorlCondition_Signal(_quorlCondition condition) {
-    if (condition == nullptr) return fail(QUORL_INVALID_ARG, "no condition");
+    if (condition == nullptr) return fail(QUORL_INVALID_ARG, "the condition is null");
     if (forked::here()) return refuseForked();
     condition->signals.fetch_add(1);
     const int error = pthread_cond_signal(&condition->condition);

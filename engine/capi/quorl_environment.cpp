@@ -49,7 +49,7 @@ quorl_status quorl_Open(void) {
 }
 
 quorl_status quorl_OpenEx(const char* pathname) {
-    if (pathname == nullptr) return fail(QUORL_INVALID_ARG, "no path of a parameter file");
+    if (pathname == nullptr) return fail(QUORL_INVALID_ARG, "the path of the parameter file is null");
     return environment::open(modules, *pathname == '\0' ? nullptr : pathname);
 }
 

@@ -8,7 +8,7 @@ using namespace quorl;
 namespace {
 
 quorl_status noPlace() noexcept {
-    return fail(QUORL_INVALID_ARG, "no place for the result");
+    return fail(QUORL_INVALID_ARG, "the pointer for the result is null");
 }
 
 }  // namespace

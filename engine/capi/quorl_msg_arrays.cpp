@@ -47,7 +47,8 @@ quorl_status add(quorlMsg message, const char* name, const Element* array, uint3
 // Numbers are handed out where they lie.
 template <class Element>
 quorl_status get(quorlMsg message, const char* name, const Element** array, uint32_t* count, uint16_t id) noexcept {
-    if (array == nullptr || count == nullptr) return fail(QUORL_INVALID_ARG, "no place for the array or its count");
+    if (array == nullptr || count == nullptr)
+        return fail(QUORL_INVALID_ARG, "the pointer for the array or for its count is null");
     quorl_status status;
     const Found found = seekType(message, name, id, numbersType<Element>, &status);
     if (!found) return status;
@@ -60,7 +61,8 @@ quorl_status get(quorlMsg message, const char* name, const Element** array, uint
 // Arrays of pointers and handles are made at the first call.
 template <uint8_t type, auto make, class Array>
 quorl_status getMade(quorlMsg message, const char* name, Array* array, uint32_t* count, uint16_t id) noexcept {
-    if (array == nullptr || count == nullptr) return fail(QUORL_INVALID_ARG, "no place for the array or its count");
+    if (array == nullptr || count == nullptr)
+        return fail(QUORL_INVALID_ARG, "the pointer for the array or for its count is null");
     quorl_status status;
     const Found found = seekType(message, name, id, type, &status);
     if (!found) return status;

@@ -30,7 +30,8 @@ quorl_status addBytes(quorlMsg message, const char* name, const void* bytes, uin
 
 template <uint8_t type>
 quorl_status getBytes(quorlMsg message, const char* name, const void** bytes, uint32_t* size, uint16_t id) noexcept {
-    if (bytes == nullptr || size == nullptr) return fail(QUORL_INVALID_ARG, "no place for the bytes or their size");
+    if (bytes == nullptr || size == nullptr)
+        return fail(QUORL_INVALID_ARG, "the pointer for the bytes or for their size is null");
     quorl_status status;
     const Found found = seekType(message, name, id, type, &status);
     if (!found) return status;
@@ -64,7 +65,7 @@ quorl_status quorlMsg_AddStringEx(quorlMsg message, const char* name, const char
 }
 
 quorl_status quorlMsg_GetStringEx(quorlMsg message, const char* name, const char** value, quorl_u16 id) {
-    if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the string");
+    if (value == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the string is null");
     quorl_status status;
     const Found found = seekType(message, name, id, QUORLMSG_STRING, &status);
     if (!found) return status;
@@ -74,7 +75,7 @@ quorl_status quorlMsg_GetStringEx(quorlMsg message, const char* name, const char
 }
 
 quorl_status quorlMsg_GetMsgEx(quorlMsg message, const char* name, quorlMsg* value, quorl_u16 id) {
-    if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the message");
+    if (value == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the message is null");
     quorl_status status;
     const Found found = seekType(message, name, id, QUORLMSG_MSG, &status);
     if (!found) return status;

@@ -17,7 +17,7 @@ quorl_u64 indexAndTypeOf(const Found& found) noexcept {
 
 template <auto change>
 quorl_status put(quorlMsg message, const quorlMsgField* record) noexcept {
-    if (record == nullptr) return fail(QUORL_INVALID_ARG, "no field");
+    if (record == nullptr) return fail(QUORL_INVALID_ARG, "the field is null");
     Slot* slot;
     Name name;
     if (quorl_status status = findToChange(message, &slot); status != QUORL_OK) return status;
@@ -33,32 +33,32 @@ quorl_status put(quorlMsg message, const quorlMsgField* record) noexcept {
 extern "C" {
 
 quorl_status quorlMsg_GetFieldByIndex(quorlMsg message, quorlMsgField* field, quorl_u32 index) {
-    if (field == nullptr) return fail(QUORL_INVALID_ARG, "no place for the field");
+    if (field == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the field is null");
     Slot* slot;
     Content* content;
     if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
     if (index >= content->count) {
-        return fail(QUORL_NOT_FOUND, "the message has %u fields, none at index %u", content->count, index);
+        return fail(QUORL_NOT_FOUND, "the message has %u fields; there is none at index %u", content->count, index);
     }
     return describe(*slot, *content, index, field);
 }
 
 quorl_status quorlMsg_GetFieldEx(quorlMsg message, const char* name, quorlMsgField* field, quorl_u16 id) {
-    if (field == nullptr) return fail(QUORL_INVALID_ARG, "no place for the field");
+    if (field == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the field is null");
     quorl_status status;
     const Found found = seek(message, name, id, &status);
     return !found ? status : describe(*found.slot, found.content(), found.index(), field);
 }
 
 quorl_status quorlMsg_GetFieldInstance(quorlMsg message, const char* name, quorlMsgField* field, quorl_u32 instance) {
-    if (field == nullptr) return fail(QUORL_INVALID_ARG, "no place for the field");
+    if (field == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the field is null");
     quorl_status status;
     const Found found = seekInstance(message, name, instance, &status);
     return !found ? status : describe(*found.slot, found.content(), found.index(), field);
 }
 
 quorl_status _quorlMsg_GetFieldIndexAndType(quorlMsg message, const char* name, quorl_u64* indexAndType, quorl_u16 id) {
-    if (indexAndType == nullptr) return fail(QUORL_INVALID_ARG, "no place for the index");
+    if (indexAndType == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the index is null");
     quorl_status status;
     const Found found = seek(message, name, id, &status);
     if (!found) return status;
@@ -68,7 +68,7 @@ quorl_status _quorlMsg_GetFieldIndexAndType(quorlMsg message, const char* name, 
 
 quorl_status _quorlMsg_GetFieldInstanceIndexAndType(quorlMsg message, const char* name, quorl_u32 instance,
                                                     quorl_u64* indexAndType) {
-    if (indexAndType == nullptr) return fail(QUORL_INVALID_ARG, "no place for the index");
+    if (indexAndType == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the index is null");
     quorl_status status;
     const Found found = seekInstance(message, name, instance, &status);
     if (!found) return status;

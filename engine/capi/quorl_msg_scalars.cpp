@@ -91,7 +91,7 @@ bool readNumber(const uint8_t* value, uint8_t type, To* to) noexcept {
 
 template <uint8_t type, class Native>
 quorl_status get(quorlMsg message, const char* name, Native* value, uint16_t id) noexcept {
-    if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the value");
+    if (value == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the value is null");
     quorl_status status;
     const Found found = seek(message, name, id, &status);
     if (!found) return status;
@@ -110,7 +110,7 @@ quorl_status get(quorlMsg message, const char* name, Native* value, uint16_t id)
 }
 
 quorl_status getDateTime(quorlMsg message, const char* name, quorlMsgDateTime* value, uint16_t id) noexcept {
-    if (value == nullptr) return fail(QUORL_INVALID_ARG, "no place for the value");
+    if (value == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the value is null");
     quorl_status status;
     const Found found = seekType(message, name, id, QUORLMSG_DATETIME, &status);
     if (!found) return status;

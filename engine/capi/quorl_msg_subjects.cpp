@@ -32,7 +32,7 @@ quorl_status set(quorlMsg message, const char* subject, bool reply) noexcept {
 }
 
 quorl_status get(quorlMsg message, const char** subject, bool reply) noexcept {
-    if (subject == nullptr) return fail(QUORL_INVALID_ARG, "no place for the subject");
+    if (subject == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the subject is null");
     Slot* slot;
     Content* content;
     if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;

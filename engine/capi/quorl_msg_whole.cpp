@@ -11,19 +11,20 @@ using namespace quorl::message;
 extern "C" {
 
 quorl_status quorlMsg_Create(quorlMsg* message) {
-    if (message == nullptr) return fail(QUORL_INVALID_ARG, "no place for the message");
+    if (message == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the message is null");
     return newMessage(nullptr, Owner::caller, 0, message);
 }
 
 quorl_status quorlMsg_CreateFromBytes(quorlMsg* message, const void* bytes) {
-    if (message == nullptr || bytes == nullptr) return fail(QUORL_INVALID_ARG, "no bytes, or no place for the message");
+    if (message == nullptr || bytes == nullptr)
+        return fail(QUORL_INVALID_ARG, "the bytes or the pointer for the message are null");
     Content* content = nullptr;
     const quorl_status status = readImage(static_cast<const uint8_t*>(bytes), UINT32_MAX, &content);
     return status != QUORL_OK ? status : newMessage(content, Owner::caller, 0, message);
 }
 
 quorl_status quorlMsg_CreateCopy(quorlMsg message, quorlMsg* copy) {
-    if (copy == nullptr) return fail(QUORL_INVALID_ARG, "no place for the copy");
+    if (copy == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the copy is null");
     Slot* slot;
     Content* content;
     if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
@@ -39,7 +40,7 @@ quorl_status quorlMsg_CreateCopy(quorlMsg message, quorlMsg* copy) {
 }
 
 quorl_status quorlMsg_GetEnvelope(quorlMsg message, quorlMsg* envelope) {
-    if (envelope == nullptr) return fail(QUORL_INVALID_ARG, "no place for the envelope");
+    if (envelope == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the envelope is null");
     Slot* slot;
     Content* content;
     if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
@@ -55,7 +56,7 @@ quorl_status quorlMsg_Destroy(quorlMsg message) {
     Slot* slot;
     if (quorl_status status = find(message, &slot); status != QUORL_OK) return status;
     if (slot->owner == Owner::outer) {
-        return fail(QUORL_NOT_PERMITTED, "a message inside a message goes with the outer one");
+        return fail(QUORL_NOT_PERMITTED, "a message inside a message cannot be destroyed: it ends with the outer one");
     }
     dropMessage(*slot);
     return QUORL_OK;
@@ -78,7 +79,7 @@ quorl_status quorlMsg_Reset(quorlMsg message) {
 }
 
 quorl_status quorlMsg_GetClosure(quorlMsg message, void** closure) {
-    if (closure == nullptr) return fail(QUORL_INVALID_ARG, "no place for the closure");
+    if (closure == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the closure is null");
     Slot* slot;
     if (quorl_status status = find(message, &slot); status != QUORL_OK) return status;
     *closure = slot->owner == Owner::outer ? nullptr : const_cast<void*>(event::closureOf(slot->event));
@@ -86,7 +87,7 @@ quorl_status quorlMsg_GetClosure(quorlMsg message, void** closure) {
 }
 
 quorl_status quorlMsg_ConvertToString(quorlMsg message, const char** string) {
-    if (string == nullptr) return fail(QUORL_INVALID_ARG, "no place for the text");
+    if (string == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the text is null");
     Slot* slot;
     Content* content;
     if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
@@ -94,7 +95,7 @@ quorl_status quorlMsg_ConvertToString(quorlMsg message, const char** string) {
 }
 
 quorl_status quorlMsg_GetNumFields(quorlMsg message, quorl_u32* count) {
-    if (count == nullptr) return fail(QUORL_INVALID_ARG, "no place for the count");
+    if (count == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the count is null");
     Slot* slot;
     Content* content;
     if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
@@ -103,7 +104,7 @@ quorl_status quorlMsg_GetNumFields(quorlMsg message, quorl_u32* count) {
 }
 
 quorl_status quorlMsg_GetByteSize(quorlMsg message, quorl_u32* size) {
-    if (size == nullptr) return fail(QUORL_INVALID_ARG, "no place for the size");
+    if (size == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the size is null");
     Slot* slot;
     Content* content;
     if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
@@ -112,7 +113,7 @@ quorl_status quorlMsg_GetByteSize(quorlMsg message, quorl_u32* size) {
 }
 
 quorl_status quorlMsg_GetAsBytes(quorlMsg message, const void** bytes) {
-    if (bytes == nullptr) return fail(QUORL_INVALID_ARG, "no place for the bytes");
+    if (bytes == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the bytes is null");
     Slot* slot;
     Content* content;
     if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
@@ -139,7 +140,7 @@ quorl_status quorlMsg_SetOpaqueHandlers(quorl_u8 type) {
     if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");
     if (type == 0) return QUORL_OK;
     if (type < QUORLMSG_USER_FIRST) return fail(QUORL_RESERVED_HANDLER, "opaque handler %d is reserved", type);
-    return fail(QUORL_NOT_FOUND, "there is no opaque handler %d", type);
+    return fail(QUORL_NOT_FOUND, "opaque handler %d does not exist", type);
 }
 
 }  // extern "C"

@@ -18,7 +18,7 @@ namespace {
 constexpr size_t longestName = 255;
 
 quorl_status noPlace() noexcept {
-    return fail(QUORL_INVALID_ARG, "no place for the result");
+    return fail(QUORL_INVALID_ARG, "the pointer for the result is null");
 }
 
 // Calls use(Queue&) on the queue of that id.
@@ -47,7 +47,7 @@ quorl_status quorlQueue_DestroyEx(quorlQueue queue, quorlQueueOnComplete complet
 
 quorl_status quorlQueue_SetName(quorlQueue queue, const char* name) {
     if (name == nullptr || strnlen(name, longestName + 1) > longestName)
-        return fail(QUORL_INVALID_ARG, "a queue's name has at most %zu bytes and is not null", longestName);
+        return fail(QUORL_INVALID_ARG, "the queue's name is null or has more than %zu bytes", longestName);
     if (!utf8::validOrPaired(name)) return fail(QUORL_INVALID_NAME, "the queue's name is not UTF-8");
     return with(queue, [&](Queue& found) {
         try {

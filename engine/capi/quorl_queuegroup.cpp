@@ -10,7 +10,7 @@ using namespace quorl;
 extern "C" {
 
 quorl_status quorlQueueGroup_Create(quorlQueueGroup* group) {
-    if (group == nullptr) return fail(QUORL_INVALID_ARG, "no place for the result");
+    if (group == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the result is null");
     return event::createGroup(group);
 }
 

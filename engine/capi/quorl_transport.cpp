@@ -18,7 +18,7 @@ namespace {
 constexpr size_t longestDescription = 255;
 
 quorl_status noPlace() noexcept {
-    return fail(QUORL_INVALID_ARG, "no place for the result");
+    return fail(QUORL_INVALID_ARG, "the pointer for the result is null");
 }
 
 // Calls set(Transport&) on the transport of that id, under its lock.
@@ -51,7 +51,7 @@ quorl_status quorlTransport_Destroy(quorlTransport transport) {
 
 quorl_status quorlTransport_SetDescription(quorlTransport transport, const char* description) {
     if (description == nullptr || strnlen(description, longestDescription + 1) > longestDescription)
-        return fail(QUORL_INVALID_ARG, "a description has at most %zu bytes and is not null", longestDescription);
+        return fail(QUORL_INVALID_ARG, "the description is null or has more than %zu bytes", longestDescription);
     if (!utf8::validOrPaired(description)) return fail(QUORL_INVALID_ARG, "the description is not UTF-8");
     try {
         std::string copy(description);
@@ -66,13 +66,14 @@ quorl_status quorlTransport_SetDescription(quorlTransport transport, const char*
 
 quorl_status quorlTransport_RequestReliability(quorlTransport transport, quorl_f64 reliability) {
     if (!std::isfinite(reliability) || reliability < 0)
-        return fail(QUORL_INVALID_TIME_INTERVAL, "%g seconds are no interval", reliability);
+        return fail(QUORL_INVALID_TIME_INTERVAL, "%g seconds are not a valid interval: give a finite number from 0",
+                    reliability);
     return change(transport, [&](Transport& found) REQUIRES(found.lock) { found.settings.reliability = reliability; });
 }
 
 quorl_status quorlTransport_SetBatchMode(quorlTransport transport, quorlTransportBatchMode mode) {
     if (mode != QUORLTRANSPORT_DEFAULT_BATCH && mode != QUORLTRANSPORT_TIMER_BATCH)
-        return fail(QUORL_INVALID_ARG, "%d is no batch mode", static_cast<int>(mode));
+        return fail(QUORL_INVALID_ARG, "batch mode %d does not exist", static_cast<int>(mode));
     return change(transport, [&](Transport& found) REQUIRES(found.lock) { found.settings.batchMode = mode; });
 }
 

@@ -76,7 +76,7 @@ quorl_status addToGroup(uint32_t groupId, uint32_t queueId) noexcept {
         if (group->closed) return environment::noObject(QUORL_INVALID_QUEUE_GROUP, "queue group", groupId);
         for (const auto& member : group->members) {
             if (member.queue == queue)
-                return fail(QUORL_ALREADY_EXISTS, "queue %u is in group %u already", queueId, groupId);
+                return fail(QUORL_ALREADY_EXISTS, "queue %u is already in group %u", queueId, groupId);
         }
         group->members.reserve(group->members.size() + 1);
         Lock back(queue->back.lock);

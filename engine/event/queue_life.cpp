@@ -64,7 +64,7 @@ quorl_status createDefaultQueue() noexcept {
 quorl_status destroyQueue(uint32_t id, quorlQueueOnComplete completion, const void* closure, bool internal) noexcept {
     if (id == QUORL_DEFAULT_QUEUE && !internal) {
         if (!environment::isOpen()) return environment::requireOpen();
-        return fail(QUORL_NOT_PERMITTED, "the default queue goes with the library");
+        return fail(QUORL_NOT_PERMITTED, "the default queue cannot be destroyed: it ends with the library");
     }
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
@@ -100,18 +100,18 @@ quorl_status setLimit(Queue& queue, const Limit& limit) noexcept {
     switch (limit.policy) {
         case QUORLQUEUE_DISCARD_NONE:
             if (limit.maxEvents != 0 || limit.discardAmount != 0)
-                return fail(QUORL_INVALID_ARG, "without a limit both numbers are 0");
+                return fail(QUORL_INVALID_ARG, "without a limit both numbers must be 0");
             break;
         case QUORLQUEUE_DISCARD_FIRST:
         case QUORLQUEUE_DISCARD_LAST:
         case QUORLQUEUE_DISCARD_NEW:
-            if (limit.maxEvents == 0) return fail(QUORL_INVALID_ARG, "a limit of 0 events");
+            if (limit.maxEvents == 0) return fail(QUORL_INVALID_ARG, "a limit must allow at least 1 event");
             if (limit.discardAmount == 0 || limit.discardAmount > limit.maxEvents)
-                return fail(QUORL_INVALID_ARG, "the discard amount %u is not within 1 and the limit %u",
+                return fail(QUORL_INVALID_ARG, "the discard amount %u is not between 1 and the limit %u",
                             limit.discardAmount, limit.maxEvents);
             break;
         default:
-            return fail(QUORL_INVALID_ARG, "%d is no limit policy", static_cast<int>(limit.policy));
+            return fail(QUORL_INVALID_ARG, "limit policy %d does not exist", static_cast<int>(limit.policy));
     }
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");

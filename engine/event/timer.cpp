@@ -229,7 +229,8 @@ bool validInterval(double interval) noexcept {
 }
 
 quorl_status refuseInterval(double interval) noexcept {
-    return fail(QUORL_INVALID_TIME_INTERVAL, "%g seconds are no interval", interval);
+    return fail(QUORL_INVALID_TIME_INTERVAL, "%g seconds are not a valid interval: give a finite number from 0",
+                interval);
 }
 
 Timer* findTimer(uint32_t id) noexcept {
@@ -246,7 +247,7 @@ quorl_status createTimer(uint32_t* id, uint32_t queueId, quorlEventCallback call
     Section section(*thread);
     auto* queue = registry::find<Queue>(queueId);
     if (queue == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", queueId);
-    if (callback == nullptr) return fail(QUORL_INVALID_CALLBACK, "no callback for the timer");
+    if (callback == nullptr) return fail(QUORL_INVALID_CALLBACK, "the callback of the timer is null");
     if (!validInterval(interval)) return refuseInterval(interval);
     auto* timer = new (std::nothrow) Timer;
     if (timer == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a timer");

@@ -50,7 +50,7 @@ struct Missing {
         } else if (label.named) {
             std::snprintf(text, size, "no field has the name \"%s\"", label.name);
         } else {
-            std::snprintf(text, size, "no field is without a name");
+            std::snprintf(text, size, "every field has a name");
         }
     }
 };

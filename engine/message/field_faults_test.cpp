@@ -27,7 +27,7 @@ TEST(FieldFaults, NameTheFieldThatIsMissing) {
     EXPECT_EQ(QUORL_NOT_FOUND, quorlMsg_GetI32Ex(message, "price", &value, 7));
     EXPECT_EQ("no field has the id 7", text());
     EXPECT_EQ(QUORL_NOT_FOUND, quorlMsg_GetI32Ex(message, nullptr, &value, 0));
-    EXPECT_EQ("no field is without a name", text());
+    EXPECT_EQ("every field has a name", text());
     const std::string longest(QUORL_FIELD_NAME_MAX, 'n');
     EXPECT_EQ(QUORL_NOT_FOUND, quorlMsg_RemoveFieldEx(message, longest.c_str(), 0));
     EXPECT_EQ("no field has the name \"" + longest + "\"", text());
@@ -89,27 +89,27 @@ TEST(FieldFaults, NameTheFieldThatIsNotAdded) {
     EXPECT_EQ(QUORL_ID_CONFLICT, quorlMsg_UpdateI32Ex(message, "second", 1, 3));
     EXPECT_EQ("field \"second\" id 3: the field with id 3 has the name \"first\", not \"second\"", text());
     EXPECT_EQ(QUORL_INVALID_ARG, quorlMsg_AddStringEx(message, "title", nullptr, 0));
-    EXPECT_EQ("field \"title\": no string", text());
+    EXPECT_EQ("field \"title\": the string is null", text());
     EXPECT_EQ(QUORL_INVALID_ARG, quorlMsg_UpdateOpaqueEx(message, nullptr, nullptr, 4, 9));
-    EXPECT_EQ("field id 9: no bytes", text());
+    EXPECT_EQ("field id 9: the bytes are null", text());
     EXPECT_EQ(QUORL_INVALID_ARG, quorlMsg_AddF64ArrayEx(message, "array", nullptr, 4, 0));
-    EXPECT_EQ("field \"array\": no array", text());
+    EXPECT_EQ("field \"array\": the array is null", text());
     const char* strings[] = {"a", nullptr};
     EXPECT_EQ(QUORL_INVALID_ARG, quorlMsg_AddStringArrayEx(message, "strings", strings, 2, 0));
     EXPECT_EQ("field \"strings\": string 1 of the array is null", text());
     const quorlMsgDateTime time = {0, 1'000'000'000};
     EXPECT_EQ(QUORL_INVALID_ARG, quorlMsg_AddDateTimeEx(message, "time", &time, 0));
-    EXPECT_EQ("field \"time\": 1000000000 nanoseconds are a second or more", text());
+    EXPECT_EQ("field \"time\": 1000000000 nanoseconds are too many: give 0 to 999999999", text());
     EXPECT_EQ(QUORL_INVALID_ARG, quorlMsg_UpdateDateTimeEx(message, "time", nullptr, 0));
-    EXPECT_EQ("field \"time\": no date-time", text());
+    EXPECT_EQ("field \"time\": the date-time is null", text());
     quorlMsgField record{};
     record.name = "odd";
     record.type = 77;
     EXPECT_EQ(QUORL_INVALID_TYPE, quorlMsg_AddField(message, &record));
-    EXPECT_EQ("field \"odd\": there is no field type 77", text());
+    EXPECT_EQ("field \"odd\": field type 77 does not exist", text());
     const quorlMsg none[] = {nullptr};
     EXPECT_EQ(QUORL_INVALID_MSG, quorlMsg_AddMsgArrayEx(message, "inner", none, 1, 0));
-    EXPECT_EQ("field \"inner\": message 0 of the array: 0x0 is no live message", text());
+    EXPECT_EQ("field \"inner\": message 0 of the array: message 0x0 does not exist or has been destroyed", text());
 }
 
 TEST(FieldFaults, ALateTextGivesWayToTheNextFailure) {

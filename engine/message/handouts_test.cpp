@@ -437,7 +437,7 @@ TEST(WholeMessages, NullArgumentsAreRefused) {
     EXPECT_EQ(QUORL_INVALID_ARG, _quorlMsg_GetFieldInstanceIndexAndType(message, "a", 1, nullptr));
     EXPECT_EQ(QUORL_INVALID_MSG, quorlMsg_CreateCopy(nullptr, &made));
     EXPECT_EQ(QUORL_INVALID_MSG, quorlMsg_Destroy(nullptr));
-    EXPECT_NE(std::string::npos, std::string(quorl_LastErrorText()).find("no live message"));
+    EXPECT_NE(std::string::npos, std::string(quorl_LastErrorText()).find("does not exist or has been destroyed"));
 }
 
 TEST(WholeMessages, AreCounted) {

@@ -29,7 +29,8 @@ inline quorl_status find(quorlMsg message, Slot** slot) noexcept {
     *slot = resolve(message);
     if (*slot != nullptr) [[likely]]
         return QUORL_OK;
-    return fail(QUORL_INVALID_MSG, "0x%llx is no live message", static_cast<unsigned long long>(valueOf(message)));
+    return fail(QUORL_INVALID_MSG, "message 0x%llx does not exist or has been destroyed",
+                static_cast<unsigned long long>(valueOf(message)));
 }
 
 // The content of a message that has none of its own: the empty one, or a view made now. Null: no memory.

@@ -66,7 +66,8 @@ Found seekInstance(quorlMsg message, const char* name, uint32_t instance, quorl_
     if (index != notFound) return at(slot, *content, index);
     *status = checkEncoding(name, checked.length);
     if (*status == QUORL_OK)
-        *status = fail(QUORL_NOT_FOUND, "no instance %u of the name \"%s\"", instance, name != nullptr ? name : "");
+        *status =
+            fail(QUORL_NOT_FOUND, "there is no instance %u of the name \"%s\"", instance, name != nullptr ? name : "");
     return {};
 }
 

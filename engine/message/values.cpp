@@ -67,7 +67,7 @@ quorl_status ValueHolder::fromNumbers(uint8_t type, const void* array, uint32_t 
 }
 
 quorl_status ValueHolder::fromStrings(const char* const* array, uint32_t count) noexcept {
-    if (array == nullptr && count != 0) return fail(QUORL_INVALID_ARG, "no array");
+    if (array == nullptr && count != 0) return fail(QUORL_INVALID_ARG, "the array is null");
     uint64_t bytes = 0;
     for (uint32_t i = 0; i < count; ++i) {
         if (array[i] == nullptr) return fail(QUORL_INVALID_ARG, "string %u of the array is null", i);
@@ -79,7 +79,7 @@ quorl_status ValueHolder::fromStrings(const char* const* array, uint32_t count) 
 }
 
 quorl_status ValueHolder::fromMessages(const quorlMsg* array, uint32_t count) noexcept {
-    if (array == nullptr && count != 0) return fail(QUORL_INVALID_ARG, "no array");
+    if (array == nullptr && count != 0) return fail(QUORL_INVALID_ARG, "the array is null");
     if (count > wire::maxSize / wire::headerSize) return valueTooLong();
     images_ = static_cast<Image*>(allocate(sizeof(Image) * std::max(count, 1u)));
     if (images_ == nullptr) return fail(QUORL_NO_MEMORY, "no memory for an array of %u messages", count);
@@ -97,8 +97,9 @@ quorl_status ValueHolder::fromMessages(const quorlMsg* array, uint32_t count) no
 }
 
 quorl_status ValueHolder::fromDateTime(const quorlMsgDateTime* time) noexcept {
-    if (time == nullptr) return fail(QUORL_INVALID_ARG, "no date-time");
-    if (time->nsec > 999'999'999) return fail(QUORL_INVALID_ARG, "%u nanoseconds are a second or more", time->nsec);
+    if (time == nullptr) return fail(QUORL_INVALID_ARG, "the date-time is null");
+    if (time->nsec > 999'999'999)
+        return fail(QUORL_INVALID_ARG, "%u nanoseconds are too many: give 0 to 999999999", time->nsec);
     wire::store(scalar_, time->sec);
     wire::store(scalar_ + 8, time->nsec);
     value = {QUORLMSG_DATETIME, Kind::scalar, 0, 1, wireSizeOf<quorlMsgDateTime>, scalar_};
@@ -116,14 +117,14 @@ void ValueHolder::fromScalar(uint8_t type, const void* data) noexcept {
 
 quorl_status ValueHolder::fromRecord(const quorlMsgField& record) noexcept {
     const TypeInfo& info = typeInfo(record.type);
-    if (info.kind == Kind::none) return fail(QUORL_INVALID_TYPE, "there is no field type %d", record.type);
+    if (info.kind == Kind::none) return fail(QUORL_INVALID_TYPE, "field type %d does not exist", record.type);
     const bool isArray = info.kind == Kind::numbers || info.kind == Kind::strings || info.kind == Kind::messages;
     if (!isArray && record.count != 1) {
-        return fail(QUORL_INVALID_COUNT, "a field of %s holds 1 value, not %u", TypeText(record.type).text,
+        return fail(QUORL_INVALID_COUNT, "a field of type %s holds 1 value, not %u", TypeText(record.type).text,
                     record.count);
     }
     if (info.nativeSize != 0 && record.size != info.nativeSize) {
-        return fail(QUORL_INVALID_SIZE, "a value of %s is of %d bytes, not %u", TypeText(record.type).text,
+        return fail(QUORL_INVALID_SIZE, "a value of type %s has %d bytes, not %u", TypeText(record.type).text,
                     info.nativeSize, record.size);
     }
     switch (info.kind) {
@@ -137,7 +138,7 @@ quorl_status ValueHolder::fromRecord(const quorlMsgField& record) noexcept {
             return QUORL_OK;
         case Kind::string:
             if (record.data.str != nullptr && strnlen(record.data.str, record.size) + 1 != record.size) {
-                return fail(QUORL_INVALID_SIZE, "the string and its terminator are not of %u bytes", record.size);
+                return fail(QUORL_INVALID_SIZE, "the string with its terminator does not have %u bytes", record.size);
             }
             return fromString(record.data.str);
         case Kind::bytes:
@@ -154,7 +155,7 @@ quorl_status ValueHolder::fromRecord(const quorlMsgField& record) noexcept {
         case Kind::none:
             break;
     }
-    return fail(QUORL_INVALID_TYPE, "there is no field type %d", record.type);
+    return fail(QUORL_INVALID_TYPE, "field type %d does not exist", record.type);
 }
 
 }  // namespace quorl::message

@@ -9,18 +9,18 @@ quorl_status valueTooLong() noexcept;
 
 // Check what is to be added and measure it: QUORL_INVALID_ARG, QUORL_INVALID_SIZE.
 inline quorl_status checkString(const char* text, uint32_t* size) noexcept {
-    if (text == nullptr) return fail(QUORL_INVALID_ARG, "no string");
+    if (text == nullptr) return fail(QUORL_INVALID_ARG, "the string is null");
     const size_t whole = std::strlen(text) + 1;
     if (whole > wire::maxSize) return valueTooLong();
     *size = static_cast<uint32_t>(whole);
     return QUORL_OK;
 }
 inline quorl_status checkBytes(const void* bytes, uint32_t size) noexcept {
-    if (bytes == nullptr && size != 0) return fail(QUORL_INVALID_ARG, "no bytes");
+    if (bytes == nullptr && size != 0) return fail(QUORL_INVALID_ARG, "the bytes are null");
     return size <= wire::maxSize ? QUORL_OK : valueTooLong();
 }
 inline quorl_status checkNumbers(uint8_t type, const void* array, uint32_t count, uint32_t* bytes) noexcept {
-    if (array == nullptr && count != 0) return fail(QUORL_INVALID_ARG, "no array");
+    if (array == nullptr && count != 0) return fail(QUORL_INVALID_ARG, "the array is null");
     const uint64_t whole = uint64_t{count} * typeInfo(type).wireSize;
     if (whole > wire::maxSize) return valueTooLong();
     *bytes = static_cast<uint32_t>(whole);

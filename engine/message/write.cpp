@@ -19,7 +19,7 @@ quorl_status noMemory() noexcept {
 }
 
 quorl_status tooLarge() noexcept {
-    return fail(QUORL_INVALID_SIZE, "the message would pass %u bytes", wire::maxSize);
+    return fail(QUORL_INVALID_SIZE, "the message would become larger than %u bytes", wire::maxSize);
 }
 
 // What stands between a field's name and its value, but for the padding.

@@ -42,7 +42,7 @@ quorl_status attach(Listener& listener) noexcept {
     Transport& transport = *listener.transport;
     Lock lock(transport.lock);
     if (transport.closed) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", transport.id);
-    if (listener.detached) return fail(QUORL_INVALID_EVENT, "the listener was destroyed while it was made");
+    if (listener.detached) return fail(QUORL_INVALID_EVENT, "the listener was destroyed while it was being created");
     if (const quorl_status status = feed(listener); status != QUORL_OK) return status;
     listener.attached = true;
     listener.next = transport.listeners;
@@ -63,13 +63,16 @@ bool ownInbox(const Transport& transport, std::string_view subject) noexcept {
 }
 
 quorl_status checkSubject(const Transport& transport, const char* text) noexcept {
-    if (text == nullptr) return fail(QUORL_INVALID_SUBJECT, "no subject to listen to");
+    if (text == nullptr) return fail(QUORL_INVALID_SUBJECT, "the subject to listen to is null");
     const std::string_view subject(text, strnlen(text, QUORL_SUBJECT_MAX + 1));
     if (!subject::validForListening(subject))
-        return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is malformed", QUORL_SUBJECT_MAX, text);
+        return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is not a valid subject", QUORL_SUBJECT_MAX, text);
     if (!subject::isSystem(subject) || subject.starts_with("_QUORL.")) return QUORL_OK;
     if (ownInbox(transport, subject)) return QUORL_OK;
-    return fail(QUORL_INVALID_SUBJECT, "\"%s\" is the system's, and no inbox of this transport", text);
+    return fail(QUORL_INVALID_SUBJECT,
+                "\"%s\" is reserved: listen to an inbox on the transport that made it, and begin subjects of your own "
+                "without \"_\"",
+                text);
 }
 
 }  // namespace
@@ -94,7 +97,7 @@ quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexce
     auto* queue = registry::find<event::Queue>(request.queue);
     if (queue == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", request.queue);
     if (request.callback == nullptr && request.vectorCallback == nullptr)
-        return fail(QUORL_INVALID_CALLBACK, "no callback for the listener");
+        return fail(QUORL_INVALID_CALLBACK, "the callback of the listener is null");
     auto* transport = registry::find<Transport>(request.transport);
     if (transport == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", request.transport);
     if (const quorl_status status = checkSubject(*transport, request.subject); status != QUORL_OK) return status;

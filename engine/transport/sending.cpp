@@ -59,7 +59,7 @@ quorl_status untilThereIsRoom(ThreadState& thread, uint32_t id, int64_t deadline
         if (status != Carrier::noRoom) [[likely]]
             return status;
         if (deadline != forever && monotonicNow() >= deadline)
-            return fail(QUORL_TIMEOUT, "the way out was full all the time");
+            return fail(QUORL_TIMEOUT, "the transport had no room for the message within the time limit");
         registry::Pin<Transport> transport(thread, id);
         if (!transport || !transport->carrier->awaitRoom(deadline)) return noTransport(id);
     }
@@ -100,7 +100,8 @@ quorl_status sendAll(uint32_t id, const quorlMsg* messages, uint32_t count) noex
         Section section(*thread);
         auto* transport = registry::find<Transport>(id);
         if (transport == nullptr) return noTransport(id);
-        if (count != 0 && messages == nullptr) return fail(QUORL_INVALID_ARG, "no messages, but a count of %u", count);
+        if (count != 0 && messages == nullptr)
+            return fail(QUORL_INVALID_ARG, "the array of messages is null, but the count is %u", count);
         try {
             contents.resize(count);
         } catch (const std::bad_alloc&) {

@@ -47,7 +47,7 @@ quorl_status refuseBusName(quorl_status status, const char* kind, std::string_vi
     if (const size_t secret = name.rfind('@'); secret != std::string_view::npos) name.remove_prefix(secret + 1);
     return fail(status, "\"%.*s\" is not a valid %s name: %s", static_cast<int>(std::min<size_t>(name.size(), 80)),
                 name.data(), kind,
-                address ? "it is an address, which belongs into the parameter for the daemon"
+                address ? "it is an address, which belongs in the parameter daemon"
                         : "a name has at most 63 bytes of printable ASCII, without blanks");
 }
 
@@ -74,7 +74,8 @@ quorl_status publishTransport(uint32_t* id, std::unique_ptr<Carrier> carrier) no
     std::unique_ptr<Transport> transport;
     try {
         transport = std::make_unique<Transport>();
-        if (!makeInboxPrefix(transport->inboxPrefix)) return fail(QUORL_OS_ERROR, "the system gives no random numbers");
+        if (!makeInboxPrefix(transport->inboxPrefix))
+            return fail(QUORL_OS_ERROR, "the system provides no random numbers");
         transport->carrier = std::move(carrier);
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for a transport");
@@ -166,8 +167,8 @@ quorl_status createInbox(uint32_t id, char* subject, uint32_t limit) noexcept {
     const size_t count = static_cast<size_t>(written.ptr - digits.data());
     const std::string& prefix = transport->inboxPrefix;
     if (prefix.size() + count + 1 > limit)
-        return fail(QUORL_INSUFFICIENT_BUFFER, "an inbox takes %zu bytes, and there are %u", prefix.size() + count + 1,
-                    limit);
+        return fail(QUORL_INSUFFICIENT_BUFFER, "the buffer for an inbox needs %zu bytes and has %u",
+                    prefix.size() + count + 1, limit);
     std::memcpy(subject, prefix.data(), prefix.size());
     std::memcpy(subject + prefix.size(), digits.data(), count);
     subject[prefix.size() + count] = '\0';

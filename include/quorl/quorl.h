@@ -170,7 +170,7 @@ typedef QUORL_ENUM(quorl_status){
 QUORL_API const char* quorlStatus_GetText(quorl_status status);
 
 /* The calling thread's detail text of the last call that failed on it, with the reasons of the levels below joined in
- * ("connect nats://...: refused after 2.0 s"). Never null, empty when nothing has failed. A call that succeeds leaves it
+ * ("connect nats://...: no answer after 2.0 s"). Never null, empty when nothing has failed. A call that succeeds leaves it
  * as it is. Valid until the next failing call on this thread. */
 QUORL_API const char* quorl_LastErrorText(void);
 

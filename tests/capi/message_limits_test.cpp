@@ -85,7 +85,7 @@ bool affords(uint64_t mebibytes) {
 #endif
 }
 
-constexpr const char* tooLarge = "the message would pass 1073741824 bytes";
+constexpr const char* tooLarge = "the message would become larger than 1073741824 bytes";
 
 std::string detail() {
     return quorl_LastErrorText();
@@ -165,7 +165,7 @@ TEST(MessageLimits, ArraysThatGrow) {
     EXPECT_EQ(0u, fieldsOf(outer));
 }
 
-// One text, pointed to so often that the texts together would pass the limit.
+// One text, pointed to so often that the texts together would become larger than the limit.
 TEST(MessageLimits, StringsThatAreTooManyTogether) {
     const std::string text(mebibyte - 1, 't');
     std::vector<const char*> texts(1024, text.c_str());

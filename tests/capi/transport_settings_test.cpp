@@ -38,7 +38,7 @@ TEST_F(EveryTransport, hasADescription) {
         for (const char* text :
              {"", "order entry", "\"quoted\" \\ {}\r\n\t\x01", "gr\xc3\xbc\xc3\x9f", longest.c_str()})
             EXPECT_EQ(quorlTransport_SetDescription(each, text), QUORL_OK) << quorl_LastErrorText();
-        refused(QUORL_INVALID_ARG, quorlTransport_SetDescription(each, nullptr), "not null");
+        refused(QUORL_INVALID_ARG, quorlTransport_SetDescription(each, nullptr), "is null");
         refused(QUORL_INVALID_ARG, quorlTransport_SetDescription(each, "\xff\xfe"), "not UTF-8");
         refused(QUORL_INVALID_ARG, quorlTransport_SetDescription(each, (longest + "d").c_str()), "255 bytes");
     }
@@ -57,7 +57,8 @@ TEST_F(EveryTransport, isAskedForReliability) {
         for (const double seconds : {0.0, -0.0, 5e-324, 60.5, 1e300})
             EXPECT_EQ(quorlTransport_RequestReliability(each, seconds), QUORL_OK) << seconds;
         for (const double seconds : {-1.0, -5e-324, infinity, -infinity, std::nan("")})
-            refused(QUORL_INVALID_TIME_INTERVAL, quorlTransport_RequestReliability(each, seconds), "no interval");
+            refused(QUORL_INVALID_TIME_INTERVAL, quorlTransport_RequestReliability(each, seconds),
+                    "not a valid interval");
     }
     refused(QUORL_INVALID_TRANSPORT, quorlTransport_RequestReliability(999, 1), "999");
     // What is worth nothing to a lost daemon goes out all the same while nothing is lost.
@@ -74,7 +75,7 @@ TEST_F(EveryTransport, gathersBatches) {
     for (const quorlTransport each : all()) {
         for (const int mode : {-1, 2, 1000, std::numeric_limits<int>::min()})
             refused(QUORL_INVALID_ARG, quorlTransport_SetBatchMode(each, static_cast<quorlTransportBatchMode>(mode)),
-                    "is no batch mode");
+                    "does not exist");
         EXPECT_EQ(quorlTransport_SetBatchMode(each, QUORLTRANSPORT_TIMER_BATCH), QUORL_OK);
         for (const quorl_u32 size : {0u, 1u, 65536u, UINT32_MAX})
             EXPECT_EQ(quorlTransport_SetBatchSize(each, size), QUORL_OK);
@@ -103,9 +104,10 @@ TEST_F(EveryTransport, gathersBatches) {
 TEST_F(EveryTransport, makesInboxesOfItsOwn) {
     for (const quorlTransport each : all()) {
         char inbox[QUORL_SUBJECT_MAX + 1] = "untouched";
-        refused(QUORL_INVALID_ARG, quorlTransport_CreateInbox(each, nullptr, 255), "no place");
+        refused(QUORL_INVALID_ARG, quorlTransport_CreateInbox(each, nullptr, 255), "is null");
         for (const quorl_u32 room : {0u, 1u, 32u})
-            refused(QUORL_INSUFFICIENT_BUFFER, quorlTransport_CreateInbox(each, inbox, room), "an inbox takes");
+            refused(QUORL_INSUFFICIENT_BUFFER, quorlTransport_CreateInbox(each, inbox, room),
+                    "the buffer for an inbox needs");
         EXPECT_STREQ(inbox, "untouched");
         ASSERT_EQ(quorlTransport_CreateInbox(each, inbox, sizeof inbox), QUORL_OK);
         char next[QUORL_SUBJECT_MAX + 1];

@@ -167,16 +167,17 @@ TEST_F(Refusal, addresses) {
 
 TEST_F(Refusal, closedPortsAndUnknownHosts) {
     leavesNothing([&](int i) {
-        refused(QUORL_DAEMON_NOT_FOUND, nullptr, nullptr, "127.0.0.1:1", "connect nats://127.0.0.1:1: refused after");
+        refused(QUORL_DAEMON_NOT_FOUND, nullptr, nullptr, "127.0.0.1:1",
+                "connect nats://127.0.0.1:1: connection refused");
         // Each attempt reads the system's authorities first.
         if (i % 50 == 0)
             refused(QUORL_DAEMON_NOT_FOUND, nullptr, nullptr, "tls://127.0.0.1:1",
-                    "connect tls://127.0.0.1:1: refused after");
+                    "connect tls://127.0.0.1:1: connection refused");
     });
     // Both that were tried are told, in their order.
     refused(QUORL_DAEMON_NOT_FOUND, nullptr, nullptr, "127.0.0.1:1,[::1]:2",
-            "connect nats://127.0.0.1:1: refused after 0.0 s; connect nats://[::1]:2: ");
-    // A label of 64 letters is no name of a host, which the resolver knows without asking anybody.
+            "connect nats://127.0.0.1:1: connection refused; connect nats://[::1]:2: ");
+    // A label of 64 letters is not a valid host name, which the resolver knows without asking anybody.
     const std::string unknown = std::string(64, 'h') + ".invalid";
     leavesNothing(
         [&](int) { refused(QUORL_DAEMON_NOT_FOUND, nullptr, nullptr, unknown.c_str(), ": the host is not known ("); });

@@ -188,11 +188,13 @@ TEST_F(SecureDaemon, refuses_containers_that_are_none_or_do_not_open) {
     expectRefused(QUORL_USERPASS_MISMATCH, setBinary(container, wrongPassword), "password");
     expectRefused(QUORL_USERPASS_MISMATCH, setBinary(container, ""), "none was given");
     expectRefused(QUORL_USERPASS_MISMATCH, setBinary(container, nullptr), "none was given");
-    expectRefused(QUORL_INVALID_ARG, quorlSecureDaemon_SetUserCertWithKeyBin("", 0, nullptr), "no PKCS #12");
-    expectRefused(QUORL_INVALID_ARG, setBinary("hello", password), "no PKCS #12");
-    expectRefused(QUORL_INVALID_ARG, setBinary(container + '\0', password), "no PKCS #12");
-    expectRefused(QUORL_INVALID_ARG, setBinary(container.substr(0, container.size() - 1), password), "no PKCS #12");
-    expectRefused(QUORL_INVALID_ARG, setBinary(certPem_ + keyPem_, nullptr), "no PKCS #12");
+    expectRefused(QUORL_INVALID_ARG, quorlSecureDaemon_SetUserCertWithKeyBin("", 0, nullptr),
+                  "not a PKCS #12 container");
+    expectRefused(QUORL_INVALID_ARG, setBinary("hello", password), "not a PKCS #12 container");
+    expectRefused(QUORL_INVALID_ARG, setBinary(container + '\0', password), "not a PKCS #12 container");
+    expectRefused(QUORL_INVALID_ARG, setBinary(container.substr(0, container.size() - 1), password),
+                  "not a PKCS #12 container");
+    expectRefused(QUORL_INVALID_ARG, setBinary(certPem_ + keyPem_, nullptr), "not a PKCS #12 container");
     expectRefused(QUORL_INVALID_ARG, setBinary(containerOf(nullptr, certificate_, password), password),
                   "no private key");
     expectRefused(QUORL_INVALID_ARG, setBinary(containerOf(key_, nullptr, password), password), "no certificate");

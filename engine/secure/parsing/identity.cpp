@@ -249,7 +249,7 @@ Outcome readPkcs12(const void* bytes, size_t size, const char* password, Identit
     const auto* at = static_cast<const unsigned char*>(bytes);
     const unsigned char* const end = at + size;
     const Container container(d2i_PKCS12(nullptr, &at, static_cast<long>(size)));
-    if (!container || at != end) return finish({QUORL_INVALID_ARG, "the bytes are no PKCS #12 container"});
+    if (!container || at != end) return finish({QUORL_INVALID_ARG, "the bytes are not a PKCS #12 container"});
     const ASN1_INTEGER* macRounds = nullptr;
     PKCS12_get0_mac(nullptr, nullptr, nullptr, &macRounds, container.get());
     if (tooMany(macRounds) || tooManyForContents(container.get())) return finish(tooManyRounds);

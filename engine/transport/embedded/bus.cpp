@@ -83,7 +83,7 @@ class Port final : public Carrier {
             change();
             return QUORL_OK;
         } catch (const std::bad_alloc&) {
-            return fail(QUORL_NO_MEMORY, "no memory on the embedded bus");
+            return fail(QUORL_NO_MEMORY, "no memory for a message on the embedded bus");
         }
     }
 

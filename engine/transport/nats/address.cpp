@@ -47,27 +47,27 @@ const char* readServer(std::string_view text, bool tls, Server* server) {
         host = text.substr(1, end - 1);
         port = text.substr(end + 1);
         if (host.find(':') == std::string_view::npos || !std::all_of(host.begin(), host.end(), isAddressCharacter))
-            return "what its brackets hold is no address";
+            return "its brackets do not hold an IPv6 address";
         if (!port.empty()) {
-            if (port.front() != ':') return "its host is followed by something else than a port";
+            if (port.front() != ':') return "its host is followed by something other than a port";
             port.remove_prefix(1);
-            if (port.empty()) return "its port is no number from 1 to 65535";
+            if (port.empty()) return "its port is not a number from 1 to 65535";
         }
     } else {
         const size_t colon = text.find(':');
         host = text.substr(0, colon);
         if (colon != std::string_view::npos) {
             port = text.substr(colon + 1);
-            if (port.empty()) return "its port is no number from 1 to 65535";
+            if (port.empty()) return "its port is not a number from 1 to 65535";
         }
         if (host.empty()) return "it has no host";
         if (host.size() > longestHost || !std::all_of(host.begin(), host.end(), isHostCharacter) ||
             host.front() == '-' || host.front() == '.' || host.find("..") != std::string_view::npos)
-            return "its host is no name of one";
+            return "its host name is not valid";
     }
     server->host = host;
     server->port = defaultPort;
-    if (!port.empty() && !readPort(port, &server->port)) return "its port is no number from 1 to 65535";
+    if (!port.empty() && !readPort(port, &server->port)) return "its port is not a number from 1 to 65535";
     return nullptr;
 }
 
@@ -85,12 +85,12 @@ std::string Server::url() const {
 
 quorl_status parseAddress(std::string_view text, std::vector<Server>* servers) noexcept {
     if (text.size() > longestAddress)
-        return fail(QUORL_DAEMON_NOT_FOUND, "a daemon's address of %zu bytes is longer than %zu", text.size(),
-                    longestAddress);
+        return fail(QUORL_DAEMON_NOT_FOUND, "a daemon address has at most %zu bytes, not %zu", longestAddress,
+                    text.size());
     // Credentials are kept out of texts, also where they do not belong; a comma may be one of a password's letters.
     if (const size_t secret = text.rfind('@'); secret != std::string_view::npos) {
         const std::string_view shown = text.substr(secret + 1);
-        return fail(QUORL_DAEMON_NOT_FOUND, "\"%.*s\" is no address of a daemon: credentials are not part of one",
+        return fail(QUORL_DAEMON_NOT_FOUND, "\"%.*s\" is not a valid daemon address: credentials do not belong in it",
                     static_cast<int>(std::min(shown.size(), longestShown)), shown.data());
     }
     try {
@@ -100,10 +100,10 @@ quorl_status parseAddress(std::string_view text, std::vector<Server>* servers) n
             const size_t end = std::min(text.find(',', at), text.size());
             const std::string_view one = text.substr(at, end - at);
             Server server;
-            const char* wrong =
-                found.size() == mostServers ? "it is one server too many" : readServer(one, tls, &server);
+            const char* wrong = found.size() == mostServers ? "it follows 32 others, and an address names no more"
+                                                            : readServer(one, tls, &server);
             if (wrong != nullptr)
-                return fail(QUORL_DAEMON_NOT_FOUND, "\"%.*s\" is no address of a daemon: %s",
+                return fail(QUORL_DAEMON_NOT_FOUND, "\"%.*s\" is not a valid daemon address: %s",
                             static_cast<int>(std::min(one.size(), longestShown)), one.data(), wrong);
             tls = server.tls;
             found.push_back(std::move(server));

@@ -59,7 +59,7 @@ TEST(Address, refusesControlCharacters) {
 
 TEST(Address, keepsCredentialsOutOfItsWords) {
     const std::string text = urls("nats://user:secret@a:1");
-    EXPECT_EQ(text, "18 \"a:1\" is no address of a daemon: credentials are not part of one");
+    EXPECT_EQ(text, "18 \"a:1\" is not a valid daemon address: credentials do not belong in it");
     for (const char* address :
          {"ftp://u:secret@h", "nats://u:sec,secret@h", "nats://u:secret,x@h", "nats://u:secret@h,b", "a,u:secret@h:0",
           "nats://u:a@secret@h", "nats://secret,secret,@"})

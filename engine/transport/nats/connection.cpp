@@ -96,7 +96,7 @@ quorl_status Connection::start() noexcept {
     event.events = EPOLLIN;
     event.data.fd = wakeEvent_;
     if (epoll_ < 0 || wakeEvent_ < 0 || epoll_ctl(epoll_, EPOLL_CTL_ADD, wakeEvent_, &event) != 0)
-        return fail(QUORL_INIT_FAILURE, "the system gives no event loop: %s", strerrordesc_np(errno));
+        return fail(QUORL_INIT_FAILURE, "the system provides no event loop: %s", strerrordesc_np(errno));
     // A new thread inherits the mask of its creator.
     sigset_t all;
     sigset_t before;
@@ -196,7 +196,8 @@ quorl_status Connection::waitUntilConnected() noexcept {
         const uint32_t phase = phase_.load(std::memory_order_acquire);
         if (phase == connected || phase == away) return QUORL_OK;
         if (phase != connecting) break;
-        if (stopping_.load(std::memory_order_acquire)) return fail(QUORL_NOT_INITIALIZED, "the library closes");
+        if (stopping_.load(std::memory_order_acquire))
+            return fail(QUORL_NOT_INITIALIZED, "the library is being closed");
         if (!futexWait(phase_, connecting, deadline)) {
             return fail(QUORL_DAEMON_NOT_FOUND, "connect %s: no answer after %.1f s", key_.daemon.c_str(),
                         static_cast<double>(connectTimeout_) / 1e9);
@@ -347,6 +348,10 @@ void Connection::connectFirst() {
         if (!texts.empty()) texts += "; ";
         texts += lastErrorText();
     }
+    // Said once, however many servers were tried.
+    if (texts.find(": connection refused") != std::string::npos)
+        texts +=
+            ". Is the daemon running? Start nats-server there, or 'quorl daemon' here; 'quorl doctor' finds out more";
     Lock lock(lock_);
     firstStatus_ = worst;
     firstText_ = texts;
@@ -403,8 +408,8 @@ quorl_status Connection::takeUp(const Target& target, int64_t deadline) {
     io_.unlock();
     dropSession();
     io_.lock();
-    return fail(QUORL_DAEMON_NOT_FOUND, "connect %s: %s after %.1f s", target.server.url().c_str(), why.c_str(),
-                static_cast<double>(monotonicNow() - start) / 1e9);
+    return fail(QUORL_DAEMON_NOT_FOUND, "connect %s: %s%s", target.server.url().c_str(), why.c_str(),
+                elapsedText(monotonicNow() - start).c_str());
 }
 
 // Reads and writes until the last mark has come back. False: the session was lost, or not in time, or the daemon refuses

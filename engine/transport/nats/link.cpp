@@ -67,7 +67,7 @@ int connectSocket(int socket, const addrinfo& address, int64_t deadline) noexcep
 }
 
 std::string words(int error) {
-    if (error == ECONNREFUSED) return "refused";
+    if (error == ECONNREFUSED) return "connection refused";
     if (error == ETIMEDOUT) return "no answer";
     const char* text = strerrordesc_np(error);
     return text != nullptr ? text : "not reached";

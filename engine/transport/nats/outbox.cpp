@@ -69,7 +69,8 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
         dropExpired();
         if (full(entry)) {
             addLost(1);
-            return fail(QUORL_DAEMON_NOT_CONNECTED, "the daemon is away, and %zu of %zu bytes wait for it",
+            return fail(QUORL_DAEMON_NOT_CONNECTED,
+                        "the daemon is away and its buffer is full: %zu of %zu bytes wait (parameter reconnect.buffer)",
                         waiting_.load(std::memory_order_relaxed), awayRoom_);
         }
     }

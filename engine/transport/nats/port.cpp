@@ -63,7 +63,7 @@ quorl_status join(const ConnectionKey& key, const std::vector<Server>& servers, 
     Shared connection;
     {
         Lock lock(listLock);
-        if (closing) return fail(QUORL_NOT_INITIALIZED, "the library closes");
+        if (closing) return fail(QUORL_NOT_INITIALIZED, "the library is being closed");
         ended = takeFinished();
         // One that nobody uses any more is about to end.
         const auto found = std::find_if(list->begin(), list->end(), [&](const Shared& one) {

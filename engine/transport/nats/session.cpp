@@ -8,10 +8,12 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <utility>
 
+#include "base/c_locale.h"
 #include "base/clock.h"
 #include "base/status.h"
 #include "secure/credentials.h"
@@ -43,7 +45,7 @@ constexpr size_t longestWords = 256;  // of a daemon that are repeated, in bytes
 // What comes in follows the limits of the daemons that others send to, now or before: any of a cluster.
 constexpr size_t mostIncoming = PayloadLimit::most;
 constexpr const char* takesTooLittle =
-    "the daemon has begun to take messages of less than 512 bytes only: raise its max_payload";
+    "the daemon now accepts only messages of less than 512 bytes: raise its max_payload";
 static_assert(PayloadLimit::least == 512);
 
 // What a program says of itself, with what goes between the quotation marks of JSON. Overwritten when it goes, since there may
@@ -80,8 +82,8 @@ class Introduction {
 };
 
 quorl_status refuse(quorl_status status, const Session::Request& request, const std::string& why, int64_t since) {
-    return fail(status, "connect %s: %s after %.1f s", request.server.url().c_str(), why.c_str(),
-                static_cast<double>(monotonicNow() - since) / 1e9);
+    return fail(status, "connect %s: %s%s", request.server.url().c_str(), why.c_str(),
+                elapsedText(monotonicNow() - since).c_str());
 }
 
 bool startsWith(std::string_view text, const char* words) noexcept {
@@ -92,6 +94,15 @@ bool startsWith(std::string_view text, const char* words) noexcept {
 }  // namespace
 
 // ---- connecting
+
+std::string elapsedText(int64_t nanoseconds) {
+    constexpr int64_t worthTelling = 50'000'000;
+    if (nanoseconds < worthTelling) return {};
+    std::array<char, 32> text;
+    const CLocale locale;
+    std::snprintf(text.data(), text.size(), " after %.1f s", static_cast<double>(nanoseconds) / 1e9);
+    return text.data();
+}
 
 quorl_status Session::open(const Request& request, std::unique_ptr<Session>* session) noexcept {
     try {
@@ -123,9 +134,11 @@ quorl_status Session::connect(const Request& request) {
             return refuse(QUORL_DAEMON_NOT_FOUND, request, "before TLS somebody says \"" + complaint_ + "\"", start);
         if (inBegin_ != inEnd_ || said_ != 1)
             return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon speaks before TLS", start);
-        if (!info_.offersTls) return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon offers no TLS", start);
+        if (!info_.offersTls)
+            return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon offers no TLS: configure it there", start);
     } else if (info_.demandsTls) {
-        return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon demands TLS (tls://)", start);
+        return refuse(QUORL_DAEMON_NOT_FOUND, request, "the daemon demands TLS: use an address that begins with tls://",
+                      start);
     }
     bool refused = false;
     bool good = true;
@@ -161,7 +174,7 @@ quorl_status Session::connect(const Request& request) {
 bool Session::greet(int64_t deadline, std::string* why) {
     while (!greeted_ && !lost()) {
         if (!link_->await(POLLIN, deadline)) {
-            *why = "no greeting";
+            *why = "no greeting: is it a nats-server that listens there?";
             return false;
         }
         take();
@@ -169,10 +182,11 @@ bool Session::greet(int64_t deadline, std::string* why) {
     }
     if (greeted_ && !lost()) return true;
     if (greeted_ && !PayloadLimit::announced(info_.maxPayload)) {
-        *why = "it takes messages of " + std::to_string(info_.maxPayload) + " bytes only: raise its max_payload to " +
-               std::to_string(PayloadLimit::least) + " or more";
+        *why = "it accepts messages of at most " + std::to_string(info_.maxPayload) +
+               " bytes: raise its max_payload to " + std::to_string(PayloadLimit::least) + " or more";
     } else {
-        *why = broke_.load() != nullptr ? "no daemon speaks there" : "the daemon hangs up";
+        *why = broke_.load() != nullptr ? "what answers there is not a nats-server: check host and port"
+                                        : "the connection was closed without a greeting";
     }
     return false;
 }
@@ -220,7 +234,7 @@ bool Session::introduce(const Request& request, const secure::Credentials& crede
     parser_.allow(mostIncoming);
     while (!answered_ && !lost() && complaint_.empty()) {
         if (!link_->pending() && !link_->await(POLLIN, deadline)) {
-            *why = "no complete greeting";
+            *why = "the daemon did not answer in time";
             return false;
         }
         take();
@@ -233,7 +247,7 @@ bool Session::introduce(const Request& request, const secure::Credentials& crede
         *why = "the daemon says \"" + complaint_ + "\"";
     } else {
         const char* broke = broke_.load();
-        *why = broke != nullptr ? broke : "the daemon hangs up";
+        *why = broke != nullptr ? broke : "the daemon closed the connection";
     }
     return false;
 }
@@ -252,7 +266,7 @@ void Session::onInfo(std::string_view json) noexcept {
     ++said_;
     try {
         Info info;
-        if (!readInfo(json, &info)) return fail("the daemon speaks no protocol that is known here");
+        if (!readInfo(json, &info)) return fail("the daemon speaks another protocol");
         // It tells of its cluster when that changes; all other words leave it out.
         if (info.servers.empty()) info.servers.swap(info_.servers);
         info_ = std::move(info);

@@ -23,6 +23,9 @@
 
 namespace quorl::transport::nats {
 
+// " after 2.0 s", for the texts of attempts that failed; "" for what took no time worth telling.
+std::string elapsedText(int64_t nanoseconds);
+
 // What messages of one subscription are handed to.
 class Feed {
   public:

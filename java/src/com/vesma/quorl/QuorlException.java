@@ -128,7 +128,7 @@ public class QuorlException extends RuntimeException {
     public static final int IO_FAILED = 74;
     /** 80: the file is in use by another process or owned by another user. */
     public static final int NOT_FILE_OWNER = 80;
-    /** 81: the user name or the password is wrong. */
+    /** 81: the user name or the password is missing or wrong. */
     public static final int USERPASS_MISMATCH = 81;
     /** 90: there are too many neighbors. */
     public static final int TOO_MANY_NEIGHBORS = 90;
@@ -323,7 +323,7 @@ public class QuorlException extends RuntimeException {
             case NOT_FILE_OWNER:
                 return "The file is in use by another process or owned by another user";
             case USERPASS_MISMATCH:
-                return "The user name or the password is wrong";
+                return "The user name or the password is missing or wrong";
             case TOO_MANY_NEIGHBORS:
                 return "There are too many neighbors";
             case ALREADY_EXISTS:

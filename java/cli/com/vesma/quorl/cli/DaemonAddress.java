@@ -14,18 +14,18 @@ record DaemonAddress(boolean tls, String host, int port) {
     private static final int LONGEST_HOST = 253;
     private static final int LONGEST_SHOWN = 80;
     private static final int MOST = 32;
-    private static final String NO_PORT = "its port is no number from 1 to 65535";
+    private static final String NO_PORT = "its port is not a number from 1 to 65535";
 
     /** The servers of a cluster in their order; Failure when the library would refuse the address, with its words. */
     static List<DaemonAddress> parse(String text) {
         int length = text.getBytes(StandardCharsets.UTF_8).length;
-        if (length > LONGEST) throw new Failure("a daemon's address of " + length + " bytes is longer than " + LONGEST);
+        if (length > LONGEST) throw new Failure("a daemon address has at most " + LONGEST + " bytes, not " + length);
         int secret = text.lastIndexOf('@');
-        if (secret >= 0) throw refusal(text.substring(secret + 1), "credentials are not part of one");
+        if (secret >= 0) throw refusal(text.substring(secret + 1), "credentials do not belong in it");
         List<DaemonAddress> servers = new ArrayList<>();
         boolean tls = false;
         for (String one : text.split(",", -1)) {
-            if (servers.size() == MOST) throw refusal(one, "it is one server too many");
+            if (servers.size() == MOST) throw refusal(one, "it follows 32 others, and an address names no more");
             DaemonAddress server = server(one, tls);
             servers.add(server);
             tls = server.tls;
@@ -60,7 +60,7 @@ record DaemonAddress(boolean tls, String host, int port) {
         if (host.isEmpty()) throw refusal(text, "it has no host");
         if (host.length() > LONGEST_HOST || !host.matches("[A-Za-z0-9._-]+") || host.startsWith("-") || host.startsWith(".")
                 || host.contains("..")) {
-            throw refusal(text, "its host is no name of one");
+            throw refusal(text, "its host name is not valid");
         }
         return new DaemonAddress(secured, host, colon < 0 ? DEFAULT_PORT : port(text, rest.substring(colon + 1)));
     }
@@ -70,9 +70,9 @@ record DaemonAddress(boolean tls, String host, int port) {
         if (end < 0) throw refusal(text, "its bracket is not closed");
         String host = rest.substring(1, end);
         String after = rest.substring(end + 1);
-        if (!host.contains(":") || !host.matches("[0-9A-Fa-f:.]+")) throw refusal(text, "what its brackets hold is no address");
+        if (!host.contains(":") || !host.matches("[0-9A-Fa-f:.]+")) throw refusal(text, "its brackets do not hold an IPv6 address");
         if (after.isEmpty()) return new DaemonAddress(tls, host, DEFAULT_PORT);
-        if (!after.startsWith(":")) throw refusal(text, "its host is followed by something else than a port");
+        if (!after.startsWith(":")) throw refusal(text, "its host is followed by something other than a port");
         return new DaemonAddress(tls, host, port(text, after.substring(1)));
     }
 
@@ -86,6 +86,6 @@ record DaemonAddress(boolean tls, String host, int port) {
 
     private static Failure refusal(String text, String why) {
         String shown = text.length() <= LONGEST_SHOWN ? text : text.substring(0, LONGEST_SHOWN);
-        return new Failure("\"" + shown + "\" is no address of a daemon: " + why);
+        return new Failure("\"" + shown + "\" is not a valid daemon address: " + why);
     }
 }
