@@ -9,6 +9,7 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Locale;
 import java.util.concurrent.TimeUnit;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
@@ -16,6 +17,7 @@ import java.util.stream.Stream;
 import javax.tools.JavaCompiler;
 import javax.tools.ToolProvider;
 import org.junit.jupiter.api.DynamicTest;
+import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.TestFactory;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -86,9 +88,32 @@ class DocumentsTest {
             Matcher link = LINK.matcher(Files.readString(document));
             while (link.find()) {
                 if (link.group(1).contains("://")) continue;
-                assertTrue(Files.exists(document.resolveSibling(link.group(1))), "a link to " + link.group(1));
+                Path target = document.resolveSibling(link.group(1));
+                assertTrue(Files.exists(target), "a link to " + link.group(1));
+                if (link.group(2) != null) {
+                    assertTrue(headings(target).contains(link.group(2).substring(1)), "a link to " + link.group(1) + link.group(2));
+                }
             }
         }));
+    }
+
+    /** The headings of a document as links name them. */
+    private static List<String> headings(Path document) throws IOException {
+        return Files.readAllLines(document).stream().filter(line -> line.matches("#+ .*"))
+                .map(line -> line.replaceFirst("^#+ ", "").toLowerCase(Locale.ROOT).replaceAll("[^a-z0-9 -]", "").replace(' ', '-'))
+                .toList();
+    }
+
+    /** A block that starts something in the background fails when it is pasted: what follows does not wait for it. */
+    @Test
+    void whatServesHasATerminalOfItsOwn() throws IOException {
+        List<Path> documents = new ArrayList<>(List.of(ROOT.resolve("README.md")));
+        try (Stream<Path> files = Files.list(ROOT.resolve("docs/guide"))) {
+            files.filter(file -> file.toString().endsWith(".md")).sorted().forEach(documents::add);
+        }
+        for (Path document : documents) {
+            for (String line : Files.readAllLines(document)) assertFalse(line.matches(" {4}.*[^&]&"), document + ": " + line);
+        }
     }
 
     @TestFactory

@@ -45,6 +45,9 @@ final class Subjects {
         String[] elements = subject.split("\\.", -1);
         for (int i = 0; i < elements.length; i++) {
             if (elements[i].isEmpty()) return "element " + (i + 1) + " is empty";
+            if (elements[i].length() > 1 && (elements[i].contains("*") || elements[i].contains(">"))) {
+                return "element " + (i + 1) + ", " + Texts.quoted(elements[i]) + ", has a wildcard inside; a wildcard is a whole element";
+            }
         }
         return null;
     }

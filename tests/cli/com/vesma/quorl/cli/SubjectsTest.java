@@ -10,7 +10,7 @@ import org.junit.jupiter.params.provider.ValueSource;
 
 class SubjectsTest {
     @ParameterizedTest
-    @ValueSource(strings = {"a", "plant.line3.temp", "a.*b.c>", "a b", "_QUORL.INFO.x", "größe.温度.😀"})
+    @ValueSource(strings = {"a", "plant.line3.temp", "a.b.c", "a b", "_QUORL.INFO.x", "größe.温度.😀"})
     void theseCanBeSentToAndListenedTo(String subject) {
         assertNull(Subjects.whyNotSendable(subject));
         assertNull(Subjects.whyNotListenable(subject));
@@ -29,6 +29,15 @@ class SubjectsTest {
     void theseAreMalformed(String subject, String why) {
         assertEquals(why, Subjects.whyNotSendable(subject));
         assertEquals(why, Subjects.whyNotListenable(subject));
+    }
+
+    @Test
+    void aWildcardIsAWholeElement() {
+        for (String subject : new String[] {"plant.a*b", "plant.>b", "plant.**"}) {
+            String why = "element 2, \"" + subject.substring(6) + "\", has a wildcard inside; a wildcard is a whole element";
+            assertEquals(why, Subjects.whyNotSendable(subject));
+            assertEquals(why, Subjects.whyNotListenable(subject));
+        }
     }
 
     @Test
