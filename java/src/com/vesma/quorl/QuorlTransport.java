@@ -18,10 +18,11 @@ import java.util.function.IntConsumer;
  * thread sends on one subject arrive in that order. All methods may be called from any thread.
  *
  * <p>Closing a transport silences its listeners, which are to be closed too, in any order, and ends requests that wait
- * on it. It waits for steps of asynchronous requests that run on the transport's own thread for replies, except for one
+ * on it. It waits for actions of asynchronous requests that run on the transport's own thread for replies, except for one
  * that it is called from. The last transport of a connection to a daemon waits until the daemon has what was sent, for
- * {@code connect.timeout} seconds at most; what is dropped then is told by the advisory {@code _QUORL.WARN.daemon.dropped},
- * and by the library's last {@linkplain Quorl#close close}.
+ * {@code connect.timeout} seconds at most, also for a daemon that is away. The advisory {@code _QUORL.WARN.daemon.dropped}, which
+ * listeners of other transports hear, reports what is dropped then, and so does the library's last
+ * {@linkplain Quorl#close close}.
  *
  * <pre>{@code
  * try (QuorlMsg question = new QuorlMsg("time.now");
@@ -177,10 +178,10 @@ public abstract class QuorlTransport extends LibraryObject {
      *       dropped. Cancel a request whose reply nobody wants any more.
      * </ul>
      *
-     * <p>A reply completes the future on a thread that serves all requests of this transport; a time limit that passes, on a
-     * thread of the library for time limits; a close, on the thread that closes. The steps of the future run there too.
-     * Those that take long belong into an executor, since other replies wait behind them:
-     * {@code thenAcceptAsync(step, executor)}. Time limits do not wait: a request ends in time whatever steps do.
+     * <p>One thread of the transport completes its futures when replies come, and runs the actions attached to them. While an
+     * action runs there, further replies wait, so give a slow one to an executor: {@code thenAcceptAsync(action, executor)}. A
+     * time limit that passes completes the future on another thread of the library, on time whatever the actions do; a close
+     * completes it on the thread that closes.
      *
      * @param request with a send subject
      * @param limit the longest wait, 0 or more
@@ -222,7 +223,7 @@ public abstract class QuorlTransport extends LibraryObject {
     }
 
     /**
-     * Makes a new subject, unique in the world, that only listeners of this transport may listen to.
+     * Makes a new subject that no other transport has, and that only listeners of this transport may listen to.
      *
      * @return the subject, to be put into requests as their reply subject
      */
