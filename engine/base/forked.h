@@ -8,7 +8,7 @@ namespace quorl::forked {
 
 inline constinit std::atomic<bool> flag{false};  // written as the child begins, by its only thread
 
-// For what is not on a message's way: there, what a call needs is missing in the child (thread states, message handles).
+// For what is not on the fast paths: there, what a call needs is missing in the child (thread states, handles).
 // fail() answers QUORL_NOT_PERMITTED then, whatever it is given.
 inline bool here() noexcept {
     return flag.load(std::memory_order_relaxed);

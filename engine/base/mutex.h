@@ -1,6 +1,6 @@
 // A mutex that costs one atomic operation when nobody waits, and its scope guard.
 //
-// Used on the paths that every message takes; constant-initialized and trivially destroyed, so that it may be a global.
+// Used on the fastest paths; constant-initialized and trivially destroyed, so that it may be a global.
 #pragma once
 
 #include <atomic>

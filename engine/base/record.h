@@ -19,7 +19,7 @@ struct Record {
 
     // Users that may stay long and are not pins of a thread: references of bindings, batches in delivery.
     std::atomic<uint32_t> references{0};
-    // Records that point to this one. They keep the memory, not the object: a queue is complete before its listeners.
+    // Records that point to this one. They keep the memory, not the object: a queue is complete before its events.
     std::atomic<uint32_t> children{0};
 
     // Runs on the reclaimer's thread once the record is quiet: the completion callback. May be null.

@@ -12,7 +12,7 @@ namespace quorl {
 // throws.
 [[gnu::format(printf, 2, 3)]] quorl_status fail(quorl_status status, const char* format, ...) noexcept;
 
-// Puts the words of an outer level before the text that is there: "open transport: connect ...: refused".
+// Puts the words of an outer level before the text that is there: "opening it: connect ...: refused".
 [[gnu::format(printf, 2, 3)]] quorl_status failWithin(quorl_status status, const char* format, ...) noexcept;
 
 // Room for the facts of a detail text that is put together only when somebody asks for it, by write(facts, text, size):

@@ -25,13 +25,10 @@ void leave(void* given) {
     // The C library has cleared the key's value; destructors below may come back into the engine, which still finds the
     // state through the thread-local pointer.
     runSlotDestructors(*state);
-    if (state->cache != nullptr) {
-        state->freeCache(state->cache);
-        state->cache = nullptr;
+    for (auto room = state->rooms.rbegin(); room != state->rooms.rend(); ++room) {
+        if (room->leave != nullptr) room->leave(room->memory);
     }
-    state->key = nullptr;
-    state->callbackDepth = 0;  // of callbacks that ended their thread; so is their batch, which lay on its stack
-    state->runningBatch = nullptr;
+    state->callbackDepth = 0;  // of callbacks that ended their thread
     currentThreadState = nullptr;
     state->owned.store(false, std::memory_order_release);
 }

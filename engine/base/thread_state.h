@@ -1,9 +1,16 @@
-// What the engine keeps for each thread that calls it: the objects that it uses just now, and its local slots.
+// What the engine keeps for each thread that calls it: the objects that it uses just now, its local slots, and a room for
+// each floor above.
+//
+//     struct DispatchState { static constexpr size_t threadRoom = 1; ... void leaveThread() noexcept; };
+//     DispatchState& mine = thread.part<DispatchState>();
 #pragma once
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <new>
+#include <type_traits>
 
 #include "base/fence.h"
 #include "base/record.h"
@@ -25,43 +32,31 @@ struct alignas(128) ThreadState {
     uint32_t pinCount = 0;
     uint32_t callbackDepth = 0;  // callbacks of the user that run on this thread, one inside the other
 
-    // The thread's key for signals: the program's own cell, which this thread alone may read.
-    void* key = nullptr;
+    // A line of memory for one type of a floor above, which says its number. The part is made when its thread first asks for it, and goes on when the
+    // state is passed on.
+    struct alignas(64) Room {
+        static constexpr size_t size = 48;
+        alignas(16) std::byte memory[size];
+        void (*leave)(void* part) noexcept = nullptr;  // as the thread ends; may be null
+        std::atomic<bool> made{false};                 // written by the owner, read by anyone
+    };
+    std::array<Room, 3> rooms;
 
-    // Sleeping in a dispatch: 0 while asleep. Written by whoever wakes, under the lock of the list that the thread is in.
-    std::atomic<uint32_t> wake{0};
-    // The processor of the thread that woke this one for an event; written before wake.
-    std::atomic<int> wakerProcessor{-1};
-
-    // The innermost vector callback that runs on this thread (event/queue.h: RunningBatch).
-    const void* runningBatch = nullptr;
-
-    // Waiting for a reply: what became of the request (transport/transport.h).
-    std::atomic<uint32_t> reply{0};
-
-    // Messages that this thread sent, and that its callbacks were given, for the statistics. Written by the owner, read by
-    // anyone; they go on when the state is passed on.
-    struct Traffic {
-        std::atomic<uint64_t> messagesOut{0};
-        std::atomic<uint64_t> bytesOut{0};
-        std::atomic<uint64_t> messagesIn{0};
-        std::atomic<uint64_t> bytesIn{0};
-        static void add(std::atomic<uint64_t>& count, uint64_t amount) noexcept {
-            count.store(count.load(std::memory_order_relaxed) + amount, std::memory_order_relaxed);
-        }
-        void sent(uint64_t messages, uint64_t bytes) noexcept {
-            add(messagesOut, messages);
-            add(bytesOut, bytes);
-        }
-        void received(uint64_t messages, uint64_t bytes) noexcept {
-            add(messagesIn, messages);
-            add(bytesIn, bytes);
-        }
-    } traffic;
-
-    // A cache that the transports keep for this thread, and how to free it.
-    void* cache = nullptr;
-    void (*freeCache)(void* cache) noexcept = nullptr;
+    // The owning thread's part.
+    template <class Part>
+    Part& part() noexcept {
+        Room& room = rooms[Part::threadRoom];
+        if (!room.made.load(std::memory_order_relaxed)) [[unlikely]]
+            make<Part>(room);
+        return *std::launder(reinterpret_cast<Part*>(room.memory));
+    }
+    // Any thread's; null while it has none.
+    template <class Part>
+    const Part* findPart() const noexcept {
+        const Room& room = rooms[Part::threadRoom];
+        if (!room.made.load(std::memory_order_acquire)) return nullptr;
+        return std::launder(reinterpret_cast<const Part*>(room.memory));
+    }
 
     // The objects that this thread uses beyond a section, as a stack. Written by the owner, read by the reclaimer.
     std::array<std::atomic<Record*>, maxPins> pins{};
@@ -72,6 +67,16 @@ struct alignas(128) ThreadState {
     std::atomic<bool> owned{false};
 
     static ThreadState* first() noexcept;  // of all states; for the reclaimer and the statistics
+
+  private:
+    template <class Part>
+    [[gnu::noinline]] static void make(Room& room) noexcept {
+        static_assert(sizeof(Part) <= Room::size && alignof(Part) <= 16 && std::is_trivially_destructible_v<Part>);
+        new (room.memory) Part;
+        if constexpr (requires(Part & part) { part.leaveThread(); })
+            room.leave = [](void* part) noexcept { std::launder(static_cast<Part*>(part))->leaveThread(); };
+        room.made.store(true, std::memory_order_release);
+    }
 };
 
 // The calling thread's state, for code of the engine alone: null before the thread's first call.

@@ -1,5 +1,5 @@
 // Giving memory back to the system after a burst. The C library keeps what is freed below memory that is in use, so that
-// a program that once had many messages waiting would stay as large as it was then.
+// a program that once kept much in memory would stay as large as it was then.
 #pragma once
 
 #include <cstddef>

@@ -12,9 +12,11 @@
 #include "base/registry.h"
 #include "base/status.h"
 #include "event/alarm.h"
+#include "event/dispatch_state.h"
 #include "event/group.h"
 #include "event/parameters.h"
 #include "event/queue.h"
+#include "message/traffic.h"
 
 namespace quorl::event {
 namespace {
@@ -40,7 +42,7 @@ class Deadline {
 
 // Whether the calling thread's key holds id; if so it is cleared. The cell is the program's: only its own thread may look
 // at it.
-bool takeSignal(ThreadState& thread, uint32_t id) noexcept {
+bool takeSignal(DispatchState& thread, uint32_t id) noexcept {
     if (thread.key == nullptr) return false;
     std::atomic_ref<uint32_t> cell(*static_cast<uint32_t*>(thread.key));
     uint32_t held = cell.load(std::memory_order_acquire);
@@ -102,14 +104,15 @@ quorl_status runBatch(ThreadState& thread, const Event& event, Batch& batch) noe
             status = made;
         }
     }
-    thread.traffic.received(count, bytes);
+    thread.part<message::Traffic>().received(count, bytes);
     if (count != 0) {
-        const RunningBatch running{batch, static_cast<const RunningBatch*>(thread.runningBatch)};
-        thread.runningBatch = &running;
+        auto& mine = thread.part<DispatchState>();
+        const RunningBatch running{batch, mine.runningBatch};
+        mine.runningBatch = &running;
         ++thread.callbackDepth;
         event.vectorCallback(messages.data(), count);
         --thread.callbackDepth;
-        thread.runningBatch = running.outer;
+        mine.runningBatch = running.outer;
         finishBatch(messages, given, count);
     }
     releaseBatch(batch);
@@ -124,7 +127,7 @@ quorl_status run(ThreadState& thread, const Taken& taken, Batch& batch) noexcept
         case Kind::listener: {
             quorlMsg message;
             auto content = message::ContentRef::adopt(taken.content);
-            thread.traffic.received(1, content.byteSize());
+            thread.part<message::Traffic>().received(1, content.byteSize());
             status = message::deliver(std::move(content), event.id, &message);
             if (status != QUORL_OK) break;
             ++thread.callbackDepth;
@@ -155,7 +158,7 @@ quorl_status run(ThreadState& thread, const Taken& taken, Batch& batch) noexcept
 // Sleeps until woken or until the deadline. remove() takes the waiter off its list if it is still there, under the list's
 // lock, and says whether it was.
 template <class Remove>
-Wake sleep(ThreadState& thread, int64_t deadline, Remove&& remove) noexcept {
+Wake sleep(DispatchState& thread, int64_t deadline, Remove&& remove) noexcept {
     for (;;) {
         const auto wake = static_cast<Wake>(thread.wake.load(std::memory_order_acquire));
         if (wake != asleep) return wake;
@@ -166,7 +169,7 @@ Wake sleep(ThreadState& thread, int64_t deadline, Remove&& remove) noexcept {
 // What a woken thread does next.
 enum class Next { lookAgain, interrupt };
 
-Next afterSignal(ThreadState& thread, uint32_t id) noexcept {
+Next afterSignal(DispatchState& thread, uint32_t id) noexcept {
     return thread.key == nullptr || takeSignal(thread, id) ? Next::interrupt : Next::lookAgain;
 }
 
@@ -199,7 +202,7 @@ bool spinForEvent(Queue& queue, uint64_t seen) noexcept {
 
 // Learns from a sleep that an event ended: a short one would better have been a spin, unless the sender needed this very
 // processor to send.
-void learnFromSleep(Queue& queue, const ThreadState& thread, int64_t asleepFor) noexcept {
+void learnFromSleep(Queue& queue, const DispatchState& thread, int64_t asleepFor) noexcept {
     if (thread.wakerProcessor.load(std::memory_order_relaxed) == sched_getcpu()) return;
     const uint32_t most = environment::parameters().of(parameters::dispatchSpin) * 1000;
     if (asleepFor < 2 * static_cast<int64_t>(most)) queue.spin.store(most, std::memory_order_relaxed);
@@ -212,7 +215,8 @@ quorl_status dispatchQueue(uint32_t id, double timeout) noexcept {
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
     registry::Pin<Queue> pinned(*thread, id);
     if (!pinned) return environment::noObject(QUORL_INVALID_QUEUE, "queue", id);
-    if (takeSignal(*thread, id)) return interrupted();
+    auto& mine = thread->part<DispatchState>();
+    if (takeSignal(mine, id)) return interrupted();
     Queue& queue = *pinned;
     Deadline deadline(timeout);
     const uint32_t signalled = queue.signalled.load(std::memory_order_relaxed);
@@ -231,31 +235,31 @@ quorl_status dispatchQueue(uint32_t id, double timeout) noexcept {
         if (deadline.polls()) return fail(QUORL_TIMEOUT, "no event waits in queue %u", id);
         if (spinForEvent(queue, seen)) continue;
 
-        Waiter waiter{thread};
+        Waiter waiter{&mine};
         {
             Lock lock(queue.back.lock);
             if (queue.back.closed) return fail(QUORL_INVALID_QUEUE, "queue %u was destroyed", id);
-            if (takeSignal(*thread, id)) return interrupted();
-            if (thread->key == nullptr && queue.signalled.load(std::memory_order_relaxed) != signalled)
+            if (takeSignal(mine, id)) return interrupted();
+            if (mine.key == nullptr && queue.signalled.load(std::memory_order_relaxed) != signalled)
                 return interrupted();
             if (queue.ring.backCount() != seen) continue;
             queue.back.sleepers.add(waiter);
         }
         const int64_t point = deadline.point();
         const int64_t began = monotonicNow();
-        const Wake wake = sleep(*thread, point, [&] {
+        const Wake wake = sleep(mine, point, [&] {
             Lock lock(queue.back.lock);
             if (waiter.listed) queue.back.sleepers.remove(waiter);
-            return thread->wake.load(std::memory_order_relaxed) == asleep;
+            return mine.wake.load(std::memory_order_relaxed) == asleep;
         });
         switch (wake) {
             case asleep:
                 return fail(QUORL_TIMEOUT, "no event came to queue %u in time", id);
             case wokenForEvent:
-                learnFromSleep(queue, *thread, monotonicNow() - began);
+                learnFromSleep(queue, mine, monotonicNow() - began);
                 break;
             case wokenBySignal:
-                if (afterSignal(*thread, id) == Next::interrupt) return interrupted();
+                if (afterSignal(mine, id) == Next::interrupt) return interrupted();
                 break;
             case wokenByClose:
                 return fail(QUORL_INVALID_QUEUE, "queue %u was destroyed", id);
@@ -268,7 +272,8 @@ quorl_status dispatchGroup(uint32_t id, double timeout) noexcept {
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
     registry::Pin<Group> pinned(*thread, id);
     if (!pinned) return environment::noObject(QUORL_INVALID_QUEUE_GROUP, "queue group", id);
-    if (takeSignal(*thread, id)) return interrupted();
+    auto& mine = thread->part<DispatchState>();
+    if (takeSignal(mine, id)) return interrupted();
     Group& group = *pinned;
     Deadline deadline(timeout);
     const uint32_t signalled = group.signalled.load(std::memory_order_relaxed);
@@ -276,14 +281,14 @@ quorl_status dispatchGroup(uint32_t id, double timeout) noexcept {
         Taken taken;
         Batch batch;
         Queue* queue = nullptr;
-        Waiter waiter{thread};
+        Waiter waiter{&mine};
         {
             Lock lock(group.lock);
             if (group.closed) return fail(QUORL_INVALID_QUEUE_GROUP, "queue group %u was destroyed", id);
             if (!takeFrom(group, *thread, &queue, &taken, &batch)) {
                 if (deadline.polls()) return fail(QUORL_TIMEOUT, "no event waits in queue group %u", id);
-                if (takeSignal(*thread, id)) return interrupted();
-                if (thread->key == nullptr && group.signalled.load(std::memory_order_relaxed) != signalled)
+                if (takeSignal(mine, id)) return interrupted();
+                if (mine.key == nullptr && group.signalled.load(std::memory_order_relaxed) != signalled)
                     return interrupted();
                 group.sleepers.add(waiter);
                 group.sleeping.store(group.sleeping.load(std::memory_order_relaxed) + 1, std::memory_order_seq_cst);
@@ -301,13 +306,13 @@ quorl_status dispatchGroup(uint32_t id, double timeout) noexcept {
             registry::unpin(*thread, queue);
             return status;
         }
-        const Wake wake = sleep(*thread, deadline.point(), [&] {
+        const Wake wake = sleep(mine, deadline.point(), [&] {
             Lock lock(group.lock);
             if (waiter.listed) {
                 group.sleepers.remove(waiter);
                 group.sleeping.store(group.sleeping.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
             }
-            return thread->wake.load(std::memory_order_relaxed) == asleep;
+            return mine.wake.load(std::memory_order_relaxed) == asleep;
         });
         switch (wake) {
             case asleep:
@@ -315,7 +320,7 @@ quorl_status dispatchGroup(uint32_t id, double timeout) noexcept {
             case wokenForEvent:
                 break;
             case wokenBySignal:
-                if (afterSignal(*thread, id) == Next::interrupt) return interrupted();
+                if (afterSignal(mine, id) == Next::interrupt) return interrupted();
                 break;
             case wokenByClose:
                 return fail(QUORL_INVALID_QUEUE_GROUP, "queue group %u was destroyed", id);
@@ -328,7 +333,7 @@ quorl_status setThreadKey(void* key) noexcept {
         return fail(QUORL_INVALID_ARG, "the key is not aligned to 4 bytes");
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    thread->key = key;
+    thread->part<DispatchState>().key = key;
     return QUORL_OK;
 }
 

@@ -36,7 +36,8 @@ const void* closureOf(uint32_t id) noexcept {
         const Record* record = thread->pins[i].load(std::memory_order_relaxed);
         if (isIt(record)) return record->arg;
     }
-    const auto* running = static_cast<const RunningBatch*>(thread->runningBatch);
+    const auto* dispatching = thread->findPart<DispatchState>();
+    const RunningBatch* running = dispatching != nullptr ? dispatching->runningBatch : nullptr;
     for (; running != nullptr; running = running->outer) {
         const auto* const end = running->batch.events.begin() + running->batch.count;
         const auto* const found = std::find_if(running->batch.events.begin(), end, isIt);

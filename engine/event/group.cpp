@@ -127,7 +127,7 @@ void leaveGroups(Queue& queue) noexcept {
 
 bool wakeOne(Group& group) noexcept {
     if (group.sleeping.load(std::memory_order_seq_cst) == 0) return false;
-    ThreadState* sleeper;
+    DispatchState* sleeper;
     {
         Lock lock(group.lock);
         sleeper = group.sleepers.takeOne(wokenForEvent);

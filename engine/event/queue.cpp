@@ -111,7 +111,7 @@ bool makeRoom(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.l
 
 // What remains to do for a push when the back lock is given up.
 struct AfterPush {
-    ThreadState* sleeper = nullptr;
+    DispatchState* sleeper = nullptr;
     std::array<Group*, 8> groups;
     uint32_t groupCount = 0;
     bool manyGroups = false;

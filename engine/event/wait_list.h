@@ -6,16 +6,16 @@
 #include <cstdint>
 
 #include "base/futex.h"
-#include "base/thread_state.h"
+#include "event/dispatch_state.h"
 
 namespace quorl::event {
 
-// Values of ThreadState::wake.
+// Values of DispatchState::wake.
 enum Wake : uint32_t { asleep = 0, wokenForEvent = 1, wokenBySignal = 2, wokenByClose = 3 };
 
 // On the stack of the thread that sleeps. Guarded by the lock of the list.
 struct Waiter {
-    ThreadState* thread;
+    DispatchState* thread;
     Waiter* next = nullptr;
     Waiter* previous = nullptr;
     bool listed = false;
@@ -43,10 +43,10 @@ class WaitList {
 
     // Takes one thread off the list; the caller wakes it with futexWake(thread->wake) once the lock is given up, which is
     // safe although the thread may have woken by itself: its state is never freed. Null when nobody sleeps.
-    ThreadState* takeOne(Wake reason) noexcept {
+    DispatchState* takeOne(Wake reason) noexcept {
         Waiter* waiter = first_;
         if (waiter == nullptr) return nullptr;
-        ThreadState* thread = waiter->thread;
+        DispatchState* thread = waiter->thread;
         remove(*waiter);
         if (reason == wokenForEvent) thread->wakerProcessor.store(sched_getcpu(), std::memory_order_relaxed);
         thread->wake.store(reason, std::memory_order_release);
@@ -54,7 +54,7 @@ class WaitList {
     }
 
     void wakeAll(Wake reason) noexcept {
-        while (ThreadState* thread = takeOne(reason)) futexWake(thread->wake);
+        while (DispatchState* thread = takeOne(reason)) futexWake(thread->wake);
     }
 
   private:

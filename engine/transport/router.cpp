@@ -82,11 +82,12 @@ class Router::Cache {
 Router::Router() noexcept : identity_(routersMade.fetch_add(1, std::memory_order_relaxed) + 1) {}
 
 Router::Cache* Router::cacheOf(ThreadState& thread) noexcept {
-    if (thread.cache == nullptr) [[unlikely]] {
-        thread.cache = new (std::nothrow) Cache;
-        thread.freeCache = [](void* cache) noexcept { delete static_cast<Cache*>(cache); };
+    auto& mine = thread.part<SendingState>();
+    if (mine.cache == nullptr) [[unlikely]] {
+        mine.cache = new (std::nothrow) Cache;
+        mine.freeCache = [](void* cache) noexcept { delete static_cast<Cache*>(cache); };
     }
-    return static_cast<Cache*>(thread.cache);
+    return static_cast<Cache*>(mine.cache);
 }
 
 void Router::add(Listener& listener) {
@@ -139,7 +140,7 @@ quorl_status Router::routeToInbox(const message::ContentRef& content, std::strin
     std::array<Listener*, 16> few;
     std::vector<Listener*> many;
     size_t count = 0;
-    ThreadState* waiting = nullptr;
+    std::atomic<uint32_t>* waiting = nullptr;
     try {
         Lock lock(inboxLock_);
         auto found = inboxes_.find(subject);
@@ -150,9 +151,9 @@ quorl_status Router::routeToInbox(const message::ContentRef& content, std::strin
             Request& request = *inbox.request;
             request.reply = content;
             uint32_t state = Request::waiting;
-            if (request.thread->reply.compare_exchange_strong(state, Request::replied, std::memory_order_release,
-                                                              std::memory_order_relaxed))
-                waiting = request.thread;
+            if (request.state->compare_exchange_strong(state, Request::replied, std::memory_order_release,
+                                                       std::memory_order_relaxed))
+                waiting = request.state;
         }
         count = inbox.listeners.size();
         if (count > few.size()) {
@@ -163,7 +164,7 @@ quorl_status Router::routeToInbox(const message::ContentRef& content, std::strin
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for the listeners of an inbox");
     }
-    if (waiting != nullptr) futexWake(waiting->reply);
+    if (waiting != nullptr) futexWake(*waiting);
     Listener* const* targets = count > few.size() ? many.data() : few.data();
     for (size_t i = 0; i < count; ++i) event::push(*targets[i], content);
     return QUORL_OK;

@@ -137,7 +137,7 @@ TEST_F(RouterTest, givesAnInboxToItsListenersAndTheFirstToItsRequest) {
     for (int i = 0; i < 3; ++i) EXPECT_EQ(route(router, "_INBOX.0123.1"), QUORL_OK);
     EXPECT_EQ(ear.heard(), 3u);
     EXPECT_TRUE(request.reply);
-    EXPECT_EQ(thread->reply.load(), Request::replied);
+    EXPECT_EQ(request.state->load(), Request::replied);
     router.remove(request);
     router.remove(ear.listener);
     EXPECT_EQ(route(router, "_INBOX.0123.1"), QUORL_OK);

@@ -8,6 +8,7 @@
 #include "base/environment.h"
 #include "base/registry.h"
 #include "base/status.h"
+#include "message/traffic.h"
 #include "subject/subject.h"
 #include "transport/local.h"
 #include "transport/transport.h"
@@ -46,7 +47,7 @@ quorl_status sendOut(Transport& transport, ThreadState& thread, message::Content
         status = sendHere(transport, thread, std::move(content));
     else
         status = transport.carrier->send(thread, std::move(content));
-    if (status == QUORL_OK) thread.traffic.sent(1, bytes);
+    if (status == QUORL_OK) thread.part<message::Traffic>().sent(1, bytes);
     return status;
 }
 
@@ -186,14 +187,14 @@ quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double 
         return sendOut(*transport, *thread, std::move(content));
     });
     if (status == QUORL_OK) {
-        while (thread->reply.load(std::memory_order_acquire) == Request::waiting) {
-            if (!futexWait(thread->reply, Request::waiting, deadline)) break;
+        while (request.state->load(std::memory_order_acquire) == Request::waiting) {
+            if (!futexWait(*request.state, Request::waiting, deadline)) break;
         }
     }
     unlink(*transport, request);
     transport->carrier->closeRequest(request);
     if (status != QUORL_OK) return status;
-    switch (thread->reply.load(std::memory_order_acquire)) {
+    switch (request.state->load(std::memory_order_acquire)) {
         case Request::replied:
             return message::handOver(std::move(request.reply), reply);
         case Request::aborted:

@@ -10,6 +10,7 @@
 #include "base/status.h"
 #include "event/queue.h"
 #include "message/delivery.h"
+#include "message/traffic.h"
 
 namespace quorl::transport::statistics {
 namespace {
@@ -131,11 +132,12 @@ void addTraffic(message::Builder& message) noexcept {
     uint64_t messagesIn = 0;
     uint64_t bytesIn = 0;
     for (const ThreadState* thread = ThreadState::first(); thread != nullptr; thread = thread->nextState) {
-        const auto& traffic = thread->traffic;
-        messagesOut += traffic.messagesOut.load(std::memory_order_relaxed);
-        bytesOut += traffic.bytesOut.load(std::memory_order_relaxed);
-        messagesIn += traffic.messagesIn.load(std::memory_order_relaxed);
-        bytesIn += traffic.bytesIn.load(std::memory_order_relaxed);
+        const auto* traffic = thread->findPart<message::Traffic>();
+        if (traffic == nullptr) continue;
+        messagesOut += traffic->messagesOut.load(std::memory_order_relaxed);
+        bytesOut += traffic->bytesOut.load(std::memory_order_relaxed);
+        messagesIn += traffic->messagesIn.load(std::memory_order_relaxed);
+        bytesIn += traffic->bytesIn.load(std::memory_order_relaxed);
     }
     message.u64("messages_out", messagesOut)
         .u64("bytes_out", bytesOut)

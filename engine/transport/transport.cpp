@@ -142,8 +142,8 @@ void watchClosing(ClosingWatch& watch) noexcept {
 void abortAll(Transport& transport) noexcept {
     for (Request* request = transport.requests; request != nullptr; request = request->next) {
         uint32_t state = Request::waiting;
-        if (request->thread->reply.compare_exchange_strong(state, Request::aborted, std::memory_order_relaxed))
-            futexWake(request->thread->reply);
+        if (request->state->compare_exchange_strong(state, Request::aborted, std::memory_order_relaxed))
+            futexWake(*request->state);
     }
 }
 

@@ -12,19 +12,20 @@
 #include "message/delivery.h"
 #include "transport/listener.h"
 #include "transport/passage.h"
+#include "transport/sending_state.h"
 
 namespace quorl::transport {
 
 // A reply that a thread waits for. On that thread's stack.
 struct Request {
-    // Values of ThreadState::reply.
+    // Values of SendingState::reply.
     enum State : uint32_t { waiting = 0, replied = 1, aborted = 2 };
 
-    explicit Request(ThreadState& waitingThread) noexcept : thread(&waitingThread) {
-        thread->reply.store(waiting, std::memory_order_relaxed);
+    explicit Request(ThreadState& thread) noexcept : state(&thread.part<SendingState>().reply) {
+        state->store(waiting, std::memory_order_relaxed);
     }
 
-    ThreadState* thread;
+    std::atomic<uint32_t>* state;  // of the waiting thread, whose state is never freed: it may be woken late
     std::string inbox;
     message::ContentRef reply;  // written before the state says replied, guarded by the carrier until then
 
