@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -59,7 +59,7 @@ struct Alarms {
     message::ContentRef first;
     std::vector<SlowListener> slow;
     // What is to be told, in the order in which it happened, by one thread at a time.
-    std::deque<AlarmRecord> records;
+    std::list<AlarmRecord> records;  // takes no memory while it is empty
     bool telling = false;
     bool reminderSet = false;  // the timers' thread will look at the alarms that fold
 };

@@ -137,8 +137,8 @@ bool fitForTheWire(std::string_view text) {
 
 void wireSubjects(std::string_view text) {
     const std::vector<std::string> lines = split(text, '\n');
-    const std::string network = lines.size() > 1 && validBusName(lines[1]) ? lines[1] : "";
-    const std::string service = lines.size() > 2 && validBusName(lines[2]) ? lines[2] : "";
+    const std::string network = lines.size() > 1 && transport::parameters::validBusName(lines[1]) ? lines[1] : "";
+    const std::string service = lines.size() > 2 && transport::parameters::validBusName(lines[2]) ? lines[2] : "";
     const std::string prefix = wirePrefix(network, service);
     require(fitForTheWire(prefix + "x") && split(prefix, '.').size() == 4, "a bus's prefix is no subject's beginning");
     require(prefix.find_first_of("*>") == std::string::npos, "a bus's prefix has a wildcard");

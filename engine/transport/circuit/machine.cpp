@@ -27,9 +27,9 @@ constexpr uint64_t overhead = 256;  // bytes that a message that waits takes bey
 
 }  // namespace
 
-Machine::Machine(const Settings& settings) noexcept : settings_(settings), state_(State::accepting) {}
+Machine::Machine(const Settings& settings) : settings_(settings), state_(State::accepting) {}
 
-Machine::Machine(const Settings& settings, uint64_t session, std::string own, std::string peer, int64_t now) noexcept
+Machine::Machine(const Settings& settings, uint64_t session, std::string own, std::string peer, int64_t now)
     : settings_(settings),
       state_(State::connecting),
       session_(session),

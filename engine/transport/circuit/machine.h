@@ -80,9 +80,9 @@ class Machine {
     };
 
     // An accepting end.
-    explicit Machine(const Settings& settings) noexcept;
+    explicit Machine(const Settings& settings);
     // A connecting end: asks peer, and hears under own.
-    Machine(const Settings& settings, uint64_t session, std::string own, std::string peer, int64_t now) noexcept;
+    Machine(const Settings& settings, uint64_t session, std::string own, std::string peer, int64_t now);
 
     State state() const noexcept { return state_; }
     const std::string& peer() const noexcept { return peer_; }

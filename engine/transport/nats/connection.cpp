@@ -204,51 +204,80 @@ quorl_status Connection::waitUntilConnected() noexcept {
         }
     }
     Lock lock(lock_);
-    return fail(firstStatus_, "%s", firstText_.c_str());
+    return fail(firstStatus_, "%s", firstText_.empty() ? "no memory for a connection" : firstText_.c_str());
 }
 
 // ---- what the program listens to
 
 quorl_status Connection::addUser(std::string_view pattern, Listener* listener) noexcept {
+    bool fresh = false;
     try {
         Lock lock(lock_);
-        auto& subscription = subscriptions_[std::string(pattern)];
-        const bool fresh = subscription == nullptr;
+        auto found = subscriptions_.find(pattern);
+        fresh = found == subscriptions_.end();
         if (fresh) {
-            changes_.reserve(changes_.size() + 1);
-            subscription = std::make_unique<Subscription>(intake_, pattern);
-        }
-        if (listener != nullptr) subscription->add(*listener);
-        ++subscription->users;
-        if (fresh) {
-            changes_.push_back({nullptr, subscription.get()});
+            auto made = std::make_unique<Subscription>(intake_, pattern);
+            if (listener != nullptr) made->add(*listener);
+            changes_.push_back({nullptr, made.get()});
+            try {
+                found = subscriptions_.emplace(pattern, std::move(made)).first;
+            } catch (const std::bad_alloc&) {
+                changes_.pop_back();
+                throw;
+            }
             changesWaiting_.store(1, std::memory_order_seq_cst);
+        } else if (listener != nullptr) {
+            found->second->add(*listener);
         }
-        if (!fresh) return QUORL_OK;
+        ++found->second->users;
     } catch (const std::bad_alloc&) {
-        Lock lock(lock_);
-        const auto found = subscriptions_.find(std::string(pattern));
-        if (found != subscriptions_.end() && (found->second == nullptr || found->second->users == 0))
-            subscriptions_.erase(found);
         return fail(QUORL_NO_MEMORY, "no memory for a subscription");
     }
-    ring();
+    if (fresh) ring();
     return QUORL_OK;
 }
 
 void Connection::removeUser(std::string_view pattern, Listener* listener) noexcept {
     {
         Lock lock(lock_);
-        const auto found = subscriptions_.find(std::string(pattern));
+        const auto found = subscriptions_.find(pattern);
         if (found == subscriptions_.end()) return;
-        Subscription& subscription = *found->second;
-        if (listener != nullptr) subscription.remove(*listener);
-        if (--subscription.users != 0) return;
-        changes_.push_back({std::move(found->second), nullptr});
-        subscriptions_.erase(found);
+        auto& subscription = found->second;
+        if (listener != nullptr) subscription->remove(*listener);
+        if (--subscription->users != 0) return;
+        if (endSubscription(subscription)) {
+            subscriptions_.erase(found);
+        } else {
+            leftBehind_ = true;
+        }
         changesWaiting_.store(1, std::memory_order_seq_cst);
     }
     ring();
+}
+
+// Takes the subscription over, to be ended by the thread. False: no memory.
+bool Connection::endSubscription(std::unique_ptr<Subscription>& subscription) noexcept {
+    try {
+        changes_.emplace_back();
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    changes_.back().subscription = std::move(subscription);
+    return true;
+}
+
+// Ends those that had to stay, or as many as there is memory for.
+void Connection::endLeftBehind() noexcept {
+    leftBehind_ = false;
+    for (auto each = subscriptions_.begin(); each != subscriptions_.end() && !leftBehind_;) {
+        if (each->second->users != 0) {
+            ++each;
+        } else if (endSubscription(each->second)) {
+            each = subscriptions_.erase(each);
+        } else {
+            leftBehind_ = true;
+        }
+    }
 }
 
 quorl_status Connection::listen(Listener& listener) noexcept {
@@ -259,19 +288,12 @@ void Connection::unlisten(Listener& listener) noexcept {
     removeUser(listener.subject, &listener);
 }
 
-quorl_status Connection::listenToInboxes(std::string_view inboxPrefix) noexcept {
-    return addUser(std::string(inboxPrefix) + ">", nullptr);
-}
-
-void Connection::unlistenToInboxes(std::string_view inboxPrefix) noexcept {
-    removeUser(std::string(inboxPrefix) + ">", nullptr);
-}
-
 void Connection::applyChanges() noexcept {
     if (changesWaiting_.load(std::memory_order_seq_cst) == 0) return;
     std::vector<Change> changes;
     {
         Lock lock(lock_);
+        if (leftBehind_) endLeftBehind();
         changes.swap(changes_);
         changesWaiting_.store(0, std::memory_order_relaxed);
     }

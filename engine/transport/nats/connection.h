@@ -91,9 +91,9 @@ class Connection final : public Ending {
 
     quorl_status listen(Listener& listener) noexcept;
     void unlisten(Listener& listener) noexcept;
-    // All inboxes of one transport.
-    quorl_status listenToInboxes(std::string_view inboxPrefix) noexcept;
-    void unlistenToInboxes(std::string_view inboxPrefix) noexcept;
+    // The pattern of all inboxes of one transport.
+    quorl_status listenToInboxes(std::string_view pattern) noexcept { return addUser(pattern, nullptr); }
+    void unlistenToInboxes(std::string_view pattern) noexcept { removeUser(pattern, nullptr); }
     Router& inboxes() noexcept { return intake_.inboxes; }
 
     // See Carrier. On any thread; does not wait.
@@ -155,6 +155,8 @@ class Connection final : public Ending {
 
     quorl_status addUser(std::string_view pattern, Listener* listener) noexcept;
     void removeUser(std::string_view pattern, Listener* listener) noexcept;
+    bool endSubscription(std::unique_ptr<Subscription>& subscription) noexcept REQUIRES(lock_);
+    void endLeftBehind() noexcept REQUIRES(lock_);
 
     // Of the thread.
     void run() noexcept;
@@ -250,7 +252,14 @@ class Connection final : public Ending {
     std::string server_ GUARDED_BY(lock_);  // that is used, or was used last
     std::string reason_ GUARDED_BY(lock_);  // Figures::reason
     std::string name_ GUARDED_BY(lock_);    // for the daemon's tools, from the next session on
-    std::unordered_map<std::string, std::unique_ptr<Subscription>> subscriptions_ GUARDED_BY(lock_);
+    struct Hash {
+        using is_transparent = void;
+        size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
+    };
+    // One without users is about to go: there was no memory to say so to the daemon.
+    std::unordered_map<std::string, std::unique_ptr<Subscription>, Hash, std::equal_to<>> subscriptions_
+        GUARDED_BY(lock_);
+    bool leftBehind_ GUARDED_BY(lock_) = false;  // there may be such
     std::vector<Change> changes_ GUARDED_BY(lock_);
 
     // Of what follows: whoever calls the session holds it, unless the session says otherwise. The thread, which alone makes and

@@ -117,7 +117,7 @@ class Port final : public Carrier {
     void close() noexcept override {
         closed_.store(true, std::memory_order_seq_cst);
         current().outbox().wakeSenders();
-        if (!inboxPrefix_.empty()) current().unlistenToInboxes(inboxPrefix_);
+        if (!inboxPattern_.empty()) current().unlistenToInboxes(inboxPattern_);
         last_ = leave(held_.back());
     }
     std::shared_ptr<Ending> ending() noexcept override { return last_ ? held_.back() : nullptr; }
@@ -172,10 +172,11 @@ class Port final : public Carrier {
 
     // Inboxes of a transport have the first two elements in common, and one subscription together.
     quorl_status openInboxes(std::string_view inbox) {
-        if (!inboxPrefix_.empty()) return QUORL_OK;
-        std::string prefix(inbox.substr(0, inbox.find('.', inbox.find('.') + 1) + 1));
-        if (const quorl_status status = current().listenToInboxes(prefix); status != QUORL_OK) return status;
-        inboxPrefix_ = std::move(prefix);
+        if (!inboxPattern_.empty()) return QUORL_OK;
+        std::string pattern(inbox.substr(0, inbox.find('.', inbox.find('.') + 1) + 1));
+        pattern += '>';
+        if (const quorl_status status = current().listenToInboxes(pattern); status != QUORL_OK) return status;
+        inboxPattern_ = std::move(pattern);
         return QUORL_OK;
     }
 
@@ -185,8 +186,8 @@ class Port final : public Carrier {
     Connection::Batching batching_;
     std::atomic<bool> used_{false};
     std::atomic<bool> closed_{false};
-    bool last_ = false;        // the connection ends with this; written by close
-    std::string inboxPrefix_;  // guarded by the transport's lock; empty: no inbox is listened to
+    bool last_ = false;         // the connection ends with this; written by close
+    std::string inboxPattern_;  // guarded by the transport's lock; empty: no inbox is listened to
 };
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "transport/nats/address.h"
 
@@ -28,33 +29,100 @@ bool readNumber(std::string_view text, uint64_t* number) noexcept {
     return error == std::errc() && at == end;
 }
 
-bool flag(const nlohmann::json& object, const char* name) {
-    const auto found = object.find(name);
-    return found != object.end() && found->is_boolean() && found->get<bool>();
-}
+// Takes what is wanted of the outermost object as it is read. No tree is built of the text: destroying one takes memory, and
+// ends the process when there is none. Of members of the same name the last one counts.
+class InfoReader final : public nlohmann::json_sax<nlohmann::json> {
+  public:
+    // False: it was no object, or one without a limit for messages.
+    bool take(Info* info) noexcept {
+        if (!isObject_ || !hasPayload_) return false;
+        found_.offersTls = found_.offersTls || found_.demandsTls;
+        *info = std::move(found_);
+        return true;
+    }
+
+    bool null() override { return value(); }
+    bool boolean(bool is) override {
+        value();
+        if (flag_ != nullptr && depth_ == 1) *flag_ = is;
+        return true;
+    }
+    bool number_integer(number_integer_t number) override {
+        value();
+        if (depth_ == 1 && member_ == Member::payload) payload(number);
+        return true;
+    }
+    bool number_unsigned(number_unsigned_t number) override {
+        value();
+        // A number beyond the type's range is a large one, not a negative one.
+        if (depth_ == 1 && member_ == Member::payload)
+            payload(static_cast<int64_t>(std::min<uint64_t>(number, INT64_MAX)));
+        return true;
+    }
+    bool number_float(number_float_t, const string_t&) override { return value(); }
+    bool string(string_t& text) override {
+        value();
+        if (depth_ == 2 && inServers_ && found_.servers.size() < mostServers) found_.servers.push_back(std::move(text));
+        return true;
+    }
+    bool binary(binary_t&) override { return value(); }
+    bool start_object(std::size_t) override {
+        if (depth_ == 0) isObject_ = true;
+        return enter(false);
+    }
+    bool end_object() override { return leave(); }
+    bool start_array(std::size_t) override { return enter(member_ == Member::servers); }
+    bool end_array() override { return leave(); }
+    bool key(string_t& name) override {
+        if (depth_ != 1) return true;
+        member_ = name == "max_payload" ? Member::payload : name == "connect_urls" ? Member::servers : Member::other;
+        flag_ = name == "tls_required"    ? &found_.demandsTls
+                : name == "tls_available" ? &found_.offersTls
+                : name == "tls_verify"    ? &found_.demandsCertificate
+                                          : nullptr;
+        return true;
+    }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override { return false; }
+
+  private:
+    enum class Member : uint8_t { other, payload, servers };
+
+    // A value begins: an earlier one of the member counts no more.
+    bool value() noexcept {
+        if (depth_ != 1) return true;
+        if (flag_ != nullptr) *flag_ = false;
+        if (member_ == Member::payload) hasPayload_ = false;
+        if (member_ == Member::servers) found_.servers.clear();
+        return true;
+    }
+    void payload(int64_t bytes) noexcept {
+        found_.maxPayload = bytes;
+        hasPayload_ = true;
+    }
+    bool enter(bool servers) noexcept {
+        value();
+        if (depth_++ == 1) inServers_ = servers;
+        return true;
+    }
+    bool leave() noexcept {
+        if (--depth_ == 1) inServers_ = false;
+        return true;
+    }
+
+    Info found_;
+    size_t depth_ = 0;
+    Member member_ = Member::other;  // whose value is read, of the outermost object
+    bool* flag_ = nullptr;           // which it sets
+    bool inServers_ = false;
+    bool isObject_ = false;
+    bool hasPayload_ = false;
+};
 
 }  // namespace
 
 bool readInfo(std::string_view json, Info* info) {
-    const auto object = nlohmann::json::parse(json, nullptr, false);
-    if (!object.is_object()) return false;
-    const auto payload = object.find("max_payload");
-    if (payload == object.end() || !payload->is_number_integer()) return false;
-    // A number beyond the type's range is a large one, not a negative one.
-    info->maxPayload = payload->is_number_unsigned()
-                           ? static_cast<int64_t>(std::min<uint64_t>(payload->get<uint64_t>(), INT64_MAX))
-                           : payload->get<int64_t>();
-    info->demandsTls = flag(object, "tls_required");
-    info->offersTls = info->demandsTls || flag(object, "tls_available");
-    info->demandsCertificate = flag(object, "tls_verify");
-    info->servers.clear();
-    if (const auto servers = object.find("connect_urls"); servers != object.end() && servers->is_array()) {
-        for (const auto& server : *servers) {
-            if (info->servers.size() == mostServers) break;
-            if (server.is_string()) info->servers.push_back(server.get<std::string>());
-        }
-    }
-    return true;
+    InfoReader reader;
+    return nlohmann::json::sax_parse(json, &reader) && reader.take(info);
 }
 
 size_t Parser::read(const uint8_t* bytes, size_t size, Listener& listener) noexcept {

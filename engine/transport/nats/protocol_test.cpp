@@ -119,5 +119,26 @@ TEST(Greeting, tellsOfTheDaemon) {
         EXPECT_FALSE(readInfo(text, &info)) << text;
 }
 
+TEST(Info, OnlyMembersOfTheOutermostObjectCountAndOfThoseTheLast) {
+    Info info;
+    ASSERT_TRUE(
+        readInfo("{\"max_payload\":\"x\",\"max_payload\":7,\"tls_required\":true,\"tls_required\":1,"
+                 "\"connect_urls\":[\"a:1\",[\"b:2\"],{\"max_payload\":9,\"tls_verify\":true},\"c:3\"],"
+                 "\"other\":{\"connect_urls\":[\"d:4\"]},\"more\":[\"e:5\"]}",
+                 &info));
+    EXPECT_EQ(info.maxPayload, 7);
+    EXPECT_FALSE(info.demandsTls);
+    EXPECT_FALSE(info.demandsCertificate);
+    EXPECT_EQ(info.servers, (std::vector<std::string>{"a:1", "c:3"}));
+    ASSERT_TRUE(
+        readInfo("{\"connect_urls\":[\"a:1\"],\"connect_urls\":null,\"max_payload\":18446744073709551615}", &info));
+    EXPECT_TRUE(info.servers.empty());
+    EXPECT_EQ(info.maxPayload, INT64_MAX);
+    for (const char* text :
+         {"[{\"max_payload\":1}]", "{\"a\":{\"max_payload\":1}}", "{\"max_payload\":1,\"max_payload\":1.5}",
+          "{\"max_payload\":1} {}", "{\"max_payload\":1", "7"})
+        EXPECT_FALSE(readInfo(text, &info)) << text;
+}
+
 }  // namespace
 }  // namespace quorl::transport::nats
