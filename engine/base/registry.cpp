@@ -97,8 +97,8 @@ quorl_status noId(const char* kind) noexcept {
         Lock lock(guard);
         if (everUsed != slotMask) return fail(QUORL_NO_MEMORY, "no memory for the id of a %s", kind);
     }
-    return fail(QUORL_NO_MEMORY, "no id is free for a %s: %u queues, groups, events and transports exist; destroy some",
-                kind, slotMask - defaultQueueSlot);
+    return fail(QUORL_NO_MEMORY, "no id is free for a %s: %u objects exist; destroy some", kind,
+                slotMask - defaultQueueSlot);
 }
 
 uint32_t reserveFirst() noexcept {

@@ -73,8 +73,7 @@ quorl_status create(uint32_t* id, uint32_t parent, const char* peer, EndRef* mad
             return status;
         const std::string address = inbox.data();
         Settings settings;
-        settings.lostAfter =
-            std::min(nanosecondsOf(environment::parameters().of(parameters::timeout)), longestSilence);
+        settings.lostAfter = std::min(nanosecondsOf(environment::parameters().of(parameters::timeout)), longestSilence);
         settings.lossless = losesNothing(*thread, parent, address);
         uint64_t session = 0;
         if (peer != nullptr && !drawSession(&session))
