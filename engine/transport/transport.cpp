@@ -47,7 +47,7 @@ quorl_status refuseBusName(quorl_status status, const char* kind, std::string_vi
     if (const size_t secret = name.rfind('@'); secret != std::string_view::npos) name.remove_prefix(secret + 1);
     return fail(status, "\"%.*s\" is not a valid %s name: %s", static_cast<int>(std::min<size_t>(name.size(), 80)),
                 name.data(), kind,
-                address ? "it is an address, which belongs in the parameter daemon"
+                address ? "it is an address, which belongs in the parameter for the daemon"
                         : "a name has at most 63 bytes of printable ASCII, without blanks");
 }
 

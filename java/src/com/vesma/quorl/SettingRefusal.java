@@ -47,8 +47,7 @@ final class SettingRefusal {
             case QuorlException.FILE_NOT_FOUND:
                 return file + ": there is no such file";
             case QuorlException.IO_FAILED:
-                return file + ": " + (Files.isDirectory(file) ? "it is a directory" : Files.isReadable(file)
-                        ? "reading it failed" : "this user may not read it");
+                return file + ": " + (Files.isReadable(file) ? "reading it failed" : "this user may not read it");
             case QuorlException.ARG_CONFLICT:
                 return file + ": it sets a parameter to another value than the one that holds, set before or by an earlier open";
             case QuorlException.INVALID_FILE:
@@ -60,12 +59,12 @@ final class SettingRefusal {
 
     private static String faultIn(Path file) {
         if (!Files.isRegularFile(file)) {
-            return ": not a regular file";
+            return ": " + (Files.isDirectory(file) ? "a directory" : "a pipe, a device or a socket") + "; give a regular file";
         }
         String otherwise = ": a line holds a value that its parameter cannot have, or is too long";
         try {
             if (Files.size(file) > LARGEST) {
-                return ": larger than " + LARGEST + " bytes, which no file of parameters is";
+                return ": a parameter file has at most " + LARGEST + " bytes";
             }
             String[] lines = Files.readString(file, StandardCharsets.ISO_8859_1).split("\n", -1);
             for (int i = 0; i < lines.length; i++) {
@@ -89,7 +88,7 @@ final class SettingRefusal {
         if (name.isEmpty()) {
             return "\"" + shown(setting) + "\" is not of the form name=value";
         }
-        return NAMES.contains(name) ? null : "there is no parameter \"" + shown(name) + "\"";
+        return NAMES.contains(name) ? null : "no parameter has the name \"" + shown(name) + "\"";
     }
 
     /** Not much of a text, and no credentials, which end with '@' in an address where they do not belong. */

@@ -77,7 +77,7 @@ class FailureDetailTest extends OpenLibrary {
     @Test
     void settingsThatAreRefusedAreNamed(@TempDir Path folder) throws Exception {
         quorl.close();
-        assertEquals("there is no parameter \"queue.limits\"", detailOf(() -> Quorl.setParameters("daemon=", "queue.limits=7")));
+        assertEquals("no parameter has the name \"queue.limits\"", detailOf(() -> Quorl.setParameters("daemon=", "queue.limits=7")));
         assertEquals("\"queue.limit\" is not of the form name=value", detailOf(() -> Quorl.setParameters("queue.limit")));
         assertEquals("\"queue.limit=many\" has a value that the parameter cannot have",
                 detailOf(() -> Quorl.setParameters("queue.limit=many")));
@@ -86,10 +86,10 @@ class FailureDetailTest extends OpenLibrary {
         assertTrue(!detailOf(() -> Quorl.setParameters("daemons=nats://u:secret@h")).contains("secret"));
 
         assertTrue(detailOf(() -> Quorl.open(folder.resolve("none"))).endsWith("none: there is no such file"));
-        assertTrue(detailOf(() -> Quorl.open(folder)).endsWith(": it is a directory"));
+        assertTrue(detailOf(() -> Quorl.open(folder)).endsWith(": a directory; give a regular file"));
         Path file = folder.resolve("settings");
         Files.writeString(file, "# ours\n queue.limit = 7 # events\nqueue.limits=8\n");
-        assertEquals(file + " line 3: there is no parameter \"queue.limits\"", detailOf(() -> Quorl.open(file)));
+        assertEquals(file + " line 3: no parameter has the name \"queue.limits\"", detailOf(() -> Quorl.open(file)));
         Files.writeString(file, "\nqueue.limit=many\n");
         assertTrue(detailOf(() -> Quorl.open(file)).contains("cannot have"));
         quorl = Quorl.open();

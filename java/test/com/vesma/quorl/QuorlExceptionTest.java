@@ -30,7 +30,7 @@ class QuorlExceptionTest {
     void numbersAndTextsAreTheLibrarys() throws Exception {
         Map<String, String> numbers = rows("include/quorl/quorl.h", "^\\s+QUORL_(\\w+) = (\\d+),?$");
         // Other enumerations of the header begin with other words.
-        Map<String, String> texts = rows("engine/base/status.cpp", "\\{QUORL_(\\w+), \"([^\"]*)\"\\}");
+        Map<String, String> texts = rows("engine/capi/quorl_status.cpp", "\\{QUORL_(\\w+), \"([^\"]*)\"\\}");
         numbers.keySet().retainAll(texts.keySet());
         assertEquals(62, texts.size());
         Map<String, String> ours = new TreeMap<>();

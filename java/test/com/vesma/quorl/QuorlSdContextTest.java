@@ -133,8 +133,8 @@ class QuorlSdContextTest extends OpenLibrary {
         refused(QuorlException.USERPASS_MISMATCH, "none was given",
                 () -> context.setUserCertWithKeyBin(container, new char[0]));
         refused(QuorlException.USERPASS_MISMATCH, "none was given", () -> context.setUserCertWithKeyBin(container, null));
-        refused(QuorlException.INVALID_ARG, "no PKCS #12", () -> context.setUserCertWithKeyBin(bytes("hello"), null));
-        refused(QuorlException.INVALID_ARG, "no PKCS #12", () -> context.setUserCertWithKeyBin(new byte[0], null));
+        refused(QuorlException.INVALID_ARG, "not a PKCS #12 container", () -> context.setUserCertWithKeyBin(bytes("hello"), null));
+        refused(QuorlException.INVALID_ARG, "not a PKCS #12 container", () -> context.setUserCertWithKeyBin(new byte[0], null));
         assertThrows(IllegalArgumentException.class,
                 () -> context.setUserCertWithKeyBin(container, new char[] {'a', 0}));
         assertThrows(IllegalArgumentException.class,
