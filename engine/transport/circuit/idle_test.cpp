@@ -98,7 +98,7 @@ class IdleCircuits : public testing::Test {
 
 TEST_F(IdleCircuits, wake_the_host_a_few_times_a_minute_each) {
     constexpr int circuits = 1000;
-    constexpr int minutes = 10;
+    constexpr int minutes = 5;
     ASSERT_NO_FATAL_FAILURE(connect(circuits));
     ASSERT_NO_FATAL_FAILURE(pass(60));
     const uint64_t before = host().woken();
