@@ -8,13 +8,16 @@
 
 namespace quorl {
 
+struct ThreadState;
+
 class Thread {
   public:
     constexpr Thread() noexcept = default;
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
-    // name: at most 15 bytes. QUORL_INIT_FAILURE: the system gives no thread.
+    // name: at most 15 bytes. The thread has a state (base/thread_state.h) from the start, for it could not say later that there
+    // was no memory for one. QUORL_INIT_FAILURE: the system gives no thread; QUORL_NO_MEMORY.
     quorl_status start(const char* name, void (*body)()) noexcept;
     // The same for a body with an argument; what it returns is nobody's.
     quorl_status start(const char* name, void* (*body)(void*), void* argument) noexcept;
@@ -23,7 +26,12 @@ class Thread {
     bool started() const noexcept { return started_; }
 
   private:
+    static void* enter(void* thread);
+
     pthread_t handle_{};
+    ThreadState* state_ = nullptr;  // until the thread takes it over
+    void* (*body_)(void*) = nullptr;
+    void* argument_ = nullptr;
     bool started_ = false;
 };
 

@@ -45,7 +45,7 @@ void forgetThread() noexcept {
     currentThreadState = nullptr;
 }
 
-ThreadState* registerThread() noexcept {
+ThreadState* reserveThreadState() noexcept {
     if (forked::here()) return nullptr;
     Lock lock(registration);
     if (!prepared) {
@@ -55,19 +55,34 @@ ThreadState* registerThread() noexcept {
     }
     ThreadState* state = allStates.load(std::memory_order_relaxed);
     while (state != nullptr && state->owned.load(std::memory_order_acquire)) state = state->nextState;
-    const bool fresh = state == nullptr;
-    if (fresh) {
-        state = new (std::nothrow) ThreadState;
-        if (state == nullptr) return nullptr;
+    if (state != nullptr) {
+        state->owned.store(true, std::memory_order_relaxed);
+        return state;
     }
-    if (pthread_setspecific(endOfThread, state) != 0) {
-        if (fresh) delete state;
-        return nullptr;
-    }
+    state = new (std::nothrow) ThreadState;
+    if (state == nullptr) return nullptr;
     state->owned.store(true, std::memory_order_relaxed);
-    if (fresh) {
-        state->nextState = allStates.load(std::memory_order_relaxed);
-        allStates.store(state, std::memory_order_seq_cst);
+    state->nextState = allStates.load(std::memory_order_relaxed);
+    allStates.store(state, std::memory_order_seq_cst);
+    return state;
+}
+
+void adoptThreadState(ThreadState& state) noexcept {
+    // What fails here is the end of the thread alone: the state stays with it for ever.
+    pthread_setspecific(endOfThread, &state);
+    currentThreadState = &state;
+}
+
+void returnThreadState(ThreadState& state) noexcept {
+    state.owned.store(false, std::memory_order_release);
+}
+
+ThreadState* registerThread() noexcept {
+    ThreadState* state = reserveThreadState();
+    if (state == nullptr) return nullptr;
+    if (pthread_setspecific(endOfThread, state) != 0) {
+        returnThreadState(*state);
+        return nullptr;
     }
     currentThreadState = state;
     return state;

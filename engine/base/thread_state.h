@@ -86,6 +86,11 @@ extern thread_local constinit ThreadState* currentThreadState [[gnu::tls_model("
 // Null too in a process that was forked while the library was open.
 ThreadState* registerThread() noexcept;
 
+// A state for a thread that is about to be started, which adopts it; or it is given back. Null: no memory.
+ThreadState* reserveThreadState() noexcept;
+void adoptThreadState(ThreadState& state) noexcept;
+void returnThreadState(ThreadState& state) noexcept;
+
 // For such a process: its only thread has no state any more, and gets none.
 void forgetThread() noexcept;
 
