@@ -1,5 +1,6 @@
 // The contract of transport backends, as engine/transport/transport.h gives it, held against each of them.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <deque>
@@ -7,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "asleep.h"
 #include "backends.h"
 #include "base/clock.h"
 #include "base/registry.h"
@@ -301,7 +303,13 @@ TEST_P(Conformance, says_that_there_is_no_room_and_has_then_sent_nothing) {
         return 0;
     });
     // A thread that waits for room goes on when there is some.
-    std::jthread waiting([&] { EXPECT_EQ(send(bus_->here, "f.after", 0, large), QUORL_OK) << quorl_LastErrorText(); });
+    std::atomic<pid_t> waiter{0};
+    std::jthread waiting([&] {
+        waiter = gettid();
+        EXPECT_EQ(send(bus_->here, "f.after", 0, large), QUORL_OK) << quorl_LastErrorText();
+    });
+    while (waiter == 0) std::this_thread::yield();
+    ASSERT_TRUE(waitUntilAsleep(waiter));
     bus_->open();
     ASSERT_TRUE(until([&] { return !heard.numbers.empty(); }));
     settle();
@@ -314,7 +322,13 @@ TEST_P(Conformance, wakes_whoever_waits_for_room_when_it_is_closed) {
     bus_->shut();
     fill();
     std::atomic<quorl_status> status{QUORL_OK};
-    std::jthread sender([&] { status = send(bus_->here, "w", 0, large); });
+    std::atomic<pid_t> waiter{0};
+    std::jthread sender([&] {
+        waiter = gettid();
+        status = send(bus_->here, "w", 0, large);
+    });
+    while (waiter == 0) std::this_thread::yield();
+    ASSERT_TRUE(waitUntilAsleep(waiter));
     // Closing may wait for what was accepted.
     std::jthread closer([&] { static_cast<void>(quorlTransport_Destroy(bus_->here)); });
     EXPECT_TRUE(bus_->until({}, [&] { return status != QUORL_OK; }));

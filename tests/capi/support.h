@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "asleep.h"
 #include "quorl/private.h"
 #include "quorl/quorl.h"
 
@@ -64,24 +65,6 @@ class Counter {
     std::condition_variable changed_;
     int value_ = 0;
 };
-
-// Whether the state in /proc of that thread becomes "sleeping" within the limit: it blocks.
-inline bool waitUntilAsleep(pid_t thread) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
-    while (std::chrono::steady_clock::now() < end) {
-        const std::string path = "/proc/self/task/" + std::to_string(thread) + "/stat";
-        if (FILE* file = fopen(path.c_str(), "r")) {
-            char line[512] = "";
-            const size_t length = fread(line, 1, sizeof line - 1, file);
-            fclose(file);
-            line[length] = '\0';
-            const char* close = strrchr(line, ')');
-            if (close != nullptr && close[1] == ' ' && close[2] == 'S') return true;
-        }
-        std::this_thread::yield();
-    }
-    return false;
-}
 
 // The transports that tests have made, on any thread; those that are closed do no harm.
 class TransportsMade {
