@@ -341,7 +341,7 @@ QUORL_API quorl_status quorlTransport_Create(quorlTransport* transport, const ch
 /* Destroys a transport. Its listeners get nothing more from it; they stay to be destroyed. The last transport of a
  * connection to a daemon waits until the daemon has what was sent, connect.timeout seconds at most, also for a daemon that
  * is away. QUORL_DAEMON_NOT_CONNECTED: the transport is destroyed, and messages were dropped, or may not have arrived; the
- * detail says how many. */
+ * detail says how many, without those of a connection that was lost before, which were told then. */
 QUORL_API quorl_status quorlTransport_Destroy(quorlTransport transport);
 
 /* Describes the program for advisories and daemons' tools: not null, at most 255 bytes of UTF-8
@@ -395,8 +395,8 @@ QUORL_API quorl_status quorlTransport_CreateAcceptVc(quorlTransport* circuit, co
  * QUORL_INVALID_TRANSPORT; QUORL_INVALID_SUBJECT: null, or nothing that an accepting end gives out. */
 QUORL_API quorl_status quorlTransport_CreateConnectVc(quorlTransport* circuit, const char* connectSubject,
                                                       quorlTransport parent);
-/* Waits until the circuit is up. QUORL_TIMEOUT; QUORL_VC_NOT_CONNECTED when the peer is gone, or refused; QUORL_INTR: the
- * circuit was destroyed meanwhile; QUORL_INVALID_TRANSPORT: no such transport, or no circuit. */
+/* Waits until the circuit is up. QUORL_TIMEOUT; QUORL_VC_NOT_CONNECTED when the peer is gone, or refused, or the transport below or
+ * the library was closed; QUORL_INTR: the circuit was destroyed meanwhile; QUORL_INVALID_TRANSPORT: no such transport, or no circuit. */
 QUORL_API quorl_status quorlTransport_WaitForVcConnection(quorlTransport circuit, quorl_f64 timeout);
 
 /* ---- messages: types -------------------------------------------------------------------------------------------- */

@@ -82,9 +82,15 @@ class NoMemoryTest {
     /** Makes messages until there is no memory for one more, which is no exception, and then goes on. */
     static final class Making {
         public static void main(String[] arguments) throws Exception {
+            QuorlMsg.quorlMsg_Destroy(new QuorlMsg().ownHandle(), null);  // loads the library
+            // Once with memory: the machine ends when it finds none for what it makes of code that runs for the first time.
             long[] handles = new long[1 << 22];
-            QuorlMsg.quorlMsg_Destroy(new QuorlMsg().ownHandle(), null);
+            System.out.println(makeAll(new long[1000]));
             limitMemory(SPARE / 2);
+            System.out.println(makeAll(handles));
+        }
+
+        private static String makeAll(long[] handles) {
             int made = 0;
             while (made < handles.length && (handles[made] = QuorlMsg.quorlMsg_Create()) != 0) {
                 made++;
@@ -95,7 +101,7 @@ class NoMemoryTest {
             }
             long again = QuorlMsg.quorlMsg_Create();
             QuorlMsg.quorlMsg_AddI32UTF(again, "n", 1, (short) 0, null);
-            System.out.println("refused " + refused + ", then " + QuorlMsg.quorlMsg_GetNumFields(again, null) + " of " + made);
+            return "refused " + refused + ", then " + QuorlMsg.quorlMsg_GetNumFields(again, null) + " of " + made;
         }
     }
 
@@ -133,8 +139,8 @@ class NoMemoryTest {
 
     private static ChildProcess run(Class<?> main) throws Exception {
         List<String> options = new ArrayList<>(ChildProcess.withLibrary());
-        // Nothing is compiled meanwhile, since the compiler ends the machine when it finds no memory.
-        options.addAll(List.of("-Xint", "-Xmx192m", "-XX:+UseSerialGC"));
+        // Nothing is compiled meanwhile, and the heap does not grow: either ends the machine when it finds no memory.
+        options.addAll(List.of("-Xint", "-Xms192m", "-Xmx192m", "-XX:+UseSerialGC"));
         ChildProcess child = ChildProcess.run(main, options);
         assertEquals(0, child.exit, child.output);
         assertTrue(!child.output.contains("in native method"), child.output);

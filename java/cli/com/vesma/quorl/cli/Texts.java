@@ -29,6 +29,13 @@ final class Texts {
         return quoted.append(end < text.length() ? "...\"" : "\"").toString();
     }
 
+    /** An address, or what was given in its place, without the credentials that do not belong in it. */
+    static String withoutCredentials(String text) {
+        int at = text.lastIndexOf('@');
+        int scheme = text.indexOf("://");
+        return at < 0 ? text : (scheme >= 0 && scheme < at ? text.substring(0, scheme + 3) : "") + "..." + text.substring(at);
+    }
+
     /** "1 message was", "2 messages were". */
     static String were(long count, String what) {
         return count + " " + what + (count == 1 ? " was" : "s were");

@@ -29,13 +29,13 @@ final class TransportOptions {
             description = "the password of --user, or of --identity without it: the file's first line")
     String passwordFile;
 
-    /** The options as they are written. */
+    /** The options as they are written, without secrets. */
     @Override
     public String toString() {
         StringBuilder text = new StringBuilder("transport");
-        if (daemon != null) text.append(" --daemon '").append(daemon).append('\'');
-        if (service != null) text.append(" --service '").append(service).append('\'');
-        if (network != null) text.append(" --network '").append(network).append('\'');
+        if (daemon != null) text.append(" --daemon '").append(Texts.withoutCredentials(daemon)).append('\'');
+        if (service != null) text.append(" --service '").append(Texts.withoutCredentials(service)).append('\'');
+        if (network != null) text.append(" --network '").append(Texts.withoutCredentials(network)).append('\'');
         if (trust != null) text.append(" --trust '").append(trust).append('\'');
         if (identity != null) text.append(" --identity '").append(identity).append('\'');
         if (user != null) text.append(" --user '").append(user).append('\'');
