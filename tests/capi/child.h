@@ -15,7 +15,7 @@ inline bool isForkedChild = false;
 
 #if defined(__SANITIZE_ADDRESS__)
 // Of the leak checker, which asks when a process exits. A forked child has none of the threads that hold memory.
-extern "C" [[gnu::used]] inline int __lsan_is_turned_off() {
+extern "C" [[gnu::used, gnu::visibility("default")]] inline int __lsan_is_turned_off() {
     return isForkedChild ? 1 : 0;
 }
 #endif
