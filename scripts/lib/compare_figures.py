@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Compares the figures of two sides that took turns, for bench/compare.
+"""Compares the figures of two sides that took turns, for bench/against.
 
 compare_figures.py FOLDER                       FOLDER/before.N and FOLDER/now.N: prints the lines of the comparison
 compare_figures.py --record FILE TABLE COMMAND  puts such lines into FILE, in the place of the last comparison
