@@ -34,16 +34,19 @@ inline size_t sequenceLength(std::string_view text, size_t at) noexcept {
     return 0;
 }
 
+// Where the first byte stands, from at on, that is not ASCII; the size when all are.
+inline size_t skipAscii(std::string_view text, size_t at) noexcept {
+    for (uint64_t word; at + sizeof word <= text.size(); at += sizeof word) {
+        std::memcpy(&word, text.data() + at, sizeof word);
+        if ((word & highBits) != 0) break;
+    }
+    while (at < text.size() && static_cast<unsigned char>(text[at]) < 0x80) ++at;
+    return at;
+}
+
 // Where the first byte stands that belongs to no sequence; npos: text is UTF-8.
 inline size_t findInvalid(std::string_view text) noexcept {
-    for (size_t at = 0; at < text.size();) {
-        if (uint64_t word; at + sizeof word <= text.size()) {
-            std::memcpy(&word, text.data() + at, sizeof word);
-            if ((word & highBits) == 0) {
-                at += sizeof word;
-                continue;
-            }
-        }
+    for (size_t at = 0; (at = skipAscii(text, at)) < text.size();) {
         const size_t length = sequenceLength(text, at);
         if (length == 0) return at;
         at += length;
@@ -58,7 +61,7 @@ inline bool validOrPaired(std::string_view text) noexcept {
         return at + 3 <= text.size() && text[at] == '\xed' && (text[at + 1] & 0xf0) == first &&
                (text[at + 2] & 0xc0) == 0x80;
     };
-    for (size_t at = 0; at < text.size();) {
+    for (size_t at = 0; (at = skipAscii(text, at)) < text.size();) {
         const size_t length = surrogate(at, 0xa0) && surrogate(at + 3, 0xb0) ? 6 : sequenceLength(text, at);
         if (length == 0) return false;
         at += length;
