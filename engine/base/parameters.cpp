@@ -101,19 +101,7 @@ quorl_status openFile(const char* path, std::unique_ptr<std::FILE, CloseFile>* f
 
 Parameters::Parameters(Known known) : known_(known) {
     values_.reserve(known.size());
-    for (const Parameter* parameter : known) {
-        switch (parameter->type) {
-            case Parameter::Type::text:
-                values_.emplace_back(std::string());
-                break;
-            case Parameter::Type::number:
-                values_.emplace_back(static_cast<uint32_t>(parameter->initial));
-                break;
-            case Parameter::Type::seconds:
-                values_.emplace_back(parameter->initial);
-                break;
-        }
-    }
+    for (const Parameter* parameter : known) values_.push_back({{}, parameter->initial});
 }
 
 const Parameters::Value& Parameters::valueOf(const Parameter& parameter) const noexcept {
@@ -122,15 +110,15 @@ const Parameters::Value& Parameters::valueOf(const Parameter& parameter) const n
 }
 
 const std::string& Parameters::of(const TextParameter& parameter) const noexcept {
-    return *std::get_if<std::string>(&valueOf(parameter));
+    return valueOf(parameter).text;
 }
 
 uint32_t Parameters::of(const NumberParameter& parameter) const noexcept {
-    return *std::get_if<uint32_t>(&valueOf(parameter));
+    return static_cast<uint32_t>(valueOf(parameter).number);
 }
 
 double Parameters::of(const SecondsParameter& parameter) const noexcept {
-    return *std::get_if<double>(&valueOf(parameter));
+    return valueOf(parameter).number;
 }
 
 Parameters::Outcome Parameters::apply(std::string_view name, std::string_view value, bool checked) {
@@ -149,15 +137,15 @@ Parameters::Outcome Parameters::apply(std::string_view name, std::string_view va
                     return status == QUORL_NO_MEMORY ? Outcome::noMemory : Outcome::refused;
             }
             if (!parameter.valid(value)) return Outcome::badValue;
-            to = std::string(value);
+            to.text = value;
             break;
         case Parameter::Type::number:
             if (!readNumber(value, &number) || !inRange(number)) return Outcome::badValue;
-            to = number;
+            to.number = number;
             break;
         case Parameter::Type::seconds:
             if (!readSeconds(value, &seconds) || !inRange(seconds)) return Outcome::badValue;
-            to = seconds;
+            to.number = seconds;
             break;
     }
     return Outcome::taken;

@@ -6,7 +6,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 #include "quorl/quorl.h"
@@ -67,7 +66,11 @@ class Parameters {
     bool operator==(const Parameters& other) const noexcept { return values_ == other.values_; }
 
   private:
-    using Value = std::variant<std::string, uint32_t, double>;
+    struct Value {
+        std::string text;   // of texts
+        double number = 0;  // of numbers, which are whole, and of seconds
+        bool operator==(const Value& other) const noexcept { return number == other.number && text == other.text; }
+    };
 
     const Value& valueOf(const Parameter& parameter) const noexcept;
 
