@@ -1,5 +1,6 @@
 // The contracts of the natives that read, add and update fields of opaque bytes, XML and user types.
 #include <gtest/gtest.h>
+#include <cstring>
 
 #include "com_vesma_quorl_QuorlMsg.h"
 #include "families.h"
@@ -43,6 +44,15 @@ void state_getter(Native native, Function* function, bool marked) {
            .lines = bracketed({field_line, "SetByteArrayRegion(bytes, 0, 9, " + quoted(content.data(), 9) + ")"}),
            .reports = LIBRARY(quorlMsg_GetFieldByIndex),
            .order = Contract::Order::build_first});
+    row(native, family, "message_has_no_bytes", RowKind::failure, [=] {
+        when<&quorlMsg_GetFieldByIndex>().does = [](quorlMsg, quorlMsgField* field, quorl_u32) {
+            *field = {};
+            field->count = 1;
+            field->type = QUORLMSG_MSG;
+            return QUORL_OK;
+        };
+        EXPECT_NE(call(function, message, 3, jvm().bytes("bytes", "zzz"), nullptr).thrown, "");
+    });
     row(native, family, "field_without_bytes_writes_none", RowKind::normal, [=] {
         expect(with(0, 3, 3), {"", "", bracketed({field_line, "SetByteArrayRegion(bytes, 0, 0, nothing)"})});
     });
@@ -146,6 +156,29 @@ void state_user_type(Native native, Function* function, Library library) {
         for (const auto& [type, used] :
              std::map<int, int>{{0, 0}, {255, 255}, {256, 0}, {0x1FF, 255}, {-1, 255}, {-32768, 0}}) {
             EXPECT_EQ(with_type(static_cast<jshort>(type), "abc", 3).lines[2], line(used, "abc", 3)) << type;
+        }
+    });
+    row(native, family, "bytes_of_a_numbers_code_are_the_number", RowKind::normal, [=] {
+        for (const auto& [type, size] :
+             std::map<int, quorl_u32>{{QUORLMSG_I64, 8}, {QUORLMSG_DATETIME, sizeof(quorlMsgDateTime)}}) {
+            quorlMsgField record = {};
+            record.name = "price";
+            record.size = size;
+            record.count = 1;
+            record.id = 65534;
+            record.type = static_cast<quorl_u8>(type);
+            // The recorder takes every value for an address: a number that is one.
+            record.data.buf = content.data();
+            std::string bytes(size, '\0');
+            std::memcpy(bytes.data(), &record.data.buf, sizeof record.data.buf);
+            EXPECT_EQ(with_type(static_cast<jshort>(type), bytes, static_cast<jint>(size)).lines[2],
+                      library.name + "(" + message_text + ", " + field(&record) + ")")
+                << type;
+        }
+    });
+    row(native, family, "bytes_of_another_size_are_bytes", RowKind::normal, [=] {
+        for (const int type : {QUORLMSG_BOOL, QUORLMSG_I8, QUORLMSG_U16, QUORLMSG_I32}) {
+            EXPECT_EQ(with_type(static_cast<jshort>(type), "abc", 3).lines[2], line(type, "abc", 3)) << type;
         }
     });
     row(native, family, "no_bytes", RowKind::normal,
