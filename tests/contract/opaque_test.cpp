@@ -202,6 +202,16 @@ void state_handlers() {
 
 // clang-format off
 void state_opaque() {
+    row({"QuorlMsg_quorlMsg_1GetString"}, family, "message_is_no_string", RowKind::failure, [] {
+        when<&quorlMsg_GetFieldByIndex>().does = [](quorlMsg, quorlMsgField* field, quorl_u32) {
+            *field = {};
+            field->count = 1;
+            field->type = QUORLMSG_MSG;
+            return QUORL_OK;
+        };
+        EXPECT_NE(call(&Java_com_vesma_quorl_QuorlMsg_quorlMsg_1GetString, message, 3, jvm().bytes("bytes", "zzz"),
+                       nullptr).thrown, "");
+    });
     state_getter(NATIVE(QuorlMsg_quorlMsg_1GetOpaque),   false);
     state_getter(NATIVE(QuorlMsg_quorlMsg_1GetXml),      true);
     state_getter(NATIVE(QuorlMsg_quorlMsg_1GetUserType), false);
