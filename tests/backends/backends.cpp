@@ -55,19 +55,25 @@ quorl::sim::Plan calm() {
     return plan;
 }
 
-class Simulated final : public Bus {
+// A bus whose frames go over the simulated network.
+template <class Under>
+class OverSimulated : public Under {
   public:
-    Simulated() {
-        here = bus_.transport(0);
-        there = bus_.transport(1);
-    }
     bool canBeFull() const override { return true; }
     void shut() override { bus_.shut(0); }
     void open() override { bus_.open(0); }
     void pump() override { bus_.step(); }
 
-  private:
+  protected:
     quorl::sim::SimulatedBus bus_{calm()};
+};
+
+class Simulated final : public OverSimulated<Bus> {
+  public:
+    Simulated() {
+        here = bus_.transport(0);
+        there = bus_.transport(1);
+    }
 };
 
 class Circuit : public Bus {
@@ -93,16 +99,9 @@ class CircuitInside final : public Circuit {
     }
 };
 
-class CircuitOverSimulated final : public Circuit {
+class CircuitOverSimulated final : public OverSimulated<Circuit> {
   public:
     CircuitOverSimulated() { connect(bus_.transport(0), bus_.transport(1)); }
-    bool canBeFull() const override { return true; }
-    void shut() override { bus_.shut(0); }
-    void open() override { bus_.open(0); }
-    void pump() override { bus_.step(); }
-
-  private:
-    quorl::sim::SimulatedBus bus_{calm()};
 };
 
 template <class T>

@@ -538,17 +538,25 @@ TEST(CircuitLife, outlives_no_library_and_comes_again_with_the_next) {
     }
 }
 
+struct Ends {
+    quorlTransport acceptor = 0;
+    quorlTransport connector = 0;
+};
+
+Ends connectedOver(quorlTransport parent) {
+    Ends ends;
+    const char* subject = nullptr;
+    EXPECT_EQ(quorlTransport_CreateAcceptVc(&ends.acceptor, &subject, parent), QUORL_OK);
+    EXPECT_EQ(quorlTransport_CreateConnectVc(&ends.connector, subject, parent), QUORL_OK);
+    EXPECT_EQ(quorlTransport_WaitForVcConnection(ends.connector, limit), QUORL_OK);
+    return ends;
+}
+
 TEST(CircuitLife, brings_home_what_was_sent_also_when_it_would_wait_for_ever) {
     const char* endless[] = {"circuit.timeout=1e300"};
     ASSERT_EQ(quorl_SetQRParameters(1, endless), QUORL_OK) << quorl_LastErrorText();
     ASSERT_EQ(quorl_Open(), QUORL_OK);
-    const quorlTransport parent = newTransport();
-    quorlTransport acceptor = 0;
-    quorlTransport connector = 0;
-    const char* subject = nullptr;
-    ASSERT_EQ(quorlTransport_CreateAcceptVc(&acceptor, &subject, parent), QUORL_OK);
-    ASSERT_EQ(quorlTransport_CreateConnectVc(&connector, subject, parent), QUORL_OK);
-    ASSERT_EQ(quorlTransport_WaitForVcConnection(connector, limit), QUORL_OK);
+    const auto [acceptor, connector] = connectedOver(newTransport());
     Numbers numbers;
     listen(QUORL_DEFAULT_QUEUE, acceptor, "n", onNumber, &numbers);
     for (int i = 0; i < 5000; ++i) ASSERT_EQ(sendNumber(connector, "n", i), QUORL_OK);
@@ -564,13 +572,7 @@ TEST(CircuitLife, is_not_cut_short_by_a_default_limit_of_queues) {
     const char* parameters[] = {"queue.limit=10", "circuit.timeout=5"};
     ASSERT_EQ(quorl_SetQRParameters(2, parameters), QUORL_OK) << quorl_LastErrorText();
     ASSERT_EQ(quorl_Open(), QUORL_OK);
-    const quorlTransport parent = newTransport();
-    quorlTransport acceptor = 0;
-    quorlTransport connector = 0;
-    const char* subject = nullptr;
-    ASSERT_EQ(quorlTransport_CreateAcceptVc(&acceptor, &subject, parent), QUORL_OK);
-    ASSERT_EQ(quorlTransport_CreateConnectVc(&connector, subject, parent), QUORL_OK);
-    ASSERT_EQ(quorlTransport_WaitForVcConnection(connector, limit), QUORL_OK);
+    const auto [acceptor, connector] = connectedOver(newTransport());
     const quorlQueue queue = newQueue();
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_NONE, 0, 0), QUORL_OK);
     Numbers numbers;
