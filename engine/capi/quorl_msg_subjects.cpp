@@ -18,11 +18,11 @@ quorl_status set(quorlMsg message, const char* subject, bool reply) noexcept {
     const std::string_view text(subject, strnlen(subject, QUORL_SUBJECT_MAX + 1));
     switch (subject::formOf(text)) {
         case subject::Form::malformed:
-            return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is not a valid subject", static_cast<int>(text.size()),
-                        subject);
+            return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is not a valid subject: %s", QUORL_SUBJECT_MAX, subject,
+                        subject::whyMalformed(text));
         case subject::Form::pattern:
-            return fail(QUORL_INVALID_SUBJECT, "\"%s\" has wildcards: listen to it; send to a subject without",
-                        subject);
+            return fail(QUORL_INVALID_SUBJECT,
+                        "\"%s\" has wildcards: listen to it; send to a subject without wildcards", subject);
         case subject::Form::plain:
             break;
     }

@@ -72,42 +72,57 @@ std::string_view takeElement(std::string_view& rest) {
     return element;
 }
 
-}  // namespace
+// What is wrong with text; null: nothing, and *form says what it is.
+const char* read(std::string_view text, Form* form) noexcept {
+    if (text.empty()) return "it is empty";
+    if (text.size() > QUORL_SUBJECT_MAX) return "it is longer than 254 bytes";
+    *form = Form::plain;
+    if (plainAscii(text)) return nullptr;
 
-Form formOf(std::string_view text) noexcept {
-    if (text.empty() || text.size() > QUORL_SUBJECT_MAX) return Form::malformed;
-    if (plainAscii(text)) return Form::plain;
-
-    Form form = Form::plain;
     size_t elementStart = 0;
     for (size_t at = 0; at < text.size();) {
-        bool first = at == elementStart;
-        bool last = at + 1 == text.size();
+        const bool first = at == elementStart;
+        const bool last = at + 1 == text.size();
         switch (text[at]) {
             case '\0':
-                return Form::malformed;
+                return "it contains a zero byte";
             case '.':
-                if (first || last) return Form::malformed;
+                if (first || last) return "an element of it is empty";
                 elementStart = ++at;
                 break;
             case '*':
-                if (!first || (!last && text[at + 1] != '.')) return Form::malformed;
-                form = Form::pattern;
+                if (!first || (!last && text[at + 1] != '.')) return "a wildcard must be a whole element";
+                *form = Form::pattern;
                 ++at;
                 break;
             case '>':
-                if (!first || !last) return Form::malformed;
-                form = Form::pattern;
+                if (!first || (!last && text[at + 1] != '.')) return "a wildcard must be a whole element";
+                if (!last) return "\">\" must be the last element";
+                *form = Form::pattern;
                 ++at;
                 break;
             default: {
                 const size_t length = utf8::sequenceLength(text, at);
-                if (length == 0) return Form::malformed;
+                if (length == 0) return "it is not UTF-8";
                 at += length;
             }
         }
     }
-    return form;
+    return nullptr;
+}
+
+}  // namespace
+
+static_assert(QUORL_SUBJECT_MAX == 254, "a text above names it");
+
+Form formOf(std::string_view text) noexcept {
+    Form form = Form::malformed;
+    return read(text, &form) == nullptr ? form : Form::malformed;
+}
+
+const char* whyMalformed(std::string_view text) noexcept {
+    Form form;
+    return read(text, &form);
 }
 
 bool matches(std::string_view pattern, std::string_view subject) noexcept {

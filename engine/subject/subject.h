@@ -15,6 +15,8 @@ enum class Form {
 };
 
 Form formOf(std::string_view text) noexcept;
+// Which rule a malformed text breaks, for a detail text; null: none.
+const char* whyMalformed(std::string_view text) noexcept;
 
 inline bool wellFormed(std::string_view text) noexcept {
     return formOf(text) != Form::malformed;

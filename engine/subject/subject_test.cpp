@@ -44,6 +44,30 @@ TEST(Subject, RefusesMalformedText) {
     }
 }
 
+TEST(Subject, SaysWhichRuleIsBroken) {
+    using namespace std::string_view_literals;
+    const std::pair<std::string_view, std::string_view> rules[] = {
+        {"", "it is empty"},
+        {"a..b", "an element of it is empty"},
+        {".a", "an element of it is empty"},
+        {"a.", "an element of it is empty"},
+        {"a.b*.c", "a wildcard must be a whole element"},
+        {"a.>b", "a wildcard must be a whole element"},
+        {"a.>.b", "\">\" must be the last element"},
+        {"a\xff", "it is not UTF-8"},
+        {"a\0b"sv, "it contains a zero byte"},
+    };
+    for (const auto& [text, rule] : rules) {
+        ASSERT_NE(whyMalformed(text), nullptr) << text;
+        EXPECT_EQ(whyMalformed(text), rule) << text;
+    }
+    EXPECT_STREQ(whyMalformed(std::string(255, 'a')), "it is longer than 254 bytes");
+    for (const char* good : {"a", "a.*", "a.>",
+                             "gr\xc3\xb6\xc3\x9f"
+                             "e.b"})
+        EXPECT_EQ(whyMalformed(good), nullptr) << good;
+}
+
 TEST(Subject, BoundsTheLength) {
     EXPECT_TRUE(validForSending(std::string(254, 'a')));
     EXPECT_FALSE(validForSending(std::string(255, 'a')));

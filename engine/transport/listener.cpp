@@ -66,7 +66,8 @@ quorl_status checkSubject(const Transport& transport, const char* text) noexcept
     if (text == nullptr) return fail(QUORL_INVALID_SUBJECT, "the subject to listen to is null");
     const std::string_view subject(text, strnlen(text, QUORL_SUBJECT_MAX + 1));
     if (!subject::validForListening(subject))
-        return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is not a valid subject", QUORL_SUBJECT_MAX, text);
+        return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is not a valid subject: %s", QUORL_SUBJECT_MAX, text,
+                    subject::whyMalformed(subject));
     if (!subject::isSystem(subject) || subject.starts_with("_QUORL.")) return QUORL_OK;
     if (ownInbox(transport, subject)) return QUORL_OK;
     return fail(QUORL_INVALID_SUBJECT,
