@@ -96,7 +96,7 @@ Content* newView(Content* base, const uint8_t* image) noexcept {
     view->size = wire::load<uint32_t>(image + wire::sizeAt);
     view->count = count;
     wire::Fault none;
-    wire::Walk<false>(image, view->size, 0, 0, &none).whole(count, view->top, &view->depth);
+    wire::Decoder<false>(image, view->size, 0, 0, &none).whole(count, view->top, &view->depth);
     return view;
 }
 
@@ -127,7 +127,7 @@ quorl_status readImage(const uint8_t* bytes, uint32_t size, Content** content) n
     std::memcpy(made->image + wire::headerSize, bytes + wire::headerSize, header.size - wire::headerSize);
     made->size = header.size;
     made->count = header.count;
-    if (!wire::Walk<true>(made->image, header.size, 0, 0, &fault).whole(header.count, made->top, &made->depth)) {
+    if (!wire::Decoder<true>(made->image, header.size, 0, 0, &fault).whole(header.count, made->top, &made->depth)) {
         made->release();
         return report(fault);
     }

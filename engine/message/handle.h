@@ -13,7 +13,7 @@
 namespace quorl::message {
 
 class Content;
-struct Handouts;
+struct Borrowed;
 
 // Who may destroy a message.
 enum class Owner : uint8_t {
@@ -36,10 +36,10 @@ struct alignas(cacheLine) Slot {
     };
     const uint8_t* image;  // Owner::outer: its image
     Slot* sibling;         // Owner::outer: the next one of the same outer message
-    Handouts* handouts;    // what was handed out and must be taken back; null: nothing
-    uint32_t marks;        // open reference brackets
+    Borrowed* borrowed;    // what was handed out and must be taken back; null: nothing
+    uint32_t brackets;     // open reference brackets
     Owner owner;
-    bool handedOut;  // in a bracket: pointers into the content were given out since it was last retained
+    bool lent;  // in a bracket: pointers into the content were given out since it was last retained
 };
 static_assert(sizeof(Slot) == cacheLine);
 

@@ -5,9 +5,9 @@
 
 #include "base/status.h"
 #include "base/utf8.h"
+#include "message/borrowed.h"
 #include "message/content.h"
 #include "message/handle.h"
-#include "message/handouts.h"
 
 namespace quorl::message {
 

@@ -32,7 +32,7 @@ constexpr size_t largestPerByte = 64;  // a table's row for each field of two by
 // A listener with a queue of its own.
 struct Ear {
     explicit Ear(const char* subject) {
-        require(queue.ring.prepare(), "no memory for a queue");
+        require(queue.entries.prepare(), "no memory for a queue");
         Lock front(queue.front.lock);
         Lock back(queue.back.lock);
         event::setThresholds(queue);
@@ -46,7 +46,7 @@ struct Ear {
     message::ContentRef next() {
         Lock lock(queue.front.lock);
         event::Entry entry;
-        if (!queue.ring.take(&entry)) return {};
+        if (!queue.entries.take(&entry)) return {};
         queue.front.removed.fetch_add(1);
         return message::ContentRef::adopt(entry.content);
     }
@@ -89,15 +89,15 @@ class Run {
         subscriptions_[1]->add(second_.listener);
         subscriptions_[2]->add(rest_.listener);
         subscriptions_[3]->add(system_.listener);
-        intake_.inboxes.add(inbox_.listener);
-        intake_.inboxes.add(below_.listener);
+        inbound_.inboxes.add(inbox_.listener);
+        inbound_.inboxes.add(below_.listener);
         echoIntake_.inboxes.add(echoInbox_.listener);
         echoSystem_.add(echo_.listener);
         outbox_.setConnected(true);
     }
     ~Run() {
-        intake_.inboxes.remove(inbox_.listener);
-        intake_.inboxes.remove(below_.listener);
+        inbound_.inboxes.remove(inbox_.listener);
+        inbound_.inboxes.remove(below_.listener);
         echoIntake_.inboxes.remove(echoInbox_.listener);
     }
 
@@ -225,7 +225,7 @@ class Run {
             // The listener goes, and another one comes, in the middle of a message.
             const size_t which = what / 4 % 2;
             const std::string pattern = subscriptions_[which]->pattern();
-            subscriptions_[which] = std::make_unique<Subscription>(intake_, pattern);
+            subscriptions_[which] = std::make_unique<Subscription>(inbound_, pattern);
             if (which == 0) {
                 subscriptions_[0]->add(plain_.listener);
             } else {
@@ -262,7 +262,7 @@ class Run {
         for (size_t i = 0; i < 5; ++i) {
             if (to % 16 != 15 && i != to % 16 % 5) continue;
             subscriptions_[i]->received(subject, block.data(), block.size());
-            require(intake_.assembler.bytesHeld() <= limits.bytes, "more bytes of parts are held than there may be");
+            require(inbound_.assembler.bytesHeld() <= limits.bytes, "more bytes of parts are held than there may be");
         }
         require(Asked::most() <= largestAlways + largestPerByte * std::max(payload.size(), limits.bytes),
                 "a size that was only announced was asked for");
@@ -271,9 +271,9 @@ class Run {
     // What a program is told of messages that were none.
     void lookAtRejections() {
         Rejections::Notice notice;
-        if (!intake_.rejections.take(&notice)) return;
+        if (!inbound_.rejections.take(&notice)) return;
         rejected_ += notice.count;
-        require(rejected_ == intake_.rejections.total(), "messages that were none are counted twice, or not at all");
+        require(rejected_ == inbound_.rejections.total(), "messages that were none are counted twice, or not at all");
         require(notice.reason != nullptr && *notice.reason != '\0', "a message is rejected without a reason");
         require(notice.subject.size() <= size_t{3} * QUORL_SUBJECT_MAX, "the subject of a notice is too long");
         require(subject::wellFormed(notice.subject) || std::all_of(notice.subject.begin(), notice.subject.end(),
@@ -344,15 +344,15 @@ class Run {
     }
 
     Decisions decide_;
-    Intake intake_{prefix, limits};
-    Intake echoIntake_{prefix};
+    Inbound inbound_{prefix, limits};
+    Inbound echoIntake_{prefix};
     Ear plain_{"a.b"}, star_{"a.*"}, second_{"a.*"}, rest_{">"}, system_{"_QUORL.>"}, inbox_{"_INBOX.x.1"},
         below_{"_INBOX.x.1.*"};
     Ear echo_{"_QUORL.>"}, echoInbox_{"_INBOX.x.1"};
     std::unique_ptr<Subscription> subscriptions_[5] = {
-        std::make_unique<Subscription>(intake_, "a.b"), std::make_unique<Subscription>(intake_, "a.*"),
-        std::make_unique<Subscription>(intake_, ">"), std::make_unique<Subscription>(intake_, "_QUORL.>"),
-        std::make_unique<Subscription>(intake_, "_INBOX.x.>")};
+        std::make_unique<Subscription>(inbound_, "a.b"), std::make_unique<Subscription>(inbound_, "a.*"),
+        std::make_unique<Subscription>(inbound_, ">"), std::make_unique<Subscription>(inbound_, "_QUORL.>"),
+        std::make_unique<Subscription>(inbound_, "_INBOX.x.>")};
     Subscription echoSystem_{echoIntake_, "_QUORL.>"};
     Subscription echoInboxes_{echoIntake_, "_INBOX.x.>"};
     Outbox outbox_{prefix, 1u << 20};

@@ -1,5 +1,5 @@
 // What the payload of one message of a daemon holds: one image as it is, several messages of one subject, a part of a large
-// one, or a mark.
+// one, or a probe.
 // docs/reference/daemon-wire.md says the same in words.
 //
 // An entry is one message: the length of its reply subject in a byte, the reply subject, its wire image, whose header says
@@ -18,7 +18,7 @@ namespace quorl::transport::nats {
 inline constexpr uint32_t frameMagic = 'Q' | 'N' << 8 | 1 << 16;  // with the version, and 0 for the kind
 
 // image: the payload is a message's wire image, which has a magic of its own, and there is no reply subject.
-enum class FrameKind : uint8_t { image = 0, entries = 1, part = 2, mark = 3 };
+enum class FrameKind : uint8_t { image = 0, entries = 1, part = 2, probe = 3 };
 
 inline constexpr uint32_t frameHeaderSize = 4;
 
@@ -111,9 +111,9 @@ inline bool readPart(const uint8_t* bytes, size_t size, Part* part) noexcept {
     return part->offset <= part->total && part->size <= part->total - part->offset;
 }
 
-// ---- marks: what a connection sends to itself, to learn what has arrived at the daemon
+// ---- probes: what a connection sends to itself, to learn what has arrived at the daemon
 
-inline constexpr uint32_t markSize = frameHeaderSize + 8;
+inline constexpr uint32_t probeSize = frameHeaderSize + 8;
 
 // ----
 
@@ -127,7 +127,7 @@ inline bool readKind(const uint8_t* bytes, size_t size, FrameKind* kind) noexcep
     }
     if ((head & 0xffffffu) != frameMagic) return false;
     *kind = static_cast<FrameKind>(head >> 24);
-    return *kind == FrameKind::entries || *kind == FrameKind::part || *kind == FrameKind::mark;
+    return *kind == FrameKind::entries || *kind == FrameKind::part || *kind == FrameKind::probe;
 }
 
 }  // namespace quorl::transport::nats

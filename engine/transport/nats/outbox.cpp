@@ -65,7 +65,7 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
     if (shut_) [[unlikely]]
         return fail(QUORL_INVALID_TRANSPORT, "the transport was closed while the message was sent");
     if (full(entry)) [[unlikely]] {
-        if (connected_) return Carrier::noRoom;
+        if (connected_) return Backend::noRoom;
         dropExpired();
         if (full(entry)) {
             addLost(1);

@@ -59,7 +59,7 @@ class Outbox {
 
     // Takes a message over, whose subject has been checked. keepUntil: when it is worthless if the daemon is away;
     // forever for never. *waiting gets the bytes that wait now.
-    // Carrier::noRoom, QUORL_DAEMON_NOT_CONNECTED, QUORL_INVALID_SIZE, QUORL_NO_MEMORY, QUORL_INVALID_TRANSPORT when it is
+    // Backend::noRoom, QUORL_DAEMON_NOT_CONNECTED, QUORL_INVALID_SIZE, QUORL_NO_MEMORY, QUORL_INVALID_TRANSPORT when it is
     // shut.
     quorl_status put(const message::ContentRef& content, int64_t keepUntil, size_t* waiting) noexcept;
 

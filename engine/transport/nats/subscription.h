@@ -20,9 +20,9 @@
 namespace quorl::transport::nats {
 
 // What the subscriptions of one connection share.
-struct Intake {
-    explicit Intake(std::string_view wirePrefix) : Intake(wirePrefix, Assembler::Limits()) {}
-    Intake(std::string_view wirePrefix, const Assembler::Limits& limits) : prefix(wirePrefix), assembler(limits) {}
+struct Inbound {
+    explicit Inbound(std::string_view wirePrefix) : Inbound(wirePrefix, Assembler::Limits()) {}
+    Inbound(std::string_view wirePrefix, const Assembler::Limits& limits) : prefix(wirePrefix), assembler(limits) {}
 
     const std::string prefix;
     Assembler assembler;
@@ -40,10 +40,10 @@ struct Intake {
     void reject(const char* reason, std::string_view subject) noexcept;
 };
 
-class Subscription final : public Feed {
+class Subscription final : public Sink {
   public:
-    Subscription(Intake& intake, std::string_view pattern);
-    ~Subscription() override { intake_.assembler.forget(this); }
+    Subscription(Inbound& inbound, std::string_view pattern);
+    ~Subscription() override { inbound_.assembler.forget(this); }
 
     const std::string& pattern() const noexcept { return pattern_; }
 
@@ -69,7 +69,7 @@ class Subscription final : public Feed {
     quorl_status deliver(ThreadState& thread, message::ContentRef content, Listener* const* listeners,
                          size_t count) noexcept;
 
-    Intake& intake_;
+    Inbound& inbound_;
     const std::string pattern_;
     const bool system_;  // whether the pattern is the system's
     const bool inboxes_;
