@@ -394,7 +394,7 @@ TEST(WireOfASmallDaemon, partsFitItsPayload) {
     EXPECT_EQ(quorl_Close(), QUORL_OK);
 }
 
-TEST_F(Wire, marksCountFromOne) {
+TEST_F(Wire, probesCountFromOne) {
     const quorlTransport transport = transportTo(server.url());
     std::string subject;
     for (uint64_t expected = 1; expected <= 2; ++expected) {
