@@ -21,6 +21,11 @@ allowed = {
     "capi": core + ["companion", "transport/embedded", "transport/nats", "transport/circuit"],
     # The companion libraries see the border only.
     "secure/parsing": ["companion"],
+    "certified/protocol": ["companion"],
+    "certified/ledger": ["companion", "certified/protocol"],
+    "certified": ["companion", "certified/protocol", "certified/ledger"],
+    "ftolerance/protocol": ["companion"],
+    "ftolerance": ["companion", "ftolerance/protocol"],
 }
 
 # What each of them holds, in a few words.
@@ -38,6 +43,11 @@ words = {
     "companion": "the border",
     "capi": "the exported functions",
     "secure/parsing": "libquorlsd.so",
+    "certified/protocol": "machine, frames",
+    "certified/ledger": "what is stored, in SQLite",
+    "certified": "libquorlcm.so",
+    "ftolerance/protocol": "machine, frames",
+    "ftolerance": "libquorlft.so",
 }
 
 
