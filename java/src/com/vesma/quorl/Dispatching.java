@@ -1,5 +1,6 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.threads.Uncaught;
 import java.lang.reflect.UndeclaredThrowableException;
 import java.nio.channels.SelectionKey;
 import java.nio.channels.Selector;
@@ -210,7 +211,7 @@ final class Dispatching {
                     if (targetIsGone(target, e)) {
                         return;
                     }
-                    report(thread.getUncaughtExceptionHandler(), e);
+                    Uncaught.report(thread.getUncaughtExceptionHandler(), e);
                 }
             }
         } finally {
@@ -221,15 +222,6 @@ final class Dispatching {
             over = true;
             dispatcher = null;
             Gate.handlerReturned();
-        }
-    }
-
-    /** Tells of what a handler threw, as the machine does of what ends a thread: what comes out here goes nowhere. */
-    static void report(Thread.UncaughtExceptionHandler handler, Throwable thrown) {
-        try {
-            handler.uncaughtException(Thread.currentThread(), thrown);
-        } catch (Throwable e) {
-            return;
         }
     }
 

@@ -1,5 +1,6 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.threads.Shutdown;
 import java.util.Map;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.atomic.AtomicInteger;

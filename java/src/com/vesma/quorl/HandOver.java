@@ -1,5 +1,6 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.threads.Uncaught;
 import java.util.ArrayDeque;
 import java.util.Map;
 import java.util.concurrent.ConcurrentHashMap;
@@ -195,7 +196,7 @@ final class HandOver {
 
     private void report(Throwable thrown) {
         Thread.UncaughtExceptionHandler handler = thread.getUncaughtExceptionHandler();
-        Dispatching.report(handler == null ? Thread.currentThread().getUncaughtExceptionHandler() : handler, thrown);
+        Uncaught.report(handler == null ? Thread.currentThread().getUncaughtExceptionHandler() : handler, thrown);
     }
 
     /** Makes the dispatcher's thread stop taking. drop: what the executor has not begun is dropped, not run. */

@@ -1,5 +1,8 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.image.Texts;
+import com.vesma.quorl.internal.setup.SettingRefusal;
+import com.vesma.quorl.internal.threads.Shutdown;
 import java.nio.file.Path;
 import java.util.List;
 import java.util.Objects;

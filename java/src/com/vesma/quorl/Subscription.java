@@ -1,5 +1,6 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.threads.Uncaught;
 import java.util.concurrent.Flow;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.concurrent.locks.Condition;
@@ -151,14 +152,14 @@ final class Subscription implements Flow.Subscription {
                 continue;
             } catch (Throwable e) {
                 // Of another event on the queue, or of onNext, which has cancelled then.
-                Dispatching.report(thread.getUncaughtExceptionHandler(), e);
+                Uncaught.report(thread.getUncaughtExceptionHandler(), e);
             }
         }
         listener.close();
         try {
             end();
         } catch (Throwable e) {
-            Dispatching.report(thread.getUncaughtExceptionHandler(), e);
+            Uncaught.report(thread.getUncaughtExceptionHandler(), e);
         }
         Gate.remove(worker);
     }

@@ -1,4 +1,4 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.threads;
 
 import java.util.ArrayDeque;
 import java.util.concurrent.ScheduledFuture;
@@ -16,7 +16,7 @@ import java.util.concurrent.locks.ReentrantLock;
  * thread then starts another for what is due behind it. The machine's own means do not give that: its thread for delays
  * also runs the program's steps, and its common pool has no spare thread, or starts one for each task on a small machine.
  */
-final class TimeLimits {
+public final class TimeLimits {
     /** A step that takes longer lets another thread go on, in nanoseconds. */
     private static final long STALL = TimeUnit.MILLISECONDS.toNanos(20);
 
@@ -58,7 +58,7 @@ final class TimeLimits {
     }
 
     /** Runs action on a thread of this class, unless what comes back is cancelled before. */
-    static ScheduledFuture<?> after(long nanos, Runnable action) {
+    public static ScheduledFuture<?> after(long nanos, Runnable action) {
         return CLOCK.schedule(() -> due(action), nanos, TimeUnit.NANOSECONDS);
     }
 
@@ -118,7 +118,7 @@ final class TimeLimits {
             try {
                 next.run();
             } catch (Throwable e) {
-                Dispatching.report(Thread.currentThread().getUncaughtExceptionHandler(), e);
+                Uncaught.report(Thread.currentThread().getUncaughtExceptionHandler(), e);
             }
             // A step that interrupted its own thread has not meant the next one's.
             Thread.interrupted();

@@ -1,5 +1,16 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.records;
 
+import com.vesma.quorl.QuorlException;
+import com.vesma.quorl.QuorlMsg;
+import com.vesma.quorl.QuorlMsgField;
+import com.vesma.quorl.QuorlMsgView;
+import com.vesma.quorl.internal.image.ApiAccess;
+import com.vesma.quorl.internal.image.Fields;
+import com.vesma.quorl.internal.image.ImageValues;
+import com.vesma.quorl.internal.image.ImageWriter;
+import com.vesma.quorl.internal.image.MessageImage;
+import com.vesma.quorl.internal.image.Texts;
+import com.vesma.quorl.internal.image.Wire;
 import java.lang.reflect.ParameterizedType;
 import java.lang.reflect.Type;
 import java.math.BigInteger;
@@ -99,11 +110,11 @@ final class Codec {
         return new Codec(fieldType, (out, value) -> {
             long number = ((Number) value).longValue();
             if (fieldType == QuorlMsgField.IPPORT16) {
-                MsgCore.inRange(number, 0, 0xFFFF, "IPPORT16");
+                Fields.inRange(number, 0, 0xFFFF, "IPPORT16");
                 out.put8((int) number >> 8);
                 out.put8((int) number);
             } else {
-                out.putNumber(fieldType, bits ? number : fitted(number, fieldType));
+                out.putNumber(fieldType, bits ? number : Fields.fitted(number, fieldType));
             }
         }, (image, field) -> {
             if (fieldType == QuorlMsgField.IPPORT16) {
@@ -131,19 +142,6 @@ final class Codec {
             default:
                 throw ImageValues.mismatch(image, field, QuorlMsgField.typeName(javaType));
         }
-    }
-
-    /** A number that the type holds. */
-    static long fitted(long number, int fieldType) {
-        int bits = 8 * Wire.size(fieldType);
-        boolean unsigned = (fieldType & 1) != 0;
-        long low = unsigned ? 0 : -1L << bits - 1;
-        long high = bits == 64 ? Long.MAX_VALUE : (1L << (unsigned ? bits : bits - 1)) - 1;
-        if (number < low || number > high) {
-            throw new IllegalArgumentException(
-                    number + " does not fit " + QuorlMsgField.typeName(fieldType) + ", " + low + " to " + high);
-        }
-        return number;
     }
 
     private static Codec typed(Class<?> type, int fieldType) {
@@ -194,7 +192,7 @@ final class Codec {
                 short[] u8 = (short[]) value;
                 out.beginNumbers(type, u8.length);
                 for (short number : u8) {
-                    out.put8((int) fitted(number, QuorlMsgField.U8));
+                    out.put8((int) Fields.fitted(number, QuorlMsgField.U8));
                 }
                 break;
             case QuorlMsgField.I16ARRAY:
@@ -206,7 +204,7 @@ final class Codec {
                 int[] u16 = (int[]) value;
                 out.beginNumbers(type, u16.length);
                 for (int number : u16) {
-                    out.put16((int) fitted(number, QuorlMsgField.U16));
+                    out.put16((int) Fields.fitted(number, QuorlMsgField.U16));
                 }
                 break;
             case QuorlMsgField.I32ARRAY:
@@ -218,7 +216,7 @@ final class Codec {
                 long[] u32 = (long[]) value;
                 out.beginNumbers(type, u32.length);
                 for (long number : u32) {
-                    out.put32((int) fitted(number, QuorlMsgField.U32));
+                    out.put32((int) Fields.fitted(number, QuorlMsgField.U32));
                 }
                 break;
             case QuorlMsgField.I64ARRAY:
@@ -302,7 +300,7 @@ final class Codec {
                     ImageValues::ipAddr32);
         }
         if (type == QuorlMsgView.class) {
-            return new Codec(QuorlMsgField.MSG, (out, value) -> out.message((QuorlMsgView) value),
+            return new Codec(QuorlMsgField.MSG, (out, value) -> out.message(ApiAccess.image((QuorlMsgView) value)),
                     (image, field) -> ImageValues.msg(image, field).copy());
         }
         if (type.isEnum()) {
@@ -314,7 +312,7 @@ final class Codec {
                 out.beginMessage();
                 RecordPlan.of(type).write(out, value);
                 out.endMessage();
-            }, (image, field) -> RecordPlan.of(type).read(ImageValues.msg(image, field).image()));
+            }, (image, field) -> RecordPlan.of(type).read(ImageValues.image(image, field)));
         }
         throw none(type);
     }
@@ -343,7 +341,7 @@ final class Codec {
                 return constant;
             }
         }
-        throw new QuorlException(QuorlException.CONVERSION_FAILED, image.describe(field) + ": "
+        throw ApiAccess.failure(QuorlException.CONVERSION_FAILED, image.describe(field) + ": "
                 + QuorlMsgField.typeName(image.type(field)) + " \"" + name + "\" is no constant of " + type.getSimpleName());
     }
 
@@ -370,7 +368,7 @@ final class Codec {
             return new Codec(QuorlMsgField.MSGARRAY, (out, value) -> writeMessages(out, (List<?>) value), (image, field) -> {
                 List<Object> values = new ArrayList<>();
                 for (QuorlMsgView view : ImageValues.msgArray(image, field)) {
-                    values.add(element.isRecord() ? RecordPlan.of(element).read(view.image()) : view.copy());
+                    values.add(element.isRecord() ? RecordPlan.of(element).read(ApiAccess.image(view)) : view.copy());
                 }
                 return Collections.unmodifiableList(values);
             });
@@ -395,7 +393,7 @@ final class Codec {
         for (int i = 0; i < values.size(); i++) {
             Object value = element(values, i);
             if (value instanceof QuorlMsgView) {
-                out.message((QuorlMsgView) value);
+                out.message(ApiAccess.image((QuorlMsgView) value));
             } else {
                 out.beginMessage();
                 RecordPlan.of(value.getClass()).write(out, value);

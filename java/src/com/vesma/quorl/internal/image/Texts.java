@@ -1,4 +1,4 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.image;
 
 import java.nio.charset.StandardCharsets;
 
@@ -9,7 +9,7 @@ import java.nio.charset.StandardCharsets;
  * a surrogate pair, which no encoding can carry. Names and subjects repeat, so their bytes are kept in a table of fixed
  * size in which a newer text takes the place of an older one with the same hash.
  */
-final class Texts {
+public final class Texts {
     /** Slots of the table; a power of two. With texts of at most 254 bytes it holds about 2 MB when full. */
     private static final int SLOTS = 4096;
 
@@ -26,14 +26,14 @@ final class Texts {
     private Texts() {}
 
     /** A text with its bytes. Written once and published without a lock: all members are final. */
-    static final class Encoded {
+    public static final class Encoded {
         final String text;
 
         /** Shared: nobody may change them. */
-        final byte[] bytes;
+        public final byte[] bytes;
 
         /** What a search compares first, see {@link Wire#nameKey}; -1 for a text that is too long for a name. */
-        final long key;
+        public final long key;
 
         Encoded(String text, byte[] bytes) {
             this.text = text;
@@ -43,12 +43,12 @@ final class Texts {
     }
 
     /** The bytes of a field name or a subject; null for null. The array is shared: nobody may change it. */
-    static byte[] cached(String text, String what) {
+    public static byte[] cached(String text, String what) {
         return text == null ? null : encoded(text, what).bytes;
     }
 
     /** As {@link #cached}, of a text that is not null. */
-    static Encoded encoded(String text, String what) {
+    public static Encoded encoded(String text, String what) {
         int hash = text.hashCode();
         int slot = (hash ^ hash >>> 16) & SLOTS - 1;
         Encoded known = TABLE[slot];
@@ -63,7 +63,7 @@ final class Texts {
     }
 
     /** The bytes of a text that is not likely to come again. what names it in the refusal. */
-    static byte[] encode(String text, String what) {
+    public static byte[] encode(String text, String what) {
         if (text.isEmpty()) {
             return NONE;
         }
@@ -79,16 +79,16 @@ final class Texts {
         return bytes;
     }
 
-    static int length(byte[] bytes) {
+    public static int length(byte[] bytes) {
         return bytes == null ? 0 : bytes.length;
     }
 
-    static String decode(byte[] bytes, int length) {
+    public static String decode(byte[] bytes, int length) {
         return new String(bytes, 0, length, StandardCharsets.UTF_8);
     }
 
     /** Whether the character there is half a surrogate pair without its other half. */
-    static boolean isHalf(String text, int i) {
+    public static boolean isHalf(String text, int i) {
         char c = text.charAt(i);
         if (Character.isHighSurrogate(c)) {
             return i + 1 == text.length() || !Character.isLowSurrogate(text.charAt(i + 1));

@@ -1,5 +1,7 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.json;
 
+import com.vesma.quorl.QuorlMsgField;
+import com.vesma.quorl.internal.image.Wire;
 import java.util.HashMap;
 import java.util.Locale;
 import java.util.Map;

@@ -1,5 +1,6 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.setup;
 
+import com.vesma.quorl.QuorlException;
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
@@ -12,9 +13,9 @@ import java.util.Set;
  * Says why the library did not take settings. It keeps its own words while it is closed, so this class looks at the settings
  * again. It decides nothing: the library has refused already.
  */
-final class SettingRefusal {
+public final class SettingRefusal {
     /** As docs/reference/parameters.md lists them. */
-    static final Set<String> NAMES = Set.of("daemon", "service", "network", "connect.timeout", "reconnect.buffer", "queue.limit",
+    public static final Set<String> NAMES = Set.of("daemon", "service", "network", "connect.timeout", "reconnect.buffer", "queue.limit",
             "queue.highwater", "dispatch.spin", "circuit.timeout", "advisory.interval");
 
     private static final int LONGEST_SHOWN = 80;
@@ -25,7 +26,7 @@ final class SettingRefusal {
     private SettingRefusal() {}
 
     /** Why these settings were refused with this status; null when nothing is known. */
-    static String ofParameters(int status, String[] settings) {
+    public static String ofParameters(int status, String[] settings) {
         if (status != QuorlException.INVALID_ARG) {
             return null;
         }
@@ -42,7 +43,7 @@ final class SettingRefusal {
     }
 
     /** Why a file of settings was refused with this status; null when nothing is known. */
-    static String ofFile(int status, Path file) {
+    public static String ofFile(int status, Path file) {
         switch (status) {
             case QuorlException.FILE_NOT_FOUND:
                 return file + ": there is no such file";

@@ -1,7 +1,14 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.json;
 
 import com.google.gson.stream.JsonReader;
 import com.google.gson.stream.JsonToken;
+import com.vesma.quorl.QuorlException;
+import com.vesma.quorl.QuorlMsgField;
+import com.vesma.quorl.internal.image.ApiAccess;
+import com.vesma.quorl.internal.image.Fields;
+import com.vesma.quorl.internal.image.ImageWriter;
+import com.vesma.quorl.internal.image.Texts;
+import com.vesma.quorl.internal.image.Wire;
 import java.io.EOFException;
 import java.io.IOException;
 import java.io.StringReader;
@@ -38,7 +45,7 @@ final class JsonReading {
         this.in = in;
     }
 
-    static QuorlMsg read(String json) {
+    static ImageWriter read(String json) {
         ImageWriter out = new ImageWriter();
         // Of a text: nothing to close.
         JsonReader in = new JsonReader(new StringReader(json));
@@ -47,15 +54,15 @@ final class JsonReading {
             reading.expect(JsonToken.BEGIN_OBJECT, QuorlMsgField.MSG);
             reading.message(out);
             if (in.peek() != JsonToken.END_DOCUMENT) {
-                throw new QuorlException(QuorlException.DECODER_FAILED, "something stands behind the message");
+                throw ApiAccess.failure(QuorlException.DECODER_FAILED, "something stands behind the message");
             }
         } catch (IOException | IllegalStateException e) {
             String why = e instanceof EOFException ? "the JSON ends before the message does"
                     : e instanceof IllegalStateException ? "something stands here that does not belong to a message"
                     : "this is no JSON";
-            throw new QuorlException(QuorlException.DECODER_FAILED, why + place(in), e);
+            throw ApiAccess.failure(QuorlException.DECODER_FAILED, why + place(in), e);
         }
-        return out.toMessage();
+        return out;
     }
 
     /** " at line 1 column 11 path $.a", as far as the reader knows. */
@@ -79,26 +86,26 @@ final class JsonReading {
         Matcher parts = MEMBER.matcher(member.substring(end + 1));
         int type = parts.matches() ? JsonTypes.type(parts.group(1)) : -1;
         if (type < 0) {
-            throw new QuorlException(QuorlException.INVALID_TYPE, "member \"" + member
+            throw ApiAccess.failure(QuorlException.INVALID_TYPE, "member \"" + member
                     + "\": it is not called name:type, with a type like i32, f64[] or string");
         }
         int id = parts.group(2) == null ? 0 : Integer.parseInt(parts.group(2));
         int instance = parts.group(3) == null ? 1 : Integer.parseInt(parts.group(3));
         try {
             if (id > 0xFFFF || id == 0 && parts.group(2) != null) {
-                throw new QuorlException(QuorlException.INVALID_ARG, "a field's id is 1 to 65535, not " + parts.group(2));
+                throw ApiAccess.failure(QuorlException.INVALID_ARG, "a field's id is 1 to 65535, not " + parts.group(2));
             }
             if (instance != JsonTypes.next(instances, name)) {
-                throw new QuorlException(QuorlException.INVALID_INSTANCE,
+                throw ApiAccess.failure(QuorlException.INVALID_INSTANCE,
                         "it is number " + instances.get(name) + " of its name, which ~ is to say from the second on");
             }
             out.head(type, Texts.cached(name, "the name"), id);
             value(out, type);
         } catch (QuorlException e) {
-            throw e.getStatus() == QuorlException.ID_IN_USE ? e : e.about(MsgCore.describe(name, id));
+            throw e.getStatus() == QuorlException.ID_IN_USE ? e : ApiAccess.about(e, Fields.describe(name, id));
         } catch (IllegalArgumentException e) {
-            throw new QuorlException(
-                    QuorlException.CONVERSION_FAILED, MsgCore.describe(name, id) + ": " + e.getMessage(), e);
+            throw ApiAccess.failure(
+                    QuorlException.CONVERSION_FAILED, Fields.describe(name, id) + ": " + e.getMessage(), e);
         }
     }
 
@@ -139,7 +146,7 @@ final class JsonReading {
                 out.put8(in.nextBoolean() ? 1 : 0);
                 break;
             case QuorlMsgField.IPPORT16:
-                int port = MsgCore.inRange(whole(type), 0, 0xFFFF, "IPPORT16");
+                int port = Fields.inRange(whole(type), 0, 0xFFFF, "IPPORT16");
                 out.put8(port >> 8);
                 out.put8(port);
                 break;
@@ -171,9 +178,9 @@ final class JsonReading {
                 return Long.parseUnsignedLong(digits);
             }
             long number = Long.parseLong(digits);
-            return type == QuorlMsgField.IPPORT16 ? number : Codec.fitted(number, type);
+            return type == QuorlMsgField.IPPORT16 ? number : Fields.fitted(number, type);
         } catch (NumberFormatException e) {
-            throw new QuorlException(QuorlException.CONVERSION_FAILED,
+            throw ApiAccess.failure(QuorlException.CONVERSION_FAILED,
                     "it is the JSON " + name(token) + " " + digits + ", not " + QuorlMsgField.typeName(type), e);
         }
     }
@@ -194,7 +201,7 @@ final class JsonReading {
                     : given >>> 32 == 0 && Float.isNaN(Float.intBitsToFloat((int) given))) {
                 return given;
             }
-            throw new QuorlException(QuorlException.CONVERSION_FAILED,
+            throw ApiAccess.failure(QuorlException.CONVERSION_FAILED,
                     "it is the JSON string " + text + ", not " + QuorlMsgField.typeName(type));
         }
         if (token != JsonToken.NUMBER) {
@@ -203,7 +210,7 @@ final class JsonReading {
         String digits = in.nextString();
         double value = wide ? Double.parseDouble(digits) : Float.parseFloat(digits);
         if (Double.isInfinite(value)) {
-            throw new QuorlException(
+            throw ApiAccess.failure(
                     QuorlException.CONVERSION_FAILED, "it is the JSON number " + digits + ", beyond "
                     + QuorlMsgField.typeName(type));
         }
@@ -213,11 +220,11 @@ final class JsonReading {
     private static void address(ImageWriter out, String text) {
         Matcher parts = ADDRESS.matcher(text);
         if (!parts.matches()) {
-            throw new QuorlException(
+            throw ApiAccess.failure(
                     QuorlException.CONVERSION_FAILED, "it is the JSON string " + text + ", not IPADDR32");
         }
         for (int i = 1; i <= 4; i++) {
-            out.put8(MsgCore.inRange(Integer.parseInt(parts.group(i)), 0, 0xFF, "IPADDR32"));
+            out.put8(Fields.inRange(Integer.parseInt(parts.group(i)), 0, 0xFF, "IPADDR32"));
         }
     }
 
@@ -233,7 +240,7 @@ final class JsonReading {
             out.put64(time.getEpochSecond());
             out.put32(time.getNano());
         } catch (DateTimeException | NumberFormatException e) {
-            throw new QuorlException(
+            throw ApiAccess.failure(
                     QuorlException.CONVERSION_FAILED, "it is the JSON string " + text + ", not DATETIME", e);
         }
     }
@@ -301,9 +308,9 @@ final class JsonReading {
         try {
             return element.read();
         } catch (QuorlException e) {
-            throw e.about("element " + number);
+            throw ApiAccess.about(e, "element " + number);
         } catch (IllegalArgumentException e) {
-            throw new QuorlException(QuorlException.CONVERSION_FAILED, "element " + number + ": " + e.getMessage(), e);
+            throw ApiAccess.failure(QuorlException.CONVERSION_FAILED, "element " + number + ": " + e.getMessage(), e);
         }
     }
 
@@ -317,7 +324,7 @@ final class JsonReading {
     }
 
     private static QuorlException unexpected(JsonToken found, int type) {
-        return new QuorlException(
+        return ApiAccess.failure(
                 QuorlException.CONVERSION_FAILED, "it is a JSON " + name(found) + ", not " + QuorlMsgField.typeName(type));
     }
 

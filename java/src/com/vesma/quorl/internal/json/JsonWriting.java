@@ -1,6 +1,10 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.json;
 
 import com.google.gson.stream.JsonWriter;
+import com.vesma.quorl.QuorlMsgField;
+import com.vesma.quorl.internal.image.ImageValues;
+import com.vesma.quorl.internal.image.MessageImage;
+import com.vesma.quorl.internal.image.Wire;
 import java.io.IOException;
 import java.io.StringWriter;
 import java.io.UncheckedIOException;
@@ -79,12 +83,12 @@ final class JsonWriting {
                 out.endArray();
                 break;
             case Wire.MESSAGE:
-                message(out, ImageValues.msg(image, field).image());
+                message(out, ImageValues.image(image, field));
                 break;
             default:
                 out.beginArray();
-                for (QuorlMsgView inside : ImageValues.msgArray(image, field)) {
-                    message(out, inside.image());
+                for (MessageImage inside : ImageValues.images(image, field)) {
+                    message(out, inside);
                 }
                 out.endArray();
         }

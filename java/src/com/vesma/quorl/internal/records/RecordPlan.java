@@ -1,5 +1,12 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.records;
 
+import com.vesma.quorl.FieldType;
+import com.vesma.quorl.QuorlException;
+import com.vesma.quorl.internal.image.ApiAccess;
+import com.vesma.quorl.internal.image.Fields;
+import com.vesma.quorl.internal.image.ImageWriter;
+import com.vesma.quorl.internal.image.MessageImage;
+import com.vesma.quorl.internal.image.Texts;
 import java.lang.invoke.MethodHandle;
 import java.lang.invoke.MethodHandles;
 import java.lang.invoke.MethodType;
@@ -10,7 +17,7 @@ import java.util.Optional;
 /**
  * How the records of one class are written as messages and read from them, component by component. Made once for a class.
  */
-final class RecordPlan {
+public final class RecordPlan {
     private static final ClassValue<RecordPlan> PLANS = new ClassValue<>() {
         @Override
         protected RecordPlan computeValue(Class<?> type) {
@@ -34,8 +41,13 @@ final class RecordPlan {
     /** From an array of the values to the record. */
     private final MethodHandle constructor;
 
-    static RecordPlan of(Class<?> type) {
+    public static RecordPlan of(Class<?> type) {
         return PLANS.get(type);
+    }
+
+    /** A field's value as a component of that class would have it. */
+    public static Object read(Class<?> type, MessageImage image, int field) {
+        return Codec.of(type).read(image, field);
     }
 
     private RecordPlan(Class<?> type) {
@@ -75,7 +87,7 @@ final class RecordPlan {
     private Component component(RecordComponent declared, MethodHandles.Lookup lookup) throws ReflectiveOperationException {
         Component made = new Component();
         made.name = declared.getName();
-        made.encoded = MsgCore.encoded(made.name);
+        made.encoded = Fields.encoded(made.name);
         made.type = declared.getType();
         made.accessor = lookup.unreflect(declared.getAccessor()).asType(MethodType.methodType(Object.class, Object.class));
         FieldType annotation = declared.getAnnotation(FieldType.class);
@@ -95,7 +107,7 @@ final class RecordPlan {
     }
 
     /** Writes the components as fields of the message that is begun. */
-    void write(ImageWriter out, Object record) {
+    public void write(ImageWriter out, Object record) {
         for (Component component : components) {
             Object value = get(component, record);
             if (component.optional && value != null) {
@@ -111,7 +123,7 @@ final class RecordPlan {
         try {
             component.codec.write(out, component.encoded.bytes, value);
         } catch (QuorlException e) {
-            throw e.about(describe(component));
+            throw ApiAccess.about(e, describe(component));
         } catch (IllegalArgumentException e) {
             throw new IllegalArgumentException(describe(component) + ": " + e.getMessage(), e);
         } catch (NullPointerException e) {
@@ -122,7 +134,7 @@ final class RecordPlan {
     }
 
     /** Makes a record of the fields of a message; those that no component asks for are left. */
-    Object read(MessageImage image) {
+    public Object read(MessageImage image) {
         Object[] values = new Object[components.length];
         for (int i = 0; i < values.length; i++) {
             values[i] = read(image, components[i]);
@@ -144,11 +156,11 @@ final class RecordPlan {
                 return component.optional ? Optional.of(value) : value;
             }
             if (component.type.isPrimitive()) {
-                throw MsgCore.missing(component.name, 0, component.type.getSimpleName());
+                throw Fields.missing(component.name, 0, component.type.getSimpleName());
             }
             return component.optional ? Optional.empty() : null;
         } catch (QuorlException e) {
-            throw e.about(describe(component));
+            throw ApiAccess.about(e, describe(component));
         }
     }
 

@@ -1,4 +1,4 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.threads;
 
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.locks.Condition;
@@ -11,7 +11,7 @@ import java.util.concurrent.locks.Condition;
  * the exit is known by its stack. A handler may wait for such a thread in ways that nobody sees, so from the first wait
  * that notices the shutdown all waits together have a limit.
  */
-final class Shutdown {
+public final class Shutdown {
     /** In nanoseconds. Less than those who end programs by a signal commonly wait before they kill them. */
     private static final long LIMIT = TimeUnit.SECONDS.toNanos(5);
 
@@ -29,7 +29,7 @@ final class Shutdown {
     private Shutdown() {}
 
     /** Whether the machine shuts down. */
-    static boolean hasBegun() {
+    public static boolean hasBegun() {
         if (begun) {
             return true;
         }
@@ -52,12 +52,12 @@ final class Shutdown {
     }
 
     /** Whether no wait for a handler is to go on, since the time for them all is over. */
-    static boolean isOver() {
+    public static boolean isOver() {
         return begun && end - System.nanoTime() <= 0;
     }
 
     /** Whether the thread waits for the end of the machine and never returns. */
-    static boolean holds(Thread thread) {
+    public static boolean holds(Thread thread) {
         if (!hasBegun()) {
             return false;
         }
@@ -70,7 +70,7 @@ final class Shutdown {
     }
 
     /** Waits for a signal, or until there is reason to look for a shutdown. An interrupt neither ends it nor is lost. */
-    static void await(Condition signal) {
+    public static void await(Condition signal) {
         boolean interrupted = false;
         long from = System.nanoTime();
         for (long left = SLICE; left > 0; left = SLICE - (System.nanoTime() - from)) {

@@ -1,9 +1,12 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.json;
+
+import com.vesma.quorl.internal.image.ImageWriter;
+import com.vesma.quorl.internal.image.MessageImage;
 
 /**
  * The way to {@link JsonWriting} and {@link JsonReading}, which need a library that a program may be without.
  */
-final class Json {
+public final class Json {
     private static final String NEEDED = "com.google.gson.stream.JsonReader";
 
     /** What the module is called: its own name, and the one that its file gives it where the jar says none. */
@@ -13,12 +16,12 @@ final class Json {
 
     private Json() {}
 
-    static String write(MessageImage image) {
+    public static String write(MessageImage image) {
         find();
         return JsonWriting.write(image);
     }
 
-    static QuorlMsg read(String json) {
+    public static ImageWriter read(String json) {
         find();
         return JsonReading.read(json);
     }

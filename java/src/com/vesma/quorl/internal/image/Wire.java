@@ -1,5 +1,6 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.image;
 
+import com.vesma.quorl.QuorlMsgField;
 import java.lang.invoke.MethodHandles;
 import java.lang.invoke.VarHandle;
 import java.nio.ByteOrder;
@@ -7,55 +8,55 @@ import java.nio.ByteOrder;
 /**
  * The format of a message's bytes: the numbers that reading and writing share. All numbers in it are little-endian.
  */
-final class Wire {
-    static final VarHandle I16 = MethodHandles.byteArrayViewVarHandle(short[].class, ByteOrder.LITTLE_ENDIAN);
-    static final VarHandle I32 = MethodHandles.byteArrayViewVarHandle(int[].class, ByteOrder.LITTLE_ENDIAN);
-    static final VarHandle I64 = MethodHandles.byteArrayViewVarHandle(long[].class, ByteOrder.LITTLE_ENDIAN);
-    static final VarHandle F32 = MethodHandles.byteArrayViewVarHandle(float[].class, ByteOrder.LITTLE_ENDIAN);
-    static final VarHandle F64 = MethodHandles.byteArrayViewVarHandle(double[].class, ByteOrder.LITTLE_ENDIAN);
+public final class Wire {
+    public static final VarHandle I16 = MethodHandles.byteArrayViewVarHandle(short[].class, ByteOrder.LITTLE_ENDIAN);
+    public static final VarHandle I32 = MethodHandles.byteArrayViewVarHandle(int[].class, ByteOrder.LITTLE_ENDIAN);
+    public static final VarHandle I64 = MethodHandles.byteArrayViewVarHandle(long[].class, ByteOrder.LITTLE_ENDIAN);
+    public static final VarHandle F32 = MethodHandles.byteArrayViewVarHandle(float[].class, ByteOrder.LITTLE_ENDIAN);
+    public static final VarHandle F64 = MethodHandles.byteArrayViewVarHandle(double[].class, ByteOrder.LITTLE_ENDIAN);
 
     /** Bytes of the header: magic and version, bytes of the whole image, number of fields. */
-    static final int HEADER = 12;
+    public static final int HEADER = 12;
 
-    static final int SIZE_AT = 4;
-    static final int COUNT_AT = 8;
+    public static final int SIZE_AT = 4;
+    public static final int COUNT_AT = 8;
 
     /** "QM" and the format's version, 1. */
-    static final int MAGIC = 'Q' | 'M' << 8 | 1 << 16;
+    public static final int MAGIC = 'Q' | 'M' << 8 | 1 << 16;
 
     /** The first byte of a field: the type, or that a byte with a user type follows, and two flags. */
-    static final int TYPE_MASK = 0x3F;
+    public static final int TYPE_MASK = 0x3F;
 
-    static final int USER_FOLLOWS = 0x3F;
-    static final int NAMED = 0x40;
-    static final int HAS_ID = 0x80;
+    public static final int USER_FOLLOWS = 0x3F;
+    public static final int NAMED = 0x40;
+    public static final int HAS_ID = 0x80;
 
     /** A field takes no fewer bytes. */
-    static final int MIN_FIELD = 2;
+    public static final int MIN_FIELD = 2;
 
-    static final int NAME_MAX = 127;
-    static final int DEPTH_MAX = 64;
-    static final int SIZE_MAX = 1 << 30;
+    public static final int NAME_MAX = 127;
+    public static final int DEPTH_MAX = 64;
+    public static final int SIZE_MAX = 1 << 30;
 
     /** Messages begin at multiples of it. */
-    static final int MESSAGE_ALIGNMENT = 8;
+    public static final int MESSAGE_ALIGNMENT = 8;
 
     /** Kinds of values, by what stands between a field's name and the next field. */
-    static final int NO_TYPE = 0;
+    public static final int NO_TYPE = 0;
     /** As many bytes as the type has. */
-    static final int SCALAR = 1;
+    public static final int SCALAR = 1;
     /** A length with the zero at the end counted, then text with that zero. */
-    static final int TEXT = 2;
+    public static final int TEXT = 2;
     /** A length, then bytes. */
-    static final int BYTES = 3;
+    public static final int BYTES = 3;
     /** A count, padding to the element's size, then elements. */
-    static final int NUMBERS = 4;
+    public static final int NUMBERS = 4;
     /** A count and a length, then texts with a zero after each. */
-    static final int TEXTS = 5;
+    public static final int TEXTS = 5;
     /** Padding, then a message. */
-    static final int MESSAGE = 6;
+    public static final int MESSAGE = 6;
     /** A count, then padding and a message, as often as the count says. */
-    static final int MESSAGES = 7;
+    public static final int MESSAGES = 7;
 
     private static final byte[] KINDS = new byte[256];
 
@@ -86,21 +87,21 @@ final class Wire {
     private Wire() {}
 
     /** The kind of a type, 0 to 255. */
-    static int kind(int type) {
+    public static int kind(int type) {
         return KINDS[type];
     }
 
     /** The bytes of a scalar, or of an element of an array of numbers. */
-    static int size(int type) {
+    public static int size(int type) {
         return SIZES[type];
     }
 
-    static int alignUp(int offset, int alignment) {
+    public static int alignUp(int offset, int alignment) {
         return (offset + alignment - 1) & -alignment;
     }
 
     /** A name's length, 0 to 127, and its tail, as a view's table has them. */
-    static long nameKey(byte[] bytes, int at, int length) {
+    public static long nameKey(byte[] bytes, int at, int length) {
         return (long) length << 48 | tailOf(bytes, at, length) & 0xFFFF_FFFFL;
     }
 
@@ -108,7 +109,7 @@ final class Wire {
      * The last bytes of a name in one number, which a search compares first, since names tend to differ at their ends.
      * Together with the length it is the whole name up to four bytes.
      */
-    static int tailOf(byte[] bytes, int at, int length) {
+    public static int tailOf(byte[] bytes, int at, int length) {
         if (length >= 4) {
             return (int) I32.get(bytes, at + length - 4);
         }

@@ -1,5 +1,7 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.image;
 
+import com.vesma.quorl.QuorlException;
+import com.vesma.quorl.QuorlMsgField;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.util.Arrays;
@@ -13,7 +15,7 @@ import java.util.Optional;
  * <p>A field is its {@link #head} and then its value; what is refused leaves the writer unusable. The library checks the
  * bytes once more when it takes them.
  */
-final class ImageWriter {
+public final class ImageWriter {
     private byte[] bytes = new byte[256];
     private int at;
 
@@ -29,7 +31,7 @@ final class ImageWriter {
     /** The names by the ids of the fields of each, an empty Optional for a field without one; null for no ids yet. */
     private Map<?, ?>[] ids = new Map<?, ?>[4];
 
-    ImageWriter() {
+    public ImageWriter() {
         level = 0;
         beginMessage();
     }
@@ -39,12 +41,12 @@ final class ImageWriter {
     }
 
     /** For the messages of an array whose number is not known yet: they are begun and ended there, then {@link #messages}. */
-    ImageWriter aside() {
+    public ImageWriter aside() {
         return new ImageWriter(level + open);
     }
 
     /** The value of a field of an array of messages. */
-    void messages(ImageWriter aside, int count) {
+    public void messages(ImageWriter aside, int count) {
         beginMessages(count);
         put(aside.bytes, aside.at);
     }
@@ -52,7 +54,7 @@ final class ImageWriter {
     // ---- messages -----------------------------------------------------------------------------------------------------
 
     /** Begins a message; the one inside of another is the value, or one of the values, of the field whose head was written. */
-    void beginMessage() {
+    public void beginMessage() {
         checkDepth(level + open);
         if (open == starts.length) {
             starts = Arrays.copyOf(starts, 2 * open);
@@ -70,12 +72,12 @@ final class ImageWriter {
 
     private static void checkDepth(int level) {
         if (level > Wire.DEPTH_MAX) {
-            throw new QuorlException(
+            throw ApiAccess.failure(
                     QuorlException.INVALID_MSG, "messages are nested to more than " + Wire.DEPTH_MAX + " levels");
         }
     }
 
-    void endMessage() {
+    public void endMessage() {
         open--;
         int start = starts[open];
         Wire.I32.set(bytes, start + Wire.SIZE_AT, at - start);
@@ -83,26 +85,28 @@ final class ImageWriter {
     }
 
     /** A whole message as it stands elsewhere. */
-    void message(QuorlMsgView view) {
-        checkDepth(level + open + view.image().depth());
+    public void message(MessageImage image) {
+        checkDepth(level + open + image.depth());
         align(Wire.MESSAGE_ALIGNMENT);
-        view.copyTo(this);
+        put(image.bytes, image.start, image.size);
     }
 
-    /** Ends the outermost message and has the library make it. */
-    QuorlMsg toMessage() {
-        endMessage();
-        Library.load();
-        // The library reads as many bytes as the header says, and copies them.
-        return new QuorlMsg(QuorlMsg.quorlMsg_CreateFromBytes(bytes, at));
+    /** Where the message stands from the first byte on, once it has ended, followed by bytes that do not belong to it. */
+    public byte[] bytes() {
+        return bytes;
+    }
+
+    /** The bytes of it that were written. */
+    public int size() {
+        return at;
     }
 
     // ---- fields -------------------------------------------------------------------------------------------------------
 
     /** Begins a field. name: its bytes, null for none; id: 0 for none. */
-    void head(int type, byte[] name, int id) {
+    public void head(int type, byte[] name, int id) {
         if (name != null && name.length > Wire.NAME_MAX) {
-            throw new QuorlException(QuorlException.INVALID_NAME,
+            throw ApiAccess.failure(QuorlException.INVALID_NAME,
                     "the name \"" + Texts.decode(name, 40) + "...\" is longer than " + Wire.NAME_MAX + " bytes");
         }
         if (id != 0) {
@@ -133,33 +137,33 @@ final class ImageWriter {
         }
         Optional<ByteBuffer> own = Optional.ofNullable(name).map(ByteBuffer::wrap);
         if (!taken.computeIfAbsent(id, unused -> own).equals(own)) {
-            throw new QuorlException(QuorlException.ID_IN_USE,
-                    MsgCore.describe(name == null ? null : Texts.decode(name, name.length), id));
+            throw ApiAccess.failure(QuorlException.ID_IN_USE,
+                    Fields.describe(name == null ? null : Texts.decode(name, name.length), id));
         }
     }
 
-    void put8(int value) {
+    public void put8(int value) {
         int to = room(1);
         bytes[to] = (byte) value;
     }
 
-    void put16(int value) {
+    public void put16(int value) {
         int to = room(2);
         Wire.I16.set(bytes, to, (short) value);
     }
 
-    void put32(int value) {
+    public void put32(int value) {
         int to = room(4);
         Wire.I32.set(bytes, to, value);
     }
 
-    void put64(long value) {
+    public void put64(long value) {
         int to = room(8);
         Wire.I64.set(bytes, to, value);
     }
 
     /** A number of as many bytes as the type has. */
-    void putNumber(int type, long value) {
+    public void putNumber(int type, long value) {
         switch (Wire.size(type)) {
             case 1:
                 put8((int) value);
@@ -175,17 +179,17 @@ final class ImageWriter {
         }
     }
 
-    void put(byte[] from, int length) {
+    public void put(byte[] from, int length) {
         put(from, 0, length);
     }
 
-    void put(byte[] from, int start, int length) {
+    private void put(byte[] from, int start, int length) {
         int to = room(length);
         System.arraycopy(from, start, bytes, to, length);
     }
 
     /** The length of a value: seven bits a byte, the lowest first. */
-    void length(int length) {
+    public void length(int length) {
         int rest = length;
         for (; rest >>> 7 != 0; rest >>>= 7) {
             put8(rest | 0x80);
@@ -194,20 +198,20 @@ final class ImageWriter {
     }
 
     /** The value of a field of text. */
-    void text(byte[] encoded) {
+    public void text(byte[] encoded) {
         length(encoded.length + 1);
         put(encoded, encoded.length);
         put8(0);
     }
 
     /** The value of an opaque, XML or user-type field. */
-    void bytes(byte[] value) {
+    public void bytes(byte[] value) {
         length(value.length);
         put(value, value.length);
     }
 
     /** The value of a field of an array of texts. */
-    void texts(byte[][] encoded) {
+    public void texts(byte[][] encoded) {
         long all = encoded.length;
         for (byte[] text : encoded) {
             all += text.length;
@@ -221,19 +225,19 @@ final class ImageWriter {
     }
 
     /** Begins the value of a field of an array of numbers: behind it come so many of them. */
-    void beginNumbers(int type, int count) {
+    public void beginNumbers(int type, int count) {
         length(count);
         align(Wire.size(type));
     }
 
     /** Begins the value of a field of an array of messages: behind it come so many of them. */
-    void beginMessages(int count) {
+    public void beginMessages(int count) {
         length(count);
         align(Wire.MESSAGE_ALIGNMENT);
     }
 
     /** Room for so many numbers of that size, to be filled at once. */
-    ByteBuffer numbers(int count, int size) {
+    public ByteBuffer numbers(int count, int size) {
         if (count > Wire.SIZE_MAX / size) {
             throw tooLong();
         }
@@ -262,7 +266,7 @@ final class ImageWriter {
     }
 
     private static QuorlException tooLong() {
-        return new QuorlException(
+        return ApiAccess.failure(
                 QuorlException.INVALID_SIZE, "the message would be larger than " + Wire.SIZE_MAX + " bytes");
     }
 }

@@ -1,5 +1,7 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.image;
 
+import com.vesma.quorl.QuorlException;
+import com.vesma.quorl.QuorlMsgField;
 import java.nio.charset.StandardCharsets;
 import java.util.Arrays;
 import java.util.concurrent.ThreadLocalRandom;
@@ -14,7 +16,7 @@ import java.util.concurrent.ThreadLocalRandom;
  * <p>An image may have an owner, the message whose bytes these were. The bytes are Java's and stay readable after its end;
  * {@link #ofLiving} is what refuses them then, and every way in from a program leads through it.
  */
-final class MessageImage {
+public final class MessageImage {
     /**
      * Three of the table are a field. WHAT: type, length of the name, id, tail of the name: 8, 8, 16 and 32 bits. WHERE: of
      * the name and of the value. LENGTH: bytes of a text with its zero, of bytes, of a message; elements of an array; 0 for
@@ -43,13 +45,13 @@ final class MessageImage {
     /** Names may come from somebody who wishes us ill: without it nobody can choose names that meet in one cell. */
     private static final long KEY = ThreadLocalRandom.current().nextLong() | 1;
 
-    /** An outermost message; null when these bytes are nobody's. */
-    final MsgCore owner;
+    /** The outermost message's; null when these bytes are nobody's. */
+    final MessageGuard owner;
 
-    final byte[] bytes;
+    public final byte[] bytes;
     final int start;
     final int size;
-    final int count;
+    public final int count;
 
     private final long[] table;
 
@@ -59,7 +61,7 @@ final class MessageImage {
     /**
      * Reads the message that begins at start, a multiple of 8, and ends at limit or before.
      */
-    MessageImage(MsgCore owner, byte[] bytes, int start, int limit) {
+    public MessageImage(MessageGuard owner, byte[] bytes, int start, int limit) {
         this.owner = owner;
         this.bytes = bytes;
         this.start = start;
@@ -69,7 +71,7 @@ final class MessageImage {
             throw corrupt("more fields than bytes for them", start + Wire.COUNT_AT);
         }
         if (count > MANY) {
-            throw new QuorlException(QuorlException.NO_MEMORY, count + " fields are too many for a view");
+            throw ApiAccess.failure(QuorlException.NO_MEMORY, count + " fields are too many for a view");
         }
         table = new long[count * STRIDE];
         walk();
@@ -77,9 +79,9 @@ final class MessageImage {
     }
 
     /** This, unless its owner has ended. */
-    MessageImage ofLiving() {
+    public MessageImage ofLiving() {
         if (owner != null) {
-            MsgCore.refuseEnded(owner);
+            owner.refuseEnded();
         }
         return this;
     }
@@ -100,7 +102,7 @@ final class MessageImage {
     }
 
     static QuorlException corrupt(String what, int at) {
-        return new QuorlException(QuorlException.CORRUPT_MSG, what + ", byte " + at);
+        return ApiAccess.failure(QuorlException.CORRUPT_MSG, what + ", byte " + at);
     }
 
     // ---- the walk -----------------------------------------------------------------------------------------------------
@@ -272,19 +274,19 @@ final class MessageImage {
 
     // ---- what a field is ----------------------------------------------------------------------------------------------
 
-    int type(int field) {
+    public int type(int field) {
         return (int) (table[field * STRIDE + WHAT] >>> 56);
     }
 
-    int id(int field) {
+    public int id(int field) {
         return (int) (table[field * STRIDE + WHAT] >>> 32) & 0xFFFF;
     }
 
-    int value(int field) {
+    public int value(int field) {
         return (int) table[field * STRIDE + WHERE];
     }
 
-    int length(int field) {
+    public int length(int field) {
         return (int) table[field * STRIDE + LENGTH];
     }
 
@@ -297,21 +299,21 @@ final class MessageImage {
     }
 
     /** Null when it has none. */
-    String name(int field) {
+    public String name(int field) {
         int length = nameLength(field);
         return length == NO_NAME
                 ? null : new String(bytes, nameAt(field), length, StandardCharsets.UTF_8);
     }
 
     /** The levels of messages inside. */
-    int depth() {
+    public int depth() {
         int depth = 0;
         for (int field = 0; field < count; field++) {
             if (type(field) == QuorlMsgField.MSG) {
-                depth = Math.max(depth, 1 + ImageValues.msg(this, field).image().depth());
+                depth = Math.max(depth, 1 + ImageValues.image(this, field).depth());
             } else if (type(field) == QuorlMsgField.MSGARRAY) {
-                for (QuorlMsgView inside : ImageValues.msgArray(this, field)) {
-                    depth = Math.max(depth, 1 + inside.image().depth());
+                for (MessageImage inside : ImageValues.images(this, field)) {
+                    depth = Math.max(depth, 1 + inside.depth());
                 }
             }
         }
@@ -319,14 +321,14 @@ final class MessageImage {
     }
 
     /** For texts of refusals. */
-    String describe(int field) {
-        return MsgCore.describe(name(field), id(field));
+    public String describe(int field) {
+        return Fields.describe(name(field), id(field));
     }
 
     // ---- search -------------------------------------------------------------------------------------------------------
 
     /** The first field of a name, -1 for none. */
-    int find(Texts.Encoded name) {
+    public int find(Texts.Encoded name) {
         if (cells == null) {
             return findFrom(name, 0);
         }
@@ -341,7 +343,7 @@ final class MessageImage {
     }
 
     /** The first field of a name at a position or behind it, -1 for none. */
-    int findFrom(Texts.Encoded name, int position) {
+    public int findFrom(Texts.Encoded name, int position) {
         long[] t = table;
         long key = name.key;
         for (int entry = position * STRIDE; entry < t.length; entry += STRIDE) {
@@ -353,7 +355,7 @@ final class MessageImage {
     }
 
     /** The field with an id, which is not 0; -1 for none. */
-    int find(int id) {
+    public int find(int id) {
         if (cells == null) {
             for (int field = 0; field < count; field++) {
                 if (id(field) == id) {

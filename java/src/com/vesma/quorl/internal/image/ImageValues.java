@@ -1,5 +1,9 @@
-package com.vesma.quorl;
+package com.vesma.quorl.internal.image;
 
+import com.vesma.quorl.QuorlException;
+import com.vesma.quorl.QuorlMsg;
+import com.vesma.quorl.QuorlMsgField;
+import com.vesma.quorl.QuorlMsgView;
 import java.math.BigInteger;
 import java.net.Inet4Address;
 import java.net.InetAddress;
@@ -19,19 +23,19 @@ import java.util.List;
  * <p>A number is converted when the other type holds the very same one. Refusals name the field, what it is and what was
  * asked for.
  */
-final class ImageValues {
+public final class ImageValues {
     /** The bounds of long in double: both are exact. */
     private static final double TWO_63 = 0x1p63;
 
     private ImageValues() {}
 
-    static QuorlException mismatch(MessageImage image, int field, String wanted) {
-        return new QuorlException(QuorlException.CONVERSION_FAILED,
+    public static QuorlException mismatch(MessageImage image, int field, String wanted) {
+        return ApiAccess.failure(QuorlException.CONVERSION_FAILED,
                 image.describe(field) + ": it is " + QuorlMsgField.typeName(image.type(field)) + ", not " + wanted);
     }
 
     private static QuorlException unfit(MessageImage image, int field, int wanted) {
-        return new QuorlException(QuorlException.CONVERSION_FAILED,
+        return ApiAccess.failure(QuorlException.CONVERSION_FAILED,
                 image.describe(field) + ": " + QuorlMsgField.typeName(image.type(field)) + " " + value(image, field)
                         + " does not fit " + QuorlMsgField.typeName(wanted));
     }
@@ -108,64 +112,64 @@ final class ImageValues {
         return value;
     }
 
-    static boolean bool(MessageImage image, int field) {
+    public static boolean bool(MessageImage image, int field) {
         if (image.type(field) == QuorlMsgField.BOOL) {
             return image.bytes[image.value(field)] != 0;
         }
         return within(image, field, 0, 1, QuorlMsgField.BOOL) != 0;
     }
 
-    static byte i8(MessageImage image, int field) {
+    public static byte i8(MessageImage image, int field) {
         if (image.type(field) == QuorlMsgField.I8) {
             return image.bytes[image.value(field)];
         }
         return (byte) within(image, field, Byte.MIN_VALUE, Byte.MAX_VALUE, QuorlMsgField.I8);
     }
 
-    static int u8(MessageImage image, int field) {
+    public static int u8(MessageImage image, int field) {
         return (int) within(image, field, 0, 0xFF, QuorlMsgField.U8);
     }
 
-    static short i16(MessageImage image, int field) {
+    public static short i16(MessageImage image, int field) {
         if (image.type(field) == QuorlMsgField.I16) {
             return (short) Wire.I16.get(image.bytes, image.value(field));
         }
         return (short) within(image, field, Short.MIN_VALUE, Short.MAX_VALUE, QuorlMsgField.I16);
     }
 
-    static int u16(MessageImage image, int field) {
+    public static int u16(MessageImage image, int field) {
         return (int) within(image, field, 0, 0xFFFF, QuorlMsgField.U16);
     }
 
-    static int i32(MessageImage image, int field) {
+    public static int i32(MessageImage image, int field) {
         if (image.type(field) == QuorlMsgField.I32) {
             return (int) Wire.I32.get(image.bytes, image.value(field));
         }
         return (int) within(image, field, Integer.MIN_VALUE, Integer.MAX_VALUE, QuorlMsgField.I32);
     }
 
-    static long u32(MessageImage image, int field) {
+    public static long u32(MessageImage image, int field) {
         if (image.type(field) == QuorlMsgField.U32) {
             return (int) Wire.I32.get(image.bytes, image.value(field)) & 0xFFFF_FFFFL;
         }
         return within(image, field, 0, 0xFFFF_FFFFL, QuorlMsgField.U32);
     }
 
-    static long i64(MessageImage image, int field) {
+    public static long i64(MessageImage image, int field) {
         if (image.type(field) == QuorlMsgField.I64) {
             return (long) Wire.I64.get(image.bytes, image.value(field));
         }
         return within(image, field, Long.MIN_VALUE, Long.MAX_VALUE, QuorlMsgField.I64);
     }
 
-    static long u64(MessageImage image, int field) {
+    public static long u64(MessageImage image, int field) {
         if (image.type(field) == QuorlMsgField.U64) {
             return (long) Wire.I64.get(image.bytes, image.value(field));
         }
         return within(image, field, 0, Long.MAX_VALUE, QuorlMsgField.U64);
     }
 
-    static float f32(MessageImage image, int field) {
+    public static float f32(MessageImage image, int field) {
         int type = image.type(field);
         if (type == QuorlMsgField.F32) {
             return (float) Wire.F32.get(image.bytes, image.value(field));
@@ -181,7 +185,7 @@ final class ImageValues {
         return (float) exact(image, field, 24, QuorlMsgField.F32);
     }
 
-    static double f64(MessageImage image, int field) {
+    public static double f64(MessageImage image, int field) {
         if (isFloating(image.type(field))) {
             return floating(image, field);
         }
@@ -205,28 +209,28 @@ final class ImageValues {
 
     // ---- other values -------------------------------------------------------------------------------------------------
 
-    static String string(MessageImage image, int field) {
+    public static String string(MessageImage image, int field) {
         int at = typed(image, field, QuorlMsgField.STRING);
         return new String(image.bytes, at, image.length(field) - 1, StandardCharsets.UTF_8);
     }
 
-    static Instant dateTime(MessageImage image, int field) {
+    public static Instant dateTime(MessageImage image, int field) {
         int at = typed(image, field, QuorlMsgField.DATETIME);
         long seconds = (long) Wire.I64.get(image.bytes, at);
         try {
             return Instant.ofEpochSecond(seconds, (int) Wire.I32.get(image.bytes, at + 8));
         } catch (DateTimeException e) {
-            throw new QuorlException(QuorlException.CONVERSION_FAILED,
+            throw ApiAccess.failure(QuorlException.CONVERSION_FAILED,
                     image.describe(field) + ": " + seconds + " seconds are beyond java.time.Instant", e);
         }
     }
 
-    static int ipPort16(MessageImage image, int field) {
+    public static int ipPort16(MessageImage image, int field) {
         int at = typed(image, field, QuorlMsgField.IPPORT16);
         return (image.bytes[at] & 0xFF) << 8 | image.bytes[at + 1] & 0xFF;
     }
 
-    static Inet4Address ipAddr32(MessageImage image, int field) {
+    public static Inet4Address ipAddr32(MessageImage image, int field) {
         int at = typed(image, field, QuorlMsgField.IPADDR32);
         try {
             return (Inet4Address) InetAddress.getByAddress(Arrays.copyOfRange(image.bytes, at, at + 4));
@@ -236,21 +240,27 @@ final class ImageValues {
     }
 
     /** Of an opaque, XML or user-type field, or any other that is one run of bytes. */
-    static byte[] bytes(MessageImage image, int field, int wanted) {
+    public static byte[] bytes(MessageImage image, int field, int wanted) {
         int at = typed(image, field, wanted);
         return Arrays.copyOfRange(image.bytes, at, at + image.length(field));
     }
 
-    static byte[] user(MessageImage image, int field) {
+    public static byte[] user(MessageImage image, int field) {
         if (image.type(field) < QuorlMsgField.USER_FIRST) {
             throw mismatch(image, field, "a user type");
         }
         return bytes(image, field, image.type(field));
     }
 
-    static QuorlMsgView msg(MessageImage image, int field) {
+    public static QuorlMsgView msg(MessageImage image, int field) {
         int at = typed(image, field, QuorlMsgField.MSG);
-        return new QuorlMsgView(image.owner, image.bytes, at, at + image.length(field));
+        return ApiAccess.view(image.owner, image.bytes, at, at + image.length(field));
+    }
+
+    /** The message itself, for who reads it at once. */
+    public static MessageImage image(MessageImage image, int field) {
+        int at = typed(image, field, QuorlMsgField.MSG);
+        return new MessageImage(image.owner, image.bytes, at, at + image.length(field));
     }
 
     // ---- arrays -------------------------------------------------------------------------------------------------------
@@ -264,11 +274,11 @@ final class ImageValues {
         return ByteBuffer.wrap(image.bytes, at, image.length(field) * Wire.size(wanted)).order(ByteOrder.LITTLE_ENDIAN);
     }
 
-    static byte[] i8Array(MessageImage image, int field) {
+    public static byte[] i8Array(MessageImage image, int field) {
         return bytes(image, field, QuorlMsgField.I8ARRAY);
     }
 
-    static short[] u8Array(MessageImage image, int field) {
+    public static short[] u8Array(MessageImage image, int field) {
         int at = typed(image, field, QuorlMsgField.U8ARRAY);
         short[] values = new short[image.length(field)];
         for (int i = 0; i < values.length; i++) {
@@ -277,13 +287,13 @@ final class ImageValues {
         return values;
     }
 
-    static short[] i16Array(MessageImage image, int field) {
+    public static short[] i16Array(MessageImage image, int field) {
         short[] values = new short[lengthOf(image, field, QuorlMsgField.I16ARRAY)];
         elements(image, field, QuorlMsgField.I16ARRAY).asShortBuffer().get(values);
         return values;
     }
 
-    static int[] u16Array(MessageImage image, int field) {
+    public static int[] u16Array(MessageImage image, int field) {
         int at = typed(image, field, QuorlMsgField.U16ARRAY);
         int[] values = new int[image.length(field)];
         for (int i = 0; i < values.length; i++) {
@@ -292,7 +302,7 @@ final class ImageValues {
         return values;
     }
 
-    static int[] i32Array(MessageImage image, int field) {
+    public static int[] i32Array(MessageImage image, int field) {
         int[] values = new int[lengthOf(image, field, QuorlMsgField.I32ARRAY)];
         if (values.length > SHORT_ARRAY) {
             elements(image, field, QuorlMsgField.I32ARRAY).asIntBuffer().get(values);
@@ -304,7 +314,7 @@ final class ImageValues {
         return values;
     }
 
-    static long[] u32Array(MessageImage image, int field) {
+    public static long[] u32Array(MessageImage image, int field) {
         int at = typed(image, field, QuorlMsgField.U32ARRAY);
         long[] values = new long[image.length(field)];
         for (int i = 0; i < values.length; i++) {
@@ -313,11 +323,11 @@ final class ImageValues {
         return values;
     }
 
-    static long[] i64Array(MessageImage image, int field) {
+    public static long[] i64Array(MessageImage image, int field) {
         return longs(image, field, QuorlMsgField.I64ARRAY);
     }
 
-    static long[] u64Array(MessageImage image, int field) {
+    public static long[] u64Array(MessageImage image, int field) {
         return longs(image, field, QuorlMsgField.U64ARRAY);
     }
 
@@ -327,13 +337,13 @@ final class ImageValues {
         return values;
     }
 
-    static float[] f32Array(MessageImage image, int field) {
+    public static float[] f32Array(MessageImage image, int field) {
         float[] values = new float[lengthOf(image, field, QuorlMsgField.F32ARRAY)];
         elements(image, field, QuorlMsgField.F32ARRAY).asFloatBuffer().get(values);
         return values;
     }
 
-    static double[] f64Array(MessageImage image, int field) {
+    public static double[] f64Array(MessageImage image, int field) {
         double[] values = new double[lengthOf(image, field, QuorlMsgField.F64ARRAY)];
         elements(image, field, QuorlMsgField.F64ARRAY).asDoubleBuffer().get(values);
         return values;
@@ -344,7 +354,7 @@ final class ImageValues {
         return image.length(field);
     }
 
-    static String[] stringArray(MessageImage image, int field) {
+    public static String[] stringArray(MessageImage image, int field) {
         int at = typed(image, field, QuorlMsgField.STRINGARRAY);
         String[] values = new String[image.length(field)];
         for (int i = 0; i < values.length; i++) {
@@ -358,14 +368,27 @@ final class ImageValues {
         return values;
     }
 
-    static List<QuorlMsgView> msgArray(MessageImage image, int field) {
+    public static List<QuorlMsgView> msgArray(MessageImage image, int field) {
+        return messages(image, field, ApiAccess::view);
+    }
+
+    /** The messages themselves, for who reads them at once. */
+    public static List<MessageImage> images(MessageImage image, int field) {
+        return messages(image, field, MessageImage::new);
+    }
+
+    private interface Message<T> {
+        T of(MessageGuard owner, byte[] bytes, int start, int end);
+    }
+
+    private static <T> List<T> messages(MessageImage image, int field, Message<T> message) {
         int at = typed(image, field, QuorlMsgField.MSGARRAY);
         int length = image.length(field);
-        List<QuorlMsgView> values = new ArrayList<>(length);
+        List<T> values = new ArrayList<>(length);
         for (int i = 0; i < length; i++) {
             at = Wire.alignUp(at, Wire.MESSAGE_ALIGNMENT);
             int end = at + (int) Wire.I32.get(image.bytes, at + Wire.SIZE_AT);
-            values.add(new QuorlMsgView(image.owner, image.bytes, at, end));
+            values.add(message.of(image.owner, image.bytes, at, end));
             at = end;
         }
         return values;
@@ -374,13 +397,13 @@ final class ImageValues {
     // ---- any type -----------------------------------------------------------------------------------------------------
 
     /** The elements of an array, 1 for anything else. */
-    static int count(MessageImage image, int field) {
+    public static int count(MessageImage image, int field) {
         int kind = Wire.kind(image.type(field));
         return kind == Wire.NUMBERS || kind == Wire.TEXTS || kind == Wire.MESSAGES ? image.length(field) : 1;
     }
 
     /** Bytes of the value, or of one element of an array, as they are in C. */
-    static int size(MessageImage image, int field) {
+    public static int size(MessageImage image, int field) {
         int type = image.type(field);
         switch (Wire.kind(type)) {
             case Wire.SCALAR:
@@ -396,7 +419,7 @@ final class ImageValues {
     }
 
     /** The value as {@link QuorlMsgField#getValue} gives it, but for messages, which are views. */
-    static Object value(MessageImage image, int field) {
+    public static Object value(MessageImage image, int field) {
         int type = image.type(field);
         switch (type) {
             case QuorlMsgField.BOOL:
@@ -460,7 +483,7 @@ final class ImageValues {
         }
     }
 
-    static BigInteger unsigned(long bits) {
+    public static BigInteger unsigned(long bits) {
         BigInteger value = BigInteger.valueOf(bits & Long.MAX_VALUE);
         return bits < 0 ? value.setBit(63) : value;
     }
