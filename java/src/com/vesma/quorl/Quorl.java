@@ -133,7 +133,7 @@ public final class Quorl implements AutoCloseable {
             closeWhatIsLeft();
             daemons = ClosingLosses.daemonsInUse();
         } finally {
-            Inside.libraryCloses();
+            EngineQueries.libraryCloses();
             CircuitWatch.libraryCloses();
             status = quorl_Close();
             if (status == QuorlException.DAEMON_NOT_CONNECTED) {
@@ -165,7 +165,7 @@ public final class Quorl implements AutoCloseable {
             return null;
         }
         String words = FailureDetail.last();
-        Inside.libraryCloses();
+        EngineQueries.libraryCloses();
         quorl_Close();
         return words;
     }
