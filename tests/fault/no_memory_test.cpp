@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "companion/support.h"
+#include "companion/credentials.h"
 #include "failing_allocator.h"
 #include "quorl/private.h"
 #include "quorl/quorl.h"
@@ -328,14 +328,14 @@ TEST_F(NoMemory, circuits) {
 
 TEST_F(NoMemory, credentials) {
     failEach("user", Whose::callers, [] {
-        const quorl_status set = _quorlSupport_SetUser("a name", "a password");
-        const quorl_status taken = _quorlSupport_SetUser(nullptr, nullptr);
+        const quorl_status set = quorl::companion::setUser("a name", "a password");
+        const quorl_status taken = quorl::companion::setUser(nullptr, nullptr);
         return set == QUORL_OK ? taken : set;
     });
     failEach("certificates", Whose::callers, [] {
         const char* daemon = "a-daemon-with-a-long-name";
-        const quorl_status set = _quorlSupport_SetDaemonCertificates(daemon, "not looked at here");
-        const quorl_status taken = _quorlSupport_SetDaemonCertificates(daemon, nullptr);
+        const quorl_status set = quorl::companion::setDaemonCertificates(daemon, "not looked at here");
+        const quorl_status taken = quorl::companion::setDaemonCertificates(daemon, nullptr);
         return set == QUORL_OK ? taken : set;
     });
 }
