@@ -7,6 +7,7 @@
 #include "base/mutex.h"
 #include "companion/border.h"
 #include "companion/objects.h"
+#include "companion/parameters.h"
 #include "transport/statistics.h"
 
 namespace quorl::companion {
@@ -15,9 +16,6 @@ namespace {
 constinit Mutex adding;
 // The newest first; only ever grows.
 constinit std::atomic<Module*> modules{nullptr};
-
-constexpr NumberParameter ledgerHighwaterParameter{"certified.ledger.highwater", 0};
-constexpr const Parameter* allParameters[] = {&ledgerHighwaterParameter};
 
 bool known(const Module& module) noexcept {
     for (const Module* each = modules.load(std::memory_order_acquire); each != nullptr; each = each->next) {
@@ -72,7 +70,7 @@ void forget() noexcept {
 }  // namespace
 
 constinit const environment::Module border{
-    .parameters = allParameters, .start = start, .close = close, .stop = stop, .forget = forget};
+    .parameters = parameters::all, .start = start, .close = close, .stop = stop, .forget = forget};
 
 quorl_status use(Module& module) noexcept {
     if (!environment::isOpen()) return environment::requireOpen();
@@ -85,7 +83,7 @@ quorl_status use(Module& module) noexcept {
 }
 
 uint32_t parameters::ledgerHighwater() noexcept {
-    return environment::parameters().of(ledgerHighwaterParameter);
+    return environment::parameters().of(ledgerHighwaterMegabytes);
 }
 
 }  // namespace quorl::companion
