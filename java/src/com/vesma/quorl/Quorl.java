@@ -131,7 +131,6 @@ public final class Quorl implements AutoCloseable {
             daemons = ClosingLosses.daemonsInUse();
         } finally {
             Inside.libraryCloses();
-            CircuitWatch.libraryCloses();
             status = quorl_Close();
             if (status == QuorlException.DAEMON_NOT_CONNECTED) {
                 losses = ClosingLosses.take(wordsOfTheClose(), daemons);
