@@ -447,6 +447,8 @@ TEST_P(Conformance, reports_that_it_is_away_and_back_again) {
         bus_->comeBack();
         ASSERT_TRUE(until([&] { return stateOf(bus_->here)->phase() == Phase::connected; }));
     }
+    // Observers are told one after the other.
+    ASSERT_TRUE(until([&] { return recorder->words().size() >= 6; }));
     EXPECT_EQ(recorder->words(),
               (Words{"largest", "connected", "away with a reason", "back", "away with a reason", "back"}));
 }
@@ -471,6 +473,8 @@ TEST_P(Conformance, reports_that_it_is_lost_and_refuses_from_then_on) {
     EXPECT_TRUE(until([&] { return !asked.numbers.empty(); }));
     bus_->lose();
     ASSERT_TRUE(until([&] { return stateOf(bus_->here)->phase() == Phase::lost; }));
+    // Observers are told one after the other.
+    ASSERT_TRUE(until([&] { return recorder->words().size() >= 3; }));
     EXPECT_EQ(recorder->words(), (Words{"largest", "connected", "lost with a reason"}));
     const quorl_status refused = tryToSend(bus_->here, numbered("a", 0));
     EXPECT_TRUE(refused == QUORL_VC_NOT_CONNECTED || refused == QUORL_DAEMON_NOT_CONNECTED) << refused;
