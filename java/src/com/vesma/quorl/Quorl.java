@@ -135,6 +135,7 @@ public final class Quorl implements AutoCloseable {
         } finally {
             Inside.libraryCloses();
             CircuitWatch.libraryCloses();
+            CmDeliveries.libraryCloses();
             status = quorl_Close();
             if (status == QuorlException.DAEMON_NOT_CONNECTED) {
                 losses = ClosingLosses.take(wordsOfTheClose(), daemons);
