@@ -1,4 +1,4 @@
-// Threads that lock, pin and guard the same few things as fast as they can, over both ways in which threads announce what
+// Threads that lock, pin and guard the same few things as fast as they can, over both ways in which threads publish what
 // they use: with the barrier that the kernel runs on all threads, and without it.
 //
 // QUORL_STRESS_SECONDS sets how long each test runs.
@@ -130,7 +130,7 @@ TEST_P(ConcurrencyStress, nothing_is_freed_under_a_guard_a_pin_or_a_reference) {
         } else {
             Watched* kept = nullptr;
             {
-                Section section(thread);
+                ReadGuard guard(thread);
                 auto* record = registry::find<Watched>(id);
                 if (record == nullptr) return;
                 ASSERT_FALSE(record->gone.load());

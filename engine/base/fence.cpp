@@ -1,4 +1,4 @@
-// The rare side of announcements.
+// The rare side of the asymmetric fence.
 #include "base/fence.h"
 
 #include <linux/membarrier.h>

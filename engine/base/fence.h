@@ -1,9 +1,9 @@
-// Cheap announcements: a thread that publishes "I use this" with a plain store, where the rare thread that must see all
-// announcements pays for the ordering instead.
+// Asymmetric fence: a thread that publishes "I use this" with a plain store, where the rare thread that must see all
+// of these stores pays for the ordering instead.
 //
-// The frequent side:  announce(cell, value); then reads with seq_cst loads whether it may go on.
+// The frequent side:  publishHazard(cell, value); then reads with seq_cst loads whether it may go on.
 // The rare side:      forbids with a seq_cst store; heavyFence(); then reads the cells.
-// Either the rare side sees the announcement, or the frequent side sees that it may not go on.
+// Either the rare side sees the store, or the frequent side sees that it may not go on.
 #pragma once
 
 #include <atomic>
@@ -30,7 +30,7 @@ void prepare() noexcept;
 }  // namespace fence
 
 template <class T>
-inline void announce(std::atomic<T>& cell, T value) noexcept {
+inline void publishHazard(std::atomic<T>& cell, T value) noexcept {
 #ifndef QUORL_TSAN
     if (fence::processWide.load(std::memory_order_relaxed)) [[likely]] {
         cell.store(value, std::memory_order_release);

@@ -14,31 +14,18 @@ using Step = Interleaving::Step;
 
 struct MutexSteps {
     bool fence = true;      // heavyFence of a thread that is about to sleep
-    bool announces = true;  // it counts itself among the sleepers first
+    bool publishes = true;  // it counts itself among the sleepers first
     bool wakes = true;      // unlock looks for sleepers
 };
 
 enum MutexCell : uint32_t { held, sleepers, inside };
 
 Interleaving::Program lockAndUnlock(const MutexSteps& with) {
-    enum : uint32_t {
-        fast,
-        announceSleeper,
-        fence,
-        attempt,
-        sleep,
-        leaveSleepers,
-        enter,
-        leave,
-        unlock,
-        look,
-        wake,
-        end
-    };
+    enum : uint32_t { fast, countSleeper, fence, attempt, sleep, leaveSleepers, enter, leave, unlock, look, wake, end };
     Interleaving::Program steps(end);
-    steps[fast] = [](Step& s) { s.goTo(s.compareExchange(held, 0, 1) ? enter : announceSleeper); };
-    steps[announceSleeper] = [with](Step& s) {
-        if (with.announces) s.add(sleepers, 1);
+    steps[fast] = [](Step& s) { s.goTo(s.compareExchange(held, 0, 1) ? enter : countSleeper); };
+    steps[countSleeper] = [with](Step& s) {
+        if (with.publishes) s.add(sleepers, 1);
     };
     steps[fence] = [with](Step& s) {
         if (with.fence) s.barrierOnAllThreads();
@@ -49,7 +36,7 @@ Interleaving::Program lockAndUnlock(const MutexSteps& with) {
         s.goTo(attempt);
     };
     steps[leaveSleepers] = [with](Step& s) {
-        if (with.announces) s.add(sleepers, -1);
+        if (with.publishes) s.add(sleepers, -1);
     };
     steps[enter] = [](Step& s) {
         if (s.exchange(inside, 1) != 0) s.fail("two threads hold the mutex");
@@ -71,9 +58,9 @@ TEST(MutexModel, is_exclusive_and_loses_no_wake_up) {
     EXPECT_EQ(explored({}), "");
 }
 
-TEST(MutexModel, rests_on_the_fence_the_announcement_and_the_look) {
+TEST(MutexModel, rests_on_the_fence_the_count_and_the_look) {
     EXPECT_EQ(explored({.fence = false}), "all threads sleep");
-    EXPECT_EQ(explored({.announces = false}), "all threads sleep");
+    EXPECT_EQ(explored({.publishes = false}), "all threads sleep");
     EXPECT_EQ(explored({.wakes = false}), "all threads sleep");
 }
 
@@ -82,7 +69,7 @@ TEST(MutexModel, rests_on_the_fence_the_announcement_and_the_look) {
 // One record, one thread that pins and uses it, and the one that closes it and frees it.
 struct PinSteps {
     bool fenceAfterClosing = true;
-    bool looksAgain = true;        // after the pin is announced, whether the record is still open
+    bool looksAgain = true;        // after the pin is published, whether the record is still open
     bool fenceAfterAsking = true;  // between asking to be told of the pin's end and the look that may end in sleep
     bool tells = true;             // the thread that unpins looks whether it is asked
 };
@@ -91,12 +78,12 @@ enum PinCell : uint32_t { word, pin, watched, signals, freed };
 enum : int { isClosed = 0, isOpen = 1 };
 
 Interleaving::Program pinAndUse(const PinSteps& with) {
-    enum : uint32_t { announce, check, use, useAgain, withdraw, look, poke, wake, end };
+    enum : uint32_t { publish, check, use, useAgain, withdraw, look, poke, wake, end };
     Interleaving::Program steps(end);
     const auto used = [](Step& s) {
         if (s.load(freed) != 0) s.fail("used after it was freed");
     };
-    steps[announce] = [](Step& s) { s.store(pin, 1); };
+    steps[publish] = [](Step& s) { s.store(pin, 1); };
     steps[check] = [with](Step& s) { s.goTo(!with.looksAgain || s.load(word) == isOpen ? use : withdraw); };
     steps[use] = used;
     steps[useAgain] = used;
@@ -151,13 +138,13 @@ TEST(PinModel, rests_on_both_fences_the_second_look_and_the_telling) {
 // ---- read guards (thread_state.h, reclaimer.cpp) ------------------------------------------------------------------
 
 struct GuardSteps {
-    bool announces = true;
+    bool publishes = true;
     bool fenceAfterClosing = true;
     bool fenceAfterAsking = true;
     bool tells = true;
 };
 
-enum GuardCell : uint32_t { section = pin };
+enum GuardCell : uint32_t { guard = pin };
 
 Interleaving::Program readUnderGuard(const GuardSteps& with) {
     enum : uint32_t { begin, find, use, useAgain, finish, look, poke, wake, end };
@@ -166,13 +153,13 @@ Interleaving::Program readUnderGuard(const GuardSteps& with) {
         if (s.load(freed) != 0) s.fail("used after it was freed");
     };
     steps[begin] = [with](Step& s) {
-        if (with.announces) s.store(section, 1);
+        if (with.publishes) s.store(guard, 1);
     };
     steps[find] = [](Step& s) { s.goTo(s.load(word) == isOpen ? use : finish); };
     steps[use] = used;
     steps[useAgain] = used;
     steps[finish] = [with](Step& s) {
-        if (with.announces) s.store(section, 2);
+        if (with.publishes) s.store(guard, 2);
     };
     steps[look] = [with](Step& s) { s.goTo(with.tells && s.load(watched) != 0 ? poke : end); };
     steps[poke] = [](Step& s) { s.add(signals, 1); };
@@ -189,7 +176,7 @@ Interleaving::Program closeAndWaitForGuards(const GuardSteps& with) {
         if (with.fenceAfterClosing) s.barrierOnAllThreads();
     };
     steps[see] = [](Step& s) {
-        s.local(seen) = s.load(section);
+        s.local(seen) = s.load(guard);
         if (s.local(seen) % 2 == 0) s.goTo(release);
     };
     steps[count] = [](Step& s) { s.local(counted) = s.load(signals); };
@@ -197,7 +184,7 @@ Interleaving::Program closeAndWaitForGuards(const GuardSteps& with) {
     steps[fenceAgain] = [with](Step& s) {
         if (with.fenceAfterAsking) s.barrierOnAllThreads();
     };
-    steps[compare] = [](Step& s) { s.goTo(s.load(section) != s.local(seen) ? release : sleep); };
+    steps[compare] = [](Step& s) { s.goTo(s.load(guard) != s.local(seen) ? release : sleep); };
     steps[sleep] = [](Step& s) {
         s.sleepWhile(signals, s.local(counted));
         s.goTo(count);
@@ -217,8 +204,8 @@ TEST(ReadGuardModel, no_record_is_freed_under_a_guard_and_the_guards_end_is_told
     EXPECT_EQ(explored(GuardSteps()), "");
 }
 
-TEST(ReadGuardModel, rests_on_the_announcement_both_fences_and_the_telling) {
-    EXPECT_EQ(explored(GuardSteps{.announces = false}), "used after it was freed");
+TEST(ReadGuardModel, rests_on_the_store_both_fences_and_the_telling) {
+    EXPECT_EQ(explored(GuardSteps{.publishes = false}), "used after it was freed");
     EXPECT_EQ(explored(GuardSteps{.fenceAfterClosing = false}), "used after it was freed");
     EXPECT_EQ(explored(GuardSteps{.fenceAfterAsking = false}), "all threads sleep");
     EXPECT_EQ(explored(GuardSteps{.tells = false}), "all threads sleep");

@@ -30,7 +30,7 @@ class QUORL_LOCK Mutex {
         return held_.compare_exchange_strong(expected, 1, std::memory_order_acquire, std::memory_order_relaxed);
     }
     void unlock() noexcept RELEASE() {
-        announce<uint32_t>(held_, 0);
+        publishHazard<uint32_t>(held_, 0);
         if (sleepers_.load(std::memory_order_seq_cst) != 0) [[unlikely]]
             futexWake(held_);
     }

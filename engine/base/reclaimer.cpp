@@ -1,4 +1,4 @@
-// Finding out that nobody uses a closed record: sections must have ended, pins and references must be gone.
+// Finding out that nobody uses a closed record: read guards must have ended, pins and references must be gone.
 #include "base/reclaimer.h"
 
 #include <algorithm>
@@ -33,19 +33,19 @@ struct PinSeen {
     ThreadState* thread;
 };
 
-// Sections are short: waiting for those that run is waiting for a few microseconds of somebody else's work.
-void waitForSections() noexcept {
+// Read guards are short: waiting for those that run is waiting for a few microseconds of somebody else's work.
+void waitForReaders() noexcept {
     for (ThreadState* thread = ThreadState::first(); thread != nullptr; thread = thread->nextState) {
-        const uint64_t seen = thread->section.load(std::memory_order_seq_cst);
+        const uint64_t seen = thread->guard.load(std::memory_order_seq_cst);
         if (seen % 2 == 0) continue;
         for (;;) {
             const uint32_t count = signalCount.load(std::memory_order_acquire);
-            thread->sectionWatched.store(true, std::memory_order_seq_cst);
+            thread->guardWatched.store(true, std::memory_order_seq_cst);
             heavyFence();
-            if (thread->section.load(std::memory_order_seq_cst) != seen) break;
+            if (thread->guard.load(std::memory_order_seq_cst) != seen) break;
             futexWait(signalCount, count);
         }
-        thread->sectionWatched.store(false, std::memory_order_relaxed);
+        thread->guardWatched.store(false, std::memory_order_relaxed);
     }
 }
 
@@ -130,7 +130,7 @@ void run() {
         }
         if (fresh != nullptr) {
             heavyFence();
-            waitForSections();
+            waitForReaders();
             while (fresh != nullptr) {
                 Record* record = fresh;
                 fresh = record->nextRetired;

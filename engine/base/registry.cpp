@@ -149,7 +149,7 @@ void release(Record& record) noexcept {
 }
 
 Record* pinSlow(ThreadState& state, uint32_t id, uint16_t type) noexcept {
-    Section section(state);
+    ReadGuard guard(state);
     Record* record = find(id, type);
     if (record != nullptr) acquireReference(*record);
     return record;

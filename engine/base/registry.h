@@ -1,7 +1,7 @@
 // The table of objects: 32-bit ids to records, safe against stale and invented ids.
 //
-//     Section section(*thread);
-//     Queue* queue = registry::find<Queue>(id);        // lives until the section ends
+//     ReadGuard guard(*thread);
+//     Queue* queue = registry::find<Queue>(id);        // lives until the guard ends
 //
 //     registry::Pin<Queue> queue(*thread, id);         // lives until the pin ends; may block and run user code meanwhile
 #pragma once
@@ -42,7 +42,7 @@ constexpr uint64_t wordOf(uint32_t id, uint16_t type, State state) noexcept {
     return static_cast<uint64_t>(id) << 32 | static_cast<uint64_t>(type) << 8 | state;
 }
 
-// Only inside a section: the open object of that id and type, or null.
+// Only under a read guard: the open object of that id and type, or null.
 inline Record* find(uint32_t id, uint16_t type) noexcept {
     Slot* slot = slotOf(id);
     if (slot == nullptr || slot->word.load(std::memory_order_seq_cst) != wordOf(id, type, open)) return nullptr;
@@ -65,14 +65,14 @@ inline Record* pin(ThreadState& state, uint32_t id, uint16_t type) noexcept {
     if (state.pinCount == ThreadState::maxPins) [[unlikely]]
         return pinSlow(state, id, type);
     auto& cell = state.pins[state.pinCount];
-    announce(cell, record);
+    publishHazard(cell, record);
     // The second look at the record: the id may be an invented one that came true between the two loads.
     if (slot->word.load(std::memory_order_seq_cst) == wordOf(id, type, open) &&
         slot->record.load(std::memory_order_acquire) == record) [[likely]] {
         ++state.pinCount;
         return record;
     }
-    announce<Record*>(cell, nullptr);
+    publishHazard<Record*>(cell, nullptr);
     if (state.pinsWatched.load(std::memory_order_seq_cst)) pokeReclaimer();
     return nullptr;
 }
@@ -82,7 +82,7 @@ inline void unpin(ThreadState& state, Record* record) noexcept {
         unpinSlow(state, record);
         return;
     }
-    announce<Record*>(state.pins[--state.pinCount], nullptr);
+    publishHazard<Record*>(state.pins[--state.pinCount], nullptr);
     if (state.pinsWatched.load(std::memory_order_seq_cst)) [[unlikely]]
         pokeReclaimer();
 }
@@ -130,7 +130,7 @@ Record* close(uint32_t id, uint16_t type) noexcept;
 // Hands a closed record to the reclaimer, which completes it when its users are gone, frees it and its id.
 void retire(Record& record) noexcept;
 
-// A reference that outlives sections and pins; only inside a section, on an open object that was found in it.
+// A reference that outlives read guards and pins; Only under a read guard, on an open object that was found in it.
 inline void acquireReference(Record& record) noexcept {
     record.references.fetch_add(1, std::memory_order_relaxed);
 }

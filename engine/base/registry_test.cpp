@@ -55,7 +55,7 @@ class Registry : public testing::Test {
         registry::retire(*record);
     }
     bool finds(uint32_t id, uint16_t type = Counted::objectType) {
-        Section section(*thread);
+        ReadGuard guard(*thread);
         return registry::find(id, type) != nullptr;
     }
     ThreadState* thread = nullptr;
@@ -133,7 +133,7 @@ TEST_F(Registry, completesWhenTheLastReferenceIsGivenBack) {
     Counted record;
     const uint32_t id = publish(record);
     {
-        Section section(*thread);
+        ReadGuard guard(*thread);
         registry::acquireReference(record);
     }
     closeAndRetire(id);

@@ -23,12 +23,12 @@ struct alignas(128) ThreadState {
     static constexpr uint32_t maxPins = 64;
     static constexpr uint32_t slotCount = 256;
 
-    // Odd while the thread is inside a section (see Section). Written by the owner, read by the reclaimer.
-    std::atomic<uint64_t> section{0};
-    // Set by the reclaimer when it waits for this thread; the owner tells it when a section, or a pin, ends.
-    std::atomic<bool> sectionWatched{false};
+    // Odd while the thread is under a read guard (see ReadGuard). Written by the owner, read by the reclaimer.
+    std::atomic<uint64_t> guard{0};
+    // Set by the reclaimer when it waits for this thread; the owner tells it when a read guard, or a pin, ends.
+    std::atomic<bool> guardWatched{false};
     std::atomic<bool> pinsWatched{false};
-    uint32_t sectionDepth = 0;
+    uint32_t guardDepth = 0;
     uint32_t pinCount = 0;
     uint32_t callbackDepth = 0;  // callbacks of the user that run on this thread, one inside the other
 
@@ -58,7 +58,7 @@ struct alignas(128) ThreadState {
         return std::launder(reinterpret_cast<const Part*>(room.memory));
     }
 
-    // The objects that this thread uses beyond a section, as a stack. Written by the owner, read by the reclaimer.
+    // The objects that this thread uses beyond a read guard, as a stack. Written by the owner, read by the reclaimer.
     std::array<std::atomic<Record*>, maxPins> pins{};
 
     std::array<void*, slotCount> slots{};
@@ -104,19 +104,19 @@ inline ThreadState* threadState() noexcept {
 void pokeReclaimer() noexcept;
 
 // A stretch of code without blocking waits and user code, during which no record that it finds is freed.
-class [[nodiscard]] Section {
+class [[nodiscard]] ReadGuard {
   public:
-    explicit Section(ThreadState& state) noexcept : state_(state) {
-        if (state_.sectionDepth++ == 0) announce(state_.section, state_.section.load(std::memory_order_relaxed) + 1);
+    explicit ReadGuard(ThreadState& state) noexcept : state_(state) {
+        if (state_.guardDepth++ == 0) publishHazard(state_.guard, state_.guard.load(std::memory_order_relaxed) + 1);
     }
-    ~Section() {
-        if (--state_.sectionDepth != 0) return;
-        announce(state_.section, state_.section.load(std::memory_order_relaxed) + 1);
-        if (state_.sectionWatched.load(std::memory_order_seq_cst)) [[unlikely]]
+    ~ReadGuard() {
+        if (--state_.guardDepth != 0) return;
+        publishHazard(state_.guard, state_.guard.load(std::memory_order_relaxed) + 1);
+        if (state_.guardWatched.load(std::memory_order_seq_cst)) [[unlikely]]
             pokeReclaimer();
     }
-    Section(const Section&) = delete;
-    Section& operator=(const Section&) = delete;
+    ReadGuard(const ReadGuard&) = delete;
+    ReadGuard& operator=(const ReadGuard&) = delete;
 
   private:
     ThreadState& state_;

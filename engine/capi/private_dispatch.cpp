@@ -6,11 +6,11 @@ using namespace quorl;
 
 extern "C" {
 
-quorl_status _quorlDispatchable_SetThreadKey(void* key) {
+quorl_status _quorlDispatchable_SetThreadKey(void* key) noexcept {
     return event::setThreadKey(key);
 }
 
-quorl_status _quorlDispatchable_Signal(quorl_u32 id) {
+quorl_status _quorlDispatchable_Signal(quorl_u32 id) noexcept {
     return event::signalDispatchable(id);
 }
 

@@ -22,21 +22,22 @@ quorl_status noObject(quorl_u32 id, quorl_u32 type) noexcept {
 
 extern "C" {
 
-quorl_status _quorlObjectId_Verify(quorl_u32 id, quorl_u32 type) {
+quorl_status _quorlObjectId_Verify(quorl_u32 id, quorl_u32 type) noexcept {
     ThreadState* state = threadState();
     if (state == nullptr) return noThreadState();
-    Section section(*state);
+    ReadGuard guard(*state);
     if (type > UINT16_MAX || registry::find(id, static_cast<uint16_t>(type)) == nullptr) return noObject(id, type);
     return QUORL_OK;
 }
 
-quorl_status _quorlObjectId_GetEx(quorl_u32 id, quorl_u32 type, void** record, quorl_u32 acquire, quorl_u32 flags) {
+quorl_status _quorlObjectId_GetEx(quorl_u32 id, quorl_u32 type, void** record, quorl_u32 acquire,
+                                  quorl_u32 flags) noexcept {
     if (record == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the record is null");
     *record = nullptr;
     if (acquire > 1 || flags != 0) return fail(QUORL_INVALID_ARG, "acquire must be 0 or 1, and flags 0");
     ThreadState* state = threadState();
     if (state == nullptr) return noThreadState();
-    Section section(*state);
+    ReadGuard guard(*state);
     Record* found = type > UINT16_MAX ? nullptr : registry::find(id, static_cast<uint16_t>(type));
     if (found == nullptr) return noObject(id, type);
     if (acquire == 1) registry::acquireReference(*found);
@@ -44,7 +45,7 @@ quorl_status _quorlObjectId_GetEx(quorl_u32 id, quorl_u32 type, void** record, q
     return QUORL_OK;
 }
 
-quorl_status _quorlObjectId_ReleaseEx(void* record, quorl_u32 acquire) {
+quorl_status _quorlObjectId_ReleaseEx(void* record, quorl_u32 acquire) noexcept {
     if (record == nullptr || acquire > 1)
         return fail(QUORL_INVALID_ARG, "the record is null, or acquire is neither 0 nor 1");
     if (forked::here()) return fail(QUORL_NOT_PERMITTED, "a forked process");

@@ -22,28 +22,28 @@ quorl_status noMemory() noexcept {
 
 extern "C" {
 
-quorl_status _quorlSupport_Fail(quorl_status status, const char* text) {
+quorl_status _quorlSupport_Fail(quorl_status status, const char* text) noexcept {
     return fail(status, "%s", text == nullptr ? "" : text);
 }
 
-void _quorlSupport_Advise(quorlMsg advisory) {
+void _quorlSupport_Advise(quorlMsg advisory) noexcept {
     transport::adviseOf(advisory);
 }
 
-quorl_status _quorlSupport_SetDaemonCertificates(const char* daemonName, const char* pem) {
+quorl_status _quorlSupport_SetDaemonCertificates(const char* daemonName, const char* pem) noexcept {
     Secret kept;
     if (!take(pem, &kept)) return noMemory();
     return secure::setDaemonCertificates(daemonName, std::move(kept));
 }
 
-quorl_status _quorlSupport_SetIdentity(const char* certPem, const char* keyPem) {
+quorl_status _quorlSupport_SetIdentity(const char* certPem, const char* keyPem) noexcept {
     Secret certificate;
     Secret key;
     if (!take(certPem, &certificate) || !take(keyPem, &key)) return noMemory();
     return secure::setIdentity(std::move(certificate), std::move(key));
 }
 
-quorl_status _quorlSupport_SetUser(const char* name, const char* password) {
+quorl_status _quorlSupport_SetUser(const char* name, const char* password) noexcept {
     Secret user;
     Secret secret;
     if (!take(name, &user) || !take(password, &secret)) return noMemory();

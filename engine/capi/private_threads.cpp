@@ -44,16 +44,16 @@ quorl_status refuseForked() noexcept {
 
 extern "C" {
 
-quorl_status _quorlThreadLocal_Create(_quorlThreadLocal* key) {
+quorl_status _quorlThreadLocal_Create(_quorlThreadLocal* key) noexcept {
     return _quorlThreadLocal_CreateEx(key, nullptr);
 }
 
-quorl_status _quorlThreadLocal_CreateEx(_quorlThreadLocal* key, void (*destructor)(void*)) {
+quorl_status _quorlThreadLocal_CreateEx(_quorlThreadLocal* key, void (*destructor)(void*)) noexcept {
     if (key == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the slot is null");
     return createThreadSlot(key, destructor);
 }
 
-quorl_status _quorlThreadLocal_Set(_quorlThreadLocal key, void* value) {
+quorl_status _quorlThreadLocal_Set(_quorlThreadLocal key, void* value) noexcept {
     if (!validKey(key)) return noSuchSlot(key);
     ThreadState* state = threadState();
     if (state == nullptr) return noThreadState();
@@ -61,7 +61,7 @@ quorl_status _quorlThreadLocal_Set(_quorlThreadLocal key, void* value) {
     return QUORL_OK;
 }
 
-quorl_status _quorlThreadLocal_Get(_quorlThreadLocal key, void** value) {
+quorl_status _quorlThreadLocal_Get(_quorlThreadLocal key, void** value) noexcept {
     if (value == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the value is null");
     if (!validKey(key)) return noSuchSlot(key);
     ThreadState* state = threadState();
@@ -70,7 +70,7 @@ quorl_status _quorlThreadLocal_Get(_quorlThreadLocal key, void** value) {
     return QUORL_OK;
 }
 
-quorl_status _quorlMutex_Create(_quorlMutex* mutex) {
+quorl_status _quorlMutex_Create(_quorlMutex* mutex) noexcept {
     if (mutex == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the mutex is null");
     if (forked::here()) return refuseForked();
     auto* made = new (std::nothrow) __quorlMutex{};
@@ -83,7 +83,7 @@ quorl_status _quorlMutex_Create(_quorlMutex* mutex) {
     return QUORL_OK;
 }
 
-quorl_status _quorlMutex_Destroy(_quorlMutex mutex) {
+quorl_status _quorlMutex_Destroy(_quorlMutex mutex) noexcept {
     if (mutex == nullptr) return fail(QUORL_INVALID_ARG, "the mutex is null");
     if (forked::here()) return refuseForked();
     // POSIX leaves the destruction of a locked mutex undefined, so it is looked for first.
@@ -94,7 +94,7 @@ quorl_status _quorlMutex_Destroy(_quorlMutex mutex) {
     return QUORL_OK;
 }
 
-quorl_status _quorlCondition_Create(_quorlCondition* condition) {
+quorl_status _quorlCondition_Create(_quorlCondition* condition) noexcept {
     if (condition == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the condition is null");
     if (forked::here()) return refuseForked();
     auto* made = new (std::nothrow) __quorlCondition{};
@@ -107,7 +107,7 @@ quorl_status _quorlCondition_Create(_quorlCondition* condition) {
     return QUORL_OK;
 }
 
-quorl_status _quorlCondition_Destroy(_quorlCondition condition) {
+quorl_status _quorlCondition_Destroy(_quorlCondition condition) noexcept {
     if (condition == nullptr) return fail(QUORL_INVALID_ARG, "the condition is null");
     if (forked::here()) return refuseForked();
     pthread_cond_destroy(&condition->condition);
@@ -115,7 +115,7 @@ quorl_status _quorlCondition_Destroy(_quorlCondition condition) {
     return QUORL_OK;
 }
 
-quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex) {
+quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex) noexcept {
     if (condition == nullptr || mutex == nullptr) return fail(QUORL_INVALID_ARG, "the condition or the mutex is null");
     if (forked::here()) return refuseForked();
     const uint32_t before = condition->signals.load();
@@ -126,7 +126,7 @@ quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex) 
     return error == 0 ? QUORL_OK : fail(QUORL_OS_ERROR, "pthread_cond_wait: %s", strerrordesc_np(error));
 }
 
-quorl_status _quorlCondition_Signal(_quorlCondition condition) {
+quorl_status _quorlCondition_Signal(_quorlCondition condition) noexcept {
     if (condition == nullptr) return fail(QUORL_INVALID_ARG, "the condition is null");
     if (forked::here()) return refuseForked();
     condition->signals.fetch_add(1);

@@ -44,24 +44,24 @@ constexpr const environment::Module* modules[] = {
 
 extern "C" {
 
-quorl_status quorl_Open(void) {
+quorl_status quorl_Open(void) noexcept {
     return environment::open(modules, nullptr);
 }
 
-quorl_status quorl_OpenEx(const char* pathname) {
+quorl_status quorl_OpenEx(const char* pathname) noexcept {
     if (pathname == nullptr) return fail(QUORL_INVALID_ARG, "the path of the parameter file is null");
     return environment::open(modules, *pathname == '\0' ? nullptr : pathname);
 }
 
-quorl_status quorl_Close(void) {
+quorl_status quorl_Close(void) noexcept {
     return environment::close(modules);
 }
 
-const char* quorl_Version(void) {
+const char* quorl_Version(void) noexcept {
     return QUORL_VERSION;
 }
 
-quorl_status quorl_SetQRParameters(quorl_u32 count, const char** parameters) {
+quorl_status quorl_SetQRParameters(quorl_u32 count, const char** parameters) noexcept {
     try {
         std::vector<std::string_view> settings;
         for (quorl_u32 i = 0; i < count; ++i) {
@@ -75,11 +75,11 @@ quorl_status quorl_SetQRParameters(quorl_u32 count, const char** parameters) {
     }
 }
 
-quorl_bool quorl_IsIPM(void) {
+quorl_bool quorl_IsIPM(void) noexcept {
     return environment::isOpenWithout(transport::parameters::daemon) ? QUORL_TRUE : QUORL_FALSE;
 }
 
-void quorl_DisableQRDMReadyCheck(void) {
+void quorl_DisableQRDMReadyCheck(void) noexcept {
     transport::nats::disableReadyCheck();
 }
 

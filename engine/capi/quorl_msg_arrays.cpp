@@ -2,7 +2,7 @@
 #include <type_traits>
 
 #include "message/append.h"
-#include "message/seek.h"
+#include "message/find_field.h"
 #include "message/values.h"
 #include "quorl/quorl.h"
 
@@ -50,9 +50,9 @@ quorl_status get(quorlMsg message, const char* name, const Element** array, uint
     if (array == nullptr || count == nullptr)
         return fail(QUORL_INVALID_ARG, "the pointer for the array or for its count is null");
     quorl_status status;
-    const Found found = seekType(message, name, id, numbersType<Element>, &status);
+    const Found found = findTyped(message, name, id, numbersType<Element>, &status);
     if (!found) return status;
-    noteHandout(*found.slot);
+    noteBorrowed(*found.slot);
     *array = reinterpret_cast<const Element*>(found.value());
     *count = found.field->length;
     return QUORL_OK;
@@ -64,7 +64,7 @@ quorl_status getMade(quorlMsg message, const char* name, Array* array, uint32_t*
     if (array == nullptr || count == nullptr)
         return fail(QUORL_INVALID_ARG, "the pointer for the array or for its count is null");
     quorl_status status;
-    const Found found = seekType(message, name, id, type, &status);
+    const Found found = findTyped(message, name, id, type, &status);
     if (!found) return status;
     status = make(*found.slot, found.content(), found.index(), array);
     if (status != QUORL_OK) return status;
@@ -76,43 +76,43 @@ quorl_status getMade(quorlMsg message, const char* name, Array* array, uint32_t*
 
 extern "C" {
 // clang-format off
-quorl_status quorlMsg_AddI8ArrayEx(quorlMsg message, const char* name, const quorl_i8* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
-quorl_status quorlMsg_AddU8ArrayEx(quorlMsg message, const char* name, const quorl_u8* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
-quorl_status quorlMsg_AddI16ArrayEx(quorlMsg message, const char* name, const quorl_i16* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
-quorl_status quorlMsg_AddU16ArrayEx(quorlMsg message, const char* name, const quorl_u16* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
-quorl_status quorlMsg_AddI32ArrayEx(quorlMsg message, const char* name, const quorl_i32* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
-quorl_status quorlMsg_AddU32ArrayEx(quorlMsg message, const char* name, const quorl_u32* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
-quorl_status quorlMsg_AddI64ArrayEx(quorlMsg message, const char* name, const quorl_i64* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
-quorl_status quorlMsg_AddU64ArrayEx(quorlMsg message, const char* name, const quorl_u64* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
-quorl_status quorlMsg_AddF32ArrayEx(quorlMsg message, const char* name, const quorl_f32* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
-quorl_status quorlMsg_AddF64ArrayEx(quorlMsg message, const char* name, const quorl_f64* array, quorl_u32 count, quorl_u16 id) { return add(message, name, array, count, id); }
-quorl_status quorlMsg_AddStringArrayEx(quorlMsg message, const char* name, const char** array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
-quorl_status quorlMsg_AddMsgArrayEx(quorlMsg message, const char* name, const quorlMsg* array, quorl_u32 count, quorl_u16 id) { return put<append>(message, name, array, count, id); }
+quorl_status quorlMsg_AddI8ArrayEx(quorlMsg message, const char* name, const quorl_i8* array, quorl_u32 count, quorl_u16 id) noexcept { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddU8ArrayEx(quorlMsg message, const char* name, const quorl_u8* array, quorl_u32 count, quorl_u16 id) noexcept { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddI16ArrayEx(quorlMsg message, const char* name, const quorl_i16* array, quorl_u32 count, quorl_u16 id) noexcept { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddU16ArrayEx(quorlMsg message, const char* name, const quorl_u16* array, quorl_u32 count, quorl_u16 id) noexcept { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddI32ArrayEx(quorlMsg message, const char* name, const quorl_i32* array, quorl_u32 count, quorl_u16 id) noexcept { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddU32ArrayEx(quorlMsg message, const char* name, const quorl_u32* array, quorl_u32 count, quorl_u16 id) noexcept { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddI64ArrayEx(quorlMsg message, const char* name, const quorl_i64* array, quorl_u32 count, quorl_u16 id) noexcept { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddU64ArrayEx(quorlMsg message, const char* name, const quorl_u64* array, quorl_u32 count, quorl_u16 id) noexcept { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddF32ArrayEx(quorlMsg message, const char* name, const quorl_f32* array, quorl_u32 count, quorl_u16 id) noexcept { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddF64ArrayEx(quorlMsg message, const char* name, const quorl_f64* array, quorl_u32 count, quorl_u16 id) noexcept { return add(message, name, array, count, id); }
+quorl_status quorlMsg_AddStringArrayEx(quorlMsg message, const char* name, const char** array, quorl_u32 count, quorl_u16 id) noexcept { return put<append>(message, name, array, count, id); }
+quorl_status quorlMsg_AddMsgArrayEx(quorlMsg message, const char* name, const quorlMsg* array, quorl_u32 count, quorl_u16 id) noexcept { return put<append>(message, name, array, count, id); }
 
-quorl_status quorlMsg_UpdateI8ArrayEx(quorlMsg message, const char* name, const quorl_i8* array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
-quorl_status quorlMsg_UpdateU8ArrayEx(quorlMsg message, const char* name, const quorl_u8* array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
-quorl_status quorlMsg_UpdateI16ArrayEx(quorlMsg message, const char* name, const quorl_i16* array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
-quorl_status quorlMsg_UpdateU16ArrayEx(quorlMsg message, const char* name, const quorl_u16* array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
-quorl_status quorlMsg_UpdateI32ArrayEx(quorlMsg message, const char* name, const quorl_i32* array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
-quorl_status quorlMsg_UpdateU32ArrayEx(quorlMsg message, const char* name, const quorl_u32* array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
-quorl_status quorlMsg_UpdateI64ArrayEx(quorlMsg message, const char* name, const quorl_i64* array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
-quorl_status quorlMsg_UpdateU64ArrayEx(quorlMsg message, const char* name, const quorl_u64* array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
-quorl_status quorlMsg_UpdateF32ArrayEx(quorlMsg message, const char* name, const quorl_f32* array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
-quorl_status quorlMsg_UpdateF64ArrayEx(quorlMsg message, const char* name, const quorl_f64* array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
-quorl_status quorlMsg_UpdateStringArrayEx(quorlMsg message, const char* name, const char** array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
-quorl_status quorlMsg_UpdateMsgArrayEx(quorlMsg message, const char* name, const quorlMsg* array, quorl_u32 count, quorl_u16 id) { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateI8ArrayEx(quorlMsg message, const char* name, const quorl_i8* array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateU8ArrayEx(quorlMsg message, const char* name, const quorl_u8* array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateI16ArrayEx(quorlMsg message, const char* name, const quorl_i16* array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateU16ArrayEx(quorlMsg message, const char* name, const quorl_u16* array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateI32ArrayEx(quorlMsg message, const char* name, const quorl_i32* array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateU32ArrayEx(quorlMsg message, const char* name, const quorl_u32* array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateI64ArrayEx(quorlMsg message, const char* name, const quorl_i64* array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateU64ArrayEx(quorlMsg message, const char* name, const quorl_u64* array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateF32ArrayEx(quorlMsg message, const char* name, const quorl_f32* array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateF64ArrayEx(quorlMsg message, const char* name, const quorl_f64* array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateStringArrayEx(quorlMsg message, const char* name, const char** array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
+quorl_status quorlMsg_UpdateMsgArrayEx(quorlMsg message, const char* name, const quorlMsg* array, quorl_u32 count, quorl_u16 id) noexcept { return put<update>(message, name, array, count, id); }
 
-quorl_status quorlMsg_GetI8ArrayEx(quorlMsg message, const char* name, const quorl_i8** array, quorl_u32* count, quorl_u16 id) { return get(message, name, array, count, id); }
-quorl_status quorlMsg_GetU8ArrayEx(quorlMsg message, const char* name, const quorl_u8** array, quorl_u32* count, quorl_u16 id) { return get(message, name, array, count, id); }
-quorl_status quorlMsg_GetI16ArrayEx(quorlMsg message, const char* name, const quorl_i16** array, quorl_u32* count, quorl_u16 id) { return get(message, name, array, count, id); }
-quorl_status quorlMsg_GetU16ArrayEx(quorlMsg message, const char* name, const quorl_u16** array, quorl_u32* count, quorl_u16 id) { return get(message, name, array, count, id); }
-quorl_status quorlMsg_GetI32ArrayEx(quorlMsg message, const char* name, const quorl_i32** array, quorl_u32* count, quorl_u16 id) { return get(message, name, array, count, id); }
-quorl_status quorlMsg_GetU32ArrayEx(quorlMsg message, const char* name, const quorl_u32** array, quorl_u32* count, quorl_u16 id) { return get(message, name, array, count, id); }
-quorl_status quorlMsg_GetI64ArrayEx(quorlMsg message, const char* name, const quorl_i64** array, quorl_u32* count, quorl_u16 id) { return get(message, name, array, count, id); }
-quorl_status quorlMsg_GetU64ArrayEx(quorlMsg message, const char* name, const quorl_u64** array, quorl_u32* count, quorl_u16 id) { return get(message, name, array, count, id); }
-quorl_status quorlMsg_GetF32ArrayEx(quorlMsg message, const char* name, const quorl_f32** array, quorl_u32* count, quorl_u16 id) { return get(message, name, array, count, id); }
-quorl_status quorlMsg_GetF64ArrayEx(quorlMsg message, const char* name, const quorl_f64** array, quorl_u32* count, quorl_u16 id) { return get(message, name, array, count, id); }
-quorl_status quorlMsg_GetStringArrayEx(quorlMsg message, const char* name, const char* const** array, quorl_u32* count, quorl_u16 id) { return getMade<QUORLMSG_STRINGARRAY, strings>(message, name, array, count, id); }
-quorl_status quorlMsg_GetMsgArrayEx(quorlMsg message, const char* name, const quorlMsg** array, quorl_u32* count, quorl_u16 id) { return getMade<QUORLMSG_MSGARRAY, innerMessages>(message, name, array, count, id); }
+quorl_status quorlMsg_GetI8ArrayEx(quorlMsg message, const char* name, const quorl_i8** array, quorl_u32* count, quorl_u16 id) noexcept { return get(message, name, array, count, id); }
+quorl_status quorlMsg_GetU8ArrayEx(quorlMsg message, const char* name, const quorl_u8** array, quorl_u32* count, quorl_u16 id) noexcept { return get(message, name, array, count, id); }
+quorl_status quorlMsg_GetI16ArrayEx(quorlMsg message, const char* name, const quorl_i16** array, quorl_u32* count, quorl_u16 id) noexcept { return get(message, name, array, count, id); }
+quorl_status quorlMsg_GetU16ArrayEx(quorlMsg message, const char* name, const quorl_u16** array, quorl_u32* count, quorl_u16 id) noexcept { return get(message, name, array, count, id); }
+quorl_status quorlMsg_GetI32ArrayEx(quorlMsg message, const char* name, const quorl_i32** array, quorl_u32* count, quorl_u16 id) noexcept { return get(message, name, array, count, id); }
+quorl_status quorlMsg_GetU32ArrayEx(quorlMsg message, const char* name, const quorl_u32** array, quorl_u32* count, quorl_u16 id) noexcept { return get(message, name, array, count, id); }
+quorl_status quorlMsg_GetI64ArrayEx(quorlMsg message, const char* name, const quorl_i64** array, quorl_u32* count, quorl_u16 id) noexcept { return get(message, name, array, count, id); }
+quorl_status quorlMsg_GetU64ArrayEx(quorlMsg message, const char* name, const quorl_u64** array, quorl_u32* count, quorl_u16 id) noexcept { return get(message, name, array, count, id); }
+quorl_status quorlMsg_GetF32ArrayEx(quorlMsg message, const char* name, const quorl_f32** array, quorl_u32* count, quorl_u16 id) noexcept { return get(message, name, array, count, id); }
+quorl_status quorlMsg_GetF64ArrayEx(quorlMsg message, const char* name, const quorl_f64** array, quorl_u32* count, quorl_u16 id) noexcept { return get(message, name, array, count, id); }
+quorl_status quorlMsg_GetStringArrayEx(quorlMsg message, const char* name, const char* const** array, quorl_u32* count, quorl_u16 id) noexcept { return getMade<QUORLMSG_STRINGARRAY, strings>(message, name, array, count, id); }
+quorl_status quorlMsg_GetMsgArrayEx(quorlMsg message, const char* name, const quorlMsg** array, quorl_u32* count, quorl_u16 id) noexcept { return getMade<QUORLMSG_MSGARRAY, innerMessages>(message, name, array, count, id); }
 // clang-format on
 }

@@ -38,7 +38,7 @@ quorl_status get(quorlMsg message, const char** subject, bool reply) noexcept {
     if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
     const std::string_view text = reply ? content->replySubject() : content->sendSubject();
     if (text.empty()) return fail(QUORL_NOT_FOUND, "the message has no %s subject", reply ? "reply" : "send");
-    noteHandout(*slot);
+    noteBorrowed(*slot);
     *subject = text.data();
     return QUORL_OK;
 }
@@ -47,9 +47,9 @@ quorl_status get(quorlMsg message, const char** subject, bool reply) noexcept {
 
 extern "C" {
 // clang-format off
-quorl_status quorlMsg_SetSendSubject(quorlMsg message, const char* subject) { return set(message, subject, false); }
-quorl_status quorlMsg_GetSendSubject(quorlMsg message, const char** subject) { return get(message, subject, false); }
-quorl_status quorlMsg_SetReplySubject(quorlMsg message, const char* subject) { return set(message, subject, true); }
-quorl_status quorlMsg_GetReplySubject(quorlMsg message, const char** subject) { return get(message, subject, true); }
+quorl_status quorlMsg_SetSendSubject(quorlMsg message, const char* subject) noexcept { return set(message, subject, false); }
+quorl_status quorlMsg_GetSendSubject(quorlMsg message, const char** subject) noexcept { return get(message, subject, false); }
+quorl_status quorlMsg_SetReplySubject(quorlMsg message, const char* subject) noexcept { return set(message, subject, true); }
+quorl_status quorlMsg_GetReplySubject(quorlMsg message, const char** subject) noexcept { return get(message, subject, true); }
 // clang-format on
 }

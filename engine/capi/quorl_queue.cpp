@@ -26,7 +26,7 @@ template <class F>
 quorl_status with(quorlQueue id, F&& use) {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     auto* queue = registry::find<Queue>(id);
     if (queue == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", id);
     return use(*queue);
@@ -36,16 +36,16 @@ quorl_status with(quorlQueue id, F&& use) {
 
 extern "C" {
 
-quorl_status quorlQueue_Create(quorlQueue* queue) {
+quorl_status quorlQueue_Create(quorlQueue* queue) noexcept {
     if (queue == nullptr) return noPlace();
     return event::createQueue(queue);
 }
 
-quorl_status quorlQueue_DestroyEx(quorlQueue queue, quorlQueueOnComplete completion, const void* closure) {
+quorl_status quorlQueue_DestroyEx(quorlQueue queue, quorlQueueOnComplete completion, const void* closure) noexcept {
     return event::destroyQueue(queue, completion, closure, false);
 }
 
-quorl_status quorlQueue_SetName(quorlQueue queue, const char* name) {
+quorl_status quorlQueue_SetName(quorlQueue queue, const char* name) noexcept {
     if (name == nullptr || strnlen(name, longestName + 1) > longestName)
         return fail(QUORL_INVALID_ARG, "the queue's name is null or has more than %zu bytes", longestName);
     if (!utf8::validOrPaired(name)) return fail(QUORL_INVALID_NAME, "the queue's name is not UTF-8");
@@ -61,7 +61,7 @@ quorl_status quorlQueue_SetName(quorlQueue queue, const char* name) {
     });
 }
 
-quorl_status quorlQueue_GetName(quorlQueue queue, const char** name) {
+quorl_status quorlQueue_GetName(quorlQueue queue, const char** name) noexcept {
     if (name == nullptr) return noPlace();
     return with(queue, [&](Queue& found) {
         Lock lock(found.nameLock);
@@ -70,7 +70,7 @@ quorl_status quorlQueue_GetName(quorlQueue queue, const char** name) {
     });
 }
 
-quorl_status quorlQueue_GetCount(quorlQueue queue, quorl_u32* count) {
+quorl_status quorlQueue_GetCount(quorlQueue queue, quorl_u32* count) noexcept {
     if (count == nullptr) return noPlace();
     return with(queue, [&](Queue& found) {
         *count = event::countOf(found);
@@ -78,19 +78,19 @@ quorl_status quorlQueue_GetCount(quorlQueue queue, quorl_u32* count) {
     });
 }
 
-quorl_status quorlQueue_TimedDispatch(quorlQueue queue, quorl_f64 timeout) {
+quorl_status quorlQueue_TimedDispatch(quorlQueue queue, quorl_f64 timeout) noexcept {
     if (std::isnan(timeout)) return fail(QUORL_INVALID_ARG, "the timeout is not a number");
     return event::dispatchQueue(queue, timeout);
 }
 
-quorl_status quorlQueue_SetPriority(quorlQueue queue, quorl_u32 priority) {
+quorl_status quorlQueue_SetPriority(quorlQueue queue, quorl_u32 priority) noexcept {
     return with(queue, [&](Queue& found) {
         found.priority.store(priority, std::memory_order_relaxed);
         return QUORL_OK;
     });
 }
 
-quorl_status quorlQueue_GetPriority(quorlQueue queue, quorl_u32* priority) {
+quorl_status quorlQueue_GetPriority(quorlQueue queue, quorl_u32* priority) noexcept {
     if (priority == nullptr) return noPlace();
     return with(queue, [&](Queue& found) {
         *priority = found.priority.load(std::memory_order_relaxed);
@@ -99,12 +99,12 @@ quorl_status quorlQueue_GetPriority(quorlQueue queue, quorl_u32* priority) {
 }
 
 quorl_status quorlQueue_SetLimitPolicy(quorlQueue queue, quorlQueueLimitPolicy policy, quorl_u32 maxEvents,
-                                       quorl_u32 discardAmount) {
+                                       quorl_u32 discardAmount) noexcept {
     return with(queue, [&](Queue& found) { return event::setLimit(found, {policy, maxEvents, discardAmount}); });
 }
 
 quorl_status quorlQueue_GetLimitPolicy(quorlQueue queue, quorlQueueLimitPolicy* policy, quorl_u32* maxEvents,
-                                       quorl_u32* discardAmount) {
+                                       quorl_u32* discardAmount) noexcept {
     if (policy == nullptr || maxEvents == nullptr || discardAmount == nullptr) return noPlace();
     return with(queue, [&](Queue& found) {
         Lock lock(found.back.lock);

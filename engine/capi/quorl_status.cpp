@@ -83,14 +83,14 @@ static_assert(std::size(statusTexts) == 62, "one text for each status");
 
 extern "C" {
 
-const char* quorlStatus_GetText(quorl_status status) {
+const char* quorlStatus_GetText(quorl_status status) noexcept {
     for (const auto& row : statusTexts) {
         if (row.status == status) return row.text;
     }
     return "Unknown status";
 }
 
-const char* quorl_LastErrorText(void) {
+const char* quorl_LastErrorText(void) noexcept {
     return lastErrorText();
 }
 

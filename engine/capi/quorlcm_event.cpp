@@ -14,11 +14,11 @@ quorl_status refuse() noexcept {
 extern "C" {
 
 // clang-format off
-quorl_status quorlcmEvent_CreateListener(quorlcmEvent*, quorlQueue, quorlcmEventCallback, quorlcmTransport, const char*, const void*) { return refuse(); }
-quorl_status quorlcmEvent_DestroyEx(quorlcmEvent, quorl_bool, quorlcmEventOnComplete) { return refuse(); }
-quorl_status quorlcmEvent_SetExplicitConfirm(quorlcmEvent) { return refuse(); }
-quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent, quorlMsg) { return refuse(); }
-quorl_status _quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(quorl_u32) { return refuse(); }
+quorl_status quorlcmEvent_CreateListener(quorlcmEvent*, quorlQueue, quorlcmEventCallback, quorlcmTransport, const char*, const void*) noexcept { return refuse(); }
+quorl_status quorlcmEvent_DestroyEx(quorlcmEvent, quorl_bool, quorlcmEventOnComplete) noexcept { return refuse(); }
+quorl_status quorlcmEvent_SetExplicitConfirm(quorlcmEvent) noexcept { return refuse(); }
+quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent, quorlMsg) noexcept { return refuse(); }
+quorl_status _quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(quorl_u32) noexcept { return refuse(); }
 // clang-format on
 
 }  // extern "C"

@@ -13,12 +13,12 @@ quorl_status absent() noexcept {
 extern "C" {
 
 // clang-format off
-quorl_status quorlMsg_GetCMSender(quorlMsg, const char**) { return absent(); }
-quorl_status quorlMsg_GetCMSequence(quorlMsg, quorl_u64*) { return absent(); }
-quorl_status quorlMsg_GetCMTimeLimit(quorlMsg, quorl_f64*) { return absent(); }
+quorl_status quorlMsg_GetCMSender(quorlMsg, const char**) noexcept { return absent(); }
+quorl_status quorlMsg_GetCMSequence(quorlMsg, quorl_u64*) noexcept { return absent(); }
+quorl_status quorlMsg_GetCMTimeLimit(quorlMsg, quorl_f64*) noexcept { return absent(); }
 // clang-format on
 
-quorl_status quorlMsg_SetCMTimeLimit(quorlMsg, quorl_f64) {
+quorl_status quorlMsg_SetCMTimeLimit(quorlMsg, quorl_f64) noexcept {
     return _quorlSupport_Fail(QUORL_NOT_PERMITTED, "certified delivery is not part of this version");
 }
 

@@ -12,16 +12,16 @@ quorl_status refuse() noexcept {
 
 extern "C" {
 
-const char* quorlft_Version(void) {
+const char* quorlft_Version(void) noexcept {
     return quorl_Version();
 }
 
 // clang-format off
-quorl_status quorlftMember_Create(quorlftMember*, quorlQueue, quorlftMemberCallback, quorlTransport, const char*, quorl_u16, quorl_u16, quorl_f64, quorl_f64, quorl_f64, const void*) { return refuse(); }
-quorl_status quorlftMember_Destroy(quorlftMember) { return refuse(); }
-quorl_status quorlftMember_SetWeight(quorlftMember, quorl_u16) { return refuse(); }
-quorl_status quorlftMonitor_Create(quorlftMonitor*, quorlQueue, quorlftMonitorCallback, quorlTransport, const char*, quorl_f64, const void*) { return refuse(); }
-quorl_status quorlftMonitor_Destroy(quorlftMonitor) { return refuse(); }
+quorl_status quorlftMember_Create(quorlftMember*, quorlQueue, quorlftMemberCallback, quorlTransport, const char*, quorl_u16, quorl_u16, quorl_f64, quorl_f64, quorl_f64, const void*) noexcept { return refuse(); }
+quorl_status quorlftMember_Destroy(quorlftMember) noexcept { return refuse(); }
+quorl_status quorlftMember_SetWeight(quorlftMember, quorl_u16) noexcept { return refuse(); }
+quorl_status quorlftMonitor_Create(quorlftMonitor*, quorlQueue, quorlftMonitorCallback, quorlTransport, const char*, quorl_f64, const void*) noexcept { return refuse(); }
+quorl_status quorlftMonitor_Destroy(quorlftMonitor) noexcept { return refuse(); }
 // clang-format on
 
 }  // extern "C"

@@ -33,7 +33,7 @@ quorl_status refuseUser(const char* text) noexcept {
 
 extern "C" {
 
-quorl_status quorlSecureDaemon_SetDaemonCert(const char* daemonName, const char* daemonCert) {
+quorl_status quorlSecureDaemon_SetDaemonCert(const char* daemonName, const char* daemonCert) noexcept {
     if (daemonName == nullptr) daemonName = QUORLSD_ANY_DAEMON;
     if (daemonCert != nullptr) {
         const Outcome outcome = checkCertificates(bounded(daemonCert, longestCredential));
@@ -42,7 +42,7 @@ quorl_status quorlSecureDaemon_SetDaemonCert(const char* daemonName, const char*
     return _quorlSupport_SetDaemonCertificates(daemonName, daemonCert);
 }
 
-quorl_status quorlSecureDaemon_SetUserCertWithKey(const char* userCertWithKey, const char* password) {
+quorl_status quorlSecureDaemon_SetUserCertWithKey(const char* userCertWithKey, const char* password) noexcept {
     if (userCertWithKey == nullptr) return _quorlSupport_SetIdentity(nullptr, nullptr);
     Identity identity;
     const Outcome outcome = readPem(bounded(userCertWithKey, longestCredential), password, &identity);
@@ -50,14 +50,14 @@ quorl_status quorlSecureDaemon_SetUserCertWithKey(const char* userCertWithKey, c
 }
 
 quorl_status quorlSecureDaemon_SetUserCertWithKeyBin(const void* userCertWithKey, quorl_u32 size,
-                                                     const char* password) {
+                                                     const char* password) noexcept {
     if (userCertWithKey == nullptr) return _quorlSupport_SetIdentity(nullptr, nullptr);
     Identity identity;
     const Outcome outcome = readPkcs12(userCertWithKey, size, password, &identity);
     return keep(outcome, identity);
 }
 
-quorl_status quorlSecureDaemon_SetUserNameWithPassword(const char* userName, const char* password) {
+quorl_status quorlSecureDaemon_SetUserNameWithPassword(const char* userName, const char* password) noexcept {
     if (userName == nullptr) return _quorlSupport_SetUser(nullptr, nullptr);
     if (password == nullptr) return refuseUser("a user name needs its password");
     if (*userName == '\0') return refuseUser("the user name is empty");

@@ -43,7 +43,7 @@ int64_t interval() noexcept {
 }
 
 uint64_t exactlyWaiting(const Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
-    return queue.ring.backCount() - queue.front.removed.load(std::memory_order_relaxed);
+    return queue.entries.backCount() - queue.front.removed.load(std::memory_order_relaxed);
 }
 
 // ---- taking notes, under the locks
@@ -261,7 +261,7 @@ void endAlarms(Queue& queue, AlarmChange* change) noexcept {
     complete(queue, change);
 }
 
-void lookAtMark(Queue& queue, AlarmChange* change) noexcept {
+void lookAtHighWater(Queue& queue, AlarmChange* change) noexcept {
     Alarm& alarm = queue.back.alarms.highwater;
     if (queue.back.highWater == 0 || alarm.state != State::clear || queue.back.limit.policy != QUORLQUEUE_DISCARD_NONE)
         return;
@@ -306,7 +306,7 @@ void tell(Queue& queue, const AlarmChange& change) noexcept {
 void clearAlarms(Queue& queue) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return;
-    Section section(*thread);
+    ReadGuard guard(*thread);
     {
         Lock front(queue.front.lock);
         Lock back(queue.back.lock);

@@ -40,12 +40,12 @@ struct AlarmChange {
     bool any() const noexcept { return records || remindAt != 0 || !starved.empty(); }
 };
 
-// Counts an event that a limit dropped, content included when it is a message's. Inside a section.
+// Counts an event that a limit dropped, content included when it is a message's. Under a read guard.
 void lose(Queue& queue, Event& event, message::ContentRef content, AlarmChange* change) noexcept
     REQUIRES(queue.front.lock, queue.back.lock);
 
 // Looks whether the queue has just grown beyond its mark.
-void lookAtMark(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock);
+void lookAtHighWater(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock);
 
 // How many events may wait until a sender has to look closer; after the limit or an alarm changed.
 void setThresholds(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock);
@@ -59,13 +59,13 @@ void endAlarms(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.
 // The last thing that is done with the locks held.
 void complete(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock);
 
-// Tells what is to be told, and lets starved timers fire again. Inside a section, no lock held.
+// Tells what is to be told, and lets starved timers fire again. Under a read guard, no lock held.
 void tell(Queue& queue, const AlarmChange& change) noexcept;
 
-// Clears the alarms that are over. No lock held; the queue is pinned or in a section.
+// Clears the alarms that are over. No lock held; the queue is pinned or under a read guard.
 void clearAlarms(Queue& queue) noexcept;
 
-// Tells the alarms of a queue that were folded long enough, or all that are. Inside a section, no lock held.
+// Tells the alarms of a queue that were folded long enough, or all that are. Under a read guard, no lock held.
 void remindOfAlarms(uint32_t queue, bool all) noexcept;
 
 }  // namespace quorl::event

@@ -56,7 +56,7 @@ class CloseTest : public testing::Test {
 TEST_F(CloseTest, anAlarmThatEndsForgetsListenersWhoseIdIsClosed) {
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_NEW, 1, 1), QUORL_OK);
     const quorlEvent id = listen(queue);
-    Section section(*threadState());
+    ReadGuard guard(*threadState());
     auto* event = registry::find<Event>(id);
     ASSERT_NE(event, nullptr);
     for (int i = 0; i < 3; ++i) EXPECT_TRUE(push(*event, newContent()));
@@ -73,7 +73,7 @@ TEST_F(CloseTest, anAlarmThatEndsForgetsListenersWhoseIdIsClosed) {
 // The other way round: who is closed leaves the list, and the others keep their places.
 TEST_F(CloseTest, aSlowListenerThatIsClosedLeavesTheList) {
     ASSERT_EQ(quorlQueue_SetLimitPolicy(queue, QUORLQUEUE_DISCARD_NEW, 1, 1), QUORL_OK);
-    Section section(*threadState());
+    ReadGuard guard(*threadState());
     std::vector<Event*> events;
     for (int i = 0; i < 3; ++i) events.push_back(registry::find<Event>(listen(queue)));
     for (int i = 0; i < 2; ++i) {
@@ -89,7 +89,7 @@ TEST_F(CloseTest, aSlowListenerThatIsClosedLeavesTheList) {
 
 // Nothing is between "not found" and "not counted": whoever has a lock of the queue sees both or neither.
 TEST_F(CloseTest, anEventThatIsNotFoundDoesNotCount) {
-    Section section(*threadState());
+    ReadGuard guard(*threadState());
     Queue& counted = *registry::find<Queue>(queue);
     for (int round = 0; round < 500; ++round) {
         const quorlEvent id = listen(queue);
@@ -109,11 +109,11 @@ TEST_F(CloseTest, anEventThatIsNotFoundDoesNotCount) {
 TEST_F(CloseTest, aTimerThatIsSetAgainAndAgainDoesNotFillItsQueue) {
     quorlEvent timer = 0;
     ASSERT_EQ(quorlEvent_CreateTimer(&timer, queue, ignore, 0, nullptr), QUORL_OK);
-    Section section(*threadState());
+    ReadGuard guard(*threadState());
     const Queue& filled = *registry::find<Queue>(queue);
     for (int i = 0; i < 10'000; ++i) ASSERT_EQ(quorlEvent_ResetTimerInterval(timer, 0), QUORL_OK);
     EXPECT_EQ(filled.waiting(), 1u);
-    EXPECT_LE(filled.ring.end() - filled.ring.begin(), 1000u);
+    EXPECT_LE(filled.entries.end() - filled.entries.begin(), 1000u);
 }
 
 // A listener's destruction takes its transport's lock: while the test has it, two destructions are under way.
@@ -122,7 +122,7 @@ TEST_F(CloseTest, aPollOfAGroupFindsWhatWaitsWhileOtherListenersAreDestroyed) {
     ASSERT_EQ(quorlQueueGroup_Create(&group), QUORL_OK);
     ASSERT_EQ(quorlQueueGroup_Add(group, queue), QUORL_OK);
     std::vector<quorlEvent> going;
-    Section section(*threadState());
+    ReadGuard guard(*threadState());
     for (int i = 0; i < 2; ++i) {
         const quorlQueue other = newQueue();
         ASSERT_EQ(quorlQueue_SetPriority(other, 2), QUORL_OK);

@@ -141,7 +141,7 @@ quorl_status run(ThreadState& thread, const Taken& taken, Batch& batch) noexcept
             break;
         case Kind::timer:
             if (event.front.endless.load(std::memory_order_relaxed)) {
-                Section section(thread);
+                ReadGuard guard(thread);
                 push(event, {}, taken.tag);
             }
             ++thread.callbackDepth;
@@ -192,7 +192,7 @@ bool spinForEvent(Queue& queue, uint64_t seen) noexcept {
     int64_t spent = 0;
     for (int pauses = 1; !came && spent < budget; pauses = std::min(pauses * 2, 16)) {
         for (int i = 0; i < pauses; ++i) spinPause();
-        came = queue.ring.end(std::memory_order_relaxed) != seen;
+        came = queue.entries.end(std::memory_order_relaxed) != seen;
         spent = monotonicNow() - start;
     }
     queue.spinners.store(0, std::memory_order_release);
@@ -225,7 +225,7 @@ quorl_status dispatchQueue(uint32_t id, double timeout) noexcept {
         Batch batch;
         queue.front.lock.lock();
         const bool found = takeFirst(queue, *thread, &taken, &batch);
-        const uint64_t seen = queue.ring.begin();
+        const uint64_t seen = queue.entries.begin();
         queue.front.lock.unlock();
         if (found) {
             if (taken.cleared) [[unlikely]]
@@ -242,7 +242,7 @@ quorl_status dispatchQueue(uint32_t id, double timeout) noexcept {
             if (takeSignal(mine, id)) return interrupted();
             if (mine.key == nullptr && queue.signalled.load(std::memory_order_relaxed) != signalled)
                 return interrupted();
-            if (queue.ring.backCount() != seen) continue;
+            if (queue.entries.backCount() != seen) continue;
             queue.back.sleepers.add(waiter);
         }
         const int64_t point = deadline.point();
@@ -340,7 +340,7 @@ quorl_status setThreadKey(void* key) noexcept {
 quorl_status signalDispatchable(uint32_t id) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     // Each of the woken threads looks at its own key: no other thread may.
     if (auto* queue = registry::find<Queue>(id)) {
         Lock lock(queue->back.lock);

@@ -13,7 +13,7 @@ namespace quorl::event {
 quorl_status destroyEvent(uint32_t id, quorlEventOnComplete completion) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     Event* event = closeEvent(id);
     if (event == nullptr) return environment::noObject(QUORL_INVALID_EVENT, "event", id);
     event->completion = completion;
@@ -26,7 +26,7 @@ const void* closureOf(uint32_t id) noexcept {
     if (id == 0) return nullptr;
     ThreadState* thread = threadState();
     if (thread == nullptr) return nullptr;
-    Section section(*thread);
+    ReadGuard guard(*thread);
     if (const Record* record = registry::find(id, QUORL_OBJECT_EVENT)) return record->arg;
     // Destroyed meanwhile: its record lives as long as its callbacks run.
     const auto isIt = [id](const Record* record) {

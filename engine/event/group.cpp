@@ -46,7 +46,7 @@ quorl_status createGroup(uint32_t* id) noexcept {
 quorl_status destroyGroup(uint32_t id) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     Record* record = registry::close(id, QUORL_OBJECT_QUEUE_GROUP);
     if (record == nullptr) return environment::noObject(QUORL_INVALID_QUEUE_GROUP, "queue group", id);
     auto& group = static_cast<Group&>(*record);
@@ -65,7 +65,7 @@ quorl_status destroyGroup(uint32_t id) noexcept {
 quorl_status addToGroup(uint32_t groupId, uint32_t queueId) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     auto* group = registry::find<Group>(groupId);
     if (group == nullptr) return environment::noObject(QUORL_INVALID_QUEUE_GROUP, "queue group", groupId);
     auto* queue = registry::find<Queue>(queueId);
@@ -96,7 +96,7 @@ quorl_status addToGroup(uint32_t groupId, uint32_t queueId) noexcept {
 quorl_status removeFromGroup(uint32_t groupId, uint32_t queueId) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     auto* group = registry::find<Group>(groupId);
     if (group == nullptr) return environment::noObject(QUORL_INVALID_QUEUE_GROUP, "queue group", groupId);
     auto* queue = registry::find<Queue>(queueId);

@@ -39,7 +39,7 @@ quorl_status removeFromGroup(uint32_t group, uint32_t queue) noexcept;
 void leaveGroups(Queue& queue) noexcept;
 
 // Wakes a thread that sleeps in a dispatch of the group, after an event was put into one of its queues. False: none slept.
-// Inside a section.
+// Under a read guard.
 bool wakeOne(Group& group) noexcept;
 
 // Takes the first event of the most urgent queue that has one, and pins that queue before the event. False: nothing waits.

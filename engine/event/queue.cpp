@@ -31,7 +31,7 @@ constinit Histogram lag;
 void startTiming(Queue& queue) noexcept REQUIRES(queue.back.lock) {
     if (queue.timedPosition.load(std::memory_order_acquire) != Queue::untimed) return;
     queue.timedSince = monotonicNow();
-    queue.timedPosition.store(queue.ring.backCount(), std::memory_order_release);
+    queue.timedPosition.store(queue.entries.backCount(), std::memory_order_release);
 }
 
 // The timed entry is reached: at a position from first on it is being taken, before that it died or was dropped.
@@ -43,7 +43,7 @@ void endTiming(Queue& queue, uint64_t position, uint64_t first) noexcept REQUIRE
     queue.timedPosition.store(Queue::untimed, std::memory_order_release);
 }
 
-// The entry's event if the entry is still to be delivered. Inside a section, under either lock of the queue: closeEvent
+// The entry's event if the entry is still to be delivered. Under a read guard, under either lock of the queue: closeEvent
 // takes both, so that an event that is not found has been forgotten too, and its entries count no more.
 Event* liveEvent(const Entry& entry) noexcept {
     if (entry.event == 0) return nullptr;
@@ -56,7 +56,7 @@ void dropContent(message::Content* content) noexcept {
     message::ContentRef::adopt(content);
 }
 
-// Counts an entry that a limit dropped, and that was just taken out of the ring. False: it was dead.
+// Counts an entry that a limit dropped, and that was just taken out of the entries. False: it was dead.
 bool drop(Queue& queue, const Entry& entry, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     auto content = message::ContentRef::adopt(entry.content);
     Event* event = liveEvent(entry);
@@ -71,7 +71,7 @@ void dropFirst(Queue& queue, uint64_t amount, AlarmChange* change) noexcept
     REQUIRES(queue.front.lock, queue.back.lock) {
     uint64_t removed = queue.front.removed.load(std::memory_order_relaxed);
     Entry entry;
-    while (amount != 0 && queue.ring.take(&entry)) {
+    while (amount != 0 && queue.entries.take(&entry)) {
         if (!drop(queue, entry, change)) continue;
         --amount;
         queue.front.removed.store(++removed, std::memory_order_release);
@@ -82,7 +82,7 @@ void dropLast(Queue& queue, uint64_t amount, AlarmChange* change) noexcept REQUI
     uint64_t removed = queue.front.removed.load(std::memory_order_relaxed);
     Entry entry;
     queue.timedPosition.store(Queue::untimed, std::memory_order_relaxed);
-    while (amount != 0 && queue.ring.takeLast(&entry)) {
+    while (amount != 0 && queue.entries.takeLast(&entry)) {
         if (drop(queue, entry, change)) {
             --amount;  // its place at the end is free: removed stays
         } else {
@@ -95,7 +95,7 @@ void dropLast(Queue& queue, uint64_t amount, AlarmChange* change) noexcept REQUI
 // Makes room by the queue's policy. False: the arriving event is to be dropped.
 bool makeRoom(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     const Limit limit = queue.back.limit;
-    const uint64_t waiting = queue.ring.backCount() - queue.front.removed.load(std::memory_order_relaxed);
+    const uint64_t waiting = queue.entries.backCount() - queue.front.removed.load(std::memory_order_relaxed);
     if (limit.policy == QUORLQUEUE_DISCARD_NONE || waiting < limit.maxEvents) return true;
     switch (limit.policy) {
         case QUORLQUEUE_DISCARD_FIRST:
@@ -122,13 +122,13 @@ void place(Queue& queue, Event& event, uint32_t tag, message::Content* content, 
     REQUIRES(queue.back.lock) {
     ++event.back.pushed;
     const Entry entry{event.id, tag, content};
-    if (queue.ring.backCount() % timedEvery == 0 || !queue.back.sleepers.empty()) [[unlikely]]
+    if (queue.entries.backCount() % timedEvery == 0 || !queue.back.sleepers.empty()) [[unlikely]]
         startTiming(queue);
     // Threads of a group look at the end while they decide to sleep, without the back lock.
     if (queue.back.grouped) [[unlikely]] {
-        queue.ring.append<std::memory_order_seq_cst>(entry);
+        queue.entries.append<std::memory_order_seq_cst>(entry);
     } else {
-        queue.ring.append<std::memory_order_release>(entry);
+        queue.entries.append<std::memory_order_release>(entry);
     }
     if (!queue.back.sleepers.empty()) after->sleeper = queue.back.sleepers.takeOne(wokenForEvent);
     if (queue.back.grouped) [[unlikely]] {
@@ -186,16 +186,16 @@ bool pushSlowly(Queue& queue, Event& event, uint32_t expectedEpoch, message::Con
         if (admitted) {
             if (!makeRoom(queue, &change)) {
                 lose(queue, event, std::move(content), &change);
-            } else if (!queue.ring.reserve()) {
+            } else if (!queue.entries.reserve()) {
                 ++queue.back.refused;
             } else {
                 if (event.kind == Kind::timer) event.front.waiting.store(true, std::memory_order_relaxed);
                 const uint32_t tag = event.kind == Kind::timer ? event.front.epoch : event.vectorTag;
                 place(queue, event, tag, content.release(), &after);
-                lookAtMark(queue, &change);
+                lookAtHighWater(queue, &change);
             }
             queue.back.removedSeen = queue.front.removed.load(std::memory_order_relaxed);
-            const uint64_t waiting = queue.ring.backCount() - queue.back.removedSeen;
+            const uint64_t waiting = queue.entries.backCount() - queue.back.removedSeen;
             if (waiting > queue.back.mostWaiting) {
                 queue.back.mostWaiting = waiting;
                 queue.back.countAt = std::min(queue.back.mostWaiting, queue.back.lookAt);
@@ -212,7 +212,7 @@ bool pushSlowly(Queue& queue, Event& event, uint32_t expectedEpoch, message::Con
 
 Queue::~Queue() {
     Entry entry;
-    while (ring.take(&entry)) {
+    while (entries.take(&entry)) {
         if (entry.content != nullptr) dropContent(entry.content);
     }
 }
@@ -221,9 +221,9 @@ bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch) noe
     Queue& queue = *event.queue;
     AfterPush after;
     queue.back.lock.lock();
-    if (queue.ring.backCount() - queue.back.removedSeen >= queue.back.countAt) [[unlikely]] {
+    if (queue.entries.backCount() - queue.back.removedSeen >= queue.back.countAt) [[unlikely]] {
         queue.back.removedSeen = queue.front.removed.load(std::memory_order_acquire);
-        const uint64_t waiting = queue.ring.backCount() - queue.back.removedSeen;
+        const uint64_t waiting = queue.entries.backCount() - queue.back.removedSeen;
         if (waiting >= queue.back.lookAt) {
             queue.back.lock.unlock();
             return pushSlowly(queue, event, expectedEpoch, std::move(content));
@@ -237,7 +237,7 @@ bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch) noe
         queue.back.lock.unlock();
         return false;
     }
-    if (!queue.ring.reserve()) [[unlikely]] {
+    if (!queue.entries.reserve()) [[unlikely]] {
         ++queue.back.refused;
         queue.back.lock.unlock();
         return true;
@@ -258,7 +258,7 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
     Entry entry;
     Event* event;
     for (;;) {
-        if (!queue.ring.take(&entry)) return false;
+        if (!queue.entries.take(&entry)) return false;
         if (entry.event == 0) continue;
         // The pin keeps the record. An event that is not open any more has been forgotten, see closeEvent: the entry is
         // dead and counted.
@@ -271,12 +271,12 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
         if (entry.content != nullptr) dropContent(entry.content);
     }
     // What comes next was written by another processor.
-    if (message::Content* far = queue.ring.ahead(3)) message::prefetchFar(far);
-    if (message::Content* near = queue.ring.ahead(0)) message::prefetchNear(near);
+    if (message::Content* far = queue.entries.ahead(3)) message::prefetchFar(far);
+    if (message::Content* near = queue.entries.ahead(0)) message::prefetchNear(near);
     // And other events may be in nobody's cache.
-    if (const uint32_t far = queue.ring.eventAhead(5); far != 0 && far != entry.event)
+    if (const uint32_t far = queue.entries.eventAhead(5); far != 0 && far != entry.event)
         prefetchToRead(registry::slotOf(far));
-    if (const uint32_t near = queue.ring.eventAhead(2); near != 0 && near != entry.event) {
+    if (const uint32_t near = queue.entries.eventAhead(2); near != 0 && near != entry.event) {
         if (Record* record = registry::slotOf(near)->record.load(std::memory_order_relaxed))
             prefetchToTake(*static_cast<Event*>(record));
     }
@@ -288,13 +288,13 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
     taken->content = entry.content;
     taken->tag = entry.tag;
     if (event->kind == Kind::vectorListener) {
-        Section section(thread);
+        ReadGuard guard(thread);
         registry::acquireReference(*event);
         batch->count = 1;
         batch->events[0] = event;
         batch->contents[0] = entry.content;
         uint64_t skipped = 0;
-        queue.ring.forEach(UINT64_MAX, [&](Entry& next) {
+        queue.entries.forEach(UINT64_MAX, [&](Entry& next) {
             if (batch->count == QUORL_VECTOR_MAX || skipped == batchReach) return false;
             if (next.tag != entry.tag || next.event == 0) {
                 ++skipped;
@@ -315,9 +315,9 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
     }
     queue.front.removed.store(removed, std::memory_order_release);
     // What a batch took out of its turn is near enough to what came first.
-    const uint64_t reached = queue.ring.begin() + (event->kind == Kind::vectorListener ? batch->count - 1 : 0);
+    const uint64_t reached = queue.entries.begin() + (event->kind == Kind::vectorListener ? batch->count - 1 : 0);
     if (const uint64_t timed = queue.timedPosition.load(std::memory_order_acquire); timed < reached) [[unlikely]]
-        endTiming(queue, timed, queue.ring.begin() - 1);
+        endTiming(queue, timed, queue.entries.begin() - 1);
     if (queue.front.clearBelow != 0) [[unlikely]]
         taken->cleared = queue.waiting() < queue.front.clearBelow;
     return true;
@@ -329,7 +329,7 @@ Histogram::Summary dispatchLag() noexcept {
 
 void trim(Queue& queue, AlarmChange* change) noexcept {
     const Limit limit = queue.back.limit;
-    const uint64_t waiting = queue.ring.backCount() - queue.front.removed.load(std::memory_order_relaxed);
+    const uint64_t waiting = queue.entries.backCount() - queue.front.removed.load(std::memory_order_relaxed);
     if (limit.policy == QUORLQUEUE_DISCARD_NONE || waiting <= limit.maxEvents) return;
     if (limit.policy == QUORLQUEUE_DISCARD_FIRST) {
         dropFirst(queue, waiting - limit.maxEvents, change);
@@ -340,15 +340,15 @@ void trim(Queue& queue, AlarmChange* change) noexcept {
 
 namespace {
 
-// How many entries of the ring are to be skipped.
+// How many entries of the segmented queue are to be skipped.
 uint64_t deadEntries(const Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
-    return queue.front.removed.load(std::memory_order_relaxed) - queue.ring.begin();
+    return queue.front.removed.load(std::memory_order_relaxed) - queue.entries.begin();
 }
 
-// Inside a section.
+// Under a read guard.
 void dropDead(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock) {
     queue.timedPosition.store(Queue::untimed, std::memory_order_relaxed);
-    queue.ring.filter([](const Entry& entry) {
+    queue.entries.filter([](const Entry& entry) {
         if (liveEvent(entry) != nullptr) return true;
         if (entry.content != nullptr) dropContent(entry.content);
         return false;
@@ -375,7 +375,7 @@ Event* closeEvent(uint32_t id) noexcept {
             queue.front.removed.store(queue.front.removed.load(std::memory_order_relaxed) + dead,
                                       std::memory_order_release);
             cleared = queue.waiting() < queue.front.clearBelow;
-            const uint64_t entries = queue.ring.backCount() - queue.ring.begin();
+            const uint64_t entries = queue.entries.backCount() - queue.entries.begin();
             if (entries <= fewEntries || deadEntries(queue) >= entries / 2) dropDead(queue);
         }
     }
@@ -402,7 +402,7 @@ void startNewEpoch(Event& event) noexcept {
     if (dead == 0 || queue.back.closed) return;
     queue.front.removed.store(queue.front.removed.load(std::memory_order_relaxed) + dead, std::memory_order_release);
     // Otherwise a timer of interval 0 that is set again and again would fill the queue.
-    const uint64_t entries = queue.ring.backCount() - queue.ring.begin();
+    const uint64_t entries = queue.entries.backCount() - queue.entries.begin();
     if (deadEntries(queue) >= std::max(fewDead, entries / 2)) dropDead(queue);
 }
 

@@ -12,7 +12,7 @@
 #include "base/record.h"
 #include "event/alarm_state.h"
 #include "event/event.h"
-#include "event/ring.h"
+#include "event/segmented_queue.h"
 #include "event/wait_list.h"
 #include "message/delivery.h"
 
@@ -50,7 +50,7 @@ struct Queue : Record {
 
     ~Queue();
 
-    Ring ring;
+    SegmentedQueue entries;
 
     // Senders' side.
     struct alignas(128) {
@@ -84,7 +84,7 @@ struct Queue : Record {
     struct alignas(128) {
         Mutex lock;
         // Entries that wait no longer: taken, dropped, or dead because their event was destroyed. The queue's count is
-        // ring.end() - removed; removed - ring.begin() entries of the ring are dead. Written under the lock.
+        // entries.end() - removed; removed - entries.begin() entries of the segmented queue are dead. Written under the lock.
         std::atomic<uint64_t> removed{0};
         uint64_t taken GUARDED_BY(lock) = 0;  // events that were dispatched
         // An alarm is over with fewer events waiting; 0: none is raised. Written under both locks.
@@ -114,26 +114,26 @@ struct Queue : Record {
     // Without a lock a guess that may be too high, and too low only while an event is on its way.
     uint64_t waiting() const noexcept {
         const uint64_t removed = front.removed.load(std::memory_order_seq_cst);
-        return ring.end(std::memory_order_seq_cst) - removed;
+        return entries.end(std::memory_order_seq_cst) - removed;
     }
 };
 
 // Puts an event into its queue; content is empty for timers. expectedEpoch: of timers, the epoch in which the firing was
-// decided. The calling thread is inside a section. False when the queue or the event takes no more events.
+// decided. The calling thread is under a read guard. False when the queue or the event takes no more events.
 bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch = 0) noexcept;
 
 // Takes the first event; of a vector listener also those that share its batch, into *batch, the first included. False:
 // nothing waits.
 bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) noexcept REQUIRES(queue.front.lock);
 
-// Drops what waits beyond the limit, by its policy. Inside a section.
+// Drops what waits beyond the limit, by its policy. Under a read guard.
 void trim(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock);
 
 // Closes the event for exactly one caller, who retires it: none of its callbacks starts any more, and none of its entries
 // counts as waiting. The registry and the counts change in one step under both locks of the queue, so that whoever holds
-// either finds an event open exactly while it may have entries. Null when there is no such open event. Inside a section.
+// either finds an event open exactly while it may have entries. Null when there is no such open event. Under a read guard.
 Event* closeEvent(uint32_t id) noexcept;
-// Stops the event for good without closing it: what waits stays. Inside a section.
+// Stops the event for good without closing it: what waits stays. Under a read guard.
 void cutOff(Event& event) noexcept;
 // Of timers: what waits is dead, and firings that were decided before do not count.
 void startNewEpoch(Event& event) noexcept;

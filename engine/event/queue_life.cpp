@@ -25,7 +25,7 @@ void destroyRecord(Record* record) noexcept {
 quorl_status create(uint32_t reserved, uint32_t* id) noexcept {
     if (reserved == 0) return registry::noId("queue");
     auto* queue = new (std::nothrow) Queue;
-    if (queue == nullptr || !queue->ring.prepare()) {
+    if (queue == nullptr || !queue->entries.prepare()) {
         delete queue;
         registry::abandon(reserved);
         return fail(QUORL_NO_MEMORY, "no memory for a queue");
@@ -68,7 +68,7 @@ quorl_status destroyQueue(uint32_t id, quorlQueueOnComplete completion, const vo
     }
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     auto* found = registry::find<Queue>(id);
     if (found == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", id);
     Queue& queue = *found;
@@ -84,10 +84,10 @@ quorl_status destroyQueue(uint32_t id, quorlQueueOnComplete completion, const vo
         queue.back.closed = true;
         queue.back.sleepers.wakeAll(wokenByClose);
         Entry entry;
-        while (queue.ring.take(&entry)) {
+        while (queue.entries.take(&entry)) {
             if (entry.content != nullptr) message::ContentRef::adopt(entry.content);
         }
-        queue.front.removed.store(queue.ring.backCount(), std::memory_order_release);
+        queue.front.removed.store(queue.entries.backCount(), std::memory_order_release);
         endAlarms(queue, &change);
     }
     if (change.any()) tell(queue, change);
@@ -115,7 +115,7 @@ quorl_status setLimit(Queue& queue, const Limit& limit) noexcept {
     }
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     AlarmChange change;
     bool cleared;
     {

@@ -59,7 +59,7 @@ constinit bool stopping GUARDED_BY(timersLock) = false;
 constinit Thread timersThread;               // started under timersLock; joined when the library closes
 constinit std::atomic<uint32_t> changes{0};  // counts reasons to look again; the thread sleeps on it
 
-// The timer that the item is of; null when the timer left it. Inside a section.
+// The timer that the item is of; null when the timer left it. Under a read guard.
 Timer* owner(const TimerHeap::Item& item) noexcept REQUIRES(timersLock) {
     auto* event = registry::find<Event>(item.id);
     if (event == nullptr) return nullptr;
@@ -73,7 +73,7 @@ void insert(Timer& timer) noexcept REQUIRES(timersLock) {
     heap->add({timer.due, timer.id, ++timer.turn});
 }
 
-// Leaves the timer's item, if it has one. Inside a section.
+// Leaves the timer's item, if it has one. Under a read guard.
 void leave(Timer& timer) noexcept REQUIRES(timersLock) {
     if (!timer.armed) return;
     timer.armed = false;
@@ -105,7 +105,7 @@ void prefetchTimers(const std::array<TimerHeap::Item, firedAtOnce>& items, size_
     }
 }
 
-// Takes up to firedAtOnce timers that are due, and puts them back with their next times. Inside a section.
+// Takes up to firedAtOnce timers that are due, and puts them back with their next times. Under a read guard.
 size_t takeDue(int64_t now, Firings& firings) noexcept REQUIRES(timersLock) {
     std::array<TimerHeap::Item, firedAtOnce> items;
     size_t count = 0;
@@ -156,8 +156,8 @@ void runTimers() {
         size_t fired;
         uint32_t reminded;
         do {
-            // What is found in it lives until the section ends.
-            Section section(*thread);
+            // What is found in it lives until the guard ends.
+            ReadGuard guard(*thread);
             {
                 Lock lock(timersLock);
                 if (stopping) return;
@@ -244,7 +244,7 @@ quorl_status createTimer(uint32_t* id, uint32_t queueId, quorlEventCallback call
                          const void* closure) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     auto* queue = registry::find<Queue>(queueId);
     if (queue == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", queueId);
     if (callback == nullptr) return fail(QUORL_INVALID_CALLBACK, "the callback of the timer is null");
@@ -289,7 +289,7 @@ quorl_status createTimer(uint32_t* id, uint32_t queueId, quorlEventCallback call
 quorl_status timerInterval(uint32_t id, double* interval) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     Timer* timer = findTimer(id);
     if (timer == nullptr) return environment::noObject(QUORL_INVALID_EVENT, "timer", id);
     Lock lock(timersLock);
@@ -300,7 +300,7 @@ quorl_status timerInterval(uint32_t id, double* interval) noexcept {
 quorl_status resetTimer(uint32_t id, double interval) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     Timer* timer = findTimer(id);
     if (timer == nullptr) return environment::noObject(QUORL_INVALID_EVENT, "timer", id);
     if (!validInterval(interval)) return refuseInterval(interval);

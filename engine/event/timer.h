@@ -10,7 +10,7 @@ quorl_status createTimer(uint32_t* id, uint32_t queue, quorlEventCallback callba
 quorl_status timerInterval(uint32_t id, double* interval) noexcept;
 quorl_status resetTimer(uint32_t id, double interval) noexcept;
 
-// A timer of interval 0 lost its place in the queue to a limit: tries again a little later. Inside a section, no lock
+// A timer of interval 0 lost its place in the queue to a limit: tries again a little later. Under a read guard, no lock
 // held.
 void fireSoon(uint32_t id) noexcept;
 

@@ -40,7 +40,8 @@ template <uint8_t type>
     Slot* slot = resolve(message);
     if (slot == nullptr || name == nullptr || slot->owner == Owner::outer) return generally();
     Content* content = slot->content;
-    if (content == nullptr || slot->handouts != nullptr || slot->marks != 0 || !content->unshared()) return generally();
+    if (content == nullptr || slot->borrowed != nullptr || slot->brackets != 0 || !content->unshared())
+        return generally();
     ShortText text;
     if (!text.read(name) || !text.isAscii()) return generally();
     if (id != 0 && findId(*content, id) != notFound) return generally();

@@ -1,6 +1,8 @@
 // The life of messages and the reading of their fields.
 #include "message/message.h"
 
+#include <new>
+
 #include "message/pool.h"
 
 namespace quorl::message {
@@ -61,10 +63,12 @@ Slot* openSlot(Owner owner) noexcept {
     if (slot == nullptr) return nullptr;
     slot->content = nullptr;
     slot->event = 0;
-    slot->handouts = nullptr;
-    slot->marks = 0;
+    slot->received = nullptr;
+    slot->attributes = nullptr;
+    slot->borrowed = nullptr;
+    slot->brackets = 0;
     slot->owner = owner;
-    slot->handedOut = false;
+    slot->lent = false;
     slot->live.store(slot->next, std::memory_order_release);
     return slot;
 }
@@ -85,9 +89,44 @@ void dropMessage(Slot& slot) noexcept {
     slot.next = slot.live.load(std::memory_order_relaxed) + handles::useStep;
     if (slot.next >> handles::indexBits == 0) slot.next += handles::useStep;
     slot.live.store(0, std::memory_order_release);
-    if (slot.handouts != nullptr) dropHandouts(slot);
+    if (slot.borrowed != nullptr) dropBorrowed(slot);
+    if (slot.owner != Owner::outer) dropAttributes(slot);
     if (slot.content != nullptr) slot.content->release();
     pool::releaseSlot(&slot, slot.owner == Owner::outer ? 0 : -1);
+}
+
+namespace {
+
+void replaceOwn(Slot& slot, OwnAttributes* by) noexcept {
+    if (slot.attributes != nullptr) deallocate(slot.attributes);
+    slot.attributes = by;
+}
+
+}  // namespace
+
+void dropBoth(Slot& slot) noexcept {
+    if (slot.received != nullptr) slot.received->release();
+    slot.received = nullptr;
+    replaceOwn(slot, nullptr);
+}
+
+bool setAttributes(Slot& slot, Attributes attributes) noexcept {
+    OwnAttributes* made = nullptr;
+    if (!attributes.empty()) {
+        void* memory = allocate(sizeof(OwnAttributes) + attributes.size());
+        if (memory == nullptr) return false;
+        made = new (memory) OwnAttributes{static_cast<uint32_t>(attributes.size())};
+        std::memcpy(made + 1, attributes.data(), attributes.size());
+    }
+    replaceOwn(slot, made);
+    return true;
+}
+
+bool copyAttributes(const Slot& from, Slot& to) noexcept {
+    if (from.attributes != nullptr && !setAttributes(to, from.attributes->bytes())) return false;
+    if (from.received != nullptr) from.received->retain();
+    to.received = from.received;
+    return true;
 }
 
 Content* missingContent(Slot& slot) noexcept {
@@ -156,7 +195,7 @@ quorl_status describe(Slot& slot, Content& content, uint32_t index, quorlMsgFiel
         case Kind::none:
             break;
     }
-    noteHandout(slot);
+    noteBorrowed(slot);
     record->name = content.name(field);
     record->size = size;
     record->count = count;
@@ -166,30 +205,30 @@ quorl_status describe(Slot& slot, Content& content, uint32_t index, quorlMsgFiel
 }
 
 quorl_status innerMessage(Slot& slot, Content& content, uint32_t index, quorlMsg* message) noexcept {
-    noteHandout(slot);
-    Handouts* handouts = handoutsOf(slot);
-    void** place = handouts != nullptr ? placeFor(*handouts, index, content.count) : nullptr;
+    noteBorrowed(slot);
+    Borrowed* borrowed = borrowedOf(slot);
+    void** place = borrowed != nullptr ? placeFor(*borrowed, index, content.count) : nullptr;
     if (place == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the handle of an inner message");
-    if (*place == nullptr) *place = newInner(*handouts, &content, content.value(content.field(index)));
+    if (*place == nullptr) *place = newInner(*borrowed, &content, content.value(content.field(index)));
     if (*place == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the handle of an inner message");
     *message = handleOf(*static_cast<Slot*>(*place));
     return QUORL_OK;
 }
 
 quorl_status innerMessages(Slot& slot, Content& content, uint32_t index, const quorlMsg** messages) noexcept {
-    noteHandout(slot);
+    noteBorrowed(slot);
     const Field& field = content.field(index);
-    Handouts* handouts = handoutsOf(slot);
-    void** place = handouts != nullptr ? placeFor(*handouts, index, content.count) : nullptr;
+    Borrowed* borrowed = borrowedOf(slot);
+    void** place = borrowed != nullptr ? placeFor(*borrowed, index, content.count) : nullptr;
     if (place != nullptr && *place == nullptr) {
-        // Handles that were made before memory ran out stay in the list of handouts, unused, until the next change.
-        Block* block = newBlockFor(*handouts, sizeof(quorlMsg) * field.length);
+        // Handles that were made before memory ran out stay in the list of borrowed, unused, until the next change.
+        Block* block = newBlockFor(*borrowed, sizeof(quorlMsg) * field.length);
         auto* array = block != nullptr ? static_cast<quorlMsg*>(block->bytes()) : nullptr;
         uint32_t at = field.value;
         for (uint32_t i = 0; array != nullptr && i < field.length; ++i) {
             at = wire::alignUp(at, wire::imageAlignment);
             const uint8_t* image = content.image + at;
-            Slot* inner = newInner(*handouts, &content, image);
+            Slot* inner = newInner(*borrowed, &content, image);
             if (inner == nullptr) {
                 array = nullptr;
                 break;
@@ -207,12 +246,12 @@ quorl_status innerMessages(Slot& slot, Content& content, uint32_t index, const q
 }
 
 quorl_status strings(Slot& slot, Content& content, uint32_t index, const char* const** array) noexcept {
-    noteHandout(slot);
+    noteBorrowed(slot);
     const Field& field = content.field(index);
-    Handouts* handouts = handoutsOf(slot);
-    void** place = handouts != nullptr ? placeFor(*handouts, index, content.count) : nullptr;
+    Borrowed* borrowed = borrowedOf(slot);
+    void** place = borrowed != nullptr ? placeFor(*borrowed, index, content.count) : nullptr;
     if (place != nullptr && *place == nullptr) {
-        if (Block* block = newBlockFor(*handouts, sizeof(const char*) * field.length)) {
+        if (Block* block = newBlockFor(*borrowed, sizeof(const char*) * field.length)) {
             auto* pointers = static_cast<const char**>(block->bytes());
             const char* text = reinterpret_cast<const char*>(content.value(field));
             for (uint32_t i = 0; i < field.length; ++i) {

@@ -304,13 +304,13 @@ void value(Text& to, const uint8_t* image, const Field& field) noexcept {
 
 void message(Text& to, const uint8_t* image) noexcept {
     wire::Fault none;
-    wire::Walk<false> walk(image, wire::load<uint32_t>(image + wire::sizeAt), 0, 0, &none);
+    wire::Decoder<false> decoder(image, wire::load<uint32_t>(image + wire::sizeAt), 0, 0, &none);
     const uint32_t count = wire::load<uint32_t>(image + wire::countAt);
     uint32_t at = wire::headerSize;
     to.put('{');
     for (uint32_t i = 0; i < count; ++i) {
         Field field;
-        at = walk.read(at, field);
+        at = decoder.read(at, field);
         if (i != 0) to.put(", ");
         if (field.nameLength == wire::noName) {
             to.put('#');
@@ -335,21 +335,21 @@ void message(Text& to, const uint8_t* image) noexcept {
 }  // namespace
 
 quorl_status print(Slot& slot, Content& content, const char** string) noexcept {
-    Handouts* handouts = handoutsOf(slot);
-    if (handouts != nullptr && handouts->printed == nullptr) {
+    Borrowed* borrowed = borrowedOf(slot);
+    if (borrowed != nullptr && borrowed->printed == nullptr) {
         Text text;
         message(text, content.image);
         if (Block* block = text.take()) {
-            block->next = handouts->current.blocks;
-            handouts->current.blocks = block;
-            handouts->printed = static_cast<const char*>(block->bytes());
+            block->next = borrowed->current.blocks;
+            borrowed->current.blocks = block;
+            borrowed->printed = static_cast<const char*>(block->bytes());
         }
     }
-    if (handouts == nullptr || handouts->printed == nullptr) {
+    if (borrowed == nullptr || borrowed->printed == nullptr) {
         return fail(QUORL_NO_MEMORY, "no memory for the printed form");
     }
-    noteHandout(slot);
-    *string = handouts->printed;
+    noteBorrowed(slot);
+    *string = borrowed->printed;
     return QUORL_OK;
 }
 

@@ -1,4 +1,4 @@
-// The walk over the fields of an image, checked and unchecked.
+// The decoder of the fields of an image, checked and unchecked.
 #include "message/wire.h"
 
 #include <algorithm>
@@ -106,7 +106,7 @@ constexpr std::array<SimpleInfo, headTypeMask + 1> simpleTable = [] {
 }  // namespace
 
 template <bool checked>
-bool Walk<checked>::length(uint32_t& at, uint32_t* value) noexcept {
+bool Decoder<checked>::length(uint32_t& at, uint32_t* value) noexcept {
     if (checked && at >= size_) return bad("a length is cut short", at);
     *value = image_[at];
     if (*value >= 0x80) [[unlikely]]
@@ -116,7 +116,7 @@ bool Walk<checked>::length(uint32_t& at, uint32_t* value) noexcept {
 }
 
 template <bool checked>
-[[gnu::noinline]] bool Walk<checked>::longLength(uint32_t& at, uint32_t* value) noexcept {
+[[gnu::noinline]] bool Decoder<checked>::longLength(uint32_t& at, uint32_t* value) noexcept {
     const uint32_t start = at;
     uint32_t result = 0;
     uint32_t byte;
@@ -133,7 +133,7 @@ template <bool checked>
 }
 
 template <bool checked>
-bool Walk<checked>::padding(uint32_t& at, uint32_t alignment) noexcept {
+bool Decoder<checked>::padding(uint32_t& at, uint32_t alignment) noexcept {
     uint32_t to = alignUp(at, alignment);
     if (checked && to > size_) return bad("padding is cut short", at);
     if (checked) {
@@ -148,7 +148,7 @@ bool Walk<checked>::padding(uint32_t& at, uint32_t alignment) noexcept {
 // The length of the name that starts at at. Eight bytes at a time: names are short, and a call of memchr costs more
 // than the search.
 template <bool checked>
-bool Walk<checked>::nameLength(uint32_t at, uint32_t* length) noexcept {
+bool Decoder<checked>::nameLength(uint32_t at, uint32_t* length) noexcept {
     const uint32_t room = std::min<uint32_t>(size_ - at, QUORL_FIELD_NAME_MAX + 1);
     uint32_t done = 0;
     for (; room - done >= 8; done += 8) {
@@ -167,7 +167,7 @@ bool Walk<checked>::nameLength(uint32_t at, uint32_t* length) noexcept {
 }
 
 template <bool checked>
-[[gnu::noinline]] bool Walk<checked>::anyHead(uint32_t at, Head& head) noexcept {
+[[gnu::noinline]] bool Decoder<checked>::anyHead(uint32_t at, Head& head) noexcept {
     const uint32_t start = at;
     const uint8_t first = image_[at++];
     head.type = first & headTypeMask;
@@ -200,16 +200,16 @@ template <bool checked>
 }
 
 template <bool checked>
-bool Walk<checked>::inner(uint32_t at, uint32_t* size, uint8_t* depth) noexcept {
+bool Decoder<checked>::inner(uint32_t at, uint32_t* size, uint8_t* depth) noexcept {
     if (checked) {
         if (level_ >= QUORL_MSG_MAX_DEPTH) return bad("messages are nested too deeply", at);
         if (!checkHeader(image_ + at, size_ - at, base_ + at, level_ + 1, fault_)) return false;
     }
     *size = load<uint32_t>(image_ + at + sizeAt);
     if (!checked) return true;
-    Walk<checked> walk(image_ + at, *size, base_ + at, level_ + 1, fault_);
+    Decoder<checked> decoder(image_ + at, *size, base_ + at, level_ + 1, fault_);
     uint8_t below = 0;
-    if (!walk.whole(load<uint32_t>(image_ + at + countAt), nullptr, &below)) return false;
+    if (!decoder.whole(load<uint32_t>(image_ + at + countAt), nullptr, &below)) return false;
     *depth = std::max(*depth, static_cast<uint8_t>(below + 1));
     return true;
 }
@@ -218,7 +218,7 @@ bool Walk<checked>::inner(uint32_t at, uint32_t* size, uint8_t* depth) noexcept 
 // numbers. 0: it is another one, or has a fault; read() will tell. In one piece and, but for long texts, without calls,
 // since the time that it takes is the time to read a message.
 template <bool checked>
-[[gnu::always_inline]] inline uint32_t Walk<checked>::readSimple(uint32_t at, Field& field) const noexcept {
+[[gnu::always_inline]] inline uint32_t Decoder<checked>::readSimple(uint32_t at, Field& field) const noexcept {
     const uint8_t* const image = image_;
     const uint32_t size = size_;
     constexpr uint32_t word = sizeof(uint64_t);
@@ -276,7 +276,7 @@ template <bool checked>
 }
 
 template <bool checked>
-uint32_t Walk<checked>::read(uint32_t at, Field& field) noexcept {
+uint32_t Decoder<checked>::read(uint32_t at, Field& field) noexcept {
     const uint8_t* const image = image_;
     const uint32_t size = size_;
     const uint32_t start = at;
@@ -365,7 +365,7 @@ uint32_t Walk<checked>::read(uint32_t at, Field& field) noexcept {
 
 // Reads a field that is not simple and counts what it holds. The fault, if there is one, is complete.
 template <bool checked>
-[[gnu::noinline]] uint32_t Walk<checked>::readOther(uint32_t at, uint32_t index, Field& field, Seen& seen) noexcept {
+[[gnu::noinline]] uint32_t Decoder<checked>::readOther(uint32_t at, uint32_t index, Field& field, Seen& seen) noexcept {
     const uint32_t end = read(at, field);
     if (!checked) return end;
     const auto wrong = [&] {
@@ -392,7 +392,7 @@ template <bool checked>
 
 template <bool checked>
 template <bool keep>
-[[gnu::always_inline]] inline uint32_t Walk<checked>::readAll(uint32_t count, Field* top, Seen& seen) noexcept {
+[[gnu::always_inline]] inline uint32_t Decoder<checked>::readAll(uint32_t count, Field* top, Seen& seen) noexcept {
     uint32_t at = headerSize;
     Field scratch;
     for (uint32_t index = 0; index < count; ++index) {
@@ -409,7 +409,7 @@ template <bool keep>
 }
 
 template <bool checked>
-bool Walk<checked>::whole(uint32_t count, Field* top, uint8_t* depth) noexcept {
+bool Decoder<checked>::whole(uint32_t count, Field* top, uint8_t* depth) noexcept {
     Seen seen;
     const uint32_t end = top != nullptr ? readAll<true>(count, top, seen) : readAll<false>(count, top, seen);
     if (!checked) return true;
@@ -425,12 +425,12 @@ bool Walk<checked>::whole(uint32_t count, Field* top, uint8_t* depth) noexcept {
 
 // Whether the fields whose heads are at those offsets, and have been checked, have the same name, or both none.
 template <bool checked>
-bool Walk<checked>::sameNames(uint32_t one, uint32_t other) noexcept {
-    Walk<false> walk(image_, size_, base_, level_, fault_);
-    Walk<false>::Head a;
-    Walk<false>::Head b;
-    walk.anyHead(one, a);
-    walk.anyHead(other, b);
+bool Decoder<checked>::sameNames(uint32_t one, uint32_t other) noexcept {
+    Decoder<false> decoder(image_, size_, base_, level_, fault_);
+    Decoder<false>::Head a;
+    Decoder<false>::Head b;
+    decoder.anyHead(one, a);
+    decoder.anyHead(other, b);
     if (a.nameLength != b.nameLength) return false;
     return a.nameLength == noName ||
            std::memcmp(image_ + one + a.nameOffset, image_ + other + b.nameOffset, a.nameLength) == 0;
@@ -438,13 +438,13 @@ bool Walk<checked>::sameNames(uint32_t one, uint32_t other) noexcept {
 
 // Apart from whole, so that nested messages do not pile up its table on the stack.
 template <bool checked>
-[[gnu::noinline]] bool Walk<checked>::oneNameForEachId(uint32_t count) noexcept {
+[[gnu::noinline]] bool Decoder<checked>::oneNameForEachId(uint32_t count) noexcept {
     uint64_t seen[0x10000 / 64] = {};
-    Walk<false> walk(image_, size_, base_, level_, fault_);
+    Decoder<false> decoder(image_, size_, base_, level_, fault_);
     uint32_t at = headerSize;
     Field field;
     for (uint32_t index = 0; index < count; ++index) {
-        at = walk.read(at, field);
+        at = decoder.read(at, field);
         if (field.id == 0) continue;
         const uint64_t bit = uint64_t{1} << (field.id % 64);
         if (seen[field.id / 64] & bit) return compareNamesOfIds(count);
@@ -455,7 +455,7 @@ template <bool checked>
 
 // For an image in which an id stands more than once.
 template <bool checked>
-[[gnu::noinline]] bool Walk<checked>::compareNamesOfIds(uint32_t count) noexcept {
+[[gnu::noinline]] bool Decoder<checked>::compareNamesOfIds(uint32_t count) noexcept {
     constexpr size_t size = 0x10000 * sizeof(uint32_t);
     auto* heads = static_cast<uint32_t*>(allocate(size));  // of the first field with each id; 0: none yet
     if (heads == nullptr) {
@@ -464,12 +464,12 @@ template <bool checked>
         return false;
     }
     std::memset(heads, 0, size);
-    Walk<false> walk(image_, size_, base_, level_, fault_);
+    Decoder<false> decoder(image_, size_, base_, level_, fault_);
     uint32_t at = headerSize;
     Field field;
     bool good = true;
     for (uint32_t index = 0; good && index < count; ++index) {
-        at = walk.read(at, field);
+        at = decoder.read(at, field);
         if (field.id == 0) continue;
         if (heads[field.id] == 0) {
             heads[field.id] = field.head;
@@ -483,18 +483,18 @@ template <bool checked>
     return good;
 }
 
-template class Walk<true>;
-template class Walk<false>;
+template class Decoder<true>;
+template class Decoder<false>;
 
 uint8_t depthOf(const uint8_t* image) noexcept {
     uint8_t depth = 0;
     Fault none;
-    Walk<false> walk(image, load<uint32_t>(image + sizeAt), 0, 0, &none);
+    Decoder<false> decoder(image, load<uint32_t>(image + sizeAt), 0, 0, &none);
     const uint32_t count = load<uint32_t>(image + countAt);
     uint32_t at = headerSize;
     Field field;
     for (uint32_t index = 0; index < count; ++index) {
-        at = walk.read(at, field);
+        at = decoder.read(at, field);
         if (typeInfo(field.type).kind != Kind::message && typeInfo(field.type).kind != Kind::messages) continue;
         uint32_t inner = field.value;
         for (uint32_t i = 0; i < field.length && inner < at; ++i) {

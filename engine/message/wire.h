@@ -1,4 +1,4 @@
-// The wire image of a message, byte by byte: its header, its field heads, and the walk over its fields.
+// The wire image of a message, byte by byte: its header, its field heads, and the decoder of its fields.
 // docs/reference/wire-format.md says the same in words.
 #pragma once
 
@@ -110,7 +110,7 @@ struct Fault {
     quorl_status status = QUORL_CORRUPT_MSG;
 };
 
-// What the walk over a message has seen but does not keep field by field.
+// What the decoder of a message has seen but does not keep field by field.
 struct Seen {
     static constexpr uint32_t fewIds = 16;  // that many are compared with each other as they come
     uint16_t ids[fewIds];
@@ -119,16 +119,16 @@ struct Seen {
     uint8_t depth = 0;
 };
 
-// Walks the fields of an image. The checked walk believes nothing and stops at the first fault. The other one is for
+// Decodes the fields of an image. The checked decoder believes nothing and stops at the first fault. The other one is for
 // images that have been checked: it reads the same without a test, and steps over messages inside without a look.
 template <bool checked>
-class Walk {
+class Decoder {
     template <bool>
-    friend class Walk;
+    friend class Decoder;
 
   public:
     // base: what the image's offset in the outermost image is; level: how many messages it is inside of.
-    Walk(const uint8_t* image, uint32_t size, uint32_t base, uint32_t level, Fault* fault) noexcept
+    Decoder(const uint8_t* image, uint32_t size, uint32_t base, uint32_t level, Fault* fault) noexcept
         : image_(image), size_(size), base_(base), level_(level), fault_(fault) {}
 
     // Reads the field at offset at. Returns the offset of the byte behind it, or 0: there is a fault, whose field is the
@@ -136,7 +136,7 @@ class Walk {
     uint32_t read(uint32_t at, Field& field) noexcept;
 
     // Reads all fields of an image whose header is good. When top is not null, the fields go to top[-1], top[-2]..., and
-    // their tails behind top. depth: the levels of messages inside; left 0 by the unchecked walk.
+    // their tails behind top. depth: the levels of messages inside; left 0 by the unchecked decoder.
     bool whole(uint32_t count, Field* top, uint8_t* depth) noexcept;
 
   private:
@@ -174,8 +174,8 @@ class Walk {
     Fault* fault_;
 };
 
-extern template class Walk<true>;
-extern template class Walk<false>;
+extern template class Decoder<true>;
+extern template class Decoder<false>;
 
 // A header's words, read once.
 struct Header {

@@ -304,10 +304,10 @@ bool Change::moveToRoom(size_t bytes) noexcept {
 }
 
 bool Change::needSubjects() noexcept {
-    if (!handouts_.begin(slot_)) return false;
+    if (!borrowed_.begin(slot_)) return false;
     Content* content = slot_.content;
     if (content == nullptr) return moveToRoom(0);
-    if (content->references.load(std::memory_order_acquire) == 1 && !handouts_.keepsContent()) return true;
+    if (content->references.load(std::memory_order_acquire) == 1 && !borrowed_.keepsContent()) return true;
     if (content->size <= smallImage) return moveToRoom(0);
     fresh_ = newEnvelopeOver(content);
     return fresh_ != nullptr && fresh_->copySubjects(*content);
@@ -411,10 +411,11 @@ quorl_status setSubject(Slot& slot, std::string_view subject, bool reply) noexce
 }
 
 quorl_status reset(Slot& slot) noexcept {
-    ChangeOfHandouts handouts;
-    if (!handouts.begin(slot)) return fail(QUORL_NO_MEMORY, "no memory to keep what a bracket has handed out");
-    const bool keep = handouts.keepsContent();
-    handouts.commit(slot);
+    ChangeOfBorrowed borrowed;
+    if (!borrowed.begin(slot)) return fail(QUORL_NO_MEMORY, "no memory to keep what a bracket has handed out");
+    const bool keep = borrowed.keepsContent();
+    borrowed.commit(slot);
+    dropAttributes(slot);
     Content* content = slot.content;
     if (content == nullptr) return QUORL_OK;
     // A message that is emptied is filled again as a rule, so that it keeps its block, unless that is a large one.

@@ -21,15 +21,15 @@ class Change {
 
     // Makes sure of bytes of free room in a content that is the slot's alone. False: no memory.
     bool needRoom(size_t bytes) noexcept {
-        if (!handouts_.begin(slot_)) return false;
+        if (!borrowed_.begin(slot_)) return false;
         return hasRoom(bytes) || moveToRoom(bytes);
     }
 
     // Whether the content can be changed where it is and has bytes of free room; after begin.
-    bool begin() noexcept { return handouts_.begin(slot_); }
+    bool begin() noexcept { return borrowed_.begin(slot_); }
     bool hasRoom(size_t bytes) const noexcept {
         const Content* content = slot_.content;
-        return content != nullptr && content->unshared() && !handouts_.keepsContent() && content->room() >= bytes;
+        return content != nullptr && content->unshared() && !borrowed_.keepsContent() && content->room() >= bytes;
     }
 
     // The same where only subjects change.
@@ -38,7 +38,7 @@ class Change {
     // Takes a content (counted) that is ready but for what is to be written. False: no memory.
     bool replaceBy(Content* fresh) noexcept {
         fresh_ = fresh;
-        return fresh != nullptr && handouts_.begin(slot_);
+        return fresh != nullptr && borrowed_.begin(slot_);
     }
 
     // The content that the change writes to before it is committed: into free room, or where nobody looks meanwhile.
@@ -46,7 +46,7 @@ class Change {
 
     // The change happens. The value that was written may have lain in what is taken back here.
     Content& commit() noexcept {
-        handouts_.commit(slot_);
+        borrowed_.commit(slot_);
         if (fresh_ != nullptr) {
             old_ = slot_.content;
             slot_.content = std::exchange(fresh_, nullptr);
@@ -58,7 +58,7 @@ class Change {
     bool moveToRoom(size_t bytes) noexcept;
 
     Slot& slot_;
-    ChangeOfHandouts handouts_;
+    ChangeOfBorrowed borrowed_;
     Content* fresh_ = nullptr;  // to become the slot's; counted
     Content* old_ = nullptr;    // was the slot's; counted
 };

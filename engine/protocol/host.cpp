@@ -30,7 +30,7 @@ void increment(std::atomic<uint64_t>& count) noexcept {
 
 // No default limit may drop what came in; the name is for the statistics.
 void prepareQueue(uint32_t id, const char* name) noexcept {
-    Section section(*threadState());
+    ReadGuard guard(*threadState());
     auto* queue = registry::find<event::Queue>(id);
     if (queue == nullptr) return;
     event::setLimit(*queue, {});

@@ -25,7 +25,7 @@ const char* prefixOf(Severity severity) noexcept {
 
 void publish(ThreadState& thread, message::ContentRef content) noexcept {
     if (!isAdvisory(content)) return;
-    Section section(thread);
+    ReadGuard guard(thread);
     local::publish(thread, std::move(content));
 }
 

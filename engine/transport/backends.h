@@ -16,6 +16,6 @@ struct Destination {
 };
 
 // Opens the way. QUORL_NO_MEMORY, and what the backend says.
-quorl_status openCarrier(const Destination& to, std::unique_ptr<Carrier>* carrier) noexcept;
+quorl_status openBackend(const Destination& to, std::unique_ptr<Backend>* backend) noexcept;
 
 }  // namespace quorl::transport

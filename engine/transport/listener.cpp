@@ -32,18 +32,18 @@ void detachListener(event::Event& event) noexcept {
     listener.detached = true;
     if (!listener.attached) return;
     listener.attached = false;
-    starve(listener);
+    stopListening(listener);
     (listener.previous != nullptr ? listener.previous->next : transport.listeners) = listener.next;
     if (listener.next != nullptr) listener.next->previous = listener.previous;
 }
 
-// Makes the carrier feed the listener.
+// Makes the backend feed the listener.
 quorl_status attach(Listener& listener) noexcept {
     Transport& transport = *listener.transport;
     Lock lock(transport.lock);
     if (transport.closed) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", transport.id);
     if (listener.detached) return fail(QUORL_INVALID_EVENT, "the listener was destroyed while it was being created");
-    if (const quorl_status status = feed(listener); status != QUORL_OK) return status;
+    if (const quorl_status status = startListening(listener); status != QUORL_OK) return status;
     listener.attached = true;
     listener.next = transport.listeners;
     if (listener.next != nullptr) listener.next->previous = &listener;
@@ -78,23 +78,23 @@ quorl_status checkSubject(const Transport& transport, const char* text) noexcept
 
 }  // namespace
 
-quorl_status feed(Listener& listener) noexcept {
+quorl_status startListening(Listener& listener) noexcept {
     return local::hearsThisProcessAlone(listener.subject) ? local::listen(listener)
-                                                          : listener.transport->carrier->listen(listener);
+                                                          : listener.transport->backend->listen(listener);
 }
 
-void starve(Listener& listener) noexcept {
+void stopListening(Listener& listener) noexcept {
     if (local::hearsThisProcessAlone(listener.subject)) {
         local::unlisten(listener);
     } else {
-        listener.transport->carrier->unlisten(listener);
+        listener.transport->backend->unlisten(listener);
     }
 }
 
 quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     auto* queue = registry::find<event::Queue>(request.queue);
     if (queue == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", request.queue);
     if (request.callback == nullptr && request.vectorCallback == nullptr)

@@ -14,7 +14,7 @@ struct Listener : event::Event {
     Transport* transport = nullptr;  // set once; the listener is its child
 
     // Guarded by the transport's lock.
-    bool attached = false;  // the carrier knows the listener
+    bool attached = false;  // the backend knows the listener
     bool detached = false;  // it will not be attached any more
     Listener* next = nullptr;
     Listener* previous = nullptr;
@@ -31,10 +31,10 @@ struct ListenerRequest {
     bool vector;
 };
 
-// Starts and stops feeding the listener, from the carrier and inside the process as its subject demands. Under the
+// Starts and stops feeding the listener, from the backend and inside the process as its subject demands. Under the
 // transport's lock.
-quorl_status feed(Listener& listener) noexcept;
-void starve(Listener& listener) noexcept;
+quorl_status startListening(Listener& listener) noexcept;
+void stopListening(Listener& listener) noexcept;
 
 quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexcept;
 

@@ -15,7 +15,7 @@ bool staysHere(std::string_view subject) noexcept;
 // Whether what leaves the process may ask for replies there. QUORL_INVALID_SUBJECT.
 quorl_status checkReply(std::string_view replySubject) noexcept;
 
-// Whether a listener to the pattern hears such messages and no others, so that no carrier has to know of it. A wildcard
+// Whether a listener to the pattern hears such messages and no others, so that no backend has to know of it. A wildcard
 // stands for their second element alone: what the system sends for its protocols is heard by whoever names it.
 bool hearsThisProcessAlone(std::string_view pattern) noexcept;
 
@@ -26,7 +26,7 @@ void unlisten(Listener& listener) noexcept;
 // Whether any listener is fed.
 bool heard() noexcept;
 
-// Puts a message into the queues of the listeners that match. Inside a section. QUORL_INVALID_SUBJECT, QUORL_NO_MEMORY.
+// Puts a message into the queues of the listeners that match. Under a read guard. QUORL_INVALID_SUBJECT, QUORL_NO_MEMORY.
 quorl_status publish(ThreadState& thread, message::ContentRef content) noexcept;
 
 // The engine's answer to a question on that subject, without subjects; empty when it is no question. The calling thread's

@@ -64,7 +64,7 @@ struct Router::Matches {
     std::unique_ptr<Listener*[]> many;  // when there are more than few
 };
 
-// Of one thread, bounded, replaced by hash. What it holds is only looked at inside a section, and only while the router's
+// Of one thread, bounded, replaced by hash. What it holds is only looked at under a read guard, and only while the router's
 // version is the one that was matched at, so that the listeners are alive.
 class Router::Cache {
   public:

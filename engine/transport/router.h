@@ -1,4 +1,4 @@
-// Finds the listeners of a subject, and puts messages into their queues: the local half of every carrier.
+// Finds the listeners of a subject, and puts messages into their queues: the local half of every backend.
 #pragma once
 
 #include <atomic>
@@ -29,7 +29,7 @@ class Router {
     void add(Request& request);
     void remove(Request& request) noexcept;
 
-    // Puts the message into the queues of all listeners that match. Inside a section. QUORL_INVALID_SUBJECT,
+    // Puts the message into the queues of all listeners that match. Under a read guard. QUORL_INVALID_SUBJECT,
     // QUORL_NO_MEMORY.
     quorl_status route(ThreadState& thread, message::ContentRef content) noexcept;
 

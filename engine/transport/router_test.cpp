@@ -14,14 +14,14 @@ namespace {
 // Listeners with a queue of their own each, so that its count tells how often they were reached.
 struct Ear {
     explicit Ear(const std::string& pattern) {
-        EXPECT_TRUE(queue.ring.prepare());
+        EXPECT_TRUE(queue.entries.prepare());
         Lock front(queue.front.lock);
         Lock back(queue.back.lock);
         event::setThresholds(queue);
         listener.subject = pattern;
         listener.queue = &queue;
     }
-    uint64_t heard() const { return queue.ring.backCount(); }
+    uint64_t heard() const { return queue.entries.backCount(); }
     event::Queue queue;
     Listener listener;
 };
@@ -40,7 +40,7 @@ class RouterTest : public testing::Test {
         EXPECT_EQ(message::snapshot(message, &plain), QUORL_OK);
         EXPECT_EQ(message::withSubjects(plain, subject, {}, &content), QUORL_OK);
         EXPECT_EQ(quorlMsg_Destroy(message), QUORL_OK);
-        Section section(*thread);
+        ReadGuard guard(*thread);
         return to.route(*thread, std::move(content));
     }
     ThreadState* thread = nullptr;

@@ -34,35 +34,35 @@ quorl_status sendHere(Transport& transport, ThreadState& thread, message::Conten
     message::ContentRef addressed;
     if (const quorl_status status = message::withSubjects(reply, address, {}, &addressed); status != QUORL_OK)
         return status;
-    Carrier& carrier = *transport.carrier;
-    if (subject::isInbox(address)) return carrier.deliver(thread, std::move(addressed));
-    return local::staysHere(address) ? QUORL_OK : carrier.send(thread, std::move(addressed));
+    Backend& backend = *transport.backend;
+    if (subject::isInbox(address)) return backend.deliver(thread, std::move(addressed));
+    return local::staysHere(address) ? QUORL_OK : backend.send(thread, std::move(addressed));
 }
 
-// Every message of the program goes out here. Inside a section.
+// Every message of the program goes out here. Under a read guard.
 quorl_status sendOut(Transport& transport, ThreadState& thread, message::ContentRef content) noexcept {
     const uint64_t bytes = content.byteSize();
     quorl_status status;
     if (subject::isSystem(content.sendSubject()) && local::staysHere(content.sendSubject())) [[unlikely]]
         status = sendHere(transport, thread, std::move(content));
     else
-        status = transport.carrier->send(thread, std::move(content));
+        status = transport.backend->send(thread, std::move(content));
     if (status == QUORL_OK) thread.part<message::Traffic>().sent(1, bytes);
     return status;
 }
 
-// Calls attempt, which sends inside a section of its own, until it says something else than that there is no room.
+// Calls attempt, which sends under a read guard of its own, until it says something else than that there is no room.
 // QUORL_TIMEOUT: it still says so at the deadline.
 template <class F>
 quorl_status untilThereIsRoom(ThreadState& thread, uint32_t id, int64_t deadline, F&& attempt) noexcept {
     for (;;) {
         const quorl_status status = attempt();
-        if (status != Carrier::noRoom) [[likely]]
+        if (status != Backend::noRoom) [[likely]]
             return status;
         if (deadline != forever && monotonicNow() >= deadline)
             return fail(QUORL_TIMEOUT, "the transport had no room for the message within the time limit");
         registry::Pin<Transport> transport(thread, id);
-        if (!transport || !transport->carrier->awaitRoom(deadline)) return noTransport(id);
+        if (!transport || !transport->backend->awaitRoom(deadline)) return noTransport(id);
     }
 }
 
@@ -84,7 +84,7 @@ quorl_status send(uint32_t id, quorlMsg message) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return noThreadState();
     return untilThereIsRoom(*thread, id, forever, [&]() noexcept {
-        Section section(*thread);
+        ReadGuard guard(*thread);
         auto* transport = registry::find<Transport>(id);
         if (transport == nullptr) return noTransport(id);
         message::ContentRef content;
@@ -98,7 +98,7 @@ quorl_status sendAll(uint32_t id, const quorlMsg* messages, uint32_t count) noex
     if (thread == nullptr) return noThreadState();
     std::vector<message::ContentRef> contents;
     {
-        Section section(*thread);
+        ReadGuard guard(*thread);
         auto* transport = registry::find<Transport>(id);
         if (transport == nullptr) return noTransport(id);
         if (count != 0 && messages == nullptr)
@@ -110,13 +110,13 @@ quorl_status sendAll(uint32_t id, const quorlMsg* messages, uint32_t count) noex
         }
         for (uint32_t i = 0; i < count; ++i) {
             quorl_status status = message::snapshot(messages[i], &contents[i]);
-            if (status == QUORL_OK) status = transport->carrier->check(contents[i].sendSubject());
+            if (status == QUORL_OK) status = transport->backend->check(contents[i].sendSubject());
             if (status != QUORL_OK) return failWithin(status, "message %u of %u", i + 1, count);
         }
     }
     uint32_t sent = 0;
     return untilThereIsRoom(*thread, id, forever, [&]() noexcept {
-        Section section(*thread);
+        ReadGuard guard(*thread);
         auto* transport = registry::find<Transport>(id);
         if (transport == nullptr) return noTransport(id);
         for (; sent < count; ++sent) {
@@ -131,7 +131,7 @@ quorl_status sendReply(uint32_t id, quorlMsg reply, quorlMsg request) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return noThreadState();
     return untilThereIsRoom(*thread, id, forever, [&]() noexcept {
-        Section section(*thread);
+        ReadGuard guard(*thread);
         auto* transport = registry::find<Transport>(id);
         if (transport == nullptr) return noTransport(id);
         message::ContentRef asked;
@@ -160,7 +160,7 @@ quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double 
     {
         message::ContentRef asked;
         status = message::snapshot(message, &asked);
-        if (status == QUORL_OK) status = transport->carrier->check(asked.sendSubject());
+        if (status == QUORL_OK) status = transport->backend->check(asked.sendSubject());
         if (status == QUORL_OK) status = createInbox(id, inbox.data(), inbox.size());
         // What the engine itself answers needs no inbox; the request gets one all the same, as every request does.
         if (status == QUORL_OK) status = local::answer(asked.sendSubject(), &request.reply);
@@ -176,12 +176,12 @@ quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double 
     {
         Lock lock(transport->lock);
         if (transport->closed) return noTransport(id);
-        status = transport->carrier->openRequest(request);
+        status = transport->backend->openRequest(request);
         if (status != QUORL_OK) return status;
         link(*transport, request);
     }
     status = untilThereIsRoom(*thread, id, deadline, [&]() noexcept {
-        Section section(*thread);
+        ReadGuard guard(*thread);
         message::ContentRef content;
         if (const quorl_status failed = message::snapshot(message, &content); failed != QUORL_OK) return failed;
         return sendOut(*transport, *thread, std::move(content));
@@ -192,13 +192,13 @@ quorl_status sendRequest(uint32_t id, quorlMsg message, quorlMsg* reply, double 
         }
     }
     unlink(*transport, request);
-    transport->carrier->closeRequest(request);
+    transport->backend->closeRequest(request);
     if (status != QUORL_OK) return status;
     switch (request.state->load(std::memory_order_acquire)) {
         case Request::replied:
             return message::handOver(std::move(request.reply), reply);
         case Request::aborted:
-            return transport->carrier->whyAborted();
+            return transport->backend->whyAborted();
         default:
             return fail(QUORL_TIMEOUT, "no reply came in time");
     }

@@ -168,7 +168,7 @@ void fill(message::Builder& message) noexcept {
     addTraffic(message);
     addLag(message);
     {
-        Section section(*thread);
+        ReadGuard guard(*thread);
         Census census;
         registry::forEachOpen(count, &census);
         if (!census.complete) return message.fails(fail(QUORL_NO_MEMORY, "no memory for the queues' statistics"));

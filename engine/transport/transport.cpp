@@ -64,19 +64,19 @@ quorl_status createTransport(uint32_t* id, const char* service, const char* netw
     const std::string_view daemonName = orDefault(daemon, parameters::daemon);
     if (!parameters::validBusName(serviceName)) return refuseBusName(QUORL_SERVICE_NOT_FOUND, "service", serviceName);
     if (!parameters::validBusName(networkName)) return refuseBusName(QUORL_NETWORK_NOT_FOUND, "network", networkName);
-    std::unique_ptr<Carrier> carrier;
-    const quorl_status status = openCarrier({daemonName, serviceName, networkName}, &carrier);
+    std::unique_ptr<Backend> backend;
+    const quorl_status status = openBackend({daemonName, serviceName, networkName}, &backend);
     if (status != QUORL_OK) return status;
-    return publishTransport(id, std::move(carrier));
+    return publishTransport(id, std::move(backend));
 }
 
-quorl_status publishTransport(uint32_t* id, std::unique_ptr<Carrier> carrier) noexcept {
+quorl_status publishTransport(uint32_t* id, std::unique_ptr<Backend> backend) noexcept {
     std::unique_ptr<Transport> transport;
     try {
         transport = std::make_unique<Transport>();
         if (!makeInboxPrefix(transport->inboxPrefix))
             return fail(QUORL_OS_ERROR, "the system provides no random numbers");
-        transport->carrier = std::move(carrier);
+        transport->backend = std::move(backend);
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for a transport");
     }
@@ -95,7 +95,7 @@ quorl_status publishTransport(uint32_t* id, std::unique_ptr<Carrier> carrier) no
 namespace {
 
 quorl_status closeTransport(ThreadState& thread, uint32_t id, std::shared_ptr<Ending>* ending) noexcept {
-    Section section(thread);
+    ReadGuard guard(thread);
     for (const ClosingWatch* watch = watches.load(std::memory_order_acquire); watch != nullptr; watch = watch->next)
         watch->closes(id);
     Record* record = registry::close(id, QUORL_OBJECT_TRANSPORT);
@@ -106,17 +106,17 @@ quorl_status closeTransport(ThreadState& thread, uint32_t id, std::shared_ptr<En
         transport.closed = true;
         for (Listener* listener = transport.listeners; listener != nullptr; listener = listener->next) {
             listener->attached = false;
-            starve(*listener);
+            stopListening(*listener);
             event::cutOff(*listener);
         }
         transport.listeners = nullptr;
         abortAll(transport);
-        transport.carrier->close();
+        transport.backend->close();
     }
     for (const ClosingWatch* watch = watches.load(std::memory_order_acquire); watch != nullptr; watch = watch->next)
         watch->closed(id);
-    transport.carrier->closed(thread);
-    *ending = transport.carrier->ending();
+    transport.backend->closed(thread);
+    *ending = transport.backend->ending();
     registry::retire(transport);
     return QUORL_OK;
 }
@@ -147,18 +147,18 @@ void abortAll(Transport& transport) noexcept {
     }
 }
 
-Passage Carrier::passage(std::string_view, int64_t now) noexcept {
+Passage Backend::passage(std::string_view, int64_t now) noexcept {
     return Passage::open(now);
 }
 
-quorl_status Carrier::whyAborted() const noexcept {
+quorl_status Backend::whyAborted() const noexcept {
     return fail(QUORL_INTR, "the transport was closed while the request waited");
 }
 
 quorl_status createInbox(uint32_t id, char* subject, uint32_t limit) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    Section section(*thread);
+    ReadGuard guard(*thread);
     auto* transport = registry::find<Transport>(id);
     if (transport == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
     const uint64_t number = transport->inboxes.fetch_add(1, std::memory_order_relaxed) + 1;

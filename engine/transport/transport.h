@@ -27,14 +27,14 @@ struct Request {
 
     std::atomic<uint32_t>* state;  // of the waiting thread, whose state is never freed: it may be woken late
     std::string inbox;
-    message::ContentRef reply;  // written before the state says replied, guarded by the carrier until then
+    message::ContentRef reply;  // written before the state says replied, guarded by the backend until then
 
     // Of the transport's list; guarded by the transport's lock.
     Request* next = nullptr;
     Request* previous = nullptr;
 };
 
-// What a carrier still does when it was closed.
+// What a backend still does when it was closed.
 class Ending {
   public:
     Ending() = default;
@@ -71,22 +71,22 @@ class Ending {
 // for closing, and ending waits for that, a circuit brings it home in the background. Who waits in awaitRoom returns, and what
 // is still under way on other threads ends soon, with any status. Nothing comes in any more. The backend is destroyed when no
 // thread can be inside it.
-class Carrier {
+class Backend {
   public:
-    Carrier() = default;
-    Carrier(const Carrier&) = delete;
-    Carrier& operator=(const Carrier&) = delete;
-    virtual ~Carrier() = default;
+    Backend() = default;
+    Backend(const Backend&) = delete;
+    Backend& operator=(const Backend&) = delete;
+    virtual ~Backend() = default;
 
     // Whether a message may be sent to the subject: QUORL_OK, or QUORL_INVALID_SUBJECT with its detail text. Asks nobody.
     virtual quorl_status check(std::string_view subject) const noexcept = 0;
-    // Sends the content to its send subject, which it checks. The thread is inside a section: this does not wait. noRoom:
-    // nothing was sent; the caller leaves its section, calls awaitRoom with the transport pinned, and tries again.
+    // Sends the content to its send subject, which it checks. The thread is under a read guard: this does not wait. noRoom:
+    // nothing was sent; the caller ends its read guard, calls awaitRoom with the transport pinned, and tries again.
     static constexpr quorl_status noRoom = static_cast<quorl_status>(-1);
     virtual quorl_status send(ThreadState& thread, message::ContentRef content) noexcept = 0;
 
     // Puts the content, whose send subject is an inbox, where it would go if it had just come in from the bus: to the listeners
-    // of this process, and the request, that match. Nothing goes out to others. The thread is inside a section.
+    // of this process, and the request, that match. Nothing goes out to others. The thread is under a read guard.
     virtual quorl_status deliver(ThreadState& thread, message::ContentRef content) noexcept {
         return send(thread, std::move(content));
     }
@@ -119,7 +119,7 @@ class Carrier {
     // The transport was closed, and all its listeners are gone. Under the transport's lock; calls on it may still be under
     // way, and end soon.
     virtual void close() noexcept {}
-    // The same, a little later: inside a section, no lock held.
+    // The same, a little later: under a read guard, no lock held.
     virtual void closed(ThreadState&) noexcept {}
     // After close: what whoever destroys the transport waits for. Null: nothing.
     virtual std::shared_ptr<Ending> ending() noexcept { return nullptr; }
@@ -131,24 +131,24 @@ struct Transport : Record {
     static constexpr uint16_t objectType = QUORL_OBJECT_TRANSPORT;
 
     // Set once, before the transport is published.
-    std::unique_ptr<Carrier> carrier;
+    std::unique_ptr<Backend> backend;
     std::string inboxPrefix;  // of all inboxes that the transport makes
 
     std::atomic<uint64_t> inboxes{0};  // made so far; the inbox's last element counts them from 1
 
-    // Taken before any lock of a carrier, and before the locks of queues.
+    // Taken before any lock of a backend, and before the locks of queues.
     Mutex lock;
     bool closed GUARDED_BY(lock) = false;
     Listener* listeners GUARDED_BY(lock) = nullptr;
     Request* requests GUARDED_BY(lock) = nullptr;
     std::string description GUARDED_BY(lock);
-    Carrier::Settings settings GUARDED_BY(lock);
+    Backend::Settings settings GUARDED_BY(lock);
 };
 
 quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept;
-// Makes a transport over the carrier. QUORL_NOT_INITIALIZED, QUORL_OS_ERROR, QUORL_NO_MEMORY.
-quorl_status publishTransport(uint32_t* id, std::unique_ptr<Carrier> carrier) noexcept;
-// Told when a transport is closed, so that what stands on it can say good-bye while it can. Inside a section, no lock held.
+// Makes a transport over the backend. QUORL_NOT_INITIALIZED, QUORL_OS_ERROR, QUORL_NO_MEMORY.
+quorl_status publishTransport(uint32_t* id, std::unique_ptr<Backend> backend) noexcept;
+// Told when a transport is closed, so that what stands on it can say good-bye while it can. Under a read guard, no lock held.
 struct ClosingWatch {
     void (*closes)(uint32_t transport) noexcept;  // it is about to be closed
     void (*closed)(uint32_t transport) noexcept;  // nobody finds it any more

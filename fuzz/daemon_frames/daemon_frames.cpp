@@ -32,7 +32,7 @@ constexpr size_t largestPerByte = 64;  // a table's row for each field of two by
 // A listener with a queue of its own.
 struct Ear {
     explicit Ear(const char* subject) {
-        require(queue.ring.prepare(), "no memory for a queue");
+        require(queue.entries.prepare(), "no memory for a queue");
         Lock front(queue.front.lock);
         Lock back(queue.back.lock);
         event::setThresholds(queue);
@@ -46,7 +46,7 @@ struct Ear {
     message::ContentRef next() {
         Lock lock(queue.front.lock);
         event::Entry entry;
-        if (!queue.ring.take(&entry)) return {};
+        if (!queue.entries.take(&entry)) return {};
         queue.front.removed.fetch_add(1);
         return message::ContentRef::adopt(entry.content);
     }
@@ -56,7 +56,7 @@ struct Ear {
 
 bool same(const message::ContentRef& a, const message::ContentRef& b) {
     return a.sendSubject() == b.sendSubject() && a.replySubject() == b.replySubject() && a.byteSize() == b.byteSize() &&
-           std::memcmp(a.bytes(), b.bytes(), a.byteSize()) == 0;
+           std::memcmp(a.bytes(), b.bytes(), a.byteSize()) == 0 && std::ranges::equal(a.attributes(), b.attributes());
 }
 
 // What an assembler may make of the parts, without bounds: the bytes of each entry that came in order.
@@ -89,15 +89,15 @@ class Run {
         subscriptions_[1]->add(second_.listener);
         subscriptions_[2]->add(rest_.listener);
         subscriptions_[3]->add(system_.listener);
-        intake_.inboxes.add(inbox_.listener);
-        intake_.inboxes.add(below_.listener);
+        inbound_.inboxes.add(inbox_.listener);
+        inbound_.inboxes.add(below_.listener);
         echoIntake_.inboxes.add(echoInbox_.listener);
         echoSystem_.add(echo_.listener);
         outbox_.setConnected(true);
     }
     ~Run() {
-        intake_.inboxes.remove(inbox_.listener);
-        intake_.inboxes.remove(below_.listener);
+        inbound_.inboxes.remove(inbox_.listener);
+        inbound_.inboxes.remove(below_.listener);
         echoIntake_.inboxes.remove(echoInbox_.listener);
     }
 
@@ -123,13 +123,16 @@ class Run {
                 return send(to, onWire, std::string(decide_.counted()));
             }
             case 2: {  // entries as they stand
-                std::string payload = head(FrameKind::entries);
+                std::string payload = head(kind >= 128 ? FrameKind::attributed : FrameKind::entries);
                 payload += decide_.counted();
                 return send(to, subject(to), payload);
             }
             case 3: {  // entries that fit, one after the other
-                std::string payload = head(FrameKind::entries);
-                for (int i = decide_.byte() % 4; i >= 0; --i) payload += entry();
+                std::string payload = head(kind >= 128 ? FrameKind::attributed : FrameKind::entries);
+                for (int i = decide_.byte() % 4; i >= 0; --i) {
+                    payload += entry();
+                    if (kind >= 128) payload += trailer();
+                }
                 return send(to, subject(to), payload);
             }
             case 4:  // an image by itself
@@ -141,6 +144,15 @@ class Run {
             default:
                 return other(to);
         }
+    }
+
+    std::string trailer() {
+        const std::string_view bytes = decide_.counted().substr(0, message::attributesMax);
+        if (bytes.empty()) return {};
+        std::string made(message::trailer::sizeFor(bytes.size()), '\0');
+        message::trailer::write(reinterpret_cast<uint8_t*>(made.data()),
+                                {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+        return made;
     }
 
     // Of few senders, most of which have lost no connection.
@@ -225,7 +237,7 @@ class Run {
             // The listener goes, and another one comes, in the middle of a message.
             const size_t which = what / 4 % 2;
             const std::string pattern = subscriptions_[which]->pattern();
-            subscriptions_[which] = std::make_unique<Subscription>(intake_, pattern);
+            subscriptions_[which] = std::make_unique<Subscription>(inbound_, pattern);
             if (which == 0) {
                 subscriptions_[0]->add(plain_.listener);
             } else {
@@ -262,7 +274,7 @@ class Run {
         for (size_t i = 0; i < 5; ++i) {
             if (to % 16 != 15 && i != to % 16 % 5) continue;
             subscriptions_[i]->received(subject, block.data(), block.size());
-            require(intake_.assembler.bytesHeld() <= limits.bytes, "more bytes of parts are held than there may be");
+            require(inbound_.assembler.bytesHeld() <= limits.bytes, "more bytes of parts are held than there may be");
         }
         require(Asked::most() <= largestAlways + largestPerByte * std::max(payload.size(), limits.bytes),
                 "a size that was only announced was asked for");
@@ -271,9 +283,9 @@ class Run {
     // What a program is told of messages that were none.
     void lookAtRejections() {
         Rejections::Notice notice;
-        if (!intake_.rejections.take(&notice)) return;
+        if (!inbound_.rejections.take(&notice)) return;
         rejected_ += notice.count;
-        require(rejected_ == intake_.rejections.total(), "messages that were none are counted twice, or not at all");
+        require(rejected_ == inbound_.rejections.total(), "messages that were none are counted twice, or not at all");
         require(notice.reason != nullptr && *notice.reason != '\0', "a message is rejected without a reason");
         require(notice.subject.size() <= size_t{3} * QUORL_SUBJECT_MAX, "the subject of a notice is too long");
         require(subject::wellFormed(notice.subject) || std::all_of(notice.subject.begin(), notice.subject.end(),
@@ -284,17 +296,23 @@ class Run {
     void read(const Block& block) {
         FrameKind kind;
         if (!readKind(block.data(), block.size(), &kind)) return;
-        if (kind == FrameKind::entries) {
+        if (kind == FrameKind::entries || kind == FrameKind::attributed) {
+            const bool trailed = kind == FrameKind::attributed;
             Origin origin;
             if (!readOrigin(block.data(), block.size(), &origin)) return;
             size_t at = entriesHeaderSize;
             Entry entry;
             size_t used = 0;
-            while (readEntry(block.data() + at, block.size() - at, &entry, &used)) {
+            while (readEntry(block.data() + at, block.size() - at, &entry, &used, trailed)) {
                 require(used != 0 && used <= block.size() - at, "an entry claims more than there is");
-                require(entry.image >= block.data() + at && entry.image + entry.size == block.data() + at + used,
-                        "an entry's image is not at its end");
-                require(entry.replySubject.size() + entry.size + 1 == used, "an entry's pieces are not the entry");
+                require(trailed == !entry.attributes.empty() && entry.attributes.size() <= message::attributesMax,
+                        "an entry has attributes that none can have");
+                const size_t behind = message::trailer::sizeFor(entry.attributes.size());
+                require(
+                    entry.image >= block.data() + at && entry.image + entry.size + behind == block.data() + at + used,
+                    "an entry's image is not at its end");
+                require(entrySize(entry.replySubject.size(), entry.size, entry.attributes.size()) == used,
+                        "an entry's pieces are not the entry");
                 at += used;
             }
         }
@@ -344,15 +362,15 @@ class Run {
     }
 
     Decisions decide_;
-    Intake intake_{prefix, limits};
-    Intake echoIntake_{prefix};
+    Inbound inbound_{prefix, limits};
+    Inbound echoIntake_{prefix};
     Ear plain_{"a.b"}, star_{"a.*"}, second_{"a.*"}, rest_{">"}, system_{"_QUORL.>"}, inbox_{"_INBOX.x.1"},
         below_{"_INBOX.x.1.*"};
     Ear echo_{"_QUORL.>"}, echoInbox_{"_INBOX.x.1"};
     std::unique_ptr<Subscription> subscriptions_[5] = {
-        std::make_unique<Subscription>(intake_, "a.b"), std::make_unique<Subscription>(intake_, "a.*"),
-        std::make_unique<Subscription>(intake_, ">"), std::make_unique<Subscription>(intake_, "_QUORL.>"),
-        std::make_unique<Subscription>(intake_, "_INBOX.x.>")};
+        std::make_unique<Subscription>(inbound_, "a.b"), std::make_unique<Subscription>(inbound_, "a.*"),
+        std::make_unique<Subscription>(inbound_, ">"), std::make_unique<Subscription>(inbound_, "_QUORL.>"),
+        std::make_unique<Subscription>(inbound_, "_INBOX.x.>")};
     Subscription echoSystem_{echoIntake_, "_QUORL.>"};
     Subscription echoInboxes_{echoIntake_, "_INBOX.x.>"};
     Outbox outbox_{prefix, 1u << 20};

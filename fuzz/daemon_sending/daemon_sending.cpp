@@ -94,7 +94,7 @@ class Run final : private PayloadSink {
         quorlMsg_Destroy(message);
         size_t waiting = 0;
         const quorl_status status = outbox_.put(content, forever, &waiting);
-        if (status == Carrier::noRoom) return;
+        if (status == Backend::noRoom) return;
         require(status == QUORL_OK, "a message was not taken");
         require(waiting == outbox_.waiting() && waiting >= content.byteSize(), "what waits is counted wrong");
         expected_.push_back(
@@ -180,7 +180,7 @@ class Run final : private PayloadSink {
         } else if (kind == FrameKind::entries) {
             entries(block.data() + entriesHeaderSize, size - entriesHeaderSize);
         } else {
-            require(kind == FrameKind::part, "a mark among the messages");
+            require(kind == FrameKind::part, "a probe among the messages");
             part(block);
         }
         return true;

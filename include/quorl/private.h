@@ -31,15 +31,15 @@ typedef struct _quorlRecordHead {
 } _quorlRecordHead;
 
 /* QUORL_OK when id names a live object of that type; QUORL_NOT_FOUND otherwise, QUORL_NOT_INITIALIZED when not open. */
-QUORL_API quorl_status _quorlObjectId_Verify(quorl_u32 id, quorl_u32 type);
+QUORL_API quorl_status _quorlObjectId_Verify(quorl_u32 id, quorl_u32 type) QUORL_NOEXCEPT;
 
 /* The record of an object. acquire 1 takes a reference, which keeps the record until _quorlObjectId_ReleaseEx gives it
  * back; acquire 0 takes none, and the record may be read only while the caller knows the object to be alive. flags: 0.
  * QUORL_NOT_FOUND: no such object; *record is then null. */
 QUORL_API quorl_status _quorlObjectId_GetEx(quorl_u32 id, quorl_u32 type, void** record, quorl_u32 acquire,
-                                            quorl_u32 flags);
+                                            quorl_u32 flags) QUORL_NOEXCEPT;
 /* Gives a reference back; acquire as it was in the call that took it (0 does nothing). */
-QUORL_API quorl_status _quorlObjectId_ReleaseEx(void* record, quorl_u32 acquire);
+QUORL_API quorl_status _quorlObjectId_ReleaseEx(void* record, quorl_u32 acquire) QUORL_NOEXCEPT;
 
 /* ---- thread-local slots ----------------------------------------------------------------------------------------- */
 
@@ -47,12 +47,12 @@ QUORL_API quorl_status _quorlObjectId_ReleaseEx(void* record, quorl_u32 acquire)
 typedef quorl_u32 _quorlThreadLocal;
 
 /* Makes a slot, null in every thread. Slots outlive the environment. QUORL_NO_MEMORY: no slot left. */
-QUORL_API quorl_status _quorlThreadLocal_Create(_quorlThreadLocal* key);
+QUORL_API quorl_status _quorlThreadLocal_Create(_quorlThreadLocal* key) QUORL_NOEXCEPT;
 /* The same with a destructor that a thread calls as it ends, with the slot's value, when that is not null. */
-QUORL_API quorl_status _quorlThreadLocal_CreateEx(_quorlThreadLocal* key, void (*destructor)(void*));
+QUORL_API quorl_status _quorlThreadLocal_CreateEx(_quorlThreadLocal* key, void (*destructor)(void*)) QUORL_NOEXCEPT;
 /* Needs no open environment. QUORL_INVALID_ARG: no such slot. */
-QUORL_API quorl_status _quorlThreadLocal_Set(_quorlThreadLocal key, void* value);
-QUORL_API quorl_status _quorlThreadLocal_Get(_quorlThreadLocal key, void** value);
+QUORL_API quorl_status _quorlThreadLocal_Set(_quorlThreadLocal key, void* value) QUORL_NOEXCEPT;
+QUORL_API quorl_status _quorlThreadLocal_Get(_quorlThreadLocal key, void** value) QUORL_NOEXCEPT;
 
 /* ---- conditions and mutexes ------------------------------------------------------------------------------------- */
 
@@ -65,14 +65,14 @@ typedef struct __quorlMutex {
 /* A condition. Opaque. */
 typedef struct __quorlCondition* _quorlCondition;
 
-QUORL_API quorl_status _quorlMutex_Create(_quorlMutex* mutex);
-QUORL_API quorl_status _quorlMutex_Destroy(_quorlMutex mutex);
-QUORL_API quorl_status _quorlCondition_Create(_quorlCondition* condition);
-QUORL_API quorl_status _quorlCondition_Destroy(_quorlCondition condition);
+QUORL_API quorl_status _quorlMutex_Create(_quorlMutex* mutex) QUORL_NOEXCEPT;
+QUORL_API quorl_status _quorlMutex_Destroy(_quorlMutex mutex) QUORL_NOEXCEPT;
+QUORL_API quorl_status _quorlCondition_Create(_quorlCondition* condition) QUORL_NOEXCEPT;
+QUORL_API quorl_status _quorlCondition_Destroy(_quorlCondition condition) QUORL_NOEXCEPT;
 /* Gives the mutex up, waits for a signal that is made after the call began, takes the mutex back. Whoever signals with the
  * mutex held is not missed. One signal ends one wait at least. */
-QUORL_API quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex);
-QUORL_API quorl_status _quorlCondition_Signal(_quorlCondition condition);
+QUORL_API quorl_status _quorlCondition_Wait(_quorlCondition condition, _quorlMutex mutex) QUORL_NOEXCEPT;
+QUORL_API quorl_status _quorlCondition_Signal(_quorlCondition condition) QUORL_NOEXCEPT;
 
 /* ---- dispatching threads ---------------------------------------------------------------------------------------- */
 
@@ -82,29 +82,29 @@ QUORL_API quorl_status _quorlCondition_Signal(_quorlCondition condition);
  * that runs, or the next one, clears the cell and returns QUORL_INTR. A signal is never lost and interrupts once. */
 
 /* Registers the calling thread's key, or with null takes it away. Needs no open environment. */
-QUORL_API quorl_status _quorlDispatchable_SetThreadKey(void* key);
+QUORL_API quorl_status _quorlDispatchable_SetThreadKey(void* key) QUORL_NOEXCEPT;
 /* Wakes the threads that block in a dispatch of id: those whose cell holds id, and those without a key, return QUORL_INTR;
  * the others wait on. QUORL_INVALID_DISPATCHABLE: no such queue or group. */
-QUORL_API quorl_status _quorlDispatchable_Signal(quorl_u32 id);
+QUORL_API quorl_status _quorlDispatchable_Signal(quorl_u32 id) QUORL_NOEXCEPT;
 
 /* ---- fields ----------------------------------------------------------------------------------------------------- */
 
 /* Finds a field as quorlMsg_GetFieldEx does and gives where it is and what it is in one number, never 0: index + 1 in bits
  * 0 to 31, the type in bits 32 to 39. */
 QUORL_API quorl_status _quorlMsg_GetFieldIndexAndType(quorlMsg message, const char* name, quorl_u64* indexAndType,
-                                                      quorl_u16 id);
+                                                      quorl_u16 id) QUORL_NOEXCEPT;
 QUORL_API quorl_status _quorlMsg_GetFieldInstanceIndexAndType(quorlMsg message, const char* name, quorl_u32 instance,
-                                                              quorl_u64* indexAndType);
+                                                              quorl_u64* indexAndType) QUORL_NOEXCEPT;
 
 /* ---- certified delivery and distributed queues ------------------------------------------------------------------ */
 
 /* In libquorlcm. From now on the listener's owner completes uncertified messages of a distributed queue itself. */
-QUORL_API quorl_status _quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(quorl_u32 listener);
+QUORL_API quorl_status _quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(quorl_u32 listener) QUORL_NOEXCEPT;
 
 /* In libquorlcmq. Reports the task with number dqsn complete on the certified transport whose record (type 100, with a
  * reference held) is given. The arguments between are 0. */
 QUORL_API quorl_status _quorlcmq_Complete(void* record, quorl_u32 reserved1, quorl_u32 reserved2, quorl_u32 reserved3,
-                                          quorl_u32 reserved4, quorl_u32 reserved5, quorl_u32 dqsn);
+                                          quorl_u32 reserved4, quorl_u32 reserved5, quorl_u32 dqsn) QUORL_NOEXCEPT;
 
 #ifdef __cplusplus
 }

@@ -24,7 +24,7 @@ typedef void* (*quorlcmReviewCallback)(quorlcmTransport transport, const char* s
                                        void* closure);
 
 /* The version of this library, as quorl_Version. */
-QUORL_API const char* quorlcm_Version(void);
+QUORL_API const char* quorlcm_Version(void) QUORL_NOEXCEPT;
 
 /* ---- transports ------------------------------------------------------------------------------------------------- */
 
@@ -34,66 +34,70 @@ QUORL_API const char* quorlcm_Version(void);
  * returns only when the message would survive a power failure. relayAgent: the name of a relay, null for none. */
 QUORL_API quorl_status quorlcmTransport_Create(quorlcmTransport* cmTransport, quorlTransport transport,
                                                const char* cmName, quorl_bool requestOld, const char* ledgerName,
-                                               quorl_bool syncLedger, const char* relayAgent);
+                                               quorl_bool syncLedger, const char* relayAgent) QUORL_NOEXCEPT;
 /* Starts destruction and returns. */
-QUORL_API quorl_status quorlcmTransport_Destroy(quorlcmTransport cmTransport);
+QUORL_API quorl_status quorlcmTransport_Destroy(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
 /* Starts destruction; completion is called with closure when the library has finished with the transport and its ledger,
  * and is never called when this returns anything but QUORL_OK. */
 QUORL_API quorl_status quorlcmTransport_DestroyEx(quorlcmTransport cmTransport, quorlcmTransportOnComplete completion,
-                                                  const void* closure);
+                                                  const void* closure) QUORL_NOEXCEPT;
 
 /* As their quorlTransport namesakes, with certified delivery. */
-QUORL_API quorl_status quorlcmTransport_Send(quorlcmTransport cmTransport, quorlMsg message);
+QUORL_API quorl_status quorlcmTransport_Send(quorlcmTransport cmTransport, quorlMsg message) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlcmTransport_SendRequest(quorlcmTransport cmTransport, quorlMsg request, quorlMsg* reply,
-                                                    quorl_f64 timeout);
-QUORL_API quorl_status quorlcmTransport_SendReply(quorlcmTransport cmTransport, quorlMsg reply, quorlMsg request);
+                                                    quorl_f64 timeout) QUORL_NOEXCEPT;
+QUORL_API quorl_status quorlcmTransport_SendReply(quorlcmTransport cmTransport, quorlMsg reply,
+                                                  quorlMsg request) QUORL_NOEXCEPT;
 
 /* Lets the listener of that name register, or forbids it and ends its registrations. */
-QUORL_API quorl_status quorlcmTransport_AllowListener(quorlcmTransport cmTransport, const char* cmName);
-QUORL_API quorl_status quorlcmTransport_DisallowListener(quorlcmTransport cmTransport, const char* cmName);
+QUORL_API quorl_status quorlcmTransport_AllowListener(quorlcmTransport cmTransport, const char* cmName) QUORL_NOEXCEPT;
+QUORL_API quorl_status quorlcmTransport_DisallowListener(quorlcmTransport cmTransport,
+                                                         const char* cmName) QUORL_NOEXCEPT;
 /* Keeps messages on subject for that listener from now on, before it has registered; or stops doing so. */
 QUORL_API quorl_status quorlcmTransport_AddListener(quorlcmTransport cmTransport, const char* cmName,
-                                                    const char* subject);
+                                                    const char* subject) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlcmTransport_RemoveListener(quorlcmTransport cmTransport, const char* cmName,
-                                                       const char* subject);
+                                                       const char* subject) QUORL_NOEXCEPT;
 /* Forgets everything about subject in the ledger. */
-QUORL_API quorl_status quorlcmTransport_RemoveSendState(quorlcmTransport cmTransport, const char* subject);
+QUORL_API quorl_status quorlcmTransport_RemoveSendState(quorlcmTransport cmTransport,
+                                                        const char* subject) QUORL_NOEXCEPT;
 /* Expires the messages on subject up to and with that number. */
 QUORL_API quorl_status quorlcmTransport_ExpireMessages(quorlcmTransport cmTransport, const char* subject,
-                                                       quorl_u64 sequenceNumber);
+                                                       quorl_u64 sequenceNumber) QUORL_NOEXCEPT;
 /* Returns when the ledger would survive a power failure. */
-QUORL_API quorl_status quorlcmTransport_SyncLedger(quorlcmTransport cmTransport);
-QUORL_API quorl_status quorlcmTransport_ConnectToRelayAgent(quorlcmTransport cmTransport);
-QUORL_API quorl_status quorlcmTransport_DisconnectFromRelayAgent(quorlcmTransport cmTransport);
+QUORL_API quorl_status quorlcmTransport_SyncLedger(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
+QUORL_API quorl_status quorlcmTransport_ConnectToRelayAgent(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
+QUORL_API quorl_status quorlcmTransport_DisconnectFromRelayAgent(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
 /* Seconds after which messages sent from now on expire; 0 for never. */
-QUORL_API quorl_status quorlcmTransport_SetDefaultCMTimeLimit(quorlcmTransport cmTransport, quorl_f64 timeLimit);
+QUORL_API quorl_status quorlcmTransport_SetDefaultCMTimeLimit(quorlcmTransport cmTransport,
+                                                              quorl_f64 timeLimit) QUORL_NOEXCEPT;
 /* Seconds of silence after which a listener's state about a publisher is dropped. */
 QUORL_API quorl_status quorlcmTransport_SetPublisherInactivityDiscardInterval(quorlcmTransport cmTransport,
-                                                                              quorl_i32 timeout);
+                                                                              quorl_i32 timeout) QUORL_NOEXCEPT;
 /* Calls back for each ledger entry whose subject matches, on this thread, before it returns. subject: null for all. */
 QUORL_API quorl_status quorlcmTransport_ReviewLedger(quorlcmTransport cmTransport, quorlcmReviewCallback callback,
-                                                     const char* subject, const void* closure);
+                                                     const char* subject, const void* closure) QUORL_NOEXCEPT;
 
 /* ---- listeners -------------------------------------------------------------------------------------------------- */
 
 QUORL_API quorl_status quorlcmEvent_CreateListener(quorlcmEvent* listener, quorlQueue queue,
                                                    quorlcmEventCallback callback, quorlcmTransport cmTransport,
-                                                   const char* subject, const void* closure);
+                                                   const char* subject, const void* closure) QUORL_NOEXCEPT;
 /* cancelAgreements: whether the senders forget this listener; completion may be null. */
 QUORL_API quorl_status quorlcmEvent_DestroyEx(quorlcmEvent listener, quorl_bool cancelAgreements,
-                                              quorlcmEventOnComplete completion);
+                                              quorlcmEventOnComplete completion) QUORL_NOEXCEPT;
 /* From now on the program confirms each message itself with quorlcmEvent_ConfirmMsg. */
-QUORL_API quorl_status quorlcmEvent_SetExplicitConfirm(quorlcmEvent listener);
-QUORL_API quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent listener, quorlMsg message);
+QUORL_API quorl_status quorlcmEvent_SetExplicitConfirm(quorlcmEvent listener) QUORL_NOEXCEPT;
+QUORL_API quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent listener, quorlMsg message) QUORL_NOEXCEPT;
 
 /* ---- attributes of certified messages --------------------------------------------------------------------------- */
 
 /* QUORL_NOT_FOUND: the message carries no such attribute. The name belongs to the message. */
-QUORL_API quorl_status quorlMsg_GetCMSender(quorlMsg message, const char** sender);
-QUORL_API quorl_status quorlMsg_GetCMSequence(quorlMsg message, quorl_u64* sequence);
-QUORL_API quorl_status quorlMsg_GetCMTimeLimit(quorlMsg message, quorl_f64* timeLimit);
+QUORL_API quorl_status quorlMsg_GetCMSender(quorlMsg message, const char** sender) QUORL_NOEXCEPT;
+QUORL_API quorl_status quorlMsg_GetCMSequence(quorlMsg message, quorl_u64* sequence) QUORL_NOEXCEPT;
+QUORL_API quorl_status quorlMsg_GetCMTimeLimit(quorlMsg message, quorl_f64* timeLimit) QUORL_NOEXCEPT;
 /* Seconds, 0 for never; before the message is sent. */
-QUORL_API quorl_status quorlMsg_SetCMTimeLimit(quorlMsg message, quorl_f64 timeLimit);
+QUORL_API quorl_status quorlMsg_SetCMTimeLimit(quorlMsg message, quorl_f64 timeLimit) QUORL_NOEXCEPT;
 
 #ifdef __cplusplus
 }

@@ -29,7 +29,7 @@ typedef void (*quorlftMonitorCallback)(quorlftMonitor monitor, const char* group
                                        void* closure);
 
 /* The version of this library, as quorl_Version. */
-QUORL_API const char* quorlft_Version(void);
+QUORL_API const char* quorlft_Version(void) QUORL_NOEXCEPT;
 
 /* Joins a group. weight: rank, higher first, 1 to 65535. activeGoal: members that are to be active. Intervals in seconds:
  * between signs of life, of silence before preparation (0 for none), of silence before activation. */
@@ -37,15 +37,15 @@ QUORL_API quorl_status quorlftMember_Create(quorlftMember* member, quorlQueue qu
                                             quorlTransport transport, const char* groupName, quorl_u16 weight,
                                             quorl_u16 activeGoal, quorl_f64 heartbeatInterval,
                                             quorl_f64 preparationInterval, quorl_f64 activationInterval,
-                                            const void* closure);
-QUORL_API quorl_status quorlftMember_Destroy(quorlftMember member);
-QUORL_API quorl_status quorlftMember_SetWeight(quorlftMember member, quorl_u16 weight);
+                                            const void* closure) QUORL_NOEXCEPT;
+QUORL_API quorl_status quorlftMember_Destroy(quorlftMember member) QUORL_NOEXCEPT;
+QUORL_API quorl_status quorlftMember_SetWeight(quorlftMember member, quorl_u16 weight) QUORL_NOEXCEPT;
 
 /* Watches a group without joining it. lostInterval: seconds of silence after which a member counts as lost. */
 QUORL_API quorl_status quorlftMonitor_Create(quorlftMonitor* monitor, quorlQueue queue, quorlftMonitorCallback callback,
                                              quorlTransport transport, const char* groupName, quorl_f64 lostInterval,
-                                             const void* closure);
-QUORL_API quorl_status quorlftMonitor_Destroy(quorlftMonitor monitor);
+                                             const void* closure) QUORL_NOEXCEPT;
+QUORL_API quorl_status quorlftMonitor_Destroy(quorlftMonitor monitor) QUORL_NOEXCEPT;
 
 #ifdef __cplusplus
 }

@@ -124,7 +124,7 @@ bool Bus::until(const std::vector<quorlQueue>& queues, const std::function<bool(
     return true;
 }
 
-std::vector<Backend> backends() {
+std::vector<Candidate> candidates() {
     return {{"Embedded", make<Embedded>},
             {"Daemon", make<Daemon>},
             {"Simulated", make<Simulated>},

@@ -34,10 +34,10 @@ class Bus {
     bool until(const std::vector<quorlQueue>& queues, const std::function<bool()>& condition);
 };
 
-struct Backend {
+struct Candidate {
     const char* name;
     std::unique_ptr<Bus> (*make)();  // the library is open
 };
-std::vector<Backend> backends();
+std::vector<Candidate> candidates();
 
 }  // namespace quorltest

@@ -19,7 +19,7 @@ namespace quorltest {
 namespace {
 
 using quorl::sim::numbered;
-using quorl::transport::Carrier;
+using quorl::transport::Backend;
 using quorl::transport::Transport;
 
 // What a listener heard, in order.
@@ -70,7 +70,7 @@ std::vector<uint64_t> upTo(uint64_t count) {
     return numbers;
 }
 
-class Conformance : public testing::TestWithParam<Backend> {
+class Conformance : public testing::TestWithParam<Candidate> {
   protected:
     void SetUp() override {
         ASSERT_EQ(quorl_Open(), QUORL_OK) << quorl_LastErrorText();
@@ -95,13 +95,13 @@ class Conformance : public testing::TestWithParam<Backend> {
     bool until(const std::function<bool()>& condition) { return bus_->until({queue_}, condition); }
     // What was sent on either transport before has come where it goes, and is dispatched.
     void settle() {
-        Heard marks;
+        Heard probes;
         for (const auto& [from, to] : {std::pair(bus_->here, bus_->there), std::pair(bus_->there, bus_->here)}) {
-            const size_t before = marks.numbers.size();
-            const quorlEvent event = listen(to, "mark", onNumber, &marks);
+            const size_t before = probes.numbers.size();
+            const quorlEvent event = listen(to, "probe", onNumber, &probes);
             ASSERT_TRUE(inForce(from, to));
-            ASSERT_EQ(send(from, "mark", 0), QUORL_OK) << quorl_LastErrorText();
-            ASSERT_TRUE(until([&] { return marks.numbers.size() > before; }));
+            ASSERT_EQ(send(from, "probe", 0), QUORL_OK) << quorl_LastErrorText();
+            ASSERT_TRUE(until([&] { return probes.numbers.size() > before; }));
             ASSERT_EQ(quorlEvent_DestroyEx(event, nullptr), QUORL_OK);
         }
     }
@@ -131,13 +131,13 @@ class Conformance : public testing::TestWithParam<Backend> {
         quorl::ThreadState& thread = *quorl::threadState();
         quorl::registry::Pin<Transport> transport(thread, id);
         EXPECT_TRUE(transport);
-        return call(*transport->carrier);
+        return call(*transport->backend);
     }
     static quorl_status tryToSend(quorlTransport id, quorl::message::ContentRef content) {
-        return with(id, [&](Carrier& carrier) {
+        return with(id, [&](Backend& backend) {
             quorl::ThreadState& thread = *quorl::threadState();
-            quorl::Section section(thread);
-            return carrier.send(thread, std::move(content));
+            quorl::ReadGuard guard(thread);
+            return backend.send(thread, std::move(content));
         });
     }
     // Sends until there is no room; how many were accepted.
@@ -146,7 +146,7 @@ class Conformance : public testing::TestWithParam<Backend> {
         uint64_t accepted = 0;
         quorl_status status = QUORL_OK;
         while (accepted < 1000 && (status = tryToSend(bus_->here, content)) == QUORL_OK) ++accepted;
-        EXPECT_EQ(status, Carrier::noRoom) << accepted << quorl_LastErrorText();
+        EXPECT_EQ(status, Backend::noRoom) << accepted << quorl_LastErrorText();
         return accepted;
     }
 
@@ -154,13 +154,13 @@ class Conformance : public testing::TestWithParam<Backend> {
     quorlQueue queue_ = 0;
 };
 
-INSTANTIATE_TEST_SUITE_P(Each, Conformance, testing::ValuesIn(backends()),
+INSTANTIATE_TEST_SUITE_P(Each, Conformance, testing::ValuesIn(candidates()),
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST_P(Conformance, refuses_subjects_when_they_are_checked_as_when_they_are_sent_to) {
     for (const char* subject : {"a.*", ">", "a..b", "", "_NOBODYS.x"}) {
-        with(bus_->here, [&](Carrier& carrier) {
-            EXPECT_EQ(carrier.check(subject), QUORL_INVALID_SUBJECT) << subject;
+        with(bus_->here, [&](Backend& backend) {
+            EXPECT_EQ(backend.check(subject), QUORL_INVALID_SUBJECT) << subject;
             return 0;
         });
         quorl::message::ContentRef content;
@@ -169,9 +169,9 @@ TEST_P(Conformance, refuses_subjects_when_they_are_checked_as_when_they_are_sent
         EXPECT_EQ(tryToSend(bus_->here, std::move(addressed)), QUORL_INVALID_SUBJECT) << subject;
         EXPECT_STRNE(quorl_LastErrorText(), "") << subject;
     }
-    with(bus_->here, [&](Carrier& carrier) {
-        EXPECT_EQ(carrier.check("a.b"), QUORL_OK);
-        EXPECT_EQ(carrier.check("_INBOX.a.1"), QUORL_OK);
+    with(bus_->here, [&](Backend& backend) {
+        EXPECT_EQ(backend.check("a.b"), QUORL_OK);
+        EXPECT_EQ(backend.check("_INBOX.a.1"), QUORL_OK);
         return 0;
     });
 }
@@ -297,9 +297,9 @@ TEST_P(Conformance, says_that_there_is_no_room_and_has_then_sent_nothing) {
     bus_->shut();
     const uint64_t accepted = fill();
     for (uint64_t i = 0; i < 3; ++i)
-        EXPECT_EQ(tryToSend(bus_->here, newContent("f.after", 100 + i, large)), Carrier::noRoom) << "it stays so";
-    with(bus_->here, [&](Carrier& carrier) {
-        EXPECT_TRUE(carrier.awaitRoom(quorl::monotonicNow() + 1'000'000)) << "only the deadline has come";
+        EXPECT_EQ(tryToSend(bus_->here, newContent("f.after", 100 + i, large)), Backend::noRoom) << "it stays so";
+    with(bus_->here, [&](Backend& backend) {
+        EXPECT_TRUE(backend.awaitRoom(quorl::monotonicNow() + 1'000'000)) << "only the deadline has come";
         return 0;
     });
     // A thread that waits for room goes on when there is some.
@@ -393,10 +393,10 @@ TEST_P(Conformance, delivers_to_an_inbox_of_its_own_without_the_bus) {
     ASSERT_EQ(quorlTransport_CreateInbox(bus_->here, inbox.data(), static_cast<quorl_u32>(inbox.size())), QUORL_OK);
     Heard heard;
     listen(bus_->here, inbox.c_str(), onNumber, &heard);
-    with(bus_->here, [&](Carrier& carrier) {
+    with(bus_->here, [&](Backend& backend) {
         quorl::ThreadState& thread = *quorl::threadState();
-        quorl::Section section(thread);
-        EXPECT_EQ(carrier.deliver(thread, numbered(inbox.c_str(), 0)), QUORL_OK);
+        quorl::ReadGuard guard(thread);
+        EXPECT_EQ(backend.deliver(thread, numbered(inbox.c_str(), 0)), QUORL_OK);
         return 0;
     });
     EXPECT_EQ(quorlQueue_TimedDispatch(queue_, 0), QUORL_OK) << "it is in the queue at once";

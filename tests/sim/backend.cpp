@@ -1,4 +1,4 @@
-// A carrier for each node of a world.
+// A backend for each node of a world.
 #include "sim/backend.h"
 
 #include <chrono>
@@ -16,7 +16,7 @@
 namespace quorl::sim {
 namespace {
 
-using transport::Carrier;
+using transport::Backend;
 using transport::Listener;
 using transport::Request;
 using transport::Router;
@@ -37,7 +37,7 @@ class Hearing final : public Program {
     Hearing(Node& node, Port& port) : port_(port) { node.subscribe(">", 0); }
     void receive(uint32_t, const message::ContentRef& content) override {
         ThreadState& thread = *threadState();
-        Section section(thread);
+        ReadGuard guard(thread);
         port_.router.route(thread, content);
     }
 
@@ -65,9 +65,9 @@ struct SimulatedBus::State {
 
 namespace {
 
-class SimulatedCarrier final : public Carrier {
+class SimulatedBackend final : public Backend {
   public:
-    SimulatedCarrier(std::shared_ptr<SimulatedBus::State> state, uint32_t node)
+    SimulatedBackend(std::shared_ptr<SimulatedBus::State> state, uint32_t node)
         : state_(std::move(state)), port_(state_->ports[node]) {}
 
     quorl_status check(std::string_view subject) const noexcept override { return Router::check(subject); }
@@ -129,7 +129,7 @@ SimulatedBus::~SimulatedBus() = default;
 
 quorlTransport SimulatedBus::transport(uint32_t node) {
     quorlTransport made = 0;
-    return transport::publishTransport(&made, std::make_unique<SimulatedCarrier>(state_, node)) == QUORL_OK ? made : 0;
+    return transport::publishTransport(&made, std::make_unique<SimulatedBackend>(state_, node)) == QUORL_OK ? made : 0;
 }
 
 bool SimulatedBus::step() {

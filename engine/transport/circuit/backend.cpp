@@ -23,11 +23,11 @@ quorl_status guarded(F&& change) noexcept {
 
 }  // namespace
 
-quorl_status CircuitCarrier::check(std::string_view subject) const noexcept {
+quorl_status CircuitBackend::check(std::string_view subject) const noexcept {
     return Router::check(subject);
 }
 
-quorl_status CircuitCarrier::send(ThreadState& thread, message::ContentRef content) noexcept {
+quorl_status CircuitBackend::send(ThreadState& thread, message::ContentRef content) noexcept {
     if (const quorl_status status = Router::check(content.sendSubject()); status != QUORL_OK) return status;
     if (const quorl_status status = local::checkReply(content.replySubject()); status != QUORL_OK) return status;
     if (content.byteSize() > largestContent)
@@ -45,41 +45,41 @@ quorl_status CircuitCarrier::send(ThreadState& thread, message::ContentRef conte
     }
 }
 
-quorl_status CircuitCarrier::deliver(ThreadState& thread, message::ContentRef content) noexcept {
+quorl_status CircuitBackend::deliver(ThreadState& thread, message::ContentRef content) noexcept {
     return end_->router().route(thread, std::move(content));
 }
 
-quorl_status CircuitCarrier::listen(Listener& listener) noexcept {
+quorl_status CircuitBackend::listen(Listener& listener) noexcept {
     return guarded([&] { end_->router().add(listener); });
 }
 
-void CircuitCarrier::unlisten(Listener& listener) noexcept {
+void CircuitBackend::unlisten(Listener& listener) noexcept {
     end_->router().remove(listener);
 }
 
-quorl_status CircuitCarrier::openRequest(Request& request) noexcept {
+quorl_status CircuitBackend::openRequest(Request& request) noexcept {
     return guarded([&] { end_->router().add(request); });
 }
 
-void CircuitCarrier::closeRequest(Request& request) noexcept {
+void CircuitBackend::closeRequest(Request& request) noexcept {
     end_->router().remove(request);
 }
 
-bool CircuitCarrier::awaitRoom(int64_t deadline) noexcept {
+bool CircuitBackend::awaitRoom(int64_t deadline) noexcept {
     return end_->awaitRoom(deadline);
 }
 
-Passage CircuitCarrier::passage(std::string_view, int64_t now) noexcept {
+Passage CircuitBackend::passage(std::string_view, int64_t now) noexcept {
     ThreadState* thread = threadState();
     return thread != nullptr ? end_->passage(*thread, now) : Passage::open(now);
 }
 
-void CircuitCarrier::closed(ThreadState& thread) noexcept {
+void CircuitBackend::closed(ThreadState& thread) noexcept {
     end_->close(thread);
 }
 
-quorl_status CircuitCarrier::whyAborted() const noexcept {
-    return end_->isLost() ? end_->notConnected() : Carrier::whyAborted();
+quorl_status CircuitBackend::whyAborted() const noexcept {
+    return end_->isLost() ? end_->notConnected() : Backend::whyAborted();
 }
 
 }  // namespace quorl::transport::circuit

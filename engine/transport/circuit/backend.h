@@ -6,9 +6,9 @@
 
 namespace quorl::transport::circuit {
 
-class CircuitCarrier final : public Carrier {
+class CircuitBackend final : public Backend {
   public:
-    explicit CircuitCarrier(EndRef end) noexcept : end_(std::move(end)) {}
+    explicit CircuitBackend(EndRef end) noexcept : end_(std::move(end)) {}
 
     End& end() const noexcept { return *end_; }
 

@@ -58,9 +58,9 @@ std::vector<protocol::GuestRef> allEnds() noexcept {
 }
 
 bool losesNothing(ThreadState& thread, uint32_t id, std::string_view inbox) noexcept {
-    Section section(thread);
+    ReadGuard guard(thread);
     auto* transport = registry::find<Transport>(id);
-    return transport != nullptr && transport->carrier->passage(inbox, monotonicNow()).lossless;
+    return transport != nullptr && transport->backend->passage(inbox, monotonicNow()).lossless;
 }
 
 // peer: null for an accepting end.
@@ -81,10 +81,10 @@ quorl_status create(uint32_t* id, uint32_t parent, const char* peer, EndRef* mad
         const auto end = std::make_shared<End>(
             peer != nullptr ? Machine(settings, session, address, peer, monotonicNow()) : Machine(settings), parent,
             address);
-        auto carrier = std::make_unique<CircuitCarrier>(end);
+        auto backend = std::make_unique<CircuitBackend>(end);
         if (const quorl_status status = End::start(end); status != QUORL_OK) return status;
         uint32_t published = 0;
-        if (const quorl_status status = publishTransport(&published, std::move(carrier)); status != QUORL_OK) {
+        if (const quorl_status status = publishTransport(&published, std::move(backend)); status != QUORL_OK) {
             end->retire();
             return status;
         }
@@ -122,9 +122,9 @@ quorl_status waitForConnection(uint32_t id, double timeout) noexcept {
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
     registry::Pin<Transport> transport(*thread, id);
     if (!transport) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
-    auto* carrier = dynamic_cast<CircuitCarrier*>(transport->carrier.get());
-    if (carrier == nullptr) return fail(QUORL_INVALID_TRANSPORT, "transport %u is no circuit", id);
-    End& end = carrier->end();
+    auto* backend = dynamic_cast<CircuitBackend*>(transport->backend.get());
+    if (backend == nullptr) return fail(QUORL_INVALID_TRANSPORT, "transport %u is no circuit", id);
+    End& end = backend->end();
     switch (end.awaitPeer(deadlineAfter(timeout))) {
         case End::up:
             return QUORL_OK;

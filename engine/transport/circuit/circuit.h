@@ -14,9 +14,9 @@ quorl_status createConnect(uint32_t* id, const char* subject, uint32_t parent) n
 quorl_status waitForConnection(uint32_t id, double timeout) noexcept;
 
 // The transport is about to be destroyed: the circuits over it, and those over these, say good-bye while they can. Inside a
-// section, no lock held.
+// read guard, no lock held.
 void parentCloses(uint32_t parent) noexcept;
-// It takes no listeners any more: circuits that were made meanwhile end too. Inside a section, no lock held.
+// It takes no listeners any more: circuits that were made meanwhile end too. Under a read guard, no lock held.
 void parentClosed(uint32_t parent) noexcept;
 
 // Ends all circuits and the thread; the registry takes no new objects by then.

@@ -24,7 +24,7 @@ bool takes(const Machine& machine) noexcept {
 
 // Ends the waiting requests of a circuit that has no peer any more.
 void abortRequests(uint32_t id, ThreadState& thread) noexcept {
-    Section section(thread);
+    ReadGuard guard(thread);
     auto* transport = registry::find<Transport>(id);
     if (transport == nullptr) return;
     Lock lock(transport->lock);
@@ -128,7 +128,7 @@ void End::fail(ThreadState& thread, const char* reason) noexcept {
 void End::transmit(ThreadState& thread, Machine& machine, Output& output) noexcept {
     if (output.frames.empty()) return;
     KeptErrorText kept;
-    Section section(thread);
+    ReadGuard guard(thread);
     auto* parent = registry::find<Transport>(parent_);
     if (parent == nullptr) {
         machine.fail("the transport below was closed", output);
@@ -141,7 +141,7 @@ void End::transmit(ThreadState& thread, Machine& machine, Output& output) noexce
             message::ContentRef wire;
             const std::string& to = outgoing.to.empty() ? machine.peer() : outgoing.to;
             if (encode(outgoing.frame, to, &wire) != QUORL_OK) continue;
-            crowded = parent->carrier->send(thread, std::move(wire)) == Carrier::noRoom;
+            crowded = parent->backend->send(thread, std::move(wire)) == Backend::noRoom;
         }
         if (crowded) machine.repeatSoon(outgoing.frame, monotonicNow());
     }
@@ -155,7 +155,7 @@ void End::deliver(ThreadState& thread, News news) noexcept {
     uint32_t expected = pending;
     if (news.connected && phase_.compare_exchange_strong(expected, up)) futexWake(phase_, INT32_MAX);
     if (!news.deliveries.empty()) {
-        Section section(thread);
+        ReadGuard guard(thread);
         for (auto& content : news.deliveries) router_.route(thread, std::move(content));
     }
     if (news.lost) {
@@ -178,9 +178,9 @@ void End::tell(const char* name, const News& news) const noexcept {
 // ---- what others ask
 
 Passage End::passageBelow(ThreadState& thread, int64_t now) const noexcept {
-    Section section(thread);
+    ReadGuard guard(thread);
     auto* parent = registry::find<Transport>(parent_);
-    return parent != nullptr ? parent->carrier->passage(address_, now) : Passage::open(now);
+    return parent != nullptr ? parent->backend->passage(address_, now) : Passage::open(now);
 }
 
 // A circuit loses nothing; what the peer has not acknowledged is on its way. What comes in is whole, but for what the way below

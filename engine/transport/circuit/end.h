@@ -53,7 +53,7 @@ class End final : public protocol::Driver<Machine, Output> {
     bool isLost() const noexcept { return phase() == lost; }
     // The status, with its detail text, of what needs a peer and has none.
     quorl_status notConnected() noexcept;
-    // See Carrier.
+    // See Backend.
     bool awaitRoom(int64_t deadline) noexcept;
     Passage passage(ThreadState& thread, int64_t now) noexcept;
 

@@ -55,6 +55,6 @@ quorl_status encode(const Frame& frame, std::string_view to, message::ContentRef
 bool decode(quorlMsg message, Frame* frame) noexcept;
 
 // Bytes of a program's message beyond which it does not fit into a frame.
-inline constexpr uint32_t largestContent = QUORL_MSG_MAX_SIZE - 1024;
+inline constexpr uint32_t largestContent = QUORL_MSG_MAX_SIZE - 4096;
 
 }  // namespace quorl::transport::circuit

@@ -49,7 +49,7 @@ void leaveBus(Bus* bus) noexcept {
 }
 
 // Goes when no call of its transport can be inside it any more, and none of its listeners is left.
-class Port final : public Carrier {
+class Port final : public Backend {
   public:
     explicit Port(Bus* bus) noexcept : bus_(bus) {}
     ~Port() override { leaveBus(bus_); }
@@ -92,7 +92,7 @@ class Port final : public Carrier {
 
 }  // namespace
 
-std::unique_ptr<Carrier> openPort(std::string_view service, std::string_view network) {
+std::unique_ptr<Backend> openPort(std::string_view service, std::string_view network) {
     Bus* bus = joinBus(service, network);
     try {
         return std::make_unique<Port>(bus);

@@ -9,6 +9,6 @@
 namespace quorl::transport::embedded {
 
 // A port on the bus of that service and network. Throws std::bad_alloc.
-std::unique_ptr<Carrier> openPort(std::string_view service, std::string_view network);
+std::unique_ptr<Backend> openPort(std::string_view service, std::string_view network);
 
 }  // namespace quorl::transport::embedded

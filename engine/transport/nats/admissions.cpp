@@ -1,4 +1,4 @@
-// Deciding, between two marks, which subscriptions were refused.
+// Deciding, between two probes, which subscriptions were refused.
 #include "transport/nats/admissions.h"
 
 #include <algorithm>
@@ -7,7 +7,7 @@
 
 namespace quorl::transport::nats {
 
-void Admissions::asked(Subscription& one, uint64_t mark) {
+void Admissions::asked(Subscription& one, uint64_t probe) {
     const size_t all = asked_.size() + count_ + taken_.size() + 1;
     // Grown as vectors grow, so that asking for many costs no more than twice their number.
     const auto grow = [&](auto& list) {
@@ -16,7 +16,7 @@ void Admissions::asked(Subscription& one, uint64_t mark) {
     grow(refused_);
     grow(doubtful_);
     grow(taken_);
-    asked_.push_back({&one, mark, one.refused});
+    asked_.push_back({&one, probe, one.refused});
     if (one.refused) ++retries_;
     one.waits = true;
 }
@@ -62,9 +62,9 @@ void Admissions::denied(Subscription& one, int64_t now) noexcept {
     refuse(one, now);
 }
 
-void Admissions::returned(uint64_t mark, int64_t now) noexcept {
+void Admissions::returned(uint64_t probe, int64_t now) noexcept {
     size_t count = 0;
-    while (count < asked_.size() && asked_[count].mark < mark) ++count;
+    while (count < asked_.size() && asked_[count].probe < probe) ++count;
     size_t refusals = std::min<uint64_t>(full_, count);
     if (refusals != 0 && mixed_) refusals = count;
     full_ = 0;
@@ -110,9 +110,9 @@ void Admissions::take(Subscription& one) noexcept {
     again_ = 0;
 }
 
-bool Admissions::wantsMark(uint64_t lastMark) const noexcept {
+bool Admissions::wantsProbe(uint64_t lastProbe) const noexcept {
     if (asked_.empty()) return full_ != 0;
-    return (full_ != 0 || retries_ != 0) && asked_.back().mark >= lastMark;
+    return (full_ != 0 || retries_ != 0) && asked_.back().probe >= lastProbe;
 }
 
 Subscription* Admissions::takeDoubtful() noexcept {

@@ -1,8 +1,8 @@
 // Which subscriptions a daemon has taken.
 //
 // A SUB is answered only when it is refused, and "maximum subscriptions exceeded" does not say which one is meant. But a
-// daemon works through what it is sent in order, so of the subscriptions that were asked for before a mark those were refused
-// that its complaints before the mark's return count: the last ones, since what is full stays full. What is refused is asked
+// daemon works through what it is sent in order, so of the subscriptions that were asked for before a probe those were refused
+// that its complaints before the probe's return count: the last ones, since what is full stays full. What is refused is asked
 // for again, one at a time, when another subscription went and now and then: permissions and limits change.
 //
 // Without I/O; used by one thread. The subscriptions live until they are withdrawn.
@@ -22,8 +22,8 @@ class Admissions {
     static constexpr int64_t firstPause = 1'000'000'000;  // nanoseconds until a refused one is asked for again
     static constexpr int64_t longestPause = 60'000'000'000;
 
-    // A SUB was written, behind the mark of that number. Throws std::bad_alloc.
-    void asked(Subscription& one, uint64_t mark);
+    // A SUB was written, behind the probe of that number. Throws std::bad_alloc.
+    void asked(Subscription& one, uint64_t probe);
     // It was taken back, or will be destroyed.
     void withdrawn(Subscription& one) noexcept;
     // The session is gone, and what was asked for with it.
@@ -32,11 +32,11 @@ class Admissions {
     // The daemon complains: of that one, or of one that it does not name.
     void denied(Subscription& one, int64_t now) noexcept;
     void full() noexcept { ++full_; }
-    // A mark has come back.
-    void returned(uint64_t mark, int64_t now) noexcept;
+    // A probe has come back.
+    void returned(uint64_t probe, int64_t now) noexcept;
 
-    // An answer is waited for that marks up to this one do not bring.
-    bool wantsMark(uint64_t lastMark) const noexcept;
+    // An answer is waited for that probes up to this one do not bring.
+    bool wantsProbe(uint64_t lastProbe) const noexcept;
     // The daemon has complained, and which subscription it meant is not known yet.
     bool undecided() const noexcept { return full_ != 0; }
 
@@ -62,7 +62,7 @@ class Admissions {
   private:
     struct Asked {
         Subscription* one;
-        uint64_t mark;
+        uint64_t probe;
         bool again;  // it was refused before
     };
 
@@ -70,9 +70,9 @@ class Admissions {
     void take(Subscription& one) noexcept;
     void forget(Subscription& one) noexcept;
 
-    std::vector<Asked> asked_;  // oldest first; what no mark has decided on
+    std::vector<Asked> asked_;  // oldest first; what no probe has decided on
     size_t retries_ = 0;        // of them, those that were refused before
-    uint64_t full_ = 0;         // complaints that no mark has decided on
+    uint64_t full_ = 0;         // complaints that no probe has decided on
     bool mixed_ = false;        // one was taken back meanwhile: counting from the end could be wrong
     // These have room for all that were asked for.
     std::vector<Subscription*> refused_;   // and not asked for again yet; the next one first

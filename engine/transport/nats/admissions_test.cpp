@@ -1,4 +1,4 @@
-// Which subscriptions were refused, decided from complaints and marks alone.
+// Which subscriptions were refused, decided from complaints and probes alone.
 #include "transport/nats/admissions.h"
 
 #include <gtest/gtest.h>
@@ -15,60 +15,60 @@ using Patterns = std::vector<std::string>;
 class AdmissionsTest : public testing::Test {
   protected:
     Subscription& make(const std::string& pattern) {
-        return *made_.emplace_back(std::make_unique<Subscription>(intake_, pattern));
+        return *made_.emplace_back(std::make_unique<Subscription>(inbound_, pattern));
     }
-    // Asks behind the last mark.
+    // Asks behind the last probe.
     Subscription& ask(const std::string& pattern) {
         Subscription& one = make(pattern);
-        admissions_.asked(one, mark_);
+        admissions_.asked(one, probe_);
         return one;
     }
-    void markReturns() { admissions_.returned(++mark_, now_); }
+    void probeReturns() { admissions_.returned(++probe_, now_); }
     Patterns refusedNow() { return admissions_.takeNews(100).refused; }
 
-    Intake intake_{"quorl.default.default."};
+    Inbound inbound_{"quorl.default.default."};
     std::vector<std::unique_ptr<Subscription>> made_;
     Admissions admissions_;
-    uint64_t mark_ = 1;
+    uint64_t probe_ = 1;
     int64_t now_ = 1000;
 };
 
 TEST_F(AdmissionsTest, theLastOnesAreThoseThatWereTooMany) {
     for (const char* pattern : {"a", "b", "c", "d"}) ask(pattern);
-    EXPECT_FALSE(admissions_.wantsMark(mark_)) << "nobody complains";
+    EXPECT_FALSE(admissions_.wantsProbe(probe_)) << "nobody complains";
     admissions_.full();
     admissions_.full();
     EXPECT_TRUE(admissions_.undecided());
-    EXPECT_TRUE(admissions_.wantsMark(mark_));
+    EXPECT_TRUE(admissions_.wantsProbe(probe_));
     ask("behind");  // and taken, for all that is known
     EXPECT_FALSE(admissions_.hasNews());
-    admissions_.returned(mark_ + 1, now_);
+    admissions_.returned(probe_ + 1, now_);
     EXPECT_FALSE(admissions_.undecided());
     EXPECT_EQ(refusedNow(), (Patterns{"d", "behind"}));
     EXPECT_EQ(admissions_.refused(), 2u);
 }
 
-TEST_F(AdmissionsTest, aMarkDecidesOnlyOnWhatWasAskedBeforeIt) {
+TEST_F(AdmissionsTest, aProbeDecidesOnlyOnWhatWasAskedBeforeIt) {
     ask("a");
     admissions_.full();
-    ++mark_;  // sent
+    ++probe_;  // sent
     Subscription& behind = ask("b");
-    admissions_.returned(mark_, now_);
+    admissions_.returned(probe_, now_);
     EXPECT_EQ(refusedNow(), Patterns{"a"});
     EXPECT_FALSE(behind.refused);
     admissions_.full();
-    markReturns();
+    probeReturns();
     EXPECT_EQ(refusedNow(), Patterns{"b"});
 }
 
 TEST_F(AdmissionsTest, whereOneWasTakenBackBetweenAllAreInDoubt) {
     Subscription& old = ask("old");
-    markReturns();
+    probeReturns();
     ask("a");
     admissions_.withdrawn(old);
     ask("b");
     admissions_.full();
-    markReturns();
+    probeReturns();
     EXPECT_EQ(refusedNow(), (Patterns{"a", "b"}));
     int doubtful = 0;
     while (admissions_.takeDoubtful() != nullptr) ++doubtful;
@@ -80,7 +80,7 @@ TEST_F(AdmissionsTest, asksAgainOneAtATimeAndAtGrowingPauses) {
     Subscription& b = ask("b");
     admissions_.full();
     admissions_.full();
-    markReturns();
+    probeReturns();
     refusedNow();
     EXPECT_EQ(admissions_.takeDue(now_), nullptr);
     int64_t pause = Admissions::firstPause;
@@ -89,23 +89,23 @@ TEST_F(AdmissionsTest, asksAgainOneAtATimeAndAtGrowingPauses) {
         EXPECT_EQ(admissions_.takeDue(now_ + pause - 1), nullptr);
         now_ += pause;
         ASSERT_EQ(admissions_.takeDue(now_), due);
-        admissions_.asked(*due, mark_);
+        admissions_.asked(*due, probe_);
         EXPECT_EQ(admissions_.takeDue(now_ + Admissions::longestPause), nullptr) << "an answer is waited for";
-        EXPECT_TRUE(admissions_.wantsMark(mark_));
+        EXPECT_TRUE(admissions_.wantsProbe(probe_));
         EXPECT_EQ(admissions_.refused(), 2u);
         admissions_.full();
-        markReturns();
+        probeReturns();
         EXPECT_FALSE(admissions_.hasNews()) << "it was told";
         pause = std::min(2 * pause, Admissions::longestPause);
     }
     // Another one goes: at once.
     Subscription& other = ask("other");
-    markReturns();
+    probeReturns();
     admissions_.withdrawn(other);
     Subscription* due = admissions_.takeDue(now_);
     ASSERT_EQ(due, &b);
-    admissions_.asked(b, mark_);
-    markReturns();
+    admissions_.asked(b, probe_);
+    probeReturns();
     EXPECT_EQ(admissions_.refused(), 1u);
     const Admissions::News news = admissions_.takeNews(100);
     EXPECT_EQ(news.taken, Patterns{"b"});
@@ -120,10 +120,10 @@ TEST_F(AdmissionsTest, aSessionLaterWhatIsRefusedAgainIsNotToldAgain) {
     admissions_.denied(b, now_);
     EXPECT_EQ(refusedNow(), (Patterns{"a", "b"}));
     admissions_.restart();
-    admissions_.asked(a, mark_);
-    admissions_.asked(b, mark_);
+    admissions_.asked(a, probe_);
+    admissions_.asked(b, probe_);
     admissions_.denied(a, now_);
-    markReturns();
+    probeReturns();
     const Admissions::News news = admissions_.takeNews(100);
     EXPECT_TRUE(news.refused.empty());
     EXPECT_EQ(news.taken, Patterns{"b"});
@@ -138,7 +138,7 @@ TEST_F(AdmissionsTest, namesNoMoreThanIsAskedFor) {
         ask("a." + std::to_string(i));
         admissions_.full();
     }
-    markReturns();
+    probeReturns();
     const Admissions::News news = admissions_.takeNews(3);
     EXPECT_EQ(news.refused, (Patterns{"a.0", "a.1", "a.2"}));
     EXPECT_EQ(news.refusedCount, 10u);

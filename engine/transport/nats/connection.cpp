@@ -74,9 +74,9 @@ Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Lim
     : key_(std::move(key)),
       connectTimeout_(nanosecondsOf(limits.connectTimeout)),
       readyCheck_(readyCheck),
-      intake_(wirePrefix(key_.network, key_.service)),
-      markSubject_(intake_.prefix + "_MARK." + hexadecimal(randomId())),
-      outbox_(intake_.prefix, limits.reconnectBuffer),
+      inbound_(wirePrefix(key_.network, key_.service)),
+      probeSubject_(inbound_.prefix + "_PROBE." + hexadecimal(randomId())),
+      outbox_(inbound_.prefix, limits.reconnectBuffer),
       name_(key_.description.empty() ? defaultName() : key_.description),
       writer_(message::wire::load<uint64_t>(randomId().data())),
       servers_(std::move(servers)),
@@ -91,7 +91,7 @@ Connection::~Connection() {
 quorl_status Connection::start() noexcept {
     epoll_ = epoll_create1(EPOLL_CLOEXEC);
     wakeEvent_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    intake_.wakeEvent = wakeEvent_;
+    inbound_.wakeEvent = wakeEvent_;
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.fd = wakeEvent_;
@@ -128,7 +128,7 @@ void Connection::stop() noexcept {
     // Whoever is still inside a send is refused from now on, so that what was accepted can be sent to its end.
     outbox_.shut();
     stopping_.store(true, std::memory_order_seq_cst);
-    ring();
+    wakeThread();
     futexWake(phase_, INT32_MAX);
 }
 
@@ -152,14 +152,14 @@ quorl_status Connection::await() noexcept {
                 key_.daemon.c_str(), dropped(), unconfirmedAtEnd(), why.empty() ? "" : ": ", why.c_str());
 }
 
-void Connection::ring() noexcept {
+void Connection::wakeThread() noexcept {
     const uint64_t one = 1;
     // Fails only when the event is set already, to its greatest value.
     static_cast<void>(!::write(wakeEvent_, &one, sizeof one));
 }
 
 void Connection::wake() noexcept {
-    if (asleep_.exchange(false, std::memory_order_seq_cst)) ring();
+    if (asleep_.exchange(false, std::memory_order_seq_cst)) wakeThread();
 }
 
 void Connection::emptyWakeEvent() noexcept {
@@ -176,7 +176,7 @@ void Connection::describe(std::string_view description) noexcept {
             name_.swap(name);
         }
         renamed_.store(true, std::memory_order_release);
-        ring();
+        wakeThread();
     } catch (const std::bad_alloc&) {
         // It keeps the name that it has.
     }
@@ -216,7 +216,7 @@ quorl_status Connection::addUser(std::string_view pattern, Listener* listener) n
         auto found = subscriptions_.find(pattern);
         fresh = found == subscriptions_.end();
         if (fresh) {
-            auto made = std::make_unique<Subscription>(intake_, pattern);
+            auto made = std::make_unique<Subscription>(inbound_, pattern);
             if (listener != nullptr) made->add(*listener);
             changes_.push_back({nullptr, made.get()});
             try {
@@ -233,7 +233,7 @@ quorl_status Connection::addUser(std::string_view pattern, Listener* listener) n
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for a subscription");
     }
-    if (fresh) ring();
+    if (fresh) wakeThread();
     return QUORL_OK;
 }
 
@@ -252,7 +252,7 @@ void Connection::removeUser(std::string_view pattern, Listener* listener) noexce
         }
         changesWaiting_.store(1, std::memory_order_seq_cst);
     }
-    ring();
+    wakeThread();
 }
 
 // Takes the subscription over, to be ended by the thread. False: no memory.
@@ -312,8 +312,8 @@ void Connection::applyChanges() noexcept {
 
 void Connection::subscribe(Session& session, Subscription& subscription) noexcept {
     try {
-        admissions_.asked(subscription, markNumber_);
-        subscription.subscribed = session.subscribe(subscription, toWire(intake_.prefix, subscription.pattern()));
+        admissions_.asked(subscription, probeNumber_);
+        subscription.subscribed = session.subscribe(subscription, toWire(inbound_.prefix, subscription.pattern()));
     } catch (const std::bad_alloc&) {
         subscription.subscribed = false;
     }
@@ -389,14 +389,14 @@ quorl_status Connection::takeUp(const Target& target, int64_t deadline) {
         Lock lock(lock_);
         request.name = name_;
     }
-    request.refusals = &refusalFeed_;
+    request.refusals = &refusalSink_;
     std::unique_ptr<Session> session;
     if (const quorl_status status = Session::open(request, &session); status != QUORL_OK) return status;
     Lock io(io_);
     session_ = std::move(session);
     givenUp_ = nullptr;
-    markRefused_ = false;
-    bool good = session_->subscribe(markFeed_, markSubject_);
+    probeRefused_ = false;
+    bool good = session_->subscribe(probeSink_, probeSubject_);
     {
         Lock lock(lock_);
         for (auto& [pattern, subscription] : subscriptions_) {
@@ -406,8 +406,8 @@ quorl_status Connection::takeUp(const Target& target, int64_t deadline) {
         }
     }
     const int64_t now = monotonicNow();
-    good = good && sendMark(*session_, now);
-    if (good && readyCheck_) good = awaitMark(*session_, std::max(deadline, now + millisecond));
+    good = good && sendProbe(*session_, now);
+    if (good && readyCheck_) good = awaitProbe(*session_, std::max(deadline, now + millisecond));
     if (good) {
         epoll_event event{};
         event.events = EPOLLIN;
@@ -426,7 +426,7 @@ quorl_status Connection::takeUp(const Target& target, int64_t deadline) {
     }
     std::string why = "it does not carry messages of this bus";
     if (session_->lost()) why = session_->reason();
-    if (markRefused_) why += ": it says \"" + refusalWords_ + "\"";
+    if (probeRefused_) why += ": it says \"" + refusalWords_ + "\"";
     io_.unlock();
     dropSession();
     io_.lock();
@@ -434,11 +434,11 @@ quorl_status Connection::takeUp(const Target& target, int64_t deadline) {
                 elapsedText(monotonicNow() - start).c_str());
 }
 
-// Reads and writes until the last mark has come back. False: the session was lost, or not in time, or the daemon refuses
-// marks, or there is no more time for anything.
-bool Connection::awaitMark(Session& session, int64_t deadline) noexcept {
-    while (markSeen_.load(std::memory_order_acquire) != markNumber_) {
-        if (session.lost() || markRefused_) return false;
+// Reads and writes until the last probe has come back. False: the session was lost, or not in time, or the daemon refuses
+// probes, or there is no more time for anything.
+bool Connection::awaitProbe(Session& session, int64_t deadline) noexcept {
+    while (probeSeen_.load(std::memory_order_acquire) != probeNumber_) {
+        if (session.lost() || probeRefused_) return false;
         if (session.buffered() != 0) session.write();
         const int64_t left = deadline - monotonicNow();
         if (left <= 0 || over()) return false;
@@ -465,8 +465,8 @@ void Connection::dropSession() noexcept {
     }
     admissions_.restart();
     writer_.restart();  // a message that was sent in part is sent whole again
-    markUnderWay_ = false;
-    markSentAt_.store(0, std::memory_order_relaxed);
+    probeUnderWay_ = false;
+    probeSentAt_.store(0, std::memory_order_relaxed);
 }
 
 void Connection::pause(int64_t nanoseconds) noexcept {
@@ -529,7 +529,7 @@ void Connection::keepUp() noexcept {
 // Of the session that is lost: what was on its way, why, and which servers it knew.
 void Connection::countLoss() noexcept {
     Lock io(io_);
-    if (markUnderWay_) markIsBack(monotonicNow());
+    if (probeUnderWay_) probeIsBack(monotonicNow());
     lostUnconfirmed_ = handed_.get() - confirmed_.get();
     confirmed_ += lostUnconfirmed_;
     unconfirmedEver_ += lostUnconfirmed_;
@@ -658,7 +658,7 @@ void Connection::adviseLost() noexcept {
 void Connection::adviseRejections() noexcept {
     try {
         Rejections::Notice notice;
-        if (!intake_.rejections.take(&notice) || !advisoriesHeard()) return;
+        if (!inbound_.rejections.take(&notice) || !advisoriesHeard()) return;
         advise(Severity::warn, "daemon", "malformed",
                {{"daemon", key_.daemon},
                 {"service", key_.service},
@@ -674,14 +674,14 @@ void Connection::adviseRejections() noexcept {
 void Connection::refused(const Complaint& complaint, std::string_view words) noexcept {
     refusedEver_ += 1;
     remember(words);
-    if (complaint.wireSubject == markSubject_) markRefused_ = true;
+    if (complaint.wireSubject == probeSubject_) probeRefused_ = true;
     if (complaint.kind == Complaint::Kind::full) admissions_.full();
     // Those of subscriptions are counted by which of them are refused.
     if (complaint.kind != Complaint::Kind::subscribing && complaint.kind != Complaint::Kind::full) ++newRefusals_;
     try {
         refusalWords_ = words;
         ReadSubject subject;
-        if (complaint.wireSubject.empty() || !fromWire(intake_.prefix, complaint.wireSubject, &subject)) return;
+        if (complaint.wireSubject.empty() || !fromWire(inbound_.prefix, complaint.wireSubject, &subject)) return;
         if (complaint.kind == Complaint::Kind::publishing && refusedSubject_.empty()) refusedSubject_ = subject.view();
         if (complaint.kind != Complaint::Kind::subscribing) return;
         Subscription* denied = nullptr;
@@ -773,13 +773,13 @@ Connection::Figures Connection::figures() {
     figures.phase = phases[phase_.load(std::memory_order_relaxed)];
     figures.messagesOut = handed_.get();
     figures.bytesOut = handedBytes_.get();
-    figures.messagesIn = intake_.messages.get();
-    figures.bytesIn = intake_.bytes.get();
+    figures.messagesIn = inbound_.messages.get();
+    figures.bytesIn = inbound_.bytes.get();
     figures.waiting = outbox_.waiting();
     figures.reconnects = reconnects_.get();
     figures.lost = lostEver_.get() + outbox_.lost();
     figures.unconfirmed = unconfirmedEver_.get();
-    figures.malformed = intake_.rejections.total();
+    figures.malformed = inbound_.rejections.total();
     figures.refused = refusedEver_.get();
     figures.refusedPatterns = refusedNow_.load(std::memory_order_relaxed);
     return figures;

@@ -5,7 +5,7 @@
 // idle writes it itself, which saves a change of threads; one that finds it busy leaves the message to it, where messages
 // gather into frames.
 //
-// Marks are messages of the connection to itself. The mark that has come back says that all that was sent before it has
+// Probes are messages of the connection to itself. The probe that has come back says that all that was sent before it has
 // arrived at the daemon, so that no more than what followed it can be lost; one that does not come back says that the
 // connection is dead, whatever the system thinks of it.
 #pragma once
@@ -85,7 +85,7 @@ class Connection final : public Ending {
     // was sent or listened to yet.
     void describe(std::string_view description) noexcept;
 
-    // Carrier::noRoom, and what put and Router::check say.
+    // Backend::noRoom, and what put and Router::check say.
     quorl_status send(const message::ContentRef& content, const Batching& batching) noexcept;
     Outbox& outbox() noexcept { return outbox_; }
 
@@ -94,9 +94,9 @@ class Connection final : public Ending {
     // The pattern of all inboxes of one transport.
     quorl_status listenToInboxes(std::string_view pattern) noexcept { return addUser(pattern, nullptr); }
     void unlistenToInboxes(std::string_view pattern) noexcept { removeUser(pattern, nullptr); }
-    Router& inboxes() noexcept { return intake_.inboxes; }
+    Router& inboxes() noexcept { return inbound_.inboxes; }
 
-    // See Carrier. On any thread; does not wait.
+    // See Backend. On any thread; does not wait.
     Passage passage(std::string_view inbox, int64_t now) noexcept;
 
     // What the statistics say. On any thread; does not wait for the daemon. Throws std::bad_alloc.
@@ -133,18 +133,18 @@ class Connection final : public Ending {
         Subscription* added = nullptr;
     };
 
-    class MarkFeed final : public Feed {
+    class ProbeSink final : public Sink {
       public:
-        explicit MarkFeed(Connection& connection) noexcept : connection_(connection) {}
+        explicit ProbeSink(Connection& connection) noexcept : connection_(connection) {}
         void received(std::string_view, const uint8_t* payload, size_t size) noexcept override;
 
       private:
         Connection& connection_;
     };
 
-    class RefusalFeed final : public Refusals {
+    class RefusalSink final : public Refusals {
       public:
-        explicit RefusalFeed(Connection& connection) noexcept : connection_(connection) {}
+        explicit RefusalSink(Connection& connection) noexcept : connection_(connection) {}
         void refused(const Complaint& complaint, std::string_view words) noexcept override {
             connection_.refused(complaint, words);
         }
@@ -173,7 +173,7 @@ class Connection final : public Ending {
     quorl_status takeUp(const Target& target, int64_t deadline);
     void learnServers();
     int64_t withJitter(int64_t pause) noexcept;
-    bool awaitMark(Session& session, int64_t deadline) noexcept;
+    bool awaitProbe(Session& session, int64_t deadline) noexcept;
     void serve() noexcept;
     bool over() const noexcept;
     bool finishSending() noexcept;
@@ -197,26 +197,26 @@ class Connection final : public Ending {
     void applyChanges() noexcept;
     void askAgain(int64_t now) noexcept;
     void subscribe(Session& session, Subscription& subscription) noexcept;
-    void watchMarks(int64_t now) noexcept;
+    void watchProbes(int64_t now) noexcept;
     void watchOutput(int64_t now) noexcept;
     int64_t nextLook() const noexcept;
     int waitForEvents(epoll_event* events, int most, int64_t nanoseconds) noexcept;
     enum class Flushed { all, blocked, changesFirst };
     Flushed flush() noexcept;
-    bool sendMark(Session& session, int64_t now) noexcept;
-    bool markIsBack(int64_t now) noexcept;
-    void markByBytes() noexcept;
+    bool sendProbe(Session& session, int64_t now) noexcept;
+    bool probeIsBack(int64_t now) noexcept;
+    void probeByBytes() noexcept;
 
     // Makes the thread look for work: when it sleeps, or in any case.
     void wake() noexcept;
-    void ring() noexcept;
+    void wakeThread() noexcept;
 
     const ConnectionKey key_;
     const int64_t connectTimeout_;  // nanoseconds
     const bool readyCheck_;
 
-    Intake intake_;
-    const std::string markSubject_;  // on the wire
+    Inbound inbound_;
+    const std::string probeSubject_;  // on the wire
     Outbox outbox_;
     pthread_t thread_{};
     bool started_ = false;
@@ -229,17 +229,17 @@ class Connection final : public Ending {
     std::atomic<bool> asleep_{false};       // the thread waits, or is about to, and has nothing to send
     std::atomic<bool> gathering_{false};    // what waits to be sent may wait for more
     std::atomic<bool> flushNow_{false};     // but no longer
-    std::atomic<bool> unconfirmed_{false};  // something was sent since the last mark
+    std::atomic<bool> unconfirmed_{false};  // something was sent since the last probe
     std::atomic<bool> renamed_{false};      // the session does not know the name yet
     std::atomic<uint32_t> changesWaiting_{0};
-    std::atomic<int64_t> lastSend_{0};    // when a sender last found the thread asleep
-    std::atomic<uint64_t> markSeen_{0};   // the number of the last mark that came back
-    std::atomic<int64_t> markSentAt_{0};  // of the one that is under way; 0: none is
-    std::atomic<int64_t> passedAt_{0};    // when the last one that came back was sent; 0: none ever came back
-    std::atomic<int64_t> readAt_{0};      // when bytes last came in
-    std::atomic<int64_t> lossAt_{0};      // when the connection was last lost, once it is back; 0: never
-    Tally reconnects_;                    // of the thread, like the next two
-    Tally lostEver_;                      // without what the outbox has lost since the daemon was there
+    std::atomic<int64_t> lastSend_{0};     // when a sender last found the thread asleep
+    std::atomic<uint64_t> probeSeen_{0};   // the number of the last probe that came back
+    std::atomic<int64_t> probeSentAt_{0};  // of the one that is under way; 0: none is
+    std::atomic<int64_t> passedAt_{0};     // when the last one that came back was sent; 0: none ever came back
+    std::atomic<int64_t> readAt_{0};       // when bytes last came in
+    std::atomic<int64_t> lossAt_{0};       // when the connection was last lost, once it is back; 0: never
+    Tally reconnects_;                     // of the thread, like the next two
+    Tally lostEver_;                       // without what the outbox has lost since the daemon was there
     Tally unconfirmedEver_;
     Tally refusedEver_;
     Tally dropped_;
@@ -269,19 +269,19 @@ class Connection final : public Ending {
     std::unique_ptr<Outbox::Chunk> current_;  // partly sent
     size_t nextFrame_ = 0;                    // of it
     FrameWriter writer_;
-    MarkFeed markFeed_{*this};
-    RefusalFeed refusalFeed_{*this};
+    ProbeSink probeSink_{*this};
+    RefusalSink refusalSink_{*this};
     const char* givenUp_ = nullptr;  // why the session is taken for lost; null while it is not
     int64_t returned_ = 0;           // when the session began
     Tally handed_;                   // messages given to sessions, ever
     Tally handedBytes_;              // their bytes
-    Tally confirmed_;                // of the messages, those before the last mark that came back
-    uint64_t marked_ = 0;            // of the messages, those before the last mark that was sent
-    uint64_t markedBytes_ = 0;       // of the bytes, those before it
-    uint64_t markNumber_ = 0;        // of the last mark; never repeated
-    bool markUnderWay_ = false;
+    Tally confirmed_;                // of the messages, those before the last probe that came back
+    uint64_t probed_ = 0;            // of the messages, those before the last probe that was sent
+    uint64_t probedBytes_ = 0;       // of the bytes, those before it
+    uint64_t probeNumber_ = 0;       // of the last probe; never repeated
+    bool probeUnderWay_ = false;
     bool missed_ = false;      // it should have come back a second ago
-    int64_t markTime_ = 0;     // when a mark was last sent or came back
+    int64_t probeTime_ = 0;    // when a probe was last sent or came back
     int64_t outputAt_ = 0;     // when what goes out was last looked at
     int64_t outputMoved_ = 0;  // when it was last seen to move, or to be all gone
     uint64_t outputGone_ = 0;  // bytes that the other side's system had confirmed then
@@ -302,7 +302,7 @@ class Connection final : public Ending {
     uint64_t newRefusals_ = 0;    // since they were last told
     std::string refusalWords_;    // of the last of them
     std::string refusedSubject_;  // of the first of them that was a message
-    bool markRefused_ = false;    // marks are not carried in this session
+    bool probeRefused_ = false;   // probes are not carried in this session
     bool denied_ = false;         // it was told that the daemon takes this process in no more
     int64_t lostAt_ = 0;
     std::string lostReason_;

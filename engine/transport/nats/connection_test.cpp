@@ -64,7 +64,7 @@ class OverScriptedDaemon : public testing::Test {
 
     template <class T>
     T* find(uint32_t id) {
-        Section section(*threadState());
+        ReadGuard guard(*threadState());
         return registry::find<T>(id);
     }
     // A listener whose queue is the test's. It hears the connection when the connection is told of it.
@@ -191,7 +191,7 @@ void sendBytes(Connection& connection, size_t bytes) {
     const std::atomic<bool> never{false};
     for (size_t sent = 0; sent < bytes;) {
         const quorl_status status = connection.send(content, batching);
-        if (status == Carrier::noRoom) {
+        if (status == Backend::noRoom) {
             connection.outbox().waitForRoom(never);
             continue;
         }
@@ -215,7 +215,7 @@ TEST_F(OverScriptedDaemon, aDaemonThatTakesTooLittleInTheMiddleIsLeft) {
             while (!over) {
                 const quorl_status status = connection_->send(content, batching);
                 if (status == QUORL_OK) continue;
-                EXPECT_TRUE(status == Carrier::noRoom || status == QUORL_DAEMON_NOT_CONNECTED) << quorl_LastErrorText();
+                EXPECT_TRUE(status == Backend::noRoom || status == QUORL_DAEMON_NOT_CONNECTED) << quorl_LastErrorText();
                 if (status == QUORL_DAEMON_NOT_CONNECTED) ++refused;
                 std::this_thread::yield();
             }
@@ -277,14 +277,14 @@ TEST(OverAnOldSystem, whatIsSentArrives) {
     EXPECT_EQ(quorl_Close(), QUORL_OK);
 }
 
-TEST_F(OverScriptedDaemon, aMarkFollowsWhatWasSentAfterSoManyBytes) {
+TEST_F(OverScriptedDaemon, aProbeFollowsWhatWasSentAfterSoManyBytes) {
     constexpr size_t bytes = 16u << 20;
-    daemon_.echoMarks = false;
+    daemon_.echoProbes = false;
     sendBytes(*connection_, bytes);
     ASSERT_TRUE(daemon_.waitForBytes(bytes));
     std::vector<size_t> between{0};
     for (const auto& one : daemon_.published()) {
-        if (one.subject.find("._MARK.") != std::string::npos) {
+        if (one.subject.find("._PROBE.") != std::string::npos) {
             between.push_back(0);
         } else {
             between.back() += one.size;
@@ -294,7 +294,7 @@ TEST_F(OverScriptedDaemon, aMarkFollowsWhatWasSentAfterSoManyBytes) {
     ASSERT_EQ(between.size(), 3u);
     EXPECT_EQ(between[0], 0u);
     EXPECT_LE(between[1], (1u << 20) + (128u << 10));
-    daemon_.echoMarks = true;  // the one of closing
+    daemon_.echoProbes = true;  // the one of closing
 }
 
 }  // namespace

@@ -59,7 +59,7 @@ class Outbox {
 
     // Takes a message over, whose subject has been checked. keepUntil: when it is worthless if the daemon is away;
     // forever for never. *waiting gets the bytes that wait now.
-    // Carrier::noRoom, QUORL_DAEMON_NOT_CONNECTED, QUORL_INVALID_SIZE, QUORL_NO_MEMORY, QUORL_INVALID_TRANSPORT when it is
+    // Backend::noRoom, QUORL_DAEMON_NOT_CONNECTED, QUORL_INVALID_SIZE, QUORL_NO_MEMORY, QUORL_INVALID_TRANSPORT when it is
     // shut.
     quorl_status put(const message::ContentRef& content, int64_t keepUntil, size_t* waiting) noexcept;
 
@@ -110,6 +110,7 @@ class Outbox {
     bool connected_ GUARDED_BY(lock_) = false;
     bool shut_ GUARDED_BY(lock_) = false;
     bool open_ GUARDED_BY(lock_) = false;  // the last frame of the last chunk takes more messages of lastSubject_
+    FrameKind lastKind_ GUARDED_BY(lock_) = FrameKind::entries;  // of that frame
     std::array<char, QUORL_SUBJECT_MAX> lastSubject_ GUARDED_BY(lock_);
     size_t lastSubjectSize_ GUARDED_BY(lock_) = 0;
     std::deque<std::unique_ptr<Chunk>> chunks_ GUARDED_BY(lock_);

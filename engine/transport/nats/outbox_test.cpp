@@ -156,11 +156,11 @@ TEST_F(Waiting, aFullConnectionMakesSendersWait) {
     quorl_status status;
     while ((status = put(content)) == QUORL_OK) {
     }
-    EXPECT_EQ(status, Carrier::noRoom);
+    EXPECT_EQ(status, Backend::noRoom);
     EXPECT_LE(outbox.waiting(), Outbox::connectedRoom + 50000);
     std::atomic<bool> gaveUp{false};
     outbox.waitForRoom(gaveUp, monotonicNow() + 1'000'000);
-    EXPECT_EQ(put(content), Carrier::noRoom) << "only the deadline has come";
+    EXPECT_EQ(put(content), Backend::noRoom) << "only the deadline has come";
     std::thread sender([&] {
         outbox.waitForRoom(gaveUp);
         EXPECT_EQ(put(content), QUORL_OK);

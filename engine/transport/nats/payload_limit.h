@@ -45,6 +45,6 @@ class PayloadLimit {
     uint32_t bytes_ = least;
 };
 
-static_assert(markSize <= PayloadLimit::least);
+static_assert(probeSize <= PayloadLimit::least);
 
 }  // namespace quorl::transport::nats

@@ -94,7 +94,7 @@ quorl_status join(const ConnectionKey& key, const std::vector<Server>& servers, 
     return QUORL_OK;
 }
 
-class Port final : public Carrier {
+class Port final : public Backend {
   public:
     Port(Shared connection, std::vector<Server> servers)
         : servers_(std::move(servers)), connection_(connection.get()), held_{std::move(connection)} {}
@@ -193,7 +193,7 @@ class Port final : public Carrier {
 }  // namespace
 
 quorl_status openPort(std::string_view daemon, std::string_view service, std::string_view network,
-                      std::unique_ptr<Carrier>* port) noexcept {
+                      std::unique_ptr<Backend>* port) noexcept {
     try {
         std::vector<Server> servers;
         if (const quorl_status status = parseAddress(daemon, &servers); status != QUORL_OK) return status;

@@ -12,7 +12,7 @@ namespace quorl::transport::nats {
 // A port on a connection to that daemon; connects when there is none yet, and waits for that up to the limit.
 // QUORL_DAEMON_NOT_FOUND and others with the reason; QUORL_NO_MEMORY.
 quorl_status openPort(std::string_view daemon, std::string_view service, std::string_view network,
-                      std::unique_ptr<Carrier>* port) noexcept;
+                      std::unique_ptr<Backend>* port) noexcept;
 
 // The connections of this process. Throws std::bad_alloc.
 class Connection;

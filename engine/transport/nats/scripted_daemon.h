@@ -18,7 +18,7 @@
 
 namespace quorl::transport::nats {
 
-// One client at a time. What it publishes is counted; marks come back while echoMarks is set, nothing else does.
+// One client at a time. What it publishes is counted; probes come back while echoProbes is set, nothing else does.
 class ScriptedDaemon {
   public:
     struct Published {
@@ -48,7 +48,7 @@ class ScriptedDaemon {
     ScriptedDaemon& operator=(const ScriptedDaemon&) = delete;
 
     uint16_t port() const noexcept { return port_; }
-    std::atomic<bool> echoMarks{true};
+    std::atomic<bool> echoProbes{true};
 
     // The id of the client's subscription to exactly that subject on the wire; empty: there was none within the limit.
     std::string subscription(const std::string& subject) {
@@ -161,7 +161,7 @@ class ScriptedDaemon {
             if (words[0] == "PUB") {
                 published_.push_back({words[1], payload.size()});
                 bytes_ += payload.size();
-                if (echoMarks && words[1].find("._MARK.") != std::string::npos) echo = subscriptions_[words[1]];
+                if (echoProbes && words[1].find("._PROBE.") != std::string::npos) echo = subscriptions_[words[1]];
             }
             changed_.notify_all();
         }

@@ -126,8 +126,8 @@ quorl_status Session::connect(const Request& request) {
     refusals_ = request.refusals;
     out_.reserve(2 * writeSize);
     std::string why;
-    link_ = Link::connect(request.server, deadline, &why);
-    if (link_ == nullptr || !greet(deadline, &why)) return refuse(QUORL_DAEMON_NOT_FOUND, request, why, start);
+    socket_ = Socket::connect(request.server, deadline, &why);
+    if (socket_ == nullptr || !greet(deadline, &why)) return refuse(QUORL_DAEMON_NOT_FOUND, request, why, start);
     if (request.server.tls) {
         // What comes in the clear beside the greeting may be anybody's word.
         if (!complaint_.empty())
@@ -144,7 +144,7 @@ quorl_status Session::connect(const Request& request) {
     bool good = true;
     if (request.server.tls) {
         bool trusted = false;
-        good = link_->startTls(request.named.host, credentials, deadline, &trusted, &why);
+        good = socket_->startTls(request.named.host, credentials, deadline, &trusted, &why);
         refused = !good && trusted;
         tls_ = good;
         if (good) forgetClear();
@@ -173,7 +173,7 @@ quorl_status Session::connect(const Request& request) {
 // Reads until the daemon has told of itself.
 bool Session::greet(int64_t deadline, std::string* why) {
     while (!greeted_ && !lost()) {
-        if (!link_->await(POLLIN, deadline)) {
+        if (!socket_->await(POLLIN, deadline)) {
             *why = "no greeting: is it a nats-server that listens there?";
             return false;
         }
@@ -225,15 +225,15 @@ bool Session::introduce(const Request& request, const secure::Credentials& crede
     words += "\"}\r\nPING\r\n";
     // Not by way of the buffer, where it would stay.
     for (std::string_view left = words.view(); !left.empty();) {
-        const ssize_t sent = link_->write(left.data(), left.size());
+        const ssize_t sent = socket_->write(left.data(), left.size());
         if (sent < 0) fail(nullptr);
-        if (sent < 0 || (sent == 0 && !link_->await(POLLOUT, deadline))) break;
+        if (sent < 0 || (sent == 0 && !socket_->await(POLLOUT, deadline))) break;
         left.remove_prefix(static_cast<size_t>(sent));
     }
     asked_ = true;
     parser_.allow(mostIncoming);
     while (!answered_ && !lost() && complaint_.empty()) {
-        if (!link_->pending() && !link_->await(POLLIN, deadline)) {
+        if (!socket_->pending() && !socket_->await(POLLIN, deadline)) {
             *why = "the daemon did not answer in time";
             return false;
         }
@@ -307,7 +307,7 @@ std::string Session::reason() const {
     } else if (!complaint_.empty()) {
         text = "the daemon says \"" + complaint_ + "\"";
     } else {
-        text = link_->reason();
+        text = socket_->reason();
     }
     // A daemon does not say why it cuts somebody off.
     if (broke == nullptr && behindAt_ != 0 && monotonicNow() - behindAt_ < recently)
@@ -371,7 +371,7 @@ bool Session::take() noexcept {
         return false;
     }
     const size_t room = inRoom_ - inEnd_;
-    const ssize_t got = link_->read(in_.get() + inEnd_, room);
+    const ssize_t got = socket_->read(in_.get() + inEnd_, room);
     if (got < 0) {
         fail(nullptr);
         return false;
@@ -382,11 +382,11 @@ bool Session::take() noexcept {
     const int64_t now = monotonicNow();
     if (full && !tls_) {
         int waiting = 0;
-        ioctl(link_->socket(), FIONREAD, &waiting);
+        ioctl(socket_->socket(), FIONREAD, &waiting);
         if (waiting >= behind) behindAt_ = now;
     }
     // With TLS there may be more than the socket shows.
-    if (got != 0 && (tls_ || full) && (takenAtOnce_ < readAtOnce || link_->pending())) return true;
+    if (got != 0 && (tls_ || full) && (takenAtOnce_ < readAtOnce || socket_->pending())) return true;
     if (takenAtOnce_ >= behindAfterPause && readAt_ != 0 && now - readAt_ >= longPause) behindAt_ = now;
     takenAtOnce_ = 0;
     readAt_ = now;
@@ -400,9 +400,9 @@ void Session::use() noexcept {
 
 void Session::onMessage(uint64_t subscription, std::string_view subject, const uint8_t* payload, size_t size) noexcept {
     ++said_;
-    // What was on its way when its feed left has none.
-    const auto found = feeds_.find(subscription);
-    if (found != feeds_.end()) found->second->received(subject, payload, size);
+    // What was on its way when its sink left has none.
+    const auto found = sinks_.find(subscription);
+    if (found != sinks_.end()) found->second->received(subject, payload, size);
 }
 
 void Session::answer() noexcept {
@@ -428,7 +428,7 @@ bool Session::append(std::string_view text) noexcept {
 
 void Session::write() noexcept {
     while (!lost() && outSent_ != out_.size()) {
-        const ssize_t sent = link_->write(out_.data() + outSent_, out_.size() - outSent_);
+        const ssize_t sent = socket_->write(out_.data() + outSent_, out_.size() - outSent_);
         if (sent < 0) return fail(nullptr);
         if (sent == 0) return;
         outSent_ += static_cast<size_t>(sent);
@@ -460,11 +460,11 @@ bool Session::publish(std::string_view wireSubject, const uint8_t* payload, size
     return !lost();
 }
 
-bool Session::subscribe(Feed& feed, std::string_view wireSubject) noexcept {
+bool Session::subscribe(Sink& sink, std::string_view wireSubject) noexcept {
     try {
-        feeds_.emplace(lastNumber_ + 1, &feed);
-        feed.number_ = ++lastNumber_;
-        const std::string line = "SUB " + std::string(wireSubject) + " " + std::to_string(feed.number_) + "\r\n";
+        sinks_.emplace(lastNumber_ + 1, &sink);
+        sink.number_ = ++lastNumber_;
+        const std::string line = "SUB " + std::string(wireSubject) + " " + std::to_string(sink.number_) + "\r\n";
         return append(line);
     } catch (const std::bad_alloc&) {
         fail("no memory for a subscription");
@@ -472,10 +472,10 @@ bool Session::subscribe(Feed& feed, std::string_view wireSubject) noexcept {
     }
 }
 
-void Session::unsubscribe(Feed& feed) noexcept {
-    if (feeds_.erase(feed.number_) == 0) return;
+void Session::unsubscribe(Sink& sink) noexcept {
+    if (sinks_.erase(sink.number_) == 0) return;
     try {
-        append("UNSUB " + std::to_string(feed.number_) + "\r\n");
+        append("UNSUB " + std::to_string(sink.number_) + "\r\n");
     } catch (const std::bad_alloc&) {
         fail("no memory for a subscription");
     }

@@ -1,7 +1,7 @@
 // One connection to one server, from its making to its loss: the daemon's protocol over a socket.
 //
 // One thread owns a session. What others may call says so: they, and the owner then, hold a lock that they share. Nothing waits
-// but open. Messages are handed to their feeds inside of use, from where they lie; so no more is in memory than one read takes,
+// but open. Messages are handed to their sinks inside of use, from where they lie; so no more is in memory than one read takes,
 // or one message, and a daemon that is faster than this process waits for it.
 #pragma once
 
@@ -18,8 +18,8 @@
 #include "transport/nats/address.h"
 #include "transport/nats/complaint.h"
 #include "transport/nats/frame_writer.h"
-#include "transport/nats/link.h"
 #include "transport/nats/protocol.h"
+#include "transport/nats/socket.h"
 
 namespace quorl::transport::nats {
 
@@ -27,12 +27,12 @@ namespace quorl::transport::nats {
 std::string elapsedText(int64_t nanoseconds);
 
 // What messages of one subscription are handed to.
-class Feed {
+class Sink {
   public:
-    Feed() noexcept = default;
-    Feed(const Feed&) = delete;
-    Feed& operator=(const Feed&) = delete;
-    virtual ~Feed() = default;
+    Sink() noexcept = default;
+    Sink(const Sink&) = delete;
+    Sink& operator=(const Sink&) = delete;
+    virtual ~Sink() = default;
 
     // On the thread that owns the session; must not wait.
     virtual void received(std::string_view wireSubject, const uint8_t* payload, size_t size) noexcept = 0;
@@ -72,9 +72,9 @@ class Session final : public PayloadSink, private Parser::Listener {
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    int socket() const noexcept { return link_->socket(); }
+    int socket() const noexcept { return socket_->socket(); }
     // Bytes that were written and that the other side's system has not confirmed.
-    size_t underWay() const noexcept { return link_->underWay(); }
+    size_t underWay() const noexcept { return socket_->underWay(); }
     // Bytes that the socket has taken, ever.
     uint64_t written() const noexcept { return written_; }
     // Whether it ended because the daemon refuses the credentials.
@@ -87,7 +87,7 @@ class Session final : public PayloadSink, private Parser::Listener {
     // The socket can be read: takes what has come, under the lock. Whether there may be more, which the socket may not show:
     // use is called, and then this again.
     bool take() noexcept;
-    // Hands what was taken to the feeds. Not under the lock, so that others can send meanwhile.
+    // Hands what was taken to the sinks. Not under the lock, so that others can send meanwhile.
     void use() noexcept;
     // Both, until there is no more, and answer.
     void read() noexcept {
@@ -98,9 +98,9 @@ class Session final : public PayloadSink, private Parser::Listener {
     // Answers what the daemon has asked, under the lock. write follows.
     void answer() noexcept;
 
-    // Under the lock. The feed gets nothing more from unsubscribe on. False: the session is lost.
-    bool subscribe(Feed& feed, std::string_view wireSubject) noexcept;
-    void unsubscribe(Feed& feed) noexcept;
+    // Under the lock. The sink gets nothing more from unsubscribe on. False: the session is lost.
+    bool subscribe(Sink& sink, std::string_view wireSubject) noexcept;
+    void unsubscribe(Sink& sink) noexcept;
 
     // ---- for others too, under the lock
 
@@ -133,7 +133,7 @@ class Session final : public PayloadSink, private Parser::Listener {
     void onPong() noexcept override;
     void onError(std::string_view text) noexcept override;
 
-    std::unique_ptr<Link> link_;
+    std::unique_ptr<Socket> socket_;
     Parser parser_;
     Info info_;
     bool greeted_ = false;   // the daemon has told of itself
@@ -157,7 +157,7 @@ class Session final : public PayloadSink, private Parser::Listener {
     uint64_t written_ = 0;
 
     uint64_t lastNumber_ = 0;
-    std::unordered_map<uint64_t, Feed*> feeds_;
+    std::unordered_map<uint64_t, Sink*> sinks_;
 
     size_t takenAtOnce_ = 0;  // bytes, since there was no more
     int64_t behindAt_ = 0;    // when much waited to be read; 0: never

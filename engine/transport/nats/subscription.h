@@ -20,9 +20,9 @@
 namespace quorl::transport::nats {
 
 // What the subscriptions of one connection share.
-struct Intake {
-    explicit Intake(std::string_view wirePrefix) : Intake(wirePrefix, Assembler::Limits()) {}
-    Intake(std::string_view wirePrefix, const Assembler::Limits& limits) : prefix(wirePrefix), assembler(limits) {}
+struct Inbound {
+    explicit Inbound(std::string_view wirePrefix) : Inbound(wirePrefix, Assembler::Limits()) {}
+    Inbound(std::string_view wirePrefix, const Assembler::Limits& limits) : prefix(wirePrefix), assembler(limits) {}
 
     const std::string prefix;
     Assembler assembler;
@@ -40,10 +40,10 @@ struct Intake {
     void reject(const char* reason, std::string_view subject) noexcept;
 };
 
-class Subscription final : public Feed {
+class Subscription final : public Sink {
   public:
-    Subscription(Intake& intake, std::string_view pattern);
-    ~Subscription() override { intake_.assembler.forget(this); }
+    Subscription(Inbound& inbound, std::string_view pattern);
+    ~Subscription() override { inbound_.assembler.forget(this); }
 
     const std::string& pattern() const noexcept { return pattern_; }
 
@@ -64,12 +64,14 @@ class Subscription final : public Feed {
 
   private:
     bool isLate(const Origin& origin) noexcept;
-    // Entries one behind the other, or one image.
-    void take(std::string_view subject, const uint8_t* bytes, size_t size, bool image) noexcept;
+    // What is taken: one image, or entries one behind the other, without trailers or each with its own.
+    enum class Form : uint8_t { image, entries, attributed };
+    static Form formOfWhole(const std::vector<uint8_t>& bytes) noexcept;
+    void take(std::string_view subject, const uint8_t* bytes, size_t size, Form form) noexcept;
     quorl_status deliver(ThreadState& thread, message::ContentRef content, Listener* const* listeners,
                          size_t count) noexcept;
 
-    Intake& intake_;
+    Inbound& inbound_;
     const std::string pattern_;
     const bool system_;  // whether the pattern is the system's
     const bool inboxes_;

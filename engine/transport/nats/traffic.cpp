@@ -1,4 +1,4 @@
-// The traffic of a connection: how its thread serves the socket, how messages are written, how marks watch over both.
+// The traffic of a connection: how its thread serves the socket, how messages are written, how probes watch over both.
 #include <poll.h>
 #include <sys/epoll.h>
 
@@ -34,13 +34,13 @@ constexpr int64_t streamPause = 50 * microsecond;
 constexpr size_t gatherSize = 64u << 10;
 constexpr int64_t gatherTime = 2 * millisecond;
 
-// A mark follows what was sent after so many bytes, unless one is under way, and after this time at the latest; without anything sent one goes out now and then, to see
+// A probe follows what was sent after so many bytes, unless one is under way, and after this time at the latest; without anything sent one goes out now and then, to see
 // whether the daemon is still there; one that is not back, while nothing else comes in either, is missed.
-constexpr uint64_t markBytes = 1u << 20;
-constexpr int64_t markDelay = 100 * millisecond;
-constexpr int64_t markPeriod = 15 * second;
+constexpr uint64_t probeBytes = 1u << 20;
+constexpr int64_t probeDelay = 100 * millisecond;
+constexpr int64_t probePeriod = 15 * second;
 constexpr int64_t silenceLimit = 10 * second;
-// The same for what goes out and does not move; and for a mark while other things come in, which may have been waiting in the
+// The same for what goes out and does not move; and for a probe while other things come in, which may have been waiting in the
 // daemon before it.
 constexpr int64_t outputLimit = silenceLimit;
 constexpr int64_t overdueLimit = 120 * second;
@@ -76,7 +76,7 @@ quorl_status Connection::send(const message::ContentRef& content, const Batching
                           flush() == Flushed::all && !session_->lost();
         io_.unlock();
         if (sent && outbox_.empty()) {
-            // The thread is told once that a mark is due.
+            // The thread is told once that a probe is due.
             if (!unconfirmed_.exchange(true, std::memory_order_relaxed)) wake();
             return QUORL_OK;
         }
@@ -92,7 +92,7 @@ void Connection::serve() noexcept {
     int64_t lastFlush = 0;  // when something was last written
     while (!stopping_.load(std::memory_order_acquire)) {
         const int64_t now = monotonicNow();
-        const bool rejections = intake_.rejections.waiting();
+        const bool rejections = inbound_.rejections.waiting();
         if (rejections && now >= adviseRejectionsAt_) {
             adviseRejections();
             adviseRejectionsAt_ = now + rejectionsPeriod;
@@ -133,7 +133,7 @@ void Connection::serve() noexcept {
                 if (waits != 0) lastFlush = monotonicNow();
             }
             session_->answer();
-            watchMarks(now);
+            watchProbes(now);
             if (session_->buffered() != 0) {
                 session_->write();
                 blocked = blocked || session_->buffered() != 0;
@@ -213,8 +213,8 @@ bool Connection::finishSending() noexcept {
         if (poll(&waited, 1, static_cast<int>(left / millisecond + 1)) < 0 && errno != EINTR) return true;
         if ((waited.revents & (POLLIN | POLLERR | POLLHUP)) != 0) session_->read();
     }
-    if (sendMark(*session_, monotonicNow()) && awaitMark(*session_, deadline)) {
-        markIsBack(monotonicNow());
+    if (sendProbe(*session_, monotonicNow()) && awaitProbe(*session_, deadline)) {
+        probeIsBack(monotonicNow());
         return true;
     }
     return !session_->lost() || monotonicNow() >= deadline;
@@ -244,7 +244,7 @@ Connection::Flushed Connection::flush() noexcept {
             }
             handed_ += frame.messages;
             handedBytes_ += frame.size != 0 ? frame.size : current_->contents[frame.content].byteSize();
-            if (handedBytes_.get() - markedBytes_ > markBytes) markByBytes();
+            if (handedBytes_.get() - probedBytes_ > probeBytes) probeByBytes();
         }
         outbox_.giveBack(std::move(current_));
     }
@@ -253,47 +253,47 @@ Connection::Flushed Connection::flush() noexcept {
     return session_->buffered() == 0 ? Flushed::all : Flushed::blocked;
 }
 
-// ---- marks
+// ---- probes
 
-void Connection::MarkFeed::received(std::string_view, const uint8_t* payload, size_t size) noexcept {
+void Connection::ProbeSink::received(std::string_view, const uint8_t* payload, size_t size) noexcept {
     FrameKind kind;
-    if (size != markSize || !readKind(payload, size, &kind) || kind != FrameKind::mark) return;
+    if (size != probeSize || !readKind(payload, size, &kind) || kind != FrameKind::probe) return;
     const auto number = message::wire::load<uint64_t>(payload + frameHeaderSize);
-    connection_.markSeen_.store(number, std::memory_order_release);
+    connection_.probeSeen_.store(number, std::memory_order_release);
     connection_.admissions_.returned(number, monotonicNow());
-    connection_.ring();
+    connection_.wakeThread();
 }
 
-bool Connection::sendMark(Session& session, int64_t now) noexcept {
-    std::array<uint8_t, markSize> mark;
-    message::wire::store(mark.data(), frameHead(FrameKind::mark));
-    message::wire::store(mark.data() + frameHeaderSize, ++markNumber_);
+bool Connection::sendProbe(Session& session, int64_t now) noexcept {
+    std::array<uint8_t, probeSize> probe;
+    message::wire::store(probe.data(), frameHead(FrameKind::probe));
+    message::wire::store(probe.data() + frameHeaderSize, ++probeNumber_);
     unconfirmed_.store(false, std::memory_order_relaxed);
-    marked_ = handed_.get();
-    markedBytes_ = handedBytes_.get();
-    markUnderWay_ = true;
+    probed_ = handed_.get();
+    probedBytes_ = handedBytes_.get();
+    probeUnderWay_ = true;
     missed_ = false;
-    markTime_ = now;
-    markSentAt_.store(now, std::memory_order_relaxed);
-    return session.publish(markSubject_, mark.data(), mark.size());
+    probeTime_ = now;
+    probeSentAt_.store(now, std::memory_order_relaxed);
+    return session.publish(probeSubject_, probe.data(), probe.size());
 }
 
 // Of the one that is under way.
-bool Connection::markIsBack(int64_t now) noexcept {
-    if (markSeen_.load(std::memory_order_acquire) != markNumber_) return false;
-    markUnderWay_ = false;
-    markTime_ = now;
-    passedAt_.store(markSentAt_.exchange(0, std::memory_order_relaxed), std::memory_order_relaxed);
-    confirmed_ += marked_ - confirmed_.get();
+bool Connection::probeIsBack(int64_t now) noexcept {
+    if (probeSeen_.load(std::memory_order_acquire) != probeNumber_) return false;
+    probeUnderWay_ = false;
+    probeTime_ = now;
+    passedAt_.store(probeSentAt_.exchange(0, std::memory_order_relaxed), std::memory_order_relaxed);
+    confirmed_ += probed_ - confirmed_.get();
     return true;
 }
 
 // In the midst of writing: what is not confirmed stays little however fast it is.
-void Connection::markByBytes() noexcept {
-    if (markUnderWay_ && markSeen_.load(std::memory_order_acquire) != markNumber_) return;
+void Connection::probeByBytes() noexcept {
+    if (probeUnderWay_ && probeSeen_.load(std::memory_order_acquire) != probeNumber_) return;
     const int64_t now = monotonicNow();
-    if (markUnderWay_) markIsBack(now);
-    sendMark(*session_, now);
+    if (probeUnderWay_) probeIsBack(now);
+    sendProbe(*session_, now);
 }
 
 // Whether the daemon, or the way to it, takes what goes out. What comes in says nothing about that.
@@ -313,44 +313,44 @@ void Connection::watchOutput(int64_t now) noexcept {
     if (now - outputMoved_ > outputLimit) givenUp_ = "the daemon takes nothing of what is sent to it";
 }
 
-void Connection::watchMarks(int64_t now) noexcept {
+void Connection::watchProbes(int64_t now) noexcept {
     watchOutput(now);
-    if (markUnderWay_ && !markIsBack(now)) {
-        if (readyCheck_ && now - markSentAt_.load(std::memory_order_relaxed) > overdueLimit)
+    if (probeUnderWay_ && !probeIsBack(now)) {
+        if (readyCheck_ && now - probeSentAt_.load(std::memory_order_relaxed) > overdueLimit)
             givenUp_ = "the daemon sends, and does not take what is sent to it";
-        if (now - std::max(markTime_, lastRead_) > silenceLimit) {
-            // Without the ready check the daemon may be one that does not carry marks.
+        if (now - std::max(probeTime_, lastRead_) > silenceLimit) {
+            // Without the ready check the daemon may be one that does not carry probes.
             if (readyCheck_ && missed_) givenUp_ = "the daemon is silent";
             // Looked at a second time, since this process may be what has not run for so long.
             missed_ = true;
-            markTime_ = now - silenceLimit + second;
+            probeTime_ = now - silenceLimit + second;
         }
         return;
     }
-    if (markRefused_ && readyCheck_) givenUp_ = "the daemon refuses what shows that messages arrive";
+    if (probeRefused_ && readyCheck_) givenUp_ = "the daemon refuses what shows that messages arrive";
     const bool sent = handed_.get() != confirmed_.get();
-    if (now - markTime_ >= (sent ? markDelay : markPeriod) || admissions_.wantsMark(markNumber_))
-        sendMark(*session_, now);
+    if (now - probeTime_ >= (sent ? probeDelay : probePeriod) || admissions_.wantsProbe(probeNumber_))
+        sendProbe(*session_, now);
 }
 
-// When the thread has to look at the marks again.
+// When the thread has to look at the probes again.
 int64_t Connection::nextLook() const noexcept {
-    if (markUnderWay_) return std::min(std::max(markTime_, lastRead_) + silenceLimit, outputAt_ + second);
-    return std::min(admissions_.nextDue(), markTime_ + (handed_.get() != confirmed_.get() ? markDelay : markPeriod));
+    if (probeUnderWay_) return std::min(std::max(probeTime_, lastRead_) + silenceLimit, outputAt_ + second);
+    return std::min(admissions_.nextDue(), probeTime_ + (handed_.get() != confirmed_.get() ? probeDelay : probePeriod));
 }
 
-// While a mark is under way, what was sent, or had come to the daemon, since the one before it may be under way too. When nothing
+// While a probe is under way, what was sent, or had come to the daemon, since the one before it may be under way too. When nothing
 // comes in at all that says nothing: the way is not slow then, but dead.
 Passage Connection::passage(std::string_view inbox, int64_t now) noexcept {
     Passage passage = Passage::open(now);
     const int64_t passed = passedAt_.load(std::memory_order_relaxed);
     const bool away = phase_.load(std::memory_order_acquire) != connected;
     if (passed != 0) {
-        const bool underWay = markSentAt_.load(std::memory_order_relaxed) != 0;
+        const bool underWay = probeSentAt_.load(std::memory_order_relaxed) != 0;
         if (away || underWay || !outbox_.empty() || handed_.get() != confirmed_.get()) passage.passed = passed;
         if (!away && underWay && now - readAt_.load(std::memory_order_relaxed) < second) passage.handedOn = passed;
     }
-    passage.arriving = intake_.assembler.lastPart(inbox);
+    passage.arriving = inbound_.assembler.lastPart(inbox);
     passage.lossAt = lossAt_.load(std::memory_order_relaxed);
     return passage;
 }

@@ -133,7 +133,7 @@ public final class Quorl implements AutoCloseable {
             closeWhatIsLeft();
             daemons = ClosingLosses.daemonsInUse();
         } finally {
-            Inside.libraryCloses();
+            EngineQueries.libraryCloses();
             CircuitWatch.libraryCloses();
             CmDeliveries.libraryCloses();
             status = quorl_Close();
@@ -166,7 +166,7 @@ public final class Quorl implements AutoCloseable {
             return null;
         }
         String words = FailureDetail.last();
-        Inside.libraryCloses();
+        EngineQueries.libraryCloses();
         quorl_Close();
         return words;
     }

@@ -204,7 +204,7 @@ public final class QuorlCmListener extends QuorlEvent {
             cancels = cancelAgreements;
         }
         markClosed();
-        Gate.awaitHandlers(this);
+        DestructionBarrier.awaitHandlers(this);
         synchronized (this) {
             if (running > 0) {
                 endsBehindHandlers = true;

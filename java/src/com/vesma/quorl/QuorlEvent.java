@@ -36,7 +36,7 @@ public class QuorlEvent implements AutoCloseable {
 
     private final QuorlQueue queue;
 
-    /** The library's id, 0 before creation and after destruction. Written by the creator, then behind the gate. */
+    /** The library's id, 0 before creation and after destruction. Written by the creator, then behind the barrier. */
     private volatile int id;
 
     private volatile boolean closed;
@@ -150,7 +150,7 @@ public class QuorlEvent implements AutoCloseable {
         }
         markClosed();
         destroy();
-        Gate.awaitHandlers(this);
+        DestructionBarrier.awaitHandlers(this);
     }
 
     /** From now on what comes for this event is dropped. */
@@ -160,7 +160,7 @@ public class QuorlEvent implements AutoCloseable {
 
     /** Ends the library's event, the first time; while nobody can be handed it. */
     final void destroy() {
-        Gate.destroy(queue, this::destroyOnce);
+        DestructionBarrier.destroy(queue, this::destroyOnce);
     }
 
     private void destroyOnce() {
@@ -171,7 +171,7 @@ public class QuorlEvent implements AutoCloseable {
         }
     }
 
-    /** Has the library end it and the bridge give back its reference. Behind the gate: must not block. */
+    /** Has the library end it and the bridge give back its reference. Behind the barrier: must not block. */
     void destroyNative(int event) {
         quorlEvent_Destroy(event);
     }

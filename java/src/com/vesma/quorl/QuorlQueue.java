@@ -190,7 +190,7 @@ public final class QuorlQueue extends Dispatchable {
         }
         destroy();
         QuorlEvent.queueClosed(this);
-        Gate.awaitHandlers(this);
+        DestructionBarrier.awaitHandlers(this);
     }
 
     void setGrouped() {

@@ -16,7 +16,7 @@ final class Subscription implements Flow.Subscription {
     private static final AtomicInteger COUNT = new AtomicInteger();
 
     private final QuorlListener listener;
-    private final Pull pull;
+    private final PullSource pull;
     private final Flow.Subscriber<? super QuorlMsg> subscriber;
     private final Thread thread;
 
@@ -41,7 +41,7 @@ final class Subscription implements Flow.Subscription {
     /** Whether the thread is inside onNext. Used by that thread alone. */
     private boolean passing;
 
-    Subscription(QuorlListener listener, Pull pull, Flow.Subscriber<? super QuorlMsg> subscriber) {
+    Subscription(QuorlListener listener, PullSource pull, Flow.Subscriber<? super QuorlMsg> subscriber) {
         this.listener = listener;
         this.pull = pull;
         this.subscriber = subscriber;
@@ -161,7 +161,7 @@ final class Subscription implements Flow.Subscription {
         } catch (Throwable e) {
             Uncaught.report(thread.getUncaughtExceptionHandler(), e);
         }
-        Gate.remove(worker);
+        DestructionBarrier.remove(worker);
     }
 
     private void end() {

@@ -1,11 +1,11 @@
-// How the chunks of a ring are made, passed back and freed.
-#include "event/ring.h"
+// How the chunks of a segmented queue are made, passed back and freed.
+#include "event/segmented_queue.h"
 
 #include <new>
 
 namespace quorl::event {
 
-bool Ring::prepare() noexcept {
+bool SegmentedQueue::prepare() noexcept {
     auto* chunk = new (std::nothrow) Chunk;
     if (chunk == nullptr) return false;
     chunk->next.store(nullptr, std::memory_order_relaxed);
@@ -14,7 +14,7 @@ bool Ring::prepare() noexcept {
     return true;
 }
 
-Ring::~Ring() {
+SegmentedQueue::~SegmentedQueue() {
     const auto freeAll = [](Chunk* chunk) {
         while (chunk != nullptr) {
             Chunk* next = chunk->next.load(std::memory_order_relaxed);
@@ -27,7 +27,7 @@ Ring::~Ring() {
     freeAll(returned_.load(std::memory_order_acquire));
 }
 
-void Ring::keepSpare(Chunk* chunk) noexcept {
+void SegmentedQueue::keepSpare(Chunk* chunk) noexcept {
     if (spareCount_ == chunksKept) {
         delete chunk;
         return;
@@ -37,7 +37,7 @@ void Ring::keepSpare(Chunk* chunk) noexcept {
     ++spareCount_;
 }
 
-bool Ring::grow() noexcept {
+bool SegmentedQueue::grow() noexcept {
     if (spare_ == nullptr) {
         Chunk* list = returned_.exchange(nullptr, std::memory_order_acquire);
         while (list != nullptr) {
@@ -62,7 +62,7 @@ bool Ring::grow() noexcept {
     return true;
 }
 
-void Ring::nextChunk() noexcept {
+void SegmentedQueue::nextChunk() noexcept {
     Chunk* read = frontChunk_;
     frontChunk_ = read->next.load(std::memory_order_acquire);
     frontChunk_->previous = nullptr;
@@ -79,7 +79,7 @@ void Ring::nextChunk() noexcept {
     } while (!returned_.compare_exchange_weak(top, read, std::memory_order_release, std::memory_order_relaxed));
 }
 
-bool Ring::takeLast(Entry* entry) noexcept {
+bool SegmentedQueue::takeLast(Entry* entry) noexcept {
     if (begin_ == backCount_) return false;
     if (backPosition_ == 0) {
         // There is an entry before this chunk, so that the front has not left the previous one.
@@ -96,7 +96,7 @@ bool Ring::takeLast(Entry* entry) noexcept {
     return true;
 }
 
-void Ring::dropChunksAfter(Chunk* chunk) noexcept {
+void SegmentedQueue::dropChunksAfter(Chunk* chunk) noexcept {
     Chunk* rest = chunk->next.load(std::memory_order_relaxed);
     chunk->next.store(nullptr, std::memory_order_relaxed);
     while (rest != nullptr) {

@@ -20,7 +20,7 @@ import java.util.concurrent.locks.ReentrantLock;
  * <p>Handlers run as they do on a dispatching thread: {@link Dispatching#now} names the event meanwhile, and an event that
  * was closed before is dropped. So a close needs to know of handlers only, not of what waits here.
  */
-final class HandOver {
+final class ExecutorDelivery {
     private final Executor executor;
     private final boolean ordered;
     private final int most;
@@ -48,7 +48,7 @@ final class HandOver {
     /** The dispatcher's own thread; what handlers throw goes to its handler. */
     private volatile Thread thread;
 
-    HandOver(Executor executor, boolean ordered, int most) {
+    ExecutorDelivery(Executor executor, boolean ordered, int most) {
         this.executor = executor;
         this.ordered = ordered;
         this.most = most;
@@ -102,7 +102,7 @@ final class HandOver {
             } finally {
                 inside.computeIfPresent(self, (each, depth) -> depth == 1 ? null : depth - 1);
                 if (isStopping()) {
-                    Gate.handlerReturned();
+                    DestructionBarrier.handlerReturned();
                 }
             }
         }
@@ -226,7 +226,7 @@ final class HandOver {
         for (Lane lane : lanes.values()) {
             lane.run();
         }
-        Gate.awaitHandlers(this);
+        DestructionBarrier.awaitHandlers(this);
     }
 
     /** Whether that thread is inside a handler that was handed over, or about to be. */

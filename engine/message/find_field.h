@@ -19,14 +19,14 @@ struct Found {
 
 // On failure the status is QUORL_INVALID_MSG, QUORL_INVALID_NAME, QUORL_NOT_FOUND, QUORL_ID_CONFLICT or
 // QUORL_NO_MEMORY; otherwise it is left alone.
-Found seek(quorlMsg message, const char* name, uint16_t id, quorl_status* status) noexcept;
+Found findField(quorlMsg message, const char* name, uint16_t id, quorl_status* status) noexcept;
 
 // As above for the instance-th field of that name: QUORL_INVALID_INSTANCE for 0.
-Found seekInstance(quorlMsg message, const char* name, uint32_t instance, quorl_status* status) noexcept;
+Found findFieldInstance(quorlMsg message, const char* name, uint32_t instance, quorl_status* status) noexcept;
 
-// As seek, for a field of one type alone: QUORL_CONVERSION_FAILED for others.
-inline Found seekType(quorlMsg message, const char* name, uint16_t id, uint8_t type, quorl_status* status) noexcept {
-    const Found found = seek(message, name, id, status);
+// As findField, for a field of one type alone: QUORL_CONVERSION_FAILED for others.
+inline Found findTyped(quorlMsg message, const char* name, uint16_t id, uint8_t type, quorl_status* status) noexcept {
+    const Found found = findField(message, name, id, status);
     if (!found || found.field->type == type) return found;
     *status = noConversion(found.content(), *found.field, type);
     return {};

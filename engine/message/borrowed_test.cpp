@@ -1,5 +1,5 @@
 // Messages inside messages, reference brackets, ownership, subjects, and whole-message operations.
-#include "message/handouts.h"
+#include "message/borrowed.h"
 
 #include <gtest/gtest.h>
 
@@ -178,15 +178,15 @@ TEST(InnerMessages, AreNestedToTheLimitAndNoDeeper) {
     EXPECT_EQ(0u, fieldsOf(outer));
     // The one below the top fits, also as a view of a message that was read.
     ASSERT_EQ(QUORL_OK, quorlMsg_AddMsgEx(outer, "m", innerOf(read, "m"), 0));
-    quorlMsg walk = deepest;
-    for (int level = 0; level < QUORL_MSG_MAX_DEPTH; ++level) walk = innerOf(walk, "m");
-    EXPECT_EQ(0u, fieldsOf(walk));
+    quorlMsg inner = deepest;
+    for (int level = 0; level < QUORL_MSG_MAX_DEPTH; ++level) inner = innerOf(inner, "m");
+    EXPECT_EQ(0u, fieldsOf(inner));
     // Without the inner message there is room again.
     ASSERT_EQ(QUORL_OK, quorlMsg_RemoveFieldEx(deepest, "m", 0));
     EXPECT_EQ(QUORL_OK, quorlMsg_AddMsgEx(outer, "n", deepest, 0));
 }
 
-TEST(Brackets, KeepWhatWasHandedOut) {
+TEST(Brackets, KeepWhatWasBorrowed) {
     Owned message = nested();
     ASSERT_EQ(QUORL_OK, quorlMsg_SetSendSubject(message, "first"));
     const char* texts[] = {"a", "bc"};
@@ -251,7 +251,7 @@ TEST(Brackets, Nest) {
     EXPECT_EQ("{s=\"six\"}", printed(message));
 }
 
-TEST(Brackets, NothingHandedOutNothingCopied) {
+TEST(Brackets, NothingBorrowedNothingCopied) {
     Owned message;
     ASSERT_EQ(QUORL_OK, quorlMsg_AddI32Ex(message, "n", 1, 0));
     const void* before;

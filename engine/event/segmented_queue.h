@@ -16,12 +16,12 @@ struct Entry {
     message::Content* content;
 };
 
-class Ring {
+class SegmentedQueue {
   public:
-    Ring() noexcept = default;
-    ~Ring();
-    Ring(const Ring&) = delete;
-    Ring& operator=(const Ring&) = delete;
+    SegmentedQueue() noexcept = default;
+    ~SegmentedQueue();
+    SegmentedQueue(const SegmentedQueue&) = delete;
+    SegmentedQueue& operator=(const SegmentedQueue&) = delete;
 
     // Before first use. False: no memory.
     bool prepare() noexcept;

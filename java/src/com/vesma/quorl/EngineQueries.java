@@ -7,13 +7,13 @@ import java.util.concurrent.locks.ReentrantLock;
  *
  * <p>They go through a transport of their own, a port on the bus of this process that lives as long as the library is open.
  */
-final class Inside {
+final class EngineQueries {
     private static final ReentrantLock MAKING = new ReentrantLock();
 
     /** The transport, 0 before the first question and after the library's close. Written under MAKING. */
     private static volatile int transport;
 
-    private Inside() {}
+    private EngineQueries() {}
 
     /** The answer, to be closed; null when there is none. {@link QuorlException} when the library is not open. */
     static QuorlMsg ask(String subject) {

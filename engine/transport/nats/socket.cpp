@@ -1,5 +1,5 @@
 // Connecting, TLS, and moving bytes.
-#include "transport/nats/link.h"
+#include "transport/nats/socket.h"
 
 #include <arpa/inet.h>
 #include <linux/sockios.h>
@@ -178,7 +178,7 @@ bool expect(SSL* tls, const std::string& host) noexcept {
 
 }  // namespace
 
-std::unique_ptr<Link> Link::connect(const Server& server, int64_t deadline, std::string* why) {
+std::unique_ptr<Socket> Socket::connect(const Server& server, int64_t deadline, std::string* why) {
     addrinfo wanted{};
     wanted.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
@@ -199,8 +199,8 @@ std::unique_ptr<Link> Link::connect(const Server& server, int64_t deadline, std:
             last = errno;
             continue;
         }
-        std::unique_ptr<Link> link(new (std::nothrow) Link(socket));
-        if (link == nullptr) {
+        std::unique_ptr<Socket> made(new (std::nothrow) Socket(socket));
+        if (made == nullptr) {
             close(socket);
             throw std::bad_alloc();
         }
@@ -210,13 +210,13 @@ std::unique_ptr<Link> Link::connect(const Server& server, int64_t deadline, std:
         if (last != 0) continue;
         const int one = 1;
         setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-        return link;
+        return made;
     }
     *why = words(last);
     return nullptr;
 }
 
-Link::~Link() {
+Socket::~Socket() {
     if (tls_ != nullptr) {
         SSL_shutdown(tls_);  // a good-bye, if the socket takes it
         SSL_free(tls_);
@@ -226,8 +226,8 @@ Link::~Link() {
     close(socket_);
 }
 
-bool Link::startTls(const std::string& host, const secure::Credentials& credentials, int64_t deadline, bool* trusted,
-                    std::string* why) {
+bool Socket::startTls(const std::string& host, const secure::Credentials& credentials, int64_t deadline, bool* trusted,
+                      std::string* why) {
     ERR_clear_error();
     context_ = SSL_CTX_new(TLS_client_method());
     if (context_ == nullptr || SSL_CTX_set_min_proto_version(context_, TLS1_2_VERSION) != 1 ||
@@ -280,7 +280,7 @@ bool Link::startTls(const std::string& host, const secure::Credentials& credenti
     }
 }
 
-ssize_t Link::broken(const char* why) noexcept {
+ssize_t Socket::broken(const char* why) noexcept {
     try {
         if (reason_.empty()) reason_ = why;
     } catch (const std::bad_alloc&) {
@@ -290,7 +290,7 @@ ssize_t Link::broken(const char* why) noexcept {
 }
 
 // What a call that moved nothing means.
-ssize_t Link::afterTls(int result) noexcept {
+ssize_t Socket::afterTls(int result) noexcept {
     const int error = errno;
     switch (SSL_get_error(tls_, result)) {
         case SSL_ERROR_WANT_READ:
@@ -309,7 +309,7 @@ ssize_t Link::afterTls(int result) noexcept {
     }
 }
 
-ssize_t Link::read(void* bytes, size_t size) noexcept {
+ssize_t Socket::read(void* bytes, size_t size) noexcept {
     if (tls_ != nullptr) {
         ERR_clear_error();
         errno = 0;
@@ -323,7 +323,7 @@ ssize_t Link::read(void* bytes, size_t size) noexcept {
     return broken(strerrordesc_np(errno));
 }
 
-ssize_t Link::write(const void* bytes, size_t size) noexcept {
+ssize_t Socket::write(const void* bytes, size_t size) noexcept {
     if (size == 0) return 0;
     if (tls_ != nullptr) {
         ERR_clear_error();
@@ -337,16 +337,16 @@ ssize_t Link::write(const void* bytes, size_t size) noexcept {
     return broken(strerrordesc_np(errno));
 }
 
-bool Link::pending() const noexcept {
+bool Socket::pending() const noexcept {
     return tls_ != nullptr && SSL_pending(tls_) != 0;
 }
 
-size_t Link::underWay() const noexcept {
+size_t Socket::underWay() const noexcept {
     int bytes = 0;
     return ioctl(socket_, SIOCOUTQ, &bytes) == 0 && bytes > 0 ? static_cast<size_t>(bytes) : 0;
 }
 
-bool Link::await(short events, int64_t deadline) const noexcept {
+bool Socket::await(short events, int64_t deadline) const noexcept {
     return awaitSocket(socket_, events, deadline);
 }
 

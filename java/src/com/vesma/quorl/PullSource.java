@@ -17,7 +17,7 @@ import java.util.stream.StreamSupport;
  * <p>Asking dispatches the listener's queue, so what nobody has asked for waits there, under the queue's limit. When
  * another thread of the program dispatches that queue all the same, what it takes waits here instead; nothing is lost.
  */
-final class Pull {
+final class PullSource {
     private final QuorlListener listener;
 
     /** Whether there is a stream or a subscriber. */
@@ -32,7 +32,7 @@ final class Pull {
     /** Who takes the messages on the asking thread, null for a stream, which takes them from waiting. */
     private volatile Subscription subscription;
 
-    Pull(QuorlListener listener) {
+    PullSource(QuorlListener listener) {
         this.listener = listener;
     }
 

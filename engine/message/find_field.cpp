@@ -1,5 +1,5 @@
 // Finding the field that a caller asks for.
-#include "message/seek.h"
+#include "message/find_field.h"
 
 namespace quorl::message {
 namespace {
@@ -9,7 +9,7 @@ Found at(Slot* slot, const Content& content, uint32_t index) noexcept {
 }
 
 // The search with all its answers.
-[[gnu::noinline]] Found seekGenerally(quorlMsg message, const char* name, uint16_t id, quorl_status* status) noexcept {
+[[gnu::noinline]] Found findGenerally(quorlMsg message, const char* name, uint16_t id, quorl_status* status) noexcept {
     Slot* slot;
     Content* content;
     Name checked;
@@ -31,14 +31,14 @@ Found at(Slot* slot, const Content& content, uint32_t index) noexcept {
 
 }  // namespace
 
-Found seek(quorlMsg message, const char* name, uint16_t id, quorl_status* status) noexcept {
+Found findField(quorlMsg message, const char* name, uint16_t id, quorl_status* status) noexcept {
     // The quick way is that of nearly every call: a short name and no id, and a message with few fields.
     Slot* slot = resolve(message);
-    if (slot == nullptr || name == nullptr || id != 0) return seekGenerally(message, name, id, status);
+    if (slot == nullptr || name == nullptr || id != 0) return findGenerally(message, name, id, status);
     const Content* content = slot->content;
-    if (content == nullptr || content->count > fewFields) return seekGenerally(message, name, id, status);
+    if (content == nullptr || content->count > fewFields) return findGenerally(message, name, id, status);
     ShortText text;
-    if (!text.read(name)) return seekGenerally(message, name, id, status);
+    if (!text.read(name)) return findGenerally(message, name, id, status);
     const uint32_t tail = wire::tailOf(name, text);
     const Field* const top = content->top;
     uint32_t candidates = sameTails(top, tail) & ((1u << content->count) - 1);
@@ -47,10 +47,10 @@ Found seek(quorlMsg message, const char* name, uint16_t id, quorl_status* status
         // Behind an image there is always more in the block than a short text is long.
         if (text.equals(content->image + field->name()) && field->nameLength != wire::noName) return {slot, field};
     }
-    return seekGenerally(message, name, id, status);
+    return findGenerally(message, name, id, status);
 }
 
-Found seekInstance(quorlMsg message, const char* name, uint32_t instance, quorl_status* status) noexcept {
+Found findFieldInstance(quorlMsg message, const char* name, uint32_t instance, quorl_status* status) noexcept {
     Slot* slot;
     Content* content;
     Name checked;

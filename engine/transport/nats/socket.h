@@ -16,15 +16,15 @@ struct ssl_st;
 
 namespace quorl::transport::nats {
 
-class Link {
+class Socket {
   public:
     // Connects to the first address of the server's host that takes it. Null: none, and *why says why. Looking up the host's
     // name may take longer than the deadline, as the system does it. Throws std::bad_alloc.
-    static std::unique_ptr<Link> connect(const Server& server, int64_t deadline, std::string* why);
+    static std::unique_ptr<Socket> connect(const Server& server, int64_t deadline, std::string* why);
 
-    ~Link();
-    Link(const Link&) = delete;
-    Link& operator=(const Link&) = delete;
+    ~Socket();
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
 
     // From here on with TLS. Certificate and name of the server are checked: against the authorities of the credentials, or
     // the system's when there are none. False: *why says why, and *trusted whether it
@@ -48,7 +48,7 @@ class Link {
     const std::string& reason() const noexcept { return reason_; }
 
   private:
-    explicit Link(int socket) noexcept : socket_(socket) {}
+    explicit Socket(int socket) noexcept : socket_(socket) {}
     ssize_t broken(const char* why) noexcept;
     ssize_t afterTls(int result) noexcept;
 

@@ -11,19 +11,19 @@ import java.util.concurrent.locks.ReentrantLock;
 /**
  * Keeps the destruction of events and their delivery apart; {@link Dispatching} says why.
  *
- * <p>A close has two waits. The first, under the gate, is for threads to leave the library's dispatch: it is short,
- * since those that sleep there are woken and no code of the program runs in there. The second, behind the gate, is for
+ * <p>A close has two waits. The first, under the barrier, is for threads to leave the library's dispatch: it is short,
+ * since those that sleep there are woken and no code of the program runs in there. The second, behind the barrier, is for
  * handlers that run on other threads to return, and is as long as they are. A close inside a handler does not wait for
  * that handler; when two handlers close each other's events, the one that would complete the circle does not wait.
  * {@link Shutdown} says how the second ends when a handler ends the machine.
  */
-final class Gate {
+final class DestructionBarrier {
     private static final int FEW = 16;
 
-    /** Held while events are destroyed; a thread that finds the gate closed waits for it. */
+    /** Held while events are destroyed; a thread that finds the barrier closed waits for it. */
     private static final ReentrantLock DESTRUCTION = new ReentrantLock();
 
-    /** The queue whose events are being destroyed, null when the gate is open. Written under DESTRUCTION. */
+    /** The queue whose events are being destroyed, null when the barrier is open. Written under DESTRUCTION. */
     private static volatile QuorlQueue closedFor;
 
     /** Every thread that has ever dispatched and lives. */
@@ -38,7 +38,7 @@ final class Gate {
     /** Signalled by {@link #handlerReturned}. */
     private static final Condition RETURNED = WAITING.newCondition();
 
-    private Gate() {}
+    private DestructionBarrier() {}
 
     static void add(Dispatching created) {
         THREADS.put(created, Boolean.TRUE);
@@ -96,7 +96,7 @@ final class Gate {
         }
     }
 
-    /** A thread that comes out sees the gate before it can go in again. */
+    /** A thread that comes out sees the barrier before it can go in again. */
     private static void awaitOutside(Dispatching thread, QuorlQueue queue) {
         Dispatchable inside = insideWith(thread, queue);
         if (inside == null) {
@@ -127,7 +127,7 @@ final class Gate {
     /**
      * Returns when no other thread that can still return runs what: a {@link QuorlEvent}'s handler, the handler of any event
      * of a {@link QuorlQueue}, the loop of a dispatcher for a {@link Dispatching}, or what a dispatcher has handed over for
-     * a {@link HandOver}. what must be marked closed or stopped before.
+     * a {@link ExecutorDelivery}. what must be marked closed or stopped before.
      */
     static void awaitHandlers(Object what) {
         if (!runsElsewhere(what, null)) {
@@ -167,7 +167,7 @@ final class Gate {
     private static boolean runs(Dispatching thread, Object what) {
         return what instanceof QuorlEvent ? thread.runs((QuorlEvent) what)
                 : what instanceof QuorlQueue ? thread.runsEventOf((QuorlQueue) what)
-                : what instanceof HandOver ? ((HandOver) what).runsOn(thread)
+                : what instanceof ExecutorDelivery ? ((ExecutorDelivery) what).runsOn(thread)
                 : thread == what && !thread.over;
     }
 

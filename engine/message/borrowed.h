@@ -19,7 +19,7 @@ struct Kept {
     Content* content;  // counted; null for an empty message, whose printed form may be out
 };
 
-struct Handouts {
+struct Borrowed {
     struct Set {
         Slot* messages;  // linked by sibling
         Block* blocks;
@@ -32,39 +32,39 @@ struct Handouts {
     const char* printed;  // in a block of current; null: not asked for yet
 };
 
-// The slot's record of handouts, made if need be; null: no memory.
-Handouts* handoutsOf(Slot& slot) noexcept;
+// The slot's record of borrowed, made if need be; null: no memory.
+Borrowed* borrowedOf(Slot& slot) noexcept;
 
-// A block of size bytes in handouts.current; null: no memory.
-Block* newBlockFor(Handouts& handouts, size_t size) noexcept;
+// A block of size bytes in borrowed.current; null: no memory.
+Block* newBlockFor(Borrowed& borrowed, size_t size) noexcept;
 
 // The place that remembers what was made for a field of a content with count fields; null: no memory.
-void** placeFor(Handouts& handouts, uint32_t field, uint32_t count) noexcept;
+void** placeFor(Borrowed& borrowed, uint32_t field, uint32_t count) noexcept;
 
 // A handle for an image inside content, which is slot's; null: no memory.
-Slot* newInner(Handouts& handouts, Content* content, const uint8_t* image) noexcept;
+Slot* newInner(Borrowed& borrowed, Content* content, const uint8_t* image) noexcept;
 
 // Says that pointers into the content are given out.
-inline void noteHandout(Slot& slot) noexcept {
-    if (slot.marks != 0) slot.handedOut = true;
+inline void noteBorrowed(Slot& slot) noexcept {
+    if (slot.brackets != 0) slot.lent = true;
 }
 
 // Around a change of a message's content: first begin, which may need memory and changes nothing, then commit while the
 // slot still has the content as it was.
-struct ChangeOfHandouts {
+struct ChangeOfBorrowed {
     Kept* kept = nullptr;  // for the content that an open bracket must keep
-    bool begin(Slot& slot) noexcept { return slot.marks == 0 || !slot.handedOut || keepsContent() || makeKept(slot); }
+    bool begin(Slot& slot) noexcept { return slot.brackets == 0 || !slot.lent || keepsContent() || makeKept(slot); }
     // Whether the content must stay as it is, so that a change needs a copy.
     bool keepsContent() const noexcept { return kept != nullptr; }
     void commit(Slot& slot) noexcept {
-        if (slot.handouts != nullptr || kept != nullptr) takeBack(slot);
+        if (slot.borrowed != nullptr || kept != nullptr) takeBack(slot);
     }
-    ~ChangeOfHandouts() {
+    ~ChangeOfBorrowed() {
         if (kept != nullptr) deallocate(kept);
     }
-    ChangeOfHandouts() noexcept = default;
-    ChangeOfHandouts(const ChangeOfHandouts&) = delete;
-    ChangeOfHandouts& operator=(const ChangeOfHandouts&) = delete;
+    ChangeOfBorrowed() noexcept = default;
+    ChangeOfBorrowed(const ChangeOfBorrowed&) = delete;
+    ChangeOfBorrowed& operator=(const ChangeOfBorrowed&) = delete;
 
   private:
     bool makeKept(Slot& slot) noexcept;
@@ -75,6 +75,6 @@ void openBracket(Slot& slot) noexcept;
 void closeBracket(Slot& slot) noexcept;
 
 // Frees everything that was handed out, whatever brackets are open.
-void dropHandouts(Slot& slot) noexcept;
+void dropBorrowed(Slot& slot) noexcept;
 
 }  // namespace quorl::message

@@ -27,7 +27,7 @@ import java.util.stream.IntStream;
 import org.junit.jupiter.api.Test;
 
 /** Dispatchers with several threads, and with an executor for the handlers. */
-class HandOverTest extends OpenLibrary {
+class ExecutorDeliveryTest extends OpenLibrary {
     private static final int COUNT = 2_000;
 
     /** Keeps tasks until they are asked for. */

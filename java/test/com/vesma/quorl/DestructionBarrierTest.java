@@ -12,7 +12,7 @@ import java.util.concurrent.atomic.AtomicBoolean;
 import org.junit.jupiter.api.Test;
 
 /** The gate between destruction and delivery, with threads that stand still where real ones pass in nanoseconds. */
-class GateTest extends OpenLibrary {
+class DestructionBarrierTest extends OpenLibrary {
     /** Stands inside the library with target, as far as the gate can tell, until released. */
     private static final class Inside {
         private final CountDownLatch in = new CountDownLatch(1);
@@ -38,7 +38,7 @@ class GateTest extends OpenLibrary {
     private static void assertWaits(QuorlQueue queue, Object target, boolean waits) throws Exception {
         Inside inside = new Inside(target);
         List<String> order = Collections.synchronizedList(new ArrayList<>());
-        Worker closer = new Worker(() -> Gate.destroy(queue, () -> order.add("destroyed")));
+        Worker closer = new Worker(() -> DestructionBarrier.destroy(queue, () -> order.add("destroyed")));
         if (waits) {
             await(() -> closer.thread.getState() == Thread.State.TIMED_WAITING);
         } else {
@@ -86,7 +86,7 @@ class GateTest extends OpenLibrary {
                 QuorlQueue other = new QuorlQueue();
                 QuorlListener elsewhere = new QuorlListener(other, transport, "a", (l, m) -> {})) {
             send("a", 1);
-            Worker closer = new Worker(() -> Gate.destroy(queue, () -> {
+            Worker closer = new Worker(() -> DestructionBarrier.destroy(queue, () -> {
                 closed.countDown();
                 try {
                     await(open);
@@ -116,7 +116,7 @@ class GateTest extends OpenLibrary {
             return stack.length > 0 && stack[0].isNativeMethod();
         });
         long start = System.nanoTime();
-        Gate.destroy(queue, () -> {});
+        DestructionBarrier.destroy(queue, () -> {});
         assertTrue(System.nanoTime() - start < LIMIT.toNanos() / 2, "the sleeper was not woken");
         sleeper.thread.interrupt();
         sleeper.thread.join();

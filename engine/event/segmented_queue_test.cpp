@@ -1,4 +1,4 @@
-#include "event/ring.h"
+#include "event/segmented_queue.h"
 
 #include <gtest/gtest.h>
 
@@ -13,32 +13,32 @@ Entry entryOf(uint32_t number) {
     return {number, number * 3, nullptr};
 }
 
-void append(Ring& ring, uint32_t number) {
-    ASSERT_TRUE(ring.reserve());
-    ring.append<std::memory_order_release>(entryOf(number));
+void append(SegmentedQueue& entries, uint32_t number) {
+    ASSERT_TRUE(entries.reserve());
+    entries.append<std::memory_order_release>(entryOf(number));
 }
 
-class RingTest : public testing::Test {
+class SegmentedQueueTest : public testing::Test {
   protected:
-    void SetUp() override { ASSERT_TRUE(ring.prepare()); }
-    Ring ring;
+    void SetUp() override { ASSERT_TRUE(entries.prepare()); }
+    SegmentedQueue entries;
 };
 
-TEST_F(RingTest, givesInTheOrderOfArrivalAcrossChunks) {
-    for (uint32_t i = 1; i <= 1000; ++i) append(ring, i);
-    EXPECT_EQ(ring.end() - ring.begin(), 1000u);
+TEST_F(SegmentedQueueTest, givesInTheOrderOfArrivalAcrossChunks) {
+    for (uint32_t i = 1; i <= 1000; ++i) append(entries, i);
+    EXPECT_EQ(entries.end() - entries.begin(), 1000u);
     Entry entry;
     for (uint32_t i = 1; i <= 1000; ++i) {
-        ASSERT_TRUE(ring.take(&entry));
+        ASSERT_TRUE(entries.take(&entry));
         ASSERT_EQ(entry.event, i);
         ASSERT_EQ(entry.tag, i * 3);
     }
-    EXPECT_FALSE(ring.take(&entry));
-    EXPECT_FALSE(ring.takeLast(&entry));
+    EXPECT_FALSE(entries.take(&entry));
+    EXPECT_FALSE(entries.takeLast(&entry));
 }
 
 // Every operation in random order, against a list.
-TEST_F(RingTest, agreesWithAList) {
+TEST_F(SegmentedQueueTest, agreesWithAList) {
     std::mt19937 random(11);
     std::deque<uint32_t> model;
     uint32_t number = 0;
@@ -47,20 +47,20 @@ TEST_F(RingTest, agreesWithAList) {
         switch (random() % 16) {
             case 0: {
                 const uint32_t kept = 1 + random() % 4;
-                ring.filter([kept](const Entry& each) { return each.event % kept == 0; });
+                entries.filter([kept](const Entry& each) { return each.event % kept == 0; });
                 std::erase_if(model, [kept](uint32_t each) { return each % kept != 0; });
                 break;
             }
             case 1:
                 for (int i = 0; i < 300; ++i) {
-                    append(ring, ++number);
+                    append(entries, ++number);
                     model.push_back(number);
                 }
                 break;
             case 2:
             case 3:
             case 4:
-                ASSERT_EQ(ring.takeLast(&entry), !model.empty());
+                ASSERT_EQ(entries.takeLast(&entry), !model.empty());
                 if (model.empty()) break;
                 ASSERT_EQ(entry.event, model.back());
                 model.pop_back();
@@ -69,26 +69,26 @@ TEST_F(RingTest, agreesWithAList) {
             case 6:
             case 7:
             case 8:
-                append(ring, ++number);
+                append(entries, ++number);
                 model.push_back(number);
                 break;
             default:
                 for (int i = 0; i < 6; ++i) {
-                    ASSERT_EQ(ring.take(&entry), !model.empty());
+                    ASSERT_EQ(entries.take(&entry), !model.empty());
                     if (model.empty()) break;
                     ASSERT_EQ(entry.event, model.front());
                     model.pop_front();
                 }
         }
-        ASSERT_EQ(ring.backCount() - ring.begin(), model.size());
-        ASSERT_EQ(ring.end(), ring.backCount());
+        ASSERT_EQ(entries.backCount() - entries.begin(), model.size());
+        ASSERT_EQ(entries.end(), entries.backCount());
     }
 }
 
-TEST_F(RingTest, showsWhatIsAhead) {
-    for (uint32_t i = 1; i <= 600; ++i) append(ring, i);
+TEST_F(SegmentedQueueTest, showsWhatIsAhead) {
+    for (uint32_t i = 1; i <= 600; ++i) append(entries, i);
     std::vector<uint32_t> seen;
-    ring.forEach(500, [&](Entry& each) {
+    entries.forEach(500, [&](Entry& each) {
         seen.push_back(each.event);
         if (each.event % 2 == 0) each = Entry{};
         return each.event != 399;
@@ -96,21 +96,21 @@ TEST_F(RingTest, showsWhatIsAhead) {
     ASSERT_EQ(seen.size(), 399u);
     for (uint32_t i = 0; i < seen.size(); ++i) EXPECT_EQ(seen[i], i + 1);
     Entry entry;
-    ASSERT_TRUE(ring.take(&entry));
+    ASSERT_TRUE(entries.take(&entry));
     EXPECT_EQ(entry.event, 1u);
-    ASSERT_TRUE(ring.take(&entry));
+    ASSERT_TRUE(entries.take(&entry));
     EXPECT_EQ(entry.event, 0u);
 }
 
 // One thread behind the back lock, one behind the front lock: neither needs the other's.
-TEST_F(RingTest, isWrittenAndReadAtOnce) {
+TEST_F(SegmentedQueueTest, isWrittenAndReadAtOnce) {
     constexpr uint32_t count = 300'000;
     std::thread writer([&] {
-        for (uint32_t i = 1; i <= count; ++i) append(ring, i);
+        for (uint32_t i = 1; i <= count; ++i) append(entries, i);
     });
     Entry entry;
     for (uint32_t next = 1; next <= count;) {
-        if (!ring.take(&entry)) {
+        if (!entries.take(&entry)) {
             std::this_thread::yield();
             continue;
         }
