@@ -88,9 +88,9 @@ final class CmDeliveries {
                     return false;
                 case "expired":
                     expired = true;
-                    return true;
+                    return false;
                 default:
-                    return told.kind.equals("completed");
+                    return told.kind.equals("settled");
             }
         }
 

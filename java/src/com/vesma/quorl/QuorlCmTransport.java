@@ -53,7 +53,8 @@ public final class QuorlCmTransport extends LibraryObject {
         private String name;
         private Path ledger;
         private QuorlDurability durability;
-        private boolean requestOld;
+        /** Null: when there is a ledger. */
+        private Boolean requestOld;
         private String relayAgent;
 
         private Builder(QuorlTransport transport) {
@@ -95,13 +96,14 @@ public final class QuorlCmTransport extends LibraryObject {
         }
 
         /**
-         * Asks senders for what they kept for this name before this transport was opened. Without it, a listener that comes back
-         * gets what is sent from then on.
+         * Says whether senders are asked for what they kept for this name before this transport was opened. When they are not,
+         * they give that up, and listeners get what is sent from then on.
          *
+         * @param request without this call true if there is a ledger, and otherwise false
          * @return this
          */
-        public Builder requestOld() {
-            requestOld = true;
+        public Builder requestOld(boolean request) {
+            requestOld = request;
             return this;
         }
 
@@ -148,9 +150,10 @@ public final class QuorlCmTransport extends LibraryObject {
     private static int create(Builder wanted) {
         byte[] name = wanted.name == null ? null : Texts.encode(wanted.name, "the name");
         byte[] ledger = wanted.ledger == null ? null : Texts.encode(wanted.ledger.toString(), "the ledger's path");
+        boolean old = wanted.requestOld == null ? wanted.ledger != null : wanted.requestOld;
         byte[] relay = wanted.relayAgent == null ? null : Texts.encode(wanted.relayAgent, "the relay agent's name");
         try {
-            return quorlcmTransport_Create(wanted.transport.id(), name, Texts.length(name), wanted.requestOld, ledger,
+            return quorlcmTransport_Create(wanted.transport.id(), name, Texts.length(name), old, ledger,
                     Texts.length(ledger), wanted.durability == QuorlDurability.POWER, relay, Texts.length(relay));
         } catch (QuorlException e) {
             throw wanted.transport.exists() ? QuorlLedgerException.typed(e) : wanted.transport.closedException();

@@ -45,7 +45,7 @@ class CertifiedDeliveryTest extends OpenLibrary {
     }
 
     private QuorlCmTransport openWithLedger(String name) {
-        return QuorlCmTransport.builder(transport).name(name).ledger(folder.resolve(name + ".ledger")).requestOld().open();
+        return QuorlCmTransport.builder(transport).name(name).ledger(folder.resolve(name + ".ledger")).open();
     }
 
     private static long send(QuorlCmTransport sender, String subject, int number) {
@@ -257,6 +257,24 @@ class CertifiedDeliveryTest extends OpenLibrary {
                 }
             }
             assertEquals(numbers(1, 60), heard);
+        }
+    }
+
+    @Test
+    void whoDoesNotAskForWhatIsOldGetsWhatIsNew() throws Exception {
+        try (QuorlCmTransport orders = open("orders")) {
+            orders.addListener("billing", "orders.>");
+            // Who was only added has no session before.
+            try (QuorlCmTransport billing = openWithLedger("billing"); Hearing hearing = new Hearing(billing, "orders.>")) {
+                get(track(orders, "orders.new", 1));
+            }
+            CompletableFuture<QuorlCmDelivery> missed = track(orders, "orders.new", 2);
+            try (QuorlCmTransport billing = QuorlCmTransport.builder(transport).name("billing")
+                    .ledger(folder.resolve("billing.ledger")).requestOld(false).open(); Hearing hearing = new Hearing(billing, "orders.>")) {
+                assertThrows(ExecutionException.class, () -> get(missed));
+                get(track(orders, "orders.new", 3));
+                assertEquals(List.of(3), hearing.heard());
+            }
         }
     }
 

@@ -47,8 +47,8 @@ class CmDeliveriesTest extends OpenLibrary {
         tell("INFO", "confirmed", ID, subject, first, upTo, peer, null);
     }
 
-    private void completed(String subject, long first, long upTo) {
-        tell("INFO", "completed", ID, subject, first, upTo, null, null);
+    private void settled(String subject, long first, long upTo) {
+        tell("INFO", "settled", ID, subject, first, upTo, null, null);
     }
 
     private static QuorlCmDelivery get(CompletableFuture<QuorlCmDelivery> future) throws Exception {
@@ -64,10 +64,10 @@ class CmDeliveriesTest extends OpenLibrary {
             confirmed("a", 1, 5, "billing");
             confirmed("a", 1, 1, "archive");
             confirmed("b", 1, 2, "billing");
-            completed("a", 1, 1);
+            settled("a", 1, 1);
             assertEquals(new QuorlCmDelivery("a", 1, Set.of("billing", "archive"), Map.of()), get(first));
             assertFalse(second.isDone());
-            completed("b", 2, 2);
+            settled("b", 2, 2);
             assertEquals(new QuorlCmDelivery("b", 2, Set.of("billing"), Map.of()), get(second));
             assertEquals(0, deliveries.waiting());
         }
@@ -81,9 +81,9 @@ class CmDeliveriesTest extends OpenLibrary {
                 return 1;
             }
             confirmed("a", 7, 7, "billing");
-            completed("a", 7, 7);
+            settled("a", 7, 7);
             // What is told is heard in its order.
-            completed("mark", 1, 1);
+            settled("mark", 1, 1);
             try {
                 await(heard);
             } catch (InterruptedException e) {
@@ -103,11 +103,11 @@ class CmDeliveriesTest extends OpenLibrary {
         CmDeliveries deliveries = deliveries(message -> ++last);
         try (QuorlMsg one = message("a")) {
             CompletableFuture<QuorlCmDelivery> future = deliveries.send(one);
-            tell("INFO", "completed", ID + 1, "a", 1, 1, null, null);
-            completed("a", 2, 9);
-            completed("b", 1, 1);
+            tell("INFO", "settled", ID + 1, "a", 1, 1, null, null);
+            settled("a", 2, 9);
+            settled("b", 1, 1);
             confirmed("a", 1, 1, "billing");
-            completed("a", 1, 1);
+            settled("a", 1, 1);
             assertEquals(Set.of("billing"), get(future).confirmedBy());
         }
     }
@@ -118,8 +118,9 @@ class CmDeliveriesTest extends OpenLibrary {
         try (QuorlMsg one = message("a")) {
             CompletableFuture<QuorlCmDelivery> future = deliveries.send(one);
             confirmed("a", 1, 1, "billing");
-            tell("WARN", "undelivered", ID, "a", 1, 1, "archive", "the time limit has passed");
             tell("WARN", "expired", ID, "a", 1, 1, null, null);
+            tell("WARN", "undelivered", ID, "a", 1, 1, "archive", "the time limit has passed");
+            settled("a", 1, 1);
             ExecutionException e = assertThrows(ExecutionException.class, () -> get(future));
             QuorlCmDeliveryException failure = (QuorlCmDeliveryException) e.getCause();
             assertEquals(QuorlException.DELIVERY_FAILED, failure.getStatus());
@@ -135,7 +136,7 @@ class CmDeliveriesTest extends OpenLibrary {
         try (QuorlMsg one = message("a")) {
             CompletableFuture<QuorlCmDelivery> future = deliveries.send(one);
             tell("WARN", "undelivered", ID, "a", 1, 1, "archive", "the listener was removed");
-            completed("a", 1, 1);
+            settled("a", 1, 1);
             ExecutionException e = assertThrows(ExecutionException.class, () -> get(future));
             assertEquals("message 1 on \"a\" was not confirmed by everybody; archive: the listener was removed",
                     ((QuorlException) e.getCause()).getDetail());
@@ -203,7 +204,7 @@ class CmDeliveriesTest extends OpenLibrary {
                 number = ++last;
             }
             confirmed("a", number, number, "billing");
-            completed("a", number, number);
+            settled("a", number, number);
             return number;
         });
         Worker[] workers = new Worker[4];

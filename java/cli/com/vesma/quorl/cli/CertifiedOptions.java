@@ -35,13 +35,12 @@ final class CertifiedOptions {
         };
     }
 
-    /** old: whether what was kept for the name before is asked for. */
+    /** old: whether what was kept for the name before is asked for, if there is a name that it can be kept for. */
     QuorlCmTransport open(QuorlTransport transport, boolean old) {
         QuorlCmTransport.Builder builder = QuorlCmTransport.builder(transport);
         if (name != null) builder.name(name);
         if (ledger != null) builder.ledger(Path.of(ledger));
         if (durability != null) builder.durability(level());
-        if (old) builder.requestOld();
-        return builder.open();
+        return builder.requestOld(old && name != null).open();
     }
 }
