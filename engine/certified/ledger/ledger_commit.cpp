@@ -30,7 +30,7 @@ format::Record recordOf(const Write& write) {
 Outcome Ledger::submit(Transaction transaction, Ticket* ticket) noexcept {
     Outcome outcome;
     try {
-        outcome = usable();
+        outcome = usable(Use::full);
         if (!outcome.ok()) return outcome;
         // The checksums are made here, where threads do not wait for each other.
         const bool knowsOfFailure = transaction.afterFailure;
@@ -62,7 +62,7 @@ Outcome Ledger::submit(Transaction transaction, Ticket* ticket) noexcept {
 
 Outcome Ledger::wait(const Ticket& ticket) noexcept {
     try {
-        Outcome outcome = usable();
+        Outcome outcome = usable(Use::full);
         if (!outcome.ok()) return outcome;
         return group_.wait(ticket);
     } catch (const std::bad_alloc&) {
@@ -79,7 +79,7 @@ Outcome Ledger::apply(Transaction transaction) noexcept {
 
 Outcome Ledger::sync() noexcept {
     try {
-        Outcome outcome = usable();
+        Outcome outcome = usable(Use::full);
         if (outcome.ok()) outcome = group_.flush();
         if (!outcome.ok() || options_.durability == Durability::power) return outcome;
         const std::lock_guard guard(lock_);
