@@ -75,7 +75,7 @@ Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Lim
       connectTimeout_(nanosecondsOf(limits.connectTimeout)),
       readyCheck_(readyCheck),
       inbound_(wirePrefix(key_.network, key_.service)),
-      probeSubject_(inbound_.prefix + "_MARK." + hexadecimal(randomId())),
+      probeSubject_(inbound_.prefix + "_PROBE." + hexadecimal(randomId())),
       outbox_(inbound_.prefix, limits.reconnectBuffer),
       name_(key_.description.empty() ? defaultName() : key_.description),
       writer_(message::wire::load<uint64_t>(randomId().data())),
