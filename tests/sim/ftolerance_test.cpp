@@ -112,11 +112,11 @@ std::vector<Planted> planted() {
               frame.weight = 1;
               return true;
           }));
-    plant("tells_another_age_than_its_own", "are active", sends([](Frame& frame) {
+    plant("tells_another_age_than_its_own", "told to do something", sends([](Frame& frame) {
               if (frame.joined != 0) frame.joined = ((frame.joined - 1) ^ 1) + 1;
               return true;
           }));
-    plant("forgets_its_age_with_each_frame", "active", sends([](Frame& frame) {
+    plant("forgets_its_age_with_each_frame", "told to do something", sends([](Frame& frame) {
               if (frame.joined != 0) frame.joined = 1 + frame.sequence;
               return true;
           }));

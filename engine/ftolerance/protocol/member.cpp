@@ -249,7 +249,7 @@ void Member::finish(bool timesCame, Now now, MemberOutput& out) {
     }
     const bool beats = time >= heartbeatAt_;
     if (beats) extra_ = extraFrames;
-    if (timesCame || stirred_) decide(now, out);
+    if (timesCame || stirred_ || beats) decide(now, out);
     stirred_ = false;
     if (beats) return send(time, out);
     if ((state() == announced_ && self_.weight == announcedWeight_) || extra_ == 0) return;
@@ -279,7 +279,10 @@ Member::Standing Member::standing() const noexcept {
             if (found.worstActing == nullptr || ranksAbove(*found.worstActing, other)) found.worstActing = &other;
         }
         if (mayAct(other.state) || (claims && above)) ++found.ahead;
-        if (!above) return;
+        if (!above) {
+            found.lowerActive = found.lowerActive || other.state == State::active;
+            return;
+        }
         ++found.better;
         if (!peer.suspected) ++found.betterHeard;
         if (claims || other.state == State::active) ++found.betterActing;
@@ -297,6 +300,15 @@ void Member::decide(Now now, MemberOutput& out) {
     }
     const Standing others = standing();
     if (active_ && others.betterActing >= others.goal) deactivate(Cause::rank, time, out);
+    const bool tooMany = active_ && others.acting + 1 > others.goal;
+    if (tooMany && !tooMany_) {
+        tooManyFrom_ = time;
+        tell(Event::tooMany, *others.worstActing, others.acting + 1, time, out);
+    }
+    tooMany_ = tooMany;
+    // Whoever heard this one would have stepped back by now. Too few for a moment are better than too many for ever.
+    if (tooMany && others.lowerActive && time - tooManyFrom_ >= self_.intervals.activation)
+        deactivate(Cause::unheard, time, out);
 
     const bool entitled = !active_ && !joining_ && others.better < others.goal;
     const bool held = acting_ || time < holdUntil_;
@@ -323,9 +335,6 @@ void Member::decide(Now now, MemberOutput& out) {
         unheardTold_ = true;
         tell(Event::unheard, *others.worstActing, static_cast<uint64_t>(time - claimingFrom_), time, out);
     }
-    const bool tooMany = active_ && others.acting + 1 > others.goal;
-    if (tooMany && !tooManyTold_) tell(Event::tooMany, *others.worstActing, others.acting + 1, time, out);
-    tooManyTold_ = tooMany;
 }
 
 void Member::hint(int64_t now, MemberOutput& out) {

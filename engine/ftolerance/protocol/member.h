@@ -83,6 +83,7 @@ class Member {
         uint32_t betterActing = 0;  // of these, active or claiming
         uint32_t acting = 0;        // that may act
         uint32_t ahead = 0;         // that may act, or claim and are better
+        bool lowerActive = false;   // one that is not above this one is active
         const Frame* worstActing = nullptr;
     };
 
@@ -126,7 +127,8 @@ class Member {
     int64_t hintHoldUntil_ = INT64_MIN;  // no hint before
     int64_t claimingFrom_ = 0;
     bool unheardTold_ = false;
-    bool tooManyTold_ = false;
+    bool tooMany_ = false;  // more than the goal act, and this one is among them
+    int64_t tooManyFrom_ = 0;
     State announced_ = State::joining;
     uint16_t announcedWeight_ = 0;
     uint32_t extra_ = 0;  // frames beside heartbeats that may go out until the next heartbeat

@@ -158,7 +158,7 @@ TEST(FtMember, sends_a_heartbeat_in_each_interval_and_no_more) {
 TEST(FtMember, the_oldest_of_equal_weight_is_active_whatever_its_id) {
     Group group;
     Driven& first = group.add(9);
-    group.pass(second);
+    group.pass(5 * second);
     Driven& second_ = group.add(1);
     group.pass(20 * second);
     EXPECT_EQ(first.text, "PA");
@@ -464,6 +464,31 @@ TEST(FtMember, after_a_partition_the_lower_one_steps_back_and_knows_that_there_w
     high.hear(5 * second, other(2, State::active, 1, 50));
     EXPECT_EQ(high.text, "PA");
     EXPECT_EQ(high.told(Event::tooMany), 1u);
+}
+
+TEST(FtMember, steps_back_when_a_lower_one_acts_and_does_not_hear_it) {
+    Driven one(1, settings(9));
+    one.start(0);
+    one.pass(10 * second);
+    ASSERT_EQ(one.text, "PA");
+    uint64_t sequence = 0;
+    int64_t at = 10 * second;
+    for (; at < 14 * second; at += second) {
+        one.hear(at, other(2, State::active, 1, ++sequence));
+        one.pass(at + second - 1);
+    }
+    EXPECT_EQ(one.text, "PA") << "one that hears it has the time to step back";
+    one.hear(at, other(2, State::active, 1, ++sequence));
+    one.pass(at + second - 1);
+    EXPECT_EQ(one.text, "PADP");
+    EXPECT_EQ(one.actions[2].cause, Cause::unheard);
+    one.returned(at + second);
+    one.hear(at + second, other(2, State::active, 1, ++sequence));
+    one.pass(at + 2 * second);
+    EXPECT_EQ(one.machine.state(), State::claiming);
+    // Now it is heard.
+    one.hear(at + 2 * second, other(2, State::standby, 1, ++sequence));
+    EXPECT_EQ(one.machine.state(), State::active);
 }
 
 TEST(FtMember, does_not_activate_while_it_hears_as_many_as_the_goal_active) {

@@ -21,8 +21,9 @@ struct Now {
 enum class Action : uint8_t { prepare = 1, activate = 2, deactivate = 3 };
 
 enum class Cause : uint8_t {
-    rank,    // there is a place among the active ones, or there is none any more
-    paused,  // the process stood still for so long that another member may have taken its place
+    rank,     // there is a place among the active ones, or there is none any more
+    paused,   // the process stood still for so long that another member may have taken its place
+    unheard,  // one that ranks below acts too, and does not hear this one
 };
 
 struct Told {
