@@ -1,12 +1,12 @@
 // Certified listeners: not part of this version.
-#include "companion/support.h"
+#include "companion/status.h"
 #include "quorl/private.h"
 #include "quorl/quorlcm.h"
 
 namespace {
 
 quorl_status refuse() noexcept {
-    return _quorlSupport_Fail(QUORL_NOT_PERMITTED, "certified delivery is not part of this version");
+    return quorl::companion::fail(QUORL_NOT_PERMITTED, "certified delivery is not part of this version");
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 // The certified attributes of messages, which no message carries in this version.
-#include "companion/support.h"
+#include "companion/status.h"
 #include "quorl/quorlcm.h"
 
 namespace {
 
 quorl_status absent() noexcept {
-    return _quorlSupport_Fail(QUORL_NOT_FOUND, "the message was not sent by certified delivery");
+    return quorl::companion::fail(QUORL_NOT_FOUND, "the message was not sent by certified delivery");
 }
 
 }  // namespace
@@ -19,7 +19,7 @@ quorl_status quorlMsg_GetCMTimeLimit(quorlMsg, quorl_f64*) noexcept { return abs
 // clang-format on
 
 quorl_status quorlMsg_SetCMTimeLimit(quorlMsg, quorl_f64) noexcept {
-    return _quorlSupport_Fail(QUORL_NOT_PERMITTED, "certified delivery is not part of this version");
+    return quorl::companion::fail(QUORL_NOT_PERMITTED, "certified delivery is not part of this version");
 }
 
 }  // extern "C"
