@@ -464,6 +464,19 @@ TEST(Companions, sayThatTheyAreNotThereYet) {
     EXPECT_STREQ(quorl_LastErrorText(), "fault tolerance is not part of this version");
 }
 
+// Certified messages and their limits need no open library, as messages do not; all else does.
+TEST(Companions, wantTheLibraryOpen) {
+    quorl_u32 id = 7;
+    EXPECT_EQ(quorlcmTransport_Create(&id, 1, nullptr, QUORL_FALSE, nullptr, QUORL_FALSE, nullptr),
+              QUORL_NOT_INITIALIZED);
+    EXPECT_EQ(quorlcmTransport_Destroy(1), QUORL_NOT_INITIALIZED);
+    EXPECT_EQ(quorlcmTransport_Send(1, nullptr), QUORL_NOT_INITIALIZED);
+    EXPECT_EQ(quorlcmEvent_ConfirmMsg(1, nullptr), QUORL_NOT_INITIALIZED);
+    EXPECT_EQ(quorlcmEvent_DestroyEx(1, QUORL_TRUE, nullptr), QUORL_NOT_INITIALIZED);
+    EXPECT_EQ(quorlMsg_SetCMTimeLimit(nullptr, 1), QUORL_INVALID_MSG);
+    EXPECT_EQ(id, 7u);
+}
+
 TEST(Companions, credentials_reach_the_library_and_come_back_with_its_texts) {
     EXPECT_EQ(quorlSecureDaemon_SetDaemonCert(nullptr, nullptr), QUORL_OK);
     EXPECT_EQ(quorlSecureDaemon_SetDaemonCert("two words", nullptr), QUORL_INVALID_NAME);
