@@ -118,6 +118,8 @@ const char* textOf(Reason reason) noexcept {
             return "the listener was not heard for too long";
         case Reason::newSession:
             return "the listener did not ask for what was kept";
+        case Reason::cancelled:
+            return "the listener has cancelled";
     }
     return "";
 }

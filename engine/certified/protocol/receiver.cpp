@@ -230,7 +230,9 @@ void Receiver::setStreamTime(Stream& stream) {
 }
 
 void Receiver::registerAgain(Stream& stream, int64_t at) {
+    // Answers to all tries count, but none to an earlier registration.
     if (stream.state != State::cancelling) stream.state = State::registering;
+    stream.attempt = ++attempts_;
     stream.registerPause.reset();
     stream.registerAt = at;
     stream.askAt = INT64_MAX;
@@ -294,7 +296,6 @@ void Receiver::subscribe(Stream& stream) {
     if (stream.state == State::cancelling) {
         sendCancel(*stream.source, stream.subject, stream.attempt, 0);
     } else if (stream.state == State::registering && !stream.listeners.empty()) {
-        stream.attempt = ++attempts_;
         sendSubscribe(*stream.source, stream.subject, stream.attempt, stream.resumes ? flagResumes : 0,
                       stream.resumes ? stream.confirmed.upTo() + 1 : 0);
     } else {
@@ -369,6 +370,7 @@ void Receiver::wantPatterns(Source& source) {
         if (!isNew && (pattern.state == Pattern::State::registered || pattern.state == Pattern::State::wanted))
             continue;
         pattern.state = Pattern::State::wanted;
+        pattern.attempt = ++attempts_;
         pattern.at = shared_.now.monotonic;
         pattern.pause.reset();
     }
@@ -391,7 +393,6 @@ void Receiver::onPatternTime(uint64_t sourceId) {
         const bool cancelling = pattern.state == Pattern::State::cancelling;
         if (!cancelling && pattern.state != Pattern::State::wanted) continue;
         if (pattern.at <= shared_.now.monotonic) {
-            pattern.attempt = ++attempts_;
             if (cancelling) {
                 sendCancel(*source, text, pattern.attempt, flagPattern);
             } else {
@@ -497,7 +498,6 @@ void Receiver::destroyListener(uint32_t number, bool cancel) {
             forgetStream(stream);
         } else if (cancel) {
             stream.state = State::cancelling;
-            stream.attempt = ++attempts_;
             if (stream.stored != 0) storePosition(stream);
             registerAgain(stream, shared_.now.monotonic);
         } else if (stream.state != State::active) {
@@ -511,6 +511,7 @@ void Receiver::destroyListener(uint32_t number, bool cancel) {
         const auto found = source->patterns.find(pattern);
         if (found == source->patterns.end()) continue;
         found->second.state = Pattern::State::cancelling;
+        found->second.attempt = ++attempts_;
         found->second.at = shared_.now.monotonic;
         found->second.pause.reset();
         setPatternTime(*source, shared_.now.monotonic);
@@ -524,6 +525,7 @@ void Receiver::start() {
     int64_t at = shared_.now.monotonic;
     for (auto& [id, stream] : streams_) {
         stream->source->heardAt = shared_.now.monotonic;
+        stream->attempt = ++attempts_;
         stream->registerAt = at += apart;
         setStreamTime(*stream);
     }

@@ -166,9 +166,7 @@ void Receiver::deliverReady(Stream& stream) {
     const uint64_t before = stream.next;
     for (;;) {
         if (stream.confirmed.contains(stream.next)) {
-            const auto& ranges = stream.confirmed.ranges();
-            const auto behind = ranges.upper_bound(stream.next);
-            stream.next = behind == ranges.begin() ? stream.confirmed.upTo() + 1 : std::prev(behind)->second + 1;
+            stream.next = stream.confirmed.behind(stream.next);
             continue;
         }
         if (!hasRoom(stream)) break;

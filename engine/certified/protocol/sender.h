@@ -85,6 +85,7 @@ class Sender {
         NumberSet confirmed;     // or given up
         uint64_t session = 0;    // of the listener, in which it registered; 0: it was added
         uint64_t attempt = 0;    // of that session, the last one that changed something
+        uint64_t givenUp = 0;      // the last number that will not come and of which the listener may not know; 0: none
         uint64_t noted = 0;      // how much was settled when it was last looked at
         int64_t progressAt = 0;  // monotonic; when that was last more than before
         bool lagging = false;    // and told so
@@ -175,6 +176,7 @@ class Sender {
     void giveUp(Subject& subject, Range range, Reason reason);
     uint64_t unconfirmed(const Agreement& agreement) const noexcept;
     uint64_t firstUnconfirmed(const Agreement& agreement) const noexcept;
+    uint64_t nextUnconfirmed(const Agreement& agreement, uint64_t number) const noexcept;
     void expectConfirmation(Subscriber& subscriber);
 
     // ---- messages

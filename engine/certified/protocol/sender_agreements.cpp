@@ -244,13 +244,13 @@ void Sender::onCancel(const Frame& frame) {
             }
             for (Agreement* agreement : unheard) {
                 Subject& subject = *agreement->subject;
-                end(*agreement, Reason::none, false);
+                end(*agreement, Reason::cancelled, false);
                 flushReleased(subject);
             }
         } else if (Subject* subject = find(frame.subject); subject != nullptr) {
             const auto found = subscriber->agreements.find(subject->id);
             if (found != subscriber->agreements.end() && isOlder(found->second->session, found->second->attempt)) {
-                end(*found->second, Reason::none, false);
+                end(*found->second, Reason::cancelled, false);
                 flushReleased(*subject);
             }
         }
@@ -405,7 +405,10 @@ void Sender::settle(Agreement& agreement, Range range, Reason given) {
     tellCompleted();
     if (gone.empty()) return;
     store(agreement);
-    if (agreement.subscriber->session != 0) sendGone(agreement, gone, given);
+    if (agreement.session == 0 || given == Reason::cancelled) return;
+    agreement.givenUp = std::max(agreement.givenUp, gone.back().last);
+    sendGone(agreement, gone, given);
+    expectConfirmation(*agreement.subscriber);
 }
 
 void Sender::onConfirm(const Frame& frame) {
@@ -430,6 +433,7 @@ void Sender::onConfirm(const Frame& frame) {
             return;
         }
         const uint64_t before = agreement.confirmed.upTo();
+        if (part.upTo >= agreement.givenUp) agreement.givenUp = 0;
         if (part.upTo > before) settle(agreement, {before + 1, part.upTo}, Reason::none);
         forEachRange(part.ranges, part.upTo, [&](Range range) {
             if (range.last <= subject.last) settle(agreement, range, Reason::none);
@@ -472,7 +476,7 @@ void Sender::onNote(uint64_t subscriberId) {
     for (size_t i = 0; i < subscriber->agreements.size() && !full; ++i, ++next) {
         if (next == subscriber->agreements.end()) next = subscriber->agreements.begin();
         Agreement& agreement = *next->second;
-        if (unconfirmed(agreement) == 0) {
+        if (unconfirmed(agreement) == 0 && agreement.givenUp == 0) {
             agreement.progressAt = shared_.now.monotonic;
             continue;
         }
@@ -483,7 +487,8 @@ void Sender::onNote(uint64_t subscriberId) {
             agreement.progressAt = shared_.now.monotonic;
             agreement.lagging = false;
             progress = true;
-        } else if (!agreement.lagging && shared_.now.monotonic - agreement.progressAt >= shared_.settings.lagging) {
+        } else if (unconfirmed(agreement) != 0 && !agreement.lagging &&
+                   shared_.now.monotonic - agreement.progressAt >= shared_.settings.lagging) {
             agreement.lagging = true;
             shared_.tell(Event::Kind::lagging, subscriber->name, agreement.subject->text, firstUnconfirmed(agreement),
                          unconfirmed(agreement));

@@ -194,6 +194,8 @@ void Sender::start(bool complete) {
                 missing = number + 1;
             }
             if (missing <= subject.last) confirmed.add({missing, subject.last});
+            // Whether the listener was told of what was given up is not stored: it is told once more.
+            if (agreement->session != 0) agreement->givenUp = confirmed.upTo();
             agreement->progressAt = shared_.now.monotonic;
         }
         for (uint64_t number = subject.slots.nextTaken(1); number != 0; number = subject.slots.nextTaken(number + 1)) {
