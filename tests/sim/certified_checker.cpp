@@ -7,8 +7,8 @@ namespace quorl::sim {
 namespace {
 
 std::string nameOf(const CertifiedChecker::Message& message) {
-    return "message " + std::to_string(message.count) + " of sender " + std::to_string(message.sender) + " on subject " +
-           std::to_string(message.subject);
+    return "message " + std::to_string(message.count) + " of sender " + std::to_string(message.sender) +
+           " on subject " + std::to_string(message.subject);
 }
 
 std::string at(uint32_t listener) {
@@ -53,8 +53,8 @@ void CertifiedChecker::forNumbers(uint32_t sender, uint32_t subject, uint64_t fi
 void CertifiedChecker::sent(const Message& message, uint64_t number, bool limited) {
     Sendings& sendings = sent_[{message.sender, message.subject}];
     sendings.list.resize(message.count + size_t{1});
-    if (number <= sendings.last) ++sendings.generation;
-    sendings.last = number;
+    if (number != 0 && number <= sendings.last) ++sendings.generation;
+    if (number != 0) sendings.last = number;
     Sent& one = sendings.list.back();
     one.generation = sendings.generation;
     one.number = number;
@@ -83,7 +83,8 @@ void CertifiedChecker::added(uint32_t sender, uint32_t listener, uint32_t subjec
     if (peers_[listener].durable()) pair(listener, sender, subject).registered = true;
 }
 
-void CertifiedChecker::confirmedTo(uint32_t sender, uint32_t listener, uint32_t subject, uint64_t first, uint64_t last) {
+void CertifiedChecker::confirmedTo(uint32_t sender, uint32_t listener, uint32_t subject, uint64_t first,
+                                   uint64_t last) {
     Pair& of = pair(listener, sender, subject);
     forNumbers(sender, subject, first, last, [&](uint32_t count, Sent& one) {
         if (!of.confirms.contains(count) && !of.skipped.contains(one.number) && !one.refused)
@@ -233,8 +234,9 @@ void CertifiedChecker::finish() {
         // What is given up is told to who waits for it.
         const auto& list = sent_[{sender, subject}].list;
         for (const uint32_t count : of.givenUp) {
-            if (cancelled_.contains(listener) || list[count].refused || list[count].history != histories_[sender] || of.delivered.contains(count) ||
-                of.plain.contains(count) || list[count].number < of.from || of.skipped.contains(list[count].number))
+            if (cancelled_.contains(listener) || list[count].refused || list[count].history != histories_[sender] ||
+                of.delivered.contains(count) || of.plain.contains(count) || of.from == 0 ||
+                list[count].number < of.from || of.skipped.contains(list[count].number))
                 continue;
             fail(nameOf({sender, subject, count}) + " is given up, and nobody says so" + at(listener));
         }

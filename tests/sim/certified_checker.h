@@ -16,8 +16,9 @@ struct CertifiedTotals {
     uint64_t confirmed = 0;   // by a listener, as the sender was told
     uint64_t lost = 0;        // promised and never delivered
     uint64_t duplicated = 0;  // delivered again against the promise
-    uint64_t recovered = 0;   // delivered in a later life of the sender or the listener than the one in which they were sent
-    uint64_t plain = 0;       // delivered before the registration
+    uint64_t recovered =
+        0;               // delivered in a later life of the sender or the listener than the one in which they were sent
+    uint64_t plain = 0;  // delivered before the registration
     uint64_t expired = 0;
 };
 
@@ -78,8 +79,8 @@ class CertifiedChecker {
         bool limited = false;
         bool accepted = false;
         bool refused = false;
-        uint32_t life = 0;     // of the sender
-        uint32_t history = 0;  // how often the sender had lost its state
+        uint32_t life = 0;        // of the sender
+        uint32_t history = 0;     // how often the sender had lost its state
         uint32_t generation = 0;  // of its numbers
     };
     struct Sendings {
@@ -89,17 +90,17 @@ class CertifiedChecker {
     };
     struct Pair {
         bool registered = false;
-        uint64_t from = 0;  // the number from which on the listener was told that it is
-        std::set<uint32_t> owed;        // counts
-        std::set<uint32_t> delivered;   // in any life
-        std::set<uint32_t> inThisLife;  // certified
-        std::set<uint32_t> plain;       // in this life
-        std::set<uint32_t> confirms;    // in any life
-        std::set<uint32_t> confirmsNow; // in this one
+        uint64_t from = 0;               // the number from which on the listener was told that it is
+        std::set<uint32_t> owed;         // counts
+        std::set<uint32_t> delivered;    // in any life
+        std::set<uint32_t> inThisLife;   // certified
+        std::set<uint32_t> plain;        // in this life
+        std::set<uint32_t> confirms;     // in any life
+        std::set<uint32_t> confirmsNow;  // in this one
         std::set<uint32_t> forGood;
-        std::set<uint32_t> told;        // confirmed, to the sender
+        std::set<uint32_t> told;  // confirmed, to the sender
         std::set<uint32_t> givenUp;
-        std::set<uint64_t> skipped;     // numbers
+        std::set<uint64_t> skipped;         // numbers
         std::map<uint32_t, uint32_t> last;  // delivered in this life, by the sender's history
     };
     using Key = std::pair<uint32_t, uint32_t>;  // sender or listener, subject

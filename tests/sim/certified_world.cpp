@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <cstdio> //TR
-#include <cstdlib> //TR
 #include <deque>
 #include <map>
 #include <memory>
@@ -194,7 +192,6 @@ class Guest : public Program {
         node_.subscribe(certified::everybody, 0);
         if (peer_.ledger) load();
         Output out;
-        if (getenv("TR")) fprintf(stderr, "%8.1f node %u starts ledger %d process %d old %d lasting %d confirming\n", node_.monotonic()/1e6, node_.number(), peer_.ledger, peer_.process, peer_.old, peer_.lasting);//TR
         EXPECT_EQ(machine_->start(!lostPower, now(), out), QUORL_OK);
         carryOut(out);
         if (isSender()) {
@@ -319,8 +316,7 @@ class Guest : public Program {
         Output out;
         uint64_t number = 0;
         const int64_t limit = limited ? node_.random().between(1, 3000) * millisecond : 0;
-        const quorl_status status =
-            machine_->send(messageOf(message, subjects[subject]), limit, now(), out, &number);
+        const quorl_status status = machine_->send(messageOf(message, subjects[subject]), limit, now(), out, &number);
         checker_.sent(message, status == QUORL_OK ? number : 0, limited);
         if (status != QUORL_OK) {
             checker_.refused(message);
@@ -364,7 +360,6 @@ class Guest : public Program {
 
     // Of a message that several listeners are given, the program is told once, and confirms when all have it.
     void delivered(const certified::Delivery& delivery) {
-        if (getenv("TR")) { auto m = checkedOf(delivery.message); fprintf(stderr, "%8.1f node %u delivered s%u t%u c%u number %lu stream %lu listener %u\n", node_.monotonic()/1e6, node_.number(), m.sender, m.subject, m.count, delivery.number, delivery.stream, delivery.listener);}//TR
         const Checked message = checkedOf(delivery.message);
         const bool certified = delivery.stream != 0;
         if (certified) {
@@ -390,7 +385,6 @@ class Guest : public Program {
     void confirm(const ToConfirm& one, bool counts) {
         const bool atOnce = composition_.confirming[node_.number() - composition_.senders] % 2 == 0;
         Output out;
-        if (getenv("TR")) fprintf(stderr, "%8.1f node %u confirms stream %lu number %lu listener %u\n", node_.monotonic()/1e6, node_.number(), one.stream, one.number, one.listener);//TR
         if (counts) {
             Given& given = waiting_[{one.stream, one.number}];
             given.byLast = given.byLast || one.listener == given.last;
@@ -531,7 +525,6 @@ class Guest : public Program {
     }
 
     void told(const Event& event) {
-        if (getenv("TR")) fprintf(stderr, "%8.1f node %u event %d %s %s %lu-%lu %s\n", node_.monotonic()/1e6, node_.number(), (int)event.kind, event.name.c_str(), event.subject.c_str(), event.first, event.last, event.reason);//TR
         const uint32_t self = node_.number();
         switch (event.kind) {
             case Event::Kind::confirmed:
@@ -582,7 +575,6 @@ class Guest : public Program {
 
     void transmit(std::vector<companion::Message>& messages) {
         for (auto& message : messages) {
-            if (getenv("TR")) { Frame f; certified::Decoded d = decode(message.attributes(), &f); fprintf(stderr, "%8.1f node %u sends kind %d to %s inc %lx ses %lx tok %lx att %lu fl %u id %u num %lu last %lu %s\n", node_.monotonic()/1e6, node_.number(), d == certified::Decoded::frame ? (int)f.kind : -1, std::string(message.subject()).c_str(), f.incarnation&0xffff, f.session&0xffff, f.token&0xffff, f.attempt, f.flags, f.subjectId, f.number, f.last, std::string(f.subject).c_str());}//TR
             const auto attributes = message.attributes();
             if (attributes.size() > 3 && attributes[2] == static_cast<uint8_t>(Kind::resent)) {
                 Frame frame;
@@ -648,7 +640,8 @@ std::string runCertified(const Plan& plan, const CertifiedSeamOf& seamOf) {
         const uint32_t number = node.number();
         const Time now = inside != nullptr ? inside->now() : 0;
         const bool lostPower = std::ranges::any_of(plan.faults, [&](const FaultStep& fault) {
-            return fault.fault == Fault::powerLoss && fault.node == number && fault.at > started[number] && fault.at <= now;
+            return fault.fault == Fault::powerLoss && fault.node == number && fault.at > started[number] &&
+                   fault.at <= now;
         });
         started[number] = now;
         runs.kills += node.starts() > 1;

@@ -17,7 +17,7 @@ namespace quorl::sim {
 struct CertifiedSeam {
     // false: it does not go out; the frame may be changed, and is written anew.
     std::function<bool(certified::Frame&)> sends;
-    std::function<bool(certified::Frame&)> hears;                       // false: it does not come in
+    std::function<bool(certified::Frame&)> hears;  // false: it does not come in
     std::function<void(certified::Transaction&)> stores;
     std::function<void(certified::News&)> tells;
     std::function<bool(std::string_view key, std::string& value)> loads;  // false: it is forgotten

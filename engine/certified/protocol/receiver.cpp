@@ -69,9 +69,18 @@ Receiver::Source* Receiver::makeSource(std::string_view name, uint64_t incarnati
         throw;
     }
     ++lastSourceId_;
-    setForgetTime(made);
-    supersede(name, incarnation);
     return &made;
+}
+
+// The sender, which others of its name give way to if it is new.
+Receiver::Source* Receiver::meet(std::string_view name, uint64_t incarnation) {
+    Source* source = findSource(name, incarnation);
+    if (source != nullptr) return source;
+    source = makeSource(name, incarnation);
+    if (source == nullptr) return nullptr;
+    setForgetTime(*source);
+    supersede(name, incarnation);
+    return source;
 }
 
 void Receiver::forgetSource(Source& source) {
@@ -250,7 +259,7 @@ void Receiver::onStreamTime(uint64_t streamId) {
 }
 
 void Receiver::sendSubscribe(Source& source, std::string_view subject, uint64_t attempt, uint8_t flags,
-                             uint64_t number) {
+                             uint32_t subjectId, uint64_t number) {
     // Without a token the first frame of a while is enough to be told one.
     if (source.token == 0) {
         if (shared_.now.monotonic - source.askedTokenAt < tokenPause) return;
@@ -266,6 +275,7 @@ void Receiver::sendSubscribe(Source& source, std::string_view subject, uint64_t 
     frame.flags = flags;
     if (shared_.settings.requestOld) frame.flags |= flagOld;
     if (!shared_.settings.lasting) frame.flags |= flagTransient;
+    frame.subjectId = subjectId;
     frame.number = number;
     frame.subject = subject;
     FrameWriter writer;
@@ -297,7 +307,7 @@ void Receiver::subscribe(Stream& stream) {
         sendCancel(*stream.source, stream.subject, stream.attempt, 0);
     } else if (stream.state == State::registering && !stream.listeners.empty()) {
         sendSubscribe(*stream.source, stream.subject, stream.attempt, stream.resumes ? flagResumes : 0,
-                      stream.resumes ? stream.confirmed.upTo() + 1 : 0);
+                      stream.subjectId, stream.resumes ? stream.confirmed.upTo() + 1 : 0);
     } else {
         return;
     }
@@ -313,6 +323,7 @@ void Receiver::activate(Stream& stream, const Frame& accepted) {
         Source& source = *stream.source;
         releaseAsPlain(stream, UINT64_MAX);
         if (const auto found = source.byId.find(stream.subjectId); found != source.byId.end()) source.byId.erase(found);
+        eraseStored(stream);
         stream.confirmed = NumberSet();
         stream.next = 1;
         stream.lastKnown = 0;
@@ -396,7 +407,7 @@ void Receiver::onPatternTime(uint64_t sourceId) {
             if (cancelling) {
                 sendCancel(*source, text, pattern.attempt, flagPattern);
             } else {
-                sendSubscribe(*source, text, pattern.attempt, flagPattern, 0);
+                sendSubscribe(*source, text, pattern.attempt, flagPattern, 0, 0);
             }
             pattern.at = shared_.now.monotonic + pattern.pause.take();
         }
@@ -525,6 +536,7 @@ void Receiver::start() {
     int64_t at = shared_.now.monotonic;
     for (auto& [id, stream] : streams_) {
         stream->source->heardAt = shared_.now.monotonic;
+        setForgetTime(*stream->source);
         stream->attempt = ++attempts_;
         stream->registerAt = at += apart;
         setStreamTime(*stream);
@@ -551,8 +563,7 @@ void Receiver::settled() {
 
 void Receiver::onHello(const Frame& frame) {
     if (listeners_.empty()) return;
-    Source* source = findSource(frame.name, frame.incarnation);
-    if (source == nullptr) source = makeSource(frame.name, frame.incarnation);
+    Source* source = meet(frame.name, frame.incarnation);
     if (source == nullptr) return;
     heard(*source);
     for (auto& [subject, stream] : source->bySubject) {
@@ -565,7 +576,10 @@ void Receiver::onHello(const Frame& frame) {
 void Receiver::onChallenge(const Frame& frame) {
     Source* source = authentic(frame);
     if (source == nullptr || source->token == frame.token) return;
+    // Tokens seldom change, and answering each would let two that are out of step answer each other for ever.
+    if (source->token != 0 && shared_.now.monotonic - source->tokenAt < tokenPause) return;
     source->token = frame.token;
+    source->tokenAt = shared_.now.monotonic;
     for (auto& [subject, stream] : source->bySubject) {
         // A new token is that of a new session: the sender knows nothing of this one's registrations.
         if (stream->state == State::active && !stream->listeners.empty()) stream->state = State::registering;
@@ -622,7 +636,7 @@ void Receiver::onNote(const Frame& frame) {
         if (source == nullptr) {
             // A session of an earlier life, or none: something is kept for this name.
             if (!wanted(part.subject)) return;
-            source = makeSource(frame.name, frame.incarnation);
+            source = meet(frame.name, frame.incarnation);
             if (source == nullptr) return;
         }
         Stream* stream = streamFor(*source, part.subjectId, part.subject);

@@ -42,7 +42,7 @@ void Receiver::onPlain(companion::Message message, uint32_t listener) {
 
 void Receiver::onData(const Frame& frame, companion::Message message, uint32_t listener) {
     Source* source = findSource(frame.name, frame.incarnation);
-    if (source == nullptr && wanted(message.subject())) source = makeSource(frame.name, frame.incarnation);
+    if (source == nullptr && wanted(message.subject())) source = meet(frame.name, frame.incarnation);
     if (source == nullptr) return deliverPlain(message, listener);
     source->heardAt = shared_.now.monotonic;
     Stream* stream = nullptr;
