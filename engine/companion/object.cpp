@@ -271,7 +271,7 @@ quorl_status post(Type type, uint32_t id, const Message& message, uint32_t tag) 
     return fail(QUORL_INVALID_QUEUE, "the queue of %s %u was destroyed", nameOf(type), id);
 }
 
-quorl_status close(Type type, uint32_t id) noexcept {
+quorl_status close(Type type, uint32_t id, void (*claimed)(Object& object, void* argument), void* argument) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return noThreadState();
     Record* record;
@@ -283,7 +283,9 @@ quorl_status close(Type type, uint32_t id) noexcept {
     if (record == nullptr) return noObject(type, id);
     // The record is this caller's until it is retired.
     if (!registry::isEvent(typeOf(type))) dropStanding(id);
-    objectIn(*record)->closed();
+    Object& object = *objectIn(*record);
+    if (claimed != nullptr) claimed(object, argument);
+    object.closed();
     registry::retire(*record);
     return QUORL_OK;
 }
