@@ -186,6 +186,12 @@ void carryOut(std::string* content, const Disk::Call& call, int64_t from, int64_
     content->replace(static_cast<size_t>(call.offset + from), static_cast<size_t>(to - from), call.bytes,
                      static_cast<size_t>(from), static_cast<size_t>(to - from));
 }
+// How much of it a killed process may have done: up to the end of a sector.
+int64_t halfOf(const Disk::Call& call) {
+    const auto size = static_cast<int64_t>(call.bytes.size());
+    return std::max<int64_t>(0, (call.offset + size / 2) / sector * sector - call.offset);
+}
+
 void carryOut(std::string* content, const Disk::Call& call) {
     carryOut(content, call, 0, static_cast<int64_t>(call.bytes.size()));
 }
@@ -304,7 +310,7 @@ Files Disk::after(size_t call, Survival survival, bool torn, std::mt19937_64& di
             const bool half = torn && write == state.pending.back() && call < calls_.size() && write == &calls_[call];
             switch (survival) {
                 case Survival::all:
-                    carryOut(&state.safe, *write, 0, half ? size / 2 : size);
+                    carryOut(&state.safe, *write, 0, half ? halfOf(*write) : size);
                     break;
                 case Survival::none:
                     break;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "certified/ledger/inspect.h"
 #include "certified/ledger/test_support.h"
 #include "disk.h"
 
@@ -72,18 +73,24 @@ void carryOut(Content* content, const Transaction& transaction) {
     }
 }
 
-Ledger::Options optionsFor(const std::string& path, Durability durability) {
+// Runs of the system: a new one begins when the power has failed.
+constexpr const char* thisRun = "run-1";
+constexpr const char* nextRun = "run-2";
+
+Ledger::Options optionsFor(const std::string& path, Durability durability, const char* run = thisRun) {
     return {.path = path,
             .name = "orders",
             .durability = durability,
             .files = layerName,
             .checkpointFrames = 20,
+            .systemRun = run,
             .growth = 64 << 10};
 }
 
 // Opened and loaded, or what was said.
-Outcome open(const std::string& path, Durability durability, std::unique_ptr<Ledger>* ledger) {
-    Outcome outcome = Ledger::open(optionsFor(path, durability), ledger);
+Outcome open(const std::string& path, Durability durability, std::unique_ptr<Ledger>* ledger,
+             const char* run = thisRun) {
+    Outcome outcome = Ledger::open(optionsFor(path, durability, run), ledger);
     Held held;
     if (outcome.ok()) outcome = (*ledger)->load(held);
     if (!outcome.ok()) ledger->reset();
@@ -103,27 +110,52 @@ Outcome contentOf(Ledger& ledger, Content* content) {
     return outcome;
 }
 
-// What the ledger holds after a crash, and that it still works.
+// What an inspection finds.
+struct Seen : Inspector {
+    Content content;
+    std::string finding_;
+    void message(const InspectedMessage& message) override {
+        content.messages[{message.subjectNumber, message.number}] = message.image;
+    }
+    void state(std::string_view key, std::string_view value) override { content.states.emplace(key, value); }
+    void finding(const Finding& finding) override { finding_ = finding.text; }
+};
+
+struct Found {
+    size_t which = 0;      // of what was allowed
+    bool complete = true;  // as the ledger says
+};
+
+// What the ledger holds after a crash, to an inspection and to its owner; and that it still works.
 testing::AssertionResult holdsOneOf(const std::string& path, Durability durability, std::span<const Content> allowed,
-                                    size_t* which = nullptr) {
+                                    const char* run, Found* result = nullptr) {
+    Seen seen;
+    Inspection inspection;
+    Outcome outcome = inspect(path, seen, &inspection);
+    if (!outcome.ok()) return testing::AssertionFailure() << "inspected: " << outcome.text;
+    // Where a failure of the power may take transactions, nobody can tell it from damage.
+    if (inspection.findings != 0 && (durability == Durability::power || run == thisRun)) {
+        return testing::AssertionFailure() << "inspected: " << seen.finding_;
+    }
     std::unique_ptr<Ledger> ledger;
     Content content;
-    Outcome outcome = open(path, durability, &ledger);
+    outcome = open(path, durability, &ledger, run);
     if (outcome.ok()) outcome = contentOf(*ledger, &content);
     if (!outcome.ok()) return testing::AssertionFailure() << outcome.text;
+    if (seen.content != content) return testing::AssertionFailure() << "inspected, it holds something else";
     const auto found = std::find(allowed.begin(), allowed.end(), content);
     if (found == allowed.end()) {
         return testing::AssertionFailure()
                << "holds " << content.messages.size()
                << " messages and next=" << (content.states.contains("next") ? content.states.at("next") : "none");
     }
-    if (which != nullptr) *which = static_cast<size_t>(found - allowed.begin());
+    if (result != nullptr) *result = {static_cast<size_t>(found - allowed.begin()), ledger->complete()};
     const Transaction more = step(put(77, 1, "more"), putState("more", "more"));
     carryOut(&content, more);
     outcome = ledger->apply(more);
     ledger.reset();
     Content after;
-    if (outcome.ok()) outcome = open(path, durability, &ledger);
+    if (outcome.ok()) outcome = open(path, durability, &ledger, run);
     if (outcome.ok()) outcome = contentOf(*ledger, &after);
     if (!outcome.ok()) return testing::AssertionFailure() << "afterwards: " << outcome.text;
     if (after != content) return testing::AssertionFailure() << "afterwards it holds something else";
@@ -187,12 +219,18 @@ TEST(Storage, SurvivesACrashBeforeEachCall) {
                                      : accepted == 0                ? 0
                                                                     : made.safe[accepted - 1];
                 putFiles(crashed.path(), disk.after(call, mode.survival, mode.torn, dice));
-                size_t which = 0;
+                Found found;
+                const bool killed = mode.survival == Survival::all;
                 ASSERT_TRUE(holdsOneOf(crashed / "orders.ledger", durability,
-                                       std::span(made.contents).subspan(least, begun - least + 1), &which))
+                                       std::span(made.contents).subspan(least, begun - least + 1),
+                                       killed ? thisRun : nextRun, &found))
                     << "crash before call " << call << " of " << calls << ", survival "
                     << static_cast<int>(mode.survival) << (mode.torn ? " torn" : "") << ", " << accepted << " accepted";
-                if (least + which < accepted) ++fewer;
+                if (least + found.which < accepted) {
+                    ++fewer;
+                    ASSERT_FALSE(found.complete) << call;
+                }
+                ASSERT_TRUE(found.complete || !killed);
                 ++cases;
             }
         }
@@ -296,10 +334,10 @@ TEST(Storage, RefusesWhatTheDiskRefuses) {
                 if (!made.works) allowed.insert(allowed.end(), made.doubtful.begin(), made.doubtful.end());
                 // What the process leaves, and what a failure of the power does.
                 const Files lost = disk.after(disk.calls(), Survival::none, false, dice);
-                ASSERT_TRUE(holdsOneOf(path, durability, allowed));
+                ASSERT_TRUE(holdsOneOf(path, durability, allowed, thisRun));
                 if (durability == Durability::power) {
                     putFiles(folder.path(), lost);
-                    ASSERT_TRUE(holdsOneOf(path, durability, allowed));
+                    ASSERT_TRUE(holdsOneOf(path, durability, allowed, nextRun));
                 }
                 ++cases;
                 refused += made.refused;

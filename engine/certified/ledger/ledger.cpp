@@ -1,14 +1,13 @@
 // Opening, closing and reading. What writes is in ledger_commit.cpp.
 #include "certified/ledger/ledger.h"
 
-#include <sys/stat.h>
-
 #include <fstream>
 #include <new>
 #include <span>
 
 #include "certified/ledger/checked_pages.h"
 #include "certified/ledger/format.h"
+#include "certified/ledger/page_file.h"
 
 namespace quorl::certified {
 namespace {
@@ -18,7 +17,6 @@ constexpr int64_t checkedByLoad = 3500;
 
 constexpr int64_t logLimit = int64_t{32} << 20;  // bytes that the log keeps after a burst
 constexpr int64_t cacheKibibytes = 8192;         // of pages in memory
-constexpr uint64_t logHeaderSize = 32;
 
 // Catches what the standard library throws when there is no memory.
 template <class F>
@@ -50,7 +48,7 @@ std::span<const uint8_t> asBytes(std::string_view text) {
 }
 
 // What tells one run of the system from the next; empty: not known.
-std::string systemRun() {
+std::string thisSystemRun() {
     std::string id;
     std::ifstream("/proc/sys/kernel/random/boot_id") >> id;
     return id;
@@ -61,6 +59,7 @@ std::string systemRun() {
 Ledger::Ledger(std::unique_ptr<OwnedFile> file, const Options& options)
     : options_(options),
       vfs_(checkedPages(options.files)),
+      systemRun_(options.systemRun.empty() ? thisSystemRun() : options.systemRun),
       file_(std::move(file)),
       nextCheckpoint_(static_cast<int>(options.checkpointFrames)),
       group_([this](std::vector<Step>& steps) { return commit(steps); }) {}
@@ -94,11 +93,11 @@ Outcome Ledger::openThrowing(const Options& options, std::unique_ptr<Ledger>* le
 // Whatever is found wrong with the file, here and in load(), it is still as it was: with a log, closing leaves both alone; without
 // one, the file is read in a way that does not make one.
 Outcome Ledger::openToRead() {
-    struct stat log {};
     const std::string& path = file_->path();
-    const std::string logPath = path + "-wal";
-    hasLog_ = stat(logPath.c_str(), &log) == 0 && static_cast<uint64_t>(log.st_size) > logHeaderSize;
-    Outcome outcome;
+    Log log;
+    Outcome outcome = readLog(path + "-wal", &log);
+    if (!outcome.ok()) return outcome;
+    hasLog_ = log.size >= logHeaderSize;
     if (hasLog_) {
         outcome = connect();
     } else {
@@ -106,12 +105,28 @@ Outcome Ledger::openToRead() {
                                  vfs_);
     }
     if (outcome.ok()) outcome = checkContent();
-    if (outcome.ok() && !hasLog_ && !mark_.empty()) {
-        return {QUORL_INVALID_FILE, "the ledger " + path + " was not closed, and its log " + logPath +
-                                        ", which has what was stored last, is missing; put it back beside the ledger"};
-    }
+    if (outcome.ok()) outcome = checkLog(log);
     if (outcome.ok()) outcome = loadSegments();
     return outcome;
+}
+
+// SQLite takes the log up to the first frame that is wrong, and writes over the rest: fine for what never was accepted.
+Outcome Ledger::checkLog(const Log& log) const {
+    if (mark_.empty()) return {};
+    const std::string logPath = file_->path() + "-wal";
+    if (const char* fault = faultOf(log)) {
+        return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " was not closed, and its log " + logPath +
+                                        ", which has what was stored last, " + fault};
+    }
+    const bool power = mark_.starts_with("power");
+    if (log.laterFrames == 0 || (!sameRun() && (!power || log.laterTransactions <= 1))) return {};
+    return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " is damaged: its log " + logPath +
+                                    " is wrong at byte " + std::to_string(log.end) + ", and " +
+                                    std::to_string(log.laterTransactions) + " transactions that follow would be lost"};
+}
+
+bool Ledger::sameRun() const {
+    return !systemRun_.empty() && mark_.ends_with(" " + systemRun_);
 }
 
 Outcome Ledger::connect() {
@@ -186,8 +201,8 @@ Outcome Ledger::openToWrite() {
         &logFrames_);
     // "power" or "process", and in which run of the system.
     const bool power = options_.durability == Durability::power;
-    const std::string own = (power ? "power " : "process ") + systemRun();
-    complete_ = mark_.empty() || mark_.starts_with("power") || (mark_ == own && mark_.size() > sizeof("process"));
+    const std::string own = (power ? "power " : "process ") + systemRun_;
+    complete_ = mark_.empty() || mark_.starts_with("power") || sameRun();
     outcome = mark_ != own ? setMark(own) : checkpoint(SQLITE_CHECKPOINT_PASSIVE);
     writable_ = outcome.ok();
     file_->name();

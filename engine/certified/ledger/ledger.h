@@ -27,6 +27,8 @@
 
 namespace quorl::certified {
 
+struct Log;
+
 // What accepted writes survive: the end of this process, also by kill -9; or a power failure too.
 enum class Durability { process, power };
 
@@ -58,6 +60,7 @@ class Ledger {
         Durability durability = Durability::power;
         const char* files = "unix-none";   // SQLite's file layer; one without locks
         uint32_t checkpointFrames = 4000;  // pages in the log that are copied to their places in the file
+        std::string systemRun = {};        // which run of the system this is; empty: the ledger finds out
         uint32_t growth = 1 << 20;         // bytes by which the file grows
     };
 
@@ -115,6 +118,8 @@ class Ledger {
     Outcome openToWrite();
     Outcome connect();
     Outcome checkContent();
+    Outcome checkLog(const Log& log) const;
+    bool sameRun() const;
     Outcome prepareStatements();
     Outcome loadSegments();
     Outcome setMark(const std::string& mark);
@@ -143,6 +148,7 @@ class Ledger {
 
     const Options options_;
     const char* const vfs_;
+    const std::string systemRun_;
     std::unique_ptr<OwnedFile> file_;
 
     std::mutex lock_;              // over what follows

@@ -6,6 +6,7 @@
 
 #include "certified/ledger/format.h"
 #include "certified/ledger/ledger.h"
+#include "certified/ledger/page_file.h"
 
 namespace quorl::certified {
 namespace {
@@ -105,14 +106,17 @@ Outcome Ledger::syncLog() {
 // A transaction of which the last part could not be synced stands in the log like one that was accepted, and would come back with
 // the next start.
 Outcome Ledger::cutLog() {
-    constexpr int64_t headerSize = 32;
-    constexpr int64_t frameSize = 24 + int64_t{format::pageSize};
     sqlite3_file* const log = logFile();
     if (log == nullptr) return {};
-    const int64_t valid = logFrames_ == 0 ? 0 : headerSize + logFrames_ * frameSize;
+    const int64_t valid = logHeaderSize + logFrames_ * logFrameSize;
     sqlite3_int64 size = 0;
     int code = log->pMethods->xFileSize(log, &size);
     if (code == SQLITE_OK && size > valid) code = log->pMethods->xTruncate(log, valid);
+    if (code == SQLITE_OK && logFrames_ == 0) {
+        // It may have ended in the midst of the beginning.
+        const auto header = emptyLog();
+        code = log->pMethods->xWrite(log, header.data(), static_cast<int>(header.size()), 0);
+    }
     if (code == SQLITE_OK && syncing_) code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL);
     if (code != SQLITE_OK) return database_.failure(code, "write");
     return {};

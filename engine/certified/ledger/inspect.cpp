@@ -1,0 +1,271 @@
+#include "certified/ledger/inspect.h"
+
+#include <map>
+#include <memory>
+#include <new>
+#include <set>
+#include <vector>
+
+#include "certified/ledger/owned_file.h"
+#include "certified/ledger/page_file.h"
+#include "certified/ledger/tree.h"
+
+namespace quorl::certified {
+namespace {
+
+class Inspecting {
+  public:
+    Inspecting(const PageFile& file, Inspector& inspector, Inspection* found)
+        : file_(file), trees_(file), inspector_(inspector), found_(*found) {}
+
+    Outcome run() {
+        found_.pages = file_.pages();
+        found_.logFrames = file_.log().frames;
+        if (!readTables() || !readProperties()) return ended();
+        lookAtLog();
+        if (!readStates() || !readSegments() || !readMessages()) return ended();
+        if (!trees_.readFreeList(&found_.freePages, &outcome_)) {
+            if (!outcome_.ok()) return outcome_;
+            tell("the list of its free pages is damaged", file_.path(), 0);
+        }
+        if (!lost_.empty()) readStrays();
+        if (outcome_.ok()) inspector_.progress(file_.pages(), file_.pages());
+        return outcome_;
+    }
+
+  private:
+    struct Segment {
+        uint32_t subject = 0;
+        uint32_t high = 0;
+        std::string text;
+    };
+    struct Range {
+        int64_t first;
+        int64_t last;
+    };
+
+    Outcome ended() const { return outcome_; }
+
+    bool goOn() {
+        if (++steps_ % 64 != 0 || inspector_.progress(trees_.pagesSeen(), file_.pages())) return true;
+        outcome_ = {QUORL_INTR, "looking into the ledger " + file_.path() + " was stopped"};
+        return false;
+    }
+
+    void tell(const std::string& what, const std::string& where, int64_t offset) {
+        Finding finding;
+        finding.file = where;
+        finding.offset = offset;
+        finding.text = where + ", byte " + std::to_string(offset) + ": " + what;
+        tell(std::move(finding));
+    }
+    void tell(Finding finding) {
+        ++found_.findings;
+        inspector_.finding(finding);
+    }
+    std::string fileOf(bool inLog) const { return inLog ? file_.logPath() : file_.path(); }
+
+    // What is told of a gap in a tree that holds no messages.
+    Trees::Reader readerOf(const char* what, std::function<void(const Trees::Row&)> row) {
+        return {.row = std::move(row),
+                .gap =
+                    [this, what](const Trees::Gap& gap) {
+                        tell(std::string(gap.wholePage ? "the page" : "a row of the page") + " " + gap.why + "; of " +
+                                 what + " some is lost",
+                             fileOf(gap.inLog), gap.offset);
+                    },
+                .goOn = [this] { return goOn(); }};
+    }
+
+    bool readTables() {
+        const auto reader = readerOf("the tables", [this](const Trees::Row& row) {
+            Value values[5];
+            if (!readRow(row.payload, values)) return;
+            roots_[std::string(values[1].bytes)] = static_cast<uint32_t>(values[3].number);
+        });
+        if (!trees_.read(1, reader, &outcome_)) return false;
+        // A new ledger's tables are where they are; they never move.
+        for (const auto& [name, root] : {std::pair("property", 2u), {"state", 3u}, {"segment", 4u}, {"message", 5u}}) {
+            roots_.try_emplace(name, root);
+        }
+        return true;
+    }
+
+    bool readProperties() {
+        const auto reader = readerOf("the ledger's name", [this](const Trees::Row& row) {
+            Value values[2];
+            if (!readRow(row.payload, values)) return;
+            if (values[0].bytes == "name") found_.name = values[1].bytes;
+            if (values[0].bytes == "open") {
+                found_.durability = values[1].bytes.substr(0, values[1].bytes.find(' '));
+                found_.closed = values[1].bytes.empty();
+            }
+        });
+        return trees_.read(roots_["property"], reader, &outcome_);
+    }
+
+    void lookAtLog() {
+        const Log& log = file_.log();
+        if (!found_.closed && !log.present && !found_.durability.empty()) {
+            tell("the ledger was not closed, and its log, which has what was stored last, is missing", file_.logPath(),
+                 0);
+        }
+        const bool power = found_.durability == "power";
+        if (log.laterFrames == 0 || (power && log.laterTransactions <= 1)) return;
+        tell("the log is damaged here, and " + std::to_string(log.laterTransactions) +
+                 " transactions that follow are lost" +
+                 (power ? "" : ", unless a failure of the power took them, which this ledger's durability allows"),
+             file_.logPath(), log.end);
+    }
+
+    bool readStates() {
+        const auto reader = readerOf("registrations", [this](const Trees::Row& row) {
+            Value values[3];
+            if (!readRow(row.payload, values) ||
+                static_cast<uint64_t>(values[1].number) != format::stateChecksum(values[0].bytes, values[2].bytes)) {
+                tell("a row of the page has a wrong checksum; of registrations some is lost", fileOf(row.page->inLog),
+                     row.page->offset);
+                return;
+            }
+            ++found_.states;
+            inspector_.state(values[0].bytes, values[2].bytes);
+        });
+        return trees_.read(roots_["state"], reader, &outcome_);
+    }
+
+    bool readSegments() {
+        const auto reader = readerOf("the subjects", [this](const Trees::Row& row) {
+            Value values[4];
+            if (row.number <= 0 || row.number > format::lastSegment || !readRow(row.payload, values)) return;
+            segments_[static_cast<uint32_t>(row.number)] = {static_cast<uint32_t>(values[1].number),
+                                                            static_cast<uint32_t>(values[2].number),
+                                                            std::string(values[3].bytes)};
+        });
+        return trees_.read(roots_["segment"], reader, &outcome_);
+    }
+
+    bool readMessages() {
+        Trees::Reader reader;
+        reader.row = [this](const Trees::Row& row) {
+            if (const uint32_t segment = format::segmentOfRow(row.number); !segments_.contains(segment)) {
+                if (nameless_.insert(segment).second) {
+                    tell("here begin messages of a subject whose name is lost", fileOf(row.page->inLog),
+                         row.page->offset);
+                }
+                return;
+            }
+            if (!give(row, false))
+                tellLost("a row of the page has a wrong checksum", *row.page, {row.number, row.number});
+        };
+        reader.gap = [this](const Trees::Gap& gap) {
+            PageFile::Page page;
+            page.inLog = gap.inLog;
+            page.offset = gap.offset;
+            const std::string what = std::string(gap.wholePage ? "the page " : "a row of the page ") + gap.why;
+            tellLost(what, page, {gap.first, gap.last});
+            if (gap.wholeTree) lost_.push_back({gap.first, gap.last});
+        };
+        reader.goOn = [this] { return goOn(); };
+        return trees_.read(roots_["message"], reader, &outcome_);
+    }
+
+    // Whether the row is a message as it was stored.
+    bool give(const Trees::Row& row, bool outOfPlace) {
+        Value values[5];
+        if (!readRow(row.payload, values)) return false;
+        const auto segment = segments_.find(format::segmentOfRow(row.number));
+        if (segment == segments_.end()) return false;
+        const format::Record record{.subjectNumber = segment->second.subject,
+                                    .number = uint64_t{segment->second.high} << 32 | format::lowOfRow(row.number),
+                                    .expires = values[1].number,
+                                    .reply = values[3].bytes,
+                                    .image = values[4].bytes};
+        if (record.checksum() != static_cast<uint64_t>(values[2].number)) return false;
+        ++found_.messages;
+        found_.bytes += record.image.size();
+        inspector_.message({.subject = segment->second.text,
+                            .subjectNumber = record.subjectNumber,
+                            .number = record.number,
+                            .expires = record.expires,
+                            .reply = record.reply,
+                            .image = record.image,
+                            .outOfPlace = outOfPlace});
+        return true;
+    }
+
+    // One finding for each subject of which messages are lost.
+    void tellLost(const std::string& why, const PageFile::Page& page, Range rows) {
+        const auto first = static_cast<uint64_t>(std::max<int64_t>(rows.first, 0));
+        const auto last = static_cast<uint64_t>(std::max<int64_t>(rows.last, 0));
+        bool told = false;
+        for (auto at = segments_.lower_bound(static_cast<uint32_t>(first >> 32));
+             at != segments_.end() && at->first <= last >> 32; ++at) {
+            const Segment& segment = at->second;
+            const uint64_t base = uint64_t{segment.high} << 32;
+            Finding finding;
+            finding.file = fileOf(page.inLog);
+            finding.offset = page.offset;
+            finding.subject = segment.text;
+            finding.subjectNumber = segment.subject;
+            finding.first = base | (at->first == first >> 32 ? static_cast<uint32_t>(first) : 0);
+            finding.last = base | (at->first == last >> 32 ? static_cast<uint32_t>(last) : UINT32_MAX);
+            finding.text = finding.file + ", byte " + std::to_string(finding.offset) + ": " + why + "; on " +
+                           segment.text +
+                           (finding.first == finding.last
+                                ? " message " + std::to_string(finding.first) + " is lost"
+                                : " messages from " + std::to_string(finding.first) + " to " +
+                                      std::to_string(finding.last) + " are lost, as far as they were kept");
+            tell(std::move(finding));
+            told = true;
+        }
+        if (!told) tell(why, fileOf(page.inLog), page.offset);
+    }
+
+    // Where a page above others is damaged, the rows below it are still in pages to which nothing leads.
+    void readStrays() {
+        for (const uint32_t number : trees_.unseen()) {
+            if (!outcome_.ok() || !goOn()) return;
+            trees_.readLeaf(
+                number,
+                [this](const Trees::Row& row) {
+                    for (const Range& range : lost_) {
+                        if (row.number < range.first || row.number > range.last) continue;
+                        give(row, true);
+                        return;
+                    }
+                },
+                &outcome_);
+        }
+    }
+
+    const PageFile& file_;
+    Trees trees_;
+    Inspector& inspector_;
+    Inspection& found_;
+    Outcome outcome_;
+    uint64_t steps_ = 0;
+    std::map<std::string, uint32_t> roots_;
+    std::map<uint32_t, Segment> segments_;
+    std::set<uint32_t> nameless_;  // segments that messages belong to and that are not there
+    std::vector<Range> lost_;
+};
+
+}  // namespace
+
+Outcome inspect(const std::string& path, Inspector& inspector, Inspection* found) noexcept {
+    try {
+        *found = {};
+        std::unique_ptr<OwnedFile> owned;
+        Outcome outcome = OwnedFile::open(path, OwnedFile::Use::read, &owned);
+        if (outcome.ok()) outcome = format::checkBeginning(owned->descriptor(), owned->path());
+        if (!outcome.ok()) return outcome;
+        PageFile file(owned->descriptor(), owned->path());
+        outcome = file.open();
+        if (!outcome.ok()) return outcome;
+        return Inspecting(file, inspector, found).run();
+    } catch (const std::bad_alloc&) {
+        return {QUORL_NO_MEMORY, {}};
+    }
+}
+
+}  // namespace quorl::certified
