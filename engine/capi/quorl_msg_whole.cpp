@@ -28,15 +28,22 @@ quorl_status quorlMsg_CreateCopy(quorlMsg message, quorlMsg* copy) noexcept {
     Slot* slot;
     Content* content;
     if (quorl_status status = open(message, &slot, &content); status != QUORL_OK) return status;
-    if (slot->content == nullptr) return newMessage(nullptr, Owner::caller, 0, copy);
     if (slot->owner == Owner::outer) {
         // A copy of its own, so that a small inner message does not keep a large outer one in memory.
         Content* own = nullptr;
         const quorl_status status = readImage(content->image, content->size, &own);
         return status != QUORL_OK ? status : newMessage(own, Owner::caller, 0, copy);
     }
-    content->retain();
-    return newMessage(content, Owner::caller, 0, copy);
+    Content* shared = slot->content;
+    if (shared != nullptr) shared->retain();
+    quorlMsg made = nullptr;
+    if (const quorl_status status = newMessage(shared, Owner::caller, 0, &made); status != QUORL_OK) return status;
+    if (!copyAttributes(*slot, *resolve(made))) {
+        dropMessage(*resolve(made));
+        return fail(QUORL_NO_MEMORY, "no memory for the copy of a message");
+    }
+    *copy = made;
+    return QUORL_OK;
 }
 
 quorl_status quorlMsg_GetEnvelope(quorlMsg message, quorlMsg* envelope) noexcept {

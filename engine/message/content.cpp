@@ -100,11 +100,13 @@ Content* newView(Content* base, const uint8_t* image) noexcept {
     return view;
 }
 
-Content* newEnvelopeOver(Content* base) noexcept {
+Content* newEnvelopeOver(Content* base, Attributes attributes) noexcept {
     // A content that only shares another's table is left out of the chain, so that forwarding does not lengthen it.
-    if (base->base != nullptr && base->top == base->base->top) base = base->base;
-    Content* view = newBlock(0);
+    if (base->isEnvelope()) base = base->base;
+    Content* view = newBlock(sizeof(uint32_t) + attributes.size());
     if (view == nullptr) return nullptr;
+    wire::store(view->image, static_cast<uint32_t>(attributes.size()));
+    if (!attributes.empty()) std::memcpy(view->image + sizeof(uint32_t), attributes.data(), attributes.size());
     base->retain();
     view->base = base;
     view->image = base->image;
@@ -113,6 +115,22 @@ Content* newEnvelopeOver(Content* base) noexcept {
     view->count = base->count;
     view->depth = base->depth;
     return view;
+}
+
+Content* withoutAttributes(Content* content) noexcept {
+    if (content->attributes().empty()) return content;
+    Content* plain = content->base;
+    if (plain->sendSubject() == content->sendSubject() && plain->replySubject() == content->replySubject()) {
+        plain->retain();
+    } else {
+        plain = newEnvelopeOver(content);
+        if (plain != nullptr && !plain->copySubjects(*content)) {
+            plain->release();
+            plain = nullptr;
+        }
+    }
+    content->release();
+    return plain;
 }
 
 quorl_status readImage(const uint8_t* bytes, uint32_t size, Content** content) noexcept {

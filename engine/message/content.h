@@ -2,7 +2,9 @@
 //
 // One block holds, in this order: the Content itself, the image, which grows up, free room, the table of fields, which
 // grows down, and behind it the first names' tails (wire::tailsSize bytes). A content is counted; while more than one reference is out it never changes,
-// so that any number of threads may read it. A view is a content whose image lies in another one, its base.
+// so that any number of threads may read it. A view is a content whose image lies in another one, its base. An envelope is
+// one that shares a whole message, its base's, under subjects of its own; attributes, if the message has any, stand in
+// the envelope's block.
 #pragma once
 
 #ifdef __SSE2__
@@ -14,6 +16,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "message/attributes.h"
 #include "message/memory.h"
 #include "message/wire.h"
 
@@ -81,6 +84,15 @@ class alignas(cacheLine) Content {
         return {longReply != nullptr ? longReply : shortReply, replyLength};
     }
 
+    // Of envelopes alone: their own blocks begin with the size of the attributes.
+    bool isEnvelope() const noexcept { return base != nullptr && top == base->top; }
+    Attributes attributes() const noexcept {
+        if (!isEnvelope()) [[likely]]
+            return {};
+        const auto* own = reinterpret_cast<const uint8_t*>(this + 1);
+        return {own + sizeof(uint32_t), wire::load<uint32_t>(own)};
+    }
+
     // Bytes between the image and the table; of an own image only.
     size_t room() const noexcept {
         return static_cast<size_t>(reinterpret_cast<const uint8_t*>(top - count) - (image + size));
@@ -127,8 +139,13 @@ Content* copyContent(const Content& from, size_t grow) noexcept;
 // A content without subjects over an image inside base, which has been checked. Null: no memory.
 Content* newView(Content* base, const uint8_t* image) noexcept;
 
-// A content over the image and table of base, with no subjects yet. Null: no memory.
-Content* newEnvelopeOver(Content* base) noexcept;
+// A content over the image and table of base, with no subjects yet, and with these attributes alone, which are within
+// attributesMax. Null: no memory.
+Content* newEnvelopeOver(Content* base, Attributes attributes = {}) noexcept;
+
+// The same message without attributes: the content itself when it has none, the one below it where that has the same
+// subjects, otherwise a new one. The caller's reference is passed on. Null: no memory, and the reference is given back.
+Content* withoutAttributes(Content* content) noexcept;
 
 // A content made from bytes that come from outside. QUORL_CORRUPT_MSG, QUORL_NO_MEMORY.
 quorl_status readImage(const uint8_t* bytes, uint32_t size, Content** content) noexcept;

@@ -35,6 +35,10 @@ const void* ContentRef::bytes() const noexcept {
     return content_->image;
 }
 
+std::span<const uint8_t> ContentRef::attributes() const noexcept {
+    return content_->attributes();
+}
+
 void prefetchFar(Content* content) noexcept {
     auto* block = reinterpret_cast<char*>(content);
     prefetchToWrite(block);
@@ -66,7 +70,7 @@ quorl_status setReplySubject(quorlMsg message, std::string_view subject) noexcep
 
 quorl_status withSubjects(const ContentRef& content, std::string_view sendSubject, std::string_view replySubject,
                           ContentRef* changed) noexcept {
-    ContentRef made = ContentRef::adopt(newEnvelopeOver(content.get()));
+    ContentRef made = ContentRef::adopt(newEnvelopeOver(content.get(), content.attributes()));
     if (!made || !made.get()->setSendSubject(sendSubject) || !made.get()->setReplySubject(replySubject)) {
         return fail(QUORL_NO_MEMORY, "no memory for a message");
     }
@@ -74,8 +78,23 @@ quorl_status withSubjects(const ContentRef& content, std::string_view sendSubjec
     return QUORL_OK;
 }
 
+quorl_status withAttributes(const ContentRef& content, std::span<const uint8_t> attributes,
+                            ContentRef* changed) noexcept {
+    ContentRef made;
+    if (attributes.empty()) {
+        made = ContentRef::adopt(withoutAttributes(ContentRef(content).release()));
+    } else {
+        made = ContentRef::adopt(newEnvelopeOver(content.get(), attributes));
+        if (made && !made.get()->copySubjects(*content.get())) made = {};
+    }
+    if (!made) return fail(QUORL_NO_MEMORY, "no memory for the attributes of a message");
+    *changed = std::move(made);
+    return QUORL_OK;
+}
+
 quorl_status contentFromBytes(const void* bytes, size_t size, std::string_view sendSubject,
-                              std::string_view replySubject, ContentRef* content) noexcept {
+                              std::string_view replySubject, ContentRef* content,
+                              std::span<const uint8_t> attributes) noexcept {
     if (!sendSubject.empty() && !subject::validForSending(sendSubject)) {
         return fail(QUORL_INVALID_SUBJECT, "the subject of a message from outside is malformed");
     }
@@ -94,16 +113,53 @@ quorl_status contentFromBytes(const void* bytes, size_t size, std::string_view s
         made->release();
         return fail(QUORL_NO_MEMORY, "no memory for the subjects of a message");
     }
-    *content = ContentRef::adopt(made);
+    ContentRef read = ContentRef::adopt(made);
+    if (!attributes.empty()) return withAttributes(read, attributes, content);
+    *content = std::move(read);
     return QUORL_OK;
 }
 
+namespace {
+
+quorl_status newPlain(ContentRef content, Owner owner, uint32_t event, quorlMsg* message) noexcept {
+    Content* plain = withoutAttributes(content.release());
+    if (plain == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a message");
+    return newMessage(plain, owner, event, message);
+}
+
+quorl_status newWhole(ContentRef content, Owner owner, uint32_t event, quorlMsg* message) noexcept {
+    ContentRef whole;
+    if (!content.attributes().empty()) whole = content;
+    const quorl_status status = newPlain(std::move(content), owner, event, message);
+    if (status == QUORL_OK) resolve(*message)->received = whole.release();
+    return status;
+}
+
+}  // namespace
+
 quorl_status deliver(ContentRef content, uint32_t event, quorlMsg* message) noexcept {
-    return newMessage(content.release(), Owner::library, event, message);
+    return newPlain(std::move(content), Owner::library, event, message);
 }
 
 quorl_status handOver(ContentRef content, quorlMsg* message) noexcept {
-    return newMessage(content.release(), Owner::caller, 0, message);
+    return newPlain(std::move(content), Owner::caller, 0, message);
+}
+
+quorl_status deliverWhole(ContentRef content, uint32_t event, quorlMsg* message) noexcept {
+    return newWhole(std::move(content), Owner::library, event, message);
+}
+
+quorl_status handOverWhole(ContentRef content, quorlMsg* message) noexcept {
+    return newWhole(std::move(content), Owner::caller, 0, message);
+}
+
+quorl_status received(quorlMsg message, ContentRef* content) noexcept {
+    Slot* slot;
+    if (const quorl_status status = find(message, &slot); status != QUORL_OK) return status;
+    Content* whole = slot->owner != Owner::outer ? slot->received : nullptr;
+    if (whole != nullptr) whole->retain();
+    *content = ContentRef::adopt(whole);
+    return QUORL_OK;
 }
 
 void finishDelivery(quorlMsg message) noexcept {

@@ -14,6 +14,7 @@ namespace quorl::message {
 
 class Content;
 struct Borrowed;
+struct OwnAttributes;
 
 // Who may destroy a message.
 enum class Owner : uint8_t {
@@ -34,10 +35,16 @@ struct alignas(cacheLine) Slot {
         Content* outerContent;  // Owner::outer: the content that image lies in; kept by the outer message
         Slot* nextBatch;
     };
-    const uint8_t* image;  // Owner::outer: its image
-    Slot* sibling;         // Owner::outer: the next one of the same outer message
-    Borrowed* borrowed;    // what was handed out and must be taken back; null: nothing
-    uint32_t brackets;     // open reference brackets
+    union {
+        Content* received;     // counted: what was delivered with attributes, as it came; null: nothing was
+        const uint8_t* image;  // Owner::outer: its image
+    };
+    union {
+        OwnAttributes* attributes;  // the handle's own; null: none
+        Slot* sibling;              // Owner::outer: the next one of the same outer message
+    };
+    Borrowed* borrowed;  // what was handed out and must be taken back; null: nothing
+    uint32_t brackets;   // open reference brackets
     Owner owner;
     bool lent;  // in a bracket: pointers into the content were given out since it was last retained
 };

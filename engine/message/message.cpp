@@ -1,6 +1,8 @@
 // The life of messages and the reading of their fields.
 #include "message/message.h"
 
+#include <new>
+
 #include "message/pool.h"
 
 namespace quorl::message {
@@ -61,6 +63,8 @@ Slot* openSlot(Owner owner) noexcept {
     if (slot == nullptr) return nullptr;
     slot->content = nullptr;
     slot->event = 0;
+    slot->received = nullptr;
+    slot->attributes = nullptr;
     slot->borrowed = nullptr;
     slot->brackets = 0;
     slot->owner = owner;
@@ -86,8 +90,43 @@ void dropMessage(Slot& slot) noexcept {
     if (slot.next >> handles::indexBits == 0) slot.next += handles::useStep;
     slot.live.store(0, std::memory_order_release);
     if (slot.borrowed != nullptr) dropBorrowed(slot);
+    if (slot.owner != Owner::outer) dropAttributes(slot);
     if (slot.content != nullptr) slot.content->release();
     pool::releaseSlot(&slot, slot.owner == Owner::outer ? 0 : -1);
+}
+
+namespace {
+
+void replaceOwn(Slot& slot, OwnAttributes* by) noexcept {
+    if (slot.attributes != nullptr) deallocate(slot.attributes);
+    slot.attributes = by;
+}
+
+}  // namespace
+
+void dropBoth(Slot& slot) noexcept {
+    if (slot.received != nullptr) slot.received->release();
+    slot.received = nullptr;
+    replaceOwn(slot, nullptr);
+}
+
+bool setAttributes(Slot& slot, Attributes attributes) noexcept {
+    OwnAttributes* made = nullptr;
+    if (!attributes.empty()) {
+        void* memory = allocate(sizeof(OwnAttributes) + attributes.size());
+        if (memory == nullptr) return false;
+        made = new (memory) OwnAttributes{static_cast<uint32_t>(attributes.size())};
+        std::memcpy(made + 1, attributes.data(), attributes.size());
+    }
+    replaceOwn(slot, made);
+    return true;
+}
+
+bool copyAttributes(const Slot& from, Slot& to) noexcept {
+    if (from.attributes != nullptr && !setAttributes(to, from.attributes->bytes())) return false;
+    if (from.received != nullptr) from.received->retain();
+    to.received = from.received;
+    return true;
 }
 
 Content* missingContent(Slot& slot) noexcept {

@@ -22,6 +22,24 @@ quorl_status newMessage(Content* content, Owner owner, uint32_t event, quorlMsg*
 // Ends a message: its handle, what it handed out, its content.
 void dropMessage(Slot& slot) noexcept;
 
+// ---- attributes of a handle; not of messages inside others --------------------------------------------------------
+
+// What the program has set on a handle; the bytes follow.
+struct OwnAttributes {
+    uint32_t size;
+    Attributes bytes() const noexcept { return {reinterpret_cast<const uint8_t*>(this + 1), size}; }
+};
+
+// False: no memory, and nothing is changed. Empty ones take away what is there.
+bool setAttributes(Slot& slot, Attributes attributes) noexcept;
+// Both kinds, to a slot that has none. False: no memory.
+bool copyAttributes(const Slot& from, Slot& to) noexcept;
+void dropBoth(Slot& slot) noexcept;
+inline void dropAttributes(Slot& slot) noexcept {
+    if (slot.received != nullptr || slot.attributes != nullptr) [[unlikely]]
+        dropBoth(slot);
+}
+
 // ---- reading ----------------------------------------------------------------------------------------------------
 
 // The slot of a handle with the failure reported.

@@ -415,6 +415,7 @@ quorl_status reset(Slot& slot) noexcept {
     if (!borrowed.begin(slot)) return fail(QUORL_NO_MEMORY, "no memory to keep what a bracket has handed out");
     const bool keep = borrowed.keepsContent();
     borrowed.commit(slot);
+    dropAttributes(slot);
     Content* content = slot.content;
     if (content == nullptr) return QUORL_OK;
     // A message that is emptied is filled again as a rule, so that it keeps its block, unless that is a large one.

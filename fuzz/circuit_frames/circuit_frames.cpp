@@ -3,6 +3,7 @@
 //
 // A message carries its own number as bytes. What an end delivers is held against what it was given: the n-th delivery is a
 // message that came under the number n.
+#include <algorithm>
 #include <array>
 #include <deque>
 #include <map>
@@ -37,13 +38,20 @@ message::ContentRef contentOf(std::string_view bytes) {
     message::ContentRef content;
     require(message::snapshot(message, &content) == QUORL_OK, "a message has no content");
     quorlMsg_Destroy(message);
+    // Some have attributes: those that begin with a bit that half of all bytes have.
+    if (!bytes.empty() && (bytes[0] & 1) != 0) {
+        const auto* from = reinterpret_cast<const uint8_t*>(bytes.data());
+        require(message::withAttributes(content, {from, std::min(bytes.size(), message::attributesMax)}, &content) ==
+                    QUORL_OK,
+                "attributes cannot be added");
+    }
     return content;
 }
 
 bool same(const message::ContentRef& a, const message::ContentRef& b) {
     if (!a || !b) return !a && !b;
     return a.sendSubject() == b.sendSubject() && a.replySubject() == b.replySubject() && a.byteSize() == b.byteSize() &&
-           std::memcmp(a.bytes(), b.bytes(), a.byteSize()) == 0;
+           std::memcmp(a.bytes(), b.bytes(), a.byteSize()) == 0 && std::ranges::equal(a.attributes(), b.attributes());
 }
 
 // Through a message and back, as frames travel.

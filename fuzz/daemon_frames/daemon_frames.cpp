@@ -56,7 +56,7 @@ struct Ear {
 
 bool same(const message::ContentRef& a, const message::ContentRef& b) {
     return a.sendSubject() == b.sendSubject() && a.replySubject() == b.replySubject() && a.byteSize() == b.byteSize() &&
-           std::memcmp(a.bytes(), b.bytes(), a.byteSize()) == 0;
+           std::memcmp(a.bytes(), b.bytes(), a.byteSize()) == 0 && std::ranges::equal(a.attributes(), b.attributes());
 }
 
 // What an assembler may make of the parts, without bounds: the bytes of each entry that came in order.
@@ -123,13 +123,16 @@ class Run {
                 return send(to, onWire, std::string(decide_.counted()));
             }
             case 2: {  // entries as they stand
-                std::string payload = head(FrameKind::entries);
+                std::string payload = head(kind >= 128 ? FrameKind::attributed : FrameKind::entries);
                 payload += decide_.counted();
                 return send(to, subject(to), payload);
             }
             case 3: {  // entries that fit, one after the other
-                std::string payload = head(FrameKind::entries);
-                for (int i = decide_.byte() % 4; i >= 0; --i) payload += entry();
+                std::string payload = head(kind >= 128 ? FrameKind::attributed : FrameKind::entries);
+                for (int i = decide_.byte() % 4; i >= 0; --i) {
+                    payload += entry();
+                    if (kind >= 128) payload += trailer();
+                }
                 return send(to, subject(to), payload);
             }
             case 4:  // an image by itself
@@ -141,6 +144,15 @@ class Run {
             default:
                 return other(to);
         }
+    }
+
+    std::string trailer() {
+        const std::string_view bytes = decide_.counted().substr(0, message::attributesMax);
+        if (bytes.empty()) return {};
+        std::string made(message::trailer::sizeFor(bytes.size()), '\0');
+        message::trailer::write(reinterpret_cast<uint8_t*>(made.data()),
+                                {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+        return made;
     }
 
     // Of few senders, most of which have lost no connection.
@@ -284,17 +296,23 @@ class Run {
     void read(const Block& block) {
         FrameKind kind;
         if (!readKind(block.data(), block.size(), &kind)) return;
-        if (kind == FrameKind::entries) {
+        if (kind == FrameKind::entries || kind == FrameKind::attributed) {
+            const bool trailed = kind == FrameKind::attributed;
             Origin origin;
             if (!readOrigin(block.data(), block.size(), &origin)) return;
             size_t at = entriesHeaderSize;
             Entry entry;
             size_t used = 0;
-            while (readEntry(block.data() + at, block.size() - at, &entry, &used)) {
+            while (readEntry(block.data() + at, block.size() - at, &entry, &used, trailed)) {
                 require(used != 0 && used <= block.size() - at, "an entry claims more than there is");
-                require(entry.image >= block.data() + at && entry.image + entry.size == block.data() + at + used,
-                        "an entry's image is not at its end");
-                require(entry.replySubject.size() + entry.size + 1 == used, "an entry's pieces are not the entry");
+                require(trailed == !entry.attributes.empty() && entry.attributes.size() <= message::attributesMax,
+                        "an entry has attributes that none can have");
+                const size_t behind = message::trailer::sizeFor(entry.attributes.size());
+                require(
+                    entry.image >= block.data() + at && entry.image + entry.size + behind == block.data() + at + used,
+                    "an entry's image is not at its end");
+                require(entrySize(entry.replySubject.size(), entry.size, entry.attributes.size()) == used,
+                        "an entry's pieces are not the entry");
                 at += used;
             }
         }

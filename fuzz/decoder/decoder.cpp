@@ -6,6 +6,7 @@
 #include <map>
 #include <vector>
 
+#include "message/attributes.h"
 #include "message/delivery.h"
 #include "message/wire.h"
 #include "quorl/private.h"
@@ -105,6 +106,18 @@ void readAll(quorlMsg message, int level) {
     touch(text, std::strlen(text));
 }
 
+void readTrailer(const uint8_t* data, size_t size) {
+    Attributes attributes;
+    size_t used = 0;
+    if (!trailer::read(data, size, &attributes, &used)) return;
+    require(!attributes.empty() && attributes.size() <= attributesMax, "a trailer has attributes that none can have");
+    require(used == trailer::sizeFor(attributes.size()) && used <= size, "a trailer claims more than there is");
+    require(attributes.data() + attributes.size() == data + used, "the attributes are not at the trailer's end");
+    std::vector<uint8_t> again(used);
+    trailer::write(again.data(), attributes);
+    require(std::memcmp(again.data(), data, used) == 0, "an accepted trailer has another form");
+}
+
 void decode(const uint8_t* data, size_t size) {
     ContentRef content;
     if (contentFromBytes(data, size, "fuzz.in", "", &content) != QUORL_OK) return;
@@ -125,6 +138,7 @@ void decode(const uint8_t* data, size_t size) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     decode(data, size);
+    readTrailer(data, size);
     // With a header that fits, so that what lies behind it is looked at however long it is.
     if (size > wire::headerSize) {
         std::vector<uint8_t> fitted(data, data + size);

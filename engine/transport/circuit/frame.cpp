@@ -4,6 +4,7 @@
 #include <array>
 #include <new>
 
+#include "message/attributes.h"
 #include "message/builder.h"
 #include "message/fields.h"
 #include "quorl/quorl.h"
@@ -14,7 +15,18 @@ namespace quorl::transport::circuit {
 namespace {
 
 // Field ids. A frame without protocol field, or of another version, is none.
-enum : uint16_t { idVersion = 1, idKind, idSession, idSequence, idAcknowledged, idFrom, idSend, idReply, idBytes };
+enum : uint16_t {
+    idVersion = 1,
+    idKind,
+    idSession,
+    idSequence,
+    idAcknowledged,
+    idFrom,
+    idSend,
+    idReply,
+    idBytes,
+    idTrailer
+};
 constexpr uint8_t version = 1;
 
 // Looks a field up by its id alone. False: not there, or of another type.
@@ -43,7 +55,14 @@ bool readContent(quorlMsg message, message::ContentRef* content) noexcept {
     if (!subject::validForSending(send) || (!reply.empty() && !subject::validForSending(reply))) return false;
     // The peer is another process: neither a message nor a reply to it becomes an advisory of this one.
     if (local::staysHere(send) || local::staysHere(reply)) return false;
-    return message::contentFromBytes(bytes.data.buf, bytes.size, send, reply, content) == QUORL_OK;
+    message::Attributes attributes;
+    quorlMsgField trailer;
+    if (find(message, idTrailer, QUORLMSG_OPAQUE, &trailer)) {
+        size_t used = 0;
+        const auto* from = static_cast<const uint8_t*>(trailer.data.buf);
+        if (!message::trailer::read(from, trailer.size, &attributes, &used) || used != trailer.size) return false;
+    }
+    return message::contentFromBytes(bytes.data.buf, bytes.size, send, reply, content, attributes) == QUORL_OK;
 }
 
 }  // namespace
@@ -61,6 +80,12 @@ quorl_status encode(const Frame& frame, std::string_view to, message::ContentRef
         message.text(idSend, frame.content.sendSubject().data());
         if (!frame.content.replySubject().empty()) message.text(idReply, frame.content.replySubject().data());
         message.bytes(idBytes, frame.content.bytes(), frame.content.byteSize());
+        if (const message::Attributes attributes = frame.content.attributes(); !attributes.empty()) {
+            std::array<uint8_t, message::trailer::mostBytes> trailer;
+            message::trailer::write(trailer.data(), attributes);
+            message.bytes(idTrailer, trailer.data(),
+                          static_cast<uint32_t>(message::trailer::sizeFor(attributes.size())));
+        }
     }
     return message.content(to, wire);
 }

@@ -193,7 +193,7 @@ TEST(Frame, onlyOursHaveAKind) {
     EXPECT_TRUE(readKind(good, 4, &kind));
     EXPECT_FALSE(readKind(good, 3, &kind));
     for (const auto& bad :
-         {std::array<uint8_t, 4>{'Q', 'N', 1, 0}, {'Q', 'N', 1, 4}, {'Q', 'N', 2, 1}, {'Q', 'M', 1, 1}})
+         {std::array<uint8_t, 4>{'Q', 'N', 1, 0}, {'Q', 'N', 1, 5}, {'Q', 'N', 2, 1}, {'Q', 'M', 1, 1}})
         EXPECT_FALSE(readKind(bad.data(), bad.size(), &kind));
 }
 

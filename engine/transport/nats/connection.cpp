@@ -77,14 +77,15 @@ Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Lim
       connectTimeout_(nanosecondsOf(limits.connectTimeout)),
       readyCheck_(readyCheck),
       inbound_(wirePrefix(key_.network, key_.service)),
-      probeSubject_(inbound_.prefix + "_MARK." + hexadecimal(randomId())),
+      probeSubject_(inbound_.prefix + "_PROBE." + hexadecimal(randomId())),
       outbox_(inbound_.prefix, limits.reconnectBuffer, observers_),
       name_(key_.description.empty() ? defaultName() : key_.description),
       writer_(message::wire::load<uint64_t>(randomId().data())),
       servers_(std::move(servers)),
       chance_(message::wire::load<uint64_t>(randomId().data())) {
     observers_.add(log_);
-    observers_.largestMessage(largestEntry - static_cast<uint32_t>(entrySize(QUORL_SUBJECT_MAX, 0)));
+    observers_.largestMessage(largestEntry -
+                              static_cast<uint32_t>(entrySize(QUORL_SUBJECT_MAX, 0, message::attributesMax)));
 }
 
 Connection::~Connection() {

@@ -283,7 +283,7 @@ TEST_F(OverScriptedDaemon, aProbeFollowsWhatWasSentAfterSoManyBytes) {
     ASSERT_TRUE(daemon_.waitForBytes(bytes));
     std::vector<size_t> between{0};
     for (const auto& one : daemon_.published()) {
-        if (one.subject.find("._MARK.") != std::string::npos) {
+        if (one.subject.find("._PROBE.") != std::string::npos) {
             between.push_back(0);
         } else {
             between.back() += one.size;

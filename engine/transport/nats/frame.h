@@ -3,13 +3,14 @@
 // docs/reference/daemon-wire.md says the same in words.
 //
 // An entry is one message: the length of its reply subject in a byte, the reply subject, its wire image, whose header says
-// how long it is. Everything is little-endian.
+// how long it is, and in payloads of messages with attributes its trailer. Everything is little-endian.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
 #include <string_view>
 
+#include "message/attributes.h"
 #include "message/wire.h"
 #include "quorl/quorl.h"
 
@@ -18,7 +19,8 @@ namespace quorl::transport::nats {
 inline constexpr uint32_t frameMagic = 'Q' | 'N' << 8 | 1 << 16;  // with the version, and 0 for the kind
 
 // image: the payload is a message's wire image, which has a magic of its own, and there is no reply subject.
-enum class FrameKind : uint8_t { image = 0, entries = 1, part = 2, probe = 3 };
+// attributed: entries each of which has a trailer (message/attributes.h).
+enum class FrameKind : uint8_t { image = 0, entries = 1, part = 2, probe = 3, attributed = 4 };
 
 inline constexpr uint32_t frameHeaderSize = 4;
 
@@ -55,15 +57,17 @@ struct Entry {
     std::string_view replySubject;
     const uint8_t* image = nullptr;
     uint32_t size = 0;  // of the image
+    message::Attributes attributes;
 };
 
 // Bytes of an entry.
-constexpr size_t entrySize(size_t replyLength, size_t imageSize) noexcept {
-    return 1 + replyLength + imageSize;
+constexpr size_t entrySize(size_t replyLength, size_t imageSize, size_t attributes = 0) noexcept {
+    return 1 + replyLength + imageSize + message::trailer::sizeFor(attributes);
 }
 
-// Reads the entry at the front of size bytes; *used gets its length. False: there is none that is whole.
-inline bool readEntry(const uint8_t* bytes, size_t size, Entry* entry, size_t* used) noexcept {
+// Reads the entry at the front of size bytes; *used gets its length. trailed: it ends with a trailer. False: there is none
+// that is whole.
+inline bool readEntry(const uint8_t* bytes, size_t size, Entry* entry, size_t* used, bool trailed = false) noexcept {
     if (size < 1) return false;
     const size_t reply = bytes[0];
     if (reply > QUORL_SUBJECT_MAX || size < 1 + reply + message::wire::headerSize) return false;
@@ -74,12 +78,18 @@ inline bool readEntry(const uint8_t* bytes, size_t size, Entry* entry, size_t* u
     entry->image = image;
     entry->size = imageSize;
     *used = 1 + reply + imageSize;
+    entry->attributes = {};
+    if (!trailed) return true;
+    size_t trailer;
+    if (!message::trailer::read(bytes + *used, size - *used, &entry->attributes, &trailer)) return false;
+    *used += trailer;
     return true;
 }
 
 // ---- parts
 
-// Of an entry that is too large for one message of the daemon. Parts come in order, without gaps.
+// Of an entry that is too large for one message of the daemon. Parts come in order, without gaps. What stands behind the image
+// in the whole is its trailer.
 struct Part {
     Origin origin;
     uint64_t number = 0;  // of the entry; a sender uses it once
@@ -127,7 +137,8 @@ inline bool readKind(const uint8_t* bytes, size_t size, FrameKind* kind) noexcep
     }
     if ((head & 0xffffffu) != frameMagic) return false;
     *kind = static_cast<FrameKind>(head >> 24);
-    return *kind == FrameKind::entries || *kind == FrameKind::part || *kind == FrameKind::probe;
+    return *kind == FrameKind::entries || *kind == FrameKind::part || *kind == FrameKind::probe ||
+           *kind == FrameKind::attributed;
 }
 
 }  // namespace quorl::transport::nats

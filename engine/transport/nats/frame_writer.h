@@ -42,8 +42,7 @@ class FrameWriter {
     bool failed() const noexcept { return failed_; }
 
   private:
-    bool writeEntry(PayloadSink& sink, const char* wireSubject, std::string_view reply, const uint8_t* image,
-                    uint32_t size, bool mayStop) noexcept;
+    bool writeEntry(PayloadSink& sink, const char* wireSubject, const Entry& entry, bool mayStop) noexcept;
 
     Origin origin_;
     uint32_t entryAt_ = 0;     // in a frame whose messages go one by one: the next one; 0: none went

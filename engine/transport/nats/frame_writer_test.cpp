@@ -39,7 +39,8 @@ struct Daemon final : PayloadSink {
         FrameKind kind{};
         EXPECT_TRUE(readKind(payload, size, &kind));
         if (kind == FrameKind::image) images.emplace_back(reinterpret_cast<const char*>(payload), size);
-        if (kind == FrameKind::entries) readEntries(payload + entriesHeaderSize, size - entriesHeaderSize);
+        if (kind == FrameKind::entries || kind == FrameKind::attributed)
+            readEntries(payload + entriesHeaderSize, size - entriesHeaderSize, kind == FrameKind::attributed);
         if (kind == FrameKind::part) {
             Part part;
             EXPECT_TRUE(readPart(payload, size, &part));
@@ -48,16 +49,23 @@ struct Daemon final : PayloadSink {
             EXPECT_EQ(part.offset, whole.size());
             EXPECT_EQ(part.number, number);
             whole.append(reinterpret_cast<const char*>(part.data), part.size);
-            if (whole.size() == part.total) readEntries(reinterpret_cast<const uint8_t*>(whole.data()), whole.size());
+            if (whole.size() == part.total) readWhole(reinterpret_cast<const uint8_t*>(whole.data()), whole.size());
         }
         return true;
     }
     bool takesMore() noexcept override { return room-- != 0; }
-    void readEntries(const uint8_t* bytes, size_t size) {
+    void readWhole(const uint8_t* bytes, size_t size) {
+        Entry entry;
+        size_t used = 0;
+        ASSERT_TRUE(readEntry(bytes, size, &entry, &used));
+        readEntries(bytes, size, used < size);
+    }
+    void readEntries(const uint8_t* bytes, size_t size, bool trailed) {
         while (size != 0) {
             Entry entry;
             size_t used = 0;
-            ASSERT_TRUE(readEntry(bytes, size, &entry, &used));
+            ASSERT_TRUE(readEntry(bytes, size, &entry, &used, trailed));
+            attributes.emplace_back(entry.attributes.begin(), entry.attributes.end());
             images.emplace_back(reinterpret_cast<const char*>(entry.image), entry.size);
             replies.emplace_back(entry.replySubject);
             bytes += used;
@@ -72,6 +80,7 @@ struct Daemon final : PayloadSink {
     size_t published = 0;
     std::vector<std::string> images;
     std::vector<std::string> replies;
+    std::vector<std::string> attributes;
     std::string whole;
     uint64_t number = 0;
 };
@@ -82,12 +91,19 @@ struct Writing : testing::Test {
     FrameWriter writer{123};
     Daemon daemon;
     std::vector<std::string> expected;
+    std::vector<std::string> attributes;
 
     Writing() { outbox.setConnected(true); }
-    void put(size_t bytes, const char* reply = nullptr) {
-        const message::ContentRef content = contentOf("a", bytes, reply);
+    void put(size_t bytes, const char* reply = nullptr, const std::string& beside = {}) {
+        message::ContentRef content = contentOf("a", bytes, reply);
+        if (!beside.empty()) {
+            ASSERT_EQ(message::withAttributes(content, {reinterpret_cast<const uint8_t*>(beside.data()), beside.size()},
+                                              &content),
+                      QUORL_OK);
+        }
         size_t waiting = 0;
         ASSERT_EQ(outbox.put(content, forever, &waiting), QUORL_OK);
+        attributes.push_back(beside);
         expected.emplace_back(static_cast<const char*>(content.bytes()), content.byteSize());
     }
     // Writes everything, and gives a frame that did not go another try.
@@ -102,6 +118,7 @@ struct Writing : testing::Test {
     void expectAll() {
         ASSERT_EQ(daemon.images.size(), expected.size());
         for (size_t i = 0; i < expected.size(); ++i) EXPECT_TRUE(daemon.images[i] == expected[i]) << i;
+        EXPECT_EQ(daemon.attributes, attributes);
     }
 };
 
@@ -155,6 +172,22 @@ TEST_F(Writing, whatWentInPartsGoesOnInParts) {
     expectAll();
 }
 
+// Frames with trailers and frames without are told apart, and either goes in any pieces.
+TEST_F(Writing, attributesTravelBesideTheImages) {
+    for (const int64_t limit : {512, 4096, 1 << 20}) {
+        daemon.now = *PayloadLimit::announced(limit);
+        const std::string most(message::attributesMax, 'm');
+        put(10);
+        put(10, nullptr, "a");
+        put(10, "_INBOX.x.1", most);
+        put(5000, nullptr, "bc");
+        put(100'000, "_INBOX.x.1", most);
+        put(10);
+        write();
+        expectAll();
+    }
+}
+
 TEST_F(Writing, aFrameGoesOnWhereItStoppedOrAnew) {
     daemon.now = PayloadLimit();
     put(10);
@@ -169,11 +202,13 @@ TEST_F(Writing, aFrameGoesOnWhereItStoppedOrAnew) {
     EXPECT_TRUE(writer.write(daemon, *chunk, chunk->frames[0]));
     expectAll();
     daemon.images.clear();
+    daemon.attributes.clear();
     daemon.now = PayloadLimit();
     daemon.refuse = 2;
     EXPECT_FALSE(writer.write(daemon, *chunk, chunk->frames[0]));
     daemon.refuse = -1;
     daemon.images.clear();
+    daemon.attributes.clear();
     writer.restart();
     EXPECT_TRUE(writer.write(daemon, *chunk, chunk->frames[0]));
     expectAll();

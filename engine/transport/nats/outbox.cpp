@@ -57,7 +57,9 @@ void Outbox::dropExpired() noexcept {
 quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, size_t* waiting) noexcept {
     const std::string_view subject = content.sendSubject();
     const std::string_view reply = content.replySubject();
-    const size_t entry = entrySize(reply.size(), content.byteSize());
+    const message::Attributes attributes = content.attributes();
+    const FrameKind kind = attributes.empty() ? FrameKind::entries : FrameKind::attributed;
+    const size_t entry = entrySize(reply.size(), content.byteSize(), attributes.size());
     if (entry > largestEntry)
         return fail(QUORL_INVALID_SIZE, "a message of %u bytes is larger than a daemon's transport carries (%u)",
                     content.byteSize(), largestEntry);
@@ -79,7 +81,7 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
     }
     try {
         const bool copied = entry <= largestCopied;
-        const bool sameSubject = open_ && subject.size() == lastSubjectSize_ &&
+        const bool sameSubject = open_ && kind == lastKind_ && subject.size() == lastSubjectSize_ &&
                                  std::memcmp(subject.data(), lastSubject_.data(), subject.size()) == 0;
         size_t cost = entry;
         Chunk* chunk = chunks_.empty() ? nullptr : chunks_.back().get();
@@ -107,12 +109,13 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
             chunk->frames.push_back(frame);
             std::memcpy(chunk->bytes.get() + chunk->used, wire.c_str(), wire.size() + 1);
             if (copied) {
-                message::wire::store(chunk->bytes.get() + frame.payload, frameHead(FrameKind::entries));
+                message::wire::store(chunk->bytes.get() + frame.payload, frameHead(kind));
                 writeOrigin(chunk->bytes.get() + frame.payload, {});
             }
             chunk->used += head;
             cost += head;
             open_ = copied;
+            lastKind_ = kind;
             lastSubjectSize_ = subject.size();
             std::memcpy(lastSubject_.data(), subject.data(), subject.size());
         }
@@ -121,6 +124,7 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
             *to = static_cast<uint8_t>(reply.size());
             if (!reply.empty()) std::memcpy(to + 1, reply.data(), reply.size());
             std::memcpy(to + 1 + reply.size(), content.bytes(), content.byteSize());
+            if (!attributes.empty()) message::trailer::write(to + 1 + reply.size() + content.byteSize(), attributes);
             chunk->used += entry;
         }
         chunk->cost += cost;

@@ -109,6 +109,7 @@ class Outbox {
     bool shut_ GUARDED_BY(lock_) = false;
     bool refused_ GUARDED_BY(lock_) = false;  // a message, for want of room; no room was reported since
     bool open_ GUARDED_BY(lock_) = false;     // the last frame of the last chunk takes more messages of lastSubject_
+    FrameKind lastKind_ GUARDED_BY(lock_) = FrameKind::entries;  // of that frame
     std::array<char, QUORL_SUBJECT_MAX> lastSubject_ GUARDED_BY(lock_);
     size_t lastSubjectSize_ GUARDED_BY(lock_) = 0;
     std::deque<std::unique_ptr<Chunk>> chunks_ GUARDED_BY(lock_);

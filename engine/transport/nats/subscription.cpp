@@ -55,7 +55,7 @@ void Subscription::received(std::string_view wireSubject, const uint8_t* payload
         return;
     }
     if (kind == FrameKind::image) {
-        take(subject.view(), payload, size, true);
+        take(subject.view(), payload, size, Form::image);
         return;
     }
     Origin origin;
@@ -68,8 +68,9 @@ void Subscription::received(std::string_view wireSubject, const uint8_t* payload
                         subject.view());
         return;
     }
-    if (kind == FrameKind::entries) {
-        take(subject.view(), payload + entriesHeaderSize, size - entriesHeaderSize, false);
+    if (kind == FrameKind::entries || kind == FrameKind::attributed) {
+        take(subject.view(), payload + entriesHeaderSize, size - entriesHeaderSize,
+             kind == FrameKind::attributed ? Form::attributed : Form::entries);
         return;
     }
     Part part;
@@ -83,7 +84,15 @@ void Subscription::received(std::string_view wireSubject, const uint8_t* payload
     // Subjects of such messages are not kept: what is told is the one of the part that showed it.
     for (uint64_t i = inbound_.assembler.dropped(); i > dropped; --i)
         inbound_.reject("its parts did not fit together, came too late or were too much", subject.view());
-    if (complete) take(subject.view(), whole->data(), whole->size(), false);
+    if (complete) take(subject.view(), whole->data(), whole->size(), formOfWhole(*whole));
+}
+
+// What stands behind the image of one entry is its trailer.
+Subscription::Form Subscription::formOfWhole(const std::vector<uint8_t>& bytes) noexcept {
+    Entry entry;
+    size_t used;
+    return readEntry(bytes.data(), bytes.size(), &entry, &used) && used < bytes.size() ? Form::attributed
+                                                                                       : Form::entries;
 }
 
 // Without memory nobody is late: the order is worth less than the message.
@@ -95,7 +104,7 @@ bool Subscription::isLate(const Origin& origin) noexcept {
     }
 }
 
-void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t size, bool image) noexcept {
+void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t size, Form form) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return;
     ReadGuard guard(*thread);
@@ -120,11 +129,14 @@ void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t s
         if (count == 0) return;
     }
     while (size != 0) {
-        Entry entry{{}, bytes, static_cast<uint32_t>(size)};
+        Entry entry{{}, bytes, static_cast<uint32_t>(size), {}};
         size_t used = size;
         message::ContentRef content;
-        if (!image && !readEntry(bytes, size, &entry, &used)) {
-            inbound_.reject("it ends in the middle of an entry", subject);
+        const bool trailed = form == Form::attributed;
+        if (form != Form::image && !readEntry(bytes, size, &entry, &used, trailed)) {
+            inbound_.reject(trailed ? "an entry has no trailer that is whole, of a version that is known"
+                                    : "it ends in the middle of an entry",
+                            subject);
             return;
         }
         if (!entry.replySubject.empty() && local::staysHere(entry.replySubject)) {
@@ -135,7 +147,7 @@ void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t s
             continue;
         }
         const quorl_status status =
-            message::contentFromBytes(entry.image, entry.size, subject, entry.replySubject, &content);
+            message::contentFromBytes(entry.image, entry.size, subject, entry.replySubject, &content, entry.attributes);
         if (status != QUORL_OK) {
             inbound_.reject(status == QUORL_NO_MEMORY ? "there was no memory for it" : "it is damaged", subject);
             return;

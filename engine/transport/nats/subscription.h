@@ -64,8 +64,10 @@ class Subscription final : public Sink {
 
   private:
     bool isLate(const Origin& origin) noexcept;
-    // Entries one behind the other, or one image.
-    void take(std::string_view subject, const uint8_t* bytes, size_t size, bool image) noexcept;
+    // What is taken: one image, or entries one behind the other, without trailers or each with its own.
+    enum class Form : uint8_t { image, entries, attributed };
+    static Form formOfWhole(const std::vector<uint8_t>& bytes) noexcept;
+    void take(std::string_view subject, const uint8_t* bytes, size_t size, Form form) noexcept;
     quorl_status deliver(ThreadState& thread, message::ContentRef content, Listener* const* listeners,
                          size_t count) noexcept;
 

@@ -35,7 +35,7 @@ public class QuorlEvent implements AutoCloseable {
 
     private final QuorlQueue queue;
 
-    /** The library's id, 0 before creation and after destruction. Written by the creator, then behind the gate. */
+    /** The library's id, 0 before creation and after destruction. Written by the creator, then behind the barrier. */
     private volatile int id;
 
     private volatile boolean closed;
@@ -69,7 +69,7 @@ public class QuorlEvent implements AutoCloseable {
             MAKING.decrementAndGet();
         }
         if (closed) {
-            Gate.destroy(queue, this::destroyOnce);
+            DestructionBarrier.destroy(queue, this::destroyOnce);
         }
     }
 
@@ -138,8 +138,8 @@ public class QuorlEvent implements AutoCloseable {
             return;
         }
         closed = true;
-        Gate.destroy(queue, this::destroyOnce);
-        Gate.awaitHandlers(this);
+        DestructionBarrier.destroy(queue, this::destroyOnce);
+        DestructionBarrier.awaitHandlers(this);
     }
 
     private void destroyOnce() {

@@ -1,5 +1,6 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.threads.TimeLimits;
 import java.time.Duration;
 import java.util.Map;
 import java.util.Set;

@@ -3,14 +3,12 @@ package com.vesma.quorl;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import java.io.File;
 import java.lang.reflect.Constructor;
 import java.lang.reflect.Executable;
 import java.lang.reflect.InvocationTargetException;
 import java.lang.reflect.Method;
 import java.lang.reflect.Modifier;
 import java.net.InetAddress;
-import java.nio.file.Path;
 import java.time.Duration;
 import java.time.Instant;
 import java.util.ArrayList;
@@ -53,21 +51,6 @@ class ClosedTest extends OpenLibrary {
     @AfterEach
     void closeWhatIsOpen() throws Exception {
         closeAll(open);
-    }
-
-    private static final class Kinds {
-        static List<Class<?>> all() throws Exception {
-            Path folder = Path.of(Quorl.class.getProtectionDomain().getCodeSource().getLocation().toURI());
-            List<Class<?>> all = new ArrayList<>();
-            for (File file : folder.resolve("com/vesma/quorl").toFile().listFiles()) {
-                Class<?> found = Class.forName("com.vesma.quorl." + file.getName().replace(".class", ""), false, Kinds.class.getClassLoader());
-                if (Modifier.isPublic(found.getModifiers())) {
-                    all.add(found);
-                }
-            }
-            all.sort((a, b) -> a.getName().compareTo(b.getName()));
-            return all;
-        }
     }
 
     private void make(Map<Class<?>, Object> into) {
@@ -196,7 +179,7 @@ class ClosedTest extends OpenLibrary {
     @Test
     void everyKindIsLookedAt() throws Exception {
         make(open);
-        for (Class<?> kind : Kinds.all()) {
+        for (Class<?> kind : ApiClasses.all()) {
             if (AutoCloseable.class.isAssignableFrom(kind)) {
                 assertTrue(open.containsKey(kind), kind + " is closed by no test here");
             }
@@ -215,7 +198,7 @@ class ClosedTest extends OpenLibrary {
     /** Gives each method and constructor something closed, one argument at a time. */
     private static Set<String> givenSurprises(Map<Class<?>, Object> closed, Map<Class<?>, Object> open) throws Exception {
         Set<String> surprises = new TreeSet<>();
-        for (Class<?> kind : Kinds.all()) {
+        for (Class<?> kind : ApiClasses.all()) {
             List<Executable> calls = new ArrayList<>(List.of(kind.getConstructors()));
             calls.addAll(List.of(kind.getDeclaredMethods()));
             for (Executable call : calls) {
