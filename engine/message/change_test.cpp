@@ -113,6 +113,10 @@ TEST(RemovingInstances, FromTheLastOneOnFindsThemWithoutAnotherSearch) {
         ASSERT_EQ(i, field.data.u32);
         ASSERT_EQ(QUORL_OK, quorlMsg_RemoveFieldInstance(message, "n", i));
         ASSERT_EQ(QUORL_NOT_FOUND, quorlMsg_GetFieldInstance(message, "n", &field, i));
+        ASSERT_STREQ(quorl_LastErrorText(),
+                     ("there is no instance " + std::to_string(i) + " of the name \"n\"").c_str());
+        ASSERT_EQ(QUORL_NOT_FOUND, quorlMsg_GetFieldInstance(message, nullptr, &field, most + 1));
+        ASSERT_STREQ(quorl_LastErrorText(), "there is no instance 1001 of the fields without a name");
         ASSERT_EQ(QUORL_OK, quorlMsg_GetFieldInstance(message, nullptr, &field, i));
         ASSERT_EQ(i, field.data.u32);
         ASSERT_EQ(i > 1 ? QUORL_OK : QUORL_NOT_FOUND, quorlMsg_GetFieldEx(message, "n", &field, 5));

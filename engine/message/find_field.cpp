@@ -65,9 +65,9 @@ Found findFieldInstance(quorlMsg message, const char* name, uint32_t instance, q
     const uint32_t index = findInstance(*content, checked, instance);
     if (index != notFound) return at(slot, *content, index);
     *status = checkEncoding(name, checked.length);
-    if (*status == QUORL_OK)
-        *status =
-            fail(QUORL_NOT_FOUND, "there is no instance %u of the name \"%s\"", instance, name != nullptr ? name : "");
+    if (*status != QUORL_OK) return {};
+    *status = name != nullptr ? fail(QUORL_NOT_FOUND, "there is no instance %u of the name \"%s\"", instance, name)
+                              : fail(QUORL_NOT_FOUND, "there is no instance %u of the fields without a name", instance);
     return {};
 }
 

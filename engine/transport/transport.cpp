@@ -58,12 +58,12 @@ bool makeInboxPrefix(std::string& prefix) {
 
 // A daemon's address in the wrong place would make a bus that nobody else is on. What ends with '@' in it may be a password.
 quorl_status refuseBusName(quorl_status status, const char* kind, std::string_view name) noexcept {
-    const bool address = name.find("://") != std::string_view::npos;
+    if (name.find("://") != std::string_view::npos)
+        return fail(status, "the %s name is an address, which belongs in the parameter for the daemon", kind);
     if (const size_t secret = name.rfind('@'); secret != std::string_view::npos) name.remove_prefix(secret + 1);
-    return fail(status, "\"%.*s\" is not a valid %s name: %s", static_cast<int>(std::min<size_t>(name.size(), 80)),
-                name.data(), kind,
-                address ? "it is an address, which belongs in the parameter for the daemon"
-                        : "a name has at most 63 bytes of printable ASCII, without blanks");
+    return fail(status,
+                "\"%.*s\" is not a valid %s name: a name has at most 63 bytes of printable ASCII, without blanks",
+                static_cast<int>(std::min<size_t>(name.size(), 80)), name.data(), kind);
 }
 
 }  // namespace

@@ -67,6 +67,44 @@ TEST_F(HostileConnect, aDaemonThatStopsInTheHandshakeOfTls) {
             "tls://");
 }
 
+TEST_F(HostileConnect, aDaemonThatComplainsInsteadOfGreeting) {
+    refuses(Impostor([](int client) { sendAll(client, "-ERR 'maximum connections exceeded'\r\n"); }));
+    EXPECT_NE(std::string(quorl_LastErrorText())
+                  .find("instead of a greeting the daemon says \"maximum connections exceeded\""),
+              std::string::npos)
+        << quorl_LastErrorText();
+    // Its words are shown so far, and harm no terminal.
+    refuses(Impostor([](int client) { sendAll(client, "-ERR '\x1b[2J" + std::string(3000, 'x') + "'\r\n"); }));
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("%1B[2Jxxx"), std::string::npos) << quorl_LastErrorText();
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("xxx...\""), std::string::npos) << quorl_LastErrorText();
+}
+
+TEST_F(HostileConnect, aDaemonWhoseTlsIsNone) {
+    std::string secure = greeting;
+    secure.insert(secure.find('}'), ",\"tls_required\":true");
+    for (const std::string answer : {"HTTP/1.1 400 Bad Request\r\n\r\n", "INFO {\"max_payload\":1}\r\n"}) {
+        refuses(Impostor([&](int client) {
+                    sendAll(client, secure);
+                    char bytes[4096];
+                    if (recv(client, bytes, sizeof bytes, 0) > 0) sendAll(client, answer);
+                }),
+                "tls://");
+        EXPECT_NE(std::string(quorl_LastErrorText()).find("what the daemon sends is not TLS: check host and port"),
+                  std::string::npos)
+            << quorl_LastErrorText();
+    }
+    // An alert, which says that there is no version that both speak.
+    refuses(Impostor([&](int client) {
+                sendAll(client, secure);
+                char bytes[4096];
+                if (recv(client, bytes, sizeof bytes, 0) > 0)
+                    sendAll(client, std::string("\x15\x03\x03\x00\x02\x02\x46", 7));
+            }),
+            "tls://");
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("the daemon has to offer TLS 1.2 or 1.3"), std::string::npos)
+        << quorl_LastErrorText();
+}
+
 TEST_F(HostileConnect, aDaemonThatResetsTheConnection) {
     refuses(Impostor([](int client) {
         sendAll(client, greeting);

@@ -71,6 +71,28 @@ const char* readServer(std::string_view text, bool tls, Server* server) {
     return nullptr;
 }
 
+// Of an address that may hold credentials, though they do not belong there: what stands between the scheme and the last '@', and
+// behind '?' and '#', is kept out of the text. A comma may be one of a password's letters.
+quorl_status refuseSecrets(std::string_view text, const char* why) noexcept {
+    const size_t at = text.rfind('@');
+    const size_t tail = text.find_first_of("?#");
+    std::string_view scheme;
+    std::string_view shown = text;
+    if (at != std::string_view::npos) {
+        for (const std::string_view known : {"nats://", "tls://"}) {
+            if (text.starts_with(known)) scheme = known;
+        }
+        shown.remove_prefix(at);
+        if (tail < at) shown = {};
+    }
+    const size_t end = shown.find_first_of("?#");
+    const bool cut = end != std::string_view::npos;
+    if (cut) shown = shown.substr(0, end + 1);
+    return fail(QUORL_DAEMON_NOT_FOUND, "\"%.*s%s%.*s%s\" is not a valid daemon address: %s",
+                static_cast<int>(scheme.size()), scheme.data(), at != std::string_view::npos ? "..." : "",
+                static_cast<int>(std::min(shown.size(), longestShown)), shown.data(), cut ? "..." : "", why);
+}
+
 }  // namespace
 
 std::string Server::hostAndPort() const {
@@ -87,12 +109,9 @@ quorl_status parseAddress(std::string_view text, std::vector<Server>* servers) n
     if (text.size() > longestAddress)
         return fail(QUORL_DAEMON_NOT_FOUND, "a daemon address has at most %zu bytes, not %zu", longestAddress,
                     text.size());
-    // Credentials are kept out of texts, also where they do not belong; a comma may be one of a password's letters.
-    if (const size_t secret = text.rfind('@'); secret != std::string_view::npos) {
-        const std::string_view shown = text.substr(secret + 1);
-        return fail(QUORL_DAEMON_NOT_FOUND, "\"%.*s\" is not a valid daemon address: credentials do not belong in it",
-                    static_cast<int>(std::min(shown.size(), longestShown)), shown.data());
-    }
+    if (text.find('@') != std::string_view::npos) return refuseSecrets(text, "credentials do not belong in it");
+    if (text.find_first_of("?#") != std::string_view::npos)
+        return refuseSecrets(text, "nothing follows host and port in one");
     try {
         std::vector<Server> found;
         bool tls = false;

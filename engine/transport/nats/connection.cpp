@@ -84,7 +84,8 @@ Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Lim
       servers_(std::move(servers)),
       chance_(message::wire::load<uint64_t>(randomId().data())) {
     observers_.add(log_);
-    observers_.largestMessage(largestEntry - static_cast<uint32_t>(entrySize(QUORL_SUBJECT_MAX, 0)));
+    observers_.largestMessage(largestEntry -
+                              static_cast<uint32_t>(entrySize(QUORL_SUBJECT_MAX, 0, message::attributesMax)));
 }
 
 Connection::~Connection() {

@@ -75,8 +75,9 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
         if (full(entry)) {
             addLost(1);
             return fail(QUORL_DAEMON_NOT_CONNECTED,
-                        "the daemon is away and its buffer is full: %zu of %zu bytes wait (parameter reconnect.buffer)",
-                        waiting_.load(std::memory_order_relaxed), awayRoom_);
+                        "the daemon is away, and its buffer has no room for a message of %u bytes: %zu of %zu bytes "
+                        "wait already (parameter reconnect.buffer)",
+                        content.byteSize(), waiting_.load(std::memory_order_relaxed), awayRoom_);
         }
     }
     try {

@@ -121,6 +121,7 @@ TEST_F(Waiting, whileTheDaemonIsAwayTheBoundHolds) {
     while (put(contentOf("a", 900)) == QUORL_OK) ++taken;
     EXPECT_EQ(taken, 10);
     EXPECT_EQ(put(contentOf("a", 900)), QUORL_DAEMON_NOT_CONNECTED);
+    EXPECT_NE(std::string(lastErrorText()).find("no room for a message of 9"), std::string::npos) << lastErrorText();
     EXPECT_NE(std::string(lastErrorText()).find("the daemon is away"), std::string::npos);
     EXPECT_EQ(outbox.takeLost(), 2u);
     EXPECT_EQ(outbox.takeLost(), 0u);

@@ -172,7 +172,7 @@ quorl_status Session::connect(const Request& request) {
 
 // Reads until the daemon has told of itself.
 bool Session::greet(int64_t deadline, std::string* why) {
-    while (!greeted_ && !lost()) {
+    while (!greeted_ && !lost() && complaint_.empty()) {
         if (!socket_->await(POLLIN, deadline)) {
             *why = "no greeting: is it a nats-server that listens there?";
             return false;
@@ -181,7 +181,9 @@ bool Session::greet(int64_t deadline, std::string* why) {
         use();
     }
     if (greeted_ && !lost()) return true;
-    if (greeted_ && !PayloadLimit::announced(info_.maxPayload)) {
+    if (!greeted_ && !complaint_.empty()) {
+        *why = "instead of a greeting the daemon says \"" + complaint_ + "\"";
+    } else if (greeted_ && !PayloadLimit::announced(info_.maxPayload)) {
         *why = "it accepts messages of at most " + std::to_string(info_.maxPayload) +
                " bytes: raise its max_payload to " + std::to_string(PayloadLimit::least) + " or more";
     } else {

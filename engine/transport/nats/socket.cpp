@@ -111,10 +111,43 @@ const BIO_METHOD* socketMethod() noexcept {
     return made;
 }
 
-// What OpenSSL last complained of on this thread.
-std::string lastWords() {
+// What OpenSSL last complained of on this thread, as whoever runs the program can use it. A text that stays.
+const char* lastWords() noexcept {
     const unsigned long error = ERR_peek_last_error();
     ERR_clear_error();
+    switch (ERR_GET_LIB(error) == ERR_LIB_SSL ? ERR_GET_REASON(error) : 0) {
+        case SSL_R_WRONG_VERSION_NUMBER:
+        case SSL_R_HTTP_REQUEST:
+        case SSL_R_PACKET_LENGTH_TOO_LONG:
+        case SSL_R_RECORD_LENGTH_MISMATCH:
+        case SSL_R_RECORD_TOO_SMALL:
+        case SSL_R_LENGTH_MISMATCH:
+        case SSL_R_LENGTH_TOO_LONG:
+        case SSL_R_LENGTH_TOO_SHORT:
+        case SSL_R_DATA_LENGTH_TOO_LONG:
+        case SSL_R_ENCRYPTED_LENGTH_TOO_LONG:
+        case SSL_R_BAD_RECORD_TYPE:
+        case SSL_R_UNEXPECTED_RECORD:
+        case SSL_R_UNEXPECTED_MESSAGE:
+            return "what the daemon sends is not TLS: check host and port, and what passes the connection on between";
+        case SSL_R_UNSUPPORTED_PROTOCOL:
+        case SSL_R_UNSUPPORTED_SSL_VERSION:
+        case SSL_R_NO_PROTOCOLS_AVAILABLE:
+        case SSL_R_NO_SHARED_CIPHER:
+        case SSL_R_WRONG_CIPHER_RETURNED:
+        case SSL_R_TLSV1_ALERT_PROTOCOL_VERSION:
+        case SSL_R_TLSV1_ALERT_INSUFFICIENT_SECURITY:
+        case SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE:
+            return "the daemon and this library have no version of TLS with a cipher in common: the daemon has to "
+                   "offer "
+                   "TLS 1.2 or 1.3";
+        case SSL_R_DECRYPTION_FAILED:
+        case SSL_R_DECRYPTION_FAILED_OR_BAD_RECORD_MAC:
+        case SSL_R_SSLV3_ALERT_BAD_RECORD_MAC:
+            return "bytes were changed on the way to or from the daemon: check what passes the connection on between";
+        default:
+            break;
+    }
     const char* text = error != 0 ? ERR_reason_error_string(error) : nullptr;
     return text != nullptr ? text : "TLS failed";
 }
@@ -301,11 +334,8 @@ ssize_t Socket::afterTls(int result) noexcept {
         case SSL_ERROR_SYSCALL:
             return broken(error != 0 && strerrordesc_np(error) != nullptr ? strerrordesc_np(error)
                                                                           : "closed by the daemon");
-        default: {
-            const char* text = ERR_reason_error_string(ERR_peek_last_error());
-            ERR_clear_error();
-            return broken(text != nullptr ? text : "TLS failed");
-        }
+        default:
+            return broken(lastWords());
     }
 }
 

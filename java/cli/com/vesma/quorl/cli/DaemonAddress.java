@@ -20,8 +20,10 @@ record DaemonAddress(boolean tls, String host, int port) {
     static List<DaemonAddress> parse(String text) {
         int length = text.getBytes(StandardCharsets.UTF_8).length;
         if (length > LONGEST) throw new Failure("a daemon address has at most " + LONGEST + " bytes, not " + length);
-        int secret = text.lastIndexOf('@');
-        if (secret >= 0) throw refusal(text.substring(secret + 1), "credentials do not belong in it");
+        if (text.indexOf('@') >= 0) throw refusal(Texts.withoutCredentials(text), "credentials do not belong in it");
+        if (text.indexOf('?') >= 0 || text.indexOf('#') >= 0) {
+            throw refusal(Texts.withoutCredentials(text), "nothing follows host and port in one");
+        }
         List<DaemonAddress> servers = new ArrayList<>();
         boolean tls = false;
         for (String one : text.split(",", -1)) {

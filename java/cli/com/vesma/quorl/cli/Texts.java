@@ -32,8 +32,19 @@ final class Texts {
     /** An address, or what was given in its place, without the credentials that do not belong in it. */
     static String withoutCredentials(String text) {
         int at = text.lastIndexOf('@');
-        int scheme = text.indexOf("://");
-        return at < 0 ? text : (scheme >= 0 && scheme < at ? text.substring(0, scheme + 3) : "") + "..." + text.substring(at);
+        int tail = tailOf(text);
+        String shown = tail < 0 ? text : text.substring(0, tail + 1) + "...";
+        if (at < 0) return shown;
+        String scheme = text.startsWith("nats://") ? "nats://" : text.startsWith("tls://") ? "tls://" : "";
+        return scheme + "..." + (tail >= 0 && tail < at ? "" : shown.substring(at));
+    }
+
+    /** Where a query or a fragment begins; -1: nowhere. */
+    private static int tailOf(String text) {
+        for (int i = 0; i < text.length(); i++) {
+            if (text.charAt(i) == '?' || text.charAt(i) == '#') return i;
+        }
+        return -1;
     }
 
     /** "1 message was", "2 messages were". */
