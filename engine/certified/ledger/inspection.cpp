@@ -57,19 +57,22 @@ class Runs {
 }  // namespace
 
 Outcome Inspection::open(const std::string& path, std::unique_ptr<Inspection>* inspection) noexcept {
-    return guarded([&] {
-        std::unique_ptr<OwnedFile> file;
-        Outcome outcome = OwnedFile::open(path, OwnedFile::Use::read, &file);
-        if (outcome.ok()) outcome = format::checkBeginning(file->descriptor(), file->path());
-        if (!outcome.ok()) return outcome;
-        std::unique_ptr<Inspection> made(new Inspection(std::move(file)));
-        outcome = made->openThrowing();
-        if (outcome.ok()) *inspection = std::move(made);
-        return outcome;
-    });
+    return guarded([&] { return openThrowing(path, inspection); });
 }
 
-Outcome Inspection::openThrowing() {
+Outcome Inspection::openThrowing(const std::string& path, std::unique_ptr<Inspection>* inspection) {
+    std::unique_ptr<OwnedFile> file;
+    Outcome outcome = OwnedFile::open(path, OwnedFile::Use::read, &file);
+    if (outcome.ok()) outcome = format::checkBeginning(file->descriptor(), file->path());
+    if (!outcome.ok()) return outcome;
+    std::unique_ptr<Inspection> made(new Inspection(std::move(file)));
+    outcome = made->connect();
+    if (outcome.ok()) outcome = made->readNames();
+    if (outcome.ok()) *inspection = std::move(made);
+    return outcome;
+}
+
+Outcome Inspection::connect() {
     const char* const vfs = checkedPages("unix-none");
     if (vfs == nullptr) return {QUORL_NO_MEMORY, {}};
     struct stat log {};
@@ -89,7 +92,6 @@ Outcome Inspection::openThrowing() {
     }
     if (outcome.ok())
         outcome = database_.execute("PRAGMA temp_store=MEMORY; PRAGMA cell_size_check=ON; PRAGMA trusted_schema=OFF");
-    if (outcome.ok()) outcome = readNames();
     return outcome;
 }
 

@@ -76,7 +76,8 @@ class Inspection {
 
     explicit Inspection(std::unique_ptr<OwnedFile> file) : file_(std::move(file)) {}
 
-    Outcome openThrowing();
+    static Outcome openThrowing(const std::string& path, std::unique_ptr<Inspection>* inspection);
+    Outcome connect();
     Outcome readNames();
     Outcome verifyPages(uint64_t pages, uint64_t all, const Progress& progress,
                         const std::function<void(const Damage&)>& damaged);
