@@ -153,6 +153,9 @@ struct ClosingWatch {
     void (*closes)(uint32_t transport) noexcept;  // it is about to be closed
     void (*closed)(uint32_t transport) noexcept;  // nobody finds it any more
     ClosingWatch* next = nullptr;
+    // Before all that, and under no read guard, so that it may wait; also for a transport that somebody else closes first, or
+    // that is none. May be null.
+    void (*announced)(uint32_t transport) noexcept = nullptr;
 };
 // From now on; the watch lives for ever. Again without effect. While the library starts.
 void watchClosing(ClosingWatch& watch) noexcept;
