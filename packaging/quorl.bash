@@ -21,9 +21,11 @@ _quorl() {
         request) options="-h --help -n --count --csv --json --json-file --rate --timeout $bus" ;;
         reply) options="-h --help -n --count --csv --echo --json --quiet --timeout $bus" ;;
         run) options="-h --help -e --execute $bus" ;;
-        cm) options='-h --help send listen review' ;;
+        cm) options='-h --help send listen review verify export' ;;
         'cm send') options="-h --help -n --count --csv --durability --expire --json --json-file --ledger --listener --name --rate --timeout $bus" ;;
         'cm listen') options="-h --help -n --cancel --count --csv --durability --json --ledger --name --only-new --timeout $bus" ;;
+        'cm verify') options='-h --help --json' ;;
+        'cm export') options='-h --help' ;;
         'cm review') options='-h --help --json --ledger --name' ;;
         stats) options="-h --help -n --answer --count --json --timeout --watch $bus" ;;
         demo) options="-h --help --seconds --stats $bus" ;;
@@ -39,7 +41,7 @@ _quorl() {
         --service | --network | --user | --name | --listener | --expire | --count | --rate | --timeout | --watch | --seconds | --port | --max-payload) return ;;
         --execute | -n | -e | -p) return ;;
     esac
-    if [[ $command == run && $word != -* ]]; then
+    if [[ $command == @(run|cm verify|cm export) && $word != -* ]]; then
         _quorl_files "$word"
         return
     fi

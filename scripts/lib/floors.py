@@ -24,6 +24,7 @@ allowed = {
     "certified/protocol": ["companion"],
     "certified/ledger": ["companion", "certified/protocol"],
     "certified": ["companion", "certified/protocol", "certified/ledger"],
+    "programs": ["companion", "certified/protocol", "certified/ledger"],
     "ftolerance/protocol": ["companion"],
     "ftolerance": ["companion", "ftolerance/protocol"],
 }
@@ -46,6 +47,7 @@ words = {
     "certified/protocol": "machine, frames",
     "certified/ledger": "what is stored, in SQLite",
     "certified": "libquorlcm.so",
+    "programs": "quorl-ledger",
     "ftolerance/protocol": "machine, frames",
     "ftolerance": "libquorlft.so",
 }

@@ -8,6 +8,7 @@
 #include "certified/ledger/checked_pages.h"
 #include "certified/ledger/format.h"
 #include "certified/ledger/page_file.h"
+#include "certified/ledger/uri.h"
 
 namespace quorl::certified {
 namespace {
@@ -26,21 +27,6 @@ Outcome guarded(F&& body) noexcept {
     } catch (const std::bad_alloc&) {
         return {QUORL_NO_MEMORY, {}};
     }
-}
-
-// A path as part of a SQLite URI.
-std::string escaped(const std::string& path) {
-    static constexpr char digits[] = "0123456789ABCDEF";
-    std::string uri;
-    for (const char c : path) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte <= ' ' || byte >= 0x7f || c == '%' || c == '?' || c == '#') {
-            uri += {'%', digits[byte >> 4], digits[byte & 15]};
-        } else {
-            uri += c;
-        }
-    }
-    return uri;
 }
 
 std::span<const uint8_t> asBytes(std::string_view text) {
@@ -101,8 +87,8 @@ Outcome Ledger::openToRead() {
     if (hasLog_) {
         outcome = connect();
     } else {
-        outcome = database_.open(path, "file:" + escaped(path) + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI,
-                                 vfs_);
+        outcome = database_.open(path, "file:" + escapedForUri(path) + "?immutable=1",
+                                 SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, vfs_);
     }
     if (outcome.ok()) outcome = checkContent();
     if (outcome.ok()) outcome = checkLog(log);

@@ -5,6 +5,7 @@ import com.vesma.quorl.QuorlMsg;
 import java.io.IOException;
 import java.io.Reader;
 import java.util.List;
+import java.util.Set;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
@@ -13,6 +14,9 @@ import java.util.regex.Pattern;
  * the message's object alone.
  */
 final class JsonMessages implements MessageSource {
+    /** What 'quorl cm' adds of the message as it was sent or received. */
+    private static final Set<String> OF_CERTIFIED = Set.of("sender", "number", "expires");
+
     private static final Pattern PLACE = Pattern.compile(" at line [0-9]+ column ([0-9]+)");
 
     private final Reader in;
@@ -67,7 +71,7 @@ final class JsonMessages implements MessageSource {
                     to = sendable(member, text);
                 } else if (member.name().equals("reply") && reply == null && text != null) {
                     reply = sendable(member, text);
-                } else {
+                } else if (!OF_CERTIFIED.contains(member.name())) {
                     throw wrong(member.at(), "member " + Texts.quoted(member.name())
                             + ": beside \"message\" there may be \"subject\" and \"reply\", once each, with texts");
                 }

@@ -45,6 +45,11 @@ class CmTest {
         assertTrue(review.out().startsWith("{\"subject\":\"orders.new\",\"first\":1,\"last\":1,\"messages\":1,\"bytes\":"), review.out());
         assertTrue(review.out().endsWith("\"listeners\":[{\"name\":\"billing\",\"confirmed\":0,\"unconfirmed\":1,\"registered\":false}]}\n"),
                 review.out());
+        Cli verified = Cli.run("cm", "verify", ledger);
+        assertEquals(0, verified.code(), verified.err());
+        assertTrue(verified.out().matches(".*: the ledger of orders keeps 1 message of [0-9]+ bytes on 1 subject; no damage\\n"), verified.out());
+        Cli exported = Cli.run("cm", "export", ledger);
+        assertEquals(new Cli(0, "{\"subject\":\"orders.new\",\"number\":1,\"message\":{\"n:u32\":7}}\n", ""), exported);
         Cli other = Cli.run("cm", "review", "--name", "prices", "--ledger", ledger);
         assertEquals(1, other.code());
         assertTrue(other.err().startsWith("quorl: " + ledger + ": "), other.err());

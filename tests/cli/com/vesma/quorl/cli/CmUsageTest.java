@@ -5,20 +5,28 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.vesma.quorl.QuorlCmDelivery;
 import com.vesma.quorl.QuorlCmSubject;
+import com.vesma.quorl.QuorlMsg;
 import java.io.PrintWriter;
 import java.io.StringWriter;
+import java.nio.file.Files;
+import java.nio.file.Path;
 import java.time.Instant;
+import java.util.Base64;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.ValueSource;
 
 /** What the commands of certified delivery say to wrong calls, and how they write what they find. */
 class CmUsageTest {
+    @TempDir
+    Path folder;
+
     @ParameterizedTest
-    @ValueSource(strings = {"send", "listen", "review"})
+    @ValueSource(strings = {"send", "listen", "review", "verify", "export"})
     void helpShowsWhatTheOptionShows(String command) {
         Cli help = Cli.run("help", "cm", command);
         assertEquals(Cli.run("cm", command, "--help"), help);
@@ -28,7 +36,7 @@ class CmUsageTest {
 
     @Test
     void wrongCallsAreExplained() {
-        Cli.expectUsage("no command is given; there are send, listen, review", "quorl cm", "cm");
+        Cli.expectUsage("no command is given; there are send, listen, review, verify, export", "quorl cm", "cm");
         Cli.expectUsage("there is no command 'lisen'; did you mean listen?", "quorl cm", "cm", "lisen");
         Cli.expectUsage("there is no command 'cm nothing'", "quorl", "help", "cm", "nothing");
         Cli.expectUsage("--ledger needs a --name, whose ledger it is", "quorl cm send", "cm", "send", "a", "--ledger", "l");
@@ -45,6 +53,31 @@ class CmUsageTest {
     void aLedgerThatIsNotThereIsNotMade() {
         assertEquals(new Cli(1, "", "quorl: there is no ledger \"/nonexistent/l\"\n"), Cli.run("cm", "review", "--name", "n", "--ledger",
                 "/nonexistent/l"));
+    }
+
+    @Test
+    void whatIsNoLedgerIsNotLookedInto() throws Exception {
+        String file = Files.writeString(folder.resolve("letter"), "this is a letter".repeat(100)).toString();
+        for (String command : List.of("verify", "export")) {
+            Cli none = Cli.run("cm", command, folder.resolve("none").toString());
+            assertEquals(new Cli(1, "", "quorl: there is no ledger " + folder.resolve("none") + "\n"), none);
+            assertEquals(new Cli(1, "", "quorl: the file " + file + " is no ledger; it is left as it is\n"), Cli.run("cm", command, file));
+        }
+        assertEquals(2, Cli.run("cm", "export", file, "a..b").code());
+    }
+
+    @Test
+    void anExportedMessageCanBeSentAgain() throws Exception {
+        String image;
+        try (QuorlMsg message = new QuorlMsg().addI32("n", 7)) {
+            image = Base64.getEncoder().encodeToString(message.toBytes());
+        }
+        assertEquals("{\"subject\":\"a.b\",\"number\":3,\"message\":{\"n:i32\":7}}", CmExportCommand.json("3\t0\ta.b\t\t" + image));
+        String line = CmExportCommand.json("4\t1500000000\ta.b\t_INBOX.x\t" + image);
+        assertEquals("{\"subject\":\"a.b\",\"reply\":\"_INBOX.x\",\"number\":4,\"expires\":\"1970-01-01T00:00:01.500Z\","
+                + "\"message\":{\"n:i32\":7}}", line);
+        String file = Files.writeString(folder.resolve("exported.json"), line.replace("_INBOX.x", "r") + "\n").toString();
+        Cli.expect("a.b {n=7}\n", "listen a.b --count 1", "send --json-file '" + file + "'");
     }
 
     @Test

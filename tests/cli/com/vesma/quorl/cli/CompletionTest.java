@@ -71,7 +71,7 @@ class CompletionTest {
     void filesAreOfferedWhereAnOptionTakesOne() throws Exception {
         Files.writeString(folder.resolve("table.csv"), "");
         for (String[] words : new String[][] {{"send", "a", "--csv", "t"}, {"send", "--json-file", "t"}, {"listen", "a", "--csv", "t"},
-                {"doctor", "--trust", "t"}, {"cm", "send", "a", "--ledger", "t"}, {"run", "t"}}) {
+                {"doctor", "--trust", "t"}, {"cm", "send", "a", "--ledger", "t"}, {"cm", "verify", "t"}, {"run", "t"}}) {
             assertEquals(Set.of("table.csv"), offers(words));
         }
         assertEquals(Set.of("--timeout", "--trust"), offers("listen", "a", "--json", "--t"));
