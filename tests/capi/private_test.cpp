@@ -465,8 +465,6 @@ TEST(Companions, sayThatTheyAreNotThereYet) {
     EXPECT_EQ(quorlcmTransport_SetWorkerTasks(1, 1), QUORL_NOT_PERMITTED);
     EXPECT_STREQ(quorl_LastErrorText(), "distributed queues are not part of this version");
     EXPECT_EQ(_quorlcmq_Complete(nullptr, 0, 0, 0, 0, 0, 1), QUORL_NOT_PERMITTED);
-    EXPECT_EQ(quorlftMember_Destroy(1), QUORL_NOT_PERMITTED);
-    EXPECT_STREQ(quorl_LastErrorText(), "fault tolerance is not part of this version");
     const char* sender = nullptr;
     quorl_u64 sequence = 0;
     double seconds = 0;

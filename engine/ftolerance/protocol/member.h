@@ -62,6 +62,10 @@ class Member {
     // The member goes, and says so. Afterwards nothing comes out any more.
     void leave(Now now, MemberOutput& out);
 
+    // There is no way to the others any more, and never will be: the member goes without a word, but not without telling its
+    // program to deactivate.
+    void abandon(Now now, MemberOutput& out);
+
     // When to call tick next; INT64_MAX: never.
     int64_t due() const noexcept;
 
