@@ -2,6 +2,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <string>
@@ -14,9 +15,9 @@
 namespace quorltest {
 
 // Intervals in seconds: short, but so long that a busy machine does not take each hiccup for a pause.
-inline constexpr double heartbeat = 0.1;
-inline constexpr double preparation = 0.25;
-inline constexpr double activation = 0.5;
+inline constexpr double heartbeat = 0.2;
+inline constexpr double preparation = 0.5;
+inline constexpr double activation = 1.0;
 
 // What callbacks have seen, for a test that waits for it.
 class Story {
@@ -89,7 +90,9 @@ class Group : public Open {
         auto& program = *static_cast<Program*>(closure);
         Group& test = *program.test;
         test.story.change([&] {
-            program.actions += "-PAD"[action];
+            // A hint may come again.
+            if (action != QUORLFT_PREPARE_TO_ACTIVATE || !program.actions.ends_with('P'))
+                program.actions += "-PAD"[action];
             program.groupName = group;
         });
         if (action == QUORLFT_DEACTIVATE && program.holds) test.story.until([&] { return test.released; });
@@ -109,6 +112,10 @@ class Group : public Open {
         quorlMsg_GetU64Ex(message, "token", &told.token, 0);
         test.story.change([&] { test.advisories.push_back(told); });
     }
+
+    // They live until nobody dispatches any more.
+    Program& newProgram() { return programs_.emplace_back(); }
+    Watcher& newWatcher() { return watchers_.emplace_back(); }
 
     quorl_status join(Program& program, quorl_u16 weight = 1, quorl_u16 goal = 1, const char* group = "plant.archive",
                       double hints = preparation) {
@@ -147,6 +154,10 @@ class Group : public Open {
     quorlQueue queue = 0;
     std::vector<quorlQueue> queues;
     Threads threads;
+
+  private:
+    std::deque<Program> programs_;
+    std::deque<Watcher> watchers_;
 };
 
 }  // namespace quorltest

@@ -10,7 +10,7 @@ namespace {
 class Members : public Group {};
 
 TEST_F(Members, alone_is_hinted_and_then_activated_on_the_dispatching_thread) {
-    Program one;
+    Program& one = newProgram();
     ASSERT_EQ(join(one), QUORL_OK) << quorl_LastErrorText();
     EXPECT_TRUE(until(one, "PA"));
     EXPECT_EQ(story.look([&] { return one.groupName; }), "plant.archive");
@@ -20,8 +20,8 @@ TEST_F(Members, alone_is_hinted_and_then_activated_on_the_dispatching_thread) {
 }
 
 TEST_F(Members, the_next_one_takes_the_place_of_one_that_is_destroyed) {
-    Program first;
-    Program next;
+    Program& first = newProgram();
+    Program& next = newProgram();
     ASSERT_EQ(join(first, 2), QUORL_OK);
     ASSERT_TRUE(until(first, "PA"));
     ASSERT_EQ(join(next, 1), QUORL_OK);
@@ -36,8 +36,8 @@ TEST_F(Members, the_next_one_takes_the_place_of_one_that_is_destroyed) {
 
 TEST_F(Members, a_heavier_one_waits_until_the_program_of_the_lighter_one_has_returned) {
     listenToAdvisories();
-    Program light;
-    Program heavy;
+    Program& light = newProgram();
+    Program& heavy = newProgram();
     ASSERT_EQ(join(light, 1), QUORL_OK);
     ASSERT_TRUE(until(light, "PA"));
     const Told first = await("INFO.ft.activated");
@@ -62,18 +62,20 @@ TEST_F(Members, a_heavier_one_waits_until_the_program_of_the_lighter_one_has_ret
 }
 
 TEST_F(Members, as_many_as_the_goal_are_active_and_a_weight_that_changes_moves_them) {
-    Program programs[3];
-    for (quorl_u16 i = 0; i < 3; ++i) ASSERT_EQ(join(programs[i], 10 - i, 2, "g", 0), QUORL_OK);
-    EXPECT_TRUE(story.until([&] { return programs[0].actions == "A" && programs[1].actions == "A"; }));
-    EXPECT_EQ(quorlftMember_SetWeight(programs[2].id, 11), QUORL_OK);
-    EXPECT_TRUE(story.until([&] { return programs[2].actions.ends_with("A") && programs[1].actions.ends_with("D"); }));
-    EXPECT_TRUE(story.look([&] { return programs[0].actions.ends_with("A"); }));
+    Program* programs[] = {&newProgram(), &newProgram(), &newProgram()};
+    for (quorl_u16 i = 0; i < 3; ++i) ASSERT_EQ(join(*programs[i], 10 - i, 2, "g", 0), QUORL_OK);
+    EXPECT_TRUE(
+        story.until([&] { return programs[0]->actions.ends_with("A") && programs[1]->actions.ends_with("A"); }));
+    EXPECT_EQ(quorlftMember_SetWeight(programs[2]->id, 11), QUORL_OK);
+    EXPECT_TRUE(
+        story.until([&] { return programs[2]->actions.ends_with("A") && programs[1]->actions.ends_with("D"); }));
+    EXPECT_TRUE(story.look([&] { return programs[0]->actions.ends_with("A"); }));
 }
 
 TEST_F(Members, groups_and_networks_do_not_meet) {
-    Program here;
-    Program there;
-    Program elsewhere;
+    Program& here = newProgram();
+    Program& there = newProgram();
+    Program& elsewhere = newProgram();
     ASSERT_EQ(join(here, 1, 1, "a"), QUORL_OK);
     ASSERT_EQ(join(there, 2, 1, "a.b"), QUORL_OK);
     transport = newTransport("another");
@@ -83,8 +85,8 @@ TEST_F(Members, groups_and_networks_do_not_meet) {
 
 TEST_F(Members, a_disagreement_is_told) {
     listenToAdvisories();
-    Program one;
-    Program other;
+    Program& one = newProgram();
+    Program& other = newProgram();
     ASSERT_EQ(join(one, 2, 1), QUORL_OK);
     ASSERT_EQ(join(other, 1, 2), QUORL_OK);
     const Told told = await("WARN.ft.disagreement");
@@ -95,7 +97,7 @@ TEST_F(Members, a_disagreement_is_told) {
 TEST_F(Members, one_whose_transport_is_destroyed_is_deactivated) {
     listenToAdvisories();
     transport = newTransport();
-    Program one;
+    Program& one = newProgram();
     ASSERT_EQ(join(one), QUORL_OK);
     ASSERT_TRUE(until(one, "PA"));
     ASSERT_EQ(quorlTransport_Destroy(transport), QUORL_OK);
@@ -108,7 +110,8 @@ TEST_F(Members, one_may_be_destroyed_in_its_own_callback_and_by_the_library) {
     struct Leaving {
         Story story;
         bool gone = false;
-    } leaving;
+    };
+    static Leaving leaving;  // the callback may be on its way out when the test ends
     const auto onAction = [](quorlftMember member, const char*, quorlftAction action, void* closure) {
         if (action != QUORLFT_ACTIVATE) return;
         EXPECT_EQ(quorlftMember_Destroy(member), QUORL_OK);
@@ -121,12 +124,12 @@ TEST_F(Members, one_may_be_destroyed_in_its_own_callback_and_by_the_library) {
         QUORL_OK);
     EXPECT_TRUE(leaving.story.until([&] { return leaving.gone; }));
     EXPECT_EQ(quorlftMember_Destroy(id), QUORL_INVALID_EVENT);
-    static Program left;
+    Program& left = newProgram();
     ASSERT_EQ(join(left), QUORL_OK);
 }
 
 TEST_F(Members, the_bridge_finds_the_closure_in_the_record) {
-    Program one;
+    Program& one = newProgram();
     ASSERT_EQ(join(one), QUORL_OK);
     void* record = nullptr;
     ASSERT_EQ(_quorlObjectId_GetEx(one.id, QUORL_OBJECT_FT_MEMBER, &record, 0, 0), QUORL_OK);

@@ -11,13 +11,13 @@ class Monitors : public Group {};
 using Counts = std::vector<quorl_u32>;
 
 TEST_F(Monitors, count_the_active_members_on_every_change_and_begin_without_a_false_zero) {
-    Program one;
+    Program& one = newProgram();
     ASSERT_EQ(join(one, 2, 2), QUORL_OK);
     ASSERT_TRUE(until(one, "PA"));
-    Watcher watcher;
+    Watcher& watcher = newWatcher();
     ASSERT_EQ(watch(watcher), QUORL_OK) << quorl_LastErrorText();
     EXPECT_TRUE(story.until([&] { return watcher.counts == Counts{1}; }));
-    Program other;
+    Program& other = newProgram();
     ASSERT_EQ(join(other, 1, 2), QUORL_OK);
     EXPECT_TRUE(story.until([&] { return watcher.counts == Counts({1, 2}); }));
     EXPECT_EQ(quorlftMember_Destroy(one.id), QUORL_OK);
@@ -29,16 +29,16 @@ TEST_F(Monitors, count_the_active_members_on_every_change_and_begin_without_a_fa
 }
 
 TEST_F(Monitors, say_zero_when_there_is_nobody) {
-    Watcher watcher;
+    Watcher& watcher = newWatcher();
     ASSERT_EQ(watch(watcher, "nobody"), QUORL_OK);
     EXPECT_TRUE(story.until([&] { return watcher.counts == Counts{0}; }));
 }
 
 TEST_F(Monitors, tell_what_members_do) {
     listenToAdvisories();
-    Watcher watcher;
+    Watcher& watcher = newWatcher();
     ASSERT_EQ(watch(watcher), QUORL_OK);
-    Program one;
+    Program& one = newProgram();
     ASSERT_EQ(join(one), QUORL_OK);
     EXPECT_EQ(await("INFO.ft.joined").texts.at("state"), "joining");
     EXPECT_EQ(await("INFO.ft.changed").texts.at("state"), "active");
