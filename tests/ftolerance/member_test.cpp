@@ -2,6 +2,7 @@
 #include <cmath>
 #include <limits>
 
+#include "child.h"
 #include "ftolerance_support.h"
 
 namespace quorltest {
@@ -135,6 +136,31 @@ TEST_F(Members, the_bridge_finds_the_closure_in_the_record) {
     ASSERT_EQ(_quorlObjectId_GetEx(one.id, QUORL_OBJECT_FT_MEMBER, &record, 0, 0), QUORL_OK);
     ASSERT_NE(record, nullptr);
     EXPECT_EQ(*static_cast<void**>(record), &one);
+}
+
+TEST_F(Members, are_the_parents_in_a_forked_child) {
+    Program& one = newProgram();
+    Watcher& watcher = newWatcher();
+    ASSERT_EQ(join(one), QUORL_OK);
+    ASSERT_EQ(watch(watcher), QUORL_OK);
+    EXPECT_EQ(inChild([&] {
+                  quorl_u32 id = 0;
+                  const quorl_status statuses[] = {
+                      quorlftMember_Create(&id, queue, onAction, transport, "g", 1, 1, 1, 2, 3, nullptr),
+                      quorlftMember_SetWeight(one.id, 3),
+                      quorlftMember_Destroy(one.id),
+                      quorlftMonitor_Create(&id, queue, onCount, transport, "g", 1, nullptr),
+                      quorlftMonitor_Destroy(watcher.id),
+                  };
+                  int call = 0;
+                  for (const quorl_status status : statuses) {
+                      ++call;
+                      if (status != QUORL_NOT_PERMITTED) return call;
+                  }
+                  return 0;
+              }),
+              0);
+    EXPECT_TRUE(until(one, "PA"));
 }
 
 TEST_F(Members, bad_arguments_have_statuses_and_change_nothing) {

@@ -42,7 +42,11 @@ struct MemberOutput : MemberNews {
         actions.clear();
         advisories.clear();
     }
-    Rest takeRest() noexcept { return std::exchange(static_cast<MemberNews&>(*this), {}); }
+    // Mostly there is nothing, and the room for it stays.
+    Rest takeRest() noexcept {
+        if (actions.empty() && advisories.empty()) return {};
+        return std::exchange(static_cast<MemberNews&>(*this), {});
+    }
 };
 
 class Member {
