@@ -23,7 +23,9 @@ typedef QUORL_ENUM(quorlftAction){
 } quorlftAction;
 /* clang-format on */
 
-/* Both run on the thread that dispatches the queue. */
+/* Both run on the thread that dispatches the queue. Activations and deactivations alternate, beginning with an activation. The
+ * member that takes this one's place is activated when the callback of a deactivation has returned, and waits for that no
+ * longer than the activation interval. */
 typedef void (*quorlftMemberCallback)(quorlftMember member, const char* groupName, quorlftAction action, void* closure);
 typedef void (*quorlftMonitorCallback)(quorlftMonitor monitor, const char* groupName, quorl_u32 numActiveMembers,
                                        void* closure);
@@ -31,17 +33,25 @@ typedef void (*quorlftMonitorCallback)(quorlftMonitor monitor, const char* group
 /* The version of this library, as quorl_Version. */
 QUORL_API const char* quorlft_Version(void) QUORL_NOEXCEPT;
 
-/* Joins a group. weight: rank, higher first, 1 to 65535. activeGoal: members that are to be active. Intervals in seconds:
- * between signs of life, of silence before preparation (0 for none), of silence before activation. */
+/* Joins a group. groupName: a subject without wildcards, at most 244 bytes. weight: rank, higher first, 1 to 65535; of equal
+ * weight whoever joined first. activeGoal: members that are to be active, from 1. Intervals in seconds, 0.001 to 30 days:
+ * between signs of life, of silence before preparation (0 for none), of silence before activation; in this order, each longer
+ * than the one before. The member may become active when the activation interval has passed.
+ * QUORL_INVALID_ARG, QUORL_INVALID_CALLBACK (null), QUORL_INVALID_SUBJECT (null too), QUORL_INVALID_QUEUE,
+ * QUORL_INVALID_TRANSPORT. */
 QUORL_API quorl_status quorlftMember_Create(quorlftMember* member, quorlQueue queue, quorlftMemberCallback callback,
                                             quorlTransport transport, const char* groupName, quorl_u16 weight,
                                             quorl_u16 activeGoal, quorl_f64 heartbeatInterval,
                                             quorl_f64 preparationInterval, quorl_f64 activationInterval,
                                             const void* closure) QUORL_NOEXCEPT;
+/* Leaves the group, and says so: the next one takes over at once. There is no callback for it. QUORL_INVALID_EVENT. */
 QUORL_API quorl_status quorlftMember_Destroy(quorlftMember member) QUORL_NOEXCEPT;
+/* 1 to 65535, in force at once. QUORL_INVALID_EVENT, QUORL_INVALID_ARG. */
 QUORL_API quorl_status quorlftMember_SetWeight(quorlftMember member, quorl_u16 weight) QUORL_NOEXCEPT;
 
-/* Watches a group without joining it. lostInterval: seconds of silence after which a member counts as lost. */
+/* Watches a group without joining it: the callback gets the number of active members whenever it changes, and first when one is
+ * heard, or as 0 when none was for the lost interval. lostInterval: seconds of silence after which a member counts as lost.
+ * Statuses as of quorlftMember_Create. */
 QUORL_API quorl_status quorlftMonitor_Create(quorlftMonitor* monitor, quorlQueue queue, quorlftMonitorCallback callback,
                                              quorlTransport transport, const char* groupName, quorl_f64 lostInterval,
                                              const void* closure) QUORL_NOEXCEPT;

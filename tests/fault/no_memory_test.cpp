@@ -14,6 +14,7 @@
 #include "failing_allocator.h"
 #include "quorl/private.h"
 #include "quorl/quorl.h"
+#include "quorl/quorlft.h"
 #include "transport/nats/scripted_daemon.h"
 
 namespace {
@@ -394,6 +395,32 @@ TEST_F(NoMemory, companions) {
     quorlMsg_Destroy(message);
     EXPECT_EQ(echo::destroyListener(listener, nullptr), QUORL_OK);
     EXPECT_EQ(echo::destroyTransport(made, nullptr, nullptr), QUORL_OK);
+}
+
+TEST_F(NoMemory, fault_tolerance) {
+    const auto group = [&] {
+        const auto onAction = [](quorlftMember, const char*, quorlftAction, void*) {};
+        const auto onCount = [](quorlftMonitor, const char*, quorl_u32, void*) {};
+        const char* name = "a.group.of.a.name.that.is.longer.than.a.short.string";
+        quorlftMember member = 0;
+        quorlftMonitor monitor = 0;
+        quorl_status status = quorlftMonitor_Create(&monitor, queue_, onCount, transport_, name, 0.002, nullptr);
+        if (status == QUORL_OK)
+            status = quorlftMember_Create(&member, queue_, onAction, transport_, name, 1, 1, 0.001, 0, 0.002, nullptr);
+        if (status == QUORL_OK) status = quorlftMember_SetWeight(member, 2);
+        // Some of what comes of it, if it comes.
+        for (int i = 0; i < 3; ++i) quorlQueue_TimedDispatch(queue_, 0.005);
+        if (member != 0) {
+            EXPECT_EQ(quorlftMember_Destroy(member), QUORL_OK);
+        }
+        if (monitor != 0) {
+            EXPECT_EQ(quorlftMonitor_Destroy(monitor), QUORL_OK);
+        }
+        drain(queue_);
+        return status;
+    };
+    failEach("calls", Whose::callers, group);
+    failEach("machines", Whose::librarys, group);
 }
 
 TEST_F(NoMemory, connections_to_a_daemon) {

@@ -219,6 +219,13 @@ void Member::leave(Now now, MemberOutput& out) {
     send(now.monotonic, out);
 }
 
+void Member::abandon(Now now, MemberOutput& out) {
+    if (left_) return;
+    step(now, out);
+    if (active_) deactivate(Cause::cutOff, now.monotonic, out);
+    left_ = true;
+}
+
 void Member::expire(int64_t now, MemberOutput& out) {
     if (self_.intervals.preparation != 0) {
         for (Peer* peer = peers_.quietest(); peer != nullptr && now - peer->heard >= self_.intervals.preparation;

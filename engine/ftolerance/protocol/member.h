@@ -42,7 +42,11 @@ struct MemberOutput : MemberNews {
         actions.clear();
         advisories.clear();
     }
-    Rest takeRest() noexcept { return std::exchange(static_cast<MemberNews&>(*this), {}); }
+    // Mostly there is nothing, and the room for it stays.
+    Rest takeRest() noexcept {
+        if (actions.empty() && advisories.empty()) return {};
+        return std::exchange(static_cast<MemberNews&>(*this), {});
+    }
 };
 
 class Member {
@@ -61,6 +65,10 @@ class Member {
     void deactivated(Now now, MemberOutput& out);
     // The member goes, and says so. Afterwards nothing comes out any more.
     void leave(Now now, MemberOutput& out);
+
+    // There is no way to the others any more, and never will be: the member goes without a word, but not without telling its
+    // program to deactivate.
+    void abandon(Now now, MemberOutput& out);
 
     // When to call tick next; INT64_MAX: never.
     int64_t due() const noexcept;

@@ -281,6 +281,23 @@ TEST(FtMember, nothing_comes_out_of_one_that_has_left) {
     EXPECT_EQ(one.actions.size(), actions);
 }
 
+TEST(FtMember, one_that_is_cut_off_for_good_tells_its_program_and_nobody_else) {
+    Driven one(1);
+    one.start(0);
+    one.pass(5 * second);
+    const auto abandon = [](Member& member, Now now, MemberOutput& out) { member.abandon(now, out); };
+    EXPECT_TRUE(one.step(5 * second, abandon).empty());
+    EXPECT_EQ(one.text, "PAD");
+    EXPECT_EQ(one.actions.back().cause, Cause::cutOff);
+    EXPECT_EQ(one.machine.due(), INT64_MAX);
+    one.step(6 * second, abandon);
+    EXPECT_EQ(one.text, "PAD");
+    Driven standby(1);
+    standby.start(0);
+    standby.step(second, abandon);
+    EXPECT_EQ(standby.text, "");
+}
+
 TEST(FtMember, a_late_frame_of_one_that_left_does_not_bring_it_back) {
     Driven one(1);
     one.start(0);

@@ -25,7 +25,11 @@ struct MonitorOutput {
         counts.clear();
         advisories.clear();
     }
-    Rest takeRest() noexcept { return std::exchange(*this, {}); }
+    // Mostly there is nothing, and the room for it stays.
+    Rest takeRest() noexcept {
+        if (counts.empty() && advisories.empty()) return {};
+        return std::exchange(*this, {});
+    }
 };
 
 class Monitor {

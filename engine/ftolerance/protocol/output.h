@@ -24,6 +24,7 @@ enum class Cause : uint8_t {
     rank,     // there is a place among the active ones, or there is none any more
     paused,   // the process stood still for so long that another member may have taken its place
     unheard,  // one that ranks below acts too, and does not hear this one
+    cutOff,   // there is no way to the others any more
 };
 
 struct Told {
