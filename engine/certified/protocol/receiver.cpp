@@ -386,6 +386,11 @@ void Receiver::wantPatterns(Source& source) {
         pattern.pause.reset();
     }
     setPatternTime(source, shared_.now.monotonic);
+    // A pattern may register for subjects whose messages are plain so far.
+    for (auto& [subject, stream] : source.bySubject) {
+        if (stream->state == State::refused && !stream->listeners.empty())
+            registerAgain(*stream, shared_.now.monotonic);
+    }
 }
 
 void Receiver::setPatternTime(Source& source, int64_t at) {
