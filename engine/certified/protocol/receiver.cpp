@@ -431,7 +431,6 @@ void Receiver::onAnnounceTime() {
     FrameWriter writer;
     encode(frame, writer);
     const size_t empty = writer.size();
-    std::string_view last;
     std::set<std::string_view> patterns;
     for (const auto& [number, listener] : listeners_) {
         if (listener.pattern.front() != '_') patterns.insert(listener.pattern);
