@@ -386,6 +386,11 @@ void Receiver::wantPatterns(Source& source) {
         pattern.pause.reset();
     }
     setPatternTime(source, shared_.now.monotonic);
+    // A pattern may register for subjects whose messages are plain so far.
+    for (auto& [subject, stream] : source.bySubject) {
+        if (stream->state == State::refused && !stream->listeners.empty())
+            registerAgain(*stream, shared_.now.monotonic);
+    }
 }
 
 void Receiver::setPatternTime(Source& source, int64_t at) {
@@ -426,7 +431,6 @@ void Receiver::onAnnounceTime() {
     FrameWriter writer;
     encode(frame, writer);
     const size_t empty = writer.size();
-    std::string_view last;
     std::set<std::string_view> patterns;
     for (const auto& [number, listener] : listeners_) {
         if (listener.pattern.front() != '_') patterns.insert(listener.pattern);

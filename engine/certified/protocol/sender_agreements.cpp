@@ -244,10 +244,10 @@ void Sender::onCancel(const Frame& frame) {
             // The listener never heard of those that it has not registered for itself.
             std::vector<Agreement*> unheard;
             for (auto& [id, agreement] : subscriber->agreements) {
-                if (agreement->attempt != 0 || !matches(frame.subject, agreement->subject->text)) continue;
-                const bool wanted = std::ranges::any_of(subscriber->interests, [&](const Interest& interest) {
-                    return matches(interest.pattern, agreement->subject->text);
-                });
+                const std::string& text = agreement->subject->text;
+                if (agreement->attempt != 0 || !matches(frame.subject, text)) continue;
+                const bool wanted = std::ranges::any_of(
+                    subscriber->interests, [&](const Interest& interest) { return matches(interest.pattern, text); });
                 if (!wanted) unheard.push_back(agreement.get());
             }
             for (Agreement* agreement : unheard) {
