@@ -18,8 +18,8 @@ _quorl() {
         reply) options="-h --help -n --count --csv --echo --json --quiet --timeout $bus" ;;
         run) options="-h --help -e --execute $bus" ;;
         stats) options="-h --help -n --answer --count --json --timeout --watch $bus" ;;
-        demo) options="-h --help --seconds --stats $bus" ;;
-        daemon) options='-h --help -p --port --max-payload --seconds --server' ;;
+        demo) options="-h --help --timeout --seconds --stats $bus" ;;
+        daemon) options='-h --help -p --port --max-payload --timeout --seconds --server' ;;
         doctor) options="-h --help --json $bus" ;;
         help) options='-h --help send listen request reply run stats demo daemon doctor help' ;;
         *) return ;;

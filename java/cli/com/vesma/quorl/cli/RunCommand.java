@@ -106,6 +106,7 @@ final class RunCommand extends Action {
             Action action = (Action) command.commandSpec().userObject();
             action.transport.defaultTo(transport);
             action.check();
+            action.checkTransport();
             return new Line(place, action);
         } catch (ParameterException e) {
             throw usage(place + ": " + Main.complaint(e));
