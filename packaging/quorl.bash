@@ -28,8 +28,8 @@ _quorl() {
         'cm export') options='-h --help' ;;
         'cm review') options='-h --help --json --ledger --name' ;;
         stats) options="-h --help -n --answer --count --json --timeout --watch $bus" ;;
-        demo) options="-h --help --seconds --stats $bus" ;;
-        daemon) options='-h --help -p --port --max-payload --seconds --server' ;;
+        demo) options="-h --help --timeout --seconds --stats $bus" ;;
+        daemon) options='-h --help -p --port --max-payload --timeout --seconds --server' ;;
         doctor) options="-h --help --json $bus" ;;
         help) options='-h --help send listen request reply run cm stats demo daemon doctor help' ;;
         *) return ;;

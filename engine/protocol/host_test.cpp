@@ -70,6 +70,16 @@ class HostTest : public testing::Test {
     Log log;
 };
 
+TEST_F(HostTest, wakes_those_that_match_at_once) {
+    const GuestRef guests[] = {added(1), added(2), added(3)};
+    testHost.schedule(*guests[0], monotonicNow() + 3'600'000 * ms);
+    testHost.wakeAll([&](const Guest& guest) { return &guest != guests[1].get(); });
+    ASSERT_TRUE(log.await([](const auto& entries) { return entries.size() >= 2; }));
+    auto woken = log.entries();
+    std::sort(woken.begin(), woken.end());
+    EXPECT_EQ(woken, (std::vector<uint64_t>{1, 3}));
+}
+
 TEST_F(HostTest, wakes_guests_in_the_order_of_their_times) {
     const auto late = added(3);
     const auto early = added(1);

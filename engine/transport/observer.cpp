@@ -19,7 +19,7 @@ void Observers::tellAll(F&& report) noexcept {
     }
 }
 
-void Observers::add(ObserverRef observer) {
+void Observers::add(const ObserverRef& observer) {
     Lock reporting(reporting_);
     {
         Lock lock(list_);

@@ -56,7 +56,7 @@ class Observers final : public Observer {
     enum class State : uint32_t { pending, connected, away, lost };
 
     // Throws std::bad_alloc. No lock of a transport is held.
-    void add(ObserverRef observer);
+    void add(const ObserverRef& observer);
     // Afterwards it hears nothing more. The same.
     void remove(const Observer& observer) noexcept;
 

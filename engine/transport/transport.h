@@ -109,7 +109,7 @@ class Backend {
 
     // From now on the way's state is reported to it; it is told at once how the way is. The same without. No lock is held.
     // Throws std::bad_alloc.
-    virtual void observe(ObserverRef observer) = 0;
+    virtual void observe(const ObserverRef& observer) = 0;
     virtual void unobserve(const Observer&) noexcept {}
 
     // What is known of the way of messages to and from others; inbox: where those come that are asked about.

@@ -36,11 +36,31 @@ ensure_packages() {
         || die "could not install ${missing[*]}"
 }
 
+# A value that CMake keeps in a build folder; nothing when it keeps none.
+cached() { [[ ! -f $1/CMakeCache.txt ]] || sed -n "s/^$2:[A-Z]*=//p" "$1/CMakeCache.txt"; }
+
+# Ends with what to do when the build folder is not this tree's, or was made with a compiler that is not used any more.
+require_own_build() {
+    local folder=$1 home compiler wanted
+    home=$(cached "$folder" CMAKE_HOME_DIRECTORY)
+    [[ -z $home || $home -ef $root ]] ||
+        die "$folder was made for the tree in $home; remove it: rm -r $root/$folder"
+    compiler=$(cached "$folder" CMAKE_CXX_COMPILER)
+    [[ -n $compiler ]] || return 0
+    [[ -x $compiler ]] ||
+        die "$folder was made with the compiler $compiler, which does not exist any more; remove it: rm -r $root/$folder"
+    [[ -n ${CXX:-} ]] || return 0
+    wanted=$(command -v "${CXX%% *}") || die "the compiler $CXX, which CXX names, does not exist"
+    [[ $wanted -ef $compiler ]] ||
+        die "$folder was made with the compiler $compiler, and CXX names $wanted; remove it: rm -r $root/$folder"
+}
+
 # configure_and_build with-tests|without-tests preset [target ...]: without tests nothing is looked for that only tests need.
 configure_and_build() {
     local testing=OFF preset=$2 said
     [[ $1 != with-tests ]] || testing=ON
     shift 2
+    require_own_build "build/$preset"
     say "building $preset"
     said=$(cmake --preset "$preset" -DBUILD_TESTING=$testing 2>&1) || {
         printf '%s\n' "$said" >&2

@@ -97,7 +97,7 @@ class SimulatedBackend final : public Backend {
         port_.waiting.push_back(std::move(content));
         return QUORL_OK;
     }
-    void observe(ObserverRef observer) override { port_.observers.add(std::move(observer)); }
+    void observe(const ObserverRef& observer) override { port_.observers.add(observer); }
     void unobserve(const Observer& observer) noexcept override { port_.observers.remove(observer); }
 
     quorl_status deliver(ThreadState& thread, message::ContentRef content) noexcept override {

@@ -71,7 +71,7 @@ class Port final : public Backend {
     void closeRequest(Request& request) noexcept override { bus_->router.remove(request); }
 
     // It is there, and stays.
-    void observe(ObserverRef observer) override {
+    void observe(const ObserverRef& observer) override {
         observer->largestMessage(QUORL_MSG_MAX_SIZE);
         observer->connected();
     }

@@ -109,7 +109,7 @@ class Port final : public Backend {
         if (!used_.load(std::memory_order_relaxed)) used_.store(true, std::memory_order_seq_cst);
         return current().send(content, batching_);
     }
-    void observe(ObserverRef observer) override { current().observers().add(std::move(observer)); }
+    void observe(const ObserverRef& observer) override { current().observers().add(observer); }
     void unobserve(const Observer& observer) noexcept override { current().observers().remove(observer); }
 
     // The connection goes with its last transport; its memory stays for the calls that are under way.

@@ -301,7 +301,9 @@ bool Socket::startTls(const std::string& host, const secure::Credentials& creden
             default: {
                 const long verified = SSL_get_verify_result(tls_);
                 *trusted = verified == X509_V_OK;
-                *why = verified != X509_V_OK ? X509_verify_cert_error_string(verified) : lastWords();
+                *why = verified == X509_V_OK ? std::string(lastWords())
+                                             : std::string("the daemon's certificate is not accepted: ") +
+                                                   X509_verify_cert_error_string(verified);
                 ERR_clear_error();
                 return false;
             }

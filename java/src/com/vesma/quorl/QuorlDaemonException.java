@@ -17,8 +17,8 @@ package com.vesma.quorl;
 public final class QuorlDaemonException extends QuorlException {
     private static final long serialVersionUID = 1L;
 
-    private QuorlDaemonException(QuorlException cause) {
-        super(cause);
+    private QuorlDaemonException(QuorlException same) {
+        super(same);
     }
 
     /** The same failure, as this class when it is one of a daemon. */

@@ -181,9 +181,10 @@ public class QuorlException extends RuntimeException {
         this(status, detail, cause, false);
     }
 
-    /** The same failure as another class. */
+    /** The same failure as another class, from the same place: a cause would say it twice. */
     QuorlException(QuorlException same) {
-        this(same.status, same.detail, same, same.fromLibrary);
+        this(same.status, same.detail, same.getCause(), same.fromLibrary);
+        setStackTrace(same.getStackTrace());
     }
 
     private QuorlException(int status, String detail, Throwable cause, boolean fromLibrary) {

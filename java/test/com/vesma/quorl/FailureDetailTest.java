@@ -2,6 +2,7 @@ package com.vesma.quorl;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -39,6 +40,9 @@ class FailureDetailTest extends OpenLibrary {
                 QuorlDaemonException.class, () -> new QuorlQrdTransport(null, null, "nats://127.0.0.1:1"));
         assertEquals(QuorlException.DAEMON_NOT_FOUND, e.getStatus());
         assertTrue(e.getDetail().contains("127.0.0.1:1"), e.getMessage());
+        // Said once, from where it happened.
+        assertNull(e.getCause());
+        assertEquals("quorlTransport_Create", e.getStackTrace()[0].getMethodName());
     }
 
     @Test

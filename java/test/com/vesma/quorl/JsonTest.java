@@ -142,12 +142,14 @@ class JsonTest {
         assertRefusal(conversion, "field \"a\": 256 does not fit IPADDR32, 0 to 255", "{\"a:ipaddr32\":\"1.2.3.256\"}");
         assertRefusal(conversion, "field \"a\": 65536 does not fit IPPORT16, 0 to 65535", "{\"a:ipport16\":65536}");
         assertRefusal(conversion, "field \"a\": it is a JSON object, not I32ARRAY", "{\"a:i32[]\":{}}");
-        assertRefusal(conversion, "field \"a\": element 1: it is a JSON array, not I32", "{\"a:i32[]\":[1,[]]}");
-        assertRefusal(conversion, "field \"a\": element 1: 128 does not fit I8, -128 to 127", "{\"a:i8[]\":[1,128]}");
-        assertRefusal(conversion, "field \"a\": element 0: it is a JSON number, not STRING", "{\"a:string[]\":[1]}");
+        assertRefusal(conversion, "field \"a\" > element 1: it is a JSON array, not I32", "{\"a:i32[]\":[1,[]]}");
+        assertRefusal(conversion, "field \"a\" > element 1: 128 does not fit I8, -128 to 127", "{\"a:i8[]\":[1,128]}");
+        assertRefusal(conversion, "field \"a\" > element 0: it is a JSON number, not STRING", "{\"a:string[]\":[1]}");
         assertRefusal(conversion, "field \"a\": it is a JSON number, not MSG", "{\"a:msg\":1}");
-        assertRefusal(conversion, "field \"a\": element 2: field \"b\" id 3: it is a JSON boolean, not STRING",
+        assertRefusal(conversion, "field \"a\" > element 2 > \"b\" id 3: it is a JSON boolean, not STRING",
                 "{\"a:msg[]\":[{},{},{\"b:string#3\":true}]}");
+        assertRefusal(conversion, "field \"a\" > \"b\" > \"c\": it is a JSON number, not STRING",
+                "{\"a:msg\":{\"b:msg\":{\"c:string\":1}}}");
         assertRefusal(conversion,
                 "field \"a\": the text has a zero character at index 0, where the library would end it", "{\"a:string\":\"\\u0000\"}");
         assertRefusal(conversion, "field \"a\": the text has half a surrogate pair at index 0", "{\"a:string\":\"\\ud83d\"}");
@@ -161,9 +163,9 @@ class JsonTest {
         assertRefusal(QuorlException.INVALID_ARG, "field \"a\": a field's id is 1 to 65535, not 0", "{\"a:i32#0\":1}");
         assertRefusal(QuorlException.ID_IN_USE, "field \"b\" id 7", "{\"a:i32#7\":1,\"b:i32#7\":1}");
         assertRefusal(QuorlException.INVALID_INSTANCE,
-                "field \"a\": it is number 2 of its name, which ~ is to say from the second on", "{\"a:i32\":1,\"a:i32\":2}");
+                "field \"a\": it is field number 2 of this name: call the member \"a:i32~2\"", "{\"a:i32\":1,\"a:i32\":2}");
         assertRefusal(QuorlException.INVALID_INSTANCE,
-                "field \"a\": it is number 1 of its name, which ~ is to say from the second on", "{\"a:i32~2\":1}");
+                "field \"a\": it is field number 1 of this name: call the member \"a:i32\"", "{\"a:i32~2\":1}");
         assertEquals(QuorlException.INVALID_NAME, assertThrows(QuorlException.class,
                 () -> QuorlMsg.fromJson("{\"" + "n".repeat(128) + ":i32\":1}")).getStatus());
         assertThrows(NullPointerException.class, () -> QuorlMsg.fromJson(null));
@@ -195,9 +197,9 @@ class JsonTest {
     void nestingHasABound() {
         String json = "{\"m:msg\":".repeat(64) + "{}" + "}".repeat(64);
         QuorlMsg.fromJson(json).close();
-        assertRefusal(QuorlException.INVALID_MSG, "field \"m\": messages are nested to more than 64 levels",
+        assertRefusal(QuorlException.INVALID_MSG, "field \"m\" > ... > \"m\": messages are nested to more than 64 levels",
                 "{\"m:msg\":" + json + "}");
-        assertRefusal(QuorlException.INVALID_MSG, "field \"m\": messages are nested to more than 64 levels",
+        assertRefusal(QuorlException.INVALID_MSG, "field \"ms\" > ... > \"m\": messages are nested to more than 64 levels",
                 "{\"ms:msg[]\":[{}," + json + "]}");
         assertThrows(QuorlException.class, () -> QuorlMsg.fromJson("{\"m:msg\":".repeat(100_000)));
     }

@@ -50,6 +50,7 @@ abstract class Action implements Callable<Integer> {
     @Override
     public Integer call() throws InterruptedException {
         check();
+        checkTransport();
         try (Interruption interruption = new Interruption()) {
             try {
                 work(interruption);
@@ -126,6 +127,16 @@ abstract class Action implements Callable<Integer> {
 
     PrintWriter err() {
         return spec.commandLine().getErr();
+    }
+
+    /** Looks at the form of the daemon's address, as check does at other arguments. */
+    final void checkTransport() {
+        if (transport.daemon == null || transport.daemon.isEmpty()) return;
+        try {
+            DaemonAddress.parse(transport.daemon);
+        } catch (Failure e) {
+            throw usage("--daemon: " + e.getMessage());
+        }
     }
 
     ParameterException usage(String message) {

@@ -17,7 +17,7 @@ import picocli.CommandLine.Spec;
 @Command(name = "daemon", description = {"Runs a daemon (nats-server) for the programs of this machine.",
         "It listens on 127.0.0.1 only, asks nobody who they are, keeps nothing on disk, and ends with this command."},
         footer = {"", "It prints its address and how to stop it. Between machines run a nats-server of your own.", "",
-                "Examples:", "  quorl daemon", "  quorl daemon --port 0 --seconds 3600"})
+                "Examples:", "  quorl daemon", "  quorl daemon --port 0 --timeout 3600"})
 final class DaemonCommand implements Callable<Integer> {
     private static final int MEBIBYTE = 1 << 20;
 
@@ -41,7 +41,7 @@ final class DaemonCommand implements Callable<Integer> {
     @Option(names = "--server", paramLabel = "FILE", description = "the nats-server to run; without it the one on the path")
     String program;
 
-    @Option(names = "--seconds", paramLabel = "N", description = "end after that time")
+    @Option(names = {"--timeout", "--seconds"}, paramLabel = "SECONDS", description = "end after that time")
     Double seconds;
 
     DaemonCommand() {
@@ -57,7 +57,7 @@ final class DaemonCommand implements Callable<Integer> {
         if (port < 0 || port > 65535) throw usage("--port takes a number from 0 to 65535, not " + port);
         if (maxPayload < 1 || maxPayload > 64) throw usage("--max-payload takes a number from 1 to 64, not " + maxPayload);
         if (seconds != null && !(seconds > 0 && seconds < 1e9)) {
-            throw usage("--seconds takes a number above 0, not " + Texts.number(seconds));
+            throw usage("--timeout takes a number above 0, not " + Texts.number(seconds));
         }
         Path path = program != null ? Path.of(program) : installed.get();
         if (path == null) {

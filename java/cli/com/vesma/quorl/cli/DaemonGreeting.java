@@ -58,7 +58,7 @@ record DaemonGreeting(String version, long maxPayload, boolean wantsTls, boolean
         }
         String version = find(line, "\"version\":\"([^\"]*)\"");
         String payload = find(line, "\"max_payload\":([0-9]{1,18})");
-        return new DaemonGreeting(version == null ? "unknown" : version, payload == null ? 0 : Long.parseLong(payload),
+        return new DaemonGreeting(version == null ? "unknown" : Texts.shown(version), payload == null ? 0 : Long.parseLong(payload),
                 find(line, "\"(tls_required)\":true") != null, find(line, "\"(tls_verify)\":true") != null,
                 find(line, "\"(auth_required)\":true") != null);
     }

@@ -13,7 +13,7 @@ import picocli.CommandLine.Option;
 /** quorl demo: publishes this machine's counters, listens to them and shows them live. */
 @Command(name = "demo", description = {"Publishes this machine's counters ten times a second as typed messages and shows what "
         + "a listener hears.", "Ends with a count of what was sent and received; a message lost makes the exit code 1."},
-        footer = {"", "Examples:", "  quorl demo", "  quorl demo --seconds 5 --stats"})
+        footer = {"", "Examples:", "  quorl demo", "  quorl demo --timeout 5 --stats"})
 final class DemoCommand extends Action {
     private static final double SAMPLES_PER_SECOND = 10;
     private static final double FRAMES_PER_SECOND = 5;
@@ -22,7 +22,8 @@ final class DemoCommand extends Action {
     /** How long the listener may take for what was sent last. */
     private static final double DRAIN_SECONDS = 10;
 
-    @Option(names = "--seconds", paramLabel = "N", defaultValue = "15", description = "for how long (${DEFAULT-VALUE})")
+    @Option(names = {"--timeout", "--seconds"}, paramLabel = "SECONDS", defaultValue = "15",
+            description = "end after that time (${DEFAULT-VALUE})")
     double seconds;
 
     @Option(names = "--stats", description = "print at the end what the library has counted")
@@ -38,7 +39,7 @@ final class DemoCommand extends Action {
 
     @Override
     void check() {
-        if (!(seconds > 0 && seconds < 1e6)) throw usage("--seconds takes a number above 0, not " + Texts.number(seconds));
+        if (!(seconds > 0 && seconds < 1e6)) throw usage("--timeout takes a number above 0, not " + Texts.number(seconds));
     }
 
     @Override

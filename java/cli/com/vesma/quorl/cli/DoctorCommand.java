@@ -30,6 +30,13 @@ final class DoctorCommand implements Callable<Integer> {
     /** How a daemon's words about a permission begin. */
     private static final String VIOLATION = "Permissions Violation";
 
+    /** What the library says of a server that takes nobody without TLS, and of a server's certificate that does not count. */
+    private static final String DEMANDS_TLS = "demands TLS";
+    private static final String REFUSED_CERTIFICATE = "the daemon's certificate is not accepted";
+
+    private static final String WRITE_TLS = "begin its address with tls://, and give with --trust the certificate of the "
+            + "authority that signed the daemon's, unless that is a public one";
+
     private static final String RAISE_SUBSCRIPTIONS = "raise max_subscriptions in the server's configuration: each connection "
             + "takes two, and one for each subject that it listens to";
 
@@ -177,8 +184,7 @@ final class DoctorCommand implements Callable<Integer> {
         }
         if (greeting == null) return;
         if (greeting.wantsTls() && !answering.tls()) {
-            note("credentials", "the daemon wants TLS", "begin its address with tls://, and give with --trust the certificate of the "
-                    + "authority that signed the daemon's, unless that is a public one");
+            note("credentials", "the daemon wants TLS", WRITE_TLS);
         }
         if (greeting.wantsCertificate() && transport.identity == null) {
             note("credentials", "the daemon wants a certificate of whoever connects", "give --identity FILE");
@@ -233,7 +239,7 @@ final class DoctorCommand implements Callable<Integer> {
                         adviceOnPermissions(words));
             } else {
                 wrong("connection", e.getMessage(), e.getMessage().contains("maximum subscriptions")
-                        ? RAISE_SUBSCRIPTIONS : adviceFor(e.getStatus()));
+                        ? RAISE_SUBSCRIPTIONS : adviceFor(e));
             }
         }
     }
@@ -258,17 +264,25 @@ final class DoctorCommand implements Callable<Integer> {
                 + " and deny nothing that the bus needs; then 'nats-server --signal reload=PID', with the server's process id";
     }
 
-    private String adviceFor(int status) {
-        return switch (status) {
+    private String adviceFor(QuorlException e) {
+        return switch (e.getStatus()) {
             case QuorlException.SERVICE_NOT_FOUND, QuorlException.NETWORK_NOT_FOUND ->
                 "names of services and networks are printable ASCII without blanks, at most 63 bytes";
             case QuorlException.USERPASS_MISMATCH -> "check --user, --password-file and --identity against the daemon's users";
-            default -> transport.daemon.contains("tls://")
-                    ? "does --trust hold the certificate of the authority that signed the daemon's certificate (a daemon's that "
-                            + "signed itself, its own), and does the daemon's name the host as it is written here? 'openssl x509 "
-                            + "-in FILE -text -noout' shows a file"
-                    : "are host, port, user and password right?";
+            default -> adviceOnConnecting(e.getMessage());
         };
+    }
+
+    private String adviceOnConnecting(String words) {
+        if (words.contains(DEMANDS_TLS)) return WRITE_TLS;
+        if (!words.contains(REFUSED_CERTIFICATE)) return "are host and port right, and do all servers of the address run?";
+        if (transport.trust == null) {
+            return "give with --trust FILE the certificate of the authority that signed the daemon's (of a daemon's that signed "
+                    + "itself, its own); without --trust only authorities that this machine trusts count";
+        }
+        return "does --trust hold the certificate of the authority that signed the daemon's certificate (a daemon's that "
+                + "signed itself, its own), and does the daemon's name the host as it is written here? 'openssl x509 "
+                + "-in FILE -text -noout' shows a file";
     }
 
     @SuppressWarnings("try")

@@ -109,6 +109,7 @@ final class RunCommand extends Action {
             }
             action.transport.defaultTo(transport);
             action.check();
+            action.checkTransport();
             return new Line(place, action);
         } catch (ParameterException e) {
             throw usage(place + ": " + Main.complaint(e));

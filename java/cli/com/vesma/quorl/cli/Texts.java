@@ -16,17 +16,22 @@ final class Texts {
 
     /** Somebody's text between quotes, on one line and not without end. */
     static String quoted(String text) {
-        StringBuilder quoted = new StringBuilder("\"");
+        return '"' + shown(text) + '"';
+    }
+
+    /** The same without the quotes. */
+    static String shown(String text) {
+        StringBuilder shown = new StringBuilder();
         int end = Math.min(text.length(), LONGEST);
         for (int i = 0; i < end; i++) {
             char c = text.charAt(i);
             if (Character.isISOControl(c)) {
-                quoted.append(String.format(Locale.ROOT, "\\u%04x", (int) c));
+                shown.append(String.format(Locale.ROOT, "\\u%04x", (int) c));
             } else {
-                quoted.append(c);
+                shown.append(c);
             }
         }
-        return quoted.append(end < text.length() ? "...\"" : "\"").toString();
+        return shown.append(end < text.length() ? "..." : "").toString();
     }
 
     /** An address, or what was given in its place, without the credentials that do not belong in it. */

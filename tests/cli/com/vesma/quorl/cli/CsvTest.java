@@ -79,7 +79,7 @@ class CsvTest {
                 {"n:i32\n\"1\n", " line 2 column 1: a quote that is not closed"},
                 {"n:i32,s:string\n1,b\"\n", " line 2 column 3: a quote inside"},
                 {"s:string,n:i32\n\"two\nlines\",99999999999999999999\n", " line 3 column 8: field \"n\": type i32 takes"},
-                {"a:i32[],b:i32[]\n\"[1,2]\",\"[1,\"\"x\"\"]\"\n", " line 2 column 9: field \"b\": element 1: "},
+                {"a:i32[],b:i32[]\n\"[1,2]\",\"[1,\"\"x\"\"]\"\n", " line 2 column 9: field \"b\" > element 1: "},
                 {"a:msg\n{\n", " line 2 column 1: field \"a\": type msg takes JSON"},
                 {"a:i32[]\n\"[1],\"\"b:i32\"\":2\"\n", " line 2 column 1: field \"a\": type i32[] takes JSON"},
                 {"a:i32#7,b:i32#7\n1,2\n", " line 2 column 3: "},

@@ -176,6 +176,14 @@ class DoctorTest {
         }
     }
 
+    /** What a daemon says of itself reaches no terminal as it is. */
+    @Test
+    void aVersionIsShownHarmless() {
+        DaemonAddress place = DaemonAddress.parse("127.0.0.1:1").get(0);
+        String version = DaemonGreeting.parse(place, "INFO {\"version\":\"2\u001b[2J" + "9".repeat(5000) + "\"}").version();
+        assertTrue(version.startsWith("2\\u001b[2J999") && version.endsWith("999...") && version.length() < 300, version);
+    }
+
     @Test
     void eachServerOfAClusterIsLookedAt() throws Exception {
         try (ChildDaemon daemon = new ChildDaemon(folder); Socket silent = new Socket()) {

@@ -127,7 +127,13 @@ class SecureDaemonTest {
         assertTrue(stranger.err().contains("status 18") && stranger.err().contains("certificate"), stranger.err());
         Cli untrusted = at("doctor", null, "--user", "plant", "--password-file", file("password"));
         assertEquals(1, untrusted.code());
-        assertTrue(untrusted.out().contains("wrong  connection") && untrusted.out().contains("-> does --trust hold"), untrusted.out());
+        assertTrue(untrusted.out().contains("wrong  connection") && untrusted.out().contains("-> give with --trust FILE"), untrusted.out());
+        Cli wrongly = at("doctor", null, "--trust", file("stranger.pem"), "--user", "plant", "--password-file", file("password"));
+        assertTrue(wrongly.out().contains("-> does --trust hold"), wrongly.out());
+        Cli clear = Cli.run("doctor", "--daemon", address.replace("tls://", "nats://"));
+        assertTrue(clear.out().lines().anyMatch(line -> line.startsWith("wrong  connection") && line.contains("demands TLS")),
+                clear.out());
+        assertTrue(clear.out().contains("-> begin its address with tls://"), clear.out());
         assertTrue(untrusted.out().contains("\"CN=daemon\" expires at 20"), untrusted.out());
     }
 

@@ -23,6 +23,17 @@ class UsageTest {
         assertTrue(option.err().contains("'--fast'") && option.err().contains("quorl send --help"), option.err());
     }
 
+    /** As for any other argument: exit code 2, and no status of the library's. */
+    @Test
+    void anAddressThatIsNoneIsAWrongCall() {
+        Cli.expectUsage("--daemon: \"a:0\" is not a valid daemon address: its port is not a number from 1 to 65535",
+                "quorl send", "send", "a.b", "--daemon", "a:0");
+        Cli.expectUsage("--daemon: \"nats://...@h\" is not a valid daemon address: credentials do not belong in it",
+                "quorl listen", "listen", "a.b", "--daemon", "nats://u:secret@h");
+        Cli.expectUsage("--daemon: \"h?...\" is not a valid daemon address: nothing follows host and port in one",
+                "quorl stats", "stats", "a.b", "--daemon", "h?password=secret");
+    }
+
     @ParameterizedTest
     @ValueSource(strings = {"send", "listen", "request", "reply", "run", "stats", "demo", "doctor"})
     void everyCommandHasHelpWithItsTransportOptions(String command) {
@@ -87,7 +98,8 @@ class UsageTest {
         Cli.expectUsage("--timeout takes a number of at least 0, not -2.5", "quorl listen", "listen", "a", "--timeout",
                 "-2.5");
         Cli.expectUsage("--timeout takes a number of at least 0, not NaN", "quorl request", "request", "a", "--timeout", "NaN");
-        Cli.expectUsage("--seconds takes a number above 0, not 0", "quorl demo", "demo", "--seconds", "0");
+        Cli.expectUsage("--timeout takes a number above 0, not 0", "quorl demo", "demo", "--seconds", "0");
+        Cli.expectUsage("--timeout takes a number above 0, not 0", "quorl demo", "demo", "--timeout", "0");
         Cli.expectUsage("Invalid value for option '--count': 'many' is not a number that fits", "quorl send", "send", "a",
                 "--count", "many");
         Cli.expectUsage("Invalid value for option '--timeout': 'soon' is not a number that fits", "quorl listen", "listen", "a",

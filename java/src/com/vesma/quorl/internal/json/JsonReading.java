@@ -37,6 +37,12 @@ final class JsonReading {
 
     private static final Pattern PLACE = Pattern.compile(" at line [0-9]+ column [0-9]+ path .*", Pattern.DOTALL);
 
+    /** How what is said of a part of a message begins. */
+    private static final String FIELD = "field ";
+    private static final String INSIDE = " > ";
+    private static final String LEFT_OUT = " > ... > ";
+    private static final Pattern ELEMENT = Pattern.compile("element [0-9]+( >|:)");
+
     private static final Pattern BITS = Pattern.compile("NaN\\(([0-9a-f]{1,16})\\)");
 
     private final JsonReader in;
@@ -96,13 +102,15 @@ final class JsonReading {
                 throw ApiAccess.failure(QuorlException.INVALID_ARG, "a field's id is 1 to 65535, not " + parts.group(2));
             }
             if (instance != JsonTypes.next(instances, name)) {
-                throw ApiAccess.failure(QuorlException.INVALID_INSTANCE,
-                        "it is number " + instances.get(name) + " of its name, which ~ is to say from the second on");
+                int number = instances.get(name);
+                String stem = parts.group(3) == null ? member : member.substring(0, member.lastIndexOf(JsonTypes.INSTANCE));
+                throw ApiAccess.failure(QuorlException.INVALID_INSTANCE, "it is field number " + number
+                        + " of this name: call the member \"" + stem + (number == 1 ? "" : "~" + number) + "\"");
             }
             out.head(type, Texts.cached(name, "the name"), id);
             value(out, type);
         } catch (QuorlException e) {
-            throw e.getStatus() == QuorlException.ID_IN_USE ? e : ApiAccess.about(e, Fields.describe(name, id));
+            throw e.getStatus() == QuorlException.ID_IN_USE ? e : within(e, Fields.describe(name, id));
         } catch (IllegalArgumentException e) {
             throw ApiAccess.failure(
                     QuorlException.CONVERSION_FAILED, Fields.describe(name, id) + ": " + e.getMessage(), e);
@@ -308,13 +316,35 @@ final class JsonReading {
         try {
             return element.read();
         } catch (QuorlException e) {
-            throw ApiAccess.about(e, "element " + number);
+            throw within(e, "element " + number);
         } catch (IllegalArgumentException e) {
             throw ApiAccess.failure(QuorlException.CONVERSION_FAILED, "element " + number + ": " + e.getMessage(), e);
         }
     }
 
     // ---- refusals -----------------------------------------------------------------------------------------------------
+
+    /** The failure, of the part of a message that what describes. Parts of parts make one path. */
+    private static QuorlException within(QuorlException e, String what) {
+        String detail = e.getDetail();
+        if (detail != null && detail.startsWith(FIELD)) {
+            return ApiAccess.failure(e.getStatus(), path(what, detail.substring(FIELD.length())), e);
+        }
+        if (detail != null && ELEMENT.matcher(detail).lookingAt()) {
+            return ApiAccess.failure(e.getStatus(), path(what, detail), e);
+        }
+        return ApiAccess.about(e, what);
+    }
+
+    /** Of a path that is long, its first part and its last. */
+    private static String path(String part, String rest) {
+        int left = rest.indexOf(LEFT_OUT);
+        if (left >= 0) {
+            return part + rest.substring(left);
+        }
+        int last = rest.lastIndexOf(INSIDE);
+        return rest.split(INSIDE, -1).length > 3 ? part + LEFT_OUT + rest.substring(last + INSIDE.length()) : part + INSIDE + rest;
+    }
 
     private void expect(JsonToken wanted, int type) throws IOException {
         JsonToken found = in.peek();
