@@ -134,7 +134,6 @@ public final class Quorl implements AutoCloseable {
             daemons = ClosingLosses.daemonsInUse();
         } finally {
             EngineQueries.libraryCloses();
-            CircuitWatch.libraryCloses();
             CmDeliveries.libraryCloses();
             status = quorl_Close();
             if (status == QuorlException.DAEMON_NOT_CONNECTED) {
