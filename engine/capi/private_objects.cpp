@@ -39,6 +39,8 @@ quorl_status _quorlObjectId_GetEx(quorl_u32 id, quorl_u32 type, void** record, q
     if (state == nullptr) return noThreadState();
     ReadGuard guard(*state);
     Record* found = type > UINT16_MAX ? nullptr : registry::find(id, static_cast<uint16_t>(type));
+    // A certified listener is an event too, of a companion: whoever ends events finds its closure in the same way.
+    if (found == nullptr && type == QUORL_OBJECT_EVENT) found = registry::find(id, QUORL_OBJECT_CM_EVENT);
     if (found == nullptr) return noObject(id, type);
     if (acquire == 1) registry::acquireReference(*found);
     *record = found;

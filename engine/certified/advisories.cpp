@@ -30,6 +30,8 @@ void Node::tell(const Event& event) const noexcept {
             return advise(Severity::info, source, "confirmed", {transport, own, listener, subject, first, last});
         case Event::Kind::completed:
             return advise(Severity::info, source, "completed", {transport, own, subject, first, last});
+        case Event::Kind::settled:
+            return advise(Severity::info, source, "settled", {transport, own, subject, first, last});
         case Event::Kind::expired:
             return advise(Severity::warn, source, "expired", {transport, own, subject, first, last});
         case Event::Kind::undelivered:

@@ -55,8 +55,12 @@ quorl_status Node::send(quorlMsg handle) noexcept {
     quorl_status status = Message::of(handle, &message);
     if (status == QUORL_OK) status = timeLimitOf(handle, &limit);
     if (status != QUORL_OK) return status;
-    return sendBy(message,
-                  [&](Machine& machine, Now now, Output& out) { return machine.send(message, limit, now, out); });
+    uint64_t number = 0;
+    status = sendBy(message, [&](Machine& machine, Now now, Output& out) {
+        return machine.send(message, limit, now, out, &number);
+    });
+    if (status == QUORL_OK) noteSent(handle, name_, number);
+    return status;
 }
 
 quorl_status Node::sendReply(quorlMsg reply, quorlMsg request) noexcept {
@@ -75,9 +79,12 @@ quorl_status Node::sendReply(quorlMsg reply, quorlMsg request) noexcept {
         companion::KeptErrorText kept;
         if (Message::received(request, &whole) != QUORL_OK) whole = {};
     }
-    return sendBy(answer, [&](Machine& machine, Now now, Output& out) {
-        return machine.sendReply(answer, whole ? requesterOf(whole) : std::string_view(), limit, now, out);
+    uint64_t number = 0;
+    status = sendBy(answer, [&](Machine& machine, Now now, Output& out) {
+        return machine.sendReply(answer, whole ? requesterOf(whole) : std::string_view(), limit, now, out, &number);
     });
+    if (status == QUORL_OK) noteSent(reply, name_, number);
+    return status;
 }
 
 quorl_status Node::sendRequest(quorlMsg handle, quorlMsg* reply, double timeout) noexcept {
@@ -112,9 +119,12 @@ quorl_status Node::sendRequest(quorlMsg handle, quorlMsg* reply, double timeout)
             status = fail(QUORL_NO_MEMORY, "no memory for a request");
         }
     }
+    uint64_t sequence = 0;
     if (status == QUORL_OK)
-        status = sendBy(message,
-                        [&](Machine& machine, Now now, Output& out) { return machine.send(message, limit, now, out); });
+        status = sendBy(message, [&](Machine& machine, Now now, Output& out) {
+            return machine.send(message, limit, now, out, &sequence);
+        });
+    if (status == QUORL_OK) noteSent(handle, name_, sequence);
     if (status == QUORL_OK) status = awaitReply(request, number, deadline, reply);
     {
         companion::KeptErrorText kept;

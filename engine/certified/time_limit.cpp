@@ -1,5 +1,5 @@
-// Handle attributes: the companion's number, a version, the limit in 8 bytes (0: none was set), and perhaps the sender's name with
-// its terminator.
+// Handle attributes: the companion's number, a version, the limit in 8 bytes (0: none was set), the number in 8 bytes (0: it was
+// not sent), and perhaps the sender's name with its terminator.
 #include "certified/time_limit.h"
 
 #include <array>
@@ -21,10 +21,12 @@ using companion::Message;
 namespace {
 
 constexpr size_t limitAt = 2;
-constexpr size_t nameAt = limitAt + sizeof(int64_t);
+constexpr size_t numberAt = limitAt + sizeof(int64_t);
+constexpr size_t nameAt = numberAt + sizeof(uint64_t);
 
 struct Own {
     int64_t limit = 0;
+    uint64_t number = 0;
     const char* sender = nullptr;  // in the handle
 };
 
@@ -33,13 +35,15 @@ quorl_status readOwn(quorlMsg handle, Own* own) noexcept {
     if (const quorl_status status = companion::handleAttributes(handle, &bytes); status != QUORL_OK) return status;
     if (bytes.size() < nameAt || bytes[0] != companionNumber) return QUORL_OK;
     std::memcpy(&own->limit, bytes.data() + limitAt, sizeof own->limit);
+    std::memcpy(&own->number, bytes.data() + numberAt, sizeof own->number);
     if (bytes.size() > nameAt) own->sender = reinterpret_cast<const char*>(bytes.data() + nameAt);
     return QUORL_OK;
 }
 
-quorl_status writeOwn(quorlMsg handle, int64_t limit, std::string_view sender) noexcept {
+quorl_status writeOwn(quorlMsg handle, int64_t limit, uint64_t number, std::string_view sender) noexcept {
     std::array<uint8_t, nameAt + nameMax + 1> bytes{companionNumber, 1};
     std::memcpy(bytes.data() + limitAt, &limit, sizeof limit);
+    std::memcpy(bytes.data() + numberAt, &number, sizeof number);
     std::memcpy(bytes.data() + nameAt, sender.data(), sender.size());
     return companion::setHandleAttributes(handle, {bytes.data(), sender.empty() ? nameAt : nameAt + sender.size() + 1});
 }
@@ -78,7 +82,15 @@ quorl_status readTimeLimit(double seconds, int64_t* limit) noexcept {
 quorl_status setTimeLimit(quorlMsg handle, double seconds) noexcept {
     int64_t limit = 0;
     if (const quorl_status status = readTimeLimit(seconds, &limit); status != QUORL_OK) return status;
-    return writeOwn(handle, limit, {});
+    return writeOwn(handle, limit, 0, {});
+}
+
+void noteSent(quorlMsg handle, std::string_view sender, uint64_t number) noexcept {
+    companion::KeptErrorText kept;
+    Own own;
+    // Without memory the getters say that they know nothing.
+    if (readOwn(handle, &own) == QUORL_OK && (number != 0 || own.number != 0))
+        writeOwn(handle, own.limit, number, number != 0 ? sender : std::string_view());
 }
 
 quorl_status getTimeLimit(quorlMsg handle, double* seconds) noexcept {
@@ -103,7 +115,7 @@ quorl_status getSender(quorlMsg handle, const char** sender) noexcept {
         Message message;
         Attributes attributes;
         quorl_status status = readAttributes(handle, &message, &attributes);
-        if (status == QUORL_OK) status = writeOwn(handle, own.limit, attributes.sender);
+        if (status == QUORL_OK) status = writeOwn(handle, own.limit, 0, attributes.sender);
         if (status == QUORL_OK) status = readOwn(handle, &own);
         if (status != QUORL_OK) return status;
     }
@@ -112,6 +124,10 @@ quorl_status getSender(quorlMsg handle, const char** sender) noexcept {
 }
 
 quorl_status getSequence(quorlMsg handle, uint64_t* sequence) noexcept {
+    Own own;
+    if (const quorl_status status = readOwn(handle, &own); status != QUORL_OK) return status;
+    *sequence = own.number;
+    if (own.number != 0) return QUORL_OK;
     Message message;
     Attributes attributes;
     const quorl_status status = readAttributes(handle, &message, &attributes);

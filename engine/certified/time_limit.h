@@ -1,8 +1,9 @@
-// What the certified functions on messages keep with a handle: the time limit that the program has set, and the name of the sender
-// as a text, which the program was given.
+// What the certified functions on messages keep with a handle: the time limit that the program has set, the number that a send
+// has given the message, and the name of the sender as a text, which the program was given.
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "quorl/quorl.h"
 
@@ -15,6 +16,9 @@ quorl_status timeLimitOf(quorlMsg handle, int64_t* limit) noexcept;
 
 // Seconds to nanoseconds; 0 and infinite are neverExpires. QUORL_INVALID_ARG.
 quorl_status readTimeLimit(double seconds, int64_t* limit) noexcept;
+
+// What a send has given the message, for the getters; number 0: it was not certified.
+void noteSent(quorlMsg handle, std::string_view sender, uint64_t number) noexcept;
 
 // For quorlMsg_SetCMTimeLimit and the three getters.
 quorl_status setTimeLimit(quorlMsg handle, double seconds) noexcept;

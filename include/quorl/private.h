@@ -35,6 +35,7 @@ QUORL_API quorl_status _quorlObjectId_Verify(quorl_u32 id, quorl_u32 type) QUORL
 
 /* The record of an object. acquire 1 takes a reference, which keeps the record until _quorlObjectId_ReleaseEx gives it
  * back; acquire 0 takes none, and the record may be read only while the caller knows the object to be alive. flags: 0.
+ * The type of events finds certified listeners too.
  * QUORL_NOT_FOUND: no such object; *record is then null. */
 QUORL_API quorl_status _quorlObjectId_GetEx(quorl_u32 id, quorl_u32 type, void** record, quorl_u32 acquire,
                                             quorl_u32 flags) QUORL_NOEXCEPT;

@@ -92,7 +92,8 @@ QUORL_API quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent listener, quorlMsg m
 
 /* ---- attributes of certified messages --------------------------------------------------------------------------- */
 
-/* QUORL_NOT_FOUND: the message carries no such attribute. The name belongs to the message. */
+/* Of a message that a certified listener was given, or that was sent: the last send counts. QUORL_NOT_FOUND: the message carries
+ * no such attribute. The name belongs to the message. */
 QUORL_API quorl_status quorlMsg_GetCMSender(quorlMsg message, const char** sender) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlMsg_GetCMSequence(quorlMsg message, quorl_u64* sequence) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlMsg_GetCMTimeLimit(quorlMsg message, quorl_f64* timeLimit) QUORL_NOEXCEPT;

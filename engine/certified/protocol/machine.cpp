@@ -201,9 +201,9 @@ quorl_status Machine::send(const companion::Message& message, int64_t limit, Now
 }
 
 quorl_status Machine::sendReply(const companion::Message& message, std::string_view requester, int64_t limit, Now now,
-                                Output& out) {
+                                Output& out, uint64_t* number) {
     const Step step(*shared_, now, out);
-    return sender_->sendReply(message, requester, limit);
+    return sender_->sendReply(message, requester, limit, number);
 }
 
 void Machine::setDefaultTimeLimit(int64_t limit) noexcept {

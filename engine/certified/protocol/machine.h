@@ -85,11 +85,12 @@ struct Delivery {
 struct Event {
     enum class Kind : uint8_t {
         // Of the sender; name is the listener's.
-        registered,     // name, subject, first: from which number on it is kept for
-        ended,          // name, subject, reason: the agreement is over; last: how many messages it had not confirmed
-        confirmed,      // name, subject, first to last: those that it has confirmed
-        completed,      // subject, first to last: everybody has confirmed them
-        expired,        // subject, first to last: their time limit has passed, or the program expired them
+        registered,  // name, subject, first: from which number on it is kept for
+        ended,       // name, subject, reason: the agreement is over; last: how many messages it had not confirmed
+        confirmed,   // name, subject, first to last: those that it has confirmed
+        completed,   // subject, first to last: everybody has confirmed them, after what was told of each
+        settled,  // subject, first to last: nobody is waited for, since nobody was registered or the last was given up
+        expired,  // subject, first to last: their time limit has passed, or the program expired them
         undelivered,    // name, subject, first to last, reason: it had not confirmed what is given up
         lagging,        // name, subject, first: the oldest that it has not confirmed; last: how many there are
         nearlyFull,     // first: bytes kept; last: the limit
@@ -216,7 +217,7 @@ class Machine {
                       uint64_t* number = nullptr);
     // To an inbox, for the certified name that asked (see requesterOf): it is registered for the answer without being asked.
     quorl_status sendReply(const companion::Message& message, std::string_view requester, int64_t limit, Now now,
-                           Output& out);
+                           Output& out, uint64_t* number = nullptr);
     // Nanoseconds, 0 for never. Of what is sent from now on.
     void setDefaultTimeLimit(int64_t limit) noexcept;
 

@@ -134,10 +134,12 @@ quorl_status Sender::send(const companion::Message& message, int64_t limit, uint
     return sendOn(*subject, message, limit, number);
 }
 
-quorl_status Sender::sendReply(const companion::Message& message, std::string_view requester, int64_t limit) {
+quorl_status Sender::sendReply(const companion::Message& message, std::string_view requester, int64_t limit,
+                               uint64_t* number) {
     const std::string_view text = message.subject();
     if (!validSubject(text)) return QUORL_INVALID_SUBJECT;
-    if (requester.empty() || !text.starts_with("_INBOX.")) return send(message, limit, nullptr);
+    if (requester.empty() || !text.starts_with("_INBOX.")) return send(message, limit, number);
+    if (number != nullptr) *number = 0;
     if (!validName(requester)) return QUORL_INVALID_NAME;
     if (shared_.suspended) return QUORL_NOT_PERMITTED;
     if (const quorl_status status = shared_.storageStatus(); status != QUORL_OK) return status;
@@ -154,7 +156,7 @@ quorl_status Sender::sendReply(const companion::Message& message, std::string_vi
     if (subject == nullptr) subject = &make(text, true);
     if (!subscriber->agreements.contains(subject->id)) agree(*subject, *subscriber, subject->last + 1, anySession);
     if (limit == 0 && defaultLimit_ == 0) limit = replyLimit;
-    const quorl_status status = sendOn(*subject, message, limit, nullptr);
+    const quorl_status status = sendOn(*subject, message, limit, number);
     if (status != QUORL_OK) flushReleased(*subject);
     return status;
 }
@@ -164,6 +166,7 @@ quorl_status Sender::sendOn(Subject& subject, const companion::Message& message,
     const uint64_t next = subject.last + 1;
     companion::Message data = dataOf(subject, next, limit, message);
     if (subject.agreements.empty()) {
+        shared_.tell(Event::Kind::settled, {}, subject.text, next, next);
         shared_.sendWhenStored(std::move(data));
         subject.last = next;
         if (number != nullptr) *number = next;

@@ -36,7 +36,8 @@ class Sender {
 
     // ---- the program's; see Machine
     quorl_status send(const companion::Message& message, int64_t limit, uint64_t* number);
-    quorl_status sendReply(const companion::Message& message, std::string_view requester, int64_t limit);
+    quorl_status sendReply(const companion::Message& message, std::string_view requester, int64_t limit,
+                           uint64_t* number);
     void setDefaultLimit(int64_t limit) noexcept { defaultLimit_ = limit; }
     quorl_status allow(std::string_view name);
     quorl_status disallow(std::string_view name);

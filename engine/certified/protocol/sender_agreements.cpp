@@ -378,12 +378,7 @@ void Sender::settle(Agreement& agreement, Range range, Reason given) {
     Subject& subject = *agreement.subject;
     std::vector<Range> fresh;
     agreement.confirmed.add(range, [&](Range one) { fresh.push_back(one); });
-    uint64_t completedFirst = 0;
-    uint64_t completedLast = 0;
-    const auto tellCompleted = [&] {
-        if (completedFirst != 0) shared_.tell(Event::Kind::completed, {}, subject.text, completedFirst, completedLast);
-        completedFirst = 0;
-    };
+    std::vector<Range> over;  // nobody is waited for any more
     std::vector<Range> gone;
     for (const Range& one : fresh) {
         uint64_t count = 0;
@@ -393,12 +388,10 @@ void Sender::settle(Agreement& agreement, Range range, Reason given) {
             ++count;
             if (--slot->waiting != 0) continue;
             release(subject, number);
-            if (given != Reason::none) continue;
-            if (completedFirst != 0 && completedLast + 1 == number) {
-                completedLast = number;
+            if (!over.empty() && over.back().last + 1 == number) {
+                over.back().last = number;
             } else {
-                tellCompleted();
-                completedFirst = completedLast = number;
+                over.push_back({number, number});
             }
         }
         if (count == 0) continue;
@@ -410,7 +403,8 @@ void Sender::settle(Agreement& agreement, Range range, Reason given) {
             gone.push_back(one);
         }
     }
-    tellCompleted();
+    const auto kind = given == Reason::none ? Event::Kind::completed : Event::Kind::settled;
+    for (const Range& one : over) shared_.tell(kind, {}, subject.text, one.first, one.last);
     if (gone.empty()) return;
     store(agreement);
     if (agreement.session == 0 || given == Reason::cancelled) return;

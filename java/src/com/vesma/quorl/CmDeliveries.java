@@ -90,7 +90,8 @@ final class CmDeliveries {
                     expired = true;
                     return false;
                 default:
-                    return told.kind.equals("settled");
+                    // Told when the last of those that were waited for has confirmed; when it was given up, or nobody was there.
+                    return told.kind.equals("completed") || told.kind.equals("settled");
             }
         }
 
@@ -274,7 +275,7 @@ final class CmDeliveries {
         }
         String subject = advisory.getSendSubject();
         of.hear(new Told(subject.substring(subject.lastIndexOf('.') + 1), view.getString("subject"), view.getU64("first"),
-                view.getU64("last"), text(view, "peer"), text(view, "reason")));
+                view.getU64("last"), text(view, "listener"), text(view, "reason")));
     }
 
     private static String text(QuorlMsgView view, String field) {

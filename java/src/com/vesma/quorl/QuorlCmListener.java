@@ -150,7 +150,10 @@ public final class QuorlCmListener extends QuorlEvent {
                 quorlcmEvent_ConfirmMsg(event, handle, message);
             }
         } catch (QuorlException e) {
-            throw refusal(e);
+            // A plain message that the program has sent on by certified delivery, or one of a sender that is forgotten.
+            if (e.getStatus() != QuorlException.NOT_FOUND) {
+                throw refusal(e);
+            }
         } finally {
             message.leave();
         }
@@ -176,10 +179,10 @@ public final class QuorlCmListener extends QuorlEvent {
             }
         } catch (QuorlException e) {
             QuorlException refusal = refusal(e);
-            if (!(refusal instanceof QuorlClosedException)) {
+            // The library was closed, or the transport: the message comes again. Or there was nothing to confirm.
+            if (!(refusal instanceof QuorlClosedException) && refusal.getStatus() != QuorlException.NOT_FOUND) {
                 throw refusal;
             }
-            // The library was closed, or the transport: the message comes again.
         } finally {
             message.leave();
         }

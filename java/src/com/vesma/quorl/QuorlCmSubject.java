@@ -47,11 +47,17 @@ public record QuorlCmSubject(String subject, long first, long last, long message
         if (view.has("listeners")) {
             for (QuorlMsgView each : view.getMsgArray("listeners")) {
                 listeners.add(new Listener(each.getString("name"), number(each, "confirmed"), number(each, "unconfirmed"),
-                        each.has("heard") ? each.getDateTime("heard") : null, each.has("registered") && each.getBool("registered")));
+                        time(each, "heard"), each.has("registered") && each.getBool("registered")));
             }
         }
         return new QuorlCmSubject(view.getString("subject"), number(view, "first"), number(view, "last"),
                 number(view, "messages"), number(view, "bytes"), listeners);
+    }
+
+    /** Seconds since 1970; null for none. */
+    private static Instant time(QuorlMsgView view, String name) {
+        double seconds = view.has(name) ? view.getF64(name) : 0;
+        return seconds == 0 ? null : Instant.ofEpochMilli(Math.round(seconds * 1e3));
     }
 
     private static long number(QuorlMsgView view, String name) {

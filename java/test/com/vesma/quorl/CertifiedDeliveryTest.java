@@ -41,7 +41,7 @@ class CertifiedDeliveryTest extends OpenLibrary {
     }
 
     private QuorlCmTransport open(String name) {
-        return QuorlCmTransport.builder(transport).name(name).open();
+        return QuorlCmTransport.builder(transport).name(name).requestOld(true).open();
     }
 
     private QuorlCmTransport openWithLedger(String name) {

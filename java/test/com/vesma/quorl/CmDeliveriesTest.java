@@ -34,7 +34,7 @@ class CmDeliveriesTest extends OpenLibrary {
                 .addU32("transport", id).addString("name", "orders").addString("subject", subject)
                 .addU64("first", first).addU64("last", upTo)) {
             if (peer != null) {
-                advisory.addString("peer", peer);
+                advisory.addString("listener", peer);
             }
             if (reason != null) {
                 advisory.addString("reason", reason);
