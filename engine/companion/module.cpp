@@ -82,8 +82,8 @@ quorl_status use(Module& module) noexcept {
     return QUORL_OK;
 }
 
-uint32_t parameters::ledgerHighwater() noexcept {
-    return environment::parameters().of(ledgerHighwaterMegabytes);
+uint32_t parameters::pendingMegabytes() noexcept {
+    return environment::parameters().of(certifiedPending);
 }
 
 }  // namespace quorl::companion

@@ -36,8 +36,8 @@ QUORL_API quorl_status use(Module& module) noexcept;
 
 // What the program set before it opened the library (docs/reference/parameters.md), or the value that holds without.
 namespace parameters {
-// Megabytes of a ledger beyond which an advisory tells that it grows; 0: it is never told.
-QUORL_API uint32_t ledgerHighwater() noexcept;
+// Megabytes of messages that a certified transport keeps for its listeners at most; 0: as many as there is room for.
+QUORL_API uint32_t pendingMegabytes() noexcept;
 }  // namespace parameters
 
 }  // namespace quorl::companion

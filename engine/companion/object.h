@@ -62,9 +62,11 @@ struct Registration {
 // Types of events are published by publishEvent. QUORL_INVALID_TRANSPORT, QUORL_NOT_INITIALIZED, QUORL_NO_MEMORY.
 QUORL_API quorl_status publish(const ObjectRef& object, const Registration& registration, uint32_t* id) noexcept;
 
-// Closes the object for exactly one caller. QUORL_NOT_INITIALIZED, or the status of an id that names no such object:
-// QUORL_INVALID_TRANSPORT for certified transports, QUORL_INVALID_EVENT for the others.
-QUORL_API quorl_status close(Type type, uint32_t id) noexcept;
+// Closes the object for exactly one caller. claimed: called for that one before closed(), so that it may leave a completion.
+// QUORL_NOT_INITIALIZED, or the status of an id that names no such object: QUORL_INVALID_TRANSPORT for certified transports,
+// QUORL_INVALID_EVENT for the others.
+QUORL_API quorl_status close(Type type, uint32_t id, void (*claimed)(Object& object, void* argument) = nullptr,
+                             void* argument = nullptr) noexcept;
 
 // Keeps an open object from completing. Ends on the thread that it began on, in the reverse order of others there.
 class [[nodiscard, gnu::visibility("default")]] Pin {

@@ -5,8 +5,8 @@
 
 namespace quorl::companion::parameters {
 
-inline constexpr NumberParameter ledgerHighwaterMegabytes{"certified.ledger.highwater", 0};
+inline constexpr NumberParameter certifiedPending{"certified.pending", 1024};
 
-inline constexpr const Parameter* all[] = {&ledgerHighwaterMegabytes};
+inline constexpr const Parameter* all[] = {&certifiedPending};
 
 }  // namespace quorl::companion::parameters
