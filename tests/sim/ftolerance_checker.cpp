@@ -40,12 +40,12 @@ class Checker {
             const Time from = disturbances_[i];
             const Time until = std::min(disturbances_[i + 1], end_);
             if (from + bound() >= until || !isReliable(from, until)) continue;
-            const std::string broken = whileQuiet(from + bound(), until);
+            std::string broken = whileQuiet(from + bound(), until);
             if (!broken.empty()) return "at " + std::to_string(from / millisecond) + " ms and later: " + broken;
         }
         for (const auto& rule : {&Checker::leavesAreAnsweredAtOnce, &Checker::nobodyIsTooMany, &Checker::tokensGrow,
                                  &Checker::hintsComeInTime, &Checker::disagreementsAreTold}) {
-            const std::string broken = (this->*rule)();
+            std::string broken = (this->*rule)();
             if (!broken.empty()) return broken;
         }
         return "";
@@ -82,6 +82,14 @@ class Checker {
     }
     bool mutual(uint32_t one, uint32_t other, Time at) const {
         return reaches(one, other, at) && reaches(other, one, at);
+    }
+    bool isCut(Time at) const {
+        for (uint32_t one = 0; one < plan_.nodes; ++one) {
+            for (uint32_t other = 0; other < plan_.nodes; ++other) {
+                if (!reaches(one, other, at)) return true;
+            }
+        }
+        return false;
     }
     // Whether the life stands still at some time of these.
     bool isPaused(const Life& life, Time from, Time until) const {
@@ -163,12 +171,14 @@ class Checker {
     }
 
     std::string ofMonitor(const Life& life) const {
+        const Time until = life.counts.empty() ? never : life.counts.front().first;
+        const bool zero = !life.counts.empty() && life.counts.front().second == 0;
+        if (zero && until - life.from < terms_.lostInterval - terms_.lostInterval / 400)
+            return "a zero is told too early";
         for (size_t i = 1; i < life.counts.size(); ++i) {
             if (life.counts[i].second == life.counts[i - 1].second) return "a count is told twice";
         }
-        if (life.counts.empty() || life.counts.front().second != 0) return "";
-        const Time until = life.counts.front().first;
-        if (until - life.from < terms_.lostInterval - terms_.lostInterval / 400) return "a zero is told too early";
+        if (!zero) return "";
         for (const Life& other : lives_) {
             if (!areTogether(life, other, life.from, until) || !isMember(other, until)) continue;
             if (!isActive(other, life.from) || changed(other, life.from, until)) continue;
@@ -189,7 +199,8 @@ class Checker {
         // Sides, if there are such: who hears one another hears the same ones.
         for (const Life* one : present) {
             for (const Life* other : present) {
-                if (reaches(one->node, other->node, from) != reaches(other->node, one->node, from)) return "";
+                if (reaches(one->node, other->node, from) != reaches(other->node, one->node, from))
+                    return oneWay(present, from, until);
                 for (const Life* third : present) {
                     if (mutual(one->node, other->node, from) && mutual(other->node, third->node, from) &&
                         !mutual(one->node, third->node, from))
@@ -206,10 +217,24 @@ class Checker {
             }
             ++sides_;
             seen.insert(seen.end(), side.begin(), side.end());
-            const std::string broken = ofSide(side, from, until);
+            std::string broken = ofSide(side, from, until);
             if (!broken.empty()) return broken;
         }
         return "";
+    }
+
+    // Two members of which one does not hear the other: one of them is active, whichever that is.
+    std::string oneWay(const std::vector<const Life*>& present, Time from, Time until) {
+        const Time by = from + bound();
+        if (present.size() != 2 || by >= until) return "";
+        size_t active = 0;
+        for (const Life* life : present) {
+            if (life->monitor || life->goal != 1) return "";
+            active += isActive(*life, by);
+            if (changed(*life, by, until - 1)) return "somebody is told to do something though one way is cut for long";
+        }
+        ++sides_;
+        return active == 1 ? "" : std::to_string(active) + " of 2 act where one does not hear the other";
     }
 
     // The goal of the one that ranks highest counts. Nothing when that cannot be told.
@@ -356,7 +381,7 @@ class Checker {
             const Time by = gone.until + bound();
             const bool alone = std::ranges::none_of(
                 disturbances_, [&](Time at) { return at != gone.until && at > gone.until - bound() && at <= by; });
-            if (!alone || !isReliable(gone.until - bound(), by) || by >= end_) continue;
+            if (!alone || !isReliable(gone.until - bound(), by) || by >= end_ || isCut(gone.until)) continue;
             for (const Life& life : lives_) {
                 Time hint = never;
                 for (const Step& step : life.steps) {

@@ -265,7 +265,14 @@ Plan drawGroup(uint64_t seed) {
     FaultChoice choice{.most = 6, .span = 8 * second, .longest = 8 * second};
     choice.kinds = bit(Fault::cut) | bit(Fault::split) | bit(Fault::isolate) | bit(Fault::pause) | bit(Fault::kill) |
                    bit(Fault::powerLoss) | bit(Fault::killAt) | bit(Fault::wallClock) | bit(Fault::noRoom);
-    if (random.below(4) != 0) plan.faults = drawFaults(random, plan.nodes, choice);
+    if (random.below(8) == 0) {
+        // One dies, and nothing else is wrong.
+        plan.rates.loss = 0;
+        const auto node = static_cast<uint32_t>(random.below(plan.nodes));
+        plan.faults.push_back({random.between(5, 9) * second, Fault::kill, node, 0, random.between(1, 10) * second, 0});
+    } else if (random.below(4) != 0) {
+        plan.faults = drawFaults(random, plan.nodes, choice);
+    }
     plan.healedAt = random.between(0, 12) * second;
     // Two sides, for long enough that each of them comes to rest.
     if (random.below(3) == 0) {
@@ -279,6 +286,14 @@ Plan drawGroup(uint64_t seed) {
             }
         }
         plan.healedAt = std::max(plan.healedAt, at + lasts);
+    }
+    // One of two does not hear the other, for long.
+    if (plan.nodes == 2 && random.coin()) {
+        const auto deaf = static_cast<uint32_t>(random.below(2));
+        const Time lasts = random.between(8, 20) * second;
+        plan.faults.push_back({plan.healedAt, Fault::cut, 1 - deaf, deaf, lasts, 0});
+        plan.healedAt += lasts;
+        plan.rates.loss = 0;
     }
     if (random.below(5) == 0) plan.healed = random();
     const uint64_t works = random.below(6);
