@@ -74,6 +74,10 @@ class Host {
             &matches);
     }
     uint32_t count() const noexcept { return count_.load(std::memory_order_relaxed); }
+    // Whether the state is that of the host's thread.
+    bool isRunner(const ThreadState* thread) const noexcept {
+        return thread != nullptr && thread == runner_.load(std::memory_order_relaxed);
+    }
     // How often the thread has come round, and how many guests it has woken, ever: what idle guests cost.
     uint64_t turns() const noexcept { return turns_.load(std::memory_order_relaxed); }
     uint64_t woken() const noexcept { return woken_.load(std::memory_order_relaxed); }

@@ -150,6 +150,9 @@ quorl_status closeTransport(ThreadState& thread, uint32_t id, std::shared_ptr<En
 quorl_status destroyTransport(uint32_t id, bool wait) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
+    for (const EndingWatch* watch = watches.load(std::memory_order_acquire); watch != nullptr; watch = watch->next) {
+        if (watch->announced != nullptr) watch->announced(id);
+    }
     std::shared_ptr<Ending> ending;
     const quorl_status status = closeTransport(*thread, id, &ending);
     return status == QUORL_OK && wait && ending != nullptr ? ending->await() : status;

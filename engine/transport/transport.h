@@ -166,6 +166,9 @@ struct EndingWatch {
     void (*closed)(uint32_t transport) noexcept;  // nobody finds it any more; the same
     void (*lost)(uint32_t transport) noexcept;    // its way is; locks of what reports it may be held
     EndingWatch* next = nullptr;
+    // Before all that, and under no read guard, so that it may wait; also for a transport that somebody else closes first, or
+    // that is none. May be null.
+    void (*announced)(uint32_t transport) noexcept = nullptr;
 };
 // From now on; the watch lives for ever. Again without effect. While the library starts.
 void watchEnding(EndingWatch& watch) noexcept;

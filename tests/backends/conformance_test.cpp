@@ -292,6 +292,56 @@ TEST_P(Conformance, carries_a_message_as_it_was_when_it_was_sent) {
     EXPECT_EQ(quorlMsg_Destroy(message), QUORL_OK);
 }
 
+// What companions put beside the fields comes with the message, small and large, whatever travels before and behind it; a
+// listener of the program's hears the messages alone.
+TEST_P(Conformance, carries_attributes_beside_the_fields) {
+    struct Attributed {
+        std::vector<std::pair<uint64_t, std::string>> came;
+    } attributed;
+    Heard plain;
+    listen(bus_->there, "a.b", onNumber, &plain);
+    quorl::transport::ListenerRequest request{.queue = queue_,
+                                              .transport = bus_->there,
+                                              .subject = "a.b",
+                                              .closure = &attributed,
+                                              .callback = nullptr,
+                                              .vectorCallback = nullptr,
+                                              .groupId = nullptr,
+                                              .vector = false};
+    request.take = [](quorl::ThreadState&, quorl::event::Event& event, quorl::message::ContentRef content, uint32_t) {
+        auto& to = *static_cast<Attributed*>(const_cast<void*>(event.arg));
+        const auto bytes = content.attributes();
+        std::string text(bytes.begin(), bytes.end());
+        quorlMsg handle = nullptr;
+        ASSERT_EQ(quorl::message::handOver(std::move(content), &handle), QUORL_OK);
+        to.came.emplace_back(numberIn(handle), std::move(text));
+        quorlMsg_Destroy(handle);
+    };
+    quorlEvent event = 0;
+    ASSERT_EQ(quorl::transport::createListener(&event, request), QUORL_OK) << quorl_LastErrorText();
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    std::vector<std::pair<uint64_t, std::string>> sent;
+    for (uint64_t i = 0; i < 40; ++i) {
+        const std::string text = i % 4 == 0 ? std::string()
+                                            : std::string(i % 4 == 1 ? 1
+                                                          : i == 38  ? 2048
+                                                                     : 50 * i,
+                                                          'x');
+        quorl::message::ContentRef content = newContent("a.b", i, i % 10 == 9 ? 300'000 : i);
+        ASSERT_EQ(quorl::message::withAttributes(content, {reinterpret_cast<const uint8_t*>(text.data()), text.size()},
+                                                 &content),
+                  QUORL_OK);
+        quorl_status status;
+        while ((status = tryToSend(bus_->here, content)) == Backend::noRoom) ASSERT_TRUE(until([&] { return true; }));
+        ASSERT_EQ(status, QUORL_OK) << quorl_LastErrorText();
+        sent.emplace_back(i, text);
+    }
+    ASSERT_TRUE(until([&] { return attributed.came.size() >= 40 && plain.numbers.size() >= 40; }));
+    EXPECT_EQ(attributed.came, sent);
+    EXPECT_EQ(plain.numbers, upTo(40));
+    EXPECT_EQ(quorlEvent_DestroyEx(event, nullptr), QUORL_OK);
+}
+
 TEST_P(Conformance, says_that_there_is_no_room_and_has_then_sent_nothing) {
     Heard filling;
     Heard heard;

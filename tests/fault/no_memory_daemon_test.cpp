@@ -16,7 +16,7 @@
 #include <thread>
 
 #include "certificates.h"
-#include "companion/support.h"
+#include "companion/credentials.h"
 #include "failing_allocator.h"
 #include "impostor.h"
 #include "proxy.h"
@@ -121,9 +121,9 @@ class NoMemoryAtADaemon : public testing::TestWithParam<bool> {
         ASSERT_EQ(quorl_Open(), QUORL_OK);
         ASSERT_EQ(quorlQueue_Create(&queue_), QUORL_OK);
         if (GetParam()) {
-            ASSERT_EQ(_quorlSupport_SetDaemonCertificates("*", certificates->text("ca.pem").c_str()), QUORL_OK)
+            ASSERT_EQ(quorl::companion::setDaemonCertificates("*", certificates->text("ca.pem").c_str()), QUORL_OK)
                 << quorl_LastErrorText();
-            ASSERT_EQ(_quorlSupport_SetUser("a name", "a password that is longer than a short string"), QUORL_OK);
+            ASSERT_EQ(quorl::companion::setUser("a name", "a password that is longer than a short string"), QUORL_OK);
         }
     }
     void TearDown() override {

@@ -3,16 +3,17 @@
 #include <cerrno>
 #include <utility>
 
+#include "certified/ledger/checked_pages.h"
 #include "certified/ledger/owned_file.h"
 
 namespace quorl::certified {
 
 Database::Database(Database&& other) noexcept
-    : connection_(std::exchange(other.connection_, nullptr)), file_(std::move(other.file_)) {}
+    : connection_(std::exchange(other.connection_, nullptr)), name_(std::move(other.name_)) {}
 
 Database& Database::operator=(Database&& other) noexcept {
     std::swap(connection_, other.connection_);
-    std::swap(file_, other.file_);
+    std::swap(name_, other.name_);
     return *this;
 }
 
@@ -25,8 +26,8 @@ void Database::close() noexcept {
     sqlite3_close_v2(std::exchange(connection_, nullptr));
 }
 
-Outcome Database::open(const std::string& file, int flags, const char* vfs) {
-    file_ = file;
+Outcome Database::open(const std::string& name, const std::string& file, int flags, const char* vfs) {
+    name_ = name;
     const int code =
         sqlite3_open_v2(file.c_str(), &connection_, flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, vfs);
     if (code != SQLITE_OK) return failure(code, "open");
@@ -48,7 +49,7 @@ Outcome Database::prepare(const char* sql, Statement* statement) {
 }
 
 Outcome Database::failure(int code, const char* doing) const {
-    const std::string which = std::string("cannot ") + doing + " the ledger " + file_ + ": ";
+    const std::string which = std::string("cannot ") + doing + " the ledger " + name_ + ": ";
     const int error = connection_ != nullptr ? sqlite3_system_errno(connection_) : 0;
     switch (code & 0xff) {
         case SQLITE_NOMEM:
@@ -57,6 +58,10 @@ Outcome Database::failure(int code, const char* doing) const {
             return {QUORL_IO_FAILED,
                     which + "the disk is full; what it holds is safe, and it goes on when there is room"};
         case SQLITE_IOERR:
+            if (code == SQLITE_IOERR_DATA) {
+                return {QUORL_INVALID_FILE, which + "it is damaged: the page at byte " +
+                                                std::to_string(damagedPageOffset()) + " has a wrong checksum"};
+            }
             if (code == SQLITE_IOERR_NOMEM) return {QUORL_NO_MEMORY, which + "no memory"};
             if (error == ENOSPC || error == EDQUOT) return failure(SQLITE_FULL, doing);
             return {QUORL_IO_FAILED,
@@ -65,7 +70,7 @@ Outcome Database::failure(int code, const char* doing) const {
         case SQLITE_NOTADB:
             return {QUORL_INVALID_FILE, which + "it is damaged"};
         case SQLITE_CANTOPEN:
-            return {QUORL_IO_FAILED, which + "it, or its log " + file_ + "-wal, cannot be opened" +
+            return {QUORL_IO_FAILED, which + "it, or its log " + name_ + "-wal, cannot be opened" +
                                          (error != 0 ? ": " + systemError(error) : std::string())};
         case SQLITE_TOOBIG:
             return {QUORL_INVALID_SIZE, which + "it takes values of at most 1,000,000,000 bytes"};

@@ -23,8 +23,8 @@ class Database {
     Database& operator=(Database&& other) noexcept;
     ~Database();
 
-    // file: as errors name it. vfs: null for SQLite's usual one.
-    Outcome open(const std::string& file, int flags, const char* vfs);
+    // name: as errors call it; file: as SQLite does. vfs: null for SQLite's usual one.
+    Outcome open(const std::string& name, const std::string& file, int flags, const char* vfs);
     Outcome execute(const std::string& sql);
     Outcome prepare(const char* sql, Statement* statement);
 
@@ -37,7 +37,7 @@ class Database {
 
   private:
     sqlite3* connection_ = nullptr;
-    std::string file_;
+    std::string name_;
 };
 
 // A prepared statement, which is used again and again.

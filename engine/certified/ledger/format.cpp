@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "certified/ledger/checked_pages.h"
 #include "certified/ledger/checksum.h"
 #include "certified/ledger/database.h"
 #include "certified/ledger/owned_file.h"
@@ -15,8 +16,10 @@ namespace {
 
 // Offsets in SQLite's header, whose numbers have their highest byte first.
 constexpr size_t headerSize = 100;
+constexpr size_t pageSizeAt = 16;
 constexpr size_t writeVersionAt = 18;
 constexpr size_t readVersionAt = 19;
+constexpr size_t reserveAt = 20;
 constexpr size_t userVersionAt = 60;
 constexpr size_t applicationIdAt = 68;
 
@@ -46,7 +49,9 @@ uint64_t stateChecksum(std::string_view key, std::string_view value) noexcept {
 Outcome newFile(const std::string& name, std::string* content) {
     Database database;
     Outcome outcome =
-        database.open(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_MEMORY, nullptr);
+        database.open("new", ":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_MEMORY, nullptr);
+    int reserve = pageReserve;
+    if (outcome.ok()) sqlite3_file_control(database.connection(), "main", SQLITE_FCNTL_RESERVE_BYTES, &reserve);
     if (outcome.ok()) {
         outcome = database.execute("PRAGMA page_size=" + std::to_string(pageSize) +
                                    "; PRAGMA auto_vacuum=NONE; PRAGMA encoding='UTF-8'; PRAGMA application_id=" +
@@ -68,6 +73,9 @@ Outcome newFile(const std::string& name, std::string* content) {
     // A database in memory cannot be switched to write-ahead logging: its header says so from here on.
     image.get()[writeVersionAt] = 2;
     image.get()[readVersionAt] = 2;
+    for (sqlite3_int64 at = 0; at < size; at += pageSize) {
+        sealPage(static_cast<uint32_t>(at / pageSize) + 1, {image.get() + at, pageSize});
+    }
     content->assign(reinterpret_cast<const char*>(image.get()), static_cast<size_t>(size));
     return {};
 }
@@ -93,6 +101,9 @@ Outcome checkBeginning(int descriptor, const std::string& path) {
         return {QUORL_VERSION_MISMATCH, "the ledger " + path + " has format " + std::to_string(found) +
                                             ", and this release knows format " + std::to_string(version) +
                                             " only; open it with the release that wrote it"};
+    }
+    if ((header[pageSizeAt] << 8 | header[pageSizeAt + 1]) != pageSize || header[reserveAt] != pageReserve) {
+        return {QUORL_INVALID_FILE, "the ledger " + path + " is damaged: its header gives pages another size"};
     }
     return {};
 }

@@ -7,6 +7,7 @@
 #include <new>
 #include <span>
 
+#include "certified/ledger/checked_pages.h"
 #include "certified/ledger/format.h"
 
 namespace quorl::certified {
@@ -59,6 +60,7 @@ std::string systemRun() {
 
 Ledger::Ledger(std::unique_ptr<OwnedFile> file, const Options& options)
     : options_(options),
+      vfs_(checkedPages(options.files)),
       file_(std::move(file)),
       nextCheckpoint_(static_cast<int>(options.checkpointFrames)),
       group_([this](std::vector<Step>& steps) { return commit(steps); }) {}
@@ -82,45 +84,66 @@ Outcome Ledger::openThrowing(const Options& options, std::unique_ptr<Ledger>* le
     if (outcome.ok()) outcome = format::checkBeginning(file->descriptor(), file->path());
     if (!outcome.ok()) return outcome;
     std::unique_ptr<Ledger> made(new Ledger(std::move(file), options));
-    outcome = made->lookWithoutLog();
-    if (outcome.ok()) outcome = made->openDatabase();
+    if (made->vfs_ == nullptr) return {QUORL_NO_MEMORY, {}};
+    outcome = made->openToRead();
     if (!outcome.ok()) return outcome;
     *ledger = std::move(made);
     return {};
 }
 
-// A file whose log is missing or empty is looked at in a way that makes none, so that what is refused stays as it is.
-Outcome Ledger::lookWithoutLog() {
+// Whatever is found wrong with the file, here and in load(), it is still as it was: with a log, closing leaves both alone; without
+// one, the file is read in a way that does not make one.
+Outcome Ledger::openToRead() {
     struct stat log {};
-    const std::string logPath = file_->path() + "-wal";
-    if (stat(logPath.c_str(), &log) == 0 && static_cast<uint64_t>(log.st_size) > logHeaderSize) return {};
-    Database database;
-    Outcome outcome = database.open("file:" + escaped(file_->path()) + "?immutable=1",
-                                    SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, options_.vfs);
-    std::string mark;
-    if (outcome.ok()) outcome = checkContent(database, &mark);
-    if (outcome.ok() && !mark.empty()) {
-        return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " was not closed, and its log " + logPath +
+    const std::string& path = file_->path();
+    const std::string logPath = path + "-wal";
+    hasLog_ = stat(logPath.c_str(), &log) == 0 && static_cast<uint64_t>(log.st_size) > logHeaderSize;
+    Outcome outcome;
+    if (hasLog_) {
+        outcome = connect();
+    } else {
+        outcome = database_.open(path, "file:" + escaped(path) + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI,
+                                 vfs_);
+    }
+    if (outcome.ok()) outcome = checkContent();
+    if (outcome.ok() && !hasLog_ && !mark_.empty()) {
+        return {QUORL_INVALID_FILE, "the ledger " + path + " was not closed, and its log " + logPath +
                                         ", which has what was stored last, is missing; put it back beside the ledger"};
     }
+    if (outcome.ok()) outcome = loadSegments();
     return outcome;
 }
 
-Outcome Ledger::checkContent(Database& database, std::string* mark) const {
+Outcome Ledger::connect() {
+    Outcome outcome = database_.open(file_->path(), file_->path(), SQLITE_OPEN_READWRITE, vfs_);
+    if (!outcome.ok()) return outcome;
+    // SQLite would take away the log, and the mark of an open ledger may be in the file.
+    sqlite3_db_config(database_.connection(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    // An exclusive owner keeps the log's index in its own memory; no file is mapped, since a page of a mapped file that cannot be
+    // read ends the process.
+    return database_.execute(
+        "PRAGMA locking_mode=EXCLUSIVE; PRAGMA mmap_size=0; PRAGMA temp_store=MEMORY; "
+        "PRAGMA cell_size_check=ON; PRAGMA trusted_schema=OFF; PRAGMA secure_delete=FAST; "
+        "PRAGMA cache_size=-" +
+        std::to_string(cacheKibibytes) + "; PRAGMA journal_size_limit=" + std::to_string(logLimit) +
+        "; PRAGMA synchronous=NORMAL");
+}
+
+Outcome Ledger::checkContent() {
     Statement statement;
-    Outcome outcome = database.prepare("SELECT sql FROM sqlite_schema ORDER BY rowid", &statement);
+    Outcome outcome = database_.prepare("SELECT sql FROM sqlite_schema ORDER BY rowid", &statement);
     if (!outcome.ok()) return outcome;
     size_t seen = 0;
     int code = statement.step();
     for (; code == SQLITE_ROW; code = statement.step(), ++seen) {
         if (seen == std::size(format::tables) || statement.bytes(0) != format::tables[seen]) break;
     }
-    if (code != SQLITE_ROW && code != SQLITE_DONE) return database.failure(code, "open");
+    if (code != SQLITE_ROW && code != SQLITE_DONE) return database_.failure(code, "open");
     if (code == SQLITE_ROW || seen != std::size(format::tables)) {
         return {QUORL_INVALID_FILE,
                 "the file " + file_->path() + " has not the tables of a ledger; it is left as it is"};
     }
-    outcome = database.prepare("SELECT value FROM property WHERE key = ?", &statement);
+    outcome = database_.prepare("SELECT value FROM property WHERE key = ?", &statement);
     if (!outcome.ok()) return outcome;
     const Resetting resetting(statement);
     statement.bindText(1, "name");
@@ -135,37 +158,25 @@ Outcome Ledger::checkContent(Database& database, std::string* mark) const {
         code = statement.step();
     }
     if (code == SQLITE_ROW) {
-        *mark = statement.bytes(0);
+        mark_ = statement.bytes(0);
         return {};
     }
-    if (code != SQLITE_DONE) return database.failure(code, "open");
+    if (code != SQLITE_DONE) return database_.failure(code, "open");
     return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " is damaged: it does not say whose it is"};
 }
 
-Outcome Ledger::openDatabase() {
-    Outcome outcome = database_.open(file_->path(), SQLITE_OPEN_READWRITE, options_.vfs);
-    if (!outcome.ok()) return outcome;
-    // Until it is known to be ours, closing changes nothing.
-    sqlite3* const connection = database_.connection();
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    sqlite3_extended_result_codes(connection, 1);
-    // An exclusive owner keeps the log's index in its own memory; no file is mapped, since a page of a mapped file that cannot be
-    // read ends the process.
-    outcome = database_.execute(
-        "PRAGMA locking_mode=EXCLUSIVE; PRAGMA mmap_size=0; PRAGMA temp_store=MEMORY; "
-        "PRAGMA cell_size_check=ON; PRAGMA trusted_schema=OFF; PRAGMA secure_delete=FAST; "
-        "PRAGMA cache_size=-" +
-        std::to_string(cacheKibibytes) + "; PRAGMA journal_size_limit=" + std::to_string(logLimit) +
-        "; PRAGMA synchronous=NORMAL");
-    std::string mark;
-    if (outcome.ok()) outcome = checkContent(database_, &mark);
+// What was read makes sense: from now on the file may change.
+Outcome Ledger::openToWrite() {
+    Outcome outcome;
+    if (!hasLog_) {
+        database_.close();
+        outcome = connect();
+    }
     if (outcome.ok()) outcome = prepareStatements();
-    if (outcome.ok()) outcome = loadSegments();
     if (!outcome.ok()) return outcome;
-
-    int chunk = fileChunk;
+    sqlite3* const connection = database_.connection();
+    int chunk = static_cast<int>(options_.growth);
     sqlite3_file_control(connection, "main", SQLITE_FCNTL_CHUNK_SIZE, &chunk);
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
     sqlite3_wal_hook(
         connection,
         [](void* frames, sqlite3*, const char*, int count) {
@@ -176,9 +187,9 @@ Outcome Ledger::openDatabase() {
     // "power" or "process", and in which run of the system.
     const bool power = options_.durability == Durability::power;
     const std::string own = (power ? "power " : "process ") + systemRun();
-    complete_ = mark.empty() || mark.starts_with("power") || (mark == own && mark.size() > sizeof("process"));
-    if (mark != own) outcome = setMark(own);
-    accepted_ = outcome.ok();
+    complete_ = mark_.empty() || mark_.starts_with("power") || (mark_ == own && mark_.size() > sizeof("process"));
+    outcome = mark_ != own ? setMark(own) : checkpoint(SQLITE_CHECKPOINT_PASSIVE);
+    writable_ = outcome.ok();
     file_->name();
     return outcome;
 }
@@ -190,7 +201,7 @@ Outcome Ledger::setMark(const std::string& mark) {
     Outcome outcome = database_.prepare("UPDATE property SET value = ? WHERE key = 'open'", &statement);
     if (!outcome.ok()) return outcome;
     statement.bindText(1, mark);
-    if (const int code = statement.step(); code != SQLITE_DONE) return database_.failure(code, "open");
+    if (const int code = statement.step(); code != SQLITE_DONE) return database_.failure(code, "write");
     return checkpoint(!mark.empty() ? SQLITE_CHECKPOINT_PASSIVE : SQLITE_CHECKPOINT_TRUNCATE);
 }
 
@@ -251,24 +262,33 @@ Ledger::~Ledger() {
     guarded([this] {
         group_.flush();
         const std::lock_guard guard(lock_);
-        // Only a ledger that was opened to its end is closed in the file.
-        if (accepted_) return setMark({});
-        return Outcome{};
+        if (!writable_) return Outcome{};
+        if (uncut_ && !cutLog().ok()) return Outcome{};
+        Outcome outcome = setMark({});
+        if (outcome.ok()) sqlite3_db_config(database_.connection(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+        return outcome;
     });
 }
 
-Outcome Ledger::usable() const {
-    if (!file_->inherited()) return {};
-    return {QUORL_NOT_PERMITTED,
-            "the ledger " + file_->path() + " belongs to the process that this one was forked from"};
+Outcome Ledger::usable(Use use) const {
+    if (file_->inherited()) {
+        return {QUORL_NOT_PERMITTED,
+                "the ledger " + file_->path() + " belongs to the process that this one was forked from"};
+    }
+    if (use == Use::full && !writable_) {
+        return {QUORL_NOT_PERMITTED, "the ledger " + file_->path() + " has not been loaded"};
+    }
+    return {};
 }
 
 Outcome Ledger::load(Loader& loader) noexcept {
     return guarded([&] {
-        Outcome outcome = usable();
+        Outcome outcome = usable(Use::loading);
         if (!outcome.ok()) return outcome;
         const std::lock_guard guard(lock_);
-        return loadThrowing(loader);
+        outcome = loadThrowing(loader);
+        if (outcome.ok() && !writable_) outcome = openToWrite();
+        return outcome;
     });
 }
 
@@ -335,7 +355,7 @@ Outcome Ledger::damagedMessage(uint32_t subject, uint64_t number) const {
 
 Outcome Ledger::read(uint32_t subject, uint64_t number, companion::Message* message) noexcept {
     return guarded([&] {
-        Outcome outcome = usable();
+        Outcome outcome = usable(Use::full);
         if (!outcome.ok()) return outcome;
         readers_.fetch_add(1, std::memory_order_relaxed);
         const std::lock_guard guard(lock_);

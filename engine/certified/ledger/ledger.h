@@ -41,7 +41,7 @@ class Loader {
     virtual void damaged(const StoredMessage& message, const std::string& text) = 0;
 };
 
-// Any thread may call; load() before the first write. In a child that was forked while the ledger was open, everything answers
+// Any thread may call; load() before everything else. In a child that was forked while the ledger was open, everything answers
 // QUORL_NOT_PERMITTED and leaves the parent's file alone.
 class Ledger {
     struct Step {
@@ -56,8 +56,9 @@ class Ledger {
         std::string path;
         std::string name;  // the certified name whose ledger it is
         Durability durability = Durability::power;
-        const char* vfs = "unix-none";     // SQLite's file layer; one without locks
+        const char* files = "unix-none";   // SQLite's file layer; one without locks
         uint32_t checkpointFrames = 4000;  // pages in the log that are copied to their places in the file
+        uint32_t growth = 1 << 20;         // bytes by which the file grows
     };
 
     // Opens the ledger, or makes one where there is no file. What is refused is left as it is.
@@ -71,6 +72,8 @@ class Ledger {
     Ledger(const Ledger&) = delete;
     Ledger& operator=(const Ledger&) = delete;
 
+    // Also makes the ledger ready to be written. QUORL_INVALID_FILE: it is damaged, more than by single messages; it is left as it
+    // is, and what can be read is found by exporting it.
     Outcome load(Loader& loader) noexcept;
 
     // Whether everything is there that was durable when the ledger was last open. False when it was at Durability::process and the
@@ -106,14 +109,17 @@ class Ledger {
     Ledger(std::unique_ptr<OwnedFile> file, const Options& options);
 
     static Outcome openThrowing(const Options& options, std::unique_ptr<Ledger>* ledger);
-    Outcome lookWithoutLog();
-    Outcome openDatabase();
-    Outcome checkContent(Database& database, std::string* mark) const;
+    enum class Use { loading, full };
+
+    Outcome openToRead();
+    Outcome openToWrite();
+    Outcome connect();
+    Outcome checkContent();
     Outcome prepareStatements();
     Outcome loadSegments();
     Outcome setMark(const std::string& mark);
 
-    Outcome usable() const;
+    Outcome usable(Use use) const;
     Outcome loadThrowing(Loader& loader);
     Outcome loadMessages(uint32_t subject, uint32_t high, const Segment& segment, Loader& loader);
     Outcome readThrowing(uint32_t subject, uint64_t number, companion::Message* message);
@@ -129,13 +135,14 @@ class Ledger {
     Outcome eraseState(const Write& write);
     Outcome segmentFor(const Write& write, const Segment** segment);
     Outcome run(Statement& statement);
+    sqlite3_file* logFile() noexcept;
     Outcome syncLog();
+    Outcome cutLog();
     Outcome reserve();
     Outcome checkpoint(int mode);
 
-    static constexpr int64_t fileChunk = int64_t{1} << 20;  // bytes by which the file grows
-
     const Options options_;
+    const char* const vfs_;
     std::unique_ptr<OwnedFile> file_;
 
     std::mutex lock_;              // over what follows
@@ -146,11 +153,14 @@ class Ledger {
     Segments segments_;
     std::vector<std::pair<uint32_t, uint32_t>> newSegments_;  // of the transaction that runs
     uint32_t nextSegment_ = 1;
-    int logFrames_ = 0;      // pages in the log after the last commit
-    int nextCheckpoint_;     // as many
-    bool syncing_ = false;   // commits sync the log
-    bool full_ = false;      // the last failure was a full disk
-    bool accepted_ = false;  // the file was opened to its end
+    int logFrames_ = 0;                  // pages in the log, 0: they are all in the file too, and the next begin anew
+    bool uncut_ = false;                 // behind them may be what was refused
+    int nextCheckpoint_;                 // as many
+    bool syncing_ = false;               // commits sync the log
+    bool full_ = false;                  // the last failure was a full disk
+    std::atomic<bool> writable_{false};  // it was loaded
+    bool hasLog_ = false;                // when it was opened
+    std::string mark_;                   // of the file when it was opened: not empty while somebody has it open
     bool complete_ = true;
     int64_t reservedBytes_ = 0;  // of the file, so that what is in the log has a place there
 

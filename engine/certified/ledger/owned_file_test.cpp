@@ -54,7 +54,9 @@ class Child {
 
 Outcome tryOpen(const std::string& path) {
     std::unique_ptr<Ledger> ledger;
-    return Ledger::open({.path = path, .name = "orders"}, &ledger);
+    Held held;
+    Outcome outcome = Ledger::open({.path = path, .name = "orders"}, &ledger);
+    return outcome.ok() ? ledger->load(held) : outcome;
 }
 
 testing::AssertionResult refusedFor(const Outcome& outcome, const std::string& holder) {

@@ -71,7 +71,7 @@ TEST(Refusal, OfWhatIsNoLedger) {
     makeDatabase(path, own + "; PRAGMA user_version=2");
     expectRefused(folder, path, QUORL_VERSION_MISMATCH, "has format 2");
     makeDatabase(path, "PRAGMA user_version=1");
-    expectRefused(folder, path, QUORL_INVALID_FILE, "not the tables of a ledger");
+    expectRefused(folder, path, QUORL_INVALID_FILE, "gives pages another size");
 }
 
 TEST(Refusal, OfALedgerOfAnotherName) {

@@ -136,10 +136,13 @@ inline testing::AssertionResult good(const Outcome& outcome) {
     return testing::AssertionFailure() << "status " << outcome.status << ": " << outcome.text;
 }
 
+// Opened and loaded; null when that failed.
 inline std::unique_ptr<Ledger> opened(const std::string& path, Durability durability = Durability::process,
                                       const std::string& name = "orders") {
     std::unique_ptr<Ledger> ledger;
     EXPECT_TRUE(good(Ledger::open({.path = path, .name = name, .durability = durability}, &ledger)));
+    Held held;
+    if (ledger != nullptr && !good(ledger->load(held))) ledger.reset();
     return ledger;
 }
 

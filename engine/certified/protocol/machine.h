@@ -171,8 +171,10 @@ struct Counts {
         0;  // frames that were not for this machine, or of nobody who may send them: forged, or very late
 };
 
-class Sender;
+struct Frame;
+class Presence;
 class Receiver;
+class Sender;
 struct Shared;
 
 class Machine {
@@ -193,7 +195,8 @@ class Machine {
     quorl_status load(const StoredMessage& message);
     // complete: nothing that was ever handed over and persisted is missing. False after a power failure, where the ledger may
     // lose its tail; when in doubt, false.
-    void start(bool complete, Now now, Output& out);
+    // The statuses are load's; the machine is of no use after one.
+    quorl_status start(bool complete, Now now, Output& out);
 
     // ---- time and storage
     int64_t due() const noexcept;  // monotonic clock; INT64_MAX: never
@@ -241,7 +244,7 @@ class Machine {
     // Of a message that a listener was given; 0: it is a plain one, or its sender is forgotten.
     StreamId streamOf(const companion::Message& message, uint64_t* number) const noexcept;
     // Nanoseconds; 0: never.
-    void setPublisherInactivity(int64_t interval, Now now) noexcept;
+    void setPublisherInactivity(int64_t interval, Now now, Output& out);
 
     // ---- what comes in
     // listener: the number of the one whose pattern it matched; 0: it came to the address, or to everybody.
@@ -255,9 +258,15 @@ class Machine {
     bool suspended() const noexcept;
 
   private:
+    quorl_status loadState();
+    void dispatch(const Frame& frame, companion::Message message, uint32_t listener);
+
     std::unique_ptr<Shared> shared_;
     std::unique_ptr<Sender> sender_;
     std::unique_ptr<Receiver> receiver_;
+    std::unique_ptr<Presence> presence_;
+    std::vector<std::pair<std::string, std::string>> loaded_;  // until start
+    bool newerTold_ = false;
 };
 
 // What a received message says of itself. False: it is no certified message. Views live as long as the message.

@@ -2,12 +2,15 @@ package com.vesma.quorl.internal.setup;
 
 import java.io.IOException;
 import java.io.InputStream;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Locale;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 
 /**
  * Finds and loads the shared objects.
@@ -24,6 +27,13 @@ public final class NativeFiles {
     private static final String[] FILES = {
         "libquorl.so", "libquorlsd.so", "libquorlcm.so", "libquorlcmq.so", "libquorlft.so", BRIDGE
     };
+
+    /** What the dynamic linker says: which file lacks the version, the version, and the file that wants it. */
+    private static final Pattern MISSING_RELEASE =
+            Pattern.compile("(/\\S+): version [`']QUORL_PRIVATE_([^']+)' not found \\(required by ([^)]+)\\)");
+
+    /** As it stands in the table of names of a shared object. */
+    private static final Pattern RELEASE = Pattern.compile("QUORL_PRIVATE_([0-9A-Za-z.+-]+)\0");
 
     private NativeFiles() {}
 
@@ -73,7 +83,30 @@ public final class NativeFiles {
             return " (the file system of " + file.getParent() + " forbids execution, \"noexec\": set the system property"
                     + " com.vesma.quorl.tmpdir to a directory that allows it)";
         }
-        return "";
+        return mixture(message);
+    }
+
+    /**
+     * The shared objects share a version that names their release; the dynamic linker refuses a mixture, and names the one
+     * that is missing.
+     */
+    private static String mixture(String message) {
+        Matcher missing = MISSING_RELEASE.matcher(message == null ? "" : message);
+        if (!missing.find()) {
+            return "";
+        }
+        Path core = Path.of(missing.group(1));
+        return " (shared objects of two releases: " + Path.of(missing.group(3)).getFileName() + " is of " + missing.group(2)
+                + ", " + core + " is of " + releaseOf(core) + ": install all of one release)";
+    }
+
+    private static String releaseOf(Path core) {
+        try {
+            Matcher release = RELEASE.matcher(Files.readString(core, StandardCharsets.ISO_8859_1));
+            return release.find() ? release.group(1) : "one without a name";
+        } catch (IOException e) {
+            return "another";
+        }
     }
 
     private static boolean loadFromJar(List<String> tried) {

@@ -16,7 +16,8 @@ import java.util.Set;
 public final class SettingRefusal {
     /** As docs/reference/parameters.md lists them. */
     public static final Set<String> NAMES = Set.of("daemon", "service", "network", "connect.timeout", "reconnect.buffer", "queue.limit",
-            "queue.highwater", "dispatch.spin", "circuit.timeout", "advisory.interval");
+            "queue.highwater", "dispatch.spin", "circuit.timeout", "advisory.interval",
+            "certified.pending");
 
     private static final int LONGEST_SHOWN = 80;
 

@@ -1,13 +1,15 @@
-// The services for the companion libraries.
+// What libquorlsd hands to the store of credentials.
+#include "companion/credentials.h"
+
+#include <utility>
+
 #include "base/status.h"
-#include "companion/support.h"
 #include "secure/credentials.h"
-#include "transport/advisory.h"
 
-using namespace quorl;
-using secure::Secret;
-
+namespace quorl::companion {
 namespace {
+
+using secure::Secret;
 
 // A text that may be null. False: no memory.
 bool take(const char* text, Secret* secret) noexcept {
@@ -20,34 +22,24 @@ quorl_status noMemory() noexcept {
 
 }  // namespace
 
-extern "C" {
-
-quorl_status _quorlSupport_Fail(quorl_status status, const char* text) noexcept {
-    return fail(status, "%s", text == nullptr ? "" : text);
-}
-
-void _quorlSupport_Advise(quorlMsg advisory) noexcept {
-    transport::adviseOf(advisory);
-}
-
-quorl_status _quorlSupport_SetDaemonCertificates(const char* daemonName, const char* pem) noexcept {
+quorl_status setDaemonCertificates(const char* daemonName, const char* pem) noexcept {
     Secret kept;
     if (!take(pem, &kept)) return noMemory();
     return secure::setDaemonCertificates(daemonName, std::move(kept));
 }
 
-quorl_status _quorlSupport_SetIdentity(const char* certPem, const char* keyPem) noexcept {
+quorl_status setIdentity(const char* certPem, const char* keyPem) noexcept {
     Secret certificate;
     Secret key;
     if (!take(certPem, &certificate) || !take(keyPem, &key)) return noMemory();
     return secure::setIdentity(std::move(certificate), std::move(key));
 }
 
-quorl_status _quorlSupport_SetUser(const char* name, const char* password) noexcept {
+quorl_status setUser(const char* name, const char* password) noexcept {
     Secret user;
     Secret secret;
     if (!take(name, &user) || !take(password, &secret)) return noMemory();
     return secure::setUser(std::move(user), std::move(secret));
 }
 
-}  // extern "C"
+}  // namespace quorl::companion

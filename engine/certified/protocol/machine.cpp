@@ -1,0 +1,363 @@
+// One machine: its two sides, and what goes to which.
+#include "certified/protocol/machine.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "certified/protocol/frame.h"
+#include "certified/protocol/presence.h"
+#include "certified/protocol/receiver.h"
+#include "certified/protocol/sender.h"
+#include "certified/protocol/shared.h"
+#include "certified/protocol/subject.h"
+
+namespace quorl::certified {
+namespace {
+
+// 'V': the version of all that is stored, and whose it is.
+constexpr uint8_t stateVersion = 1;
+constexpr std::string_view versionKey = "V";
+// Subjects, listeners, agreements, streams and what is confirmed of them: each stands on those before.
+constexpr std::string_view loadOrder = "VsSLARC";
+
+std::string_view withoutKind(std::string_view key) noexcept {
+    return key.substr(1);
+}
+
+}  // namespace
+
+Machine::Machine(const Settings& settings, const Chance& chance)
+    : shared_(std::make_unique<Shared>(settings, chance)),
+      sender_(std::make_unique<Sender>(*shared_)),
+      receiver_(std::make_unique<Receiver>(*shared_)),
+      presence_(std::make_unique<Presence>(*shared_)) {}
+Machine::Machine(Machine&&) noexcept = default;
+Machine& Machine::operator=(Machine&&) noexcept = default;
+Machine::~Machine() = default;
+
+const std::string& Machine::name() const noexcept {
+    return shared_->settings.name;
+}
+
+const std::string& Machine::address() const noexcept {
+    return shared_->address;
+}
+
+bool Machine::suspended() const noexcept {
+    return shared_->suspended;
+}
+
+Counts Machine::counts() const noexcept {
+    Counts counts;
+    counts.foreign = shared_->foreign;
+    sender_->count(counts);
+    receiver_->count(counts);
+    return counts;
+}
+
+// ---- starting
+
+quorl_status Machine::load(std::string_view key, std::string_view value) {
+    if (key.empty()) return QUORL_INVALID_FILE;
+    loaded_.emplace_back(key, value);
+    return QUORL_OK;
+}
+
+quorl_status Machine::loadState() {
+    const auto place = [](const auto& entry) { return loadOrder.find(entry.first.front()); };
+    std::ranges::stable_sort(loaded_, {}, place);
+    const auto entries = std::exchange(loaded_, {});
+    for (const auto& [key, content] : entries) {
+        const std::string_view rest = withoutKind(key);
+        Reader keyReader(rest);
+        Reader value((std::string_view(content)));
+        bool good = true;
+        switch (key.front()) {
+            case 'V': {
+                const uint8_t version = value.byte();
+                if (version > stateVersion) return QUORL_VERSION_MISMATCH;
+                const std::string_view name = value.text();
+                good = value.done() && version != 0;
+                if (good && name != shared_->settings.name) return QUORL_ARG_CONFLICT;
+                break;
+            }
+            case 's':
+                good = sender_->loadSender(value);
+                break;
+            case 'S':
+                good = sender_->loadSubject(keyReader, value);
+                break;
+            case 'L':
+                good = sender_->loadSubscriber(rest, value);
+                break;
+            case 'A': {
+                // The name stands behind the subject's number.
+                const uint64_t id = keyReader.number();
+                good = keyReader.ok() && sender_->loadAgreement(id, rest.substr(rest.size() - keyReader.left()), value);
+                break;
+            }
+            case 'R':
+                good = receiver_->loadStream(keyReader, value);
+                break;
+            case 'C':
+                good = receiver_->loadConfirmed(keyReader);
+                break;
+            default:
+                break;  // nothing that would have to be known
+        }
+        if (!good) return QUORL_INVALID_FILE;
+    }
+    return QUORL_OK;
+}
+
+quorl_status Machine::load(const StoredMessage& message) {
+    if (!loaded_.empty()) {
+        if (const quorl_status status = loadState(); status != QUORL_OK) return status;
+    }
+    return sender_->loadMessage(message) ? QUORL_OK : QUORL_INVALID_FILE;
+}
+
+quorl_status Machine::start(bool complete, Now now, Output& out) {
+    if (!loaded_.empty()) {
+        if (const quorl_status status = loadState(); status != QUORL_OK) return status;
+    }
+    const Step step(*shared_, now, out);
+    Writer<nameMax + 16> version;
+    version.byte(stateVersion);
+    version.text(shared_->settings.name);
+    shared_->putState(std::string(versionKey), version.string());
+    presence_->start();
+    sender_->start(complete);
+    receiver_->start();
+    if (shared_->settled) receiver_->settled();
+    return QUORL_OK;
+}
+
+// ---- time and storage
+
+int64_t Machine::due() const noexcept {
+    return shared_->timers.due();
+}
+
+void Machine::tick(Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    Timers::Timer timer;
+    while (shared_->timers.take(now.monotonic, &timer)) {
+        switch (static_cast<Timing>(timer.what)) {
+            case Timing::storage:
+                shared_->tryStorage();
+                break;
+            case Timing::presence:
+                if (presence_->onTime()) receiver_->settled();
+                break;
+            case Timing::expiry:
+                sender_->onExpiry(timer.which);
+                break;
+            case Timing::transient:
+                sender_->onTransient(timer.which);
+                break;
+            case Timing::note:
+                sender_->onNote(timer.which);
+                break;
+            case Timing::confirm:
+                receiver_->onConfirmTime(timer.which);
+                break;
+            case Timing::stream:
+                receiver_->onStreamTime(timer.which);
+                break;
+            case Timing::source:
+                receiver_->onSourceTime(timer.which);
+                break;
+            case Timing::pattern:
+                receiver_->onPatternTime(timer.which);
+                break;
+            case Timing::announce:
+                receiver_->onAnnounceTime();
+                break;
+        }
+    }
+}
+
+void Machine::persisted(uint64_t token, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    shared_->persisted(token);
+}
+
+void Machine::storageFailed(uint64_t token, quorl_status status, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    sender_->notStored(shared_->storageFailed(token, status));
+}
+
+void Machine::fetched(const Fetch& fetch, companion::Message message, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    sender_->fetched(fetch, std::move(message));
+}
+
+// ---- sending
+
+quorl_status Machine::send(const companion::Message& message, int64_t limit, Now now, Output& out, uint64_t* number) {
+    const Step step(*shared_, now, out);
+    return sender_->send(message, limit, number);
+}
+
+quorl_status Machine::sendReply(const companion::Message& message, std::string_view requester, int64_t limit, Now now,
+                                Output& out) {
+    const Step step(*shared_, now, out);
+    return sender_->sendReply(message, requester, limit);
+}
+
+void Machine::setDefaultTimeLimit(int64_t limit) noexcept {
+    sender_->setDefaultLimit(limit);
+}
+
+quorl_status Machine::allowListener(std::string_view name, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    return sender_->allow(name);
+}
+
+quorl_status Machine::disallowListener(std::string_view name, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    return sender_->disallow(name);
+}
+
+quorl_status Machine::addListener(std::string_view name, std::string_view pattern, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    return sender_->add(name, pattern);
+}
+
+quorl_status Machine::removeListener(std::string_view name, std::string_view pattern, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    return sender_->remove(name, pattern);
+}
+
+quorl_status Machine::removeSendState(std::string_view subject, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    return sender_->removeSendState(subject);
+}
+
+quorl_status Machine::expireMessages(std::string_view subject, uint64_t upTo, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    return sender_->expire(subject, upTo);
+}
+
+void Machine::review(std::string_view pattern, const std::function<bool(const Review&)>& visit) const {
+    sender_->review(pattern, visit);
+}
+
+// ---- listening
+
+quorl_status Machine::createListener(uint32_t number, std::string_view pattern, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    return receiver_->createListener(number, pattern);
+}
+
+void Machine::destroyListener(uint32_t number, bool cancel, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    receiver_->destroyListener(number, cancel);
+}
+
+quorl_status Machine::confirm(uint32_t listener, StreamId stream, uint64_t number, Confirm when, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    return receiver_->confirm(listener, stream, number, when);
+}
+
+StreamId Machine::streamOf(const companion::Message& message, uint64_t* number) const noexcept {
+    Frame frame;
+    if (!message || decode(message.attributes(), &frame) != Decoded::frame || frame.kind != Kind::data) return 0;
+    *number = frame.number;
+    return receiver_->streamOf(frame, message.subject());
+}
+
+void Machine::setPublisherInactivity(int64_t interval, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    receiver_->setInactivity(interval);
+}
+
+void Machine::close(Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    receiver_->close();
+    sender_->close();
+}
+
+// ---- what comes in
+
+void Machine::receive(companion::Message message, uint32_t listener, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    Frame frame;
+    const auto attributes = message.attributes();
+    const Decoded decoded = attributes.empty() ? Decoded::foreign : decode(attributes, &frame);
+    if (decoded == Decoded::frame) return dispatch(frame, std::move(message), listener);
+    if (decoded == Decoded::newer && !newerTold_) {
+        newerTold_ = true;
+        shared_->tell(Event::Kind::newerPeer, {}, message.subject());
+    }
+    if (listener != 0) {
+        if (!shared_->suspended) receiver_->onPlain(std::move(message), listener);
+    } else {
+        ++shared_->foreign;
+    }
+}
+
+void Machine::dispatch(const Frame& frame, companion::Message message, uint32_t listener) {
+    // To be heard under somebody else's pattern is not what a control frame is sent for.
+    if (frame.kind == Kind::data) {
+        if (listener != 0 && !shared_->suspended) receiver_->onData(frame, std::move(message), listener);
+        return;
+    }
+    if (listener != 0) return;
+    if (frame.kind == Kind::presence) {
+        if (presence_->onPresence(frame)) receiver_->settled();
+        return;
+    }
+    if (shared_->suspended) return;
+    switch (frame.kind) {
+        case Kind::resent:
+            return receiver_->onResent(frame, message);
+        case Kind::announce:
+            return sender_->onAnnounce(frame);
+        case Kind::hello:
+            return receiver_->onHello(frame);
+        case Kind::subscribe:
+            return sender_->onSubscribe(frame);
+        case Kind::challenge:
+            return receiver_->onChallenge(frame);
+        case Kind::accepted:
+            return receiver_->onAccepted(frame);
+        case Kind::refused:
+            return receiver_->onRefused(frame);
+        case Kind::confirm:
+            return sender_->onConfirm(frame);
+        case Kind::ask:
+            return sender_->onAsk(frame);
+        case Kind::note:
+            return receiver_->onNote(frame);
+        case Kind::gone:
+            return receiver_->onGone(frame);
+        case Kind::unknown:
+            return receiver_->onUnknown(frame);
+        case Kind::cancel:
+            return sender_->onCancel(frame);
+        case Kind::cancelled:
+            return receiver_->onCancelled(frame);
+        case Kind::ended:
+            return receiver_->onEnded(frame);
+        default:
+            return;
+    }
+}
+
+// ---- attributes
+
+bool attributesOf(const companion::Message& message, Attributes* attributes) noexcept {
+    Frame frame;
+    if (!message || decode(message.attributes(), &frame) != Decoded::frame || frame.kind != Kind::data) return false;
+    *attributes = {frame.name, frame.number, frame.limit};
+    return true;
+}
+
+std::string_view requesterOf(const companion::Message& message) noexcept {
+    Attributes attributes;
+    return attributesOf(message, &attributes) ? attributes.sender : std::string_view();
+}
+
+}  // namespace quorl::certified

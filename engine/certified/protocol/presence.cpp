@@ -1,0 +1,98 @@
+// Asking, answering, and giving way.
+#include "certified/protocol/presence.h"
+
+#include <utility>
+
+namespace quorl::certified {
+namespace {
+
+constexpr uint32_t questions = 3;
+constexpr int64_t questionPause = 150 * milliseconds;
+constexpr int64_t presencePause = 10 * seconds;
+constexpr int64_t rivalGone = 35 * seconds;
+constexpr int64_t tellPause = 60 * seconds;
+
+}  // namespace
+
+void Presence::start() {
+    startedAt_ = static_cast<uint64_t>(shared_.now.wall / milliseconds);
+    if (!shared_.settings.lasting) {
+        shared_.settled = true;
+        return;
+    }
+    at_ = shared_.now.monotonic;
+    shared_.set(at_, Timing::presence);
+}
+
+void Presence::say(uint64_t answered, uint8_t flags) {
+    Frame frame;
+    frame.kind = Kind::presence;
+    frame.name = shared_.settings.name;
+    frame.incarnation = shared_.chance.instance;
+    frame.token = answered;
+    frame.number = startedAt_;
+    frame.flags = static_cast<uint8_t>(flags | (shared_.settled ? flagSettled : 0));
+    FrameWriter writer;
+    encode(frame, writer);
+    shared_.sendNow(writer, shared_.address);
+}
+
+bool Presence::settle() {
+    const bool wasSuspended = std::exchange(shared_.suspended, false);
+    shared_.settled = true;
+    if (wasSuspended) shared_.tell(Event::Kind::nameFree, shared_.settings.name, {});
+    return true;
+}
+
+bool Presence::onTime() {
+    if (at_ > shared_.now.monotonic) return false;
+    bool settledNow = false;
+    if (shared_.suspended && shared_.now.monotonic - rivalAt_ >= rivalGone && asked_ >= questions) asked_ = 0;
+    if (shared_.settled || asked_ < questions) {
+        say(0, shared_.settled ? 0 : flagAsks);
+        at_ = shared_.now.monotonic + (shared_.settled ? presencePause : questionPause);
+        if (!shared_.settled) ++asked_;
+    } else if (!shared_.suspended || shared_.now.monotonic - rivalAt_ >= rivalGone) {
+        settledNow = settle();
+        at_ = shared_.now.monotonic + presencePause;
+    } else {
+        at_ = shared_.now.monotonic + rivalGone / 4;
+    }
+    shared_.set(at_, Timing::presence);
+    return settledNow;
+}
+
+bool Presence::onPresence(const Frame& frame) {
+    if (frame.name != shared_.settings.name || frame.incarnation == shared_.chance.instance) return false;
+    const uint64_t own = shared_.chance.instance;
+    const bool otherSettled = (frame.flags & flagSettled) != 0;
+    const std::pair mine{startedAt_, own};
+    const std::pair others{frame.number, frame.incarnation};
+    // Who has settled goes before who has not; between equals, who started first.
+    const bool wins = shared_.settled == otherSettled ? mine < others : shared_.settled;
+    if (frame.token == own) {
+        if (wins) return false;
+        rivalAt_ = shared_.now.monotonic;
+        shared_.settled = false;
+        asked_ = questions;
+        if (!std::exchange(shared_.suspended, true)) shared_.tell(Event::Kind::nameTaken, shared_.settings.name, {});
+        return false;
+    }
+    if (frame.token != 0 || shared_.suspended) {
+        if (shared_.suspended && otherSettled) rivalAt_ = shared_.now.monotonic;
+        return false;
+    }
+    // It asks, or says that it has the name: it is told who is here, and asked in turn.
+    if (wins) {
+        say(frame.incarnation, 0);
+        if (shared_.settled && shared_.now.monotonic - toldAt_ >= tellPause) {
+            toldAt_ = shared_.now.monotonic;
+            shared_.tell(Event::Kind::nameContested, shared_.settings.name, {});
+        }
+    } else {
+        say(0, flagAsks);
+    }
+    return false;
+}
+
+}  // namespace quorl::certified
