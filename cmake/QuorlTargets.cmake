@@ -1,9 +1,10 @@
 # Functions that declare the shared libraries and the test programs.
 
-# quorl_library(name SOURCES ... LINK ... MAP file): a shared library whose exports are those of its version script.
+# quorl_library(name [FOR_TESTS] SOURCES ... LINK ... MAP file): a shared library whose exports are those of its version script.
+# One for tests stays in its folder, and is not installed.
 # SONAMEs are the plain names, since other programs are bound to them; RUNPATH lets LD_LIBRARY_PATH win.
 function(quorl_library name)
-  cmake_parse_arguments(arg "" "MAP" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(arg "FOR_TESTS" "MAP" "SOURCES;LINK" ${ARGN})
   add_library(${name} SHARED ${arg_SOURCES})
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
   target_link_libraries(${name} ${arg_LINK})
@@ -13,7 +14,11 @@ function(quorl_library name)
     target_link_options(${name} PRIVATE -Wl,-z,defs)
   endif()
   set_target_properties(${name} PROPERTIES LINK_DEPENDS ${arg_MAP} BUILD_RPATH "$ORIGIN" INSTALL_RPATH "$ORIGIN")
-  install(TARGETS ${name} DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  if(arg_FOR_TESTS)
+    set_target_properties(${name} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
+  else()
+    install(TARGETS ${name} DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  endif()
 endfunction()
 
 # quorl_gtest(name LABEL label SOURCES ... LINK ... [TIMEOUT seconds]): a GoogleTest program, run whole as one ctest test;

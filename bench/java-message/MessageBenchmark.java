@@ -155,7 +155,7 @@ public final class MessageBenchmark {
     }
 
     private static int find(long handle, byte[] name, QuorlMsg message) {
-        return MsgCore.indexIn(QuorlMsg.quorlMsg_GetFieldTypeAndIndex(handle, name, name.length, (short) 0, message));
+        return FieldCalls.indexIn(QuorlMsg.quorlMsg_GetFieldTypeAndIndex(handle, name, name.length, (short) 0, message));
     }
 
     private static long sum(boolean active, int level, long counter, long balance, long order, double price, String customer,

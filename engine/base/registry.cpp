@@ -148,9 +148,12 @@ void release(Record& record) noexcept {
     giveFree(record.id & slotMask);
 }
 
-Record* pinSlow(ThreadState& state, uint32_t id, uint16_t type) noexcept {
+Record* pinSlow(ThreadState& state, uint32_t id, Wanted wanted) noexcept {
     ReadGuard guard(state);
-    Record* record = find(id, type);
+    Slot* slot = slotOf(id);
+    Record* record = nullptr;
+    if (slot != nullptr && wanted.is(slot->word.load(std::memory_order_seq_cst)))
+        record = slot->record.load(std::memory_order_acquire);
     if (record != nullptr) acquireReference(*record);
     return record;
 }

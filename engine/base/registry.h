@@ -23,8 +23,15 @@ inline constexpr uint32_t chunkCount = 1u << (slotBits - chunkBits);
 
 enum State : uint8_t { gone = 0, open = 1, closing = 2 };
 
+// Types whose objects are events: they wait in queues, whose entries have nothing but an id.
+constexpr bool isEvent(uint16_t type) noexcept {
+    return type == QUORL_OBJECT_EVENT || type == QUORL_OBJECT_CM_EVENT || type == QUORL_OBJECT_FT_MEMBER ||
+           type == QUORL_OBJECT_FT_MONITOR;
+}
+
 struct Slot {
-    std::atomic<uint64_t> word{0};  // id in bits 32 to 63, type in bits 8 to 23, state in bits 0 to 7; 0 when free
+    // id in bits 32 to 63, whether the type is an event's in bit 24, type in bits 8 to 23, state in bits 0 to 7; 0 when free
+    std::atomic<uint64_t> word{0};
     std::atomic<Record*> record{nullptr};  // written before the word says open; null when free
     uint32_t generation = 0;               // of the next id; guarded by the registry's lock
     uint32_t nextFree = 0;                 // guarded by the registry's lock
@@ -38,8 +45,23 @@ inline Slot* slotOf(uint32_t id) noexcept {
     return chunk == nullptr ? nullptr : chunk + (index & ((1u << chunkBits) - 1));
 }
 
+inline constexpr uint64_t eventBit = uint64_t{1} << 24;
+
 constexpr uint64_t wordOf(uint32_t id, uint16_t type, State state) noexcept {
-    return static_cast<uint64_t>(id) << 32 | static_cast<uint64_t>(type) << 8 | state;
+    return static_cast<uint64_t>(id) << 32 | (isEvent(type) ? eventBit : 0) | static_cast<uint64_t>(type) << 8 | state;
+}
+
+// What the word of a slot is compared with: an open object of one type, or any open event.
+struct Wanted {
+    uint64_t word;
+    uint64_t mask;
+    bool is(uint64_t found) const noexcept { return (found & mask) == word; }
+};
+constexpr Wanted openOf(uint32_t id, uint16_t type) noexcept {
+    return {wordOf(id, type, open), ~uint64_t{0}};
+}
+constexpr Wanted openEvent(uint32_t id) noexcept {
+    return {static_cast<uint64_t>(id) << 32 | eventBit | open, ~(uint64_t{0xffff} << 8)};
 }
 
 // Only under a read guard: the open object of that id and type, or null.
@@ -48,33 +70,43 @@ inline Record* find(uint32_t id, uint16_t type) noexcept {
     if (slot == nullptr || slot->word.load(std::memory_order_seq_cst) != wordOf(id, type, open)) return nullptr;
     return slot->record.load(std::memory_order_acquire);
 }
+// The same for an event of any type.
+inline Record* findEvent(uint32_t id) noexcept {
+    Slot* slot = slotOf(id);
+    if (slot == nullptr || !openEvent(id).is(slot->word.load(std::memory_order_seq_cst))) return nullptr;
+    return slot->record.load(std::memory_order_acquire);
+}
 template <class T>
 T* find(uint32_t id) noexcept {
     return static_cast<T*>(find(id, T::objectType));
 }
 
-Record* pinSlow(ThreadState& state, uint32_t id, uint16_t type) noexcept;
+Record* pinSlow(ThreadState& state, uint32_t id, Wanted wanted) noexcept;
 void unpinSlow(ThreadState& state, Record* record) noexcept;
 
 // Pins nest: they end in the reverse order of their beginning.
-inline Record* pin(ThreadState& state, uint32_t id, uint16_t type) noexcept {
+inline Record* pin(ThreadState& state, uint32_t id, Wanted wanted) noexcept {
     Slot* slot = slotOf(id);
     if (slot == nullptr) return nullptr;
     Record* record = slot->record.load(std::memory_order_acquire);
     if (record == nullptr) return nullptr;
     if (state.pinCount == ThreadState::maxPins) [[unlikely]]
-        return pinSlow(state, id, type);
+        return pinSlow(state, id, wanted);
     auto& cell = state.pins[state.pinCount];
     publishHazard(cell, record);
     // The second look at the record: the id may be an invented one that came true between the two loads.
-    if (slot->word.load(std::memory_order_seq_cst) == wordOf(id, type, open) &&
-        slot->record.load(std::memory_order_acquire) == record) [[likely]] {
+    if (wanted.is(slot->word.load(std::memory_order_seq_cst)) && slot->record.load(std::memory_order_acquire) == record)
+        [[likely]] {
         ++state.pinCount;
         return record;
     }
     publishHazard<Record*>(cell, nullptr);
     if (state.pinsWatched.load(std::memory_order_seq_cst)) pokeReclaimer();
     return nullptr;
+}
+
+inline Record* pin(ThreadState& state, uint32_t id, uint16_t type) noexcept {
+    return pin(state, id, openOf(id, type));
 }
 
 inline void unpin(ThreadState& state, Record* record) noexcept {

@@ -5,6 +5,7 @@
 
 #include "base/environment.h"
 #include "base/status.h"
+#include "companion/border.h"
 #include "event/module.h"
 #include "message/delivery.h"
 #include "secure/credentials.h"
@@ -38,6 +39,7 @@ constexpr const environment::Module* modules[] = {
     &transport::module,
     &event::module,  // its events go before the transports that feed them
     &transport::circuit::module,
+    &companion::border,  // whatever companions have goes while everything else works
 };
 
 }  // namespace

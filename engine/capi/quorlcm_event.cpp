@@ -1,24 +1,54 @@
-// Certified listeners: not part of this version.
-#include "companion/support.h"
+// Certified listeners.
+#include "certified/listener.h"
+#include "companion/status.h"
 #include "quorl/private.h"
 #include "quorl/quorlcm.h"
 
+using namespace quorl::certified;
+using quorl::companion::fail;
+using quorl::companion::Hold;
+using quorl::companion::Type;
+
 namespace {
 
-quorl_status refuse() noexcept {
-    return _quorlSupport_Fail(QUORL_NOT_PERMITTED, "certified delivery is not part of this version");
+template <class F>
+quorl_status with(quorlcmEvent id, F&& ask) noexcept {
+    const Hold<CmListener> listener(Type::certifiedListener, id);
+    return listener ? ask(*listener) : listener.status();
 }
 
 }  // namespace
 
 extern "C" {
 
-// clang-format off
-quorl_status quorlcmEvent_CreateListener(quorlcmEvent*, quorlQueue, quorlcmEventCallback, quorlcmTransport, const char*, const void*) noexcept { return refuse(); }
-quorl_status quorlcmEvent_DestroyEx(quorlcmEvent, quorl_bool, quorlcmEventOnComplete) noexcept { return refuse(); }
-quorl_status quorlcmEvent_SetExplicitConfirm(quorlcmEvent) noexcept { return refuse(); }
-quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent, quorlMsg) noexcept { return refuse(); }
-quorl_status _quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(quorl_u32) noexcept { return refuse(); }
-// clang-format on
+quorl_status quorlcmEvent_CreateListener(quorlcmEvent* listener, quorlQueue queue, quorlcmEventCallback callback,
+                                         quorlcmTransport cmTransport, const char* subject,
+                                         const void* closure) noexcept {
+    if (listener == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the result is null");
+    if (callback == nullptr) return fail(QUORL_INVALID_CALLBACK, "the callback of the certified listener is null");
+    const Hold<Node> node(Type::certifiedTransport, cmTransport);
+    return node ? node->listen(queue, callback, subject, closure, listener) : node.status();
+}
+
+quorl_status quorlcmEvent_DestroyEx(quorlcmEvent listener, quorl_bool cancelAgreements,
+                                    quorlcmEventOnComplete completion) noexcept {
+    return CmListener::closeWith(listener, cancelAgreements != QUORL_FALSE, completion);
+}
+
+quorl_status quorlcmEvent_SetExplicitConfirm(quorlcmEvent listener) noexcept {
+    return with(listener, [](CmListener& its) {
+        its.setExplicit();
+        return QUORL_OK;
+    });
+}
+
+quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent listener, quorlMsg message) noexcept {
+    return with(listener, [&](CmListener& its) { return its.confirm(message); });
+}
+
+// Only the tasks of distributed queues are ever completed; a plain certified listener has none.
+quorl_status _quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(quorl_u32 listener) noexcept {
+    return with(listener, [](CmListener&) { return QUORL_OK; });
+}
 
 }  // extern "C"

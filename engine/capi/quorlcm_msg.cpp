@@ -1,25 +1,35 @@
-// The certified attributes of messages, which no message carries in this version.
-#include "companion/support.h"
+// The certified attributes of messages.
+#include "certified/time_limit.h"
+#include "companion/status.h"
 #include "quorl/quorlcm.h"
+
+using namespace quorl::certified;
+using quorl::companion::fail;
 
 namespace {
 
-quorl_status absent() noexcept {
-    return _quorlSupport_Fail(QUORL_NOT_FOUND, "the message was not sent by certified delivery");
+quorl_status nullPlace() noexcept {
+    return fail(QUORL_INVALID_ARG, "the pointer for the result is null");
 }
 
 }  // namespace
 
 extern "C" {
 
-// clang-format off
-quorl_status quorlMsg_GetCMSender(quorlMsg, const char**) noexcept { return absent(); }
-quorl_status quorlMsg_GetCMSequence(quorlMsg, quorl_u64*) noexcept { return absent(); }
-quorl_status quorlMsg_GetCMTimeLimit(quorlMsg, quorl_f64*) noexcept { return absent(); }
-// clang-format on
+quorl_status quorlMsg_GetCMSender(quorlMsg message, const char** sender) noexcept {
+    return sender != nullptr ? getSender(message, sender) : nullPlace();
+}
 
-quorl_status quorlMsg_SetCMTimeLimit(quorlMsg, quorl_f64) noexcept {
-    return _quorlSupport_Fail(QUORL_NOT_PERMITTED, "certified delivery is not part of this version");
+quorl_status quorlMsg_GetCMSequence(quorlMsg message, quorl_u64* sequence) noexcept {
+    return sequence != nullptr ? getSequence(message, sequence) : nullPlace();
+}
+
+quorl_status quorlMsg_GetCMTimeLimit(quorlMsg message, quorl_f64* timeLimit) noexcept {
+    return timeLimit != nullptr ? getTimeLimit(message, timeLimit) : nullPlace();
+}
+
+quorl_status quorlMsg_SetCMTimeLimit(quorlMsg message, quorl_f64 timeLimit) noexcept {
+    return setTimeLimit(message, timeLimit);
 }
 
 }  // extern "C"

@@ -1,12 +1,12 @@
 // Distributed queues: not part of this version.
-#include "companion/support.h"
+#include "companion/status.h"
 #include "quorl/private.h"
 #include "quorl/quorlcmq.h"
 
 namespace {
 
 quorl_status refuse() noexcept {
-    return _quorlSupport_Fail(QUORL_NOT_PERMITTED, "distributed queues are not part of this version");
+    return quorl::companion::fail(QUORL_NOT_PERMITTED, "distributed queues are not part of this version");
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 // Fault-tolerance members and monitors: not part of this version.
-#include "companion/support.h"
+#include "companion/status.h"
 #include "quorl/quorlft.h"
 
 namespace {
 
 quorl_status refuse() noexcept {
-    return _quorlSupport_Fail(QUORL_NOT_PERMITTED, "fault tolerance is not part of this version");
+    return quorl::companion::fail(QUORL_NOT_PERMITTED, "fault tolerance is not part of this version");
 }
 
 }  // namespace

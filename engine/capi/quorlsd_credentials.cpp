@@ -1,11 +1,13 @@
 // Credentials for secure daemons: checked here, kept by libquorl.
 #include <cstring>
 
-#include "companion/support.h"
+#include "companion/credentials.h"
+#include "companion/status.h"
 #include "quorl/quorlsd.h"
 #include "secure/parsing/identity.h"
 
 using namespace quorl::secure;
+namespace companion = quorl::companion;
 
 namespace {
 
@@ -17,16 +19,16 @@ std::string_view bounded(const char* text, size_t limit) noexcept {
 }
 
 quorl_status report(const Outcome& outcome) noexcept {
-    return _quorlSupport_Fail(outcome.status, outcome.text);
+    return companion::fail(outcome.status, "%s", outcome.text);
 }
 
 quorl_status keep(const Outcome& outcome, const Identity& identity) noexcept {
     if (outcome.status != QUORL_OK) return report(outcome);
-    return _quorlSupport_SetIdentity(identity.certificates.text(), identity.key.text());
+    return companion::setIdentity(identity.certificates.text(), identity.key.text());
 }
 
 quorl_status refuseUser(const char* text) noexcept {
-    return _quorlSupport_Fail(QUORL_INVALID_ARG, text);
+    return companion::fail(QUORL_INVALID_ARG, "%s", text);
 }
 
 }  // namespace
@@ -39,11 +41,11 @@ quorl_status quorlSecureDaemon_SetDaemonCert(const char* daemonName, const char*
         const Outcome outcome = checkCertificates(bounded(daemonCert, longestCredential));
         if (outcome.status != QUORL_OK) return report(outcome);
     }
-    return _quorlSupport_SetDaemonCertificates(daemonName, daemonCert);
+    return companion::setDaemonCertificates(daemonName, daemonCert);
 }
 
 quorl_status quorlSecureDaemon_SetUserCertWithKey(const char* userCertWithKey, const char* password) noexcept {
-    if (userCertWithKey == nullptr) return _quorlSupport_SetIdentity(nullptr, nullptr);
+    if (userCertWithKey == nullptr) return companion::setIdentity(nullptr, nullptr);
     Identity identity;
     const Outcome outcome = readPem(bounded(userCertWithKey, longestCredential), password, &identity);
     return keep(outcome, identity);
@@ -51,21 +53,21 @@ quorl_status quorlSecureDaemon_SetUserCertWithKey(const char* userCertWithKey, c
 
 quorl_status quorlSecureDaemon_SetUserCertWithKeyBin(const void* userCertWithKey, quorl_u32 size,
                                                      const char* password) noexcept {
-    if (userCertWithKey == nullptr) return _quorlSupport_SetIdentity(nullptr, nullptr);
+    if (userCertWithKey == nullptr) return companion::setIdentity(nullptr, nullptr);
     Identity identity;
     const Outcome outcome = readPkcs12(userCertWithKey, size, password, &identity);
     return keep(outcome, identity);
 }
 
 quorl_status quorlSecureDaemon_SetUserNameWithPassword(const char* userName, const char* password) noexcept {
-    if (userName == nullptr) return _quorlSupport_SetUser(nullptr, nullptr);
+    if (userName == nullptr) return companion::setUser(nullptr, nullptr);
     if (password == nullptr) return refuseUser("a user name needs its password");
     if (*userName == '\0') return refuseUser("the user name is empty");
     if (*password == '\0') return refuseUser("the password is empty");
     if (bounded(userName, longestText).size() > longestText)
         return refuseUser("the user name is longer than 255 bytes");
     if (bounded(password, longestText).size() > longestText) return refuseUser("the password is longer than 255 bytes");
-    return _quorlSupport_SetUser(userName, password);
+    return companion::setUser(userName, password);
 }
 
 }  // extern "C"

@@ -109,6 +109,14 @@ quorl_status Message::handOver(quorlMsg* handle) const noexcept {
     return message::handOverWhole(Access::content(*this), handle);
 }
 
+quorl_status Message::lend(quorlMsg* handle) const noexcept {
+    return message::deliverWhole(Access::content(*this), 0, handle);
+}
+
+void Message::takeBack(quorlMsg handle) noexcept {
+    message::finishDelivery(handle);
+}
+
 quorl_status handleAttributes(quorlMsg handle, std::span<const uint8_t>* attributes) noexcept {
     message::Slot* slot;
     if (const quorl_status status = message::find(handle, &slot); status != QUORL_OK) return status;

@@ -69,6 +69,9 @@ class QUORL_API Message {
     static quorl_status received(quorlMsg handle, Message* message) noexcept;
     // A handle over the message, which the program is to destroy. Its received() is this message. QUORL_NO_MEMORY.
     quorl_status handOver(quorlMsg* handle) const noexcept;
+    // The same for one callback: the handle is the library's until takeBack, unless the program detaches or destroys it.
+    quorl_status lend(quorlMsg* handle) const noexcept;
+    static void takeBack(quorlMsg handle) noexcept;
 
   private:
     friend struct Access;

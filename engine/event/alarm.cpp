@@ -197,7 +197,7 @@ void setAlarmSink(const AlarmSink* to) noexcept {
     sink.store(to, std::memory_order_release);
 }
 
-void lose(Queue& queue, Event& event, message::ContentRef content, AlarmChange* change) noexcept {
+void lose(Queue& queue, Event& event, message::ContentRef content, uint32_t tag, AlarmChange* change) noexcept {
     Alarms& alarms = queue.back.alarms;
     ++queue.back.dropped;
     if (event.kind == Kind::timer && event.front.endless.load(std::memory_order_relaxed)) {
@@ -205,6 +205,13 @@ void lose(Queue& queue, Event& event, message::ContentRef content, AlarmChange* 
             change->starved.push_back(event.id);
         } catch (const std::bad_alloc&) {
             // It stays silent until its interval is set again.
+        }
+    }
+    if (event.kind == Kind::taker && event.dropped != nullptr) {
+        try {
+            change->dropped.push_back({event.id, tag, content});
+        } catch (const std::bad_alloc&) {
+            // Whoever pushed it has to find out by himself.
         }
     }
     if (tellsOfAlarms(content)) return;
@@ -300,6 +307,9 @@ void complete(Queue& queue, AlarmChange* change) noexcept {
 void tell(Queue& queue, const AlarmChange& change) noexcept {
     if (change.records) tellAll(queue);
     for (const uint32_t timer : change.starved) fireSoon(timer);
+    for (const AlarmChange::DroppedEntry& each : change.dropped) {
+        if (Event* event = findEvent(each.event)) event->dropped(*event, each.content, each.tag);
+    }
     if (change.remindAt != 0 && !remindAt(queue.id, change.remindAt)) remindOfAlarms(queue.id, true);
 }
 

@@ -33,15 +33,21 @@ void setAlarmSink(const AlarmSink* to) noexcept;
 
 // What happened to the alarms while the locks of a queue were held, and is dealt with when no lock is held any more.
 struct AlarmChange {
-    std::vector<uint32_t> starved;  // timers of interval 0 that lost their event, and would never fire again
-    int64_t remindAt = 0;           // nanoseconds on the monotonic clock; 0: no reminder is needed
-    bool records = false;           // there is something to tell
-    bool limitBegan = false;        // the last record of that kind lacks its counts
-    bool any() const noexcept { return records || remindAt != 0 || !starved.empty(); }
+    struct DroppedEntry {
+        uint32_t event;
+        uint32_t tag;
+        message::ContentRef content;
+    };
+    std::vector<uint32_t> starved;      // timers of interval 0 that lost their event, and would never fire again
+    std::vector<DroppedEntry> dropped;  // of takers that want to know
+    int64_t remindAt = 0;               // nanoseconds on the monotonic clock; 0: no reminder is needed
+    bool records = false;               // there is something to tell
+    bool limitBegan = false;            // the last record of that kind lacks its counts
+    bool any() const noexcept { return records || remindAt != 0 || !starved.empty() || !dropped.empty(); }
 };
 
 // Counts an event that a limit dropped, content included when it is a message's. Under a read guard.
-void lose(Queue& queue, Event& event, message::ContentRef content, AlarmChange* change) noexcept
+void lose(Queue& queue, Event& event, message::ContentRef content, uint32_t tag, AlarmChange* change) noexcept
     REQUIRES(queue.front.lock, queue.back.lock);
 
 // Looks whether the queue has just grown beyond its mark.
@@ -59,7 +65,7 @@ void endAlarms(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.
 // The last thing that is done with the locks held.
 void complete(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock, queue.back.lock);
 
-// Tells what is to be told, and lets starved timers fire again. Under a read guard, no lock held.
+// Tells what is to be told, takers what they lost included, and lets starved timers fire again. Under a read guard, no lock held.
 void tell(Queue& queue, const AlarmChange& change) noexcept;
 
 // Clears the alarms that are over. No lock held; the queue is pinned or under a read guard.

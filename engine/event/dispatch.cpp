@@ -148,6 +148,12 @@ quorl_status run(ThreadState& thread, const Taken& taken, Batch& batch) noexcept
             event.callback(event.id, nullptr, const_cast<void*>(event.arg));
             --thread.callbackDepth;
             break;
+        case Kind::taker: {
+            auto content = message::ContentRef::adopt(taken.content);
+            if (content) thread.part<message::Traffic>().received(1, content.byteSize());
+            event.take(thread, event, std::move(content), taken.tag);
+            break;
+        }
     }
     registry::unpin(thread, &event);
     return status;

@@ -14,7 +14,7 @@ quorl_status destroyEvent(uint32_t id, quorlEventOnComplete completion) noexcept
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
     ReadGuard guard(*thread);
-    Event* event = closeEvent(id);
+    Event* event = closeEvent(id, QUORL_OBJECT_EVENT);
     if (event == nullptr) return environment::noObject(QUORL_INVALID_EVENT, "event", id);
     event->completion = completion;
     if (event->detach != nullptr) event->detach(*event);
@@ -27,10 +27,10 @@ const void* closureOf(uint32_t id) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return nullptr;
     ReadGuard guard(*thread);
-    if (const Record* record = registry::find(id, QUORL_OBJECT_EVENT)) return record->arg;
+    if (const Record* record = findEvent(id)) return record->arg;
     // Destroyed meanwhile: its record lives as long as its callbacks run.
     const auto isIt = [id](const Record* record) {
-        return record != nullptr && record->id == id && record->type == QUORL_OBJECT_EVENT;
+        return record != nullptr && record->id == id && registry::isEvent(record->type);
     };
     for (uint32_t i = 0; i < thread->pinCount; ++i) {
         const Record* record = thread->pins[i].load(std::memory_order_relaxed);

@@ -15,6 +15,7 @@ namespace quorl::event {
 namespace {
 
 constexpr uint32_t vectorTagBit = 1u << 31;
+static_assert(takerTags == vectorTagBit);
 // How far a batch looks beyond entries of others.
 constexpr uint64_t batchReach = 1024;
 // Dead entries of a destroyed event are cleared out when there are few entries, or mostly dead ones.
@@ -47,7 +48,7 @@ void endTiming(Queue& queue, uint64_t position, uint64_t first) noexcept REQUIRE
 // takes both, so that an event that is not found has been forgotten too, and its entries count no more.
 Event* liveEvent(const Entry& entry) noexcept {
     if (entry.event == 0) return nullptr;
-    auto* event = registry::find<Event>(entry.event);
+    Event* event = findEvent(entry.event);
     if (event == nullptr || (event->kind == Kind::timer && event->front.epoch != entry.tag)) return nullptr;
     return event;
 }
@@ -63,7 +64,7 @@ bool drop(Queue& queue, const Entry& entry, AlarmChange* change) noexcept REQUIR
     if (event == nullptr) return false;
     ++event->front.taken;
     if (event->kind == Kind::timer) event->front.waiting.store(false, std::memory_order_relaxed);
-    lose(queue, *event, std::move(content), change);
+    lose(queue, *event, std::move(content), entry.tag, change);
     return true;
 }
 
@@ -168,30 +169,41 @@ void finish(Queue& queue, const AfterPush& after) noexcept {
 }
 
 // Whether the event may be put into the queue.
-bool admits(Queue& queue, Event& event, uint32_t expectedEpoch) noexcept REQUIRES(queue.back.lock) {
+bool admits(Queue& queue, Event& event, uint32_t tag) noexcept REQUIRES(queue.back.lock) {
     if (queue.back.closed || event.back.closed) return false;
     return event.kind != Kind::timer ||
-           (event.front.epoch == expectedEpoch && !event.front.waiting.load(std::memory_order_relaxed));
+           (event.front.epoch == tag && !event.front.waiting.load(std::memory_order_relaxed));
+}
+
+// Of an entry.
+uint32_t tagOf(const Event& event, uint32_t pushed) noexcept {
+    return event.kind >= Kind::timer ? pushed : event.vectorTag;
+}
+
+// There was no memory for an entry.
+void tellRefused(Event& event, message::ContentRef content, uint32_t tag) noexcept {
+    if (event.kind == Kind::taker && event.dropped != nullptr) event.dropped(event, std::move(content), tag);
 }
 
 // The slow road of push: the queue may be full, or beyond its mark.
-bool pushSlowly(Queue& queue, Event& event, uint32_t expectedEpoch, message::ContentRef content) noexcept {
+bool pushSlowly(Queue& queue, Event& event, uint32_t tag, message::ContentRef content) noexcept {
     AlarmChange change;
     AfterPush after;
     bool admitted;
+    bool refused = false;
     {
         Lock front(queue.front.lock);
         Lock backLock(queue.back.lock);
-        admitted = admits(queue, event, expectedEpoch);
+        admitted = admits(queue, event, tag);
         if (admitted) {
             if (!makeRoom(queue, &change)) {
-                lose(queue, event, std::move(content), &change);
+                lose(queue, event, std::move(content), tag, &change);
             } else if (!queue.entries.reserve()) {
                 ++queue.back.refused;
+                refused = true;
             } else {
                 if (event.kind == Kind::timer) event.front.waiting.store(true, std::memory_order_relaxed);
-                const uint32_t tag = event.kind == Kind::timer ? event.front.epoch : event.vectorTag;
-                place(queue, event, tag, content.release(), &after);
+                place(queue, event, tagOf(event, tag), content.release(), &after);
                 lookAtHighWater(queue, &change);
             }
             queue.back.removedSeen = queue.front.removed.load(std::memory_order_relaxed);
@@ -205,6 +217,8 @@ bool pushSlowly(Queue& queue, Event& event, uint32_t expectedEpoch, message::Con
     }
     finish(queue, after);
     if (change.any()) tell(queue, change);
+    if (refused) [[unlikely]]
+        tellRefused(event, std::move(content), tag);
     return admitted;
 }
 
@@ -217,7 +231,7 @@ Queue::~Queue() {
     }
 }
 
-bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch) noexcept {
+bool push(Event& event, message::ContentRef content, uint32_t tag) noexcept {
     Queue& queue = *event.queue;
     AfterPush after;
     queue.back.lock.lock();
@@ -226,28 +240,25 @@ bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch) noe
         const uint64_t waiting = queue.entries.backCount() - queue.back.removedSeen;
         if (waiting >= queue.back.lookAt) {
             queue.back.lock.unlock();
-            return pushSlowly(queue, event, expectedEpoch, std::move(content));
+            return pushSlowly(queue, event, tag, std::move(content));
         }
         if (waiting >= queue.back.mostWaiting) {
             queue.back.mostWaiting = waiting + 1;
             queue.back.countAt = std::min(queue.back.mostWaiting, queue.back.lookAt);
         }
     }
-    if (!admits(queue, event, expectedEpoch)) [[unlikely]] {
+    if (!admits(queue, event, tag)) [[unlikely]] {
         queue.back.lock.unlock();
         return false;
     }
     if (!queue.entries.reserve()) [[unlikely]] {
         ++queue.back.refused;
         queue.back.lock.unlock();
+        tellRefused(event, std::move(content), tag);
         return true;
     }
-    uint32_t tag = event.vectorTag;
-    if (event.kind == Kind::timer) {
-        event.front.waiting.store(true, std::memory_order_relaxed);
-        tag = event.front.epoch;
-    }
-    place(queue, event, tag, content.release(), &after);
+    if (event.kind == Kind::timer) event.front.waiting.store(true, std::memory_order_relaxed);
+    place(queue, event, tagOf(event, tag), content.release(), &after);
     queue.back.lock.unlock();
     if (after.sleeper != nullptr || after.groupCount != 0) [[unlikely]]
         finish(queue, after);
@@ -262,7 +273,7 @@ bool takeFirst(Queue& queue, ThreadState& thread, Taken* taken, Batch* batch) no
         if (entry.event == 0) continue;
         // The pin keeps the record. An event that is not open any more has been forgotten, see closeEvent: the entry is
         // dead and counted.
-        event = static_cast<Event*>(registry::pin(thread, entry.event, QUORL_OBJECT_EVENT));
+        event = static_cast<Event*>(registry::pin(thread, entry.event, registry::openEvent(entry.event)));
         if (event != nullptr) [[likely]] {
             if (event->kind != Kind::timer || event->front.epoch == entry.tag) [[likely]]
                 break;
@@ -357,8 +368,8 @@ void dropDead(Queue& queue) noexcept REQUIRES(queue.front.lock, queue.back.lock)
 
 }  // namespace
 
-Event* closeEvent(uint32_t id) noexcept {
-    auto* event = registry::find<Event>(id);
+Event* closeEvent(uint32_t id, uint16_t type) noexcept {
+    auto* event = static_cast<Event*>(registry::find(id, type));
     if (event == nullptr) return nullptr;
     Queue& queue = *event->queue;
     bool cleared = false;
@@ -366,7 +377,7 @@ Event* closeEvent(uint32_t id) noexcept {
     {
         Lock front(queue.front.lock);
         Lock back(queue.back.lock);
-        if (registry::close(id, QUORL_OBJECT_EVENT) == nullptr) return nullptr;
+        if (registry::close(id, type) == nullptr) return nullptr;
         event->back.closed = true;
         endSlow(queue, *event, &change);
         const uint64_t dead = event->back.pushed - event->front.taken;

@@ -118,9 +118,11 @@ struct Queue : Record {
     }
 };
 
-// Puts an event into its queue; content is empty for timers. expectedEpoch: of timers, the epoch in which the firing was
-// decided. The calling thread is under a read guard. False when the queue or the event takes no more events.
-bool push(Event& event, message::ContentRef content, uint32_t expectedEpoch = 0) noexcept;
+// Puts an event into its queue; content is empty for timers, and may be for takers. tag: of timers, the epoch in which the
+// firing was decided; of takers what they get with the content, below takerTags; otherwise 0. The calling thread is under a
+// read guard. False when the queue or the event takes no more events.
+constexpr uint32_t takerTags = 1u << 31;
+bool push(Event& event, message::ContentRef content, uint32_t tag = 0) noexcept;
 
 // Takes the first event; of a vector listener also those that share its batch, into *batch, the first included. False:
 // nothing waits.
@@ -132,7 +134,7 @@ void trim(Queue& queue, AlarmChange* change) noexcept REQUIRES(queue.front.lock,
 // Closes the event for exactly one caller, who retires it: none of its callbacks starts any more, and none of its entries
 // counts as waiting. The registry and the counts change in one step under both locks of the queue, so that whoever holds
 // either finds an event open exactly while it may have entries. Null when there is no such open event. Under a read guard.
-Event* closeEvent(uint32_t id) noexcept;
+Event* closeEvent(uint32_t id, uint16_t type) noexcept;
 // Stops the event for good without closing it: what waits stays. Under a read guard.
 void cutOff(Event& event) noexcept;
 // Of timers: what waits is dead, and firings that were decided before do not count.

@@ -66,33 +66,27 @@ bool advisoriesHeard() noexcept {
 void advise(Severity severity, std::string_view source, std::string_view name,
             std::initializer_list<AdvisoryField> fields) noexcept {
     if (!local::heard()) return;
-    ThreadState* thread = threadState();
-    if (thread == nullptr) return;
     const KeptErrorText kept;
     message::Builder message;
-    message::ContentRef content;
+    for (const AdvisoryField& field : fields) field.addTo(message);
+    advise(severity, source, name, message);
+}
+
+void advise(Severity severity, std::string_view source, std::string_view name, message::Builder& message) noexcept {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return;
     try {
         std::string subject(prefixOf(severity));
         subject.append(source).append(1, '.').append(name);
-        for (const AdvisoryField& field : fields) field.addTo(message);
-        if (message.content(subject, &content) != QUORL_OK) return;
+        message::ContentRef content;
+        if (message.content(subject, &content) == QUORL_OK) publish(*thread, std::move(content));
     } catch (const std::bad_alloc&) {
-        return;  // Not told.
+        // Not told.
     }
-    publish(*thread, std::move(content));
 }
 
 bool isAdvisory(const message::ContentRef& content) noexcept {
     return content && local::staysHere(content.sendSubject());
-}
-
-void adviseOf(quorlMsg advisory) noexcept {
-    if (!advisoriesHeard()) return;
-    ThreadState* thread = threadState();
-    if (thread == nullptr) return;
-    const KeptErrorText kept;
-    message::ContentRef content;
-    if (message::snapshot(advisory, &content) == QUORL_OK) publish(*thread, std::move(content));
 }
 
 }  // namespace quorl::transport

@@ -67,8 +67,9 @@ bool advisoriesHeard() noexcept;
 void advise(Severity severity, std::string_view source, std::string_view name,
             std::initializer_list<AdvisoryField> fields) noexcept;
 
-// Publishes a message of a companion library as an advisory; its send subject says which.
-void adviseOf(quorlMsg advisory) noexcept;
+// The same with the fields that a message has been given, as AdvisoryField::addTo does; the calling thread's detail text is the
+// caller's to keep.
+void advise(Severity severity, std::string_view source, std::string_view name, message::Builder& message) noexcept;
 
 // Whether the content is an advisory: its own loss is counted, but never told, or telling would have no end.
 bool isAdvisory(const message::ContentRef& content) noexcept;

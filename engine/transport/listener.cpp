@@ -62,13 +62,13 @@ bool ownInbox(const Transport& transport, std::string_view subject) noexcept {
            number <= transport.inboxes.load(std::memory_order_relaxed);
 }
 
-quorl_status checkSubject(const Transport& transport, const char* text) noexcept {
+quorl_status checkSubject(const Transport& transport, const char* text, bool internal) noexcept {
     if (text == nullptr) return fail(QUORL_INVALID_SUBJECT, "the subject to listen to is null");
     const std::string_view subject(text, strnlen(text, QUORL_SUBJECT_MAX + 1));
     if (!subject::validForListening(subject))
         return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is not a valid subject: %s", QUORL_SUBJECT_MAX, text,
                     subject::whyMalformed(subject));
-    if (!subject::isSystem(subject) || subject.starts_with("_QUORL.")) return QUORL_OK;
+    if (internal || !subject::isSystem(subject) || subject.starts_with("_QUORL.")) return QUORL_OK;
     if (ownInbox(transport, subject)) return QUORL_OK;
     return fail(QUORL_INVALID_SUBJECT,
                 "\"%s\" is reserved: listen to an inbox on the transport that made it, and begin subjects of your own "
@@ -97,11 +97,13 @@ quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexce
     ReadGuard guard(*thread);
     auto* queue = registry::find<event::Queue>(request.queue);
     if (queue == nullptr) return environment::noObject(QUORL_INVALID_QUEUE, "queue", request.queue);
-    if (request.callback == nullptr && request.vectorCallback == nullptr)
+    if (request.callback == nullptr && request.vectorCallback == nullptr && request.take == nullptr)
         return fail(QUORL_INVALID_CALLBACK, "the callback of the listener is null");
     auto* transport = registry::find<Transport>(request.transport);
     if (transport == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", request.transport);
-    if (const quorl_status status = checkSubject(*transport, request.subject); status != QUORL_OK) return status;
+    if (const quorl_status status = checkSubject(*transport, request.subject, request.take != nullptr);
+        status != QUORL_OK)
+        return status;
 
     Listener* listener = nullptr;
     try {
@@ -113,9 +115,15 @@ quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexce
     }
     listener->arg = request.closure;
     listener->kind = request.vector ? event::Kind::vectorListener : event::Kind::listener;
-    listener->callback = request.callback;
-    listener->vectorCallback = request.vectorCallback;
-    listener->groupId = request.groupId;
+    if (request.take != nullptr) {
+        listener->kind = event::Kind::taker;
+        listener->take = request.take;
+        listener->owner = request.owner;
+    } else {
+        listener->callback = request.callback;
+        listener->vectorCallback = request.vectorCallback;
+        listener->groupId = request.groupId;
+    }
     listener->source = listener->subject;
     listener->queue = queue;
     listener->transport = transport;
@@ -143,7 +151,7 @@ quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexce
         return fail(QUORL_NOT_INITIALIZED, "the library is not open");
     }
     if (const quorl_status status = attach(*listener); status != QUORL_OK) {
-        if (event::closeEvent(reserved) != nullptr) registry::retire(*listener);
+        if (event::closeEvent(reserved, QUORL_OBJECT_EVENT) != nullptr) registry::retire(*listener);
         return status;
     }
     *id = reserved;

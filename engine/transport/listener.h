@@ -29,6 +29,8 @@ struct ListenerRequest {
     quorlEventVectorCallback vectorCallback;  // of a vector listener
     const void* groupId;
     bool vector;
+    event::Take take = nullptr;  // the library listens itself, to any subject: no callback is needed
+    void* owner = nullptr;       // of take
 };
 
 // Starts and stops feeding the listener, from the backend and inside the process as its subject demands. Under the

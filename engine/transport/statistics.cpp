@@ -38,6 +38,7 @@ void countEvent(Census& census, uint32_t id) noexcept {
     if (event == nullptr) return;
     switch (event->kind) {
         case event::Kind::listener:
+        case event::Kind::taker:
             ++census.listeners;
             break;
         case event::Kind::vectorListener:

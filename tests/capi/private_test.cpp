@@ -455,26 +455,13 @@ TEST_F(Signals, blockedDispatchersUseNoProcessor) {
 // ---- companions
 
 TEST(Companions, sayThatTheyAreNotThereYet) {
-    quorl_u32 id = 7;
     EXPECT_STREQ(quorlcm_Version(), quorl_Version());
     EXPECT_STREQ(quorlft_Version(), quorl_Version());
-    EXPECT_EQ(quorlcmTransport_Create(&id, 1, nullptr, QUORL_FALSE, nullptr, QUORL_FALSE, nullptr),
-              QUORL_NOT_PERMITTED);
-    EXPECT_STREQ(quorl_LastErrorText(), "certified delivery is not part of this version");
-    EXPECT_EQ(quorlcmEvent_ConfirmMsg(1, nullptr), QUORL_NOT_PERMITTED);
     EXPECT_EQ(quorlcmTransport_SetWorkerTasks(1, 1), QUORL_NOT_PERMITTED);
     EXPECT_STREQ(quorl_LastErrorText(), "distributed queues are not part of this version");
     EXPECT_EQ(_quorlcmq_Complete(nullptr, 0, 0, 0, 0, 0, 1), QUORL_NOT_PERMITTED);
     EXPECT_EQ(quorlftMember_Destroy(1), QUORL_NOT_PERMITTED);
     EXPECT_STREQ(quorl_LastErrorText(), "fault tolerance is not part of this version");
-    const char* sender = nullptr;
-    quorl_u64 sequence = 0;
-    double seconds = 0;
-    EXPECT_EQ(quorlMsg_GetCMSender(nullptr, &sender), QUORL_NOT_FOUND);
-    EXPECT_EQ(quorlMsg_GetCMSequence(nullptr, &sequence), QUORL_NOT_FOUND);
-    EXPECT_EQ(quorlMsg_GetCMTimeLimit(nullptr, &seconds), QUORL_NOT_FOUND);
-    EXPECT_EQ(quorlMsg_SetCMTimeLimit(nullptr, 1), QUORL_NOT_PERMITTED);
-    EXPECT_EQ(id, 7u);
 }
 
 TEST(Companions, credentials_reach_the_library_and_come_back_with_its_texts) {

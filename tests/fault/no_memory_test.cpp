@@ -9,7 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "companion/support.h"
+#include "../companion/echo.h"
+#include "companion/credentials.h"
 #include "failing_allocator.h"
 #include "quorl/private.h"
 #include "quorl/quorl.h"
@@ -328,16 +329,71 @@ TEST_F(NoMemory, circuits) {
 
 TEST_F(NoMemory, credentials) {
     failEach("user", Whose::callers, [] {
-        const quorl_status set = _quorlSupport_SetUser("a name", "a password");
-        const quorl_status taken = _quorlSupport_SetUser(nullptr, nullptr);
+        const quorl_status set = quorl::companion::setUser("a name", "a password");
+        const quorl_status taken = quorl::companion::setUser(nullptr, nullptr);
         return set == QUORL_OK ? taken : set;
     });
     failEach("certificates", Whose::callers, [] {
         const char* daemon = "a-daemon-with-a-long-name";
-        const quorl_status set = _quorlSupport_SetDaemonCertificates(daemon, "not looked at here");
-        const quorl_status taken = _quorlSupport_SetDaemonCertificates(daemon, nullptr);
+        const quorl_status set = quorl::companion::setDaemonCertificates(daemon, "not looked at here");
+        const quorl_status taken = quorl::companion::setDaemonCertificates(daemon, nullptr);
         return set == QUORL_OK ? taken : set;
     });
+}
+
+// Everything that a companion does over the border: objects, events, a machine on its host, messages with attributes.
+TEST_F(NoMemory, companions) {
+    const auto noted = [](uint32_t, uint32_t, void*) {};
+    failEach("member", Whose::callers, [&] {
+        uint32_t member = 0;
+        quorl_status status = echo::createMember(&member, queue_, noted, nullptr);
+        if (status != QUORL_OK) return status;
+        status = echo::act(member, 3);
+        drain(queue_);
+        EXPECT_EQ(echo::destroyMember(member), QUORL_OK);
+        return status;
+    });
+    const auto over = [&] {
+        uint32_t made = 0;
+        uint32_t listener = 0;
+        quorl_status status =
+            echo::createTransport(&made, transport_, "a.name.that.is.longer.than.a.short.string", 0, nullptr);
+        if (status != QUORL_OK) return status;
+        status = echo::createListener(&listener, queue_, ignore, made, "a.b", nullptr);
+        if (status == QUORL_OK) status = echo::setTimeLimit(message_, 3);
+        if (status == QUORL_OK) status = echo::send(made, message_);
+        if (status == QUORL_OK) status = echo::persist(made);
+        drain(queue_);
+        if (listener != 0) {
+            EXPECT_EQ(echo::destroyListener(listener, nullptr), QUORL_OK);
+        }
+        EXPECT_EQ(echo::destroyTransport(made, nullptr, nullptr), QUORL_OK);
+        return status;
+    };
+    failEach("certified", Whose::callers, over);
+    failEach("certified", Whose::librarys, over);
+    // What was posted and did not get to its callback is told, once for each.
+    uint32_t made = 0;
+    uint32_t listener = 0;
+    int came = 0;
+    ASSERT_EQ(echo::createTransport(&made, transport_, "counted", 0, nullptr), QUORL_OK);
+    ASSERT_EQ(echo::createListener(&listener, queue_, count, made, "counted", &came), QUORL_OK);
+    quorlMsg message = messageOn("counted");
+    const int dropped = echo::figures().dropped;
+    int sent = 0;
+    failEach("dispatch", Whose::callers, [&] {
+        const quorl_status status = echo::send(made, message);
+        if (status != QUORL_OK) return status;
+        ++sent;
+        // The companion's own thread posts it.
+        while (quorlQueue_TimedDispatch(queue_, 0) == QUORL_TIMEOUT && came + echo::figures().dropped - dropped < sent)
+            std::this_thread::yield();
+        return QUORL_OK;
+    });
+    EXPECT_EQ(came + echo::figures().dropped - dropped, sent);
+    quorlMsg_Destroy(message);
+    EXPECT_EQ(echo::destroyListener(listener, nullptr), QUORL_OK);
+    EXPECT_EQ(echo::destroyTransport(made, nullptr, nullptr), QUORL_OK);
 }
 
 TEST_F(NoMemory, connections_to_a_daemon) {

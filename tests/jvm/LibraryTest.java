@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.io.File;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardCopyOption;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.CountDownLatch;
@@ -73,6 +74,19 @@ class LibraryTest {
         assertSays(idle("-Djava.library.path=" + directory + File.pathSeparator + directory.resolve("none")),
                 directory.resolve("libquorlnativesd.so").toString(), directory.resolve("none").toString(), "the jar",
                 "com.vesma.quorl.library");
+    }
+
+    @Test
+    void sharedObjectsOfTwoReleasesAreNamedWithBoth() throws Exception {
+        try (Stream<Path> files = Files.list(LIBRARIES)) {
+            for (Path file : files.filter(each -> each.toString().endsWith(".so")).toList()) {
+                Files.copy(file, directory.resolve(file.getFileName()));
+            }
+        }
+        Files.copy(Path.of(System.getProperty("quorl.other.release")), directory.resolve("libquorlft.so"),
+                StandardCopyOption.REPLACE_EXISTING);
+        assertSays(idle("-Dcom.vesma.quorl.library=" + directory), "libquorlft.so is of 0.0.9",
+                directory.resolve("libquorl.so") + " is of " + Quorl.getVersion(), "install all of one release");
     }
 
     @Test

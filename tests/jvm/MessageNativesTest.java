@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.vesma.quorl.internal.image.Wire;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.nio.charset.StandardCharsets;
@@ -140,7 +141,7 @@ class MessageNativesTest {
             message.addI32(null, 7, 1).addI32("x", 8, 2);
             for (int length : new int[] {0, 1, -1, 1_000_000, Integer.MIN_VALUE}) {
                 long found = QuorlMsg.quorlMsg_GetFieldTypeAndIndex(m, null, length, (short) 7, null);
-                assertEquals(0, MsgCore.indexIn(found));
+                assertEquals(0, FieldCalls.indexIn(found));
                 assertEquals(2, QuorlMsg.quorlMsg_GetI32(m, null, length, (short) 8, null), "an id finds a field with a name");
             }
             assertTrue(QuorlMsg.quorlMsg_RemoveFieldEx(m, null, 99, (short) 7, null));
@@ -152,7 +153,7 @@ class MessageNativesTest {
             message.addI32(null, 7, 1);
             QuorlMsg.quorlMsg_AddI32(m, NAME, 0, 2, NO_ID, null);
             assertArrayEquals(new byte[0], QuorlMsg.quorlMsg_GetFieldName(m, 1, null));
-            assertEquals(1, MsgCore.indexIn(QuorlMsg.quorlMsg_GetFieldTypeAndIndex(m, NAME, 0, NO_ID, null)));
+            assertEquals(1, FieldCalls.indexIn(QuorlMsg.quorlMsg_GetFieldTypeAndIndex(m, NAME, 0, NO_ID, null)));
             assertEquals(2, message.getI32(""));
         }
 
@@ -162,7 +163,7 @@ class MessageNativesTest {
             byte[] other = bytes("y");
             assertEquals(0, QuorlMsg.quorlMsg_GetFieldTypeAndIndex(m, other, 1, NO_ID, null));
             assertEquals(0, QuorlMsg.quorlMsg_GetFieldTypeAndIndexUTF(m, "y", NO_ID, null));
-            assertEquals(0, MsgCore.indexIn(QuorlMsg.quorlMsg_GetFieldInstanceTypeAndIndex(m, 1, NAME, 1, null)));
+            assertEquals(0, FieldCalls.indexIn(QuorlMsg.quorlMsg_GetFieldInstanceTypeAndIndex(m, 1, NAME, 1, null)));
             assertStatus(QuorlException.NOT_FOUND, () -> QuorlMsg.quorlMsg_GetFieldInstanceTypeAndIndex(m, 2, NAME, 1, null));
             assertStatus(QuorlException.NOT_FOUND, () -> QuorlMsg.quorlMsg_GetFieldInstanceTypeAndIndexUTF(m, 2, "x", null));
             assertStatus(QuorlException.NOT_FOUND, () -> QuorlMsg.quorlMsg_GetFieldInstanceTypeAndIndex(m, 1, other, 1, null));
@@ -194,7 +195,7 @@ class MessageNativesTest {
             QuorlMsg.quorlMsg_AddUserType(m, (short) 200, NAME, 1, new byte[1], 1, (short) 65535, null);
             assertEquals(200, QuorlMsg.quorlMsg_GetFieldType(m, 0, null));
             assertEquals(65535, QuorlMsg.quorlMsg_GetFieldId(m, 0, null));
-            assertEquals(0, MsgCore.indexIn(QuorlMsg.quorlMsg_GetFieldTypeAndIndex(m, null, 0, (short) 65535, null)));
+            assertEquals(0, FieldCalls.indexIn(QuorlMsg.quorlMsg_GetFieldTypeAndIndex(m, null, 0, (short) 65535, null)));
         }
 
         @Test

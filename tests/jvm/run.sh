@@ -18,7 +18,8 @@ status=0
 check=-Xcheck:jni
 [ "${QUORL_UNCHECKED:-}" = "" ] || check=-Xshare:auto
 env --default-signal=INT java $check -XX:-UseDynamicNumberOfCompilerThreads -Xmx512m \
-    -Djava.io.tmpdir="${TMPDIR:-/tmp}" -Dcom.vesma.quorl.library="$build/lib" -Dquorl.jar="$build/java/quorl.jar" -Dquorl.source="$source" \
+    -Djava.io.tmpdir="${TMPDIR:-/tmp}" -Dcom.vesma.quorl.library="$build/lib" -Dquorl.jar="$build/java/quorl.jar" \
+    -Dquorl.other.release="$build/tests/companion/libquorlft.so" -Dquorl.source="$source" \
     -cp "$build/java/classes:$build/java/test-classes:$junit" \
     org.junit.platform.console.ConsoleLauncher --disable-banner --details=tree --disable-ansi-colors \
     --reports-dir="$reports" "$@" >"$out" 2>&1 || status=$?

@@ -20,7 +20,7 @@ class Stranger {
     const int socket_;
 };
 
-const std::string mark("QN\x01\x03\x07\0\0\0\0\0\0\0", 12);
+const std::string probe("QN\x01\x03\x07\0\0\0\0\0\0\0", 12);
 
 std::string imageOf(int number) {
     quorlMsg message = newMessage("any", number);
@@ -90,13 +90,13 @@ class Internal : public Open {
 
 using Heard = std::vector<std::string>;
 
-TEST_F(Internal, marksAndInboxesOfOthersAreNothingToAWildcard) {
+TEST_F(Internal, probesAndInboxesOfOthersAreNothingToAWildcard) {
     const quorlTransport local = newTransport();
     Advisories advisories(local);
     hear(">");
     hear("*.*");
-    stranger_->publish("_MARK.0123456789abcdef0123456789abcdef", mark);
-    stranger_->publish("_MARK.x", "anything");
+    stranger_->publish("_PROBE.0123456789abcdef0123456789abcdef", probe);
+    stranger_->publish("_PROBE.x", "anything");
     stranger_->publish("_INBOX.123456789012345678901234.1", imageOf(1));
     stranger_->publish("_QUORL.CIRCUIT.x", "anything");
     stranger_->publish("a.b", imageOf(2));

@@ -90,7 +90,7 @@ class MonitoredServer : public NatsServer {
         for (size_t at = 0; (at = text.find(start, at)) != std::string::npos;) {
             const size_t end = text.find('"', at + 1);
             const std::string one = text.substr(at + 1, end - at - 1);
-            if (one.find("._MARK.") == std::string::npos) found.push_back(one);
+            if (one.find("._PROBE.") == std::string::npos) found.push_back(one);
             at = end;
         }
         std::sort(found.begin(), found.end());
@@ -216,11 +216,11 @@ class Tap {
         socket_.send("CONNECT {\"verbose\":false,\"pedantic\":false}\r\nSUB > 1\r\nPING\r\n");
         EXPECT_EQ(socket_.line(), "PONG");
     }
-    // The next message that is no mark and goes to no inbox.
+    // The next message that is no probe and goes to no inbox.
     Published next() {
         for (;;) {
             Published message = any();
-            if (message.subject.empty() || (message.subject.find("._MARK.") == std::string::npos &&
+            if (message.subject.empty() || (message.subject.find("._PROBE.") == std::string::npos &&
                                             message.subject.find("._INBOX.") == std::string::npos))
                 return message;
         }
@@ -394,18 +394,18 @@ TEST(WireOfASmallDaemon, partsFitItsPayload) {
     EXPECT_EQ(quorl_Close(), QUORL_OK);
 }
 
-TEST_F(Wire, marksCountFromOne) {
+TEST_F(Wire, probesCountFromOne) {
     const quorlTransport transport = transportTo(server.url());
     std::string subject;
     for (uint64_t expected = 1; expected <= 2; ++expected) {
-        Published mark = tap.any();
-        while (mark.subject.find("._MARK.") == std::string::npos) mark = tap.any();
-        if (subject.empty()) subject = mark.subject;
-        EXPECT_EQ(mark.subject, subject);
-        EXPECT_EQ(mark.payload, std::string("QN\x01\x03", 4) + littleEndian(expected));
+        Published probe = tap.any();
+        while (probe.subject.find("._PROBE.") == std::string::npos) probe = tap.any();
+        if (subject.empty()) subject = probe.subject;
+        EXPECT_EQ(probe.subject, subject);
+        EXPECT_EQ(probe.payload, std::string("QN\x01\x03", 4) + littleEndian(expected));
         if (expected == 1) sendOne(transport, newMessage("a"));  // the next one follows what was sent
     }
-    const std::string head = "quorl.default.default._MARK.";
+    const std::string head = "quorl.default.default._PROBE.";
     EXPECT_EQ(subject.size(), head.size() + 32);
     EXPECT_EQ(subject.find_first_not_of("0123456789abcdef", head.size()), std::string::npos);
 }

@@ -48,7 +48,7 @@ class TlsDaemon {
             std::string marks;
             for (std::string text; !(text = line()).empty();) {
                 if (text == "PING") say("PONG\r\n");
-                if (text.rfind("SUB ", 0) == 0 && text.find("._MARK.") != std::string::npos)
+                if (text.rfind("SUB ", 0) == 0 && text.find("._PROBE.") != std::string::npos)
                     marks = text.substr(text.rfind(' ') + 1);
                 if (text.rfind("PUB ", 0) != 0) continue;
                 const std::string subject = text.substr(4, text.find(' ', 4) - 4);

@@ -161,7 +161,7 @@ class ScriptedDaemon {
             if (words[0] == "PUB") {
                 published_.push_back({words[1], payload.size()});
                 bytes_ += payload.size();
-                if (echoProbes && words[1].find("._MARK.") != std::string::npos) echo = subscriptions_[words[1]];
+                if (echoProbes && words[1].find("._PROBE.") != std::string::npos) echo = subscriptions_[words[1]];
             }
             changed_.notify_all();
         }

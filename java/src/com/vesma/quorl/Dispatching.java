@@ -1,5 +1,6 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.threads.Uncaught;
 import java.lang.reflect.UndeclaredThrowableException;
 import java.nio.channels.SelectionKey;
 import java.nio.channels.Selector;
@@ -15,14 +16,14 @@ import java.util.function.Predicate;
  * <p>A dispatch has two halves. {@link #takeOnce} is inside the library, which hands out the event's Java object as the
  * global reference that the event itself holds; {@link #deliver} runs the handler, in Java alone, or leaves it to an executor. The reference would be
  * invalid if the event were destroyed between the library's callback and the return to Java, so an event is destroyed
- * only while no thread is in the first half with its queue: {@link Gate} closes, wakes the threads that sleep there,
+ * only while no thread is in the first half with its queue: {@link DestructionBarrier} closes, wakes the threads that sleep there,
  * waits until they are out, destroys, and opens. What a thread does is told by one volatile member, {@link #now}, whose
  * writes are the only cost that a dispatch pays for this: two fences, a few nanoseconds.
  */
 final class Dispatching {
     private static final ThreadLocal<Dispatching> CURRENT = ThreadLocal.withInitial(Dispatching::register);
 
-    /** A dispatching thread that has no key cannot be woken, so it looks for closed gates this often, in seconds. */
+    /** A dispatching thread that has no key cannot be woken, so it looks for closed barriers this often, in seconds. */
     private static final double WITHOUT_KEY = 0.05;
 
     /**
@@ -56,7 +57,7 @@ final class Dispatching {
     /** Whether the thread was a dispatcher's and its loop has ended. */
     volatile boolean over;
 
-    /** What a close on this thread waits for, null when none does. Guarded by the gate's lock of waits. */
+    /** What a close on this thread waits for, null when none does. Guarded by the barrier's lock of waits. */
     Object waitingFor;
 
     /** The cell through which the library's dispatch is woken, 0 for none. Guarded by this. */
@@ -84,7 +85,7 @@ final class Dispatching {
 
     private static Dispatching register() {
         Dispatching created = new Dispatching();
-        Gate.add(created);
+        DestructionBarrier.add(created);
         return created;
     }
 
@@ -104,18 +105,22 @@ final class Dispatching {
 
     /** seconds below 0 wait for ever. */
     boolean dispatch(Dispatchable target, double seconds) throws InterruptedException {
-        return dispatch(target, seconds, NEVER);
+        return dispatch(target, seconds, 0, NEVER);
     }
 
-    /** The same, but that stop may end the wait: it is asked before each part of it, and what came before is still taken. */
-    boolean dispatch(Dispatchable target, double seconds, BooleanSupplier stop) throws InterruptedException {
+    /**
+     * The same, but that stop may end the wait: it is asked before each part of it, and what came before is still taken.
+     * longest: seconds of a part; 0 leaves its length open, and asks nobody.
+     */
+    boolean dispatch(Dispatchable target, double seconds, double longest, BooleanSupplier stop)
+            throws InterruptedException {
         if (Thread.interrupted()) {
             throw new InterruptedException();
         }
         Object taken = takeOnce(target, 0);
         if ((taken == NOTHING && seconds != 0) || taken == SIGNALLED) {
-            taken = takeBlocking(target, seconds, stop);
-            if (taken == NOTHING && stop.getAsBoolean()) {
+            taken = takeBlocking(target, seconds, longest, longest == 0 ? NEVER : stop);
+            if (taken == NOTHING && longest != 0) {
                 return poll(target);
             }
         }
@@ -132,12 +137,13 @@ final class Dispatching {
         }
         Object taken = takeOnce(target, 0);
         if (taken == NOTHING || taken == SIGNALLED) {
-            taken = takeBlocking(target, -1, stop);
+            taken = takeBlocking(target, -1, 0, stop);
         }
         finish(taken);
     }
 
-    private Object takeBlocking(Dispatchable target, double seconds, BooleanSupplier stop) throws InterruptedException {
+    private Object takeBlocking(Dispatchable target, double seconds, double longest, BooleanSupplier stop)
+            throws InterruptedException {
         long start = System.nanoTime();
         boolean mine = openKey();
         if (interruption == null) {
@@ -156,7 +162,7 @@ final class Dispatching {
                     return NOTHING;
                 }
                 double left = seconds < 0 ? Double.MAX_VALUE : Math.max(0, seconds - (System.nanoTime() - start) / 1e9);
-                double wait = Math.min(left, hasKey() ? slice : WITHOUT_KEY);
+                double wait = Math.min(left, !hasKey() ? WITHOUT_KEY : longest == 0 ? slice : Math.min(slice, longest));
                 Object taken = takeOnce(target, wait);
                 if (taken != SIGNALLED && !(taken == NOTHING && wait < left)) {
                     return taken;
@@ -188,48 +194,39 @@ final class Dispatching {
     /** Dispatches until the dispatcher is told to stop or target is gone. Runs on the dispatcher's own thread. */
     void loop(QuorlDispatcher owner) {
         Dispatchable target = owner.target();
-        HandOver handOver = owner.handOver();
+        ExecutorDelivery delivery = owner.delivery();
         dispatcher = owner;
         openKey();
         try {
             while (!owner.stopping()) {
                 try {
-                    if (handOver != null && !handOver.awaitRoom()) {
+                    if (delivery != null && !delivery.awaitRoom()) {
                         return;
                     }
                     Object taken = takeOnce(target, hasKey() ? -1 : WITHOUT_KEY);
                     if (!(taken instanceof QuorlEvent)) {
                         continue;
                     }
-                    if (handOver == null) {
+                    if (delivery == null) {
                         deliver((QuorlEvent) taken);
                     } else {
-                        deliverTo(handOver, (QuorlEvent) taken);
+                        deliverTo(delivery, (QuorlEvent) taken);
                     }
                 } catch (Throwable e) {
                     if (targetIsGone(target, e)) {
                         return;
                     }
-                    report(thread.getUncaughtExceptionHandler(), e);
+                    Uncaught.report(thread.getUncaughtExceptionHandler(), e);
                 }
             }
         } finally {
             closeKey();
-            if (handOver != null) {
-                handOver.end();
+            if (delivery != null) {
+                delivery.end();
             }
             over = true;
             dispatcher = null;
-            Gate.handlerReturned();
-        }
-    }
-
-    /** Tells of what a handler threw, as the machine does of what ends a thread: what comes out here goes nowhere. */
-    static void report(Thread.UncaughtExceptionHandler handler, Throwable thrown) {
-        try {
-            handler.uncaughtException(Thread.currentThread(), thrown);
-        } catch (Throwable e) {
-            return;
+            DestructionBarrier.handlerReturned();
         }
     }
 
@@ -249,9 +246,9 @@ final class Dispatching {
         QuorlEvent came = null;
         try {
             now = target;
-            while (Gate.isClosedFor(target)) {
+            while (DestructionBarrier.isClosedFor(target)) {
                 now = before;
-                Gate.awaitOpen();
+                DestructionBarrier.awaitOpen();
                 now = target;
             }
             Object returned = target.dispatchNative(seconds);
@@ -293,16 +290,16 @@ final class Dispatching {
     }
 
     /** As {@link #deliver}, with the handler left to others. The event is let go first: an executor may block. */
-    private void deliverTo(HandOver handOver, QuorlEvent event) {
+    private void deliverTo(ExecutorDelivery delivery, QuorlEvent event) {
         Runnable task;
         try {
             Object taken = event.take();
-            task = taken == null ? null : handOver.add(event, taken);
+            task = taken == null ? null : delivery.add(event, taken);
         } finally {
             leave(event);
         }
         if (task != null) {
-            handOver.submit(task);
+            delivery.submit(task);
         }
     }
 
@@ -340,7 +337,7 @@ final class Dispatching {
             outer = around.next;
         }
         if (event.isClosed() || event.queueIsClosed()) {
-            Gate.handlerReturned();
+            DestructionBarrier.handlerReturned();
         }
     }
 

@@ -48,7 +48,7 @@ final class FailureDetail {
     }
 
     private static String ask() {
-        try (QuorlMsg answer = Inside.ask(SUBJECT)) {
+        try (QuorlMsg answer = EngineQueries.ask(SUBJECT)) {
             String text = answer == null ? "" : answer.getString("text");
             return text.isEmpty() ? null : text;
         }

@@ -1,22 +1,10 @@
 package com.vesma.quorl;
 
-import java.io.IOException;
-import java.io.InputStream;
-import java.nio.file.Files;
-import java.nio.file.Path;
-import java.nio.file.attribute.PosixFilePermissions;
-import java.util.ArrayList;
-import java.util.List;
-import java.util.Locale;
+import com.vesma.quorl.internal.setup.NativeFiles;
 import java.util.concurrent.locks.ReentrantLock;
 
 /**
- * Finds and loads the shared objects, once for the process.
- *
- * <p>The places, in order: the file or directory that the system property {@code com.vesma.quorl.library} names, and
- * then nothing else; the directories of {@code java.library.path}; the copy inside the jar, extracted to a directory
- * that only this user can enter (below {@code com.vesma.quorl.tmpdir}, else {@code java.io.tmpdir}) and deleted as soon
- * as it is loaded.
+ * Loads the shared objects, once for the process, and sees whether they belong to these classes.
  *
  * <p>Nothing here hangs on a class initializer: the bridge looks classes up while it starts, and two threads that
  * initialize classes towards each other would wait for ever.
@@ -24,13 +12,6 @@ import java.util.concurrent.locks.ReentrantLock;
 final class Library {
     /** Shared objects of another major version have other rules. */
     private static final String MAJOR = "1";
-
-    private static final String BRIDGE = "libquorlnativesd.so";
-
-    /** Each is found beside the one that needs it, so all are extracted together; the bridge is loaded. */
-    private static final String[] FILES = {
-        "libquorl.so", "libquorlsd.so", "libquorlcm.so", "libquorlcmq.so", "libquorlft.so", BRIDGE
-    };
 
     /** The classes that the bridge looks up as it starts. */
     private static final String[] LOOKED_UP = {
@@ -59,7 +40,7 @@ final class Library {
             for (String name : LOOKED_UP) {
                 Class.forName("com.vesma.quorl." + name, true, Library.class.getClassLoader());
             }
-            loadBridge();
+            NativeFiles.load();
             checkVersion("certified delivery", Quorl.getCmVersion());
             checkVersion("fault tolerance", Quorl.getFtVersion());
             if (Quorl.quorl_InitializeNative() != 0) {
@@ -78,104 +59,5 @@ final class Library {
             throw new UnsatisfiedLinkError("the Quorl library for " + what + " has version " + version
                     + ", but these classes need " + MAJOR + ".x: check which shared objects are found first");
         }
-    }
-
-    private static void loadBridge() {
-        List<String> tried = new ArrayList<>();
-        String named = System.getProperty("com.vesma.quorl.library");
-        if (named != null && !named.isEmpty()) {
-            Path path = Path.of(named).toAbsolutePath();
-            if (!loadFile(Files.isDirectory(path) ? path.resolve(BRIDGE) : path, tried)) {
-                throw failure(tried, "the system property com.vesma.quorl.library names this place");
-            }
-            return;
-        }
-        for (String directory : System.getProperty("java.library.path", "").split(":")) {
-            if (!directory.isEmpty() && loadFile(Path.of(directory).toAbsolutePath().resolve(BRIDGE), tried)) {
-                return;
-            }
-        }
-        if (!loadFromJar(tried)) {
-            throw failure(tried, "set the system property com.vesma.quorl.library to the file or its directory");
-        }
-    }
-
-    private static UnsatisfiedLinkError failure(List<String> tried, String advice) {
-        return new UnsatisfiedLinkError("no usable " + BRIDGE + " for " + platform() + "; " + advice
-                + ". Places tried:\n  " + String.join("\n  ", tried));
-    }
-
-    private static boolean loadFile(Path file, List<String> tried) {
-        if (!Files.exists(file)) {
-            tried.add(file + ": no such file");
-            return false;
-        }
-        try {
-            System.load(file.toString());
-            return true;
-        } catch (UnsatisfiedLinkError e) {
-            tried.add(file + ": " + e.getMessage() + advice(file, e.getMessage()));
-            return false;
-        }
-    }
-
-    /** The dynamic linker says no more than that it may not map the file when the directory forbids execution. */
-    private static String advice(Path file, String message) {
-        if (message != null && message.contains("failed to map segment")) {
-            return " (the file system of " + file.getParent() + " forbids execution, \"noexec\": set the system property"
-                    + " com.vesma.quorl.tmpdir to a directory that allows it)";
-        }
-        return "";
-    }
-
-    private static boolean loadFromJar(List<String> tried) {
-        String inJar = "/native/" + platform() + "/";
-        if (Library.class.getResource(inJar + BRIDGE) == null) {
-            tried.add("the jar: it has no " + inJar + BRIDGE);
-            return false;
-        }
-        Path parent = Path.of(System.getProperty("com.vesma.quorl.tmpdir", System.getProperty("java.io.tmpdir", "/tmp")));
-        Path directory = null;
-        try {
-            directory = Files.createTempDirectory(parent, "quorl-",
-                    PosixFilePermissions.asFileAttribute(PosixFilePermissions.fromString("rwx------")));
-            for (String name : FILES) {
-                try (InputStream in = Library.class.getResourceAsStream(inJar + name)) {
-                    if (in == null) {
-                        tried.add("the jar: it has no " + inJar + name);
-                        return false;
-                    }
-                    Files.copy(in, directory.resolve(name));
-                }
-            }
-            return loadFile(directory.resolve(BRIDGE), tried);
-        } catch (IOException e) {
-            tried.add("a copy from the jar in " + parent + ": " + e);
-            return false;
-        } finally {
-            remove(directory);
-        }
-    }
-
-    /** Loaded files stay mapped, so their names can go at once; a process that is killed then leaves nothing behind. */
-    private static void remove(Path directory) {
-        if (directory == null) {
-            return;
-        }
-        try {
-            for (String name : FILES) {
-                Files.deleteIfExists(directory.resolve(name));
-            }
-            Files.delete(directory);
-        } catch (IOException e) {
-            System.getLogger("com.vesma.quorl").log(System.Logger.Level.WARNING, "could not remove " + directory, e);
-        }
-    }
-
-    /** As the build names it: the system, a hyphen, the processor as uname says it. */
-    private static String platform() {
-        String system = System.getProperty("os.name", "").toLowerCase(Locale.ROOT);
-        String processor = System.getProperty("os.arch", "").toLowerCase(Locale.ROOT);
-        return system + "-" + (processor.equals("amd64") ? "x86_64" : processor);
     }
 }

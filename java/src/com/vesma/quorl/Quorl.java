@@ -1,5 +1,8 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.image.Texts;
+import com.vesma.quorl.internal.setup.SettingRefusal;
+import com.vesma.quorl.internal.threads.Shutdown;
 import java.nio.file.Path;
 import java.util.List;
 import java.util.Objects;
@@ -130,8 +133,8 @@ public final class Quorl implements AutoCloseable {
             closeWhatIsLeft();
             daemons = ClosingLosses.daemonsInUse();
         } finally {
-            Inside.libraryCloses();
-            CircuitWatch.libraryCloses();
+            EngineQueries.libraryCloses();
+            CmDeliveries.libraryCloses();
             status = quorl_Close();
             if (status == QuorlException.DAEMON_NOT_CONNECTED) {
                 losses = ClosingLosses.take(wordsOfTheClose(), daemons);
@@ -162,7 +165,7 @@ public final class Quorl implements AutoCloseable {
             return null;
         }
         String words = FailureDetail.last();
-        Inside.libraryCloses();
+        EngineQueries.libraryCloses();
         quorl_Close();
         return words;
     }

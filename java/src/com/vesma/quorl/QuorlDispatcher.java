@@ -44,7 +44,7 @@ public final class QuorlDispatcher implements AutoCloseable {
     private final List<Thread> threads = new ArrayList<>();
 
     /** Where the handlers run, null for on the threads themselves. */
-    private final HandOver handOver;
+    private final ExecutorDelivery delivery;
 
     private volatile boolean stopping;
 
@@ -213,7 +213,7 @@ public final class QuorlDispatcher implements AutoCloseable {
             throw target.closedException();
         }
         name = wanted.name != null ? wanted.name : "quorl-dispatcher-" + COUNT.incrementAndGet();
-        handOver = wanted.executor == null ? null : new HandOver(wanted.executor, wanted.ordered, wanted.inFlight);
+        delivery = wanted.executor == null ? null : new ExecutorDelivery(wanted.executor, wanted.ordered, wanted.inFlight);
         for (int i = 1; i <= wanted.threads; i++) {
             Thread thread = new Thread(this::run, wanted.threads == 1 ? name : name + "-" + i);
             thread.setDaemon(true);
@@ -264,11 +264,11 @@ public final class QuorlDispatcher implements AutoCloseable {
         try {
             Dispatching mine = Dispatching.current();
             parts.add(mine);
-            if (handOver != null) {
-                handOver.begin(Thread.currentThread());
+            if (delivery != null) {
+                delivery.begin(Thread.currentThread());
             }
             mine.loop(this);
-            Gate.remove(mine);
+            DestructionBarrier.remove(mine);
         } finally {
             if (running.decrementAndGet() == 0) {
                 OPEN.remove(this);
@@ -285,8 +285,8 @@ public final class QuorlDispatcher implements AutoCloseable {
     }
 
     /** Where handlers are handed over to, null when they run on the threads themselves. */
-    HandOver handOver() {
-        return handOver;
+    ExecutorDelivery delivery() {
+        return delivery;
     }
 
     /**
@@ -326,8 +326,8 @@ public final class QuorlDispatcher implements AutoCloseable {
 
     private void close(boolean drop) {
         stopping = true;
-        if (handOver != null) {
-            handOver.stop(drop);
+        if (delivery != null) {
+            delivery.stop(drop);
         }
         // A thread that is not here yet will see stopping before its first dispatch. No handler of it can run.
         for (Dispatching part : parts) {
@@ -335,11 +335,11 @@ public final class QuorlDispatcher implements AutoCloseable {
         }
         for (Dispatching part : parts) {
             if (part.thread != Thread.currentThread()) {
-                Gate.awaitHandlers(part);
+                DestructionBarrier.awaitHandlers(part);
             }
         }
-        if (handOver != null) {
-            Gate.awaitHandlers(handOver);
+        if (delivery != null) {
+            DestructionBarrier.awaitHandlers(delivery);
         }
     }
 

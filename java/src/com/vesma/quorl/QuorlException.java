@@ -1,5 +1,7 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.image.ApiAccess;
+
 /**
  * A call that the library refused.
  *
@@ -152,6 +154,10 @@ public class QuorlException extends RuntimeException {
     public static final int IPM_ONLY = 117;
 
     private static final long serialVersionUID = 1L;
+
+    static {
+        ApiAccess.install(new ForInternals());
+    }
 
     private final int status;
 

@@ -1,5 +1,6 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.image.Texts;
 import java.lang.ref.Reference;
 import java.util.Objects;
 import java.util.concurrent.Flow;
@@ -42,7 +43,7 @@ public final class QuorlListener extends QuorlEvent {
     private final Handler handler;
 
     /** Null for a listener with a handler. */
-    private final Pull pull;
+    private final PullSource pull;
 
     private final QuorlTransport transport;
     private final String subject;
@@ -81,7 +82,7 @@ public final class QuorlListener extends QuorlEvent {
         this.transport = Objects.requireNonNull(transport, "transport");
         this.subject = Objects.requireNonNull(subject, "subject");
         this.handler = handler;
-        pull = pulled ? new Pull(this) : null;
+        pull = pulled ? new PullSource(this) : null;
         byte[] bytes = Texts.cached(subject, "the subject");
         try {
             create(() -> quorlEvent_CreateListener(queue.id(), transport.id(), bytes, bytes.length));
@@ -158,7 +159,7 @@ public final class QuorlListener extends QuorlEvent {
         return pull()::subscribe;
     }
 
-    private Pull pull() {
+    private PullSource pull() {
         if (pull == null) {
             throw new IllegalStateException("the messages go to the listener's handler");
         }

@@ -1,7 +1,15 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.image.Fields;
+import com.vesma.quorl.internal.image.ImageWriter;
+import com.vesma.quorl.internal.image.MessageGuard;
+import com.vesma.quorl.internal.image.Texts;
+import com.vesma.quorl.internal.json.Json;
+import com.vesma.quorl.internal.records.RecordPlan;
+import java.net.Inet4Address;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
+import java.time.Instant;
 import java.util.ArrayList;
 import java.util.ConcurrentModificationException;
 import java.util.Iterator;
@@ -44,7 +52,7 @@ import java.util.Objects;
  * }
  * }</pre>
  */
-public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>, AutoCloseable {
+public final class QuorlMsg implements Iterable<QuorlMsgField>, AutoCloseable {
     /** The longest subject in bytes. */
     private static final int SUBJECT_MAX = 254;
 
@@ -53,6 +61,25 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
 
     /** The header of a wire image. */
     private static final int IMAGE_HEADER = 12;
+
+    private final long handle;
+
+    /** The outermost message's, which those inside share. */
+    private final MessageGuard guard;
+
+    private final boolean inside;
+
+    /** Null of most messages, so that they are no larger. Of messages that are in no other; made by who has entered. */
+    private volatile Rare rare;
+
+    /** What few messages need. */
+    private static final class Rare {
+        /** Frees a message that came to be the program's, if that forgets it; null for any other. */
+        volatile ForgottenMessages.Watch watch;
+
+        /** How often fields have gone, so that those behind them have other positions. Used by who has entered. */
+        int removals;
+    }
 
     /**
      * Makes a message without fields and subjects.
@@ -71,7 +98,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
         try {
             // Nobody else has the message yet, so no guard is needed.
             byte[] bytes = Texts.cached(sendSubject, "the subject");
-            quorlMsg_SetSendSubject(ownHandle(), bytes, bytes == null ? -1 : bytes.length, this);
+            quorlMsg_SetSendSubject(handle, bytes, bytes == null ? -1 : bytes.length, this);
         } catch (RuntimeException | Error e) {
             close();
             throw e;
@@ -80,12 +107,23 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
 
     /** Takes a handle over. */
     QuorlMsg(long handle) {
-        super(handle, null);
+        this.handle = handle;
+        guard = new MessageGuard();
+        inside = false;
     }
 
     /** A view of a message inside outer. */
-    QuorlMsg(long handle, MsgCore outer) {
-        super(handle, outer);
+    QuorlMsg(long handle, QuorlMsg outer) {
+        this.handle = handle;
+        guard = outer.guard;
+        inside = true;
+    }
+
+    /** Of what was written; the library checks the bytes and copies them. */
+    private static QuorlMsg of(ImageWriter out) {
+        out.endMessage();
+        Library.load();
+        return new QuorlMsg(quorlMsg_CreateFromBytes(out.bytes(), out.size()));
     }
 
     private static long create() {
@@ -109,7 +147,10 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     public QuorlMsg keep() {
         enter();
         try {
-            watch();
+            // A message inside another is that one's, whatever is done.
+            if (!inside && !isWatched()) {
+                rare().watch = ForgottenMessages.watch(this, handle);
+            }
             return this;
         } finally {
             leave();
@@ -128,9 +169,11 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      */
     @Override
     public void close() {
-        if (!isInside() && enterForClose()) {
-            endWatch();
-            quorlMsg_Destroy(ownHandle(), this);
+        if (!inside && guard.enterForClose()) {
+            if (isWatched()) {
+                rare.watch.end();
+            }
+            quorlMsg_Destroy(handle, this);
         }
     }
 
@@ -140,7 +183,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * @return whether it can be used no more
      */
     public boolean isClosed() {
-        return isEnded();
+        return guard.isEnded();
     }
 
     /**
@@ -264,7 +307,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
         try {
             handle = enter();
         } catch (RuntimeException e) {
-            return "QuorlMsg[" + (isEnded() ? "closed" : "in use") + "]";
+            return "QuorlMsg[" + (guard.isEnded() ? "closed" : "in use") + "]";
         }
         try {
             byte[] text = quorlMsg_ConvertToString(handle, this);
@@ -307,7 +350,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
     public static QuorlMsg of(Record record) {
         ImageWriter out = new ImageWriter();
         RecordPlan.of(Objects.requireNonNull(record, "record").getClass()).write(out, record);
-        return out.toMessage();
+        return of(out);
     }
 
     /**
@@ -355,7 +398,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * @throws IllegalStateException when Gson is not there
      */
     public static QuorlMsg fromJson(String json) {
-        return Json.read(Objects.requireNonNull(json, "json"));
+        return of(Json.read(Objects.requireNonNull(json, "json")));
     }
 
     // ---- subjects -----------------------------------------------------------------------------------------------------
@@ -451,7 +494,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * @return whether there is
      */
     public boolean has(String name) {
-        return has(known(name), 0);
+        return has(Fields.known(name), 0);
     }
 
     /**
@@ -461,13 +504,13 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * @return whether there is
      */
     public boolean has(int id) {
-        return has(null, known(id));
+        return has(null, Fields.known(id));
     }
 
     private boolean has(String name, int id) {
         enter();
         try {
-            return find(name, id) != 0;
+            return FieldCalls.find(this, name, id) != 0;
         } finally {
             leave();
         }
@@ -480,7 +523,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * @return the field, null when there is none
      */
     public QuorlMsgField getField(String name) {
-        return getField(known(name), 0);
+        return getField(Fields.known(name), 0);
     }
 
     /**
@@ -490,14 +533,14 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * @return the field, null when there is none
      */
     public QuorlMsgField getField(int id) {
-        return getField(null, known(id));
+        return getField(null, Fields.known(id));
     }
 
     private QuorlMsgField getField(String name, int id) {
         long handle = enter();
         try {
-            long found = find(name, id);
-            return found == 0 ? null : fieldAt(handle, indexIn(found, name, id));
+            long found = FieldCalls.find(this, name, id);
+            return found == 0 ? null : fieldAt(handle, FieldCalls.indexIn(found, name, id));
         } finally {
             leave();
         }
@@ -510,7 +553,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * @return a new list, in the order of the message
      */
     public List<QuorlMsgField> getFields(String name) {
-        byte[] bytes = bytes(known(name));
+        byte[] bytes = Fields.bytes(Fields.known(name));
         List<QuorlMsgField> fields = new ArrayList<>();
         long handle = enter();
         try {
@@ -524,7 +567,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
                     }
                     throw e;
                 }
-                fields.add(fieldAt(handle, indexIn(found, name, 0)));
+                fields.add(fieldAt(handle, FieldCalls.indexIn(found, name, 0)));
             }
         } finally {
             leave();
@@ -605,7 +648,7 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * @return whether there was one
      */
     public boolean remove(String name) {
-        return remove(known(name), 0);
+        return remove(Fields.known(name), 0);
     }
 
     /**
@@ -615,11 +658,11 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
      * @return whether there was one
      */
     public boolean remove(int id) {
-        return remove(null, known(id));
+        return remove(null, Fields.known(id));
     }
 
     private boolean remove(String name, int id) {
-        byte[] bytes = bytes(name);
+        byte[] bytes = Fields.bytes(name);
         long handle = enter();
         try {
             boolean removed = quorlMsg_RemoveFieldEx(handle, bytes, Texts.length(bytes), (short) id, this);
@@ -628,10 +671,1719 @@ public final class QuorlMsg extends MsgArrays implements Iterable<QuorlMsgField>
             }
             return removed;
         } catch (QuorlException e) {
-            throw about(e, name, id);
+            throw Fields.about(e, name, id);
         } finally {
             leave();
         }
+    }
+
+    // ---- Bool ---------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: a truth value.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg addBool(String name, boolean value) {
+        return addBool(name, 0, value);
+    }
+
+    /** As {@link #addBool(String, boolean)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addBool(String name, int id, boolean value) {
+        return set(name, id, QuorlMsgField.BOOL, (m, n, length, i) -> quorlMsg_AddBool(m, n, length, value, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: a truth value.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg updateBool(String name, boolean value) {
+        return updateBool(name, 0, value);
+    }
+
+    /** As {@link #updateBool(String, boolean)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateBool(String name, int id, boolean value) {
+        return set(name, id, QuorlMsgField.BOOL, (m, n, length, i) -> quorlMsg_UpdateBool(m, n, length, value, i, this));
+    }
+
+    /**
+     * Reads a truth value.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public boolean getBool(String name) {
+        return FieldReads.getBool(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getBool(String)}, by the field's id. */
+    public boolean getBool(int id) {
+        return FieldReads.getBool(this, null, Fields.known(id));
+    }
+
+    // ---- I8 -----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: a signed number of 8 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg addI8(String name, byte value) {
+        return addI8(name, 0, value);
+    }
+
+    /** As {@link #addI8(String, byte)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addI8(String name, int id, byte value) {
+        return set(name, id, QuorlMsgField.I8, (m, n, length, i) -> quorlMsg_AddI8(m, n, length, value, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: a signed number of 8 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg updateI8(String name, byte value) {
+        return updateI8(name, 0, value);
+    }
+
+    /** As {@link #updateI8(String, byte)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateI8(String name, int id, byte value) {
+        return set(name, id, QuorlMsgField.I8, (m, n, length, i) -> quorlMsg_UpdateI8(m, n, length, value, i, this));
+    }
+
+    /**
+     * Reads a signed number of 8 bits, converted when it fits.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public byte getI8(String name) {
+        return FieldReads.getI8(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getI8(String)}, by the field's id. */
+    public byte getI8(int id) {
+        return FieldReads.getI8(this, null, Fields.known(id));
+    }
+
+    // ---- U8 -----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an unsigned number of 8 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value 0 to 255
+     * @return this message
+     */
+    public QuorlMsg addU8(String name, int value) {
+        return addU8(name, 0, value);
+    }
+
+    /** As {@link #addU8(String, int)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addU8(String name, int id, int value) {
+        byte bits = (byte) Fields.fit(value, 0, 0xFF, QuorlMsgField.U8, name, id);
+        return set(name, id, QuorlMsgField.U8, (m, n, length, i) -> quorlMsg_AddU8(m, n, length, bits, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an unsigned number of 8 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value 0 to 255
+     * @return this message
+     */
+    public QuorlMsg updateU8(String name, int value) {
+        return updateU8(name, 0, value);
+    }
+
+    /** As {@link #updateU8(String, int)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateU8(String name, int id, int value) {
+        byte bits = (byte) Fields.fit(value, 0, 0xFF, QuorlMsgField.U8, name, id);
+        return set(name, id, QuorlMsgField.U8, (m, n, length, i) -> quorlMsg_UpdateU8(m, n, length, bits, i, this));
+    }
+
+    /**
+     * Reads an unsigned number of 8 bits, converted when it fits.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public int getU8(String name) {
+        return FieldReads.getU8(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getU8(String)}, by the field's id. */
+    public int getU8(int id) {
+        return FieldReads.getU8(this, null, Fields.known(id));
+    }
+
+    // ---- I16 ----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: a signed number of 16 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg addI16(String name, short value) {
+        return addI16(name, 0, value);
+    }
+
+    /** As {@link #addI16(String, short)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addI16(String name, int id, short value) {
+        return set(name, id, QuorlMsgField.I16, (m, n, length, i) -> quorlMsg_AddI16(m, n, length, value, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: a signed number of 16 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg updateI16(String name, short value) {
+        return updateI16(name, 0, value);
+    }
+
+    /** As {@link #updateI16(String, short)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateI16(String name, int id, short value) {
+        return set(name, id, QuorlMsgField.I16, (m, n, length, i) -> quorlMsg_UpdateI16(m, n, length, value, i, this));
+    }
+
+    /**
+     * Reads a signed number of 16 bits, converted when it fits.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public short getI16(String name) {
+        return FieldReads.getI16(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getI16(String)}, by the field's id. */
+    public short getI16(int id) {
+        return FieldReads.getI16(this, null, Fields.known(id));
+    }
+
+    // ---- U16 ----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an unsigned number of 16 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value 0 to 65535
+     * @return this message
+     */
+    public QuorlMsg addU16(String name, int value) {
+        return addU16(name, 0, value);
+    }
+
+    /** As {@link #addU16(String, int)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addU16(String name, int id, int value) {
+        short bits = (short) Fields.fit(value, 0, 0xFFFF, QuorlMsgField.U16, name, id);
+        return set(name, id, QuorlMsgField.U16, (m, n, length, i) -> quorlMsg_AddU16(m, n, length, bits, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an unsigned number of 16 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value 0 to 65535
+     * @return this message
+     */
+    public QuorlMsg updateU16(String name, int value) {
+        return updateU16(name, 0, value);
+    }
+
+    /** As {@link #updateU16(String, int)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateU16(String name, int id, int value) {
+        short bits = (short) Fields.fit(value, 0, 0xFFFF, QuorlMsgField.U16, name, id);
+        return set(name, id, QuorlMsgField.U16, (m, n, length, i) -> quorlMsg_UpdateU16(m, n, length, bits, i, this));
+    }
+
+    /**
+     * Reads an unsigned number of 16 bits, converted when it fits.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public int getU16(String name) {
+        return FieldReads.getU16(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getU16(String)}, by the field's id. */
+    public int getU16(int id) {
+        return FieldReads.getU16(this, null, Fields.known(id));
+    }
+
+    // ---- I32 ----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: a signed number of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg addI32(String name, int value) {
+        return addI32(name, 0, value);
+    }
+
+    /** As {@link #addI32(String, int)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addI32(String name, int id, int value) {
+        return set(name, id, QuorlMsgField.I32, (m, n, length, i) -> quorlMsg_AddI32(m, n, length, value, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: a signed number of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg updateI32(String name, int value) {
+        return updateI32(name, 0, value);
+    }
+
+    /** As {@link #updateI32(String, int)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateI32(String name, int id, int value) {
+        return set(name, id, QuorlMsgField.I32, (m, n, length, i) -> quorlMsg_UpdateI32(m, n, length, value, i, this));
+    }
+
+    /**
+     * Reads a signed number of 32 bits, converted when it fits.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public int getI32(String name) {
+        return FieldReads.getI32(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getI32(String)}, by the field's id. */
+    public int getI32(int id) {
+        return FieldReads.getI32(this, null, Fields.known(id));
+    }
+
+    // ---- U32 ----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an unsigned number of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value 0 to 4294967295
+     * @return this message
+     */
+    public QuorlMsg addU32(String name, long value) {
+        return addU32(name, 0, value);
+    }
+
+    /** As {@link #addU32(String, long)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addU32(String name, int id, long value) {
+        int bits = Fields.fit(value, 0, 0xFFFF_FFFFL, QuorlMsgField.U32, name, id);
+        return set(name, id, QuorlMsgField.U32, (m, n, length, i) -> quorlMsg_AddU32(m, n, length, bits, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an unsigned number of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value 0 to 4294967295
+     * @return this message
+     */
+    public QuorlMsg updateU32(String name, long value) {
+        return updateU32(name, 0, value);
+    }
+
+    /** As {@link #updateU32(String, long)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateU32(String name, int id, long value) {
+        int bits = Fields.fit(value, 0, 0xFFFF_FFFFL, QuorlMsgField.U32, name, id);
+        return set(name, id, QuorlMsgField.U32, (m, n, length, i) -> quorlMsg_UpdateU32(m, n, length, bits, i, this));
+    }
+
+    /**
+     * Reads an unsigned number of 32 bits, converted when it fits.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public long getU32(String name) {
+        return FieldReads.getU32(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getU32(String)}, by the field's id. */
+    public long getU32(int id) {
+        return FieldReads.getU32(this, null, Fields.known(id));
+    }
+
+    // ---- I64 ----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: a signed number of 64 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg addI64(String name, long value) {
+        return addI64(name, 0, value);
+    }
+
+    /** As {@link #addI64(String, long)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addI64(String name, int id, long value) {
+        return set(name, id, QuorlMsgField.I64, (m, n, length, i) -> quorlMsg_AddI64(m, n, length, value, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: a signed number of 64 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg updateI64(String name, long value) {
+        return updateI64(name, 0, value);
+    }
+
+    /** As {@link #updateI64(String, long)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateI64(String name, int id, long value) {
+        return set(name, id, QuorlMsgField.I64, (m, n, length, i) -> quorlMsg_UpdateI64(m, n, length, value, i, this));
+    }
+
+    /**
+     * Reads a signed number of 64 bits, converted when it fits.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public long getI64(String name) {
+        return FieldReads.getI64(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getI64(String)}, by the field's id. */
+    public long getI64(int id) {
+        return FieldReads.getI64(this, null, Fields.known(id));
+    }
+
+    // ---- U64 ----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an unsigned number of 64 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value its 64 bits; {@link Long#toUnsignedString} and its kin read them
+     * @return this message
+     */
+    public QuorlMsg addU64(String name, long value) {
+        return addU64(name, 0, value);
+    }
+
+    /** As {@link #addU64(String, long)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addU64(String name, int id, long value) {
+        return set(name, id, QuorlMsgField.U64, (m, n, length, i) -> quorlMsg_AddU64(m, n, length, value, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an unsigned number of 64 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value its 64 bits; {@link Long#toUnsignedString} and its kin read them
+     * @return this message
+     */
+    public QuorlMsg updateU64(String name, long value) {
+        return updateU64(name, 0, value);
+    }
+
+    /** As {@link #updateU64(String, long)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateU64(String name, int id, long value) {
+        return set(name, id, QuorlMsgField.U64, (m, n, length, i) -> quorlMsg_UpdateU64(m, n, length, value, i, this));
+    }
+
+    /**
+     * Reads an unsigned number of 64 bits, converted when it fits.
+     *
+     * @param name the field's name
+     * @return the value; its 64 bits, as {@link Long#toUnsignedString} reads them
+     */
+    public long getU64(String name) {
+        return FieldReads.getU64(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getU64(String)}, by the field's id. */
+    public long getU64(int id) {
+        return FieldReads.getU64(this, null, Fields.known(id));
+    }
+
+    // ---- F32 ----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: a floating-point number of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg addF32(String name, float value) {
+        return addF32(name, 0, value);
+    }
+
+    /** As {@link #addF32(String, float)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addF32(String name, int id, float value) {
+        return set(name, id, QuorlMsgField.F32, (m, n, length, i) -> quorlMsg_AddF32(m, n, length, value, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: a floating-point number of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg updateF32(String name, float value) {
+        return updateF32(name, 0, value);
+    }
+
+    /** As {@link #updateF32(String, float)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateF32(String name, int id, float value) {
+        return set(name, id, QuorlMsgField.F32, (m, n, length, i) -> quorlMsg_UpdateF32(m, n, length, value, i, this));
+    }
+
+    /**
+     * Reads a floating-point number of 32 bits, converted when it fits.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public float getF32(String name) {
+        return FieldReads.getF32(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getF32(String)}, by the field's id. */
+    public float getF32(int id) {
+        return FieldReads.getF32(this, null, Fields.known(id));
+    }
+
+    // ---- F64 ----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: a floating-point number of 64 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg addF64(String name, double value) {
+        return addF64(name, 0, value);
+    }
+
+    /** As {@link #addF64(String, double)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addF64(String name, int id, double value) {
+        return set(name, id, QuorlMsgField.F64, (m, n, length, i) -> quorlMsg_AddF64(m, n, length, value, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: a floating-point number of 64 bits.
+     *
+     * @param name the field's name, null for none
+     * @param value the value
+     * @return this message
+     */
+    public QuorlMsg updateF64(String name, double value) {
+        return updateF64(name, 0, value);
+    }
+
+    /** As {@link #updateF64(String, double)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateF64(String name, int id, double value) {
+        return set(name, id, QuorlMsgField.F64, (m, n, length, i) -> quorlMsg_UpdateF64(m, n, length, value, i, this));
+    }
+
+    /**
+     * Reads a floating-point number of 64 bits, converted when it fits.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public double getF64(String name) {
+        return FieldReads.getF64(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getF64(String)}, by the field's id. */
+    public double getF64(int id) {
+        return FieldReads.getF64(this, null, Fields.known(id));
+    }
+
+    // ---- String -------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: a text.
+     *
+     * @param name the field's name, null for none
+     * @param text the text, without U+0000
+     * @return this message
+     */
+    public QuorlMsg addString(String name, String text) {
+        return addString(name, 0, text);
+    }
+
+    /** As {@link #addString(String, String)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addString(String name, int id, String text) {
+        byte[] value = FieldArguments.encode(text, name, id);
+        return set(name, id, QuorlMsgField.STRING,
+                (m, n, length, i) -> quorlMsg_AddString(m, n, length, value, value.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: a text.
+     *
+     * @param name the field's name, null for none
+     * @param text the text, without U+0000
+     * @return this message
+     */
+    public QuorlMsg updateString(String name, String text) {
+        return updateString(name, 0, text);
+    }
+
+    /** As {@link #updateString(String, String)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateString(String name, int id, String text) {
+        byte[] value = FieldArguments.encode(text, name, id);
+        return set(name, id, QuorlMsgField.STRING,
+                (m, n, length, i) -> quorlMsg_UpdateString(m, n, length, value, value.length, i, this));
+    }
+
+    /**
+     * Reads a text.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public String getString(String name) {
+        return FieldReads.getString(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getString(String)}, by the field's id. */
+    public String getString(int id) {
+        return FieldReads.getString(this, null, Fields.known(id));
+    }
+
+    // ---- Msg ----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: a message inside this one. Its fields are copied.
+     *
+     * @param name the field's name, null for none
+     * @param value the message
+     * @return this message
+     */
+    public QuorlMsg addMsg(String name, QuorlMsg value) {
+        return addMsg(name, 0, value);
+    }
+
+    /** As {@link #addMsg(String, QuorlMsg)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addMsg(String name, int id, QuorlMsg value) {
+        Fields.given(value, QuorlMsgField.MSG, name, id);
+        return set(name, id, QuorlMsgField.MSG, (m, n, length, i) -> FieldCalls.with(
+                this, value, inner -> quorlMsg_AddMsg(m, n, length, inner, i, this, value)));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: a message inside this one. Its fields are copied.
+     *
+     * @param name the field's name, null for none
+     * @param value the message
+     * @return this message
+     */
+    public QuorlMsg updateMsg(String name, QuorlMsg value) {
+        return updateMsg(name, 0, value);
+    }
+
+    /** As {@link #updateMsg(String, QuorlMsg)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateMsg(String name, int id, QuorlMsg value) {
+        Fields.given(value, QuorlMsgField.MSG, name, id);
+        return set(name, id, QuorlMsgField.MSG, (m, n, length, i) -> FieldCalls.with(
+                this, value, inner -> quorlMsg_UpdateMsg(m, n, length, inner, i, this, value)));
+    }
+
+    /**
+     * Reads a message inside this one.
+     *
+     * @param name the field's name
+     * @return the value: a view that lives until this message is changed or closed and need not be closed;
+     *     {@link QuorlMsg#copy} keeps it
+     */
+    public QuorlMsg getMsg(String name) {
+        return FieldReads.getMsg(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getMsg(String)}, by the field's id. */
+    public QuorlMsg getMsg(int id) {
+        return FieldReads.getMsg(this, null, Fields.known(id));
+    }
+
+    // ---- DateTime -----------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: a point in time, to the nanosecond.
+     *
+     * @param name the field's name, null for none
+     * @param time the point in time
+     * @return this message
+     */
+    public QuorlMsg addDateTime(String name, Instant time) {
+        return addDateTime(name, 0, time);
+    }
+
+    /** As {@link #addDateTime(String, Instant)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addDateTime(String name, int id, Instant time) {
+        Fields.given(time, QuorlMsgField.DATETIME, name, id);
+        return set(name, id, QuorlMsgField.DATETIME,
+                (m, n, length, i) -> quorlMsg_AddDateTime(m, n, length, time.getEpochSecond(), time.getNano(), i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: a point in time, to the nanosecond.
+     *
+     * @param name the field's name, null for none
+     * @param time the point in time
+     * @return this message
+     */
+    public QuorlMsg updateDateTime(String name, Instant time) {
+        return updateDateTime(name, 0, time);
+    }
+
+    /** As {@link #updateDateTime(String, Instant)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateDateTime(String name, int id, Instant time) {
+        Fields.given(time, QuorlMsgField.DATETIME, name, id);
+        return set(name, id, QuorlMsgField.DATETIME,
+                (m, n, length, i) -> quorlMsg_UpdateDateTime(m, n, length, time.getEpochSecond(), time.getNano(), i, this));
+    }
+
+    /**
+     * Reads a point in time.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public Instant getDateTime(String name) {
+        return FieldReads.getDateTime(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getDateTime(String)}, by the field's id. */
+    public Instant getDateTime(int id) {
+        return FieldReads.getDateTime(this, null, Fields.known(id));
+    }
+
+    // ---- IPPort16 and IPAddr32 ----------------------------------------------------------------------------------------
+
+    // The library keeps ports and addresses in network order. The natives that add bring them into it; those that update
+    // and read leave the bytes as they are, so these methods turn them.
+
+    /**
+     * Adds a field: an IP port.
+     *
+     * @param name the field's name, null for none
+     * @param port 0 to 65535
+     * @return this message
+     */
+    public QuorlMsg addIPPort16(String name, int port) {
+        return addIPPort16(name, 0, port);
+    }
+
+    /** As {@link #addIPPort16(String, int)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addIPPort16(String name, int id, int port) {
+        short number = (short) Fields.fit(port, 0, 0xFFFF, QuorlMsgField.IPPORT16, name, id);
+        return set(name, id, QuorlMsgField.IPPORT16,
+                (m, n, length, i) -> quorlMsg_AddIPPort16(m, n, length, number, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an IP port.
+     *
+     * @param name the field's name, null for none
+     * @param port 0 to 65535
+     * @return this message
+     */
+    public QuorlMsg updateIPPort16(String name, int port) {
+        return updateIPPort16(name, 0, port);
+    }
+
+    /** As {@link #updateIPPort16(String, int)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateIPPort16(String name, int id, int port) {
+        short number = (short) Fields.fit(port, 0, 0xFFFF, QuorlMsgField.IPPORT16, name, id);
+        return set(name, id, QuorlMsgField.IPPORT16,
+                (m, n, length, i) -> quorlMsg_UpdateIPPort16(m, n, length, Short.reverseBytes(number), i, this));
+    }
+
+    /**
+     * Reads an IP port.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public int getIPPort16(String name) {
+        return FieldReads.getIPPort16(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getIPPort16(String)}, by the field's id. */
+    public int getIPPort16(int id) {
+        return FieldReads.getIPPort16(this, null, Fields.known(id));
+    }
+
+    /**
+     * Adds a field: an IPv4 address.
+     *
+     * @param name the field's name, null for none
+     * @param address the address
+     * @return this message
+     */
+    public QuorlMsg addIPAddr32(String name, Inet4Address address) {
+        return addIPAddr32(name, 0, address);
+    }
+
+    /** As {@link #addIPAddr32(String, Inet4Address)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addIPAddr32(String name, int id, Inet4Address address) {
+        int number = FieldArguments.number(Fields.given(address, QuorlMsgField.IPADDR32, name, id));
+        return set(name, id, QuorlMsgField.IPADDR32,
+                (m, n, length, i) -> quorlMsg_AddIPAddr32(m, n, length, number, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an IPv4 address.
+     *
+     * @param name the field's name, null for none
+     * @param address the address
+     * @return this message
+     */
+    public QuorlMsg updateIPAddr32(String name, Inet4Address address) {
+        return updateIPAddr32(name, 0, address);
+    }
+
+    /** As {@link #updateIPAddr32(String, Inet4Address)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateIPAddr32(String name, int id, Inet4Address address) {
+        int number = FieldArguments.number(Fields.given(address, QuorlMsgField.IPADDR32, name, id));
+        return set(name, id, QuorlMsgField.IPADDR32,
+                (m, n, length, i) -> quorlMsg_UpdateIPAddr32(m, n, length, Integer.reverseBytes(number), i, this));
+    }
+
+    /**
+     * Reads an IPv4 address.
+     *
+     * @param name the field's name
+     * @return the value
+     */
+    public Inet4Address getIPAddr32(String name) {
+        return FieldReads.getIPAddr32(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getIPAddr32(String)}, by the field's id. */
+    public Inet4Address getIPAddr32(int id) {
+        return FieldReads.getIPAddr32(this, null, Fields.known(id));
+    }
+
+    // ---- I8Array ------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of signed numbers of 8 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg addI8Array(String name, byte[] values) {
+        return addI8Array(name, 0, values);
+    }
+
+    /** As {@link #addI8Array(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addI8Array(String name, int id, byte[] values) {
+        Fields.given(values, QuorlMsgField.I8ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I8ARRAY,
+                (m, n, length, i) -> quorlMsg_AddI8Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of signed numbers of 8 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg updateI8Array(String name, byte[] values) {
+        return updateI8Array(name, 0, values);
+    }
+
+    /** As {@link #updateI8Array(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateI8Array(String name, int id, byte[] values) {
+        Fields.given(values, QuorlMsgField.I8ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I8ARRAY,
+                (m, n, length, i) -> quorlMsg_UpdateI8Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Reads an array of signed numbers of 8 bits; no other type is converted.
+     *
+     * @param name the field's name
+     * @return a new array
+     */
+    public byte[] getI8Array(String name) {
+        return FieldReads.getI8Array(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getI8Array(String)}, by the field's id. */
+    public byte[] getI8Array(int id) {
+        return FieldReads.getI8Array(this, null, Fields.known(id));
+    }
+
+    // ---- U8Array ------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of unsigned numbers of 8 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied; each 0 to 255
+     * @return this message
+     */
+    public QuorlMsg addU8Array(String name, short[] values) {
+        return addU8Array(name, 0, values);
+    }
+
+    /** As {@link #addU8Array(String, short[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addU8Array(String name, int id, short[] values) {
+        FieldArguments.fit(Fields.given(values, QuorlMsgField.U8ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U8ARRAY,
+                (m, n, length, i) -> quorlMsg_AddU8Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of unsigned numbers of 8 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied; each 0 to 255
+     * @return this message
+     */
+    public QuorlMsg updateU8Array(String name, short[] values) {
+        return updateU8Array(name, 0, values);
+    }
+
+    /** As {@link #updateU8Array(String, short[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateU8Array(String name, int id, short[] values) {
+        FieldArguments.fit(Fields.given(values, QuorlMsgField.U8ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U8ARRAY,
+                (m, n, length, i) -> quorlMsg_UpdateU8Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Reads an array of unsigned numbers of 8 bits; no other type is converted.
+     *
+     * @param name the field's name
+     * @return a new array; each 0 to 255
+     */
+    public short[] getU8Array(String name) {
+        return FieldReads.getU8Array(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getU8Array(String)}, by the field's id. */
+    public short[] getU8Array(int id) {
+        return FieldReads.getU8Array(this, null, Fields.known(id));
+    }
+
+    // ---- I16Array -----------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of signed numbers of 16 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg addI16Array(String name, short[] values) {
+        return addI16Array(name, 0, values);
+    }
+
+    /** As {@link #addI16Array(String, short[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addI16Array(String name, int id, short[] values) {
+        Fields.given(values, QuorlMsgField.I16ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I16ARRAY,
+                (m, n, length, i) -> quorlMsg_AddI16Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of signed numbers of 16 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg updateI16Array(String name, short[] values) {
+        return updateI16Array(name, 0, values);
+    }
+
+    /** As {@link #updateI16Array(String, short[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateI16Array(String name, int id, short[] values) {
+        Fields.given(values, QuorlMsgField.I16ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I16ARRAY,
+                (m, n, length, i) -> quorlMsg_UpdateI16Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Reads an array of signed numbers of 16 bits; no other type is converted.
+     *
+     * @param name the field's name
+     * @return a new array
+     */
+    public short[] getI16Array(String name) {
+        return FieldReads.getI16Array(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getI16Array(String)}, by the field's id. */
+    public short[] getI16Array(int id) {
+        return FieldReads.getI16Array(this, null, Fields.known(id));
+    }
+
+    // ---- U16Array -----------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of unsigned numbers of 16 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied; each 0 to 65535
+     * @return this message
+     */
+    public QuorlMsg addU16Array(String name, int[] values) {
+        return addU16Array(name, 0, values);
+    }
+
+    /** As {@link #addU16Array(String, int[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addU16Array(String name, int id, int[] values) {
+        FieldArguments.fit(Fields.given(values, QuorlMsgField.U16ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U16ARRAY,
+                (m, n, length, i) -> quorlMsg_AddU16Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of unsigned numbers of 16 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied; each 0 to 65535
+     * @return this message
+     */
+    public QuorlMsg updateU16Array(String name, int[] values) {
+        return updateU16Array(name, 0, values);
+    }
+
+    /** As {@link #updateU16Array(String, int[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateU16Array(String name, int id, int[] values) {
+        FieldArguments.fit(Fields.given(values, QuorlMsgField.U16ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U16ARRAY,
+                (m, n, length, i) -> quorlMsg_UpdateU16Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Reads an array of unsigned numbers of 16 bits; no other type is converted.
+     *
+     * @param name the field's name
+     * @return a new array; each 0 to 65535
+     */
+    public int[] getU16Array(String name) {
+        return FieldReads.getU16Array(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getU16Array(String)}, by the field's id. */
+    public int[] getU16Array(int id) {
+        return FieldReads.getU16Array(this, null, Fields.known(id));
+    }
+
+    // ---- I32Array -----------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of signed numbers of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg addI32Array(String name, int[] values) {
+        return addI32Array(name, 0, values);
+    }
+
+    /** As {@link #addI32Array(String, int[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addI32Array(String name, int id, int[] values) {
+        Fields.given(values, QuorlMsgField.I32ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I32ARRAY,
+                (m, n, length, i) -> quorlMsg_AddI32Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of signed numbers of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg updateI32Array(String name, int[] values) {
+        return updateI32Array(name, 0, values);
+    }
+
+    /** As {@link #updateI32Array(String, int[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateI32Array(String name, int id, int[] values) {
+        Fields.given(values, QuorlMsgField.I32ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I32ARRAY,
+                (m, n, length, i) -> quorlMsg_UpdateI32Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Reads an array of signed numbers of 32 bits; no other type is converted.
+     *
+     * @param name the field's name
+     * @return a new array
+     */
+    public int[] getI32Array(String name) {
+        return FieldReads.getI32Array(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getI32Array(String)}, by the field's id. */
+    public int[] getI32Array(int id) {
+        return FieldReads.getI32Array(this, null, Fields.known(id));
+    }
+
+    // ---- U32Array -----------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of unsigned numbers of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied; each 0 to 4294967295
+     * @return this message
+     */
+    public QuorlMsg addU32Array(String name, long[] values) {
+        return addU32Array(name, 0, values);
+    }
+
+    /** As {@link #addU32Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addU32Array(String name, int id, long[] values) {
+        FieldArguments.fit(Fields.given(values, QuorlMsgField.U32ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U32ARRAY,
+                (m, n, length, i) -> quorlMsg_AddU32Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of unsigned numbers of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied; each 0 to 4294967295
+     * @return this message
+     */
+    public QuorlMsg updateU32Array(String name, long[] values) {
+        return updateU32Array(name, 0, values);
+    }
+
+    /** As {@link #updateU32Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateU32Array(String name, int id, long[] values) {
+        FieldArguments.fit(Fields.given(values, QuorlMsgField.U32ARRAY, name, id), name, id);
+        return set(name, id, QuorlMsgField.U32ARRAY,
+                (m, n, length, i) -> quorlMsg_UpdateU32Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Reads an array of unsigned numbers of 32 bits; no other type is converted.
+     *
+     * @param name the field's name
+     * @return a new array; each 0 to 4294967295
+     */
+    public long[] getU32Array(String name) {
+        return FieldReads.getU32Array(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getU32Array(String)}, by the field's id. */
+    public long[] getU32Array(int id) {
+        return FieldReads.getU32Array(this, null, Fields.known(id));
+    }
+
+    // ---- I64Array -----------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of signed numbers of 64 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg addI64Array(String name, long[] values) {
+        return addI64Array(name, 0, values);
+    }
+
+    /** As {@link #addI64Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addI64Array(String name, int id, long[] values) {
+        Fields.given(values, QuorlMsgField.I64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I64ARRAY,
+                (m, n, length, i) -> quorlMsg_AddI64Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of signed numbers of 64 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg updateI64Array(String name, long[] values) {
+        return updateI64Array(name, 0, values);
+    }
+
+    /** As {@link #updateI64Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateI64Array(String name, int id, long[] values) {
+        Fields.given(values, QuorlMsgField.I64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.I64ARRAY,
+                (m, n, length, i) -> quorlMsg_UpdateI64Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Reads an array of signed numbers of 64 bits; no other type is converted.
+     *
+     * @param name the field's name
+     * @return a new array
+     */
+    public long[] getI64Array(String name) {
+        return FieldReads.getI64Array(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getI64Array(String)}, by the field's id. */
+    public long[] getI64Array(int id) {
+        return FieldReads.getI64Array(this, null, Fields.known(id));
+    }
+
+    // ---- U64Array -----------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of unsigned numbers of 64 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied; each by its 64 bits
+     * @return this message
+     */
+    public QuorlMsg addU64Array(String name, long[] values) {
+        return addU64Array(name, 0, values);
+    }
+
+    /** As {@link #addU64Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addU64Array(String name, int id, long[] values) {
+        Fields.given(values, QuorlMsgField.U64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.U64ARRAY,
+                (m, n, length, i) -> quorlMsg_AddU64Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of unsigned numbers of 64 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied; each by its 64 bits
+     * @return this message
+     */
+    public QuorlMsg updateU64Array(String name, long[] values) {
+        return updateU64Array(name, 0, values);
+    }
+
+    /** As {@link #updateU64Array(String, long[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateU64Array(String name, int id, long[] values) {
+        Fields.given(values, QuorlMsgField.U64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.U64ARRAY,
+                (m, n, length, i) -> quorlMsg_UpdateU64Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Reads an array of unsigned numbers of 64 bits; no other type is converted.
+     *
+     * @param name the field's name
+     * @return a new array; each by its 64 bits
+     */
+    public long[] getU64Array(String name) {
+        return FieldReads.getU64Array(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getU64Array(String)}, by the field's id. */
+    public long[] getU64Array(int id) {
+        return FieldReads.getU64Array(this, null, Fields.known(id));
+    }
+
+    // ---- F32Array -----------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of floating-point numbers of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg addF32Array(String name, float[] values) {
+        return addF32Array(name, 0, values);
+    }
+
+    /** As {@link #addF32Array(String, float[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addF32Array(String name, int id, float[] values) {
+        Fields.given(values, QuorlMsgField.F32ARRAY, name, id);
+        return set(name, id, QuorlMsgField.F32ARRAY,
+                (m, n, length, i) -> quorlMsg_AddF32Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of floating-point numbers of 32 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg updateF32Array(String name, float[] values) {
+        return updateF32Array(name, 0, values);
+    }
+
+    /** As {@link #updateF32Array(String, float[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateF32Array(String name, int id, float[] values) {
+        Fields.given(values, QuorlMsgField.F32ARRAY, name, id);
+        return set(name, id, QuorlMsgField.F32ARRAY,
+                (m, n, length, i) -> quorlMsg_UpdateF32Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Reads an array of floating-point numbers of 32 bits; no other type is converted.
+     *
+     * @param name the field's name
+     * @return a new array
+     */
+    public float[] getF32Array(String name) {
+        return FieldReads.getF32Array(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getF32Array(String)}, by the field's id. */
+    public float[] getF32Array(int id) {
+        return FieldReads.getF32Array(this, null, Fields.known(id));
+    }
+
+    // ---- F64Array -----------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of floating-point numbers of 64 bits.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg addF64Array(String name, double[] values) {
+        return addF64Array(name, 0, values);
+    }
+
+    /** As {@link #addF64Array(String, double[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addF64Array(String name, int id, double[] values) {
+        Fields.given(values, QuorlMsgField.F64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.F64ARRAY,
+                (m, n, length, i) -> quorlMsg_AddF64Array(m, n, length, values, values.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of floating-point numbers of 64 bits.
+     * The field moves to the end of the message.
+     *
+     * @param name the field's name, null for none
+     * @param values the array, copied
+     * @return this message
+     */
+    public QuorlMsg updateF64Array(String name, double[] values) {
+        return updateF64Array(name, 0, values);
+    }
+
+    /** As {@link #updateF64Array(String, double[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateF64Array(String name, int id, double[] values) {
+        Fields.given(values, QuorlMsgField.F64ARRAY, name, id);
+        return set(name, id, QuorlMsgField.F64ARRAY, (m, n, length, i) -> {
+            // The native that updates such an array adds another field, so the old one is taken out here.
+            long found = FieldCalls.find(this, name, id);
+            if (found == 0) {
+                quorlMsg_AddF64Array(m, n, length, values, values.length, i, this);
+            } else if (FieldCalls.typeIn(found) != QuorlMsgField.F64ARRAY) {
+                throw new QuorlException(QuorlException.INVALID_TYPE);
+            } else {
+                replaceF64Array(m, FieldCalls.indexIn(found, name, id), n, length, i, values);
+            }
+        });
+    }
+
+    /**
+     * Reads an array of floating-point numbers of 64 bits; no other type is converted.
+     *
+     * @param name the field's name
+     * @return a new array
+     */
+    public double[] getF64Array(String name) {
+        return FieldReads.getF64Array(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getF64Array(String)}, by the field's id. */
+    public double[] getF64Array(int id) {
+        return FieldReads.getF64Array(this, null, Fields.known(id));
+    }
+
+    // ---- Opaque -------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: bytes that the library does not look into.
+     *
+     * @param name the field's name, null for none
+     * @param value the bytes, copied
+     * @return this message
+     */
+    public QuorlMsg addOpaque(String name, byte[] value) {
+        return addOpaque(name, 0, value);
+    }
+
+    /** As {@link #addOpaque(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addOpaque(String name, int id, byte[] value) {
+        Fields.given(value, QuorlMsgField.OPAQUE, name, id);
+        return set(name, id, QuorlMsgField.OPAQUE,
+                (m, n, length, i) -> quorlMsg_AddOpaque(m, n, length, value, value.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: bytes that the library does not look into.
+     *
+     * @param name the field's name, null for none
+     * @param value the bytes, copied
+     * @return this message
+     */
+    public QuorlMsg updateOpaque(String name, byte[] value) {
+        return updateOpaque(name, 0, value);
+    }
+
+    /** As {@link #updateOpaque(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateOpaque(String name, int id, byte[] value) {
+        Fields.given(value, QuorlMsgField.OPAQUE, name, id);
+        return set(name, id, QuorlMsgField.OPAQUE,
+                (m, n, length, i) -> quorlMsg_UpdateOpaque(m, n, length, value, value.length, i, this));
+    }
+
+    /**
+     * Reads bytes that the library does not look into.
+     *
+     * @param name the field's name
+     * @return a new array
+     */
+    public byte[] getOpaque(String name) {
+        return FieldReads.getOpaque(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getOpaque(String)}, by the field's id. */
+    public byte[] getOpaque(int id) {
+        return FieldReads.getOpaque(this, null, Fields.known(id));
+    }
+
+    // ---- Xml ----------------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: the bytes of an XML document, which is not parsed.
+     *
+     * @param name the field's name, null for none
+     * @param value the bytes, copied
+     * @return this message
+     */
+    public QuorlMsg addXml(String name, byte[] value) {
+        return addXml(name, 0, value);
+    }
+
+    /** As {@link #addXml(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addXml(String name, int id, byte[] value) {
+        Fields.given(value, QuorlMsgField.XML, name, id);
+        return set(name, id, QuorlMsgField.XML,
+                (m, n, length, i) -> quorlMsg_AddXml(m, n, length, value, value.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: the bytes of an XML document, which is not parsed.
+     *
+     * @param name the field's name, null for none
+     * @param value the bytes, copied
+     * @return this message
+     */
+    public QuorlMsg updateXml(String name, byte[] value) {
+        return updateXml(name, 0, value);
+    }
+
+    /** As {@link #updateXml(String, byte[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateXml(String name, int id, byte[] value) {
+        Fields.given(value, QuorlMsgField.XML, name, id);
+        return set(name, id, QuorlMsgField.XML,
+                (m, n, length, i) -> quorlMsg_UpdateXml(m, n, length, value, value.length, i, this));
+    }
+
+    /**
+     * Reads the bytes of an XML document, which is not parsed.
+     *
+     * @param name the field's name
+     * @return a new array
+     */
+    public byte[] getXml(String name) {
+        return FieldReads.getXml(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getXml(String)}, by the field's id. */
+    public byte[] getXml(int id) {
+        return FieldReads.getXml(this, null, Fields.known(id));
+    }
+
+    // ---- user types ---------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: bytes with a type code of the program's own.
+     *
+     * @param name the field's name, null for none
+     * @param type 128 to 255
+     * @param value the bytes, copied
+     * @return this message
+     */
+    public QuorlMsg addUser(String name, int type, byte[] value) {
+        return addUser(name, 0, type, value);
+    }
+
+    /** As {@link #addUser(String, int, byte[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addUser(String name, int id, int type, byte[] value) {
+        short code = (short) FieldArguments.userType(type, name, id);
+        Fields.given(value, type, name, id);
+        return set(name, id, type,
+                (m, n, length, i) -> quorlMsg_AddUserType(m, code, n, length, value, value.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: bytes with a type code of the program's own.
+     *
+     * @param name the field's name, null for none
+     * @param type 128 to 255
+     * @param value the bytes, copied
+     * @return this message
+     */
+    public QuorlMsg updateUser(String name, int type, byte[] value) {
+        return updateUser(name, 0, type, value);
+    }
+
+    /** As {@link #updateUser(String, int, byte[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateUser(String name, int id, int type, byte[] value) {
+        short code = (short) FieldArguments.userType(type, name, id);
+        Fields.given(value, type, name, id);
+        return set(name, id, type,
+                (m, n, length, i) -> quorlMsg_UpdateUserType(m, code, n, length, value, value.length, i, this));
+    }
+
+    /**
+     * Reads the bytes of a field of a type of the program's own; {@link QuorlMsgField#getType} tells which.
+     *
+     * @param name the field's name
+     * @return a new array
+     */
+    public byte[] getUser(String name) {
+        return FieldReads.getUser(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getUser(String)}, by the field's id. */
+    public byte[] getUser(int id) {
+        return FieldReads.getUser(this, null, Fields.known(id));
+    }
+
+    // ---- StringArray --------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of texts.
+     *
+     * @param name the field's name, null for none
+     * @param values the texts, 1 or more, none null
+     * @return this message
+     */
+    public QuorlMsg addStringArray(String name, String[] values) {
+        return addStringArray(name, 0, values);
+    }
+
+    /** As {@link #addStringArray(String, String[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addStringArray(String name, int id, String[] values) {
+        Object[] encoded = FieldArguments.encode(values, name, id);
+        return set(name, id, QuorlMsgField.STRINGARRAY,
+                (m, n, length, i) -> quorlMsg_AddStringArray(m, n, length, encoded, encoded.length, i, this));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of texts.
+     *
+     * @param name the field's name, null for none
+     * @param values the texts, 1 or more, none null
+     * @return this message
+     */
+    public QuorlMsg updateStringArray(String name, String[] values) {
+        return updateStringArray(name, 0, values);
+    }
+
+    /** As {@link #updateStringArray(String, String[])}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateStringArray(String name, int id, String[] values) {
+        Object[] encoded = FieldArguments.encode(values, name, id);
+        return set(name, id, QuorlMsgField.STRINGARRAY,
+                (m, n, length, i) -> quorlMsg_UpdateStringArray(m, n, length, encoded, encoded.length, i, this));
+    }
+
+    /**
+     * Reads an array of texts.
+     *
+     * @param name the field's name
+     * @return a new array
+     */
+    public String[] getStringArray(String name) {
+        return FieldReads.getStringArray(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getStringArray(String)}, by the field's id. */
+    public String[] getStringArray(int id) {
+        return FieldReads.getStringArray(this, null, Fields.known(id));
+    }
+
+    // ---- MsgArray -----------------------------------------------------------------------------------------------------
+
+    /**
+     * Adds a field: an array of messages, whose fields are copied.
+     *
+     * @param name the field's name, null for none
+     * @param values the messages, 1 or more, none null
+     * @return this message
+     */
+    public QuorlMsg addMsgArray(String name, List<QuorlMsg> values) {
+        return addMsgArray(name, 0, values);
+    }
+
+    /** As {@link #addMsgArray(String, List<QuorlMsg>)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg addMsgArray(String name, int id, List<QuorlMsg> values) {
+        QuorlMsg[] inner = FieldArguments.inner(values, name, id);
+        return set(name, id, QuorlMsgField.MSGARRAY, (m, n, length, i) -> FieldCalls.withEach(
+                this, inner, handles -> quorlMsg_AddMsgArray(m, n, length, handles, handles.length, i, this)));
+    }
+
+    /**
+     * Replaces the value of a field, or adds it: an array of messages, whose fields are copied.
+     *
+     * @param name the field's name, null for none
+     * @param values the messages, 1 or more, none null
+     * @return this message
+     */
+    public QuorlMsg updateMsgArray(String name, List<QuorlMsg> values) {
+        return updateMsgArray(name, 0, values);
+    }
+
+    /** As {@link #updateMsgArray(String, List<QuorlMsg>)}, with an id: 1 to 65535, or 0 for none. */
+    public QuorlMsg updateMsgArray(String name, int id, List<QuorlMsg> values) {
+        QuorlMsg[] inner = FieldArguments.inner(values, name, id);
+        return set(name, id, QuorlMsgField.MSGARRAY, (m, n, length, i) -> FieldCalls.withEach(
+                this, inner, handles -> quorlMsg_UpdateMsgArray(m, n, length, handles, handles.length, i, this)));
+    }
+
+    /**
+     * Reads an array of messages.
+     *
+     * @param name the field's name
+     * @return a new list of views, which live until this message is changed or closed and need not be closed
+     */
+    public List<QuorlMsg> getMsgArray(String name) {
+        return FieldReads.getMsgArray(this, Fields.known(name), 0);
+    }
+
+    /** As {@link #getMsgArray(String)}, by the field's id. */
+    public List<QuorlMsg> getMsgArray(int id) {
+        return FieldReads.getMsgArray(this, null, Fields.known(id));
+    }
+
+    private void replaceF64Array(long handle, int index, byte[] name, int nameLength, short id, double[] values) {
+        byte[] oldName = quorlMsg_GetFieldName(handle, index, this);
+        short oldId = (short) quorlMsg_GetFieldId(handle, index, this);
+        double[] old = FieldReads.f64ArrayAt(this, handle, index);
+        quorlMsg_RemoveFieldEx(handle, name, nameLength, id, this);
+        fieldsHaveMoved();
+        try {
+            quorlMsg_AddF64Array(handle, oldName, Texts.length(oldName), values, values.length, oldId, this);
+        } catch (QuorlException e) {
+            // What is refused changes nothing: the old one fits where it was.
+            quorlMsg_AddF64Array(handle, oldName, Texts.length(oldName), old, old.length, oldId, this);
+            throw e;
+        }
+    }
+
+    // ---- the guard ----------------------------------------------------------------------------------------------------
+
+    /** The handle, for this thread alone until {@link #leave}. */
+    long enter() {
+        guard.enter();
+        if (inside) {
+            refuseGone();
+        }
+        return handle;
+    }
+
+    /**
+     * A message inside another ends with each change of that, which the library knows by its handle. Some natives would answer
+     * as for a message without fields. On a message that is entered; leaves it when it is gone.
+     */
+    private void refuseGone() {
+        try {
+            quorlMsg_GetByteSize(handle, null);
+        } catch (QuorlException e) {
+            leave();
+            throw FieldCalls.gone(e);
+        }
+    }
+
+    void leave() {
+        guard.leave();
+    }
+
+    /** For a view, whose life the outermost message bounds. */
+    MessageGuard guard() {
+        return guard;
+    }
+
+    /** For the one who ends the message, has made it and shown it to nobody, or has entered it. */
+    long ownHandle() {
+        return handle;
+    }
+
+    boolean isSameAs(QuorlMsg other) {
+        return guard == other.guard;
+    }
+
+    private Rare rare() {
+        Rare own = rare;
+        if (own == null) {
+            own = new Rare();
+            rare = own;
+        }
+        return own;
+    }
+
+    /** Whether the message is the program's. */
+    private boolean isWatched() {
+        Rare own = rare;
+        return own != null && own.watch != null;
+    }
+
+    /** Fields were removed from this message, which is entered. */
+    private void fieldsHaveMoved() {
+        rare().removals++;
+    }
+
+    /** On a message that is entered: a number that is another one as soon as fields may have other positions. */
+    int removals() {
+        Rare own = rare;
+        return own == null ? 0 : own.removals;
+    }
+
+    private QuorlMsg set(String name, int id, int type, FieldCalls.Setter setter) {
+        FieldCalls.set(this, name, id, type, setter);
+        return this;
     }
 
     // ---- natives ------------------------------------------------------------------------------------------------------

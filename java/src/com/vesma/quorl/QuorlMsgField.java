@@ -1,5 +1,7 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.image.Fields;
+import com.vesma.quorl.internal.image.ImageValues;
 import java.math.BigInteger;
 import java.util.ConcurrentModificationException;
 
@@ -201,9 +203,9 @@ public final class QuorlMsgField {
         try {
             if (removals != message.removals()) {
                 throw new ConcurrentModificationException(
-                        MsgCore.describe(name, id) + ": a field was removed from the message after this one was looked up");
+                        Fields.describe(name, id) + ": a field was removed from the message after this one was looked up");
             }
-            return type < ARRAY ? scalar(handle) : type < USER_FIRST ? array(handle) : message.blockAt(handle, index);
+            return type < ARRAY ? scalar(handle) : type < USER_FIRST ? array(handle) : FieldReads.blockAt(message, handle, index);
         } finally {
             message.leave();
         }
@@ -235,18 +237,18 @@ public final class QuorlMsgField {
             case F64:
                 return QuorlMsg.quorlMsg_GetF64(handle, index, message);
             case IPPORT16:
-                return message.portAt(handle, index);
+                return FieldReads.portAt(message, handle, index);
             case IPADDR32:
-                return message.addressAt(handle, index);
+                return FieldReads.addressAt(message, handle, index);
             case DATETIME:
-                return message.instantAt(handle, index);
+                return FieldReads.instantAt(message, handle, index);
             case STRING:
-                return message.textAt(handle, index);
+                return FieldReads.textAt(message, handle, index);
             case MSG:
-                return message.messageAt(handle, index);
+                return FieldReads.messageAt(message, handle, index);
             case OPAQUE:
             case XML:
-                return message.blockAt(handle, index);
+                return FieldReads.blockAt(message, handle, index);
             default:
                 throw new QuorlException(QuorlException.INVALID_TYPE, "type " + type + " is newer than these classes");
         }
@@ -255,29 +257,29 @@ public final class QuorlMsgField {
     private Object array(long handle) {
         switch (type) {
             case I8ARRAY:
-                return message.i8ArrayAt(handle, index);
+                return FieldReads.i8ArrayAt(message, handle, index);
             case U8ARRAY:
-                return message.u8ArrayAt(handle, index);
+                return FieldReads.u8ArrayAt(message, handle, index);
             case I16ARRAY:
-                return message.i16ArrayAt(handle, index);
+                return FieldReads.i16ArrayAt(message, handle, index);
             case U16ARRAY:
-                return message.u16ArrayAt(handle, index);
+                return FieldReads.u16ArrayAt(message, handle, index);
             case I32ARRAY:
-                return message.i32ArrayAt(handle, index);
+                return FieldReads.i32ArrayAt(message, handle, index);
             case U32ARRAY:
-                return message.u32ArrayAt(handle, index);
+                return FieldReads.u32ArrayAt(message, handle, index);
             case I64ARRAY:
-                return message.i64ArrayAt(handle, index);
+                return FieldReads.i64ArrayAt(message, handle, index);
             case U64ARRAY:
-                return message.u64ArrayAt(handle, index);
+                return FieldReads.u64ArrayAt(message, handle, index);
             case F32ARRAY:
-                return message.f32ArrayAt(handle, index);
+                return FieldReads.f32ArrayAt(message, handle, index);
             case F64ARRAY:
-                return message.f64ArrayAt(handle, index);
+                return FieldReads.f64ArrayAt(message, handle, index);
             case STRINGARRAY:
-                return message.stringsAt(handle, index);
+                return FieldReads.stringsAt(message, handle, index);
             case MSGARRAY:
-                return message.messagesAt(handle, index);
+                return FieldReads.messagesAt(message, handle, index);
             default:
                 throw new QuorlException(QuorlException.INVALID_TYPE, "type " + type + " is newer than these classes");
         }
@@ -285,6 +287,6 @@ public final class QuorlMsgField {
 
     @Override
     public String toString() {
-        return typeName(type) + " " + MsgCore.describe(name, id);
+        return typeName(type) + " " + Fields.describe(name, id);
     }
 }

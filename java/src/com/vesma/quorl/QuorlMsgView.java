@@ -1,5 +1,12 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.image.Fields;
+import com.vesma.quorl.internal.image.ImageValues;
+import com.vesma.quorl.internal.image.MessageGuard;
+import com.vesma.quorl.internal.image.MessageImage;
+import com.vesma.quorl.internal.image.Texts;
+import com.vesma.quorl.internal.json.Json;
+import com.vesma.quorl.internal.records.RecordPlan;
 import java.net.Inet4Address;
 import java.time.Instant;
 import java.util.ArrayList;
@@ -35,8 +42,8 @@ import java.util.Objects;
  * }</pre>
  */
 public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
-    /** The outermost message, whose close ends this view; null when none does. */
-    private final MsgCore owner;
+    /** Of the outermost message, whose close ends this view; null when none does. */
+    private final MessageGuard owner;
 
     /** Whole messages, of which the ones inside are parts. Nobody changes them. */
     private final byte[] bytes;
@@ -47,7 +54,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
     /** Made by the first who asks; two at once make two, which are alike. */
     private MessageImage image;
 
-    QuorlMsgView(MsgCore owner, byte[] bytes, int start, int end) {
+    QuorlMsgView(MessageGuard owner, byte[] bytes, int start, int end) {
         this.owner = owner;
         this.bytes = bytes;
         this.start = start;
@@ -57,12 +64,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
     /** Of a message that is entered. */
     static QuorlMsgView of(long handle, QuorlMsg message) {
         byte[] bytes = QuorlMsg.quorlMsg_GetAsBytes(handle, message);
-        return new QuorlMsgView(message.outermost(), bytes, 0, bytes.length);
-    }
-
-    /** The whole of it, to where a message may stand. */
-    void copyTo(ImageWriter out) {
-        out.put(bytes, start, end - start);
+        return new QuorlMsgView(message.guard(), bytes, 0, bytes.length);
     }
 
     /** To read from now, on the way in from a program. */
@@ -81,7 +83,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
 
     private void refuseEnded() {
         if (owner != null) {
-            MsgCore.refuseEnded(owner);
+            owner.refuseEnded();
         }
     }
 
@@ -218,9 +220,9 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
     }
 
     private static Texts.Encoded encoded(String name) {
-        Texts.Encoded encoded = MsgCore.encoded(MsgCore.known(name));
+        Texts.Encoded encoded = Fields.encoded(Fields.known(name));
         if (encoded.key < 0) {
-            throw new QuorlException(QuorlException.INVALID_NAME, MsgCore.describe(name, 0));
+            throw new QuorlException(QuorlException.INVALID_NAME, Fields.describe(name, 0));
         }
         return encoded;
     }
@@ -230,23 +232,23 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
     }
 
     private int find(int id) {
-        return image().find(MsgCore.known(id));
+        return image().find(Fields.known(id));
     }
 
     /** The field of that name, which must be there; wanted: what it is to be read as. For a caller that has the image. */
     private int of(String name, int wanted) {
         int found = made().find(encoded(name));
         if (found < 0) {
-            throw MsgCore.missing(name, 0, QuorlMsgField.typeName(wanted));
+            throw Fields.missing(name, 0, QuorlMsgField.typeName(wanted));
         }
         return found;
     }
 
     /** As {@link #of(String, int)}, with that id. */
     private int of(int id, int wanted) {
-        int found = made().find(MsgCore.known(id));
+        int found = made().find(Fields.known(id));
         if (found < 0) {
-            throw MsgCore.missing(null, id, QuorlMsgField.typeName(wanted));
+            throw Fields.missing(null, id, QuorlMsgField.typeName(wanted));
         }
         return found;
     }
@@ -785,7 +787,7 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
         MessageImage all = image();
         int found = all.find(encoded(name));
         if (found < 0) {
-            throw MsgCore.missing(name, 0, type.getSimpleName());
+            throw Fields.missing(name, 0, type.getSimpleName());
         }
         return read(all, found, type);
     }
@@ -793,16 +795,16 @@ public final class QuorlMsgView implements Iterable<QuorlMsgView.Field> {
     /** As {@link #get(String, Class)}, by the field's id. */
     public <T> T get(int id, Class<T> type) {
         MessageImage all = image();
-        int found = all.find(MsgCore.known(id));
+        int found = all.find(Fields.known(id));
         if (found < 0) {
-            throw MsgCore.missing(null, id, type.getSimpleName());
+            throw Fields.missing(null, id, type.getSimpleName());
         }
         return read(all, found, type);
     }
 
     @SuppressWarnings("unchecked") // the class of a primitive type cannot cast its box
     private static <T> T read(MessageImage image, int field, Class<T> type) {
-        return (T) Codec.of(type).read(image, field);
+        return (T) RecordPlan.read(type, image, field);
     }
 
     /**

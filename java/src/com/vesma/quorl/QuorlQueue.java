@@ -1,5 +1,6 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.image.Texts;
 import java.lang.ref.Reference;
 import java.util.Objects;
 
@@ -189,7 +190,7 @@ public final class QuorlQueue extends Dispatchable {
         }
         destroy();
         QuorlEvent.queueClosed(this);
-        Gate.awaitHandlers(this);
+        DestructionBarrier.awaitHandlers(this);
     }
 
     void setGrouped() {

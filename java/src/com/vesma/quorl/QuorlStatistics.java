@@ -108,7 +108,7 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
 
     /** Takes those of now. */
     static QuorlStatistics take() {
-        try (QuorlMsg answer = Inside.ask(SUBJECT)) {
+        try (QuorlMsg answer = EngineQueries.ask(SUBJECT)) {
             if (answer == null) {
                 throw new QuorlException(QuorlException.NOT_FOUND, "the library gives no statistics");
             }
@@ -177,7 +177,7 @@ public record QuorlStatistics(String version, long process, long messagesOut, lo
             if (request.getReplySubject() == null) {
                 return;
             }
-            try (QuorlMsg statistics = Inside.ask(SUBJECT)) {
+            try (QuorlMsg statistics = EngineQueries.ask(SUBJECT)) {
                 if (statistics != null) {
                     transport.reply(statistics, request);
                 }

@@ -1,5 +1,6 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.image.Texts;
 import java.lang.ref.Reference;
 import java.util.Arrays;
 import java.util.Collections;

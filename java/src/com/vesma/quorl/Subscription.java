@@ -1,5 +1,6 @@
 package com.vesma.quorl;
 
+import com.vesma.quorl.internal.threads.Uncaught;
 import java.util.concurrent.Flow;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.concurrent.locks.Condition;
@@ -15,7 +16,7 @@ final class Subscription implements Flow.Subscription {
     private static final AtomicInteger COUNT = new AtomicInteger();
 
     private final QuorlListener listener;
-    private final Pull pull;
+    private final PullSource pull;
     private final Flow.Subscriber<? super QuorlMsg> subscriber;
     private final Thread thread;
 
@@ -40,7 +41,7 @@ final class Subscription implements Flow.Subscription {
     /** Whether the thread is inside onNext. Used by that thread alone. */
     private boolean passing;
 
-    Subscription(QuorlListener listener, Pull pull, Flow.Subscriber<? super QuorlMsg> subscriber) {
+    Subscription(QuorlListener listener, PullSource pull, Flow.Subscriber<? super QuorlMsg> subscriber) {
         this.listener = listener;
         this.pull = pull;
         this.subscriber = subscriber;
@@ -151,16 +152,16 @@ final class Subscription implements Flow.Subscription {
                 continue;
             } catch (Throwable e) {
                 // Of another event on the queue, or of onNext, which has cancelled then.
-                Dispatching.report(thread.getUncaughtExceptionHandler(), e);
+                Uncaught.report(thread.getUncaughtExceptionHandler(), e);
             }
         }
         listener.close();
         try {
             end();
         } catch (Throwable e) {
-            Dispatching.report(thread.getUncaughtExceptionHandler(), e);
+            Uncaught.report(thread.getUncaughtExceptionHandler(), e);
         }
-        Gate.remove(worker);
+        DestructionBarrier.remove(worker);
     }
 
     private void end() {

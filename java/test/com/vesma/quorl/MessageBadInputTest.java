@@ -5,6 +5,7 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.vesma.quorl.internal.image.ImageWriter;
 import java.net.Inet4Address;
 import java.time.Instant;
 import java.util.ArrayList;

@@ -3,7 +3,6 @@ package com.vesma.quorl;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import java.io.File;
 import java.lang.reflect.Array;
 import java.lang.reflect.Constructor;
 import java.lang.reflect.Executable;
@@ -13,7 +12,6 @@ import java.lang.reflect.Modifier;
 import java.lang.reflect.Proxy;
 import java.net.Inet4Address;
 import java.net.InetAddress;
-import java.net.URL;
 import java.nio.file.Path;
 import java.time.Duration;
 import java.time.Instant;
@@ -22,7 +20,7 @@ import java.util.Arrays;
 import java.util.Comparator;
 import java.util.List;
 import java.util.Map;
-import java.util.TreeMap;
+import java.util.Set;
 import java.util.concurrent.Executor;
 import java.util.function.Function;
 import org.junit.jupiter.api.Test;
@@ -36,7 +34,9 @@ class NullArgumentsTest extends OpenLibrary {
 
     @Test
     void aNullThatIsRefusedIsNamed() throws Exception {
-        for (Class<?> type : publicClasses()) {
+        List<Class<?>> classes = ApiClasses.all();
+        assertTrue(classes.size() > 20, classes.toString());
+        for (Class<?> type : classes) {
             for (Constructor<?> constructor : type.getConstructors()) {
                 tryNulls(constructor, given -> constructor.newInstance(given));
             }
@@ -156,6 +156,12 @@ class NullArgumentsTest extends OpenLibrary {
         if (type == List.class || type == Iterable.class) {
             return List.of();
         }
+        if (type == Set.class) {
+            return Set.of();
+        }
+        if (type == Map.class) {
+            return Map.of();
+        }
         if (type == Quorl.class) {
             return quorl;
         }
@@ -178,6 +184,19 @@ class NullArgumentsTest extends OpenLibrary {
         if (type.isAssignableFrom(QuorlQrdTransport.class)) {
             return new QuorlQrdTransport("");
         }
+        if (type.isEnum()) {
+            return type.getEnumConstants()[0];
+        }
+        if (type == QuorlCmTransport.Builder.class) {
+            return QuorlCmTransport.builder(transport);
+        }
+        if (type == QuorlCmTransport.class) {
+            return Certified.isThere(transport) ? QuorlCmTransport.builder(transport).open() : null;
+        }
+        if (type == QuorlCmListener.class) {
+            return Certified.isThere(transport)
+                    ? new QuorlCmListener(queue, QuorlCmTransport.builder(transport).open(), "a", (l, m) -> {}) : null;
+        }
         if (type == Executor.class) {
             return (Executor) Runnable::run;
         }
@@ -185,19 +204,5 @@ class NullArgumentsTest extends OpenLibrary {
             return Proxy.newProxyInstance(type.getClassLoader(), new Class<?>[] {type}, (proxy, method, given) -> null);
         }
         return null;
-    }
-
-    private static List<Class<?>> publicClasses() throws Exception {
-        URL place = Quorl.class.getProtectionDomain().getCodeSource().getLocation();
-        Map<String, Class<?>> found = new TreeMap<>();
-        for (File file : Path.of(place.toURI()).resolve(PACKAGE.replace('.', '/')).toFile().listFiles()) {
-            String name = file.getName().replaceFirst("\\.class$", "");
-            Class<?> type = Class.forName(PACKAGE + name);
-            if (Modifier.isPublic(type.getModifiers())) {
-                found.put(name, type);
-            }
-        }
-        assertTrue(found.size() > 20, found.toString());
-        return new ArrayList<>(found.values());
     }
 }

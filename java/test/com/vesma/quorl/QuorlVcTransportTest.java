@@ -9,6 +9,7 @@ import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.vesma.quorl.internal.image.Texts;
 import java.time.Duration;
 import java.util.ArrayList;
 import java.util.List;
@@ -183,6 +184,29 @@ class QuorlVcTransportTest extends OpenLibrary {
     @Test
     void theTransportBelowEndsTheRequestsThatWait() throws Exception {
         requestsEndWhen("the transport below was closed", pair -> transport.close());
+    }
+
+    private static void assertAnswered(Pair pair) {
+        try (QuorlMsg question = new QuorlMsg("answer");
+                QuorlMsg reply = pair.connecting.request(question, LIMIT)) {
+            assertEquals(1, reply.getI32("n"));
+        } catch (InterruptedException e) {
+            throw new AssertionError(e);
+        }
+    }
+
+    /** Anybody in the process may send one. */
+    @Test
+    void anAdvisoryEndsNoRequest() throws Exception {
+        requestsEndWhen("the peer closed", pair -> {
+            try (QuorlMsg forged = new QuorlMsg("_QUORL.WARN.circuit.lost")) {
+                transport.send(forged.addI32("transport", pair.connecting.id()));
+            }
+            for (int i = 0; i < 20; i++) {
+                assertAnswered(pair);
+            }
+            pair.accepting.close();
+        });
     }
 
     @Test

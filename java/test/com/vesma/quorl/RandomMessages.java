@@ -3,6 +3,7 @@ package com.vesma.quorl;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 
+import com.vesma.quorl.internal.image.ImageValues;
 import java.math.BigInteger;
 import java.net.Inet4Address;
 import java.net.InetAddress;

@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.vesma.quorl.internal.image.ImageValues;
 import java.math.BigInteger;
 import java.net.Inet4Address;
 import java.net.InetAddress;

@@ -8,6 +8,7 @@ import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.vesma.quorl.internal.image.Texts;
 import java.time.Duration;
 import java.util.ArrayList;
 import java.util.Collections;

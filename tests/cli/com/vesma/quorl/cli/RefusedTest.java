@@ -51,21 +51,21 @@ class RefusedTest {
 
     @Test
     void theDoctorNamesThePermissionThatIsMissing() throws Exception {
-        String marks = "\"quorl.*.*._MARK.>\", \"quorl.*.*._INBOX.>\"";
-        try (ConfiguredServer server = new ConfiguredServer(folder, ConfiguredServer.userWith("publish: [ " + marks + " ]"))) {
+        String probes = "\"quorl.*.*._PROBE.>\", \"quorl.*.*._INBOX.>\"";
+        try (ConfiguredServer server = new ConfiguredServer(folder, ConfiguredServer.userWith("publish: [ " + probes + " ]"))) {
             Cli doctor = Cli.run("doctor", "--daemon", server.address, "--service", "lab");
             assertEquals(1, doctor.code(), doctor.out());
             assertTrue(doctor.out().contains("wrong  permissions  this user may not publish on"), doctor.out());
             assertTrue(doctor.out().contains("permissions: { publish: \"quorl.default.lab.>\", subscribe: \"quorl.default.lab.>\" }"),
                     doctor.out());
         }
-        try (ConfiguredServer server = new ConfiguredServer(folder, ConfiguredServer.userWith("subscribe: [ " + marks + " ]"))) {
+        try (ConfiguredServer server = new ConfiguredServer(folder, ConfiguredServer.userWith("subscribe: [ " + probes + " ]"))) {
             Cli doctor = Cli.run("doctor", "--daemon", server.address);
             assertEquals(1, doctor.code(), doctor.out());
             assertTrue(doctor.out().contains("wrong  permissions  this user may not subscribe on"), doctor.out());
         }
         try (ConfiguredServer server = new ConfiguredServer(folder, ConfiguredServer.userWith(
-                "publish: [ " + marks + " ], subscribe: [ " + marks + " ]"))) {
+                "publish: [ " + probes + " ], subscribe: [ " + probes + " ]"))) {
             Cli doctor = Cli.run("doctor", "--daemon", server.address);
             assertEquals(1, doctor.code(), doctor.out());
             assertTrue(doctor.out().contains("wrong  permissions  this user may not publish and subscribe on"), doctor.out());

@@ -1,0 +1,396 @@
+// Opening, closing and reading. What writes is in ledger_commit.cpp.
+#include "certified/ledger/ledger.h"
+
+#include <sys/stat.h>
+
+#include <fstream>
+#include <new>
+#include <span>
+
+#include "certified/ledger/checked_pages.h"
+#include "certified/ledger/format.h"
+
+namespace quorl::certified {
+namespace {
+
+// Images up to here lie in the page of their row, which load() reads anyway; it checks them on the way. read() checks all.
+constexpr int64_t checkedByLoad = 3500;
+
+constexpr int64_t logLimit = int64_t{32} << 20;  // bytes that the log keeps after a burst
+constexpr int64_t cacheKibibytes = 8192;         // of pages in memory
+constexpr uint64_t logHeaderSize = 32;
+
+// Catches what the standard library throws when there is no memory.
+template <class F>
+Outcome guarded(F&& body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        return {QUORL_NO_MEMORY, {}};
+    }
+}
+
+// A path as part of a SQLite URI.
+std::string escaped(const std::string& path) {
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string uri;
+    for (const char c : path) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte <= ' ' || byte >= 0x7f || c == '%' || c == '?' || c == '#') {
+            uri += {'%', digits[byte >> 4], digits[byte & 15]};
+        } else {
+            uri += c;
+        }
+    }
+    return uri;
+}
+
+std::span<const uint8_t> asBytes(std::string_view text) {
+    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+// What tells one run of the system from the next; empty: not known.
+std::string systemRun() {
+    std::string id;
+    std::ifstream("/proc/sys/kernel/random/boot_id") >> id;
+    return id;
+}
+
+}  // namespace
+
+Ledger::Ledger(std::unique_ptr<OwnedFile> file, const Options& options)
+    : options_(options),
+      vfs_(checkedPages(options.files)),
+      file_(std::move(file)),
+      nextCheckpoint_(static_cast<int>(options.checkpointFrames)),
+      group_([this](std::vector<Step>& steps) { return commit(steps); }) {}
+
+Outcome Ledger::open(const Options& options, std::unique_ptr<Ledger>* ledger) noexcept {
+    return guarded([&] { return openThrowing(options, ledger); });
+}
+
+Outcome Ledger::openThrowing(const Options& options, std::unique_ptr<Ledger>* ledger) {
+    if (options.name.empty()) return {QUORL_INVALID_ARG, "a ledger needs a certified name, and it is empty"};
+    std::unique_ptr<OwnedFile> file;
+    Outcome outcome = OwnedFile::open(options.path, OwnedFile::Use::own, &file);
+    if (outcome.status == QUORL_FILE_NOT_FOUND) {
+        std::string content;
+        outcome = format::newFile(options.name, &content);
+        if (outcome.ok()) outcome = createFile(options.path, content);
+        if (outcome.ok() || outcome.status == QUORL_ALREADY_EXISTS) {
+            outcome = OwnedFile::open(options.path, OwnedFile::Use::own, &file);
+        }
+    }
+    if (outcome.ok()) outcome = format::checkBeginning(file->descriptor(), file->path());
+    if (!outcome.ok()) return outcome;
+    std::unique_ptr<Ledger> made(new Ledger(std::move(file), options));
+    if (made->vfs_ == nullptr) return {QUORL_NO_MEMORY, {}};
+    outcome = made->openToRead();
+    if (!outcome.ok()) return outcome;
+    *ledger = std::move(made);
+    return {};
+}
+
+// Whatever is found wrong with the file, here and in load(), it is still as it was: with a log, closing leaves both alone; without
+// one, the file is read in a way that does not make one.
+Outcome Ledger::openToRead() {
+    struct stat log {};
+    const std::string& path = file_->path();
+    const std::string logPath = path + "-wal";
+    hasLog_ = stat(logPath.c_str(), &log) == 0 && static_cast<uint64_t>(log.st_size) > logHeaderSize;
+    Outcome outcome;
+    if (hasLog_) {
+        outcome = connect();
+    } else {
+        outcome = database_.open(path, "file:" + escaped(path) + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI,
+                                 vfs_);
+    }
+    if (outcome.ok()) outcome = checkContent();
+    if (outcome.ok() && !hasLog_ && !mark_.empty()) {
+        return {QUORL_INVALID_FILE, "the ledger " + path + " was not closed, and its log " + logPath +
+                                        ", which has what was stored last, is missing; put it back beside the ledger"};
+    }
+    if (outcome.ok()) outcome = loadSegments();
+    return outcome;
+}
+
+Outcome Ledger::connect() {
+    Outcome outcome = database_.open(file_->path(), file_->path(), SQLITE_OPEN_READWRITE, vfs_);
+    if (!outcome.ok()) return outcome;
+    // SQLite would take away the log, and the mark of an open ledger may be in the file.
+    sqlite3_db_config(database_.connection(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    // An exclusive owner keeps the log's index in its own memory; no file is mapped, since a page of a mapped file that cannot be
+    // read ends the process.
+    return database_.execute(
+        "PRAGMA locking_mode=EXCLUSIVE; PRAGMA mmap_size=0; PRAGMA temp_store=MEMORY; "
+        "PRAGMA cell_size_check=ON; PRAGMA trusted_schema=OFF; PRAGMA secure_delete=FAST; "
+        "PRAGMA cache_size=-" +
+        std::to_string(cacheKibibytes) + "; PRAGMA journal_size_limit=" + std::to_string(logLimit) +
+        "; PRAGMA synchronous=NORMAL");
+}
+
+Outcome Ledger::checkContent() {
+    Statement statement;
+    Outcome outcome = database_.prepare("SELECT sql FROM sqlite_schema ORDER BY rowid", &statement);
+    if (!outcome.ok()) return outcome;
+    size_t seen = 0;
+    int code = statement.step();
+    for (; code == SQLITE_ROW; code = statement.step(), ++seen) {
+        if (seen == std::size(format::tables) || statement.bytes(0) != format::tables[seen]) break;
+    }
+    if (code != SQLITE_ROW && code != SQLITE_DONE) return database_.failure(code, "open");
+    if (code == SQLITE_ROW || seen != std::size(format::tables)) {
+        return {QUORL_INVALID_FILE,
+                "the file " + file_->path() + " has not the tables of a ledger; it is left as it is"};
+    }
+    outcome = database_.prepare("SELECT value FROM property WHERE key = ?", &statement);
+    if (!outcome.ok()) return outcome;
+    const Resetting resetting(statement);
+    statement.bindText(1, "name");
+    code = statement.step();
+    if (code == SQLITE_ROW && statement.bytes(0) != options_.name) {
+        return {QUORL_NOT_FILE_OWNER, "the ledger " + file_->path() + " is that of the certified name " +
+                                          std::string(statement.bytes(0)) + ", not of " + options_.name};
+    }
+    if (code == SQLITE_ROW) {
+        statement.reset();
+        statement.bindText(1, "open");
+        code = statement.step();
+    }
+    if (code == SQLITE_ROW) {
+        mark_ = statement.bytes(0);
+        return {};
+    }
+    if (code != SQLITE_DONE) return database_.failure(code, "open");
+    return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " is damaged: it does not say whose it is"};
+}
+
+// What was read makes sense: from now on the file may change.
+Outcome Ledger::openToWrite() {
+    Outcome outcome;
+    if (!hasLog_) {
+        database_.close();
+        outcome = connect();
+    }
+    if (outcome.ok()) outcome = prepareStatements();
+    if (!outcome.ok()) return outcome;
+    sqlite3* const connection = database_.connection();
+    int chunk = static_cast<int>(options_.growth);
+    sqlite3_file_control(connection, "main", SQLITE_FCNTL_CHUNK_SIZE, &chunk);
+    sqlite3_wal_hook(
+        connection,
+        [](void* frames, sqlite3*, const char*, int count) {
+            *static_cast<int*>(frames) = count;
+            return SQLITE_OK;
+        },
+        &logFrames_);
+    // "power" or "process", and in which run of the system.
+    const bool power = options_.durability == Durability::power;
+    const std::string own = (power ? "power " : "process ") + systemRun();
+    complete_ = mark_.empty() || mark_.starts_with("power") || (mark_ == own && mark_.size() > sizeof("process"));
+    outcome = mark_ != own ? setMark(own) : checkpoint(SQLITE_CHECKPOINT_PASSIVE);
+    writable_ = outcome.ok();
+    file_->name();
+    return outcome;
+}
+
+// The mark is in the file itself, not only in the log, before anything else is: a ledger that was not closed and has lost its log
+// is known by it.
+Outcome Ledger::setMark(const std::string& mark) {
+    Statement statement;
+    Outcome outcome = database_.prepare("UPDATE property SET value = ? WHERE key = 'open'", &statement);
+    if (!outcome.ok()) return outcome;
+    statement.bindText(1, mark);
+    if (const int code = statement.step(); code != SQLITE_DONE) return database_.failure(code, "write");
+    return checkpoint(!mark.empty() ? SQLITE_CHECKPOINT_PASSIVE : SQLITE_CHECKPOINT_TRUNCATE);
+}
+
+Outcome Ledger::prepareStatements() {
+    const std::pair<const char*, Statement*> all[] = {
+        {"BEGIN IMMEDIATE", &begin_},
+        {"COMMIT", &end_},
+        {"ROLLBACK", &rollBack_},
+        {"INSERT OR REPLACE INTO message VALUES(?,?,?,?,?)", &insert_},
+        {"DELETE FROM message WHERE id = ?", &eraseOne_},
+        {"DELETE FROM message WHERE id BETWEEN ? AND ?", &eraseRange_},
+        {"INSERT OR REPLACE INTO state VALUES(?,?,?)", &insertState_},
+        {"DELETE FROM state WHERE key = ?", &deleteState_},
+        {"INSERT INTO segment VALUES(?,?,?,?)", &insertSegment_},
+        {"SELECT expires, sum, reply, image FROM message WHERE id = ?", &read_},
+        {"PRAGMA page_count", &pages_},
+    };
+    Outcome outcome;
+    for (const auto& [sql, statement] : all) {
+        if (outcome.ok()) outcome = database_.prepare(sql, statement);
+    }
+    return outcome;
+}
+
+Outcome Ledger::loadSegments() {
+    Statement statement;
+    Outcome outcome = database_.prepare("SELECT id, subject, high, text FROM segment ORDER BY id", &statement);
+    if (!outcome.ok()) return outcome;
+    int code = statement.step();
+    for (; code == SQLITE_ROW; code = statement.step()) {
+        const int64_t id = statement.number(0);
+        const int64_t subject = statement.number(1);
+        const int64_t high = statement.number(2);
+        const bool fits = id > 0 && id <= format::lastSegment && subject >= 0 && subject <= UINT32_MAX && high >= 0 &&
+                          high <= UINT32_MAX;
+        if (!fits || !segments_
+                          .try_emplace({static_cast<uint32_t>(subject), static_cast<uint32_t>(high)},
+                                       Segment{static_cast<uint32_t>(id), std::string(statement.bytes(3))})
+                          .second) {
+            return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " is damaged: row " + std::to_string(id) +
+                                            " of its table of subjects makes no sense"};
+        }
+        nextSegment_ = static_cast<uint32_t>(id) + 1;
+    }
+    if (code != SQLITE_DONE) return database_.failure(code, "open");
+    return {};
+}
+
+Ledger::~Ledger() {
+    if (file_->inherited()) {
+        for (Statement* statement : {&begin_, &end_, &rollBack_, &insert_, &eraseOne_, &eraseRange_, &insertState_,
+                                     &deleteState_, &insertSegment_, &read_, &pages_}) {
+            statement->abandon();
+        }
+        database_.abandon();
+        return;
+    }
+    guarded([this] {
+        group_.flush();
+        const std::lock_guard guard(lock_);
+        if (!writable_) return Outcome{};
+        if (uncut_ && !cutLog().ok()) return Outcome{};
+        Outcome outcome = setMark({});
+        if (outcome.ok()) sqlite3_db_config(database_.connection(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+        return outcome;
+    });
+}
+
+Outcome Ledger::usable(Use use) const {
+    if (file_->inherited()) {
+        return {QUORL_NOT_PERMITTED,
+                "the ledger " + file_->path() + " belongs to the process that this one was forked from"};
+    }
+    if (use == Use::full && !writable_) {
+        return {QUORL_NOT_PERMITTED, "the ledger " + file_->path() + " has not been loaded"};
+    }
+    return {};
+}
+
+Outcome Ledger::load(Loader& loader) noexcept {
+    return guarded([&] {
+        Outcome outcome = usable(Use::loading);
+        if (!outcome.ok()) return outcome;
+        const std::lock_guard guard(lock_);
+        outcome = loadThrowing(loader);
+        if (outcome.ok() && !writable_) outcome = openToWrite();
+        return outcome;
+    });
+}
+
+Outcome Ledger::loadThrowing(Loader& loader) {
+    Statement statement;
+    Outcome outcome = database_.prepare("SELECT key, sum, value FROM state ORDER BY key", &statement);
+    if (!outcome.ok()) return outcome;
+    int code = statement.step();
+    for (; code == SQLITE_ROW; code = statement.step()) {
+        const std::string_view key = statement.bytes(0);
+        const std::string_view value = statement.bytes(2);
+        if (static_cast<uint64_t>(statement.number(1)) != format::stateChecksum(key, value)) {
+            return {QUORL_INVALID_FILE, "the ledger " + file_->path() +
+                                            " is damaged: what it says of registrations cannot be trusted (checksum)"};
+        }
+        loader.state(key, value);
+    }
+    if (code != SQLITE_DONE) return database_.failure(code, "read");
+    for (const auto& [place, segment] : segments_) {
+        outcome = loadMessages(place.first, place.second, segment, loader);
+        if (!outcome.ok()) return outcome;
+    }
+    return {};
+}
+
+Outcome Ledger::loadMessages(uint32_t subject, uint32_t high, const Segment& segment, Loader& loader) {
+    Statement statement;
+    Outcome outcome = database_.prepare(
+        "SELECT id, expires, length(image), sum, reply, CASE WHEN length(image) <= ? THEN image END "
+        "FROM message WHERE id BETWEEN ? AND ? ORDER BY id",
+        &statement);
+    if (!outcome.ok()) return outcome;
+    statement.bind(1, checkedByLoad);
+    statement.bind(2, format::rowOf(segment.id, 0));
+    statement.bind(3, format::rowOf(segment.id, UINT32_MAX));
+    int code = statement.step();
+    for (; code == SQLITE_ROW; code = statement.step()) {
+        const StoredMessage message{.subject = subject,
+                                    .number = uint64_t{high} << 32 | format::lowOfRow(statement.number(0)),
+                                    .size = static_cast<uint32_t>(statement.number(2)),
+                                    .expires = statement.number(1)};
+        loader.message(message);
+        if (statement.isNull(5)) continue;
+        const format::Record record{.subjectNumber = subject,
+                                    .number = message.number,
+                                    .expires = message.expires,
+                                    .reply = statement.bytes(4),
+                                    .image = statement.bytes(5)};
+        if (record.checksum() != static_cast<uint64_t>(statement.number(3))) {
+            loader.damaged(message, damagedMessage(subject, message.number).text);
+        }
+    }
+    if (code != SQLITE_DONE) return database_.failure(code, "read");
+    return {};
+}
+
+Outcome Ledger::damagedMessage(uint32_t subject, uint64_t number) const {
+    const auto found = segments_.find({subject, static_cast<uint32_t>(number >> 32)});
+    return {QUORL_INVALID_FILE, "message " + std::to_string(number) + " on " +
+                                    (found != segments_.end() ? found->second.text : std::string("?")) +
+                                    " in the ledger " + file_->path() +
+                                    " is damaged (checksum) and cannot be sent again"};
+}
+
+Outcome Ledger::read(uint32_t subject, uint64_t number, companion::Message* message) noexcept {
+    return guarded([&] {
+        Outcome outcome = usable(Use::full);
+        if (!outcome.ok()) return outcome;
+        readers_.fetch_add(1, std::memory_order_relaxed);
+        const std::lock_guard guard(lock_);
+        readers_.fetch_sub(1, std::memory_order_relaxed);
+        return readThrowing(subject, number, message);
+    });
+}
+
+Outcome Ledger::readThrowing(uint32_t subject, uint64_t number, companion::Message* message) {
+    const auto notFound = [&] {
+        return Outcome{QUORL_NOT_FOUND, "the ledger " + file_->path() + " has no message " + std::to_string(number) +
+                                            " on its subject " + std::to_string(subject)};
+    };
+    const auto found = segments_.find({subject, static_cast<uint32_t>(number >> 32)});
+    if (found == segments_.end()) return notFound();
+    const Resetting resetting(read_);
+    read_.bind(1, format::rowOf(found->second.id, static_cast<uint32_t>(number)));
+    const int code = read_.step();
+    if (code == SQLITE_DONE) return notFound();
+    if (code != SQLITE_ROW) return database_.failure(code, "read");
+    const format::Record record{.subjectNumber = subject,
+                                .number = number,
+                                .expires = read_.number(0),
+                                .reply = read_.bytes(2),
+                                .image = read_.bytes(3)};
+    if (record.checksum() != static_cast<uint64_t>(read_.number(1))) return damagedMessage(subject, number);
+    companion::Message made;
+    const quorl_status status =
+        companion::Message::fromImage(asBytes(record.image), found->second.text, record.reply, &made);
+    if (status != QUORL_OK) {
+        return {status, "message " + std::to_string(number) + " on " + found->second.text + " in the ledger " +
+                            file_->path() + " cannot be made again"};
+    }
+    *message = std::move(made);
+    return {};
+}
+
+}  // namespace quorl::certified

@@ -1,0 +1,298 @@
+// What writes: steps of the machine as transactions of SQLite, many in one.
+#include <sched.h>
+
+#include <algorithm>
+#include <new>
+
+#include "certified/ledger/format.h"
+#include "certified/ledger/ledger.h"
+
+namespace quorl::certified {
+namespace {
+
+// SQLite's own limit, less what else stands in the row.
+constexpr size_t largestValue = 999'000'000;
+
+std::string_view asText(std::span<const uint8_t> bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+format::Record recordOf(const Write& write) {
+    return {.subjectNumber = write.subject,
+            .number = write.number,
+            .expires = write.expires,
+            .reply = write.message.replySubject(),
+            .image = asText(write.message.image())};
+}
+
+}  // namespace
+
+Outcome Ledger::submit(Transaction transaction, Ticket* ticket) noexcept {
+    Outcome outcome;
+    try {
+        outcome = usable(Use::full);
+        if (!outcome.ok()) return outcome;
+        // The checksums are made here, where threads do not wait for each other.
+        const bool knowsOfFailure = transaction.afterFailure;
+        Step step{std::move(transaction), {}};
+        const std::vector<Write>& writes = step.transaction.writes;
+        step.sums.resize(writes.size());
+        for (size_t i = 0; i < writes.size(); ++i) {
+            const Write& write = writes[i];
+            size_t size = 0;
+            if (write.kind == Write::Kind::putMessage) {
+                const format::Record record = recordOf(write);
+                step.sums[i] = record.checksum();
+                size = record.reply.size() + record.image.size();
+            } else if (write.kind == Write::Kind::putState) {
+                step.sums[i] = format::stateChecksum(write.key, write.value);
+                size = write.key.size() + write.value.size();
+            }
+            if (size > largestValue) {
+                return {QUORL_INVALID_SIZE, "the ledger " + file_->path() + " takes at most " +
+                                                std::to_string(largestValue) + " bytes at once"};
+            }
+        }
+        *ticket = group_.submit(std::move(step), knowsOfFailure);
+    } catch (const std::bad_alloc&) {
+        outcome = {QUORL_NO_MEMORY, {}};
+    }
+    return outcome;
+}
+
+Outcome Ledger::wait(const Ticket& ticket) noexcept {
+    try {
+        Outcome outcome = usable(Use::full);
+        if (!outcome.ok()) return outcome;
+        return group_.wait(ticket);
+    } catch (const std::bad_alloc&) {
+        return {QUORL_NO_MEMORY, {}};
+    }
+}
+
+Outcome Ledger::apply(Transaction transaction) noexcept {
+    Ticket ticket;
+    Outcome outcome = submit(std::move(transaction), &ticket);
+    if (outcome.ok()) outcome = wait(ticket);
+    return outcome;
+}
+
+Outcome Ledger::sync() noexcept {
+    try {
+        Outcome outcome = usable(Use::full);
+        if (outcome.ok()) outcome = group_.flush();
+        if (!outcome.ok() || options_.durability == Durability::power) return outcome;
+        const std::lock_guard guard(lock_);
+        return syncLog();
+    } catch (const std::bad_alloc&) {
+        return {QUORL_NO_MEMORY, {}};
+    }
+}
+
+sqlite3_file* Ledger::logFile() noexcept {
+    sqlite3_file* log = nullptr;
+    sqlite3_file_control(database_.connection(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+    return log != nullptr && log->pMethods != nullptr ? log : nullptr;
+}
+
+Outcome Ledger::syncLog() {
+    sqlite3_file* const log = logFile();
+    const int code = log != nullptr ? log->pMethods->xSync(log, SQLITE_SYNC_NORMAL) : SQLITE_OK;
+    if (code != SQLITE_OK) return database_.failure(code, "write");
+    return {};
+}
+
+// A transaction of which the last part could not be synced stands in the log like one that was accepted, and would come back with
+// the next start.
+Outcome Ledger::cutLog() {
+    constexpr int64_t headerSize = 32;
+    constexpr int64_t frameSize = 24 + int64_t{format::pageSize};
+    sqlite3_file* const log = logFile();
+    if (log == nullptr) return {};
+    const int64_t valid = logFrames_ == 0 ? 0 : headerSize + logFrames_ * frameSize;
+    sqlite3_int64 size = 0;
+    int code = log->pMethods->xFileSize(log, &size);
+    if (code == SQLITE_OK && size > valid) code = log->pMethods->xTruncate(log, valid);
+    if (code == SQLITE_OK && syncing_) code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL);
+    if (code != SQLITE_OK) return database_.failure(code, "write");
+    return {};
+}
+
+// Called by one thread at a time.
+Outcome Ledger::commit(std::vector<Step>& steps) noexcept {
+    for (int turn = 0; turn < 100 && readers_.load(std::memory_order_relaxed) != 0; ++turn) sched_yield();
+    try {
+        const std::lock_guard guard(lock_);
+        Outcome outcome = commitOnce(steps);
+        if (full_) {
+            // Room in the log is found by copying it to its places, which are reserved.
+            full_ = false;
+            if (checkpoint(SQLITE_CHECKPOINT_RESTART).ok()) outcome = commitOnce(steps);
+        }
+        if (outcome.ok() && logFrames_ >= nextCheckpoint_) {
+            const bool copied = checkpoint(SQLITE_CHECKPOINT_PASSIVE).ok();
+            nextCheckpoint_ = static_cast<int>(options_.checkpointFrames) + (copied ? 0 : logFrames_);
+        }
+        return outcome;
+    } catch (const std::bad_alloc&) {
+        return {QUORL_NO_MEMORY, {}};
+    }
+}
+
+Outcome Ledger::commitOnce(std::vector<Step>& steps) {
+    newSegments_.clear();
+    const bool sync = options_.durability == Durability::power ||
+                      std::any_of(steps.begin(), steps.end(), [](const Step& step) { return step.transaction.sync; });
+    Outcome outcome;
+    if (uncut_) outcome = cutLog();
+    uncut_ = !outcome.ok();
+    if (outcome.ok()) outcome = setSyncing(sync);
+    if (outcome.ok()) outcome = run(begin_);
+    if (!outcome.ok()) return outcome;
+    for (const Step& step : steps) {
+        if (outcome.ok()) outcome = carryOut(step);
+    }
+    if (outcome.ok()) outcome = reserve();
+    if (outcome.ok()) outcome = run(end_);
+    if (outcome.ok()) return outcome;
+    if (sqlite3_get_autocommit(database_.connection()) == 0) {
+        rollBack_.step();
+        rollBack_.reset();
+    }
+    for (const auto& place : newSegments_) segments_.erase(place);
+    uncut_ = !cutLog().ok();
+    return outcome;
+}
+
+Outcome Ledger::setSyncing(bool sync) {
+    if (sync == syncing_) return {};
+    Outcome outcome = database_.execute(sync ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
+    if (outcome.ok()) syncing_ = sync;
+    return outcome;
+}
+
+Outcome Ledger::carryOut(const Step& step) {
+    Outcome outcome;
+    for (size_t i = 0; i < step.transaction.writes.size() && outcome.ok(); ++i) {
+        const Write& write = step.transaction.writes[i];
+        switch (write.kind) {
+            case Write::Kind::putMessage:
+                outcome = put(write, step.sums[i]);
+                break;
+            case Write::Kind::eraseMessages:
+                outcome = erase(write);
+                break;
+            case Write::Kind::putState:
+                outcome = putState(write, step.sums[i]);
+                break;
+            case Write::Kind::eraseState:
+                outcome = eraseState(write);
+                break;
+        }
+    }
+    return outcome;
+}
+
+Outcome Ledger::put(const Write& write, uint64_t sum) {
+    const Segment* segment = nullptr;
+    Outcome outcome = segmentFor(write, &segment);
+    if (!outcome.ok()) return outcome;
+    const format::Record record = recordOf(write);
+    insert_.bind(1, format::rowOf(segment->id, static_cast<uint32_t>(write.number)));
+    insert_.bind(2, record.expires);
+    insert_.bind(3, static_cast<int64_t>(sum));
+    record.reply.empty() ? insert_.bindNothing(4) : insert_.bindText(4, record.reply);
+    insert_.bindBytes(5, record.image);
+    return run(insert_);
+}
+
+Outcome Ledger::segmentFor(const Write& write, const Segment** segment) {
+    const std::pair place{write.subject, static_cast<uint32_t>(write.number >> 32)};
+    const auto found = segments_.find(place);
+    if (found != segments_.end()) {
+        *segment = &found->second;
+        return {};
+    }
+    if (nextSegment_ > format::lastSegment) {
+        return {QUORL_IO_FAILED, "the ledger " + file_->path() + " has no room for a further subject"};
+    }
+    const std::string_view text = write.message.subject();
+    insertSegment_.bind(1, nextSegment_);
+    insertSegment_.bind(2, place.first);
+    insertSegment_.bind(3, place.second);
+    insertSegment_.bindText(4, text);
+    newSegments_.push_back(place);
+    const auto added = segments_.try_emplace(place, Segment{nextSegment_, std::string(text)}).first;
+    *segment = &added->second;
+    ++nextSegment_;
+    return run(insertSegment_);
+}
+
+Outcome Ledger::erase(const Write& write) {
+    if (write.last < write.number) return {};
+    Outcome outcome;
+    auto at = segments_.lower_bound({write.subject, static_cast<uint32_t>(write.number >> 32)});
+    for (; outcome.ok() && at != segments_.end() && at->first.first == write.subject; ++at) {
+        const uint64_t base = uint64_t{at->first.second} << 32;
+        if (base > write.last) break;
+        const uint64_t first = std::max(base, write.number) - base;
+        const uint64_t last = std::min(base | UINT32_MAX, write.last) - base;
+        Statement& statement = first == last ? eraseOne_ : eraseRange_;
+        statement.bind(1, format::rowOf(at->second.id, static_cast<uint32_t>(first)));
+        if (first != last) statement.bind(2, format::rowOf(at->second.id, static_cast<uint32_t>(last)));
+        outcome = run(statement);
+    }
+    return outcome;
+}
+
+Outcome Ledger::putState(const Write& write, uint64_t sum) {
+    insertState_.bindBytes(1, write.key);
+    insertState_.bind(2, static_cast<int64_t>(sum));
+    insertState_.bindBytes(3, write.value);
+    return run(insertState_);
+}
+
+Outcome Ledger::eraseState(const Write& write) {
+    deleteState_.bindBytes(1, write.key);
+    return run(deleteState_);
+}
+
+Outcome Ledger::run(Statement& statement) {
+    const int code = statement.step();
+    if (code == SQLITE_DONE) {
+        statement.reset();
+        return {};
+    }
+    Outcome outcome = database_.failure(code, "write");
+    full_ = code == SQLITE_FULL;
+    statement.reset();
+    return outcome;
+}
+
+// Sees to it that the pages which the transaction adds have a place in the file, so that the log can be copied there even when the
+// disk is full meanwhile.
+Outcome Ledger::reserve() {
+    if (pages_.step() != SQLITE_ROW) {
+        pages_.reset();
+        return {QUORL_IO_FAILED, "cannot tell the size of the ledger " + file_->path()};
+    }
+    int64_t bytes = pages_.number(0) * format::pageSize;
+    pages_.reset();
+    if (bytes <= reservedBytes_) return {};
+    if (sqlite3_file_control(database_.connection(), "main", SQLITE_FCNTL_SIZE_HINT, &bytes) != SQLITE_OK) {
+        full_ = true;
+        return database_.failure(SQLITE_FULL, "write");
+    }
+    reservedBytes_ = (bytes + options_.growth - 1) / options_.growth * options_.growth;
+    return {};
+}
+
+Outcome Ledger::checkpoint(int mode) {
+    int frames = 0;
+    const int code = sqlite3_wal_checkpoint_v2(database_.connection(), "main", mode, &frames, nullptr);
+    if (code != SQLITE_OK) return database_.failure(code, "write");
+    logFrames_ = 0;
+    return {};
+}
+
+}  // namespace quorl::certified

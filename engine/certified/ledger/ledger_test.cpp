@@ -1,0 +1,223 @@
+// What a ledger keeps: messages and state, over closing, reopening, the end of the process; and what it does with its room.
+#include "certified/ledger/ledger.h"
+
+#include <thread>
+
+#include "certified/ledger/checksum.h"
+#include "certified/ledger/test_support.h"
+
+namespace quorl::certified {
+namespace {
+
+TEST(Checksum, IsCrc64Xz) {
+    Checksum sum;
+    sum.add("123456789", 9);
+    EXPECT_EQ(sum.value(), 0x995DC9BBDF1939FAu);
+    Checksum pieces;
+    pieces.add("1", 1);
+    pieces.add("2345678", 7);
+    pieces.add("9", 1);
+    EXPECT_EQ(pieces.value(), sum.value());
+}
+
+TEST(Ledger, KeepsWhatWasWritten) {
+    const Folder folder;
+    const std::string path = folder / "orders.ledger";
+    const companion::Message message = messageOf("prices.gold", "1,911", "reply.here");
+    {
+        const auto ledger = opened(path);
+        ASSERT_NE(ledger, nullptr);
+        EXPECT_TRUE(heldBy(*ledger).messages.empty());
+        ASSERT_TRUE(
+            good(ledger->apply(step(put(7, 1, message, 123456789), putState("next", "2"), putState("gone", "x")))));
+        ASSERT_TRUE(good(ledger->apply(step(put(7, 2), eraseState("gone"), putState("next", "3")))));
+        ASSERT_TRUE(good(ledger->apply(step(put(9, 5, "other")))));
+    }
+    for (int turn = 0; turn < 2; ++turn) {
+        const auto ledger = opened(path);
+        ASSERT_NE(ledger, nullptr);
+        const Held held = heldBy(*ledger);
+        EXPECT_EQ(held.states, (std::map<std::string, std::string>{{"next", "3"}}));
+        EXPECT_EQ(held.order, (std::vector<std::pair<uint32_t, uint64_t>>{{7, 1}, {7, 2}, {9, 5}}));
+        EXPECT_EQ(held.messages.at({7, 1}), (Held::Kept{static_cast<uint32_t>(message.image().size()), 123456789}));
+        companion::Message read;
+        ASSERT_TRUE(good(ledger->read(7, 1, &read)));
+        EXPECT_EQ(read.subject(), "prices.gold");
+        EXPECT_EQ(read.replySubject(), "reply.here");
+        EXPECT_EQ(textOf(read.image()), textOf(message.image()));
+        EXPECT_TRUE(read.attributes().empty());
+        ASSERT_TRUE(good(ledger->read(7, 2, &read)));
+        EXPECT_EQ(textOf(read.image()), textOf(messageOf("s", "text").image()));
+        EXPECT_EQ(ledger->read(7, 3, &read).status, QUORL_NOT_FOUND);
+        EXPECT_EQ(ledger->read(8, 1, &read).status, QUORL_NOT_FOUND);
+        EXPECT_EQ(ledger->read(7, (uint64_t{1} << 32) + 1, &read).status, QUORL_NOT_FOUND);
+    }
+    EXPECT_FALSE(std::filesystem::exists(path + "-wal"));
+    struct stat about {};
+    ASSERT_EQ(stat(path.c_str(), &about), 0);
+    EXPECT_EQ(about.st_mode & 0777, 0600u);
+}
+
+TEST(Ledger, TakesTheWholeRangeOfNumbers) {
+    const Folder folder;
+    const std::string path = folder / "orders.ledger";
+    constexpr uint64_t top = UINT64_MAX;
+    constexpr uint64_t turn = uint64_t{1} << 32;
+    const std::vector<uint64_t> numbers = {0, 1, turn - 1, turn, turn + 1, 3 * turn, top - 1, top};
+    {
+        const auto ledger = opened(path);
+        Transaction writes;
+        for (const uint32_t subject : {0u, 1u, UINT32_MAX}) {
+            for (const uint64_t number : numbers) writes.writes.push_back(put(subject, number));
+        }
+        ASSERT_TRUE(good(ledger->apply(std::move(writes))));
+        ASSERT_TRUE(good(ledger->apply(step(erase(1, 1, turn)))));
+        ASSERT_TRUE(good(ledger->apply(step(erase(1, top, top), erase(1, 5, 4)))));
+        ASSERT_TRUE(good(ledger->apply(step(erase(0, 0, top)))));
+    }
+    const auto ledger = opened(path);
+    const Held held = heldBy(*ledger);
+    EXPECT_TRUE(held.numbers(0).empty());
+    EXPECT_EQ(held.numbers(1), (std::vector<uint64_t>{0, turn + 1, 3 * turn, top - 1}));
+    EXPECT_EQ(held.numbers(UINT32_MAX), numbers);
+    companion::Message read;
+    EXPECT_TRUE(good(ledger->read(UINT32_MAX, top, &read)));
+}
+
+TEST(Ledger, TakesAnyMessageAndAnyState) {
+    const Folder folder;
+    const std::string path = folder / "orders.ledger";
+    const std::string large(5'000'000, 'x');
+    const std::string odd("a\0b\xff'\"", 6);
+    const auto write = [&](Ledger& ledger) {
+        ASSERT_TRUE(
+            good(ledger.apply(step(put(1, 1, large), put(1, 2, messageOf("another.subject", "")), putState("", ""),
+                                   putState(odd, large), put(1, 3, messageOf("", "")), put(1, 1, large)))));
+    };
+    write(*opened(path));
+    write(*opened(path));  // the same again replaces it
+    const auto ledger = opened(path);
+    const Held held = heldBy(*ledger);
+    EXPECT_EQ(held.messages.size(), 3u);
+    EXPECT_EQ(held.states, (std::map<std::string, std::string>{{"", ""}, {odd, large}}));
+    companion::Message read;
+    ASSERT_TRUE(good(ledger->read(1, 2, &read)));
+    ASSERT_TRUE(good(ledger->read(1, 1, &read)));
+    EXPECT_EQ(textOf(read.image()), textOf(messageOf("s", large).image()));
+}
+
+// What a second process would find if this one were killed now.
+Held heldAfterKill(const std::string& path) {
+    const Folder folder;
+    const std::string copy = folder / "copy";
+    std::filesystem::copy_file(path, copy);
+    if (std::filesystem::exists(path + "-wal")) std::filesystem::copy_file(path + "-wal", copy + "-wal");
+    return heldBy(*opened(copy));
+}
+
+TEST(Ledger, HasInTheFileWhatItHasAccepted) {
+    const Folder folder;
+    const std::string path = folder / "orders.ledger";
+    for (const Durability durability : {Durability::process, Durability::power}) {
+        const auto ledger = opened(path, durability);
+        for (uint64_t number = 1; number <= 20; ++number) {
+            ASSERT_TRUE(good(ledger->apply(step(put(1, number), putState("next", std::to_string(number))))));
+            const Held held = heldAfterKill(path);
+            EXPECT_EQ(held.messages.size(), number);
+            EXPECT_EQ(held.states.at("next"), std::to_string(number));
+        }
+        ASSERT_TRUE(good(ledger->sync()));
+        ASSERT_TRUE(good(ledger->apply(step(erase(1, 1, 20)))));
+    }
+}
+
+TEST(Ledger, CommitsWhatIsSubmittedWithoutWaiting) {
+    const Folder folder;
+    const std::string path = folder / "orders.ledger";
+    {
+        const auto ledger = opened(path);
+        Ledger::Ticket first;
+        Ledger::Ticket second;
+        ASSERT_TRUE(good(ledger->submit(step(put(1, 1)), &first)));
+        ASSERT_TRUE(good(ledger->submit(step(erase(1, 1, 1), put(1, 2)), &second)));
+        EXPECT_TRUE(heldBy(*ledger).messages.empty());
+        ASSERT_TRUE(good(ledger->wait(second)));
+        ASSERT_TRUE(good(ledger->wait(first)));
+        EXPECT_EQ(heldBy(*ledger).numbers(1), std::vector<uint64_t>{2});
+        ASSERT_TRUE(good(ledger->submit(step(put(1, 3)), &first)));
+    }
+    EXPECT_EQ(heldBy(*opened(path)).numbers(1), (std::vector<uint64_t>{2, 3}));
+}
+
+TEST(Ledger, TakesStepsOfManyThreadsInTheirOrder) {
+    const Folder folder;
+    const std::string path = folder / "orders.ledger";
+    constexpr uint32_t threads = 16;
+    constexpr uint64_t steps = 200;
+    {
+        const auto ledger = opened(path, Durability::power);
+        std::vector<std::thread> running;
+        for (uint32_t thread = 0; thread < threads; ++thread) {
+            running.emplace_back([&, thread] {
+                for (uint64_t number = 1; number <= steps; ++number) {
+                    ASSERT_TRUE(good(ledger->apply(step(put(thread, number),
+                                                        putState(std::to_string(thread), std::to_string(number)),
+                                                        erase(thread, 1, number > 10 ? number - 10 : 0)))));
+                    companion::Message read;
+                    ASSERT_TRUE(good(ledger->read(thread, number, &read)));
+                }
+            });
+        }
+        for (std::thread& thread : running) thread.join();
+    }
+    const Held held = heldBy(*opened(path));
+    for (uint32_t thread = 0; thread < threads; ++thread) {
+        EXPECT_EQ(held.states.at(std::to_string(thread)), std::to_string(steps));
+        EXPECT_EQ(held.numbers(thread).size(), 10u);
+        EXPECT_EQ(held.numbers(thread).back(), steps);
+    }
+}
+
+TEST(Ledger, DoesNotGrowInSteadyState) {
+    const Folder folder;
+    const std::string path = folder / "orders.ledger";
+    const auto ledger = opened(path);
+    const std::string text(300, 'x');
+    const auto sizes = [&] {
+        return std::pair(std::filesystem::file_size(path), std::filesystem::file_size(path + "-wal"));
+    };
+    uint64_t number = 0;
+    const auto turn = [&] {
+        for (int i = 0; i < 6000; ++i) {
+            ++number;
+            Transaction writes = step(put(1, number, text), putState("next", std::to_string(number)));
+            if (number > 500) writes.writes.push_back(erase(1, number - 500, number - 500));
+            ASSERT_TRUE(good(ledger->apply(std::move(writes))));
+        }
+    };
+    turn();
+    turn();
+    const auto before = sizes();
+    for (int i = 0; i < 5; ++i) turn();
+    EXPECT_EQ(sizes().first, before.first);
+    EXPECT_LT(sizes().second, before.second + (64u << 10));  // which step copies the log is not always the same
+    EXPECT_LT(before.first, 4u << 20);
+    EXPECT_LT(before.second, 40u << 20);
+}
+
+TEST(Ledger, GivesBackTheLogAfterABurst) {
+    const Folder folder;
+    const std::string path = folder / "orders.ledger";
+    const auto ledger = opened(path);
+    ASSERT_TRUE(good(ledger->apply(step(put(1, 1, std::string(60'000'000, 'x'))))));
+    EXPECT_GT(std::filesystem::file_size(path + "-wal"), 60'000'000u);
+    ASSERT_TRUE(good(ledger->apply(step(erase(1, 1, 1)))));
+    for (uint64_t number = 2; number < 5; ++number) ASSERT_TRUE(good(ledger->apply(step(put(1, number)))));
+    EXPECT_LE(std::filesystem::file_size(path + "-wal"), size_t{32} << 20);
+    const auto size = std::filesystem::file_size(path);
+    ASSERT_TRUE(good(ledger->apply(step(put(1, 9, std::string(50'000'000, 'y'))))));
+    EXPECT_EQ(std::filesystem::file_size(path), size);
+}
+
+}  // namespace
+}  // namespace quorl::certified

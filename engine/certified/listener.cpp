@@ -1,0 +1,57 @@
+// Callbacks of certified listeners, and confirming.
+#include "certified/listener.h"
+
+#include <tuple>
+#include <utility>
+
+#include "companion/status.h"
+
+namespace quorl::certified {
+
+using companion::fail;
+
+quorl_status CmListener::closeWith(uint32_t id, bool cancel, quorlcmEventOnComplete completion) noexcept {
+    std::pair<bool, quorlcmEventOnComplete> wanted(cancel, completion);
+    return companion::close(
+        companion::Type::certifiedListener, id,
+        [](companion::Object& object, void* given) {
+            auto& listener = static_cast<CmListener&>(object);
+            std::tie(listener.cancel_, listener.completion_) = *static_cast<decltype(wanted)*>(given);
+        },
+        &wanted);
+}
+
+// The program is done with the message when its callback has returned, unless it says so itself.
+void CmListener::run(const companion::Delivery& delivery) noexcept {
+    callback_(delivery.event, delivery.handle, const_cast<void*>(delivery.closure));
+    if (explicit_.load(std::memory_order_relaxed) || delivery.message.attributes().empty()) return;
+    companion::KeptErrorText kept;
+    node_->confirm(delivery.event, delivery.message, false);
+}
+
+void CmListener::dropped(const companion::Message&, uint32_t) noexcept {
+    node_->lost();
+}
+
+quorl_status CmListener::confirm(quorlMsg handle) noexcept {
+    companion::Message message;
+    quorl_status status = companion::Message::received(handle, &message);
+    if (status == QUORL_NOT_FOUND) return fail(status, "the message was not sent by certified delivery");
+    if (status != QUORL_OK) return status;
+    if (!explicit_.load(std::memory_order_relaxed))
+        return fail(QUORL_NOT_PERMITTED,
+                    "certified listener %u confirms by itself what its callback has returned from; call "
+                    "quorlcmEvent_SetExplicitConfirm first",
+                    id_.load());
+    return node_->confirm(id_, message, true);
+}
+
+void CmListener::closed() noexcept {
+    node_->unlisten(id_, cancel_);
+}
+
+void CmListener::completed() noexcept {
+    if (completion_ != nullptr) completion_(id_, const_cast<void*>(closure_));
+}
+
+}  // namespace quorl::certified

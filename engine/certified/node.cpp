@@ -1,0 +1,413 @@
+// Making and closing certified transports, and carrying out the steps of their machines.
+#include "certified/node.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <new>
+#include <tuple>
+
+#include "certified/listener.h"
+#include "certified/protocol/subject.h"
+#include "companion/advisory.h"
+#include "companion/module.h"
+#include "companion/status.h"
+#include "companion/transport.h"
+
+namespace quorl::certified {
+
+using companion::fail;
+using companion::Message;
+using companion::Type;
+
+namespace {
+
+constexpr int64_t pauseWithoutRoom = 2 * 1'000'000;  // nanoseconds
+constexpr int64_t pauseWithoutMemory = 10 * 1'000'000;
+constexpr int64_t lastWords = 2'000'000'000;  // to wait for room when it closes
+constexpr size_t backlogMost = 20'000;        // messages that wait for room; what is beyond is as if it were lost
+
+quorl_status noMemory() noexcept {
+    return fail(QUORL_NO_MEMORY, "no memory for a certified transport");
+}
+
+quorl_status report(const Outcome& outcome) noexcept {
+    return outcome.ok() ? QUORL_OK
+                        : fail(outcome.status, "%s", outcome.text.empty() ? "no memory" : outcome.text.c_str());
+}
+
+bool draw(void* to, size_t size) noexcept {
+    auto* bytes = static_cast<unsigned char*>(to);
+    for (size_t have = 0; have < size;) {
+        const ssize_t got = getrandom(bytes + have, size - have, 0);
+        if (got <= 0) return false;
+        have += static_cast<size_t>(got);
+    }
+    return true;
+}
+
+bool drawChance(Chance* chance) noexcept {
+    return draw(&chance->incarnation, sizeof chance->incarnation) && draw(&chance->instance, sizeof chance->instance) &&
+           draw(chance->senderKey.data(), sizeof chance->senderKey) &&
+           draw(chance->listenerKey.data(), sizeof chance->listenerKey);
+}
+
+}  // namespace
+
+Node::Node(Wish wish, const Settings& settings, const Chance& chance)
+    : transport_(wish.transport),
+      name_(settings.name),
+      committer_([this](uint64_t token, const Outcome& outcome) {
+          After after;
+          ended(token, outcome, after);
+          finish(after, Waits::no);
+      }),
+      machine_(settings, chance) {}
+
+Node::~Node() = default;
+
+// ---- coming
+
+quorl_status Node::create(Wish wish, uint32_t* id) {
+    if (const quorl_status status = useModule(); status != QUORL_OK) return status;
+    // Also tells whether there is such a transport, before a file is touched.
+    std::string own;
+    if (const quorl_status status = companion::createInbox(wish.transport, &own); status != QUORL_OK) return status;
+    Settings settings;
+    settings.lasting = !wish.name.empty();
+    if (!settings.lasting && !wish.ledger.empty())
+        return fail(QUORL_INVALID_ARG, "a ledger needs a certified name, and none was given");
+    settings.name = settings.lasting ? wish.name : own;
+    if (settings.lasting && (!validName(settings.name) || settings.name.front() == '_'))
+        return fail(QUORL_INVALID_NAME,
+                    "\"%.*s\" is not a valid certified name: it is a subject of at most %zu bytes that has no "
+                    "wildcards and does "
+                    "not begin with \"_\"",
+                    static_cast<int>(std::min(settings.name.size(), nameMax)), settings.name.c_str(), nameMax);
+    settings.requestOld = wish.requestOld;
+    settings.ledger = !wish.ledger.empty();
+    settings.mayLoseTail = settings.ledger && !wish.sync;
+    settings.pendingBytes = uint64_t{companion::parameters::pendingMegabytes()} << 20;
+    Chance chance;
+    if (!drawChance(&chance)) return fail(QUORL_OS_ERROR, "the system provides no random numbers");
+
+    const std::string path = wish.ledger;
+    const bool sync = wish.sync;
+    const auto node = std::make_shared<Node>(std::move(wish), settings, chance);
+    if (settings.ledger) {
+        const Outcome opened = Ledger::open(
+            {.path = path, .name = settings.name, .durability = sync ? Durability::power : Durability::process},
+            &node->ledger_);
+        if (!opened.ok()) return report(opened);
+        if (const quorl_status status = node->load(); status != QUORL_OK) return status;
+        if (const quorl_status status = node->committer_.start(*node->ledger_); status != QUORL_OK) return status;
+    }
+    uint32_t made = 0;
+    ++figures().transports;
+    quorl_status status =
+        companion::publish(node, {.type = Type::certifiedTransport, .transport = node->transport_}, &made);
+    if (status != QUORL_OK) {
+        --figures().transports;
+        return status;
+    }
+    node->id_ = made;
+    status = node->start();
+    if (status != QUORL_OK) {
+        companion::KeptErrorText kept;
+        companion::close(Type::certifiedTransport, made);
+        return status;
+    }
+    *id = made;
+    return QUORL_OK;
+}
+
+// What the ledger holds, for the machine.
+quorl_status Node::load() {
+    struct Into final : Loader {
+        explicit Into(Node& its) : node(its) {}
+        void state(std::string_view key, std::string_view value) override {
+            if (status == QUORL_OK) status = node.machine_.load(key, value);
+        }
+        void message(const StoredMessage& message) override {
+            if (status == QUORL_OK) status = node.machine_.load(message);
+        }
+        void damaged(const StoredMessage& message, const std::string& text) override {
+            companion::advise(companion::Severity::error, "certified", "damaged",
+                              {{"name", std::string_view(node.name_)},
+                               {"number", message.number},
+                               {"reason", std::string_view(text)}});
+        }
+        Node& node;
+        quorl_status status = QUORL_OK;
+    } into(*this);
+    const Outcome outcome = ledger_->load(into);
+    if (!outcome.ok()) return report(outcome);
+    switch (into.status) {
+        case QUORL_OK:
+            return QUORL_OK;
+        case QUORL_VERSION_MISMATCH:
+            return fail(into.status, "the ledger %s was written by a newer release", ledger_->path().c_str());
+        default:
+            return fail(into.status, "the ledger %s is damaged: its state makes no sense", ledger_->path().c_str());
+    }
+}
+
+quorl_status Node::start() noexcept {
+    if (const quorl_status status = host().add(shared_from_this()); status != QUORL_OK) return status;
+    for (const std::string_view subject : {std::string_view(machine_.address()), everybody}) {
+        uint32_t ear = 0;
+        if (const quorl_status status = host().listen(*this, transport_, subject, &ear); status != QUORL_OK)
+            return status;
+        try {
+            const std::lock_guard lock(lock_);
+            ears_.emplace(ear, 0);
+        } catch (const std::bad_alloc&) {
+            host().unlisten(ear);
+            return noMemory();
+        }
+    }
+    const bool complete = ledger_ != nullptr && ledger_->complete();
+    return step([&](Machine& machine, Now now, Output& out) { return machine.start(complete, now, out); }, Waits::yes);
+}
+
+// ---- going
+
+quorl_status Node::closeWith(uint32_t id, quorlcmTransportOnComplete completion, const void* closure) noexcept {
+    std::pair<quorlcmTransportOnComplete, const void*> wanted(completion, closure);
+    return companion::close(
+        Type::certifiedTransport, id,
+        [](companion::Object& object, void* given) {
+            auto& node = static_cast<Node&>(object);
+            std::tie(node.completion_, node.closure_) = *static_cast<decltype(wanted)*>(given);
+        },
+        &wanted);
+}
+
+void Node::closed() noexcept {
+    std::map<uint32_t, uint32_t> listeners;
+    std::map<uint32_t, uint32_t> ears;
+    {
+        const std::lock_guard lock(lock_);
+        try {
+            listeners = listeners_;
+        } catch (const std::bad_alloc&) {
+            listeners.swap(listeners_);
+        }
+        for (auto& [number, request] : requests_) {
+            request->aborted = true;
+            request->changed.notify_all();
+        }
+    }
+    // Each finds its listener here, and what it is told of is what it had.
+    for (const auto& [number, ear] : listeners) companion::close(Type::certifiedListener, number);
+    After after;
+    locked(
+        [&](Machine& machine, Now now, Output& out) {
+            machine.close(now, out);
+            ended_ = true;
+            ears.swap(ears_);
+            return QUORL_OK;
+        },
+        after);
+    finish(after, Waits::yes);
+    flushAll(companion::monotonicNow() + lastWords);
+    for (const auto& [ear, number] : ears) host().unlisten(ear);
+    host().remove(*this);
+    committer_.stop();
+    --figures().transports;
+}
+
+// The file is closed before the program is told.
+void Node::completed() noexcept {
+    ledger_.reset();
+    if (completion_ != nullptr) completion_(id_, const_cast<void*>(closure_));
+}
+
+void Node::parentClosed() noexcept {
+    const std::lock_guard lock(lock_);
+    backlog_.clear();
+}
+
+// ---- steps
+
+// Under the lock.
+void Node::carryOut(quorl_status status, After& after) noexcept {
+    for (;;) {
+        Outcome stored;
+        const uint64_t token = out_.store.token;
+        if (token != 0) {
+            Ledger::Ticket ticket;
+            stored = ledger_->submit(std::move(out_.store), &ticket);
+            if (stored.ok()) after.stored = {std::move(ticket), token};
+            after.stores = true;
+        }
+        try {
+            for (Message& message : out_.messages) {
+                if (backlog_.size() >= backlogMost) break;
+                backlog_.push_back(std::move(message));
+            }
+            after.fetches.insert(after.fetches.end(), out_.fetches.begin(), out_.fetches.end());
+            after.events.insert(after.events.end(), std::make_move_iterator(out_.events.begin()),
+                                std::make_move_iterator(out_.events.end()));
+        } catch (const std::bad_alloc&) {
+            // As if frames had been lost, and events are not told.
+        }
+        flush(after);
+        deliver(out_.deliveries);
+        if (stored.ok()) break;
+        out_.clear();
+        try {
+            storageText_ = stored.text;
+            machine_.storageFailed(token, stored.status, now(), out_);
+        } catch (const std::bad_alloc&) {
+            break;
+        }
+    }
+    int64_t due = machine_.due();
+    const int64_t present = companion::monotonicNow();
+    if (!backlog_.empty()) due = std::min(due, present + pauseWithoutRoom);
+    // A machine that had no memory may be due at once again.
+    if (status == QUORL_NO_MEMORY) due = std::max(due, present + pauseWithoutMemory);
+    if (due != INT64_MAX && !ended_) host().schedule(*this, due);
+}
+
+// Under the lock: sends what there is room for.
+void Node::flush(After& after) noexcept {
+    while (!backlog_.empty()) {
+        const quorl_status status = companion::send(transport_, backlog_.front());
+        if (status == companion::noRoom) return;
+        if (status != QUORL_OK && after.sent == QUORL_OK) after.sent = status;
+        backlog_.pop_front();
+    }
+}
+
+// Waits for room, for as long as messages wait for some. Not on the host's thread.
+void Node::flushAll(int64_t deadline) noexcept {
+    for (;;) {
+        const uint32_t seen = companion::roomReports(transport_);
+        {
+            After after;
+            const std::lock_guard lock(lock_);
+            flush(after);
+            if (backlog_.empty()) return;
+        }
+        if (companion::monotonicNow() >= deadline || companion::awaitRoom(transport_, seen, deadline) != QUORL_OK)
+            return;
+    }
+}
+
+// Under the lock, so that queues have the order of the steps.
+void Node::deliver(std::vector<Delivery>& deliveries) noexcept {
+    if (deliveries.empty()) return;
+    companion::KeptErrorText kept;
+    for (Delivery& delivery : deliveries) {
+        if (const auto request = requests_.find(delivery.listener); request != requests_.end()) {
+            if (request->second->replied) continue;
+            request->second->reply = std::move(delivery.message);
+            request->second->replied = true;
+            request->second->changed.notify_all();
+        } else if (companion::post(Type::certifiedListener, delivery.listener, delivery.message) == QUORL_OK) {
+            ++figures().delivered;
+        }
+    }
+}
+
+quorl_status Node::finish(After& after, Waits waits) noexcept {
+    quorl_status status = QUORL_OK;
+    for (;;) {
+        for (const Event& event : std::exchange(after.events, {})) tell(event);
+        if (const Pending stored = std::exchange(after.stored, {}); stored.token != 0) {
+            if (waits == Waits::no && committer_.add(stored)) {
+                // Told later.
+            } else {
+                const Outcome outcome = ledger_->wait(stored.ticket);
+                ended(stored.token, outcome, after);
+                if (!outcome.ok() && status == QUORL_OK) status = report(outcome);
+            }
+            waits = Waits::no;
+        }
+        if (after.fetches.empty()) {
+            if (after.stored.token == 0 && after.events.empty()) return status;
+            continue;
+        }
+        for (const Fetch& fetch : std::exchange(after.fetches, {})) {
+            Message message;
+            if (ledger_ != nullptr) ledger_->read(fetch.subject, fetch.number, &message);
+            locked(
+                [&](Machine& machine, Now now, Output& out) {
+                    machine.fetched(fetch, std::move(message), now, out);
+                    return QUORL_OK;
+                },
+                after, true);
+        }
+    }
+}
+
+void Node::ended(uint64_t token, const Outcome& outcome, After& after) noexcept {
+    locked(
+        [&](Machine& machine, Now now, Output& out) {
+            if (outcome.ok()) {
+                machine.persisted(token, now, out);
+            } else {
+                storageText_ = outcome.text;
+                machine.storageFailed(token, outcome.status, now, out);
+            }
+            return QUORL_OK;
+        },
+        after, true);
+}
+
+void Node::wake() noexcept {
+    const companion::Hold<Node> held(Type::certifiedTransport, id_);
+    if (!held) return;
+    step(
+        [](Machine& machine, Now now, Output& out) {
+            machine.tick(now, out);
+            return QUORL_OK;
+        },
+        Waits::no);
+}
+
+void Node::received(uint32_t ear, Message message) noexcept {
+    const companion::Hold<Node> held(Type::certifiedTransport, id_);
+    if (!held) return;
+    step(
+        [&](Machine& machine, Now now, Output& out) {
+            const auto known = ears_.find(ear);
+            if (known != ears_.end()) machine.receive(std::move(message), known->second, now, out);
+            return QUORL_OK;
+        },
+        Waits::no);
+}
+
+// ---- what a status of the machine means
+
+quorl_status Node::explain(quorl_status status) noexcept {
+    switch (status) {
+        case QUORL_INVALID_TRANSPORT:
+            return fail(status, "certified transport %u does not exist or has been destroyed", id_.load());
+        case QUORL_INVALID_SUBJECT:
+            return fail(status,
+                        "the subject is missing, malformed or the system's, or has a wildcard where none may be");
+        case QUORL_INVALID_NAME:
+            return fail(status, "a certified name is a subject without wildcards of at most %zu bytes", nameMax);
+        case QUORL_QUEUE_LIMIT:
+            return fail(status,
+                        "the certified transport \"%s\" keeps as much as it may for listeners that have not confirmed "
+                        "(parameter certified.pending)",
+                        name_.c_str());
+        case QUORL_NOT_PERMITTED:
+            return fail(status, "another program has the certified name \"%s\"", name_.c_str());
+        case QUORL_NOT_FOUND:
+            return fail(status, "the certified transport \"%s\" knows of no such listener, subject or message",
+                        name_.c_str());
+        case QUORL_NO_MEMORY:
+            return noMemory();
+        default:
+            break;
+    }
+    const std::lock_guard lock(lock_);
+    return fail(status, "the ledger takes nothing at present: %s", storageText_.c_str());
+}
+
+}  // namespace quorl::certified

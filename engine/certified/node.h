@@ -1,0 +1,179 @@
+// A certified transport: a machine on the library's host, its ledger, and what it hears and says on a plain transport.
+//
+// The lock serializes the steps of the machine. Under it the step's writes are submitted to the ledger, its messages sent and its
+// deliveries posted, so that all three have the order of the steps. What waits comes behind it: for the disk, for room on the
+// transport. A call of the program waits itself, so that many share a commit; what the host's thread has stored is waited for
+// by the committer. Either then tells the machine, which sends what had to be safe first.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "certified/committer.h"
+#include "certified/ledger/ledger.h"
+#include "certified/protocol/machine.h"
+#include "companion/host.h"
+#include "companion/object.h"
+#include "quorl/quorlcm.h"
+
+namespace quorl::certified {
+
+class CmListener;
+
+class Node final : public companion::Object, public companion::Guest, public std::enable_shared_from_this<Node> {
+  public:
+    struct Wish {
+        uint32_t transport = 0;
+        std::string name;  // empty: one of the library's own
+        bool requestOld = false;
+        std::string ledger;  // empty: in memory
+        bool sync = false;
+    };
+    // Makes a certified transport and gives it an id.
+    static quorl_status create(Wish wish, uint32_t* id);
+
+    Node(Wish wish, const Settings& settings, const Chance& chance);
+    ~Node() override;
+
+    // The completion runs when the library has finished with it; null for none.
+    static quorl_status closeWith(uint32_t id, quorlcmTransportOnComplete completion, const void* closure) noexcept;
+
+    // ---- sending; statuses have a detail text
+    quorl_status send(quorlMsg handle) noexcept;
+    quorl_status sendReply(quorlMsg reply, quorlMsg request) noexcept;
+    quorl_status sendRequest(quorlMsg request, quorlMsg* reply, double timeout) noexcept;
+
+    // Calls change(machine, now, output) as one step, and waits until what it stored is as durable as the ledger is.
+    template <class F>
+    quorl_status call(F&& change) noexcept {
+        return step(std::forward<F>(change), Waits::yes);
+    }
+    quorl_status sync() noexcept;
+    quorl_status review(const char* pattern, quorlcmReviewCallback callback, const void* closure) noexcept;
+
+    // ---- listening
+    quorl_status listen(uint32_t queue, quorlcmEventCallback callback, const char* pattern, const void* closure,
+                        uint32_t* id) noexcept;
+    void unlisten(uint32_t number, bool cancel) noexcept;
+    // durable: when this returns, the message will not be delivered again.
+    quorl_status confirm(uint32_t number, const companion::Message& message, bool durable) noexcept;
+    void lost() noexcept { ++dropped_; }
+
+    // ---- companion::Object, companion::Guest
+    void closed() noexcept override;
+    void completed() noexcept override;
+    void parentClosed() noexcept override;
+    void wake() noexcept override;
+    void received(uint32_t ear, companion::Message message) noexcept override;
+
+  private:
+    enum class Waits : bool { no, yes };
+    // What a step leaves to be done without the lock.
+    struct After {
+        Pending stored;
+        std::vector<Fetch> fetches;
+        std::vector<Event> events;
+        quorl_status sent = QUORL_OK;  // the first failure of the transport
+        bool stores = false;           // something was stored
+    };
+    // A request that waits for its reply.
+    struct Request {
+        companion::Message reply;
+        bool replied = false;
+        bool aborted = false;
+        std::condition_variable changed;
+    };
+
+    // One step, and what belongs under the lock. evenEnded: also when the transport is closed.
+    template <class F>
+    quorl_status locked(F&& change, After& after, bool evenEnded = false) noexcept;
+    // The same, and what comes behind it. A failure has its detail text.
+    template <class F>
+    quorl_status step(F&& change, Waits waits) noexcept;
+    void carryOut(quorl_status status, After& after) noexcept;
+    quorl_status finish(After& after, Waits waits) noexcept;
+    void ended(uint64_t token, const Outcome& outcome, After& after) noexcept;
+    void deliver(std::vector<Delivery>& deliveries) noexcept;
+    void flush(After& after) noexcept;
+    void flushAll(int64_t deadline) noexcept;
+    void tell(const Event& event) const noexcept;
+    quorl_status explain(quorl_status status) noexcept;
+    template <class F>
+    quorl_status sendBy(const companion::Message& message, F&& change) noexcept;
+    quorl_status awaitReply(Request& request, uint32_t number, int64_t deadline, quorlMsg* reply) noexcept;
+
+    quorl_status load();
+    quorl_status start() noexcept;
+
+    static Now now() noexcept { return {companion::monotonicNow(), companion::wallNow()}; }
+
+    const uint32_t transport_;
+    const std::string name_;
+    std::atomic<uint32_t> id_{0};
+    std::unique_ptr<Ledger> ledger_;  // null: in memory
+    Committer committer_;
+    std::atomic<uint64_t> dropped_{0};
+
+    std::mutex lock_;  // guards what follows
+    Machine machine_;
+    Output out_;
+    bool ended_ = false;  // only what was stored is waited for
+    std::string storageText_;
+    std::deque<companion::Message> backlog_;  // what found no room
+    std::map<uint32_t, uint32_t> ears_;       // the library's listeners: the numbers of the machine's
+    std::map<uint32_t, uint32_t> listeners_;  // the other way round
+    std::map<uint32_t, Request*> requests_;   // by the numbers of the machine's listeners
+    uint32_t lastRequest_ = 0;
+
+    // Set by whoever closes it, before closed().
+    quorlcmTransportOnComplete completion_ = nullptr;
+    const void* closure_ = nullptr;
+};
+
+template <class F>
+quorl_status Node::locked(F&& change, After& after, bool evenEnded) noexcept {
+    const std::lock_guard lock(lock_);
+    if (ended_ && !evenEnded) return QUORL_INVALID_TRANSPORT;
+    quorl_status status;
+    out_.clear();
+    try {
+        status = change(machine_, now(), out_);
+    } catch (const std::bad_alloc&) {
+        status = QUORL_NO_MEMORY;
+    }
+    carryOut(status, after);
+    return status;
+}
+
+template <class F>
+quorl_status Node::step(F&& change, Waits waits) noexcept {
+    After after;
+    const quorl_status status = locked(change, after);
+    const quorl_status stored = finish(after, waits);
+    return status != QUORL_OK ? explain(status) : stored;
+}
+
+// The host of all certified transports; the module starts and stops it.
+companion::Host& host() noexcept;
+quorl_status useModule() noexcept;
+
+// What the module tells of all certified transports.
+struct Figures {
+    std::atomic<uint32_t> transports{0};
+    std::atomic<uint64_t> accepted{0};   // sends
+    std::atomic<uint64_t> delivered{0};  // to queues
+    std::atomic<uint64_t> confirmed{0};  // by listeners here
+    std::atomic<uint64_t> dropped{0};    // by the limits of queues
+};
+Figures& figures() noexcept;
+
+}  // namespace quorl::certified
