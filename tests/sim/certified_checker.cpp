@@ -53,8 +53,12 @@ void CertifiedChecker::forNumbers(uint32_t sender, uint32_t subject, uint64_t fi
 void CertifiedChecker::sent(const Message& message, uint64_t number, bool limited) {
     Sendings& sendings = sent_[{message.sender, message.subject}];
     sendings.list.resize(message.count + size_t{1});
-    if (number != 0 && number <= sendings.last) ++sendings.generation;
-    if (number != 0) sendings.last = number;
+    if (number == 1) ++sendings.generation;
+    // What a crash took before it was accepted may have had the number.
+    for (Sent& earlier : sendings.list) {
+        if (number != 0 && !earlier.accepted && earlier.number >= number && earlier.generation == sendings.generation)
+            earlier.number = 0;
+    }
     Sent& one = sendings.list.back();
     one.generation = sendings.generation;
     one.number = number;
@@ -223,24 +227,32 @@ void CertifiedChecker::starts(uint32_t node, bool lostPower) {
     }
 }
 
+std::string CertifiedChecker::untold() const {
+    for (const auto& [key, of] : pairs_) {
+        const auto [listener, sender, subject] = key;
+        if (!peers_[listener].ledger || !peers_[listener].durable() || !of.registered || !peers_[listener].reached ||
+            !peers_[sender].reached || peers_[listener].process || peers_[sender].process ||
+            cancelled_.contains(listener) || of.from == 0)
+            continue;
+        // What is given up is told to who waits for it.
+        const auto& list = sent_.at({sender, subject}).list;
+        for (const uint32_t count : of.givenUp) {
+            if (list[count].refused || list[count].number < of.from || list[count].history != histories_[sender] ||
+                of.delivered.contains(count) || of.plain.contains(count) || of.skipped.contains(list[count].number))
+                continue;
+            return nameOf({sender, subject, count}) + " is given up, and nobody says so" + at(listener);
+        }
+    }
+    return "";
+}
+
 void CertifiedChecker::finish() {
     for (auto& [key, of] : pairs_) {
         const auto [listener, sender, subject] = key;
         totals_.lost += of.owed.size();
         if (!of.owed.empty()) fail(nameOf({sender, subject, *of.owed.begin()}) + " never comes" + at(listener));
-        if (!peers_[listener].ledger || !peers_[listener].durable() || !of.registered || !peers_[listener].reached ||
-            !peers_[sender].reached || peers_[listener].process || peers_[sender].process)
-            continue;
-        // What is given up is told to who waits for it.
-        const auto& list = sent_[{sender, subject}].list;
-        for (const uint32_t count : of.givenUp) {
-            if (cancelled_.contains(listener) || list[count].refused || list[count].history != histories_[sender] ||
-                of.delivered.contains(count) || of.plain.contains(count) || of.from == 0 ||
-                list[count].number < of.from || of.skipped.contains(list[count].number))
-                continue;
-            fail(nameOf({sender, subject, count}) + " is given up, and nobody says so" + at(listener));
-        }
     }
+    if (const std::string left = untold(); !left.empty()) fail(left);
 }
 
 }  // namespace quorl::sim

@@ -67,6 +67,8 @@ class CertifiedChecker {
 
     // Nothing is owed any more.
     bool satisfied() const noexcept { return owed_ == 0; }
+    // A message that was given up, and of which the listener was not told; empty: there is none.
+    std::string untold() const;
     // Looks at what is left in the end.
     void finish();
     // Empty: every promise was kept.
@@ -85,7 +87,6 @@ class CertifiedChecker {
     };
     struct Sendings {
         std::vector<Sent> list;   // by count
-        uint64_t last = 0;        // number
         uint32_t generation = 0;  // how often numbers have begun anew, since nobody was registered
     };
     struct Pair {

@@ -669,7 +669,8 @@ std::string runCertified(const Plan& plan, const CertifiedSeamOf& seamOf) {
     uint64_t looks = 0;
     if (checker.broken().empty()) {
         world.run(plan.healedAt + 150 * second, [&] {
-            return !checker.broken().empty() || (checker.satisfied() && ++looks % 16 == 0 && kept().empty());
+            return !checker.broken().empty() ||
+                   (checker.satisfied() && ++looks % 16 == 0 && kept().empty() && checker.untold().empty());
         });
         // What is late, and what would come twice.
         if (checker.broken().empty()) world.run(world.now() + second, [&] { return !checker.broken().empty(); });
