@@ -5,7 +5,7 @@
 
 namespace quorl::ftolerance {
 
-Monitor::Monitor(int64_t lostInterval) noexcept : lostInterval_(lostInterval), limits_(lostInterval) {}
+Monitor::Monitor(int64_t lostInterval) noexcept : lostInterval_(lostInterval), limits_(lostInterval, mostChanges) {}
 
 void Monitor::tell(Event event, const Frame& about, uint64_t number, int64_t now, MonitorOutput& out,
                    const char* reason) noexcept {
@@ -15,7 +15,9 @@ void Monitor::tell(Event event, const Frame& about, uint64_t number, int64_t now
 // Steps are a quarter of the interval apart at most. What came during a pause waits still, so that nobody is silent yet.
 void Monitor::step(int64_t now, MonitorOutput& out) {
     out.counts.reserve(out.counts.size() + 2);
-    out.advisories.reserve(out.advisories.size() + size_t{events} * 2);
+    const Peer* quietest = peers_.quietest();
+    const size_t mayBeLost = quietest != nullptr && now - quietest->heard >= lostInterval_ ? peers_.size() : 0;
+    out.advisories.reserve(out.advisories.size() + size_t{events} * 2 + mayBeLost);
     const int64_t length = now - stepped_;
     stepped_ = now;
     if (length <= lostInterval_ / 2) return;

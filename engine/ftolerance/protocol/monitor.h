@@ -34,6 +34,9 @@ struct MonitorOutput {
 
 class Monitor {
   public:
+    // Advisories of each kind of change in a lost interval: whoever draws the group wants to see it whole.
+    static constexpr uint32_t mostChanges = 2 * Peers::most;
+
     // lostInterval: nanoseconds of silence after which a member counts as lost; from shortestInterval to longestInterval.
     explicit Monitor(int64_t lostInterval) noexcept;
 

@@ -139,6 +139,20 @@ TEST(FtMonitor, tells_members_whose_heartbeats_come_too_seldom_for_it) {
     EXPECT_EQ(one.told(Event::disagreement), 1u);
 }
 
+TEST(FtMonitor, tells_all_that_the_members_of_a_large_group_do) {
+    Driven one(3 * second);
+    for (uint64_t id = 1; id <= 200; ++id) one.hear(second, frameOf(id, State::joining, 1));
+    for (uint64_t id = 1; id <= 200; ++id) one.hear(second, frameOf(id, State::standby, 2));
+    EXPECT_EQ(one.told(Event::joined), 200u);
+    EXPECT_EQ(one.told(Event::changed), 200u);
+    one.pass(10 * second);
+    EXPECT_EQ(one.told(Event::lost), 200u);
+    // But not without end.
+    for (uint64_t i = 0; i < 5000; ++i)
+        one.hear(10 * second, frameOf(1, i % 2 ? State::standby : State::claiming, i + 1));
+    EXPECT_LE(one.told(Event::changed), 200u + Monitor::mostChanges);
+}
+
 TEST(FtMonitor, keeps_a_bounded_number_of_members) {
     Driven one(3 * second);
     for (uint64_t id = 1; id < 5000; ++id) one.hear(second, frameOf(id, State::active, 1));

@@ -62,13 +62,15 @@ struct Advisory {
 class AdvisoryLimits {
   public:
     static constexpr uint32_t most = 8;
-    explicit AdvisoryLimits(int64_t span) noexcept : span_(span) {}
+    // mostChanges: of what is no fault, but what members do: they join, leave, are lost and change.
+    explicit AdvisoryLimits(int64_t span, uint32_t mostChanges = most) noexcept
+        : span_(span), mostChanges_(mostChanges) {}
     // to has room for it.
     void tell(Advisory advisory, int64_t now, std::vector<Advisory>& to) noexcept {
         Limit& limit = limits_[static_cast<size_t>(advisory.event)];
         if (limit.told != 0 && now - limit.since >= span_) limit.told = 0;
         if (limit.told == 0) limit.since = now;
-        if (limit.told == most || to.size() == to.capacity()) {
+        if (limit.told == (advisory.event <= Event::changed ? mostChanges_ : most) || to.size() == to.capacity()) {
             ++limit.suppressed;
             return;
         }
@@ -85,6 +87,7 @@ class AdvisoryLimits {
         uint64_t suppressed = 0;
     };
     int64_t span_;
+    uint32_t mostChanges_;
     std::array<Limit, events> limits_{};
 };
 
