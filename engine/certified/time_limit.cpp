@@ -40,7 +40,7 @@ quorl_status readOwn(quorlMsg handle, Own* own) noexcept {
 quorl_status writeOwn(quorlMsg handle, int64_t limit, std::string_view sender) noexcept {
     std::array<uint8_t, nameAt + nameMax + 1> bytes{companionNumber, 1};
     std::memcpy(bytes.data() + limitAt, &limit, sizeof limit);
-    std::memcpy(bytes.data() + nameAt, sender.data(), sender.size());
+    if (!sender.empty()) std::memcpy(bytes.data() + nameAt, sender.data(), sender.size());
     return companion::setHandleAttributes(handle, {bytes.data(), sender.empty() ? nameAt : nameAt + sender.size() + 1});
 }
 
