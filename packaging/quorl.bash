@@ -5,29 +5,38 @@ _quorl() {
     local bus='--daemon --service --network --trust --identity --user --password-file'
     for ((i = 1; i < COMP_CWORD; i++)); do
         if [[ ${COMP_WORDS[i]} != -* ]]; then
+            if [[ $command == cm ]]; then
+                command+=" ${COMP_WORDS[i]}"
+                break
+            fi
             command=${COMP_WORDS[i]}
-            break
+            [[ $command == cm ]] || break
         fi
     done
     COMPREPLY=()
     case $command in
-        '') options='send listen request reply run stats demo daemon doctor help -h --help --version' ;;
+        '') options='send listen request reply run cm stats demo daemon doctor help -h --help --version' ;;
         send) options="-h --help -n --count --csv --json-file --rate $bus" ;;
         listen) options="-h --help -n --count --csv --json --timeout $bus" ;;
         request) options="-h --help -n --count --csv --json --json-file --rate --timeout $bus" ;;
         reply) options="-h --help -n --count --csv --echo --json --quiet --timeout $bus" ;;
         run) options="-h --help -e --execute $bus" ;;
+        cm) options='-h --help send listen review' ;;
+        'cm send') options="-h --help -n --count --csv --durability --expire --json --json-file --ledger --listener --name --rate --timeout $bus" ;;
+        'cm listen') options="-h --help -n --cancel --count --csv --durability --json --ledger --name --only-new --timeout $bus" ;;
+        'cm review') options='-h --help --json --ledger --name' ;;
         stats) options="-h --help -n --answer --count --json --timeout --watch $bus" ;;
         demo) options="-h --help --seconds --stats $bus" ;;
         daemon) options='-h --help -p --port --max-payload --seconds --server' ;;
         doctor) options="-h --help --json $bus" ;;
-        help) options='-h --help send listen request reply run stats demo daemon doctor help' ;;
+        help) options='-h --help send listen request reply run cm stats demo daemon doctor help' ;;
         *) return ;;
     esac
     case $before in
-        --csv | --json-file | --trust | --identity | --password-file | --server) _quorl_files "$word"; return ;;
+        --csv | --json-file | --ledger | --trust | --identity | --password-file | --server) _quorl_files "$word"; return ;;
+        --durability) mapfile -t COMPREPLY < <(compgen -W 'process power' -- "$word"); return ;;
         --daemon) mapfile -t COMPREPLY < <(compgen -W 'nats:// tls://' -- "$word"); return ;;
-        --service | --network | --user | --count | --rate | --timeout | --watch | --seconds | --port | --max-payload) return ;;
+        --service | --network | --user | --name | --listener | --expire | --count | --rate | --timeout | --watch | --seconds | --port | --max-payload) return ;;
         --execute | -n | -e | -p) return ;;
     esac
     if [[ $command == run && $word != -* ]]; then

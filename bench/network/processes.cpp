@@ -65,21 +65,31 @@ void awaitReady(Run& run, pid_t other) {
 
 }  // namespace
 
-Server::Server() {
-    std::string folder = (std::filesystem::temp_directory_path() / "quorl-bench-XXXXXX").string();
-    if (mkdtemp(folder.data()) == nullptr) fail("no folder for nats-server");
-    folder_ = folder;
-    std::ofstream(folder_ + "/conf") << "host: 127.0.0.1\nport: -1\nports_file_dir: \"" << folder_ << "\"\n";
+Folder::Folder() : path_((std::filesystem::temp_directory_path() / "quorl-bench-XXXXXX").string()) {
+    if (mkdtemp(path_.data()) == nullptr) fail("no folder for a run");
+}
+
+Folder::~Folder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+Server::Server(bool storing) {
+    const std::string& folder = folder_.path();
+    std::ofstream configuration(folder + "/conf");
+    configuration << "host: 127.0.0.1\nport: -1\nports_file_dir: \"" << folder << "\"\n";
+    if (storing) configuration << "jetstream { store_dir: \"" << folder << "/store\" }\n";
+    configuration.close();
     process_ = spawn([&] {
         const int nowhere = open("/dev/null", O_RDWR);
         dup2(nowhere, 1);
         dup2(nowhere, 2);
-        const std::string file = folder_ + "/conf";
+        const std::string file = folder + "/conf";
         execlp("nats-server", "nats-server", "-c", file.c_str(), nullptr);
         execl("/usr/sbin/nats-server", "nats-server", "-c", file.c_str(), nullptr);
         _exit(127);
     });
-    const std::string ports = folder_ + "/nats-server_" + std::to_string(process_) + ".ports";
+    const std::string ports = folder + "/nats-server_" + std::to_string(process_) + ".ports";
     for (int tries = 0; url_.empty(); ++tries) {
         if (tries == 10000 || !alive(process_)) fail("nats-server does not start");
         std::ifstream file(ports);
@@ -94,8 +104,6 @@ Server::Server() {
 Server::~Server() {
     kill(process_, SIGKILL);
     waitpid(process_, nullptr, 0);
-    std::error_code ignored;
-    std::filesystem::remove_all(folder_, ignored);
 }
 
 std::vector<double> stream(const Side& side, size_t size, const std::string& url) {

@@ -7,10 +7,23 @@
 
 namespace bench::network {
 
-// nats-server on a free port of this machine, for as long as this lives.
+// A folder of a run's own, which goes with it.
+class Folder {
+  public:
+    Folder();
+    ~Folder();
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+// nats-server on a free port of this machine, for as long as this lives. storing: with JetStream, in a folder of its own.
 class Server {
   public:
-    Server();
+    explicit Server(bool storing = false);
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
@@ -18,7 +31,7 @@ class Server {
 
   private:
     int process_ = -1;
-    std::string folder_;
+    Folder folder_;
     std::string url_;
 };
 

@@ -283,13 +283,15 @@ void Node::flush(After& after) noexcept {
 // Waits for room, for as long as messages wait for some. Not on the host's thread.
 void Node::flushAll(int64_t deadline) noexcept {
     for (;;) {
+        const uint32_t seen = companion::roomReports(transport_);
         {
             After after;
             const std::lock_guard lock(lock_);
             flush(after);
             if (backlog_.empty()) return;
         }
-        if (companion::monotonicNow() >= deadline || companion::awaitRoom(transport_, deadline) != QUORL_OK) return;
+        if (companion::monotonicNow() >= deadline || companion::awaitRoom(transport_, seen, deadline) != QUORL_OK)
+            return;
     }
 }
 

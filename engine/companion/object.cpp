@@ -102,6 +102,14 @@ void addStanding(uint32_t transport, Type type, uint32_t id) {
     standingCount.store(static_cast<uint32_t>(standing->size()), std::memory_order_seq_cst);
 }
 
+// Whether the transport is open still: it tells of its end from now on. Under a read guard.
+bool standsOn(uint32_t id) noexcept {
+    auto* found = registry::find<transport::Transport>(id);
+    if (found == nullptr) return false;
+    found->state->beParent();
+    return registry::find<transport::Transport>(id) != nullptr;
+}
+
 void dropStanding(uint32_t id) noexcept {
     Lock lock(standingLock);
     if (standing == nullptr) return;
@@ -140,7 +148,9 @@ void transportClosed(uint32_t transport) noexcept {
 
 void closes(uint32_t) noexcept {}
 
-constinit transport::ClosingWatch watch{closes, transportClosed, nullptr, announced};
+void lost(uint32_t) noexcept {}
+
+constinit transport::EndingWatch watch{closes, transportClosed, lost, nullptr, announced};
 
 // ---- events
 
@@ -208,7 +218,7 @@ quorl_status publish(const ObjectRef& object, const Registration& registration, 
         } catch (const std::bad_alloc&) {
             status = fail(QUORL_NO_MEMORY, "no memory for a %s", nameOf(registration.type));
         }
-        if (status == QUORL_OK && registry::find<transport::Transport>(registration.transport) == nullptr)
+        if (status == QUORL_OK && !standsOn(registration.transport))
             status = environment::noObject(QUORL_INVALID_TRANSPORT, "transport", registration.transport);
         if (status != QUORL_OK) {
             // As if it had never been: nobody is told.
@@ -321,7 +331,7 @@ const void* Pin::closure() const noexcept {
 }
 
 void objects::watchTransports() noexcept {
-    transport::watchClosing(watch);
+    transport::watchEnding(watch);
 }
 
 void objects::closeAll() noexcept {

@@ -48,11 +48,20 @@ quorl_status send(uint32_t id, const Message& message) noexcept {
     });
 }
 
-quorl_status awaitRoom(uint32_t id, int64_t deadline) noexcept {
+uint32_t roomReports(uint32_t id) noexcept {
+    ThreadState* thread = threadState();
+    if (thread == nullptr) return 0;
+    const ReadGuard guard(*thread);
+    auto* found = registry::find<Transport>(id);
+    return found != nullptr ? found->state->roomReports() : 0;
+}
+
+quorl_status awaitRoom(uint32_t id, uint32_t seen, int64_t deadline) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
     registry::Pin<Transport> found(*thread, id);
-    if (!found || !found->backend->awaitRoom(deadline))
+    if (found) found->state->awaitRoom(seen, deadline);
+    if (!found || found->state->phase() == transport::TransportState::Phase::closed)
         return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
     return QUORL_OK;
 }

@@ -16,9 +16,12 @@ namespace quorl::companion {
 inline constexpr quorl_status noRoom = static_cast<quorl_status>(-1);
 QUORL_API quorl_status send(uint32_t transport, const Message& message) noexcept;
 
-// Waits until a message may find room, or the deadline on the monotonic clock has come. Not on a host's thread, which may be the
-// one that makes the room. QUORL_INVALID_TRANSPORT: it is gone.
-QUORL_API quorl_status awaitRoom(uint32_t transport, int64_t deadline) noexcept;
+// How often the transport has reported room after it had none. Asked before a send, for awaitRoom after it. 0: it is gone.
+QUORL_API uint32_t roomReports(uint32_t transport) noexcept;
+
+// Waits until room was reported more often than seen, or the deadline on the monotonic clock has come. Not on a host's thread,
+// which may be the one that makes the room. QUORL_INVALID_TRANSPORT: it is gone.
+QUORL_API quorl_status awaitRoom(uint32_t transport, uint32_t seen, int64_t deadline) noexcept;
 
 // Whether a message may be sent to the subject. Asks nobody. QUORL_INVALID_SUBJECT, QUORL_INVALID_TRANSPORT.
 QUORL_API quorl_status checkSubject(uint32_t transport, std::string_view subject) noexcept;

@@ -126,6 +126,12 @@ std::vector<GuestRef> Host::guests(bool (*matches)(void* asked, const Guest& gue
     return found;
 }
 
+uint32_t Host::waiting(ThreadState& thread) const noexcept {
+    ReadGuard guard(thread);
+    auto* queue = registry::find<event::Queue>(queue_.load(std::memory_order_acquire));
+    return queue != nullptr ? event::countOf(*queue) : 0;
+}
+
 void Host::wakeThread() noexcept {
     const uint32_t queue = queue_.load(std::memory_order_acquire);
     if (queue == 0) return;
@@ -134,19 +140,38 @@ void Host::wakeThread() noexcept {
     event::signalDispatchable(queue);
 }
 
+// Whether the thread has to be woken for it.
+bool Host::scheduleLocked(Guest& guest, int64_t due) noexcept {
+    if (due >= guest.scheduled_.load(std::memory_order_relaxed)) return false;
+    guest.scheduled_.store(due, std::memory_order_release);
+    state_->due.set(guest, due);
+    if (due >= sleepsUntil_.load(std::memory_order_relaxed)) return false;
+    sleepsUntil_.store(due, std::memory_order_relaxed);
+    // The thread itself comes round to it before it sleeps.
+    return currentThreadState != runner_.load(std::memory_order_relaxed);
+}
+
 void Host::schedule(Guest& guest, int64_t due) noexcept {
     if (due >= guest.scheduled_.load(std::memory_order_acquire)) return;
     bool wake;
     {
         Lock lock(lock_);
-        if (due >= guest.scheduled_.load(std::memory_order_relaxed)) return;
-        guest.scheduled_.store(due, std::memory_order_release);
-        state_->due.set(guest, due);
-        wake = due < sleepsUntil_.load(std::memory_order_relaxed);
-        if (wake) sleepsUntil_.store(due, std::memory_order_relaxed);
+        wake = scheduleLocked(guest, due);
     }
-    // The thread itself comes round to it before it sleeps.
-    if (wake && currentThreadState != runner_.load(std::memory_order_relaxed)) wakeThread();
+    if (wake) wakeThread();
+}
+
+void Host::wakeAll(bool (*matches)(void* asked, const Guest& guest), void* asked) noexcept {
+    const int64_t now = monotonicNow();
+    bool wake = false;
+    {
+        Lock lock(lock_);
+        if (state_ == nullptr) return;
+        for (const auto& [token, guest] : state_->guests) {
+            if (matches(asked, *guest) && scheduleLocked(*guest, now)) wake = true;
+        }
+    }
+    if (wake) wakeThread();
 }
 
 bool Host::post(uint64_t guest, uint64_t token) noexcept {
@@ -216,6 +241,7 @@ void Host::run() noexcept {
             if (next != INT64_MAX) timeout = static_cast<double>(std::max<int64_t>(next - now, 0)) / 1e9;
         }
         const quorl_status status = event::dispatchQueue(queue, timeout);
+        if (status == QUORL_OK) ++handled_;
         if (status == QUORL_INVALID_QUEUE || status == QUORL_NOT_INITIALIZED) break;
     }
     event::setThreadKey(nullptr);

@@ -89,6 +89,21 @@ class Host {
     // already costs nothing: the guest is woken at the earlier one, and then sets the later. From any thread.
     void schedule(Guest& guest, int64_t due) noexcept;
 
+    // Lets wake of those guests run for which matches(const Guest&) is true, now. matches takes no lock.
+    template <class F>
+    void wakeAll(F&& matches) noexcept {
+        wakeAll(
+            [](void* asked, const Guest& guest) { return (*static_cast<std::remove_reference_t<F>*>(asked))(guest); },
+            &matches);
+    }
+
+    // The place in the queue behind all that waits there now; and whether all that was before a place has been handled, so that
+    // nothing follows which had come in by then. On the host's thread.
+    uint64_t placeBehindAll(ThreadState& thread) const noexcept { return handled_ + waiting(thread); }
+    bool passed(ThreadState& thread, uint64_t place) const noexcept {
+        return handled_ >= place || waiting(thread) == 0;
+    }
+
     // Lets persisted(token) of the guest run on the host's thread. From any thread. What finds no memory is tried again
     // by nobody: false.
     bool post(uint64_t guest, uint64_t token) noexcept;
@@ -104,6 +119,8 @@ class Host {
     struct State;
 
     std::vector<GuestRef> guests(bool (*matches)(void* asked, const Guest& guest), void* asked) noexcept;
+    void wakeAll(bool (*matches)(void* asked, const Guest& guest), void* asked) noexcept;
+    bool scheduleLocked(Guest& guest, int64_t due) noexcept REQUIRES(lock_);
     quorl_status makeReady() noexcept REQUIRES(lock_);
     void run() noexcept;
     void wakeThread() noexcept;
@@ -113,6 +130,7 @@ class Host {
     // When the next one is due.
     int64_t wakeThoseDue(ThreadState& thread, int64_t now) noexcept;
     void forget(Guest& guest) noexcept REQUIRES(lock_);
+    uint32_t waiting(ThreadState& thread) const noexcept;
 
     const char* const threadName_;
     const char* const queueName_;
@@ -125,8 +143,9 @@ class Host {
     std::atomic<const ThreadState*> runner_{nullptr};  // the thread's, while it runs
     std::atomic<int64_t> sleepsUntil_{
         INT64_MAX};                   // the thread's; written under the lock, never later than the first guest is due
-    std::atomic<uint64_t> turns_{0};  // the thread's, like the next
+    std::atomic<uint64_t> turns_{0};  // the thread's, like the next two
     std::atomic<uint64_t> woken_{0};
+    uint64_t handled_ = 0;  // of what came in
     std::atomic<bool> anyPosted_{false};
     std::atomic<bool> stopping_{false};
     alignas(4) std::atomic<uint32_t> key_{0};  // the thread's key for signals

@@ -55,14 +55,18 @@ quorl_status sendOut(Transport& transport, ThreadState& thread, message::Content
 // QUORL_TIMEOUT: it still says so at the deadline.
 template <class F>
 quorl_status untilThereIsRoom(ThreadState& thread, uint32_t id, int64_t deadline, F&& attempt) noexcept {
-    for (;;) {
+    uint32_t seen = 0;
+    for (bool again = false;; again = true) {
         const quorl_status status = attempt();
         if (status != Backend::noRoom) [[likely]]
             return status;
         if (deadline != forever && monotonicNow() >= deadline)
             return fail(QUORL_TIMEOUT, "the transport had no room for the message within the time limit");
         registry::Pin<Transport> transport(thread, id);
-        if (!transport || !transport->backend->awaitRoom(deadline)) return noTransport(id);
+        if (!transport) return noTransport(id);
+        // Only what is reported after it was asked for is sure to be seen, so the first time is another attempt.
+        if (again) transport->state->awaitRoom(seen, deadline);
+        seen = transport->state->roomReports();
     }
 }
 

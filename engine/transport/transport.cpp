@@ -17,7 +17,22 @@
 namespace quorl::transport {
 namespace {
 
-constinit std::atomic<ClosingWatch*> watches{nullptr};  // only ever grows, while the library starts
+constinit std::atomic<EndingWatch*> watches{nullptr};  // only ever grows, while the library starts
+
+template <class F>
+void forEachWatch(F&& tell) noexcept {
+    for (const EndingWatch* watch = watches.load(std::memory_order_acquire); watch != nullptr; watch = watch->next)
+        tell(*watch);
+}
+
+// Ends all requests that wait on the transport.
+void abortAll(Transport& transport) noexcept REQUIRES(transport.lock) {
+    for (Request* request = transport.requests; request != nullptr; request = request->next) {
+        uint32_t state = Request::waiting;
+        if (request->state->compare_exchange_strong(state, Request::aborted, std::memory_order_relaxed))
+            futexWake(*request->state);
+    }
+}
 
 void destroyRecord(Record* record) noexcept {
     delete static_cast<Transport*>(record);
@@ -70,22 +85,31 @@ quorl_status createTransport(uint32_t* id, const char* service, const char* netw
     return publishTransport(id, std::move(backend));
 }
 
+Transport::~Transport() {
+    if (state != nullptr) backend->unobserve(*state);
+}
+
 quorl_status publishTransport(uint32_t* id, std::unique_ptr<Backend> backend) noexcept {
-    std::unique_ptr<Transport> transport;
-    try {
-        transport = std::make_unique<Transport>();
-        if (!makeInboxPrefix(transport->inboxPrefix))
-            return fail(QUORL_OS_ERROR, "the system provides no random numbers");
-        transport->backend = std::move(backend);
-    } catch (const std::bad_alloc&) {
-        return fail(QUORL_NO_MEMORY, "no memory for a transport");
-    }
     const uint32_t reserved = registry::reserve();
     if (reserved == 0) return registry::noId("transport");
-    transport->destroy = destroyRecord;
-    if (!registry::publish(*transport, reserved, QUORL_OBJECT_TRANSPORT)) {
+    std::unique_ptr<Transport> transport;
+    quorl_status status = QUORL_OK;
+    try {
+        transport = std::make_unique<Transport>();
+        transport->destroy = destroyRecord;
+        if (!makeInboxPrefix(transport->inboxPrefix))
+            status = fail(QUORL_OS_ERROR, "the system provides no random numbers");
+        transport->backend = std::move(backend);
+        transport->state = std::make_shared<TransportState>(reserved);
+        transport->backend->observe(transport->state);
+    } catch (const std::bad_alloc&) {
+        status = fail(QUORL_NO_MEMORY, "no memory for a transport");
+    }
+    if (status == QUORL_OK && !registry::publish(*transport, reserved, QUORL_OBJECT_TRANSPORT))
+        status = fail(QUORL_NOT_INITIALIZED, "the library is not open");
+    if (status != QUORL_OK) {
         registry::abandon(reserved);
-        return fail(QUORL_NOT_INITIALIZED, "the library is not open");
+        return status;
     }
     static_cast<void>(transport.release());  // the registry's
     *id = reserved;
@@ -96,8 +120,8 @@ namespace {
 
 quorl_status closeTransport(ThreadState& thread, uint32_t id, std::shared_ptr<Ending>* ending) noexcept {
     ReadGuard guard(thread);
-    for (const ClosingWatch* watch = watches.load(std::memory_order_acquire); watch != nullptr; watch = watch->next)
-        watch->closes(id);
+    if (auto* open = registry::find<Transport>(id); open != nullptr && open->state->isParent())
+        forEachWatch([&](const EndingWatch& watch) { watch.closes(id); });
     Record* record = registry::close(id, QUORL_OBJECT_TRANSPORT);
     if (record == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
     auto& transport = static_cast<Transport&>(*record);
@@ -113,8 +137,8 @@ quorl_status closeTransport(ThreadState& thread, uint32_t id, std::shared_ptr<En
         abortAll(transport);
         transport.backend->close();
     }
-    for (const ClosingWatch* watch = watches.load(std::memory_order_acquire); watch != nullptr; watch = watch->next)
-        watch->closed(id);
+    transport.state->close();
+    if (transport.state->isParent()) forEachWatch([&](const EndingWatch& watch) { watch.closed(id); });
     transport.backend->closed(thread);
     *ending = transport.backend->ending();
     registry::retire(transport);
@@ -126,7 +150,7 @@ quorl_status closeTransport(ThreadState& thread, uint32_t id, std::shared_ptr<En
 quorl_status destroyTransport(uint32_t id, bool wait) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr) return fail(QUORL_NO_MEMORY, "no memory for the thread's state");
-    for (const ClosingWatch* watch = watches.load(std::memory_order_acquire); watch != nullptr; watch = watch->next) {
+    for (const EndingWatch* watch = watches.load(std::memory_order_acquire); watch != nullptr; watch = watch->next) {
         if (watch->announced != nullptr) watch->announced(id);
     }
     std::shared_ptr<Ending> ending;
@@ -134,20 +158,23 @@ quorl_status destroyTransport(uint32_t id, bool wait) noexcept {
     return status == QUORL_OK && wait && ending != nullptr ? ending->await() : status;
 }
 
-void watchClosing(ClosingWatch& watch) noexcept {
-    for (const ClosingWatch* each = watches.load(std::memory_order_relaxed); each != nullptr; each = each->next) {
+void watchEnding(EndingWatch& watch) noexcept {
+    for (const EndingWatch* each = watches.load(std::memory_order_relaxed); each != nullptr; each = each->next) {
         if (each == &watch) return;
     }
     watch.next = watches.load(std::memory_order_relaxed);
     watches.store(&watch, std::memory_order_release);
 }
 
-void abortAll(Transport& transport) noexcept {
-    for (Request* request = transport.requests; request != nullptr; request = request->next) {
-        uint32_t state = Request::waiting;
-        if (request->state->compare_exchange_strong(state, Request::aborted, std::memory_order_relaxed))
-            futexWake(*request->state);
+void wayIsLost(uint32_t id, bool parent) noexcept {
+    if (ThreadState* thread = threadState(); thread != nullptr) {
+        ReadGuard guard(*thread);
+        if (auto* transport = registry::find<Transport>(id); transport != nullptr) {
+            Lock lock(transport->lock);
+            abortAll(*transport);
+        }
     }
+    if (parent) forEachWatch([&](const EndingWatch& watch) { watch.lost(id); });
 }
 
 Passage Backend::passage(std::string_view, int64_t now) noexcept {

@@ -11,8 +11,10 @@
 #include "base/thread_state.h"
 #include "message/delivery.h"
 #include "transport/listener.h"
+#include "transport/observer.h"
 #include "transport/passage.h"
 #include "transport/sending_state.h"
+#include "transport/state.h"
 
 namespace quorl::transport {
 
@@ -51,8 +53,9 @@ class Ending {
 //
 // Sending. A send takes the message whole or not at all, and does not wait. QUORL_OK: the message is accepted, and what the
 // program does with its own from then on changes nothing. noRoom: nothing was sent and nothing is wrong, the way out is full
-// for a message of that size until awaitRoom says otherwise; a way that cannot be full never says so. Any other status is a
-// failure with a detail text, and nothing was sent. What a subject alone makes send refuse, check refuses too.
+// for a message of that size until room is reported; a way that cannot be full never says so. Any other status is a failure
+// with a detail text, and nothing was sent. What a subject alone makes send refuse, check refuses too. A message that is larger
+// than what was reported as the largest may be refused for its size, others are not.
 //
 // Order. What one thread sends through a transport comes to each listener that matches once, and in the order of sending,
 // whatever the subjects. Only a connection to a daemon that breaks may cost what was on its way, and tells so. Between messages
@@ -63,13 +66,17 @@ class Ending {
 // afterwards. What others send at the same time is heard or not. From when unlisten has returned nothing more is put into the
 // listener's queue but by calls that were already doing so, and the listener's event takes none of that either.
 //
+// State. How the way is comes to those who observe it, in order: connected once, then away and back by turns, or lost. On a way
+// that is lost nothing is sent, and what had come before is in the queues of its listeners. Room is reported after each noRoom,
+// when there is some.
+//
 // Requests. The first message to the inbox is the reply; later ones are dropped. When closeRequest has returned nobody touches
 // the request any more.
 //
 // Closing. By then the listeners are unlistened and the requests ended. close and closed do not wait. What was accepted before
 // goes on its way: on the bus of this process it is in its queues already, a connection to a daemon sends it within the limit
-// for closing, and ending waits for that, a circuit brings it home in the background. Who waits in awaitRoom returns, and what
-// is still under way on other threads ends soon, with any status. Nothing comes in any more. The backend is destroyed when no
+// for closing, and ending waits for that, a circuit brings it home in the background. What is still under way on other threads
+// ends soon, with any status. Nothing comes in any more. The backend is destroyed when no
 // thread can be inside it.
 class Backend {
   public:
@@ -81,7 +88,7 @@ class Backend {
     // Whether a message may be sent to the subject: QUORL_OK, or QUORL_INVALID_SUBJECT with its detail text. Asks nobody.
     virtual quorl_status check(std::string_view subject) const noexcept = 0;
     // Sends the content to its send subject, which it checks. The thread is under a read guard: this does not wait. noRoom:
-    // nothing was sent; the caller ends its read guard, calls awaitRoom with the transport pinned, and tries again.
+    // nothing was sent; the caller ends its read guard, waits until room is reported, and tries again.
     static constexpr quorl_status noRoom = static_cast<quorl_status>(-1);
     virtual quorl_status send(ThreadState& thread, message::ContentRef content) noexcept = 0;
 
@@ -100,8 +107,10 @@ class Backend {
     virtual quorl_status openRequest(Request& request) noexcept = 0;
     virtual void closeRequest(Request& request) noexcept = 0;
 
-    // Waits until a message may find room, or the deadline has come. False: the transport was closed.
-    virtual bool awaitRoom(int64_t) noexcept { return true; }
+    // From now on the way's state is reported to it; it is told at once how the way is. The same without. No lock is held.
+    // Throws std::bad_alloc.
+    virtual void observe(ObserverRef observer) = 0;
+    virtual void unobserve(const Observer&) noexcept {}
 
     // What is known of the way of messages to and from others; inbox: where those come that are asked about.
     virtual Passage passage(std::string_view inbox, int64_t now) noexcept;
@@ -130,9 +139,12 @@ class Backend {
 struct Transport : Record {
     static constexpr uint16_t objectType = QUORL_OBJECT_TRANSPORT;
 
+    ~Transport();
+
     // Set once, before the transport is published.
     std::unique_ptr<Backend> backend;
-    std::string inboxPrefix;  // of all inboxes that the transport makes
+    std::shared_ptr<TransportState> state;  // observes the backend
+    std::string inboxPrefix;                // of all inboxes that the transport makes
 
     std::atomic<uint64_t> inboxes{0};  // made so far; the inbox's last element counts them from 1
 
@@ -148,24 +160,25 @@ struct Transport : Record {
 quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept;
 // Makes a transport over the backend. QUORL_NOT_INITIALIZED, QUORL_OS_ERROR, QUORL_NO_MEMORY.
 quorl_status publishTransport(uint32_t* id, std::unique_ptr<Backend> backend) noexcept;
-// Told when a transport is closed, so that what stands on it can say good-bye while it can. Under a read guard, no lock held.
-struct ClosingWatch {
-    void (*closes)(uint32_t transport) noexcept;  // it is about to be closed
-    void (*closed)(uint32_t transport) noexcept;  // nobody finds it any more
-    ClosingWatch* next = nullptr;
+// Told of the end of each transport on which something stands, so that it ends too.
+struct EndingWatch {
+    void (*closes)(uint32_t transport) noexcept;  // it is about to be closed; under a read guard, no lock held
+    void (*closed)(uint32_t transport) noexcept;  // nobody finds it any more; the same
+    void (*lost)(uint32_t transport) noexcept;    // its way is; locks of what reports it may be held
+    EndingWatch* next = nullptr;
     // Before all that, and under no read guard, so that it may wait; also for a transport that somebody else closes first, or
     // that is none. May be null.
     void (*announced)(uint32_t transport) noexcept = nullptr;
 };
 // From now on; the watch lives for ever. Again without effect. While the library starts.
-void watchClosing(ClosingWatch& watch) noexcept;
+void watchEnding(EndingWatch& watch) noexcept;
+
+// The transport's way is lost: ends the requests that wait on it, and tells the watches of a parent.
+void wayIsLost(uint32_t id, bool parent) noexcept;
 
 // wait: until what was sent has gone where it goes, within the limit for closing. QUORL_DAEMON_NOT_CONNECTED: messages were
 // dropped, though the transport is destroyed all the same.
 quorl_status destroyTransport(uint32_t id, bool wait = true) noexcept;
-
-// Ends all requests that wait on the transport.
-void abortAll(Transport& transport) noexcept REQUIRES(transport.lock);
 
 // Writes a new inbox. subject has room for limit bytes.
 quorl_status createInbox(uint32_t id, char* subject, uint32_t limit) noexcept;

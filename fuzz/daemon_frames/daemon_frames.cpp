@@ -373,7 +373,8 @@ class Run {
         std::make_unique<Subscription>(inbound_, "_INBOX.x.>")};
     Subscription echoSystem_{echoIntake_, "_QUORL.>"};
     Subscription echoInboxes_{echoIntake_, "_INBOX.x.>"};
-    Outbox outbox_{prefix, 1u << 20};
+    Observer nobody_;
+    Outbox outbox_{prefix, 1u << 20, nobody_};
     Assembler direct_{limits};
     Expected expected_;
     int64_t now_ = 0;

@@ -33,7 +33,7 @@ struct Sent {
 
 class Run final : private PayloadSink {
   public:
-    Run(const uint8_t* data, size_t size) : decide_(data, size), outbox_(prefix(), 1u << 20) {
+    Run(const uint8_t* data, size_t size) : decide_(data, size), outbox_(prefix(), 1u << 20, nobody_) {
         outbox_.setConnected(true);
     }
     void run() {
@@ -224,6 +224,7 @@ class Run final : private PayloadSink {
 
     Decisions decide_;
     std::string prefix_;
+    Observer nobody_;
     Outbox outbox_;
     FrameWriter writer_{sender};
     std::unique_ptr<Outbox::Chunk> chunk_;

@@ -32,6 +32,9 @@ class Daemon final : public Bus {
         EXPECT_EQ(quorlTransport_SetDescription(there, "there"), QUORL_OK);
     }
     ~Daemon() override { open(); }
+    bool canBeAway() const override { return true; }
+    void leave() override { server_.kill(); }
+    void comeBack() override { EXPECT_TRUE(server_.start()); }
     bool canBeFull() const override { return true; }
     void shut() override {
         server_.signal(SIGSTOP);
@@ -63,6 +66,8 @@ class OverSimulated : public Under {
     void shut() override { bus_.shut(0); }
     void open() override { bus_.open(0); }
     void pump() override { bus_.step(); }
+    bool canBeLost() const override { return true; }
+    void lose() override { bus_.lose(0, "the test has lost it"); }
 
   protected:
     quorl::sim::SimulatedBus bus_{calm()};
@@ -70,6 +75,9 @@ class OverSimulated : public Under {
 
 class Simulated final : public OverSimulated<Bus> {
   public:
+    bool canBeAway() const override { return true; }
+    void leave() override { bus_.leave(0); }
+    void comeBack() override { bus_.comeBack(0); }
     Simulated() {
         here = bus_.transport(0);
         there = bus_.transport(1);
@@ -79,6 +87,8 @@ class Simulated final : public OverSimulated<Bus> {
 class Circuit : public Bus {
   public:
     bool hearsItself() const override { return false; }
+    bool canBeLost() const override { return true; }
+    void lose() override { EXPECT_EQ(quorlTransport_Destroy(there), QUORL_OK) << quorl_LastErrorText(); }
 
   protected:
     void connect(quorlTransport belowHere, quorlTransport belowThere) {
@@ -99,9 +109,18 @@ class CircuitInside final : public Circuit {
     }
 };
 
+// Lost with the way below it.
 class CircuitOverSimulated final : public OverSimulated<Circuit> {
   public:
     CircuitOverSimulated() { connect(bus_.transport(0), bus_.transport(1)); }
+};
+
+class CircuitOverCircuit final : public OverSimulated<Circuit> {
+  public:
+    CircuitOverCircuit() {
+        connect(bus_.transport(0), bus_.transport(1));
+        connect(here, there);
+    }
 };
 
 template <class T>
@@ -129,7 +148,8 @@ std::vector<Candidate> candidates() {
             {"Daemon", make<Daemon>},
             {"Simulated", make<Simulated>},
             {"Circuit", make<CircuitInside>},
-            {"CircuitOverSimulated", make<CircuitOverSimulated>}};
+            {"CircuitOverSimulated", make<CircuitOverSimulated>},
+            {"CircuitOverCircuit", make<CircuitOverCircuit>}};
 }
 
 }  // namespace quorltest

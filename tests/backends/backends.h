@@ -27,6 +27,12 @@ class Bus {
     virtual bool canBeFull() const { return false; }
     virtual void shut() {}
     virtual void open() {}
+    // Whether the way of here can go away and come back, or be lost for good: by itself, not by what the program does.
+    virtual bool canBeAway() const { return false; }
+    virtual void leave() {}
+    virtual void comeBack() {}
+    virtual bool canBeLost() const { return false; }
+    virtual void lose() {}
     // Lets time pass where it does not by itself.
     virtual void pump() {}
 

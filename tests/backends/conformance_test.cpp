@@ -3,7 +3,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <deque>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,7 +21,10 @@ namespace {
 
 using quorl::sim::numbered;
 using quorl::transport::Backend;
+using quorl::transport::Observer;
 using quorl::transport::Transport;
+using quorl::transport::TransportState;
+using Phase = TransportState::Phase;
 
 // What a listener heard, in order.
 struct Heard {
@@ -132,6 +136,11 @@ class Conformance : public testing::TestWithParam<Candidate> {
         quorl::registry::Pin<Transport> transport(thread, id);
         EXPECT_TRUE(transport);
         return call(*transport->backend);
+    }
+    static std::shared_ptr<TransportState> stateOf(quorlTransport id) {
+        quorl::registry::Pin<Transport> transport(*quorl::threadState(), id);
+        EXPECT_TRUE(transport);
+        return transport->state;
     }
     static quorl_status tryToSend(quorlTransport id, quorl::message::ContentRef content) {
         return with(id, [&](Backend& backend) {
@@ -348,10 +357,7 @@ TEST_P(Conformance, says_that_there_is_no_room_and_has_then_sent_nothing) {
     const uint64_t accepted = fill();
     for (uint64_t i = 0; i < 3; ++i)
         EXPECT_EQ(tryToSend(bus_->here, newContent("f.after", 100 + i, large)), Backend::noRoom) << "it stays so";
-    with(bus_->here, [&](Backend& backend) {
-        EXPECT_TRUE(backend.awaitRoom(quorl::monotonicNow() + 1'000'000)) << "only the deadline has come";
-        return 0;
-    });
+    const uint32_t reports = stateOf(bus_->here)->roomReports();
     // A thread that waits for room goes on when there is some.
     std::atomic<pid_t> waiter{0};
     std::jthread waiting([&] {
@@ -365,6 +371,150 @@ TEST_P(Conformance, says_that_there_is_no_room_and_has_then_sent_nothing) {
     settle();
     EXPECT_EQ(heard.numbers, upTo(1));
     EXPECT_EQ(filling.numbers.size(), accepted);
+    EXPECT_NE(stateOf(bus_->here)->roomReports(), reports);
+}
+
+// What an observer of a backend is told, in order.
+class Recorder final : public Observer {
+  public:
+    void connected() noexcept override { add("connected"); }
+    void away(const Away& report) noexcept override { add(report.reason.empty() ? "away" : "away with a reason"); }
+    void back(const Back&) noexcept override { add("back"); }
+    void lost(const Lost& report) noexcept override { add(*report.reason == '\0' ? "lost" : "lost with a reason"); }
+    void largestMessage(uint32_t bytes) noexcept override {
+        EXPECT_NE(bytes, 0u);
+        add("largest");
+    }
+    std::vector<std::string> words() {
+        std::lock_guard lock(mutex_);
+        return words_;
+    }
+
+  private:
+    void add(const char* word) {
+        std::lock_guard lock(mutex_);
+        words_.emplace_back(word);
+    }
+    std::mutex mutex_;
+    std::vector<std::string> words_;
+};
+using Words = std::vector<std::string>;
+
+TEST_P(Conformance, reports_that_it_is_there_and_what_it_carries_at_most) {
+    const auto recorder = std::make_shared<Recorder>();
+    with(bus_->here, [&](Backend& backend) {
+        backend.observe(recorder);
+        return 0;
+    });
+    EXPECT_EQ(recorder->words(), (Words{"largest", "connected"}));
+    EXPECT_EQ(stateOf(bus_->here)->phase(), Phase::connected);
+    const uint32_t largest = stateOf(bus_->here)->largest();
+    ASSERT_GT(largest, 1u << 20);
+    with(bus_->here, [&](Backend& backend) {
+        backend.unobserve(*recorder);
+        return 0;
+    });
+    EXPECT_EQ(recorder.use_count(), 1) << "nobody keeps it";
+    if (largest > 64u << 20) return;  // more than a test should take
+    EXPECT_EQ(tryToSend(bus_->here, newContent("size", 0, largest)), QUORL_INVALID_SIZE);
+    Heard heard;
+    listen(bus_->there, "size", onNumber, &heard);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    quorl::message::ContentRef content = newContent("size", 0, 0);
+    content = newContent("size", 0, largest - content.byteSize() - 4096);
+    EXPECT_LE(content.byteSize(), largest);
+    ASSERT_EQ(tryToSend(bus_->here, content), QUORL_OK) << quorl_LastErrorText();
+    EXPECT_TRUE(until([&] { return heard.numbers.size() == 1; }));
+}
+
+TEST_P(Conformance, reports_that_it_is_away_and_back_again) {
+    if (!bus_->canBeAway()) return;
+    const auto recorder = std::make_shared<Recorder>();
+    with(bus_->here, [&](Backend& backend) {
+        backend.observe(recorder);
+        return 0;
+    });
+    for (int round = 0; round < 2; ++round) {
+        bus_->leave();
+        ASSERT_TRUE(until([&] { return stateOf(bus_->here)->phase() == Phase::away; }));
+        const auto late = std::make_shared<Recorder>();
+        with(bus_->here, [&](Backend& backend) {
+            backend.observe(late);
+            backend.unobserve(*late);
+            return 0;
+        });
+        EXPECT_EQ(late->words(), (Words{"largest", "connected", "away"})) << "who comes later is told how it is";
+        bus_->comeBack();
+        ASSERT_TRUE(until([&] { return stateOf(bus_->here)->phase() == Phase::connected; }));
+    }
+    // Observers are told one after the other.
+    ASSERT_TRUE(until([&] { return recorder->words().size() >= 6; }));
+    EXPECT_EQ(recorder->words(),
+              (Words{"largest", "connected", "away with a reason", "back", "away with a reason", "back"}));
+}
+
+TEST_P(Conformance, reports_that_it_is_lost_and_refuses_from_then_on) {
+    if (!bus_->canBeLost()) return;
+    const auto recorder = std::make_shared<Recorder>();
+    with(bus_->here, [&](Backend& backend) {
+        backend.observe(recorder);
+        return 0;
+    });
+    Heard asked;
+    listen(bus_->there, "request", onNumber, &asked);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    std::jthread client([&] {
+        quorlMsg request = newMessage("request", 0);
+        quorlMsg reply = nullptr;
+        EXPECT_NE(quorlTransport_SendRequest(bus_->here, request, &reply, -1), QUORL_OK) << "it waits no longer";
+        EXPECT_STRNE(quorl_LastErrorText(), "");
+        EXPECT_EQ(quorlMsg_Destroy(request), QUORL_OK);
+    });
+    EXPECT_TRUE(until([&] { return !asked.numbers.empty(); }));
+    bus_->lose();
+    ASSERT_TRUE(until([&] { return stateOf(bus_->here)->phase() == Phase::lost; }));
+    // Observers are told one after the other.
+    ASSERT_TRUE(until([&] { return recorder->words().size() >= 3; }));
+    EXPECT_EQ(recorder->words(), (Words{"largest", "connected", "lost with a reason"}));
+    const quorl_status refused = tryToSend(bus_->here, numbered("a", 0));
+    EXPECT_TRUE(refused == QUORL_VC_NOT_CONNECTED || refused == QUORL_DAEMON_NOT_CONNECTED) << refused;
+    client.join();
+    const auto late = std::make_shared<Recorder>();
+    with(bus_->here, [&](Backend& backend) {
+        backend.observe(late);
+        return 0;
+    });
+    EXPECT_EQ(late->words(), (Words{"largest", "lost with a reason"}));
+    EXPECT_EQ(quorlTransport_Destroy(bus_->here), QUORL_OK) << quorl_LastErrorText();
+}
+
+// A circuit over a way that is lost does not wait for the silence.
+TEST_P(Conformance, takes_the_circuits_over_it_along_when_it_is_lost) {
+    if (!bus_->canBeLost()) return;
+    quorlTransport accepting = 0;
+    quorlTransport connecting = 0;
+    quorlTransport alone = 0;
+    const char* subject = nullptr;
+    ASSERT_EQ(quorlTransport_CreateAcceptVc(&accepting, &subject, bus_->there), QUORL_OK) << quorl_LastErrorText();
+    ASSERT_EQ(quorlTransport_CreateConnectVc(&connecting, subject, bus_->here), QUORL_OK) << quorl_LastErrorText();
+    ASSERT_EQ(quorlTransport_CreateAcceptVc(&alone, &subject, bus_->here), QUORL_OK) << quorl_LastErrorText();
+    const auto up = [](quorlTransport end) { return quorlTransport_WaitForVcConnection(end, 0) == QUORL_OK; };
+    ASSERT_TRUE(until([&] { return up(connecting) && up(accepting); }));
+    std::jthread waiter([&] {
+        EXPECT_EQ(quorlTransport_WaitForVcConnection(alone, -1), QUORL_VC_NOT_CONNECTED) << quorl_LastErrorText();
+    });
+    bus_->lose();
+    for (const quorlTransport end : {connecting, alone}) {
+        ASSERT_TRUE(until([&] { return stateOf(end)->phase() == Phase::lost; }));
+        EXPECT_EQ(quorlTransport_WaitForVcConnection(end, 0), QUORL_VC_NOT_CONNECTED);
+    }
+    // Nobody else has told this one.
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("the transport below is lost"), std::string::npos)
+        << quorl_LastErrorText();
+    // And one that comes later.
+    quorlTransport late = 0;
+    ASSERT_EQ(quorlTransport_CreateAcceptVc(&late, &subject, bus_->here), QUORL_OK) << quorl_LastErrorText();
+    EXPECT_EQ(quorlTransport_WaitForVcConnection(late, -1), QUORL_VC_NOT_CONNECTED) << quorl_LastErrorText();
 }
 
 TEST_P(Conformance, wakes_whoever_waits_for_room_when_it_is_closed) {

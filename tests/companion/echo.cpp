@@ -353,9 +353,10 @@ quorl_status send(uint32_t id, quorlMsg message) noexcept {
     if (status == QUORL_OK) status = data.withAttributes(frameOf(transport->next(), own.empty() ? 0 : own[0]), &data);
     if (status != QUORL_OK) return status;
     for (;;) {
+        const uint32_t seen = roomReports(transport->transport());
         status = quorl::companion::send(transport->transport(), data);
         if (status != noRoom) return status;
-        status = awaitRoom(transport->transport(), deadlineAfter(60));
+        status = awaitRoom(transport->transport(), seen, deadlineAfter(60));
         if (status != QUORL_OK) return status;
     }
 }
@@ -460,7 +461,7 @@ int firstNotRefused(uint32_t transport, uint32_t echoTransport, quorlMsg message
         pin.status(),
         echoHost.add(node),
         echoHost.listen(*node, transport, "a", &id),
-        awaitRoom(transport, 0),
+        awaitRoom(transport, roomReports(transport), 0),
         checkSubject(transport, "a"),
         createInbox(transport, &inbox),
         passage(transport, "_INBOX.x", &known),

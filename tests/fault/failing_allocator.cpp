@@ -54,6 +54,14 @@ void failAllocation(Whose fails, int64_t allowed) noexcept {
     countdown = allowed;
 }
 
+void* tryMalloc(size_t size) noexcept {
+    return mustFail() ? nullptr : std::malloc(size);
+}
+
+void* tryRealloc(void* memory, size_t size) noexcept {
+    return mustFail() ? nullptr : std::realloc(memory, size);
+}
+
 bool stopFailing() noexcept {
     countdown = -1;
     calls = false;

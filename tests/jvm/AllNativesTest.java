@@ -308,7 +308,12 @@ class AllNativesTest extends OpenLibrary {
                 return new Choice().right(() -> null)
                         .wrong(type == Object[].class ? new Object[1] : type == Object.class ? "" : new QuorlMsg());
             case "review":
-                return new Choice().right(QuorlCmReviewLedgerInfo::new);
+                return new Choice().right(() -> new QuorlCmReviewLedgerInfo() {
+                    @Override
+                    protected boolean onSubject(QuorlCmSubject subject) {
+                        return true;
+                    }
+                });
             case "cell":
                 return new Choice().right(QuorlDispatcher::quorlDispatchable_SetThreadKey).wrong(0L);
             case "into":
@@ -358,9 +363,20 @@ class AllNativesTest extends OpenLibrary {
         if (type == QuorlTimer.class) return timer;
         if (type == QuorlVectorListener.class) return vectorListener;
         if (type == QuorlMsg.class) return new QuorlMsg();
-        if (type == QuorlCmListener.class) return new QuorlCmListener();
+        if (type == QuorlCmListener.class) return withoutConstructor(type);
         if (type == QuorlFtMember.class) return new QuorlFtMember();
         return type == QuorlFtMonitor.class ? new QuorlFtMonitor() : fail("no receiver for " + type);
+    }
+
+    /** An object of a class whose constructors all call the library. */
+    private static Object withoutConstructor(Class<?> type) {
+        try {
+            Class<?> maker = Class.forName("sun.reflect.ReflectionFactory");
+            return ((java.lang.reflect.Constructor<?>) maker.getMethod("newConstructorForSerialization", Class.class, java.lang.reflect.Constructor.class)
+                    .invoke(maker.getMethod("getReflectionFactory").invoke(null), type, Object.class.getDeclaredConstructor())).newInstance();
+        } catch (ReflectiveOperationException e) {
+            throw new AssertionError(e);
+        }
     }
 
     /** The answer's exception, null when there is none. Opening and closing the library is balanced here. */

@@ -1,13 +1,10 @@
 // A backend for each node of a world.
 #include "sim/backend.h"
 
-#include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <utility>
 #include <vector>
 
-#include "base/clock.h"
 #include "base/status.h"
 #include "sim/world.h"
 #include "transport/router.h"
@@ -18,6 +15,9 @@ namespace {
 
 using transport::Backend;
 using transport::Listener;
+using transport::Observer;
+using transport::ObserverRef;
+using transport::Observers;
 using transport::Request;
 using transport::Router;
 
@@ -28,7 +28,9 @@ struct Port {
     Router router;
     Node* node = nullptr;
     bool shut = false;
+    bool refused = false;  // a message, for want of room
     std::vector<message::ContentRef> waiting;
+    Observers observers;  // of the transports over the node
 };
 
 // Hears everything: the router finds who listens.
@@ -52,12 +54,15 @@ struct SimulatedBus::State {
         : plan(given),
           ports(given.nodes),
           world(plan, [this](Node& node) { return std::make_unique<Hearing>(node, ports[node.number()]); }) {
-        for (uint32_t i = 0; i < plan.nodes; ++i) ports[i].node = &world.node(i);
+        for (uint32_t i = 0; i < plan.nodes; ++i) {
+            ports[i].node = &world.node(i);
+            ports[i].observers.largestMessage(largest);
+            ports[i].observers.connected();
+        }
     }
 
     // Guards the world and what waits for it. Not held while a router adds or removes.
     std::mutex mutex;
-    std::condition_variable changed;
     const Plan plan;
     std::vector<Port> ports;
     World world;
@@ -74,26 +79,27 @@ class SimulatedBackend final : public Backend {
 
     quorl_status send(ThreadState&, message::ContentRef content) noexcept override {
         if (const quorl_status status = check(content.sendSubject()); status != QUORL_OK) return status;
+        if (content.byteSize() > SimulatedBus::largest)
+            return fail(QUORL_INVALID_SIZE, "the simulated bus carries messages of at most %u bytes",
+                        SimulatedBus::largest);
         std::lock_guard lock(state_->mutex);
         if (closed_) return fail(QUORL_INVALID_TRANSPORT, "the transport was closed while the message was sent");
+        if (port_.observers.state() != Observers::State::connected)
+            return fail(QUORL_DAEMON_NOT_CONNECTED, "the simulated bus is away");
         if (!port_.shut) {
             port_.node->publish(std::move(content));
             return QUORL_OK;
         }
-        if (port_.waiting.size() >= roomWhenShut) return noRoom;
+        if (port_.waiting.size() >= roomWhenShut) {
+            port_.refused = true;
+            return noRoom;
+        }
         port_.waiting.push_back(std::move(content));
         return QUORL_OK;
     }
-    bool awaitRoom(int64_t deadline) noexcept override {
-        std::unique_lock lock(state_->mutex);
-        const auto ended = [&] { return closed_ || !port_.shut; };
-        if (deadline == forever) {
-            state_->changed.wait(lock, ended);
-        } else {
-            state_->changed.wait_for(lock, std::chrono::nanoseconds(deadline - monotonicNow()), ended);
-        }
-        return !closed_;
-    }
+    void observe(ObserverRef observer) override { port_.observers.add(std::move(observer)); }
+    void unobserve(const Observer& observer) noexcept override { port_.observers.remove(observer); }
+
     quorl_status deliver(ThreadState& thread, message::ContentRef content) noexcept override {
         return port_.router.route(thread, std::move(content));
     }
@@ -112,7 +118,6 @@ class SimulatedBackend final : public Backend {
     void close() noexcept override {
         std::lock_guard lock(state_->mutex);
         closed_ = true;
-        state_->changed.notify_all();
     }
 
   private:
@@ -147,7 +152,19 @@ void SimulatedBus::open(uint32_t node) {
     Port& port = state_->ports[node];
     port.shut = false;
     for (auto& content : std::exchange(port.waiting, {})) port.node->publish(std::move(content));
-    state_->changed.notify_all();
+    if (std::exchange(port.refused, false)) port.observers.room();
+}
+
+void SimulatedBus::leave(uint32_t node) {
+    state_->ports[node].observers.away({"the test says so", 0});
+}
+
+void SimulatedBus::comeBack(uint32_t node) {
+    state_->ports[node].observers.back({});
+}
+
+void SimulatedBus::lose(uint32_t node, const char* reason) {
+    state_->ports[node].observers.lost({reason, 0});
 }
 
 }  // namespace quorl::sim

@@ -32,6 +32,15 @@ class SimulatedBus {
     void shut(uint32_t node);
     void open(uint32_t node);
 
+    // What the transports over the node report of their way: that it is gone, that it is back, that it is gone for good. A
+    // message that is sent meanwhile is refused.
+    void leave(uint32_t node);
+    void comeBack(uint32_t node);
+    void lose(uint32_t node, const char* reason);
+
+    // Bytes of the largest message that they carry.
+    static constexpr uint32_t largest = 4u << 20;
+
     struct State;
 
   private:

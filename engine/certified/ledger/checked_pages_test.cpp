@@ -63,7 +63,7 @@ TEST(CheckedPages, TellOfAnyDamage) {
         EXPECT_FALSE(std::filesystem::exists(path + "-wal"));
         ++refused;
     };
-    for (size_t offset = 7; offset < used; offset += 97) {
+    for (size_t offset = 7; offset < used; offset += 331) {
         std::string damaged = content;
         damaged[offset] = static_cast<char>(damaged[offset] ^ (1 << (offset % 8)));
         damage(damaged, offset);

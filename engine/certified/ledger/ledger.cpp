@@ -117,6 +117,7 @@ Outcome Ledger::openToRead() {
 Outcome Ledger::connect() {
     Outcome outcome = database_.open(file_->path(), file_->path(), SQLITE_OPEN_READWRITE, vfs_);
     if (!outcome.ok()) return outcome;
+    // SQLite would take away the log, and the mark of an open ledger may be in the file.
     sqlite3_db_config(database_.connection(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     // An exclusive owner keeps the log's index in its own memory; no file is mapped, since a page of a mapped file that cannot be
     // read ends the process.
@@ -174,9 +175,8 @@ Outcome Ledger::openToWrite() {
     if (outcome.ok()) outcome = prepareStatements();
     if (!outcome.ok()) return outcome;
     sqlite3* const connection = database_.connection();
-    int chunk = fileChunk;
+    int chunk = static_cast<int>(options_.growth);
     sqlite3_file_control(connection, "main", SQLITE_FCNTL_CHUNK_SIZE, &chunk);
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
     sqlite3_wal_hook(
         connection,
         [](void* frames, sqlite3*, const char*, int count) {
@@ -188,7 +188,7 @@ Outcome Ledger::openToWrite() {
     const bool power = options_.durability == Durability::power;
     const std::string own = (power ? "power " : "process ") + systemRun();
     complete_ = mark_.empty() || mark_.starts_with("power") || (mark_ == own && mark_.size() > sizeof("process"));
-    if (mark_ != own) outcome = setMark(own);
+    outcome = mark_ != own ? setMark(own) : checkpoint(SQLITE_CHECKPOINT_PASSIVE);
     writable_ = outcome.ok();
     file_->name();
     return outcome;
@@ -262,8 +262,11 @@ Ledger::~Ledger() {
     guarded([this] {
         group_.flush();
         const std::lock_guard guard(lock_);
-        if (writable_) return setMark({});
-        return Outcome{};
+        if (!writable_) return Outcome{};
+        if (uncut_ && !cutLog().ok()) return Outcome{};
+        Outcome outcome = setMark({});
+        if (outcome.ok()) sqlite3_db_config(database_.connection(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+        return outcome;
     });
 }
 

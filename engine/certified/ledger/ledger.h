@@ -58,6 +58,7 @@ class Ledger {
         Durability durability = Durability::power;
         const char* files = "unix-none";   // SQLite's file layer; one without locks
         uint32_t checkpointFrames = 4000;  // pages in the log that are copied to their places in the file
+        uint32_t growth = 1 << 20;         // bytes by which the file grows
     };
 
     // Opens the ledger, or makes one where there is no file. What is refused is left as it is.
@@ -134,11 +135,11 @@ class Ledger {
     Outcome eraseState(const Write& write);
     Outcome segmentFor(const Write& write, const Segment** segment);
     Outcome run(Statement& statement);
+    sqlite3_file* logFile() noexcept;
     Outcome syncLog();
+    Outcome cutLog();
     Outcome reserve();
     Outcome checkpoint(int mode);
-
-    static constexpr int64_t fileChunk = int64_t{1} << 20;  // bytes by which the file grows
 
     const Options options_;
     const char* const vfs_;
@@ -152,7 +153,8 @@ class Ledger {
     Segments segments_;
     std::vector<std::pair<uint32_t, uint32_t>> newSegments_;  // of the transaction that runs
     uint32_t nextSegment_ = 1;
-    int logFrames_ = 0;                  // pages in the log after the last commit
+    int logFrames_ = 0;                  // pages in the log, 0: they are all in the file too, and the next begin anew
+    bool uncut_ = false;                 // behind them may be what was refused
     int nextCheckpoint_;                 // as many
     bool syncing_ = false;               // commits sync the log
     bool full_ = false;                  // the last failure was a full disk

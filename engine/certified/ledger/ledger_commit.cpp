@@ -89,12 +89,31 @@ Outcome Ledger::sync() noexcept {
     }
 }
 
-Outcome Ledger::syncLog() {
+sqlite3_file* Ledger::logFile() noexcept {
     sqlite3_file* log = nullptr;
-    int code = sqlite3_file_control(database_.connection(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
-    if (code == SQLITE_OK && log != nullptr && log->pMethods != nullptr) {
-        code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL);
-    }
+    sqlite3_file_control(database_.connection(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+    return log != nullptr && log->pMethods != nullptr ? log : nullptr;
+}
+
+Outcome Ledger::syncLog() {
+    sqlite3_file* const log = logFile();
+    const int code = log != nullptr ? log->pMethods->xSync(log, SQLITE_SYNC_NORMAL) : SQLITE_OK;
+    if (code != SQLITE_OK) return database_.failure(code, "write");
+    return {};
+}
+
+// A transaction of which the last part could not be synced stands in the log like one that was accepted, and would come back with
+// the next start.
+Outcome Ledger::cutLog() {
+    constexpr int64_t headerSize = 32;
+    constexpr int64_t frameSize = 24 + int64_t{format::pageSize};
+    sqlite3_file* const log = logFile();
+    if (log == nullptr) return {};
+    const int64_t valid = logFrames_ == 0 ? 0 : headerSize + logFrames_ * frameSize;
+    sqlite3_int64 size = 0;
+    int code = log->pMethods->xFileSize(log, &size);
+    if (code == SQLITE_OK && size > valid) code = log->pMethods->xTruncate(log, valid);
+    if (code == SQLITE_OK && syncing_) code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL);
     if (code != SQLITE_OK) return database_.failure(code, "write");
     return {};
 }
@@ -124,8 +143,12 @@ Outcome Ledger::commitOnce(std::vector<Step>& steps) {
     newSegments_.clear();
     const bool sync = options_.durability == Durability::power ||
                       std::any_of(steps.begin(), steps.end(), [](const Step& step) { return step.transaction.sync; });
-    Outcome outcome = setSyncing(sync);
+    Outcome outcome;
+    if (uncut_) outcome = cutLog();
+    uncut_ = !outcome.ok();
+    if (outcome.ok()) outcome = setSyncing(sync);
     if (outcome.ok()) outcome = run(begin_);
+    if (!outcome.ok()) return outcome;
     for (const Step& step : steps) {
         if (outcome.ok()) outcome = carryOut(step);
     }
@@ -137,6 +160,7 @@ Outcome Ledger::commitOnce(std::vector<Step>& steps) {
         rollBack_.reset();
     }
     for (const auto& place : newSegments_) segments_.erase(place);
+    uncut_ = !cutLog().ok();
     return outcome;
 }
 
@@ -259,7 +283,7 @@ Outcome Ledger::reserve() {
         full_ = true;
         return database_.failure(SQLITE_FULL, "write");
     }
-    reservedBytes_ = (bytes + fileChunk - 1) / fileChunk * fileChunk;
+    reservedBytes_ = (bytes + options_.growth - 1) / options_.growth * options_.growth;
     return {};
 }
 

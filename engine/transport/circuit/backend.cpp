@@ -30,8 +30,9 @@ quorl_status CircuitBackend::check(std::string_view subject) const noexcept {
 quorl_status CircuitBackend::send(ThreadState& thread, message::ContentRef content) noexcept {
     if (const quorl_status status = Router::check(content.sendSubject()); status != QUORL_OK) return status;
     if (const quorl_status status = local::checkReply(content.replySubject()); status != QUORL_OK) return status;
-    if (content.byteSize() > largestContent)
-        return fail(QUORL_INVALID_SIZE, "a circuit carries messages of at most %u bytes", largestContent);
+    if (content.byteSize() > end_->largest())
+        return fail(QUORL_INVALID_SIZE, "the circuit carries messages of at most %u bytes, and this one has %u",
+                    end_->largest(), content.byteSize());
     const quorl_status status = end_->send(thread, std::move(content));
     switch (status) {
         case QUORL_OK:
@@ -65,10 +66,6 @@ void CircuitBackend::closeRequest(Request& request) noexcept {
     end_->router().remove(request);
 }
 
-bool CircuitBackend::awaitRoom(int64_t deadline) noexcept {
-    return end_->awaitRoom(deadline);
-}
-
 Passage CircuitBackend::passage(std::string_view, int64_t now) noexcept {
     ThreadState* thread = threadState();
     return thread != nullptr ? end_->passage(*thread, now) : Passage::open(now);
@@ -79,7 +76,7 @@ void CircuitBackend::closed(ThreadState& thread) noexcept {
 }
 
 quorl_status CircuitBackend::whyAborted() const noexcept {
-    return end_->isLost() ? end_->notConnected() : Backend::whyAborted();
+    return end_->observers().isLost() ? end_->notConnected() : Backend::whyAborted();
 }
 
 }  // namespace quorl::transport::circuit

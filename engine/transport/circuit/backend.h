@@ -19,7 +19,8 @@ class CircuitBackend final : public Backend {
     void unlisten(Listener& listener) noexcept override;
     quorl_status openRequest(Request& request) noexcept override;
     void closeRequest(Request& request) noexcept override;
-    bool awaitRoom(int64_t deadline) noexcept override;
+    void observe(ObserverRef observer) override { end_->observers().add(std::move(observer)); }
+    void unobserve(const Observer& observer) noexcept override { end_->observers().remove(observer); }
     Passage passage(std::string_view inbox, int64_t now) noexcept override;
     void closed(ThreadState& thread) noexcept override;
     quorl_status whyAborted() const noexcept override;

@@ -28,8 +28,6 @@ namespace {
 // A circuit.timeout beyond it means for ever; sums of times do not wrap.
 constexpr int64_t longestSilence = int64_t{365} * 86'400 * 1'000'000'000;
 
-constexpr const char* parentIsGone = "the transport below was closed";
-
 // Draws what tells a circuit from all others in the world.
 bool drawSession(uint64_t* session) noexcept {
     return getrandom(session, sizeof *session, 0) == static_cast<ssize_t>(sizeof *session);
@@ -57,10 +55,29 @@ std::vector<protocol::GuestRef> allEnds() noexcept {
     return all;
 }
 
-bool losesNothing(ThreadState& thread, uint32_t id, std::string_view inbox) noexcept {
+// What is known of a transport that is to carry a circuit, and knows so.
+struct Below {
+    bool lossless = false;
+    uint32_t largest = 0;  // bytes of a message of the circuit's that fits into one of it
+};
+Below standOn(ThreadState& thread, uint32_t id, std::string_view inbox) noexcept {
     ReadGuard guard(thread);
     auto* transport = registry::find<Transport>(id);
-    return transport != nullptr && transport->backend->passage(inbox, monotonicNow()).lossless;
+    if (transport == nullptr) return {};
+    transport->state->beParent();
+    const uint32_t largest = transport->state->largest();
+    return {transport->backend->passage(inbox, monotonicNow()).lossless,
+            largest > roomOfFrames ? largest - roomOfFrames : 0};
+}
+
+bool isLost(ThreadState& thread, uint32_t id) noexcept {
+    ReadGuard guard(thread);
+    auto* transport = registry::find<Transport>(id);
+    return transport != nullptr && transport->state->phase() == TransportState::Phase::lost;
+}
+
+bool isOver(const protocol::Guest& guest, uint32_t parent) noexcept {
+    return static_cast<const End&>(guest).parent() == parent;
 }
 
 // peer: null for an accepting end.
@@ -74,13 +91,14 @@ quorl_status create(uint32_t* id, uint32_t parent, const char* peer, EndRef* mad
         const std::string address = inbox.data();
         Settings settings;
         settings.lostAfter = std::min(nanosecondsOf(environment::parameters().of(parameters::timeout)), longestSilence);
-        settings.lossless = losesNothing(*thread, parent, address);
+        const Below below = standOn(*thread, parent, address);
+        settings.lossless = below.lossless;
         uint64_t session = 0;
         if (peer != nullptr && !drawSession(&session))
             return fail(QUORL_OS_ERROR, "the system gives no random numbers");
         const auto end = std::make_shared<End>(
             peer != nullptr ? Machine(settings, session, address, peer, monotonicNow()) : Machine(settings), parent,
-            address);
+            address, below.largest);
         auto backend = std::make_unique<CircuitBackend>(end);
         if (const quorl_status status = End::start(end); status != QUORL_OK) return status;
         uint32_t published = 0;
@@ -89,7 +107,9 @@ quorl_status create(uint32_t* id, uint32_t parent, const char* peer, EndRef* mad
             return status;
         }
         end->published(published);
-        if (peer != nullptr) end->wake(*thread);
+        if (peer != nullptr) end->attend(*thread);
+        // The transport below may have been lost before the end was there to be told.
+        if (isLost(*thread, parent)) host().schedule(*end, monotonicNow());
         *id = published;
         *made = end;
         return QUORL_OK;
@@ -124,13 +144,15 @@ quorl_status waitForConnection(uint32_t id, double timeout) noexcept {
     if (!transport) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
     auto* backend = dynamic_cast<CircuitBackend*>(transport->backend.get());
     if (backend == nullptr) return fail(QUORL_INVALID_TRANSPORT, "transport %u is no circuit", id);
-    End& end = backend->end();
-    switch (end.awaitPeer(deadlineAfter(timeout))) {
-        case End::up:
+    const int64_t deadline = deadlineAfter(timeout);
+    transport->state->awaitConnected(deadline);
+    backend->end().settle();
+    switch (transport->state->phase()) {
+        case TransportState::Phase::connected:
             return QUORL_OK;
-        case End::lost:
-            return end.notConnected();
-        case End::closed:
+        case TransportState::Phase::lost:
+            return backend->end().notConnected();
+        case TransportState::Phase::closed:
             return fail(QUORL_INTR, "the circuit was closed while a thread waited for it");
         default:
             return fail(QUORL_TIMEOUT, "the circuit was not connected in time");
@@ -150,19 +172,27 @@ void parentCloses(uint32_t parent) noexcept {
             for (const EndRef& end : next) transports.push_back(end->transport());
         }
     } catch (const std::bad_alloc&) {
-        // Those that were not found learn it when they send, or from the silence.
+        // Those that were not found cannot say good-bye.
     }
-    for (auto end = over.rbegin(); end != over.rend(); ++end) (*end)->abandon(*thread, parentIsGone);
+    for (auto end = over.rbegin(); end != over.rend(); ++end) (*end)->abandon(*thread, parentIsClosed);
 }
 
 void parentClosed(uint32_t parent) noexcept {
     ThreadState* thread = threadState();
     if (thread == nullptr || host().count() == 0) return;
     try {
-        for (const EndRef& end : endsOver({parent})) end->fail(*thread, parentIsGone);
+        for (const EndRef& end : endsOver({parent})) end->fail(*thread, parentIsClosed);
     } catch (const std::bad_alloc&) {
-        // The same.
+        // They find it themselves.
     }
+    parentLost(parent);
+}
+
+// Whoever reports the loss may be inside a step of an end above, which it sends for: the ends look for themselves, on the
+// host's thread.
+void parentLost(uint32_t parent) noexcept {
+    if (host().count() == 0) return;
+    host().wakeAll([parent](const protocol::Guest& guest) { return isOver(guest, parent); });
 }
 
 void stop() noexcept {

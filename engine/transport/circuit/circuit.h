@@ -18,6 +18,8 @@ quorl_status waitForConnection(uint32_t id, double timeout) noexcept;
 void parentCloses(uint32_t parent) noexcept;
 // It takes no listeners any more: circuits that were made meanwhile end too. Under a read guard, no lock held.
 void parentClosed(uint32_t parent) noexcept;
+// Its way is lost: so are the circuits over it. Locks of what reports it may be held.
+void parentLost(uint32_t parent) noexcept;
 
 // Ends all circuits and the thread; the registry takes no new objects by then.
 void stop() noexcept;

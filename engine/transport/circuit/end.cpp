@@ -22,23 +22,44 @@ bool takes(const Machine& machine) noexcept {
     return machine.state() != Machine::State::up || machine.hasRoom();
 }
 
-// Ends the waiting requests of a circuit that has no peer any more.
-void abortRequests(uint32_t id, ThreadState& thread) noexcept {
-    ReadGuard guard(thread);
-    auto* transport = registry::find<Transport>(id);
-    if (transport == nullptr) return;
-    Lock lock(transport->lock);
-    abortAll(*transport);
+void tell(const char* name, uint32_t transport, const char* reason, uint64_t undelivered) noexcept {
+    advise(Severity::warn, "circuit", name,
+           {{"transport", transport}, {"reason", reason}, {"undelivered", undelivered}});
 }
 
 }  // namespace
+
+// Tells the program of a circuit that is lost.
+class LossAdvisories final : public Observer {
+  public:
+    void lost(const Lost& report) noexcept override {
+        tell("lost", transport.load(std::memory_order_acquire), report.reason, report.undelivered);
+    }
+
+    std::atomic<uint32_t> transport{0};  // the circuit's
+};
 
 protocol::Host& host() noexcept {
     return circuitsHost;
 }
 
-End::End(Machine machine, uint32_t parent, std::string address)
-    : Driver(circuitsHost, std::move(machine)), parent_(parent), address_(std::move(address)) {}
+End::End(Machine machine, uint32_t parent, std::string address, uint32_t largest)
+    : Driver(circuitsHost, std::move(machine)),
+      parent_(parent),
+      address_(std::move(address)),
+      largest_(largest),
+      advisories_(std::make_shared<LossAdvisories>()) {
+    observers_.add(advisories_);
+    observers_.largestMessage(largest);
+}
+
+uint32_t End::transport() const noexcept {
+    return advisories_->transport.load(std::memory_order_acquire);
+}
+
+void End::published(uint32_t transport) noexcept {
+    advisories_->transport.store(transport, std::memory_order_release);
+}
 
 // ---- coming and going
 
@@ -88,6 +109,16 @@ void End::onFrame(quorlEvent, quorlMsg message, void* closure) {
 }
 
 void End::wake(ThreadState& thread) noexcept {
+    if (const char* reason = endOfTheParent(thread); reason != nullptr) {
+        // What it has brought comes first.
+        if (lastFrames_ == 0) lastFrames_ = circuitsHost.placeBehindAll(thread);
+        if (circuitsHost.passed(thread, lastFrames_)) return fail(thread, reason);
+        circuitsHost.schedule(*this, monotonicNow());
+    }
+    attend(thread);
+}
+
+void End::attend(ThreadState& thread) noexcept {
     const int64_t now = monotonicNow();
     const Passage passage = passageBelow(thread, now);
     step(thread, [&](Machine& machine, Output& out) {
@@ -97,13 +128,16 @@ void End::wake(ThreadState& thread) noexcept {
 }
 
 quorl_status End::send(ThreadState& thread, message::ContentRef content) noexcept {
-    return step(thread,
-                [&](Machine& machine, Output& out) { return machine.send(std::move(content), monotonicNow(), out); });
+    return step(thread, [&](Machine& machine, Output& out) {
+        const quorl_status status = machine.send(std::move(content), monotonicNow(), out);
+        // Whoever makes room after this step sees it.
+        if (status == QUORL_QUEUE_LIMIT) refused_.store(true, std::memory_order_relaxed);
+        return status;
+    });
 }
 
 void End::close(ThreadState& thread) noexcept {
-    phase_.store(closed, std::memory_order_release);
-    futexWake(phase_, INT32_MAX);
+    closed_.store(true, std::memory_order_release);
     step(thread, [](Machine& machine, Output& out) {
         machine.close(monotonicNow(), out);
         return QUORL_OK;
@@ -131,7 +165,7 @@ void End::transmit(ThreadState& thread, Machine& machine, Output& output) noexce
     ReadGuard guard(thread);
     auto* parent = registry::find<Transport>(parent_);
     if (parent == nullptr) {
-        machine.fail("the transport below was closed", output);
+        machine.fail(parentIsClosed, output);
         return;
     }
     bool crowded = false;
@@ -148,31 +182,20 @@ void End::transmit(ThreadState& thread, Machine& machine, Output& output) noexce
 }
 
 void End::deliver(ThreadState& thread, News news) noexcept {
-    if (roomWaiters_.load(std::memory_order_seq_cst) != 0 && takesMessages()) {
-        roomChanges_.fetch_add(1, std::memory_order_release);
-        futexWake(roomChanges_, INT32_MAX);
-    }
-    uint32_t expected = pending;
-    if (news.connected && phase_.compare_exchange_strong(expected, up)) futexWake(phase_, INT32_MAX);
+    if (refused_.load(std::memory_order_relaxed) && takesMessages() && refused_.exchange(false)) observers_.room();
+    if (news.connected) observers_.connected();
     if (!news.deliveries.empty()) {
         ReadGuard guard(thread);
         for (auto& content : news.deliveries) router_.route(thread, std::move(content));
     }
     if (news.lost) {
-        for (uint32_t from : {pending, up}) phase_.compare_exchange_strong(from, lost);
-        futexWake(phase_, INT32_MAX);
-        if (const uint32_t id = transport(); id != 0) abortRequests(id, thread);
-        tell("lost", news);
+        observers_.lost({news.reason, news.undelivered});
+        told_.store(1, std::memory_order_release);
+        futexWake(told_, INT32_MAX);
     } else if (news.undelivered != 0) {
-        news.reason = "the program closed the circuit";
-        tell("undelivered", news);
+        tell("undelivered", transport(), "the program closed the circuit", news.undelivered);
     }
     if (news.done) retire();
-}
-
-void End::tell(const char* name, const News& news) const noexcept {
-    advise(Severity::warn, "circuit", name,
-           {{"transport", transport()}, {"reason", news.reason}, {"undelivered", news.undelivered}});
 }
 
 // ---- what others ask
@@ -181,6 +204,14 @@ Passage End::passageBelow(ThreadState& thread, int64_t now) const noexcept {
     ReadGuard guard(thread);
     auto* parent = registry::find<Transport>(parent_);
     return parent != nullptr ? parent->backend->passage(address_, now) : Passage::open(now);
+}
+
+// Why there is no way any more through the transport below; null while there may be one.
+const char* End::endOfTheParent(ThreadState& thread) noexcept {
+    ReadGuard guard(thread);
+    auto* parent = registry::find<Transport>(parent_);
+    if (parent == nullptr) return parentIsClosed;
+    return parent->state->phase() == TransportState::Phase::lost ? "the transport below is lost" : nullptr;
 }
 
 // A circuit loses nothing; what the peer has not acknowledged is on its way. What comes in is whole, but for what the way below
@@ -196,37 +227,18 @@ bool End::takesMessages() noexcept {
     return look([](const Machine& machine) { return takes(machine); });
 }
 
-bool End::awaitRoom(int64_t deadline) noexcept {
-    roomWaiters_.fetch_add(1, std::memory_order_seq_cst);
-    for (;;) {
-        const uint32_t seen = roomChanges_.load(std::memory_order_acquire);
-        if (takesMessages() || !futexWait(roomChanges_, seen, deadline)) break;
-    }
-    roomWaiters_.fetch_sub(1, std::memory_order_relaxed);
-    return phase() != closed;
-}
-
-End::Phase End::awaitPeer(int64_t deadline) noexcept {
-    while (phase() == pending) {
-        if (!futexWait(phase_, pending, deadline)) break;
-    }
-    // The machine may know that the circuit is lost, and refuse messages, before that is delivered.
-    const Phase now = phase();
-    return now == up && look([](const Machine& machine) { return machine.state() >= Machine::State::lost; }) ? lost
-                                                                                                             : now;
+// The machine knows that the circuit is lost, and refuses messages, before that is delivered.
+void End::settle() noexcept {
+    if (!look([](const Machine& machine) { return machine.state() == Machine::State::lost; })) return;
+    while (told_.load(std::memory_order_acquire) == 0) futexWait(told_, 0);
 }
 
 quorl_status End::notConnected() noexcept {
-    switch (phase()) {
-        case pending:
-            return quorl::fail(QUORL_VC_NOT_CONNECTED, "the circuit is not connected yet");
-        case closed:
-            return quorl::fail(QUORL_VC_NOT_CONNECTED, "the circuit was closed");
-        default:
-            break;
-    }
-    const char* reason = look([](const Machine& machine) { return machine.reason(); });
-    return quorl::fail(QUORL_VC_NOT_CONNECTED, "the circuit is lost: %s", reason);
+    if (closed_.load(std::memory_order_acquire)) return quorl::fail(QUORL_VC_NOT_CONNECTED, "the circuit was closed");
+    const auto [state, reason] =
+        look([](const Machine& machine) { return std::pair(machine.state(), machine.reason()); });
+    if (state == Machine::State::lost) return quorl::fail(QUORL_VC_NOT_CONNECTED, "the circuit is lost: %s", reason);
+    return quorl::fail(QUORL_VC_NOT_CONNECTED, "the circuit is not connected yet");
 }
 
 }  // namespace quorl::transport::circuit

@@ -10,26 +10,36 @@
 
 #include "protocol/driver.h"
 #include "transport/circuit/machine.h"
+#include "transport/observer.h"
 #include "transport/router.h"
 
 namespace quorl::transport::circuit {
 
+// Why a circuit ends with the transport below it.
+inline constexpr const char* parentIsClosed = "the transport below was closed";
+
 class End;
 using EndRef = std::shared_ptr<End>;
+class LossAdvisories;
 
 class End final : public protocol::Driver<Machine, Output> {
   public:
-    // What threads see that wait for the peer.
-    enum Phase : uint32_t { pending = 0, up = 1, lost = 2, closed = 3 };
-
-    // parent: the transport below. address: the inbox of it where this end hears, as the machine knows it.
-    End(Machine machine, uint32_t parent, std::string address);
+    // parent: the transport below. address: the inbox of it where this end hears, as the machine knows it. largest: bytes of
+    // the largest message that fits into a frame.
+    End(Machine machine, uint32_t parent, std::string address, uint32_t largest);
 
     uint32_t parent() const noexcept { return parent_; }
     const std::string& address() const noexcept { return address_; }
+    uint32_t largest() const noexcept { return largest_; }
     // The transport of the circuit itself; 0 until it is published.
-    uint32_t transport() const noexcept { return transport_.load(std::memory_order_acquire); }
-    void published(uint32_t transport) noexcept { transport_.store(transport, std::memory_order_release); }
+    uint32_t transport() const noexcept;
+    void published(uint32_t transport) noexcept;
+
+    // Of the circuit: connected when the peer is there, lost when there is none any more.
+    Observers& observers() noexcept { return observers_; }
+    // Waits, if the circuit is being lost, until those who observe it know. What is asked about the peer and what sending
+    // says then agree.
+    void settle() noexcept;
 
     // Of what the peer sends.
     Router& router() noexcept { return router_; }
@@ -48,16 +58,14 @@ class End final : public protocol::Driver<Machine, Output> {
     void abandon(ThreadState& thread, const char* reason) noexcept;
     void fail(ThreadState& thread, const char* reason) noexcept;
 
-    // Waits while the peer is not there; the phase then.
-    Phase awaitPeer(int64_t deadline) noexcept;
-    bool isLost() const noexcept { return phase() == lost; }
     // The status, with its detail text, of what needs a peer and has none.
     quorl_status notConnected() noexcept;
     // See Backend.
-    bool awaitRoom(int64_t deadline) noexcept;
     Passage passage(ThreadState& thread, int64_t now) noexcept;
 
     void wake(ThreadState& thread) noexcept override;
+    // Does what is due. On any thread.
+    void attend(ThreadState& thread) noexcept;
 
   private:
     void transmit(ThreadState& thread, Machine& machine, Output& output) noexcept override REQUIRES(lock_);
@@ -66,17 +74,19 @@ class End final : public protocol::Driver<Machine, Output> {
     static void onFrame(quorlEvent, quorlMsg message, void* closure);
     quorl_status hear() noexcept;
     Passage passageBelow(ThreadState& thread, int64_t now) const noexcept;
+    const char* endOfTheParent(ThreadState& thread) noexcept;
     bool takesMessages() noexcept;
-    void tell(const char* name, const News& news) const noexcept;
-    Phase phase() const noexcept { return static_cast<Phase>(phase_.load(std::memory_order_acquire)); }
 
     const uint32_t parent_;
     const std::string address_;
     std::atomic<uint32_t> listener_{0};  // of the address; 0 until it is made, and when the end is retired
-    std::atomic<uint32_t> transport_{0};
-    std::atomic<uint32_t> phase_{pending};  // threads that wait for the peer sleep on it
-    std::atomic<uint32_t> roomChanges_{0};  // threads that wait for room to send sleep on it
-    std::atomic<uint32_t> roomWaiters_{0};
+    const uint32_t largest_;
+    uint64_t lastFrames_ = 0;  // of the host's thread: when the transport below is lost, where its last frames stand
+    std::atomic<bool> closed_{false};   // by the program
+    std::atomic<bool> refused_{false};  // a message, for want of room; no room was reported since
+    Observers observers_;
+    std::atomic<uint32_t> told_{0};  // whether the loss was; threads that want to know of it sleep on it
+    const std::shared_ptr<LossAdvisories> advisories_;
     Router router_;
 };
 

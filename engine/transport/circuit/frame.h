@@ -54,7 +54,7 @@ quorl_status encode(const Frame& frame, std::string_view to, message::ContentRef
 // Reads a message that anybody may have sent. False: it is no frame, or there was no memory for it.
 bool decode(quorlMsg message, Frame* frame) noexcept;
 
-// Bytes of a program's message beyond which it does not fit into a frame.
-inline constexpr uint32_t largestContent = QUORL_MSG_MAX_SIZE - 4096;
+// Bytes that a frame adds to a program's message, attributes included, at most.
+inline constexpr uint32_t roomOfFrames = 4096;
 
 }  // namespace quorl::transport::circuit

@@ -8,10 +8,10 @@
 namespace quorl::transport::circuit {
 namespace {
 
-constinit ClosingWatch watch{parentCloses, parentClosed, nullptr};
+constinit EndingWatch watch{parentCloses, parentClosed, parentLost, nullptr};
 
 quorl_status start() noexcept {
-    watchClosing(watch);
+    watchEnding(watch);
     return QUORL_OK;
 }
 

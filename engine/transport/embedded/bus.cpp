@@ -70,6 +70,12 @@ class Port final : public Backend {
     }
     void closeRequest(Request& request) noexcept override { bus_->router.remove(request); }
 
+    // It is there, and stays.
+    void observe(ObserverRef observer) override {
+        observer->largestMessage(QUORL_MSG_MAX_SIZE);
+        observer->connected();
+    }
+
     Passage passage(std::string_view, int64_t now) noexcept override {
         Passage passage = Passage::open(now);
         passage.lossless = true;

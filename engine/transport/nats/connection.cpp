@@ -19,6 +19,7 @@
 #include "base/futex.h"
 #include "base/status.h"
 #include "transport/advisory.h"
+#include "transport/nats/assembler.h"
 #include "transport/nats/port.h"
 #include "transport/nats/wire_subject.h"
 
@@ -72,15 +73,19 @@ std::string defaultName() {
 
 Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Limits& limits, bool readyCheck)
     : key_(std::move(key)),
+      log_(std::make_shared<ConnectionLog>(key_)),
       connectTimeout_(nanosecondsOf(limits.connectTimeout)),
       readyCheck_(readyCheck),
       inbound_(wirePrefix(key_.network, key_.service)),
       probeSubject_(inbound_.prefix + "_PROBE." + hexadecimal(randomId())),
-      outbox_(inbound_.prefix, limits.reconnectBuffer),
+      outbox_(inbound_.prefix, limits.reconnectBuffer, observers_),
       name_(key_.description.empty() ? defaultName() : key_.description),
       writer_(message::wire::load<uint64_t>(randomId().data())),
       servers_(std::move(servers)),
-      chance_(message::wire::load<uint64_t>(randomId().data())) {}
+      chance_(message::wire::load<uint64_t>(randomId().data())) {
+    observers_.add(log_);
+    observers_.largestMessage(largestEntry - static_cast<uint32_t>(entrySize(QUORL_SUBJECT_MAX, 0)));
+}
 
 Connection::~Connection() {
     join();
@@ -362,6 +367,7 @@ void Connection::connectFirst() {
         if (status == QUORL_OK) {
             nextServer_ = i + 1;
             outbox_.setConnected(true);
+            observers_.connected();
             phase_.store(connected, std::memory_order_release);
             futexWake(phase_, INT32_MAX);
             return;
@@ -511,18 +517,17 @@ void Connection::keepUp() noexcept {
         outbox_.setConnected(false);
         phase_.store(away, std::memory_order_release);
         dropSession();
-        adviseLost();
+        observers_.away({lostReason_, lostUnconfirmed_});
         reconnect();
         if (over()) return;
         const uint64_t kept = messagesWaiting();
         const uint64_t lost = outbox_.takeLost();
         lostEver_ += lost;
-        reconnects_ += 1;
         denied_ = false;
         outbox_.setConnected(true);
         lossAt_.store(lostAt_, std::memory_order_relaxed);
         phase_.store(connected, std::memory_order_release);
-        adviseBack(kept, lost);
+        observers_.back({static_cast<double>(monotonicNow() - lostAt_) / 1e9, kept, lost, lostUnconfirmed_});
     }
 }
 
@@ -644,16 +649,6 @@ quorl_status Connection::connectAgain() {
     return fail(worst, "%s", words.c_str());
 }
 
-void Connection::adviseLost() noexcept {
-    if (!advisoriesHeard()) return;
-    advise(Severity::warn, "daemon", "lost",
-           {{"daemon", key_.daemon},
-            {"service", key_.service},
-            {"network", key_.network},
-            {"reason", lostReason_},
-            {"unconfirmed", lostUnconfirmed_}});
-}
-
 // No lock held.
 void Connection::adviseRejections() noexcept {
     try {
@@ -763,20 +758,19 @@ void Connection::adviseDropped() noexcept {
 }
 
 Connection::Figures Connection::figures() {
-    static constexpr const char* phases[] = {"connecting", "connected", "away", "failed", "ended"};
     Figures figures;
     {
         Lock lock(lock_);
         figures.server = server_;
         figures.reason = reason_;
     }
-    figures.phase = phases[phase_.load(std::memory_order_relaxed)];
+    figures.phase = failed() ? "failed" : finished() ? "ended" : log_->phase();
     figures.messagesOut = handed_.get();
     figures.bytesOut = handedBytes_.get();
     figures.messagesIn = inbound_.messages.get();
     figures.bytesIn = inbound_.bytes.get();
     figures.waiting = outbox_.waiting();
-    figures.reconnects = reconnects_.get();
+    figures.reconnects = log_->reconnects();
     figures.lost = lostEver_.get() + outbox_.lost();
     figures.unconfirmed = unconfirmedEver_.get();
     figures.malformed = inbound_.rejections.total();
@@ -791,18 +785,6 @@ uint64_t Connection::messagesWaiting() noexcept {
     for (size_t i = nextFrame_; current_ != nullptr && i < current_->frames.size(); ++i)
         count += current_->frames[i].messages;
     return count;
-}
-
-void Connection::adviseBack(uint64_t kept, uint64_t lost) noexcept {
-    if (!advisoriesHeard()) return;
-    advise(Severity::info, "daemon", "back",
-           {{"daemon", key_.daemon},
-            {"service", key_.service},
-            {"network", key_.network},
-            {"seconds", static_cast<double>(monotonicNow() - lostAt_) / 1e9},
-            {"sent", kept},
-            {"lost", lost},
-            {"unconfirmed", lostUnconfirmed_}});
 }
 
 }  // namespace quorl::transport::nats

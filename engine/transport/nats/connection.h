@@ -23,6 +23,7 @@
 
 #include "base/mutex.h"
 #include "transport/nats/admissions.h"
+#include "transport/nats/connection_log.h"
 #include "transport/nats/frame_writer.h"
 #include "transport/nats/outbox.h"
 #include "transport/nats/parameters.h"
@@ -32,15 +33,6 @@
 #include "transport/transport.h"
 
 namespace quorl::transport::nats {
-
-struct ConnectionKey {
-    std::string daemon;  // as the program wrote it
-    std::string service;
-    std::string network;
-    std::string description;
-
-    bool operator==(const ConnectionKey&) const = default;
-};
 
 class Connection final : public Ending {
   public:
@@ -96,6 +88,8 @@ class Connection final : public Ending {
     void unlistenToInboxes(std::string_view pattern) noexcept { removeUser(pattern, nullptr); }
     Router& inboxes() noexcept { return inbound_.inboxes; }
 
+    // Of this connection: the transports over it, and its log.
+    Observers& observers() noexcept { return observers_; }
     // See Backend. On any thread; does not wait.
     Passage passage(std::string_view inbox, int64_t now) noexcept;
 
@@ -184,13 +178,11 @@ class Connection final : public Ending {
     void dropSession() noexcept;
     void pause(int64_t nanoseconds) noexcept;
     void emptyWakeEvent() noexcept;
-    void adviseLost() noexcept;
     void adviseRejections() noexcept;
     void adviseRefusals() noexcept;
     void adviseTaken(const Admissions::News& news) noexcept;
     void adviseDenied(quorl_status status) noexcept;
     void adviseDropped() noexcept;
-    void adviseBack(uint64_t kept, uint64_t lost) noexcept;
     uint64_t messagesWaiting() noexcept;
 
     // Under io_.
@@ -212,6 +204,8 @@ class Connection final : public Ending {
     void wakeThread() noexcept;
 
     const ConnectionKey key_;
+    const std::shared_ptr<ConnectionLog> log_;
+    Observers observers_;
     const int64_t connectTimeout_;  // nanoseconds
     const bool readyCheck_;
 
@@ -238,8 +232,7 @@ class Connection final : public Ending {
     std::atomic<int64_t> passedAt_{0};     // when the last one that came back was sent; 0: none ever came back
     std::atomic<int64_t> readAt_{0};       // when bytes last came in
     std::atomic<int64_t> lossAt_{0};       // when the connection was last lost, once it is back; 0: never
-    Tally reconnects_;                     // of the thread, like the next two
-    Tally lostEver_;                       // without what the outbox has lost since the daemon was there
+    Tally lostEver_;  // of the thread, like the next; without what the outbox has lost since the daemon was there
     Tally unconfirmedEver_;
     Tally refusedEver_;
     Tally dropped_;

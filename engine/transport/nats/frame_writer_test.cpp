@@ -86,7 +86,8 @@ struct Daemon final : PayloadSink {
 };
 
 struct Writing : testing::Test {
-    Outbox outbox{"q.", 1u << 30};
+    Observer nobody;
+    Outbox outbox{"q.", 1u << 30, nobody};
     FrameWriter writer{123};
     Daemon daemon;
     std::vector<std::string> expected;

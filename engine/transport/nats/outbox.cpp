@@ -67,7 +67,10 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
     if (shut_) [[unlikely]]
         return fail(QUORL_INVALID_TRANSPORT, "the transport was closed while the message was sent");
     if (full(entry)) [[unlikely]] {
-        if (connected_) return Backend::noRoom;
+        if (connected_) {
+            refused_ = true;
+            return Backend::noRoom;
+        }
         dropExpired();
         if (full(entry)) {
             addLost(1);
@@ -134,31 +137,15 @@ quorl_status Outbox::put(const message::ContentRef& content, int64_t keepUntil, 
     }
 }
 
-void Outbox::waitForRoom(const std::atomic<bool>& gaveUp, int64_t deadline) noexcept {
-    roomSleepers_.fetch_add(1, std::memory_order_seq_cst);
-    for (;;) {
-        const uint32_t seen = roomChanges_.load(std::memory_order_seq_cst);
-        if (gaveUp.load(std::memory_order_seq_cst)) break;
-        {
-            Lock lock(lock_);
-            if (!connected_ || waiting_.load(std::memory_order_relaxed) < connectedRoom) break;
-        }
-        if (!futexWait(roomChanges_, seen, deadline)) break;
-    }
-    roomSleepers_.fetch_sub(1, std::memory_order_relaxed);
-}
-
-void Outbox::wakeSenders() noexcept {
-    roomChanges_.fetch_add(1, std::memory_order_seq_cst);
-    if (roomSleepers_.load(std::memory_order_seq_cst) != 0) futexWake(roomChanges_, INT32_MAX);
-}
-
+// The bound is another one now.
 void Outbox::setConnected(bool connected) noexcept {
+    bool room;
     {
         Lock lock(lock_);
         connected_ = connected;
+        room = mayTellOfRoom();
     }
-    wakeSenders();
+    if (room) observer_.room();
 }
 
 std::unique_ptr<Outbox::Chunk> Outbox::take() noexcept {
@@ -176,13 +163,13 @@ void Outbox::giveBack(std::unique_ptr<Chunk> chunk) noexcept {
     chunk->frames.clear();
     chunk->used = 0;
     chunk->cost = 0;
-    bool wake;
+    bool room;
     {
         Lock lock(lock_);
-        const size_t before = waiting_.load(std::memory_order_relaxed);
-        waiting_.store(before - cost, std::memory_order_release);
-        // Woken when half is free, so that a sender that is faster than the daemon sleeps seldom.
-        wake = before >= connectedRoom / 2 && before - cost < connectedRoom / 2;
+        const size_t left = waiting_.load(std::memory_order_relaxed) - cost;
+        waiting_.store(left, std::memory_order_release);
+        // When half is free, so that a sender that is faster than the daemon sleeps seldom.
+        room = left < connectedRoom / 2 && mayTellOfRoom();
         if (chunk->room == Chunk::standardRoom && spares_.size() < sparesKept) {
             try {
                 spares_.push_back(std::move(chunk));
@@ -191,7 +178,7 @@ void Outbox::giveBack(std::unique_ptr<Chunk> chunk) noexcept {
             }
         }
     }
-    if (wake) wakeSenders();
+    if (room) observer_.room();
 }
 
 uint64_t Outbox::shut() noexcept {

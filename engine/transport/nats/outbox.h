@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/futex.h"
@@ -54,19 +55,15 @@ class Outbox {
         uint8_t* payloadOf(const Frame& frame) const noexcept { return bytes.get() + frame.payload; }
     };
 
-    // prefix: of subjects on the wire. awayRoom: bytes that wait while the daemon is away.
-    Outbox(std::string_view prefix, size_t awayRoom) : prefix_(prefix), awayRoom_(awayRoom) {}
+    // prefix: of subjects on the wire. awayRoom: bytes that wait while the daemon is away. observer: is told of room.
+    Outbox(std::string_view prefix, size_t awayRoom, Observer& observer)
+        : prefix_(prefix), awayRoom_(awayRoom), observer_(observer) {}
 
     // Takes a message over, whose subject has been checked. keepUntil: when it is worthless if the daemon is away;
     // forever for never. *waiting gets the bytes that wait now.
     // Backend::noRoom, QUORL_DAEMON_NOT_CONNECTED, QUORL_INVALID_SIZE, QUORL_NO_MEMORY, QUORL_INVALID_TRANSPORT when it is
     // shut.
     quorl_status put(const message::ContentRef& content, int64_t keepUntil, size_t* waiting) noexcept;
-
-    // Waits until there may be room, the daemon is away, the deadline has come, or wakeSenders is called; gaveUp is looked at
-    // first.
-    void waitForRoom(const std::atomic<bool>& gaveUp, int64_t deadline = forever) noexcept;
-    void wakeSenders() noexcept;
 
     void setConnected(bool connected) noexcept;
 
@@ -93,6 +90,8 @@ class Outbox {
 
     Chunk& chunkWith(size_t room) REQUIRES(lock_);
     void dropExpired() noexcept REQUIRES(lock_);
+    // Whether room is to be reported now.
+    bool mayTellOfRoom() noexcept REQUIRES(lock_) { return std::exchange(refused_, false); }
     bool full(size_t size) const noexcept REQUIRES(lock_) {
         const size_t waits = waiting_.load(std::memory_order_relaxed);
         return connected_ ? waits >= connectedRoom : waits + size > awayRoom_;
@@ -100,16 +99,16 @@ class Outbox {
 
     const std::string prefix_;
     const size_t awayRoom_;
+    Observer& observer_;
 
     std::atomic<size_t> waiting_{0};  // bytes; written under the lock, in one order with the connection's sleep
     std::atomic<uint64_t> lost_{0};
-    std::atomic<uint32_t> roomChanges_{0};  // senders sleep on it
-    std::atomic<uint32_t> roomSleepers_{0};
 
     Mutex lock_;
     bool connected_ GUARDED_BY(lock_) = false;
     bool shut_ GUARDED_BY(lock_) = false;
-    bool open_ GUARDED_BY(lock_) = false;  // the last frame of the last chunk takes more messages of lastSubject_
+    bool refused_ GUARDED_BY(lock_) = false;  // a message, for want of room; no room was reported since
+    bool open_ GUARDED_BY(lock_) = false;     // the last frame of the last chunk takes more messages of lastSubject_
     FrameKind lastKind_ GUARDED_BY(lock_) = FrameKind::entries;  // of that frame
     std::array<char, QUORL_SUBJECT_MAX> lastSubject_ GUARDED_BY(lock_);
     size_t lastSubjectSize_ GUARDED_BY(lock_) = 0;

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "base/clock.h"
 #include "base/status.h"
 #include "transport/nats/wire_subject.h"
@@ -27,8 +25,14 @@ message::ContentRef contentOf(const char* subject, size_t bytes, const char* rep
     return content;
 }
 
+struct RoomCounter final : Observer {
+    void room() noexcept override { ++reports; }
+    int reports = 0;
+};
+
 struct Waiting : testing::Test {
-    Outbox outbox{"q.", 10000};
+    RoomCounter room;
+    Outbox outbox{"q.", 10000, room};
     size_t waiting = 0;
 
     quorl_status put(const message::ContentRef& content, int64_t keepUntil = forever) {
@@ -150,7 +154,7 @@ TEST_F(Waiting, neighboursThatAreNotKeptEquallyLongAreNotGathered) {
     EXPECT_EQ(chunk->frames[3].messages, 1u);
 }
 
-TEST_F(Waiting, aFullConnectionMakesSendersWait) {
+TEST_F(Waiting, aFullConnectionTellsOfRoomOnceHalfIsFree) {
     outbox.setConnected(true);
     const auto content = contentOf("a", 40000);
     quorl_status status;
@@ -158,28 +162,22 @@ TEST_F(Waiting, aFullConnectionMakesSendersWait) {
     }
     EXPECT_EQ(status, Backend::noRoom);
     EXPECT_LE(outbox.waiting(), Outbox::connectedRoom + 50000);
-    std::atomic<bool> gaveUp{false};
-    outbox.waitForRoom(gaveUp, monotonicNow() + 1'000'000);
-    EXPECT_EQ(put(content), Backend::noRoom) << "only the deadline has come";
-    std::thread sender([&] {
-        outbox.waitForRoom(gaveUp);
-        EXPECT_EQ(put(content), QUORL_OK);
-    });
+    while (outbox.waiting() >= Outbox::connectedRoom / 2) {
+        EXPECT_EQ(room.reports, 0) << outbox.waiting();
+        outbox.giveBack(outbox.take());
+    }
+    EXPECT_EQ(room.reports, 1);
+    EXPECT_EQ(put(content), QUORL_OK);
     while (auto chunk = outbox.take()) outbox.giveBack(std::move(chunk));
-    sender.join();
+    EXPECT_EQ(room.reports, 1) << "nobody was refused since";
     while ((status = put(content)) == QUORL_OK) {
     }
-    std::thread waiter([&] { outbox.waitForRoom(gaveUp); });
-    gaveUp = true;
-    outbox.wakeSenders();
-    waiter.join();
-    std::thread stranded([&, &never = gaveUp] {
-        never = false;
-        outbox.waitForRoom(never);
-        EXPECT_EQ(put(content), QUORL_DAEMON_NOT_CONNECTED);
-    });
+    EXPECT_EQ(status, Backend::noRoom);
     outbox.setConnected(false);
-    stranded.join();
+    EXPECT_EQ(room.reports, 2) << "who waits may look again: the daemon is away";
+    EXPECT_EQ(put(content), QUORL_DAEMON_NOT_CONNECTED);
+    outbox.setConnected(true);
+    EXPECT_EQ(room.reports, 2);
 }
 
 }  // namespace

@@ -109,14 +109,12 @@ class Port final : public Backend {
         if (!used_.load(std::memory_order_relaxed)) used_.store(true, std::memory_order_seq_cst);
         return current().send(content, batching_);
     }
-    bool awaitRoom(int64_t deadline) noexcept override {
-        current().outbox().waitForRoom(closed_, deadline);
-        return !closed_.load(std::memory_order_seq_cst);
-    }
+    void observe(ObserverRef observer) override { current().observers().add(std::move(observer)); }
+    void unobserve(const Observer& observer) noexcept override { current().observers().remove(observer); }
+
     // The connection goes with its last transport; its memory stays for the calls that are under way.
     void close() noexcept override {
         closed_.store(true, std::memory_order_seq_cst);
-        current().outbox().wakeSenders();
         if (!inboxPattern_.empty()) current().unlistenToInboxes(inboxPattern_);
         last_ = leave(held_.back());
     }

@@ -105,18 +105,22 @@ final class Dispatching {
 
     /** seconds below 0 wait for ever. */
     boolean dispatch(Dispatchable target, double seconds) throws InterruptedException {
-        return dispatch(target, seconds, NEVER);
+        return dispatch(target, seconds, 0, NEVER);
     }
 
-    /** The same, but that stop may end the wait: it is asked before each part of it, and what came before is still taken. */
-    boolean dispatch(Dispatchable target, double seconds, BooleanSupplier stop) throws InterruptedException {
+    /**
+     * The same, but that stop may end the wait: it is asked before each part of it, and what came before is still taken.
+     * longest: seconds of a part; 0 leaves its length open, and asks nobody.
+     */
+    boolean dispatch(Dispatchable target, double seconds, double longest, BooleanSupplier stop)
+            throws InterruptedException {
         if (Thread.interrupted()) {
             throw new InterruptedException();
         }
         Object taken = takeOnce(target, 0);
         if ((taken == NOTHING && seconds != 0) || taken == SIGNALLED) {
-            taken = takeBlocking(target, seconds, stop);
-            if (taken == NOTHING && stop.getAsBoolean()) {
+            taken = takeBlocking(target, seconds, longest, longest == 0 ? NEVER : stop);
+            if (taken == NOTHING && longest != 0) {
                 return poll(target);
             }
         }
@@ -133,12 +137,13 @@ final class Dispatching {
         }
         Object taken = takeOnce(target, 0);
         if (taken == NOTHING || taken == SIGNALLED) {
-            taken = takeBlocking(target, -1, stop);
+            taken = takeBlocking(target, -1, 0, stop);
         }
         finish(taken);
     }
 
-    private Object takeBlocking(Dispatchable target, double seconds, BooleanSupplier stop) throws InterruptedException {
+    private Object takeBlocking(Dispatchable target, double seconds, double longest, BooleanSupplier stop)
+            throws InterruptedException {
         long start = System.nanoTime();
         boolean mine = openKey();
         if (interruption == null) {
@@ -157,7 +162,7 @@ final class Dispatching {
                     return NOTHING;
                 }
                 double left = seconds < 0 ? Double.MAX_VALUE : Math.max(0, seconds - (System.nanoTime() - start) / 1e9);
-                double wait = Math.min(left, hasKey() ? slice : WITHOUT_KEY);
+                double wait = Math.min(left, !hasKey() ? WITHOUT_KEY : longest == 0 ? slice : Math.min(slice, longest));
                 Object taken = takeOnce(target, wait);
                 if (taken != SIGNALLED && !(taken == NOTHING && wait < left)) {
                     return taken;

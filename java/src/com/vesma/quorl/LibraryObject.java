@@ -19,7 +19,8 @@ abstract class LibraryObject implements AutoCloseable {
 
     /** What the cleaner holds; it must not hold the object itself. */
     private static final class Id implements Runnable {
-        private final IntConsumer destroy;
+        /** Another one for a close that may wait, which the cleaner may not. */
+        private volatile IntConsumer destroy;
         private final int last;
 
         /** 0 from the beginning of the first close. */
@@ -113,6 +114,12 @@ abstract class LibraryObject implements AutoCloseable {
             cleanable.clean();
         }
         Reference.reachabilityFence(this);
+    }
+
+    /** As {@link #destroy()}, by other means than the cleaner has. */
+    final void destroy(IntConsumer otherwise) {
+        id.destroy = otherwise;
+        destroy();
     }
 
     @Override

@@ -134,7 +134,7 @@ public final class Quorl implements AutoCloseable {
             daemons = ClosingLosses.daemonsInUse();
         } finally {
             EngineQueries.libraryCloses();
-            CircuitWatch.libraryCloses();
+            CmDeliveries.libraryCloses();
             status = quorl_Close();
             if (status == QuorlException.DAEMON_NOT_CONNECTED) {
                 losses = ClosingLosses.take(wordsOfTheClose(), daemons);

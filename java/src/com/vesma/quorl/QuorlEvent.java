@@ -1,13 +1,14 @@
 package com.vesma.quorl;
 
+import java.util.List;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.function.IntSupplier;
 
 /**
- * Something that a queue delivers: a message that arrived ({@link QuorlListener}, {@link QuorlVectorListener}), a timer
- * that fired ({@link QuorlTimer}).
+ * Something that a queue delivers: a message that arrived ({@link QuorlListener}, {@link QuorlVectorListener},
+ * {@link QuorlCmListener}), a timer that fired ({@link QuorlTimer}).
  *
  * <p>An event lives until it is closed, also when the program keeps no reference to it. Its handler runs on the threads
  * that dispatch its queue, on several at once when several dispatch it.
@@ -69,12 +70,12 @@ public class QuorlEvent implements AutoCloseable {
             MAKING.decrementAndGet();
         }
         if (closed) {
-            DestructionBarrier.destroy(queue, this::destroyOnce);
+            destroy();
         }
     }
 
     /** What the library's refusal to make an event is: what the event needs may be closed. */
-    static QuorlException refusal(QuorlException e, QuorlQueue queue, QuorlTransport transport) {
+    static QuorlException refusal(QuorlException e, QuorlQueue queue, LibraryObject transport) {
         return queue.exists() ? transport.refused(e) : queue.closedException();
     }
 
@@ -110,6 +111,16 @@ public class QuorlEvent implements AutoCloseable {
         return id;
     }
 
+    /** The id while the library has the event, also when it was closed and a handler of it runs; else 0. */
+    final int idOrZero() {
+        return id;
+    }
+
+    /** The open events of a class. */
+    static <T extends QuorlEvent> List<T> open(Class<T> type) {
+        return OPEN.stream().filter(type::isInstance).map(type::cast).toList();
+    }
+
     /**
      * The queue that delivers the event.
      *
@@ -137,17 +148,32 @@ public class QuorlEvent implements AutoCloseable {
         if (queue == null) {
             return;
         }
-        closed = true;
-        DestructionBarrier.destroy(queue, this::destroyOnce);
+        markClosed();
+        destroy();
         DestructionBarrier.awaitHandlers(this);
+    }
+
+    /** From now on what comes for this event is dropped. */
+    final void markClosed() {
+        closed = true;
+    }
+
+    /** Ends the library's event, the first time; while nobody can be handed it. */
+    final void destroy() {
+        DestructionBarrier.destroy(queue, this::destroyOnce);
     }
 
     private void destroyOnce() {
         if (id != 0) {
-            quorlEvent_Destroy(id);
+            destroyNative(id);
             id = 0;
             OPEN.remove(this);
         }
+    }
+
+    /** Has the library end it and the bridge give back its reference. Behind the barrier: must not block. */
+    void destroyNative(int event) {
+        quorlEvent_Destroy(event);
     }
 
     /** Behind the close of its queue, which leaves the event itself open. */

@@ -4,9 +4,9 @@ import com.vesma.quorl.internal.image.Texts;
 import java.lang.ref.Reference;
 import java.time.Duration;
 import java.util.List;
-import java.util.Map;
 import java.util.Objects;
 import java.util.Queue;
+import java.util.Set;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.ConcurrentLinkedQueue;
@@ -41,8 +41,8 @@ public abstract class QuorlTransport extends LibraryObject {
     /** Queues of earlier requests: as many as there ever were requests at once. A forgotten one is cleaned up. */
     private final Queue<QuorlQueue> idleQueues = new ConcurrentLinkedQueue<>();
 
-    /** The queues of requests that wait, with the threads that wait there. */
-    private final Map<QuorlQueue, Dispatching> requests = new ConcurrentHashMap<>();
+    /** The queues of requests that wait. */
+    private final Set<QuorlQueue> requests = ConcurrentHashMap.newKeySet();
 
     private final Requests asynchronous = new Requests(this);
 
@@ -140,17 +140,16 @@ public abstract class QuorlTransport extends LibraryObject {
     }
 
     private QuorlMsg ask(QuorlMsg request, double seconds) throws InterruptedException {
-        awaitsReplies();
         String inbox = createInbox();
         QuorlMsg[] reply = new QuorlMsg[1];
         QuorlQueue idle = idleQueues.poll();
         QuorlQueue queue = idle == null ? new QuorlQueue() : idle;
         Dispatching thread = Dispatching.current();
-        requests.put(queue, thread);
+        requests.add(queue);
         try (QuorlListener listener = new QuorlListener(queue, this, inbox, (l, message) -> reply[0] = message.keep())) {
             request.setReplySubject(listener.getSubject());
             send(request);
-            return thread.dispatch(queue, seconds, this::isPeerLost) ? reply[0] : null;
+            return thread.dispatch(queue, seconds, requestSlice(), this::isPeerLost) ? reply[0] : null;
         } finally {
             // The listener is closed by now, with whatever came after the first reply, so the queue is empty.
             requests.remove(queue);
@@ -302,10 +301,12 @@ public abstract class QuorlTransport extends LibraryObject {
 
     // ---- a transport to one peer, which can be lost --------------------------------------------------------------------
 
-    /** Before requests are sent. */
-    void awaitsReplies() {}
+    /** How long a request waits before it looks after the peer again, in seconds; 0 of a transport to many, which has none. */
+    double requestSlice() {
+        return 0;
+    }
 
-    /** Whether replies that have not come will not come. Never, of a transport to many. */
+    /** Whether replies that have not come will not come. */
     boolean isPeerLost() {
         return false;
     }
@@ -313,12 +314,6 @@ public abstract class QuorlTransport extends LibraryObject {
     /** What a request fails with when the peer is lost. */
     QuorlException peerLoss() {
         return closedException();
-    }
-
-    /** Ends the requests that wait, which look for a reply once more. */
-    final void wakeRequests() {
-        requests.forEach((queue, thread) -> thread.signal(queue));
-        asynchronous.peerIsLost();
     }
 
     /** What the library's refusal is to the program: another thread may have closed the transport meanwhile. */
@@ -341,7 +336,7 @@ public abstract class QuorlTransport extends LibraryObject {
         destroy();
         asynchronous.close();
         // A request that begins later finds no transport to send on.
-        requests.keySet().forEach(QuorlQueue::close);
+        requests.forEach(QuorlQueue::close);
         for (QuorlQueue idle = idleQueues.poll(); idle != null; idle = idleQueues.poll()) {
             idle.close();
         }

@@ -32,8 +32,8 @@ public final class QuorlVcTransport extends QuorlTransport {
     private static final int SUBJECT_BYTES = 255;
 
     /**
-     * How long a wait stays in the library before it looks whether the thread was interrupted, in seconds. Short enough for
-     * a program that is told to stop, long enough to cost nothing.
+     * How long a wait stays in the library before it looks whether the thread was interrupted, or the peer is gone, in
+     * seconds. Short enough for a program that is told to stop, long enough to cost nothing.
      */
     private static final double SLICE = 0.05;
 
@@ -42,12 +42,6 @@ public final class QuorlVcTransport extends QuorlTransport {
 
     /** Of the accepting end; null of a connecting one. */
     private final String connectSubject;
-
-    /** Whether a loss of the peer is told. */
-    private volatile boolean watched;
-
-    /** Whether it was. */
-    private volatile boolean lost;
 
     private QuorlVcTransport(int id, QuorlTransport parent, String connectSubject) {
         super(id, QuorlTransport::quorlTransport_Destroy);
@@ -171,22 +165,19 @@ public final class QuorlVcTransport extends QuorlTransport {
     }
 
     @Override
-    void awaitsReplies() {
-        if (!watched) {
-            CircuitWatch.begin(this);
-            watched = true;
-        }
+    double requestSlice() {
+        return SLICE;
     }
 
-    /** On the thread that hears of it. What the peer has sent is in the queues of its listeners. */
-    void peerIsLost() {
-        lost = true;
-        wakeRequests();
-    }
-
+    /** What the peer has sent is in the queues of its listeners when the library says so. */
     @Override
     boolean isPeerLost() {
-        return lost;
+        try {
+            isUp(0);
+        } catch (QuorlException e) {
+            return e.getStatus() == QuorlException.VC_NOT_CONNECTED;
+        }
+        return false;
     }
 
     @Override
@@ -197,15 +188,6 @@ public final class QuorlVcTransport extends QuorlTransport {
             return e;
         }
         return closedException();
-    }
-
-    @Override
-    public void close() {
-        int id = idOrZero();
-        super.close();
-        if (watched) {
-            CircuitWatch.end(id);
-        }
     }
 
     @Override

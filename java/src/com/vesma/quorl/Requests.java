@@ -7,6 +7,7 @@ import java.util.Set;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.Future;
+import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.concurrent.atomic.AtomicLong;
 import java.util.concurrent.locks.ReentrantLock;
 
@@ -40,6 +41,9 @@ final class Requests {
 
     /** Of the last request. */
     private final AtomicLong lastKey = new AtomicLong();
+
+    /** Whether somebody looks after the transport's peer. */
+    private final AtomicBoolean looking = new AtomicBoolean();
 
     /** Requests that wait, by their keys. */
     private final Map<Long, Pending> pending = new ConcurrentHashMap<>();
@@ -99,6 +103,7 @@ final class Requests {
             transport.send(request);
             // Behind the send, so that one that is refused says why, however short the limit is.
             made.expireAfter(limit, request.getSendSubject(), replySubject);
+            lookAfterPeer();
         } catch (QuorlException e) {
             made.completeExceptionally(transport.isGone(e) ? transport.closedException() : QuorlDaemonException.typed(e));
         } catch (RuntimeException | Error e) {
@@ -135,7 +140,6 @@ final class Requests {
     }
 
     private void make() {
-        transport.awaitsReplies();
         String inbox = transport.createInbox();
         QuorlQueue replies = new QuorlQueue("replies");
         QuorlListener hearing = null;
@@ -180,8 +184,35 @@ final class Requests {
         return key;
     }
 
+    /** Sees to it that what waits fails when the transport's peer is lost. */
+    private void lookAfterPeer() {
+        if (transport.requestSlice() != 0 && looking.compareAndSet(false, true)) {
+            lookSoon();
+        }
+    }
+
+    private void lookSoon() {
+        TimeLimits.after((long) (transport.requestSlice() * 1e9), this::look);
+    }
+
+    private void look() {
+        if (!pending.isEmpty() && !transport.isPeerLost()) {
+            lookSoon();
+            return;
+        }
+        looking.set(false);
+        // What was sent meanwhile has found somebody looking.
+        if (!pending.isEmpty()) {
+            if (transport.isPeerLost()) {
+                peerIsLost();
+            } else {
+                lookAfterPeer();
+            }
+        }
+    }
+
     /** The transport's peer is lost: fails what waits, behind the replies that have come. */
-    void peerIsLost() {
+    private void peerIsLost() {
         QuorlQueue replies;
         lock.lock();
         try {
@@ -201,8 +232,10 @@ final class Requests {
                 }
             });
         } catch (QuorlException e) {
-            // The transport or the library closes, which ends the requests with a reason of its own.
-            return;
+            // The transport or the library closes, which ends the requests with a reason of its own; or there is no memory now.
+            if (transport.exists()) {
+                lookAfterPeer();
+            }
         }
     }
 

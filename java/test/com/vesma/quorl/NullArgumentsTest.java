@@ -20,6 +20,7 @@ import java.util.Arrays;
 import java.util.Comparator;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.concurrent.Executor;
 import java.util.function.Function;
 import org.junit.jupiter.api.Test;
@@ -155,6 +156,12 @@ class NullArgumentsTest extends OpenLibrary {
         if (type == List.class || type == Iterable.class) {
             return List.of();
         }
+        if (type == Set.class) {
+            return Set.of();
+        }
+        if (type == Map.class) {
+            return Map.of();
+        }
         if (type == Quorl.class) {
             return quorl;
         }
@@ -176,6 +183,19 @@ class NullArgumentsTest extends OpenLibrary {
         }
         if (type.isAssignableFrom(QuorlQrdTransport.class)) {
             return new QuorlQrdTransport("");
+        }
+        if (type.isEnum()) {
+            return type.getEnumConstants()[0];
+        }
+        if (type == QuorlCmTransport.Builder.class) {
+            return QuorlCmTransport.builder(transport);
+        }
+        if (type == QuorlCmTransport.class) {
+            return Certified.isThere(transport) ? QuorlCmTransport.builder(transport).open() : null;
+        }
+        if (type == QuorlCmListener.class) {
+            return Certified.isThere(transport)
+                    ? new QuorlCmListener(queue, QuorlCmTransport.builder(transport).open(), "a", (l, m) -> {}) : null;
         }
         if (type == Executor.class) {
             return (Executor) Runnable::run;

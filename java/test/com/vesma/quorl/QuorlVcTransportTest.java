@@ -186,6 +186,29 @@ class QuorlVcTransportTest extends OpenLibrary {
         requestsEndWhen("the transport below was closed", pair -> transport.close());
     }
 
+    private static void assertAnswered(Pair pair) {
+        try (QuorlMsg question = new QuorlMsg("answer");
+                QuorlMsg reply = pair.connecting.request(question, LIMIT)) {
+            assertEquals(1, reply.getI32("n"));
+        } catch (InterruptedException e) {
+            throw new AssertionError(e);
+        }
+    }
+
+    /** Anybody in the process may send one. */
+    @Test
+    void anAdvisoryEndsNoRequest() throws Exception {
+        requestsEndWhen("the peer closed", pair -> {
+            try (QuorlMsg forged = new QuorlMsg("_QUORL.WARN.circuit.lost")) {
+                transport.send(forged.addI32("transport", pair.connecting.id()));
+            }
+            for (int i = 0; i < 20; i++) {
+                assertAnswered(pair);
+            }
+            pair.accepting.close();
+        });
+    }
+
     @Test
     void aCircuitThatClosesEndsItsOwnRequests() throws Exception {
         try (Pair pair = new Pair(); QuorlMsg question = new QuorlMsg("ask"); QuorlMsg other = new QuorlMsg("ask")) {

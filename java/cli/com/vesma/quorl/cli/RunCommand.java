@@ -35,7 +35,7 @@ final class RunCommand extends Action {
 
     /** What a script may say. */
     @Command(name = "script", subcommands = {SendCommand.class, ListenCommand.class, RequestCommand.class,
-            ReplyCommand.class, StatsCommand.class, WaitCommand.class})
+            ReplyCommand.class, CmCommand.class, StatsCommand.class, WaitCommand.class})
     private static final class Script {}
 
     private record Line(String place, Action action) {}
@@ -99,11 +99,14 @@ final class RunCommand extends Action {
             CommandLine script = Main.commandLine(new Script(), out(), err());
             CommandLine.ParseResult parsed = script.parseArgs(words.toArray(String[]::new));
             if (!parsed.hasSubcommand()) {
-                throw usage("no command; a script has send, listen, request, reply, stats and wait");
+                throw usage("no command; a script has send, listen, request, reply, cm, stats and wait");
             }
             CommandLine.ParseResult command = parsed.subcommand();
+            while (command.hasSubcommand()) command = command.subcommand();
             if (command.isUsageHelpRequested()) throw usage("--help is for the command line, not for a script");
-            Action action = (Action) command.commandSpec().userObject();
+            if (!(command.commandSpec().userObject() instanceof Action action)) {
+                throw usage("'" + command.commandSpec().qualifiedName(" ").replaceFirst("^script ", "") + "' is for the command line, not for a script");
+            }
             action.transport.defaultTo(transport);
             action.check();
             return new Line(place, action);

@@ -48,11 +48,16 @@ final class Screen implements AutoCloseable {
 
     /** Whether this process's standard output is a terminal that understands the sequences. */
     static boolean isTerminal() {
+        return isTerminal(1);
+    }
+
+    /** Whether a file of this process, 1 for its output and 2 for its errors, is one. */
+    static boolean isTerminal(int file) {
         String terminal = System.getenv("TERM");
         if (terminal == null || terminal.equals("dumb")) return false;
         try {
             // System.console() also asks about standard input, which may be a pipe here.
-            Path target = Files.readSymbolicLink(Path.of("/proc/self/fd/1"));
+            Path target = Files.readSymbolicLink(Path.of("/proc/self/fd/" + file));
             return target.startsWith("/dev/pts") || target.toString().startsWith("/dev/tty")
                     || target.equals(Path.of("/dev/console"));
         } catch (IOException e) {

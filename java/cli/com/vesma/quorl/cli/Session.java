@@ -1,6 +1,8 @@
 package com.vesma.quorl.cli;
 
 import com.vesma.quorl.Quorl;
+import com.vesma.quorl.QuorlCmListener;
+import com.vesma.quorl.QuorlCmTransport;
 import com.vesma.quorl.QuorlDispatcher;
 import com.vesma.quorl.QuorlException;
 import com.vesma.quorl.QuorlListener;
@@ -83,6 +85,12 @@ final class Session implements AutoCloseable {
     private final QuorlQueue queue;
     private final QuorlDispatcher dispatcher;
     private final Map<List<String>, Port> ports = new LinkedHashMap<>();
+
+    /** In the order in which they were opened. */
+    private final List<QuorlCmTransport> certified = new ArrayList<>();
+
+    /** Their listeners that end their agreements when this closes. */
+    private final List<QuorlCmListener> cancelled = new ArrayList<>();
 
     /** Hears what the library tells of daemons; null while none is used. */
     private DaemonWatch watch;
@@ -255,7 +263,6 @@ final class Session implements AutoCloseable {
     /** How many messages a listener has taken, and a wait for them. */
     final class Counter {
         private final Long most;
-        private final List<QuorlListener> listeners = new ArrayList<>();
         private long taken;
         private long handled;
 
@@ -297,14 +304,47 @@ final class Session implements AutoCloseable {
         QuorlTransport transport = transport(options);
         Counter counter = new Counter(most);
         for (String subject : subjects) {
-            counter.listeners.add(new QuorlListener(queue, transport, subject, (listener, message) -> {
+            new QuorlListener(queue, transport, subject, (listener, message) -> {
                 if (!counter.take()) {
                     listener.close();
                     return;
                 }
                 handler.accept(message);
                 counter.done();
-            }));
+            });
+        }
+        return counter;
+    }
+
+    /** Certified delivery under a name, until the session closes. old: whether what was kept for the name before is asked for. */
+    QuorlCmTransport certified(TransportOptions options, CertifiedOptions name, boolean old) {
+        QuorlTransport transport = transport(options);
+        try {
+            QuorlCmTransport opened = name.open(transport, old);
+            certified.add(opened);
+            return opened;
+        } catch (QuorlException e) {
+            throw new Failure((name.ledger == null ? "" : name.ledger + ": ") + e.getMessage());
+        }
+    }
+
+    /** As {@link #listen}, for certified messages, each confirmed when it was handled. */
+    Counter listenCertified(TransportOptions options, CertifiedOptions name, boolean old, boolean cancel, List<String> subjects,
+            Long most, Consumer<QuorlMsg> handler) {
+        QuorlCmTransport through = certified(options, name, old);
+        Counter counter = new Counter(most);
+        for (String subject : subjects) {
+            QuorlCmListener listener = new QuorlCmListener(queue, through, subject, QuorlCmListener.Confirmation.EXPLICIT, (l, message) -> {
+                if (!counter.take()) {
+                    // Not confirmed: it is for the next who listens.
+                    l.close(cancel);
+                    return;
+                }
+                handler.accept(message);
+                l.confirm(message);
+                counter.done();
+            });
+            if (cancel) cancelled.add(listener);
         }
         return counter;
     }
@@ -441,6 +481,8 @@ final class Session implements AutoCloseable {
     @Override
     public void close() {
         dispatcher.close();
+        for (QuorlCmListener listener : cancelled) listener.close(true);
+        for (QuorlCmTransport each : certified) each.close();
         // The last one of a daemon waits for what is on its way, and the watch hears what is dropped.
         for (Port port : ports.values()) port.transport.close();
         if (watch != null) watch.close();

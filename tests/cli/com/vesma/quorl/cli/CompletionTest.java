@@ -43,26 +43,41 @@ class CompletionTest {
         first.addAll(all.getCommandSpec().optionsMap().keySet());
         assertEquals(first, offers(""));
         for (String command : all.getSubcommands().keySet()) {
-            Set<String> options = new TreeSet<>();
-            for (OptionSpec option : all.getSubcommands().get(command).getCommandSpec().options()) {
-                if (!option.hidden()) options.addAll(List.of(option.names()));
+            CommandLine outer = all.getSubcommands().get(command);
+            assertEquals(optionsOf(outer), offers(command, "-"), command);
+            for (String inner : outer.getSubcommands().keySet()) {
+                assertEquals(optionsOf(outer.getSubcommands().get(inner)), offers(command, inner, "-"), command + " " + inner);
             }
-            assertEquals(options, offers(command, "-"), command);
+            if (!outer.getSubcommands().isEmpty()) {
+                Set<String> both = optionsOf(outer);
+                both.addAll(outer.getSubcommands().keySet());
+                assertEquals(both, offers(command, ""), command);
+            }
         }
         Set<String> helped = new TreeSet<>(all.getSubcommands().keySet());
         helped.addAll(List.of("-h", "--help"));
         assertEquals(helped, offers("help", ""));
     }
 
+    private static Set<String> optionsOf(CommandLine command) {
+        Set<String> options = new TreeSet<>();
+        for (OptionSpec option : command.getCommandSpec().options()) {
+            if (!option.hidden()) options.addAll(List.of(option.names()));
+        }
+        return options;
+    }
+
     @Test
     void filesAreOfferedWhereAnOptionTakesOne() throws Exception {
         Files.writeString(folder.resolve("table.csv"), "");
         for (String[] words : new String[][] {{"send", "a", "--csv", "t"}, {"send", "--json-file", "t"}, {"listen", "a", "--csv", "t"},
-                {"doctor", "--trust", "t"}, {"run", "t"}}) {
+                {"doctor", "--trust", "t"}, {"cm", "send", "a", "--ledger", "t"}, {"run", "t"}}) {
             assertEquals(Set.of("table.csv"), offers(words));
         }
         assertEquals(Set.of("--timeout", "--trust"), offers("listen", "a", "--json", "--t"));
         assertEquals(Set.of("listen"), offers("l"));
+        assertEquals(Set.of("power", "process"), offers("cm", "send", "a", "--durability", ""));
+        assertEquals(Set.of(), offers("cm", "listen", "--name", ""));
         assertEquals(Set.of(), offers("send", "--rate", ""));
     }
 }

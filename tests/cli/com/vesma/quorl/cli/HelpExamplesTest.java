@@ -43,7 +43,12 @@ class HelpExamplesTest {
     /** The words behind "quorl" in each example. */
     private static List<List<String>> examples() {
         List<List<String>> examples = new ArrayList<>();
+        List<CommandLine> commands = new ArrayList<>();
         for (CommandLine command : new CommandLine(new Main(InputStream.nullInputStream())).getSubcommands().values()) {
+            commands.add(command);
+            commands.addAll(command.getSubcommands().values());
+        }
+        for (CommandLine command : commands) {
             for (String line : command.getCommandSpec().usageMessage().footer()) {
                 if (!line.startsWith("  quorl ")) continue;
                 List<String> words = ScriptLine.words(line.replaceFirst(" > .*$", ""));
