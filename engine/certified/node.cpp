@@ -22,8 +22,8 @@ using companion::Type;
 
 namespace {
 
-constexpr int64_t pauseWithoutRoom = 2 * 1'000'000;  // nanoseconds
-constexpr int64_t pauseWithoutMemory = 10 * 1'000'000;
+constexpr int64_t pauseWithoutRoom = 2'000'000;  // nanoseconds
+constexpr int64_t pauseWithoutMemory = 10'000'000;
 constexpr int64_t lastWords = 2'000'000'000;  // to wait for room when it closes
 constexpr size_t backlogMost = 20'000;        // messages that wait for room; what is beyond is as if it were lost
 
@@ -54,8 +54,8 @@ bool drawChance(Chance* chance) noexcept {
 
 }  // namespace
 
-Node::Node(Wish wish, const Settings& settings, const Chance& chance)
-    : transport_(wish.transport),
+Node::Node(uint32_t transport, const Settings& settings, const Chance& chance)
+    : transport_(transport),
       name_(settings.name),
       committer_([this](uint64_t token, const Outcome& outcome) {
           After after;
@@ -68,7 +68,7 @@ Node::~Node() = default;
 
 // ---- coming
 
-quorl_status Node::create(Wish wish, uint32_t* id) {
+quorl_status Node::create(const Wish& wish, uint32_t* id) {
     if (const quorl_status status = useModule(); status != QUORL_OK) return status;
     // Also tells whether there is such a transport, before a file is touched.
     std::string own;
@@ -91,13 +91,12 @@ quorl_status Node::create(Wish wish, uint32_t* id) {
     Chance chance;
     if (!drawChance(&chance)) return fail(QUORL_OS_ERROR, "the system provides no random numbers");
 
-    const std::string path = wish.ledger;
-    const bool sync = wish.sync;
-    const auto node = std::make_shared<Node>(std::move(wish), settings, chance);
+    const auto node = std::make_shared<Node>(wish.transport, settings, chance);
     if (settings.ledger) {
-        const Outcome opened = Ledger::open(
-            {.path = path, .name = settings.name, .durability = sync ? Durability::power : Durability::process},
-            &node->ledger_);
+        const Outcome opened = Ledger::open({.path = wish.ledger,
+                                             .name = settings.name,
+                                             .durability = wish.sync ? Durability::power : Durability::process},
+                                            &node->ledger_);
         if (!opened.ok()) return report(opened);
         if (const quorl_status status = node->load(); status != QUORL_OK) return status;
         if (const quorl_status status = node->committer_.start(*node->ledger_); status != QUORL_OK) return status;
@@ -368,7 +367,7 @@ void Node::wake() noexcept {
         Waits::no);
 }
 
-void Node::received(uint32_t ear, Message message) noexcept {
+void Node::received(uint32_t ear, Message&& message) noexcept {
     const companion::Hold<Node> held(Type::certifiedTransport, id_);
     if (!held) return;
     step(

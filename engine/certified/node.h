@@ -39,9 +39,9 @@ class Node final : public companion::Object, public companion::Guest, public std
         bool sync = false;
     };
     // Makes a certified transport and gives it an id.
-    static quorl_status create(Wish wish, uint32_t* id);
+    static quorl_status create(const Wish& wish, uint32_t* id);
 
-    Node(Wish wish, const Settings& settings, const Chance& chance);
+    Node(uint32_t transport, const Settings& settings, const Chance& chance);
     ~Node() override;
 
     // The completion runs when the library has finished with it; null for none.
@@ -73,7 +73,7 @@ class Node final : public companion::Object, public companion::Guest, public std
     void completed() noexcept override;
     void parentClosed() noexcept override;
     void wake() noexcept override;
-    void received(uint32_t ear, companion::Message message) noexcept override;
+    void received(uint32_t ear, companion::Message&& message) noexcept override;
 
   private:
     enum class Waits : bool { no, yes };

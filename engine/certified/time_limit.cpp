@@ -44,7 +44,7 @@ quorl_status writeOwn(quorlMsg handle, int64_t limit, uint64_t number, std::stri
     std::array<uint8_t, nameAt + nameMax + 1> bytes{companionNumber, 1};
     std::memcpy(bytes.data() + limitAt, &limit, sizeof limit);
     std::memcpy(bytes.data() + numberAt, &number, sizeof number);
-    std::memcpy(bytes.data() + nameAt, sender.data(), sender.size());
+    if (!sender.empty()) std::memcpy(bytes.data() + nameAt, sender.data(), sender.size());
     return companion::setHandleAttributes(handle, {bytes.data(), sender.empty() ? nameAt : nameAt + sender.size() + 1});
 }
 

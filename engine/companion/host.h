@@ -33,7 +33,7 @@ class Guest {
 
     // All on the host's thread, no lock of the engine held. A guest that was removed meanwhile may hear one of them still.
     virtual void wake() noexcept = 0;
-    virtual void received(uint32_t /*listener*/, Message) noexcept {}
+    virtual void received(uint32_t /*listener*/, Message&&) noexcept {}
     virtual void persisted(uint64_t /*token*/) noexcept {}
 
   private:

@@ -28,10 +28,15 @@ QUORL_API const char* quorlcm_Version(void) QUORL_NOEXCEPT;
 
 /* ---- transports ------------------------------------------------------------------------------------------------- */
 
-/* Adds certified delivery to a transport, which must outlive it. cmName: the sender's and listener's lasting name, null
- * for a name of the library's own that lasts as long as the object. requestOld: whether messages that were sent to the
- * name before are asked for. ledgerName: the ledger's file, null for a ledger in memory. syncLedger: whether a send
- * returns only when the message would survive a power failure. relayAgent: the name of a relay, null for none. */
+/* Adds certified delivery to a transport, which must outlive it. cmName: the sender's and listener's lasting name, a subject
+ * of at most 200 bytes without wildcards that does not begin with "_"; null for a name of the library's own that lasts as long
+ * as the object. requestOld: whether messages that were sent to the name before are asked for. ledgerName: the ledger's file,
+ * which is made where there is none, null for a ledger in memory. syncLedger: whether a send returns only when the message would
+ * survive a power failure; without, it survives the end of the process. relayAgent: null; relays are not part of this version.
+ * QUORL_INVALID_TRANSPORT, QUORL_INVALID_NAME, QUORL_INVALID_ARG (a ledger without a name, an empty text),
+ * QUORL_NOT_PERMITTED (a relay), QUORL_FILE_NOT_FOUND (no such folder), QUORL_INVALID_FILE (no ledger, or a damaged one),
+ * QUORL_NOT_FILE_OWNER (in use, or of another name), QUORL_VERSION_MISMATCH (of a newer release), QUORL_IO_FAILED. What is
+ * refused is left as it is. */
 QUORL_API quorl_status quorlcmTransport_Create(quorlcmTransport* cmTransport, quorlTransport transport,
                                                const char* cmName, quorl_bool requestOld, const char* ledgerName,
                                                quorl_bool syncLedger, const char* relayAgent) QUORL_NOEXCEPT;
@@ -42,18 +47,23 @@ QUORL_API quorl_status quorlcmTransport_Destroy(quorlcmTransport cmTransport) QU
 QUORL_API quorl_status quorlcmTransport_DestroyEx(quorlcmTransport cmTransport, quorlcmTransportOnComplete completion,
                                                   const void* closure) QUORL_NOEXCEPT;
 
-/* As their quorlTransport namesakes, with certified delivery. */
+/* As their quorlTransport namesakes, with certified delivery. QUORL_OK: the message is kept, as safely as the ledger is, for each
+ * listener that is registered or was added, until that one has confirmed it or its time limit has passed; a later failure of the
+ * transport loses nothing. QUORL_QUEUE_LIMIT: as much is kept as may be (parameter certified.pending). QUORL_NOT_PERMITTED:
+ * another program has the certified name. When the ledger takes nothing, its status, such as QUORL_IO_FAILED, and nothing that
+ * was accepted is lost. A reply to an inbox is certified when its request was. */
 QUORL_API quorl_status quorlcmTransport_Send(quorlcmTransport cmTransport, quorlMsg message) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlcmTransport_SendRequest(quorlcmTransport cmTransport, quorlMsg request, quorlMsg* reply,
                                                     quorl_f64 timeout) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlcmTransport_SendReply(quorlcmTransport cmTransport, quorlMsg reply,
                                                   quorlMsg request) QUORL_NOEXCEPT;
 
-/* Lets the listener of that name register, or forbids it and ends its registrations. */
+/* Lets the listener of that name register, or forbids it and ends its registrations. QUORL_INVALID_NAME. */
 QUORL_API quorl_status quorlcmTransport_AllowListener(quorlcmTransport cmTransport, const char* cmName) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlcmTransport_DisallowListener(quorlcmTransport cmTransport,
                                                          const char* cmName) QUORL_NOEXCEPT;
-/* Keeps messages on subject for that listener from now on, before it has registered; or stops doing so. */
+/* Keeps messages on subject, which may be a pattern, for that listener from now on, before it has registered; or stops doing
+ * so. QUORL_INVALID_NAME, QUORL_INVALID_SUBJECT, QUORL_QUEUE_LIMIT, QUORL_NOT_FOUND. */
 QUORL_API quorl_status quorlcmTransport_AddListener(quorlcmTransport cmTransport, const char* cmName,
                                                     const char* subject) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlcmTransport_RemoveListener(quorlcmTransport cmTransport, const char* cmName,
@@ -66,20 +76,29 @@ QUORL_API quorl_status quorlcmTransport_ExpireMessages(quorlcmTransport cmTransp
                                                        quorl_u64 sequenceNumber) QUORL_NOEXCEPT;
 /* Returns when the ledger would survive a power failure. */
 QUORL_API quorl_status quorlcmTransport_SyncLedger(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
+/* QUORL_NOT_PERMITTED: the transport has no relay agent. */
 QUORL_API quorl_status quorlcmTransport_ConnectToRelayAgent(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlcmTransport_DisconnectFromRelayAgent(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
-/* Seconds after which messages sent from now on expire; 0 for never. */
+/* Seconds after which messages sent from now on expire; 0 and infinite for never. QUORL_INVALID_ARG: negative or NaN. */
 QUORL_API quorl_status quorlcmTransport_SetDefaultCMTimeLimit(quorlcmTransport cmTransport,
                                                               quorl_f64 timeLimit) QUORL_NOEXCEPT;
-/* Seconds of silence after which a listener's state about a publisher is dropped. */
+/* Seconds of silence after which a listener's state about a publisher is dropped; 0 for never. QUORL_INVALID_ARG: negative. */
 QUORL_API quorl_status quorlcmTransport_SetPublisherInactivityDiscardInterval(quorlcmTransport cmTransport,
                                                                               quorl_i32 timeout) QUORL_NOEXCEPT;
-/* Calls back for each ledger entry whose subject matches, on this thread, before it returns. subject: null for all. */
+/* Calls back for each subject that matches, on this thread, before it returns, with a message of these fields: "subject"
+ * string; "first" and "last" u64, the oldest number that is kept (last + 1 when none is) and the last that was sent; "messages"
+ * and "bytes" u64, what is kept; and "listeners", messages with "name" string, "confirmed" u64 (everything up to it),
+ * "unconfirmed" u64 (messages that are kept for it), "heard" f64 (when, in seconds since 1970; 0 for never) and "registered"
+ * bool (false: it was added, and has not come yet). subject: a pattern, null for all. QUORL_INVALID_CALLBACK (null),
+ * QUORL_INVALID_SUBJECT. */
 QUORL_API quorl_status quorlcmTransport_ReviewLedger(quorlcmTransport cmTransport, quorlcmReviewCallback callback,
                                                      const char* subject, const void* closure) QUORL_NOEXCEPT;
 
 /* ---- listeners -------------------------------------------------------------------------------------------------- */
 
+/* Delivers the messages of certified senders in order, each once as far as the ledger reaches back, and others as they come.
+ * A message counts as confirmed when its callback has returned, unless SetExplicitConfirm was called. QUORL_INVALID_QUEUE,
+ * QUORL_INVALID_CALLBACK (null), QUORL_INVALID_TRANSPORT, QUORL_INVALID_SUBJECT (null or the system's too). */
 QUORL_API quorl_status quorlcmEvent_CreateListener(quorlcmEvent* listener, quorlQueue queue,
                                                    quorlcmEventCallback callback, quorlcmTransport cmTransport,
                                                    const char* subject, const void* closure) QUORL_NOEXCEPT;
@@ -88,6 +107,9 @@ QUORL_API quorl_status quorlcmEvent_DestroyEx(quorlcmEvent listener, quorl_bool 
                                               quorlcmEventOnComplete completion) QUORL_NOEXCEPT;
 /* From now on the program confirms each message itself with quorlcmEvent_ConfirmMsg. */
 QUORL_API quorl_status quorlcmEvent_SetExplicitConfirm(quorlcmEvent listener) QUORL_NOEXCEPT;
+/* When it returns, the message is not delivered again, also after a crash that the ledger survives. Confirming twice is no
+ * error. QUORL_NOT_FOUND: the message is not certified, or its sender is forgotten. QUORL_NOT_PERMITTED: it is another
+ * listener's, or SetExplicitConfirm was not called. QUORL_INVALID_MSG. */
 QUORL_API quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent listener, quorlMsg message) QUORL_NOEXCEPT;
 
 /* ---- attributes of certified messages --------------------------------------------------------------------------- */
@@ -97,7 +119,8 @@ QUORL_API quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent listener, quorlMsg m
 QUORL_API quorl_status quorlMsg_GetCMSender(quorlMsg message, const char** sender) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlMsg_GetCMSequence(quorlMsg message, quorl_u64* sequence) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlMsg_GetCMTimeLimit(quorlMsg message, quorl_f64* timeLimit) QUORL_NOEXCEPT;
-/* Seconds, 0 for never; before the message is sent. */
+/* Seconds, 0 and infinite for never; before the message is sent by quorlcmTransport_Send. It stays with the message and goes
+ * with its copies. QUORL_INVALID_ARG: negative or NaN. */
 QUORL_API quorl_status quorlMsg_SetCMTimeLimit(quorlMsg message, quorl_f64 timeLimit) QUORL_NOEXCEPT;
 
 #ifdef __cplusplus

@@ -11,6 +11,7 @@
 #include <map>
 #include <set>
 
+#include "child.h"
 #include "support.h"
 
 namespace quorltest {
@@ -805,6 +806,48 @@ TEST_F(Certified, ofTwoWithOneNameOneWaits) {
     EXPECT_EQ(sendCertified(firstWaits ? first : second, "a", 1), QUORL_NOT_PERMITTED);
     EXPECT_NE(std::string(quorl_LastErrorText()).find("same"), std::string::npos);
     EXPECT_EQ(sendCertified(firstWaits ? second : first, "a", 1), QUORL_OK);
+}
+
+// The child of a fork touches nothing of its parent's.
+TEST_F(Certified, isShutInAForkedChild) {
+    const quorlcmTransport sender = newCertified(here, {.name = "sender", .ledger = folder.file("s")});
+    Came came;
+    const quorlcmEvent listener = listenCertified(queue, sender, "a", &came);
+    ASSERT_EQ(quorlcmTransport_AddListener(sender, "receiver", "b"), QUORL_OK);
+    ASSERT_EQ(sendCertified(sender, "b", 1), QUORL_OK);
+    quorlMsg message = newMessage("b", 2);
+    EXPECT_EQ(
+        inChild([&] {
+            quorlMsg reply = nullptr;
+            uint32_t id = 0;
+            double seconds = 0;
+            const auto nothing = [](quorlcmTransport, const char*, quorlMsg, void*) -> void* { return nullptr; };
+            const quorl_status statuses[] = {
+                quorlcmTransport_Send(sender, message),
+                quorlcmTransport_SendRequest(sender, message, &reply, -1),
+                quorlcmTransport_SendReply(sender, message, message),
+                quorlcmTransport_AddListener(sender, "other", "b"),
+                quorlcmTransport_SyncLedger(sender),
+                quorlcmTransport_ReviewLedger(sender, nothing, nullptr, nullptr),
+                quorlcmTransport_Create(&id, here, "n", QUORL_FALSE, folder.file("n").c_str(), QUORL_FALSE, nullptr),
+                quorlcmTransport_Destroy(sender),
+                quorlcmEvent_CreateListener(&id, queue, onCertified, sender, "a", nullptr),
+                quorlcmEvent_ConfirmMsg(listener, message),
+                quorlcmEvent_DestroyEx(listener, QUORL_TRUE, nullptr),
+                quorlMsg_SetCMTimeLimit(message, 1),
+                quorlMsg_GetCMTimeLimit(message, &seconds),
+            };
+            int call = 0;
+            for (const quorl_status status : statuses) {
+                ++call;
+                if (status != QUORL_NOT_PERMITTED) return call;
+            }
+            return fs::exists(folder.file("n")) ? 100 : 0;
+        }),
+        0);
+    ASSERT_EQ(quorlcmTransport_Send(sender, message), QUORL_OK) << quorl_LastErrorText();
+    EXPECT_EQ(review(sender)["b"].messages, 2u);
+    quorlMsg_Destroy(message);
 }
 
 }  // namespace

@@ -153,7 +153,7 @@ class Node final : public Driver<Machine, Output> {
     void wake() noexcept override {
         step([](Machine& machine, Output& out) { return machine.tick(monotonicNow(), out); });
     }
-    void received(uint32_t listener, Message message) noexcept override {
+    void received(uint32_t listener, Message&& message) noexcept override {
         if (!host().isHostThread()) std::terminate();
         if (listener == ear_.load()) {
             ++counted.heard;

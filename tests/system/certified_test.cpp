@@ -1,0 +1,212 @@
+// Certified delivery between processes over a real daemon, each of which is killed as the power would: what a send has accepted
+// is delivered, in order, and what was confirmed is not delivered again.
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
+
+#include "quorl/quorlcm.h"
+#include "support.h"
+
+namespace quorltest {
+namespace {
+
+template <class F>
+pid_t spawn(F&& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        _exit(body());
+    }
+    return child;
+}
+
+// Lines that are there when the process is not.
+class Notes {
+  public:
+    explicit Notes(const std::string& path) : file_(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600)) {}
+    ~Notes() { close(file_); }
+    void add(char what, int number) const {
+        const std::string line = std::string(1, what) + ' ' + std::to_string(number) + '\n';
+        if (write(file_, line.data(), line.size()) != static_cast<ssize_t>(line.size())) abort();
+    }
+
+  private:
+    const int file_;
+};
+
+struct Note {
+    char what;
+    int number;
+};
+std::vector<Note> read(const std::string& path) {
+    std::vector<Note> notes;
+    std::ifstream file(path);
+    for (Note note; file >> note.what >> note.number;) notes.push_back(note);
+    return notes;
+}
+
+struct Place {
+    std::string daemon;
+    std::string ledger;
+    std::string notes;
+    std::string stop;  // a file that says that it is enough
+};
+
+quorlTransport connect(const std::string& daemon) {
+    quorlTransport transport = 0;
+    // The daemon may be away just now.
+    while (quorlTransport_Create(&transport, nullptr, nullptr, daemon.c_str()) != QUORL_OK) usleep(20'000);
+    return transport;
+}
+
+quorlcmTransport certify(quorlTransport transport, const char* name, const std::string& ledger) {
+    quorlcmTransport made = 0;
+    if (quorlcmTransport_Create(&made, transport, name, QUORL_TRUE, ledger.c_str(), QUORL_FALSE, nullptr) == QUORL_OK)
+        return made;
+    fprintf(stderr, "%s: %s\n", name, quorl_LastErrorText());
+    _exit(1);
+}
+
+// t: a send begins; a: it was accepted; s: that was all.
+int sendForEver(const Place& place) {
+    if (quorl_Open() != QUORL_OK) return 1;
+    int last = 0;
+    for (const Note& note : read(place.notes)) last = std::max(last, note.number);
+    const Notes notes(place.notes);
+    const quorlcmTransport sender = certify(connect(place.daemon), "sender", place.ledger);
+    if (quorlcmTransport_AddListener(sender, "receiver", "work") != QUORL_OK) return 1;
+    for (int number = last + 1; access(place.stop.c_str(), F_OK) != 0; ++number) {
+        quorlMsg message = newMessage("work", number);
+        notes.add('t', number);
+        const quorl_status status = quorlcmTransport_Send(sender, message);
+        if (status == QUORL_OK) notes.add('a', number);
+        quorlMsg_Destroy(message);
+        usleep(100);
+    }
+    notes.add('s', 0);
+    for (;;) pause();
+}
+
+struct Receiving {
+    const Notes* notes;
+    quorlcmEvent listener;
+};
+// d: delivered; c: confirmed.
+void onWork(quorlcmEvent listener, quorlMsg message, void* closure) {
+    const auto& to = *static_cast<Receiving*>(closure);
+    const int number = numberOf(message);
+    const char* sender = nullptr;
+    if (quorlMsg_GetCMSender(message, &sender) != QUORL_OK) return;
+    to.notes->add('d', number);
+    if (quorlcmEvent_ConfirmMsg(listener, message) == QUORL_OK) to.notes->add('c', number);
+}
+
+int receiveForEver(const Place& place) {
+    if (quorl_Open() != QUORL_OK) return 1;
+    const Notes notes(place.notes);
+    Receiving receiving{&notes, 0};
+    const quorlcmTransport receiver = certify(connect(place.daemon), "receiver", place.ledger);
+    if (quorlcmEvent_CreateListener(&receiving.listener, QUORL_DEFAULT_QUEUE, onWork, receiver, "work", &receiving) !=
+            QUORL_OK ||
+        quorlcmEvent_SetExplicitConfirm(receiving.listener) != QUORL_OK)
+        return 1;
+    while (quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, -1) == QUORL_OK) continue;
+    return 1;
+}
+
+void endBy(pid_t process, int number) {
+    int status = 0;
+    kill(process, number);
+    ASSERT_EQ(waitpid(process, &status, 0), process);
+    EXPECT_TRUE(WIFSIGNALED(status)) << "it had ended by itself: " << WEXITSTATUS(status);
+}
+
+TEST(CertifiedProcesses, whatIsAcceptedIsDeliveredOnceWhoeverIsKilled) {
+    const int kills = numberFrom("QUORL_CERTIFIED_KILLS", 10);
+    NatsServer server;
+    const Directory folder;
+    const Place sending{server.url(), folder.file("sender.ledger"), folder.file("sent"), folder.file("stop")};
+    const Place receiving{server.url(), folder.file("receiver.ledger"), folder.file("received"), {}};
+    const auto startSender = [&] { return spawn([&] { return sendForEver(sending); }); };
+    const auto startReceiver = [&] { return spawn([&] { return receiveForEver(receiving); }); };
+    pid_t sender = startSender();
+    pid_t receiver = startReceiver();
+    std::mt19937 chance(static_cast<unsigned>(numberFrom("QUORL_SEED", static_cast<int>(time(nullptr) & 0xffffff))));
+    size_t seen = 0;
+    for (int i = 0; i < kills; ++i) {
+        // Something has gone on since the last one, and a moment more.
+        const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+        while (read(sending.notes).size() + read(receiving.notes).size() < seen + 50 &&
+               std::chrono::steady_clock::now() < end)
+            usleep(2'000);
+        usleep(chance() % 50'000);
+        seen = read(sending.notes).size() + read(receiving.notes).size();
+        switch (chance() % 5) {
+            case 0:
+            case 1:
+                endBy(sender, SIGKILL);
+                sender = startSender();
+                break;
+            case 4:
+                if (i % 5 == 4) {
+                    server.kill();
+                    ASSERT_TRUE(server.start());
+                    break;
+                }
+                [[fallthrough]];
+            default:
+                endBy(receiver, SIGKILL);
+                receiver = startReceiver();
+        }
+    }
+    // Everything comes in the end.
+    std::ofstream(sending.stop).put('s');
+    bool stopped = false;
+    std::set<int> accepted;
+    std::set<int> delivered;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+    do {
+        usleep(20'000);
+        accepted.clear();
+        delivered.clear();
+        for (const Note& note : read(sending.notes)) {
+            if (note.what == 'a') accepted.insert(note.number);
+            stopped = note.what == 's';
+        }
+        for (const Note& note : read(receiving.notes)) delivered.insert(note.number);
+    } while ((!stopped || !std::ranges::includes(delivered, accepted)) && std::chrono::steady_clock::now() < end);
+    endBy(sender, SIGKILL);
+    endBy(receiver, SIGKILL);
+    size_t lost = 0;
+    for (const int number : accepted) lost += delivered.count(number) == 0;
+    size_t duplicated = 0;
+    size_t disordered = 0;
+    std::set<int> confirmed;
+    int last = 0;
+    for (const Note& note : read(receiving.notes)) {
+        if (note.what == 'c') {
+            confirmed.insert(note.number);
+            continue;
+        }
+        duplicated += confirmed.count(note.number);
+        // What was delivered and not confirmed may come once more; nothing overtakes.
+        disordered += note.number > last + 1 && accepted.count(last + 1) != 0;
+        last = note.number;
+    }
+    printf("accepted %zu, delivered %zu, confirmed %zu, lost %zu, duplicated %zu, kills %d\n", accepted.size(),
+           delivered.size(), confirmed.size(), lost, duplicated, kills);
+    EXPECT_EQ(lost, 0u);
+    EXPECT_EQ(duplicated, 0u);
+    EXPECT_EQ(disordered, 0u);
+}
+
+}  // namespace
+}  // namespace quorltest
