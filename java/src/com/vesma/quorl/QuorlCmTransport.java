@@ -109,7 +109,8 @@ public final class QuorlCmTransport extends LibraryObject {
 
         /**
          * Names the relay agent that keeps messages for this transport while it is
-         * {@linkplain QuorlCmTransport#disconnectFromRelayAgent disconnected}.
+         * {@linkplain QuorlCmTransport#disconnectFromRelayAgent disconnected}. This version of the library has none, and
+         * {@link #open} then says {@link QuorlException#NOT_PERMITTED}.
          *
          * @param name the relay agent's certified name
          * @return this

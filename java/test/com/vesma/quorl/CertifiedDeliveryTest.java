@@ -8,7 +8,6 @@ import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
-import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import java.lang.ref.WeakReference;
 import java.nio.file.Files;
@@ -26,7 +25,6 @@ import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.stream.Collectors;
 import java.util.stream.IntStream;
-import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -34,11 +32,6 @@ import org.junit.jupiter.api.io.TempDir;
 class CertifiedDeliveryTest extends OpenLibrary {
     @TempDir
     Path folder;
-
-    @BeforeEach
-    void certifiedDelivery() {
-        assumeTrue(Certified.isThere(transport));
-    }
 
     private QuorlCmTransport open(String name) {
         return QuorlCmTransport.builder(transport).name(name).requestOld(true).open();

@@ -2,10 +2,10 @@ package com.vesma.quorl.cli;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
-import static org.junit.jupiter.api.Assumptions.assumeFalse;
 
 import java.nio.file.Path;
-import org.junit.jupiter.api.BeforeEach;
+import java.util.ArrayList;
+import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -13,11 +13,6 @@ import org.junit.jupiter.api.io.TempDir;
 class CmTest {
     @TempDir
     Path folder;
-
-    @BeforeEach
-    void certifiedDelivery() {
-        assumeFalse(Cli.run("cm", "send", "a", "--timeout", "0").err().contains("status 27"));
-    }
 
     private String file(String name) {
         return folder.resolve(name).toString();
@@ -76,9 +71,12 @@ class CmTest {
                 try (ChildCommand sender = new ChildCommand(folder, "cm", "send", "orders.last", "n:u32=0", "--name", "orders", "--ledger",
                         file("orders.ledger"), "--timeout", "60", "--daemon", daemon.address);
                         ChildCommand listener = new ChildCommand(folder, listen)) {
+                    // Two subjects have no order among them.
+                    List<String> lines = new ArrayList<>();
+                    for (int n = 0; n <= 5; n++) lines.add(listener.out.readLine());
+                    assertTrue(lines.removeIf(line -> line.contains("\"subject\":\"orders.last\"")), lines.toString());
                     for (int n = 1; n <= 5; n++) {
-                        String line = listener.out.readLine();
-                        assertTrue(line != null && line.contains("\"number\":" + (10 * round + 5 + n) + ","), line);
+                        assertTrue(lines.get(n - 1).contains("\"number\":" + (10 * round + 5 + n) + ","), lines.toString());
                     }
                 }
             }
