@@ -78,7 +78,7 @@ void MemberEvent::wake() noexcept {
     });
 }
 
-void MemberEvent::received(uint32_t, companion::Message message) noexcept {
+void MemberEvent::received(uint32_t, companion::Message&& message) noexcept {
     step([&](Member& machine, MemberOutput& out) {
         machine.receive(message.attributes(), now(), out);
         return QUORL_OK;

@@ -28,7 +28,7 @@ class MemberEvent final : public companion::EventObject, public companion::Drive
     void run(const companion::Delivery& delivery) noexcept override;
     void closed() noexcept override;
     void wake() noexcept override;
-    void received(uint32_t listener, companion::Message message) noexcept override;
+    void received(uint32_t listener, companion::Message&& message) noexcept override;
 
   private:
     void transmit(Member& machine, MemberOutput& output) noexcept override;

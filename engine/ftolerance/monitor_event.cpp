@@ -43,7 +43,7 @@ void MonitorEvent::wake() noexcept {
     });
 }
 
-void MonitorEvent::received(uint32_t, companion::Message message) noexcept {
+void MonitorEvent::received(uint32_t, companion::Message&& message) noexcept {
     step([&](Monitor& machine, MonitorOutput& out) {
         machine.receive(message.attributes(), now(), out);
         return QUORL_OK;

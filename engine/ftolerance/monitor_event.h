@@ -25,7 +25,7 @@ class MonitorEvent final : public companion::EventObject, public companion::Driv
     void run(const companion::Delivery& delivery) noexcept override;
     void closed() noexcept override;
     void wake() noexcept override;
-    void received(uint32_t listener, companion::Message message) noexcept override;
+    void received(uint32_t listener, companion::Message&& message) noexcept override;
 
   private:
     void transmit(Monitor&, MonitorOutput&) noexcept override {}
