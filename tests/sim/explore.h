@@ -16,7 +16,9 @@ struct Exploration {
     std::function<Plan(uint64_t seed)> draw;
     std::function<std::string(const Plan&)> run;
     std::function<std::string(const WorkStep&)> nameOfWork;
-    uint32_t plans = 1000;  // tried unless the environment says otherwise
+    uint32_t plans = 1000;    // tried unless the environment says otherwise
+    uint32_t fixed = 0;       // tried whatever it says; 0: see plans
+    uint32_t shrinks = 3000;  // runs spent on finding a shorter plan
 };
 
 struct Explored {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <string>
 #include <vector>
@@ -20,8 +21,19 @@ class Store {
     const Content& content() const noexcept { return written_; }
     uint64_t writes() const noexcept { return synced_ + unsynced_.size(); }
 
-    void put(std::string key, std::string value) { apply({std::move(key), std::move(value), false}); }
-    void erase(std::string key) { apply({std::move(key), {}, true}); }
+    struct Change {
+        std::string key;
+        std::string value;
+        bool erases = false;
+    };
+
+    void put(std::string key, std::string value) { write({{std::move(key), std::move(value), false}}); }
+    void erase(std::string key) { write({{std::move(key), {}, true}}); }
+    // All of them or none, whatever happens.
+    void write(std::vector<Change> changes) {
+        for (const Change& change : changes) carryOut(written_, change);
+        unsynced_.push_back(std::move(changes));
+    }
 
     // The first writes of all, up to that many, are safe from now on.
     void synced(uint64_t writes) {
@@ -35,32 +47,22 @@ class Store {
     }
 
   private:
-    struct Write {
-        std::string key;
-        std::string value;
-        bool erases;
-    };
-
-    static void carryOut(Content& content, const Write& write) {
-        if (write.erases) {
-            content.erase(write.key);
+    static void carryOut(Content& content, const Change& change) {
+        if (change.erases) {
+            content.erase(change.key);
         } else {
-            content[write.key] = write.value;
+            content[change.key] = change.value;
         }
     }
-    void apply(Write write) {
-        carryOut(written_, write);
-        unsynced_.push_back(std::move(write));
-    }
     void keepFirst() {
-        carryOut(safe_, unsynced_.front());
-        unsynced_.erase(unsynced_.begin());
+        for (const Change& change : unsynced_.front()) carryOut(safe_, change);
+        unsynced_.pop_front();
         ++synced_;
     }
 
     Content written_;
     Content safe_;
-    std::vector<Write> unsynced_;
+    std::deque<std::vector<Change>> unsynced_;
     uint64_t synced_ = 0;
 };
 

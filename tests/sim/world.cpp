@@ -79,6 +79,12 @@ bool Node::erase(std::string key) {
     return true;
 }
 
+bool Node::write(std::vector<Store::Change> changes) {
+    if (world_.now_ < fullUntil_ || !acts()) return false;
+    store_.write(std::move(changes));
+    return true;
+}
+
 void Node::sync(uint64_t token) {
     if (dying_) return;
     Random fate(mix(world_.plan_.seed ^ mix(uint64_t{number_} << 48 ^ ++syncs_)));

@@ -56,6 +56,9 @@ class Node {
     Time wall() const noexcept;
     Random& random() noexcept { return random_; }
 
+    // False: its program is at its end, and nothing that it does has an effect any more.
+    bool acting() const noexcept { return !dying_; }
+
     // The subscription ends with the program.
     void subscribe(std::string_view pattern, uint32_t tag);
     // False: there is no room on the way out, and nothing was sent.
@@ -65,6 +68,8 @@ class Node {
     // False: the disk is full, and nothing was written.
     bool put(std::string key, std::string value);
     bool erase(std::string key);
+    // Counts as one write, and is carried out whole or not at all.
+    bool write(std::vector<Store::Change> changes);
     // persisted(token) comes when what was written so far is safe; after a while, and in the order of the calls.
     void sync(uint64_t token);
 

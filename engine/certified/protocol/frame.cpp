@@ -38,7 +38,7 @@ constexpr std::array<uint16_t, kindMax + 1> fieldsOf = {
     hasPatterns,                                                                           // announce
     hasIncarnation,                                                                        // hello
     hasIncarnation | hasToken | hasNumber | hasFlags,                                      // presence
-    toSender | hasAttempt | hasFlags | hasNumber | hasSubject,                             // subscribe
+    toSender | hasAttempt | hasFlags | hasSubjectId | hasNumber | hasSubject,              // subscribe
     toListener | hasToken,                                                                 // challenge
     toListener | hasAttempt | hasFlags | hasSubjectId | hasNumber | hasLast | hasSubject,  // accepted
     toListener | hasAttempt | hasFlags | hasReason | hasSubject,                           // refused
@@ -118,6 +118,8 @@ const char* textOf(Reason reason) noexcept {
             return "the listener was not heard for too long";
         case Reason::newSession:
             return "the listener did not ask for what was kept";
+        case Reason::cancelled:
+            return "the listener has cancelled";
     }
     return "";
 }

@@ -64,8 +64,9 @@ enum class Reason : uint8_t {
     refusedSend = 7,  // the number was used up by a send that failed
     silent = 8,       // the listener was not heard for too long
     newSession = 9,   // the listener did not ask for what was kept
+    cancelled = 10,   // by the listener
 };
-inline constexpr uint8_t reasonMax = 9;
+inline constexpr uint8_t reasonMax = 10;
 const char* textOf(Reason reason) noexcept;
 
 // Which of them a kind has is in frame.cpp; the others are zero. Views look into the attributes.

@@ -47,16 +47,21 @@ bool Presence::settle() {
 bool Presence::onTime() {
     if (at_ > shared_.now.monotonic) return false;
     bool settledNow = false;
-    if (shared_.suspended && shared_.now.monotonic - rivalAt_ >= rivalGone && asked_ >= questions) asked_ = 0;
-    if (shared_.settled || asked_ < questions) {
-        say(0, shared_.settled ? 0 : flagAsks);
-        at_ = shared_.now.monotonic + (shared_.settled ? presencePause : questionPause);
-        if (!shared_.settled) ++asked_;
-    } else if (!shared_.suspended || shared_.now.monotonic - rivalAt_ >= rivalGone) {
+    if (!trying_ && shared_.suspended && shared_.now.monotonic - rivalAt_ >= rivalGone) {
+        trying_ = true;
+        asked_ = 0;
+    }
+    if (trying_ && asked_ < questions) {
+        ++asked_;
+        say(0, flagAsks);
+        at_ = shared_.now.monotonic + questionPause;
+    } else if (trying_) {
+        trying_ = false;
         settledNow = settle();
         at_ = shared_.now.monotonic + presencePause;
     } else {
-        at_ = shared_.now.monotonic + rivalGone / 4;
+        if (!shared_.suspended) say(0, 0);
+        at_ = shared_.now.monotonic + presencePause;
     }
     shared_.set(at_, Timing::presence);
     return settledNow;
@@ -74,7 +79,7 @@ bool Presence::onPresence(const Frame& frame) {
         if (wins) return false;
         rivalAt_ = shared_.now.monotonic;
         shared_.settled = false;
-        asked_ = questions;
+        trying_ = false;
         if (!std::exchange(shared_.suspended, true)) shared_.tell(Event::Kind::nameTaken, shared_.settings.name, {});
         return false;
     }

@@ -27,6 +27,7 @@ class Presence {
     Shared& shared_;
     uint64_t startedAt_ = 0;  // wall clock, milliseconds
     uint32_t asked_ = 0;
+    bool trying_ = true;  // for the name; false: it has it, or has given way
     int64_t at_ = INT64_MAX;
     int64_t rivalAt_ = 0;  // when the one that has the name was heard
     int64_t toldAt_ = INT64_MIN / 2;

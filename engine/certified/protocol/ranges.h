@@ -33,6 +33,12 @@ class NumberSet {
         return next != ranges_.begin() && std::prev(next)->second >= number;
     }
 
+    // The first number behind one that is in the set that is not.
+    uint64_t behind(uint64_t number) const noexcept {
+        if (number <= upTo_) return upTo_ + 1;
+        return std::prev(ranges_.upper_bound(number))->second + 1;
+    }
+
     // Calls isNew(Range) for each range of numbers of the given one that were not in the set, ascending, and then adds them.
     // Throws std::bad_alloc, or what isNew throws; the set then is as it was.
     template <class F>

@@ -69,9 +69,18 @@ Receiver::Source* Receiver::makeSource(std::string_view name, uint64_t incarnati
         throw;
     }
     ++lastSourceId_;
-    setForgetTime(made);
-    supersede(name, incarnation);
     return &made;
+}
+
+// The sender, which others of its name give way to if it is new.
+Receiver::Source* Receiver::meet(std::string_view name, uint64_t incarnation) {
+    Source* source = findSource(name, incarnation);
+    if (source != nullptr) return source;
+    source = makeSource(name, incarnation);
+    if (source == nullptr) return nullptr;
+    setForgetTime(*source);
+    supersede(name, incarnation);
+    return source;
 }
 
 void Receiver::forgetSource(Source& source) {
@@ -230,7 +239,9 @@ void Receiver::setStreamTime(Stream& stream) {
 }
 
 void Receiver::registerAgain(Stream& stream, int64_t at) {
+    // Answers to all tries count, but none to an earlier registration.
     if (stream.state != State::cancelling) stream.state = State::registering;
+    stream.attempt = ++attempts_;
     stream.registerPause.reset();
     stream.registerAt = at;
     stream.askAt = INT64_MAX;
@@ -248,7 +259,7 @@ void Receiver::onStreamTime(uint64_t streamId) {
 }
 
 void Receiver::sendSubscribe(Source& source, std::string_view subject, uint64_t attempt, uint8_t flags,
-                             uint64_t number) {
+                             uint32_t subjectId, uint64_t number) {
     // Without a token the first frame of a while is enough to be told one.
     if (source.token == 0) {
         if (shared_.now.monotonic - source.askedTokenAt < tokenPause) return;
@@ -264,6 +275,7 @@ void Receiver::sendSubscribe(Source& source, std::string_view subject, uint64_t 
     frame.flags = flags;
     if (shared_.settings.requestOld) frame.flags |= flagOld;
     if (!shared_.settings.lasting) frame.flags |= flagTransient;
+    frame.subjectId = subjectId;
     frame.number = number;
     frame.subject = subject;
     FrameWriter writer;
@@ -294,9 +306,8 @@ void Receiver::subscribe(Stream& stream) {
     if (stream.state == State::cancelling) {
         sendCancel(*stream.source, stream.subject, stream.attempt, 0);
     } else if (stream.state == State::registering && !stream.listeners.empty()) {
-        stream.attempt = ++attempts_;
         sendSubscribe(*stream.source, stream.subject, stream.attempt, stream.resumes ? flagResumes : 0,
-                      stream.resumes ? stream.confirmed.upTo() + 1 : 0);
+                      stream.subjectId, stream.resumes ? stream.confirmed.upTo() + 1 : 0);
     } else {
         return;
     }
@@ -312,6 +323,7 @@ void Receiver::activate(Stream& stream, const Frame& accepted) {
         Source& source = *stream.source;
         releaseAsPlain(stream, UINT64_MAX);
         if (const auto found = source.byId.find(stream.subjectId); found != source.byId.end()) source.byId.erase(found);
+        eraseStored(stream);
         stream.confirmed = NumberSet();
         stream.next = 1;
         stream.lastKnown = 0;
@@ -369,10 +381,16 @@ void Receiver::wantPatterns(Source& source) {
         if (!isNew && (pattern.state == Pattern::State::registered || pattern.state == Pattern::State::wanted))
             continue;
         pattern.state = Pattern::State::wanted;
+        pattern.attempt = ++attempts_;
         pattern.at = shared_.now.monotonic;
         pattern.pause.reset();
     }
     setPatternTime(source, shared_.now.monotonic);
+    // A pattern may register for subjects whose messages are plain so far.
+    for (auto& [subject, stream] : source.bySubject) {
+        if (stream->state == State::refused && !stream->listeners.empty())
+            registerAgain(*stream, shared_.now.monotonic);
+    }
 }
 
 void Receiver::setPatternTime(Source& source, int64_t at) {
@@ -391,11 +409,10 @@ void Receiver::onPatternTime(uint64_t sourceId) {
         const bool cancelling = pattern.state == Pattern::State::cancelling;
         if (!cancelling && pattern.state != Pattern::State::wanted) continue;
         if (pattern.at <= shared_.now.monotonic) {
-            pattern.attempt = ++attempts_;
             if (cancelling) {
                 sendCancel(*source, text, pattern.attempt, flagPattern);
             } else {
-                sendSubscribe(*source, text, pattern.attempt, flagPattern, 0);
+                sendSubscribe(*source, text, pattern.attempt, flagPattern, 0, 0);
             }
             pattern.at = shared_.now.monotonic + pattern.pause.take();
         }
@@ -414,7 +431,6 @@ void Receiver::onAnnounceTime() {
     FrameWriter writer;
     encode(frame, writer);
     const size_t empty = writer.size();
-    std::string_view last;
     std::set<std::string_view> patterns;
     for (const auto& [number, listener] : listeners_) {
         if (listener.pattern.front() != '_') patterns.insert(listener.pattern);
@@ -497,7 +513,6 @@ void Receiver::destroyListener(uint32_t number, bool cancel) {
             forgetStream(stream);
         } else if (cancel) {
             stream.state = State::cancelling;
-            stream.attempt = ++attempts_;
             if (stream.stored != 0) storePosition(stream);
             registerAgain(stream, shared_.now.monotonic);
         } else if (stream.state != State::active) {
@@ -511,6 +526,7 @@ void Receiver::destroyListener(uint32_t number, bool cancel) {
         const auto found = source->patterns.find(pattern);
         if (found == source->patterns.end()) continue;
         found->second.state = Pattern::State::cancelling;
+        found->second.attempt = ++attempts_;
         found->second.at = shared_.now.monotonic;
         found->second.pause.reset();
         setPatternTime(*source, shared_.now.monotonic);
@@ -524,6 +540,8 @@ void Receiver::start() {
     int64_t at = shared_.now.monotonic;
     for (auto& [id, stream] : streams_) {
         stream->source->heardAt = shared_.now.monotonic;
+        setForgetTime(*stream->source);
+        stream->attempt = ++attempts_;
         stream->registerAt = at += apart;
         setStreamTime(*stream);
     }
@@ -549,8 +567,7 @@ void Receiver::settled() {
 
 void Receiver::onHello(const Frame& frame) {
     if (listeners_.empty()) return;
-    Source* source = findSource(frame.name, frame.incarnation);
-    if (source == nullptr) source = makeSource(frame.name, frame.incarnation);
+    Source* source = meet(frame.name, frame.incarnation);
     if (source == nullptr) return;
     heard(*source);
     for (auto& [subject, stream] : source->bySubject) {
@@ -563,7 +580,10 @@ void Receiver::onHello(const Frame& frame) {
 void Receiver::onChallenge(const Frame& frame) {
     Source* source = authentic(frame);
     if (source == nullptr || source->token == frame.token) return;
+    // Tokens seldom change, and answering each would let two that are out of step answer each other for ever.
+    if (source->token != 0 && shared_.now.monotonic - source->tokenAt < tokenPause) return;
     source->token = frame.token;
+    source->tokenAt = shared_.now.monotonic;
     for (auto& [subject, stream] : source->bySubject) {
         // A new token is that of a new session: the sender knows nothing of this one's registrations.
         if (stream->state == State::active && !stream->listeners.empty()) stream->state = State::registering;
@@ -620,7 +640,7 @@ void Receiver::onNote(const Frame& frame) {
         if (source == nullptr) {
             // A session of an earlier life, or none: something is kept for this name.
             if (!wanted(part.subject)) return;
-            source = makeSource(frame.name, frame.incarnation);
+            source = meet(frame.name, frame.incarnation);
             if (source == nullptr) return;
         }
         Stream* stream = streamFor(*source, part.subjectId, part.subject);

@@ -118,6 +118,7 @@ class Receiver {
         uint64_t session = 0;
         uint64_t token = 0;
         int64_t heardAt = 0;
+        int64_t tokenAt = 0;
         int64_t askedTokenAt = INT64_MIN / 2;  // when a frame without a token went out last
         bool superseded = false;               // the name has another incarnation now
         int64_t confirmAt = INT64_MAX;
@@ -138,6 +139,7 @@ class Receiver {
     Source* findSource(std::string_view name, uint64_t incarnation) noexcept;
     Source* findSource(uint64_t id) noexcept;
     Source* makeSource(std::string_view name, uint64_t incarnation);
+    Source* meet(std::string_view name, uint64_t incarnation);
     void forgetSource(Source& source);
     // The one that sent the frame to this session of this machine, or null.
     Source* authentic(const Frame& frame);
@@ -158,7 +160,8 @@ class Receiver {
     bool wanted(std::string_view subject) const;
     void registerAgain(Stream& stream, int64_t at);
     void setStreamTime(Stream& stream);
-    void sendSubscribe(Source& source, std::string_view subject, uint64_t attempt, uint8_t flags, uint64_t number);
+    void sendSubscribe(Source& source, std::string_view subject, uint64_t attempt, uint8_t flags, uint32_t subjectId,
+                       uint64_t number);
     void sendCancel(Source& source, std::string_view subject, uint64_t attempt, uint8_t flags);
     void subscribe(Stream& stream);
     void activate(Stream& stream, const Frame& accepted);

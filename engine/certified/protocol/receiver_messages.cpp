@@ -42,7 +42,7 @@ void Receiver::onPlain(companion::Message message, uint32_t listener) {
 
 void Receiver::onData(const Frame& frame, companion::Message message, uint32_t listener) {
     Source* source = findSource(frame.name, frame.incarnation);
-    if (source == nullptr && wanted(message.subject())) source = makeSource(frame.name, frame.incarnation);
+    if (source == nullptr && wanted(message.subject())) source = meet(frame.name, frame.incarnation);
     if (source == nullptr) return deliverPlain(message, listener);
     source->heardAt = shared_.now.monotonic;
     Stream* stream = nullptr;
@@ -166,9 +166,7 @@ void Receiver::deliverReady(Stream& stream) {
     const uint64_t before = stream.next;
     for (;;) {
         if (stream.confirmed.contains(stream.next)) {
-            const auto& ranges = stream.confirmed.ranges();
-            const auto behind = ranges.upper_bound(stream.next);
-            stream.next = behind == ranges.begin() ? stream.confirmed.upTo() + 1 : std::prev(behind)->second + 1;
+            stream.next = stream.confirmed.behind(stream.next);
             continue;
         }
         if (!hasRoom(stream)) break;

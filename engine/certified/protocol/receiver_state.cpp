@@ -58,6 +58,9 @@ void Receiver::eraseStored(Stream& stream) {
     if (stream.stored == 0) return;
     shared_.eraseState(keyOf('R', stream.stored));
     for (const uint64_t number : stream.storedBeyond) shared_.eraseState(keyOf('C', stream.stored, number));
+    stream.storedBeyond.clear();
+    stream.unstored.clear();
+    stream.stored = 0;
 }
 
 bool Receiver::loadStream(Reader& key, Reader& value) {

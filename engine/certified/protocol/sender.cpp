@@ -293,6 +293,15 @@ void Sender::sendGone(const Agreement& agreement, const std::vector<Range>& rang
     if (previous != 0) shared_.sendWhenStored(writer, agreement.subscriber->address);
 }
 
+// The first message from that number on that is kept for the listener; 0: none is.
+uint64_t Sender::nextUnconfirmed(const Agreement& agreement, uint64_t number) const noexcept {
+    for (;;) {
+        number = agreement.subject->slots.nextTaken(number);
+        if (number == 0 || !agreement.confirmed.contains(number)) return number;
+        number = agreement.confirmed.behind(number);
+    }
+}
+
 void Sender::onAsk(const Frame& frame) {
     Subscriber* subscriber = authentic(frame);
     if (subscriber == nullptr) return sendUnknown(frame);
@@ -310,15 +319,13 @@ void Sender::onAsk(const Frame& frame) {
             beyond = true;
             range.last = subject.last;
         }
-        uint64_t number = range.first;
+        uint64_t number = missing.empty() ? range.first : std::max(range.first, missing.back().last + 1);
         while (number <= range.last && messages < askedMost && bytes < askedBytes) {
             const Slot* slot = agreement.confirmed.contains(number) ? nullptr : subject.slots.find(number);
             if (slot == nullptr) {
-                // Up to the next one that is kept for it.
-                uint64_t next = subject.slots.nextTaken(number);
-                while (next != 0 && next <= range.last && agreement.confirmed.contains(next))
-                    next = subject.slots.nextTaken(next + 1);
-                const uint64_t last = next == 0 || next > range.last ? range.last : next - 1;
+                // Up to the next one that is kept for it, however little was asked for.
+                const uint64_t next = nextUnconfirmed(agreement, number);
+                const uint64_t last = next == 0 ? subject.last : next - 1;
                 missing.push_back({number, last});
                 number = last + 1;
                 continue;

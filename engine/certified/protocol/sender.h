@@ -85,6 +85,7 @@ class Sender {
         NumberSet confirmed;     // or given up
         uint64_t session = 0;    // of the listener, in which it registered; 0: it was added
         uint64_t attempt = 0;    // of that session, the last one that changed something
+        uint64_t givenUp = 0;    // the last number that will not come and of which the listener may not know; 0: none
         uint64_t noted = 0;      // how much was settled when it was last looked at
         int64_t progressAt = 0;  // monotonic; when that was last more than before
         bool lagging = false;    // and told so
@@ -154,6 +155,7 @@ class Sender {
     Subscriber& makeSubscriber(std::string_view name);
     void storeSubscriber(const Subscriber& subscriber);
     void forgetIfNothing(Subscriber& subscriber);
+    uint64_t tokenOf(const Subscriber* subscriber, const Frame& frame) const;
     uint64_t tokenFor(std::string_view name, uint64_t session, uint64_t switches) const;
     // The one whose session and token the frame shows, or null.
     Subscriber* authentic(const Frame& frame);
@@ -175,6 +177,7 @@ class Sender {
     void giveUp(Subject& subject, Range range, Reason reason);
     uint64_t unconfirmed(const Agreement& agreement) const noexcept;
     uint64_t firstUnconfirmed(const Agreement& agreement) const noexcept;
+    uint64_t nextUnconfirmed(const Agreement& agreement, uint64_t number) const noexcept;
     void expectConfirmation(Subscriber& subscriber);
 
     // ---- messages

@@ -47,6 +47,13 @@ void Sender::forgetIfNothing(Subscriber& subscriber) {
     subscribers_.erase(subscriber.id);
 }
 
+// What the listener has to show: for its present session what it showed before, for another one what was not shown yet.
+uint64_t Sender::tokenOf(const Subscriber* subscriber, const Frame& frame) const {
+    if (subscriber == nullptr) return tokenFor(frame.name, frame.session, 0);
+    if (subscriber->token != 0 && subscriber->session == frame.session) return subscriber->token;
+    return tokenFor(frame.name, frame.session, subscriber->switches);
+}
+
 // What only this sender can have told, and only to who hears under that name.
 uint64_t Sender::tokenFor(std::string_view name, uint64_t session, uint64_t switches) const {
     Writer<nameMax + 32> text;
@@ -141,7 +148,7 @@ void Sender::onSubscribe(const Frame& frame) {
     Subscriber* subscriber = findSubscriber(frame.name);
     if (subscriber == nullptr || subscriber->token == 0 || frame.session != subscriber->session ||
         frame.token != subscriber->token) {
-        const uint64_t token = tokenFor(frame.name, frame.session, subscriber != nullptr ? subscriber->switches : 0);
+        const uint64_t token = tokenOf(subscriber, frame);
         if (frame.token != token) {
             answer.token = token;
             return reply(Kind::challenge);
@@ -175,7 +182,8 @@ void Sender::onSubscribe(const Frame& frame) {
     }
     Agreement& agreement = *found->second;
     if (agreement.session == frame.session && frame.attempt < agreement.attempt) return;  // it is late
-    const bool resumes = (frame.flags & flagResumes) != 0;
+    // Numbers count for the subject that they were given for; it may have been forgotten since, and be another one now.
+    const bool resumes = (frame.flags & flagResumes) != 0 && frame.subjectId == subject->id;
     const uint64_t before = agreement.confirmed.upTo();
     bool changed = agreement.session != frame.session || agreement.attempt != frame.attempt;
     // Without being asked for, what was kept for an earlier session is not.
@@ -213,7 +221,7 @@ void Sender::onCancel(const Frame& frame) {
     answer.kind = Kind::cancelled;
     Subscriber* subscriber = findSubscriber(frame.name);
     if (subscriber != nullptr && authentic(frame) == nullptr) {
-        const uint64_t token = tokenFor(frame.name, frame.session, subscriber->switches);
+        const uint64_t token = tokenOf(subscriber, frame);
         if (frame.token != token) {
             answer.kind = Kind::challenge;
             answer.token = token;
@@ -236,21 +244,21 @@ void Sender::onCancel(const Frame& frame) {
             // The listener never heard of those that it has not registered for itself.
             std::vector<Agreement*> unheard;
             for (auto& [id, agreement] : subscriber->agreements) {
-                if (agreement->attempt != 0 || !matches(frame.subject, agreement->subject->text)) continue;
-                const bool wanted = std::ranges::any_of(subscriber->interests, [&](const Interest& interest) {
-                    return matches(interest.pattern, agreement->subject->text);
-                });
+                const std::string& text = agreement->subject->text;
+                if (agreement->attempt != 0 || !matches(frame.subject, text)) continue;
+                const bool wanted = std::ranges::any_of(
+                    subscriber->interests, [&](const Interest& interest) { return matches(interest.pattern, text); });
                 if (!wanted) unheard.push_back(agreement.get());
             }
             for (Agreement* agreement : unheard) {
                 Subject& subject = *agreement->subject;
-                end(*agreement, Reason::none, false);
+                end(*agreement, Reason::cancelled, false);
                 flushReleased(subject);
             }
         } else if (Subject* subject = find(frame.subject); subject != nullptr) {
             const auto found = subscriber->agreements.find(subject->id);
             if (found != subscriber->agreements.end() && isOlder(found->second->session, found->second->attempt)) {
-                end(*found->second, Reason::none, false);
+                end(*found->second, Reason::cancelled, false);
                 flushReleased(*subject);
             }
         }
@@ -405,7 +413,10 @@ void Sender::settle(Agreement& agreement, Range range, Reason given) {
     tellCompleted();
     if (gone.empty()) return;
     store(agreement);
-    if (agreement.subscriber->session != 0) sendGone(agreement, gone, given);
+    if (agreement.session == 0 || given == Reason::cancelled) return;
+    agreement.givenUp = std::max(agreement.givenUp, gone.back().last);
+    sendGone(agreement, gone, given);
+    expectConfirmation(*agreement.subscriber);
 }
 
 void Sender::onConfirm(const Frame& frame) {
@@ -430,14 +441,14 @@ void Sender::onConfirm(const Frame& frame) {
             return;
         }
         const uint64_t before = agreement.confirmed.upTo();
+        const uint64_t settled = before + agreement.confirmed.beyond();
+        if (part.upTo >= agreement.givenUp) agreement.givenUp = 0;
         if (part.upTo > before) settle(agreement, {before + 1, part.upTo}, Reason::none);
         forEachRange(part.ranges, part.upTo, [&](Range range) {
             if (range.last <= subject.last) settle(agreement, range, Reason::none);
         });
-        if (agreement.confirmed.upTo() != before) {
-            store(agreement);
-            subscriber->pause.reset();
-        }
+        if (agreement.confirmed.upTo() + agreement.confirmed.beyond() != settled) store(agreement);
+        if (agreement.confirmed.upTo() != before) subscriber->pause.reset();
         flushReleased(subject);
     });
 }
@@ -472,7 +483,7 @@ void Sender::onNote(uint64_t subscriberId) {
     for (size_t i = 0; i < subscriber->agreements.size() && !full; ++i, ++next) {
         if (next == subscriber->agreements.end()) next = subscriber->agreements.begin();
         Agreement& agreement = *next->second;
-        if (unconfirmed(agreement) == 0) {
+        if (unconfirmed(agreement) == 0 && agreement.givenUp == 0) {
             agreement.progressAt = shared_.now.monotonic;
             continue;
         }
@@ -483,7 +494,8 @@ void Sender::onNote(uint64_t subscriberId) {
             agreement.progressAt = shared_.now.monotonic;
             agreement.lagging = false;
             progress = true;
-        } else if (!agreement.lagging && shared_.now.monotonic - agreement.progressAt >= shared_.settings.lagging) {
+        } else if (unconfirmed(agreement) != 0 && !agreement.lagging &&
+                   shared_.now.monotonic - agreement.progressAt >= shared_.settings.lagging) {
             agreement.lagging = true;
             shared_.tell(Event::Kind::lagging, subscriber->name, agreement.subject->text, firstUnconfirmed(agreement),
                          unconfirmed(agreement));

@@ -11,6 +11,7 @@ namespace quorl::certified {
 namespace {
 
 constexpr size_t interestsMost = 1024;
+constexpr size_t rangesMost = 64;  // stored of what a listener has confirmed out of turn
 
 }  // namespace
 
@@ -64,10 +65,19 @@ void Sender::store(Agreement& agreement) {
     key.byte('A');
     key.number(agreement.subject->id);
     key.raw(agreement.subscriber->name.data(), agreement.subscriber->name.size());
-    Writer<32> value;
+    Writer<32 + 20 * rangesMost> value;
     value.number(agreement.confirmed.upTo());
     value.fixed(agreement.session);
     value.number(agreement.attempt);
+    // What is left out is asked for again by a listener that does not remember it either.
+    uint64_t previous = agreement.confirmed.upTo();
+    size_t count = 0;
+    for (const auto& [first, last] : agreement.confirmed.ranges()) {
+        if (++count > rangesMost) break;
+        value.number(first - previous);
+        value.number(last - first);
+        previous = last;
+    }
     shared_.putState(key.string(), value.string());
     // As long as the agreement is there, it speaks for these numbers.
     agreement.subject->durable = std::max(agreement.subject->durable, agreement.confirmed.upTo());
@@ -137,10 +147,18 @@ bool Sender::loadAgreement(uint64_t id, std::string_view name, Reader& value) {
     agreement->confirmed = NumberSet(value.number());
     agreement->session = value.fixed();
     agreement->attempt = value.number();
+    uint64_t previous = agreement->confirmed.upTo();
+    while (value.ok() && value.left() != 0 && previous != UINT64_MAX) {
+        const uint64_t gap = value.number();
+        const uint64_t more = value.number();
+        if (!value.ok() || gap == 0 || gap > UINT64_MAX - previous || more >= UINT64_MAX - previous - gap) return false;
+        agreement->confirmed.add({previous + gap, previous + gap + more});
+        previous += gap + more;
+    }
     if (!value.done() || agreement->confirmed.upTo() == UINT64_MAX || subscriber->agreements.contains(subject->id))
         return false;
     subject->agreements.push_back(agreement.get());
-    subject->last = std::max(subject->last, agreement->confirmed.upTo());
+    subject->last = std::max(subject->last, agreement->confirmed.highest());
     subject->durable = subject->last;
     subscriber->agreements.emplace(subject->id, std::move(agreement));
     ++agreements_;
@@ -189,11 +207,14 @@ void Sender::start(bool complete) {
             uint64_t missing = confirmed.upTo() + 1;
             for (uint64_t number = subject.slots.nextTaken(missing); number != 0;
                  number = subject.slots.nextTaken(number + 1)) {
+                if (confirmed.contains(number)) continue;
                 ++subject.slots.find(number)->waiting;
                 if (number > missing) confirmed.add({missing, number - 1});
                 missing = number + 1;
             }
             if (missing <= subject.last) confirmed.add({missing, subject.last});
+            // Whether the listener was told of what was given up is not stored: it is told once more.
+            if (agreement->session != 0) agreement->givenUp = confirmed.upTo();
             agreement->progressAt = shared_.now.monotonic;
         }
         for (uint64_t number = subject.slots.nextTaken(1); number != 0; number = subject.slots.nextTaken(number + 1)) {
