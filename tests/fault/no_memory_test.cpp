@@ -14,6 +14,7 @@
 #include "failing_allocator.h"
 #include "quorl/private.h"
 #include "quorl/quorl.h"
+#include "quorl/quorlcm.h"
 #include "quorl/quorlft.h"
 #include "transport/nats/scripted_daemon.h"
 
@@ -421,6 +422,31 @@ TEST_F(NoMemory, fault_tolerance) {
     };
     failEach("calls", Whose::callers, group);
     failEach("machines", Whose::librarys, group);
+}
+
+TEST_F(NoMemory, certified_delivery) {
+    const auto over = [&] {
+        quorlcmTransport made = 0;
+        quorlcmEvent listener = 0;
+        const auto nothing = [](quorlcmTransport, const char*, quorlMsg, void*) -> void* { return nullptr; };
+        quorl_status status = quorlcmTransport_Create(&made, transport_, "a.certified.name.that.is.not.short",
+                                                      QUORL_FALSE, nullptr, QUORL_FALSE, nullptr);
+        if (status != QUORL_OK) return status;
+        status = quorlcmTransport_AddListener(made, "another.name.that.is.not.short", "a.b");
+        if (status == QUORL_OK) status = quorlcmEvent_CreateListener(&listener, queue_, ignore, made, "a.*", nullptr);
+        if (status == QUORL_OK) status = quorlMsg_SetCMTimeLimit(message_, 30);
+        if (status == QUORL_OK) status = quorlcmTransport_Send(made, message_);
+        if (status == QUORL_OK) status = quorlcmTransport_ReviewLedger(made, nothing, nullptr, nullptr);
+        if (status == QUORL_OK) status = quorlcmTransport_ExpireMessages(made, "a.b", 1);
+        drain(queue_);
+        if (listener != 0) {
+            EXPECT_EQ(quorlcmEvent_DestroyEx(listener, QUORL_TRUE, nullptr), QUORL_OK);
+        }
+        EXPECT_EQ(quorlcmTransport_Destroy(made), QUORL_OK);
+        return status;
+    };
+    failEach("certified", Whose::callers, over);
+    failEach("certified", Whose::librarys, over);
 }
 
 TEST_F(NoMemory, connections_to_a_daemon) {

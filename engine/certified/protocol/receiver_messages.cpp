@@ -99,7 +99,12 @@ void Receiver::take(Stream& stream, uint64_t number, companion::Message message)
         deliver(stream, number, message);
         dropEarly(stream, number);
         if (stream.early.empty() && stream.confirmed.rangeCount() == 0) {
-            if (stream.askAt != INT64_MAX && stream.next > stream.lastKnown) stream.askAt = INT64_MAX;
+            if (stream.next > stream.lastKnown) {
+                stream.askAt = INT64_MAX;
+            } else if (stream.askedUpTo != 0 && stream.next > stream.askedUpTo) {
+                stream.askPause.reset();
+                lookForGap(stream, 0);
+            }
             return;
         }
         deliverReady(stream);
