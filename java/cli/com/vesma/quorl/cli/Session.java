@@ -171,8 +171,10 @@ final class Session implements AutoCloseable {
             if (subject.endsWith(".daemon.dropped") && doubted) return;
         }
         String server = subject.endsWith(".daemon.back") ? serverOf(advisory) : "";
+        String text = CertifiedAdvisoryText.isAbout(subject) ? CertifiedAdvisoryText.of(advisory) : AdvisoryText.of(advisory, server);
+        if (text == null) return;
         synchronized (err) {
-            err.println("quorl: " + AdvisoryText.of(advisory, server));
+            err.println("quorl: " + text);
             err.flush();
         }
     }

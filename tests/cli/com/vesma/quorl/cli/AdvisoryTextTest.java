@@ -1,6 +1,8 @@
 package com.vesma.quorl.cli;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.vesma.quorl.QuorlMsg;
 import java.util.function.Consumer;
@@ -37,6 +39,42 @@ class AdvisoryTextTest {
         says("closing the transport to db1: 1 message never went out, 2 messages may not have arrived (why)",
                 "_QUORL.WARN.daemon.dropped",
                 m -> m.addString("daemon", "db1").addString("reason", "why").addU64("dropped", 1).addU64("unconfirmed", 2));
+    }
+
+    private static void saysOfCertified(String text, String kind, Consumer<QuorlMsg> fields) {
+        try (QuorlMsg advisory = new QuorlMsg("_QUORL.WARN.certified." + kind).addU32("transport", 7).addString("name", "orders")) {
+            fields.accept(advisory);
+            assertTrue(CertifiedAdvisoryText.isAbout(advisory.getSendSubject()));
+            assertEquals(text, CertifiedAdvisoryText.of(advisory));
+        }
+    }
+
+    @Test
+    void advisoriesAboutCertifiedDelivery() {
+        assertFalse(CertifiedAdvisoryText.isAbout("_QUORL.WARN.daemon.lost"));
+        for (String kind : new String[] {"registered", "ended", "confirmed", "completed", "settled", "listening"}) {
+            saysOfCertified(null, kind, m -> {});
+        }
+        Consumer<QuorlMsg> range = m -> m.addString("subject", "a").addU64("first", 3).addU64("last", 9).addString("sender", "feed")
+                .addString("listener", "billing").addString("reason", "why").addU64("unconfirmed", 7);
+        saysOfCertified("messages 3 to 9 on a of orders given up", "expired", range);
+        saysOfCertified("message 3 on a of orders given up", "expired",
+                m -> m.addString("subject", "a").addU64("first", 3).addU64("last", 3));
+        saysOfCertified("messages 3 to 9 on a of orders never reached billing (why)", "undelivered", range);
+        saysOfCertified("billing does not confirm what orders has sent on a; 7 wait", "lagging", range);
+        saysOfCertified("orders keeps 8 of at most 10 bytes", "nearly_full", m -> m.addU64("bytes", 8).addU64("limit", 10));
+        saysOfCertified("orders is down to 5 bytes", "no_longer_full", m -> m.addU64("bytes", 5).addU64("limit", 10));
+        saysOfCertified("orders does not let billing register for a (why)", "refused", range);
+        saysOfCertified("the ledger of orders takes nothing (why); what was accepted stays", "storage_failed", range);
+        saysOfCertified("the ledger of orders takes messages again", "storage_works", m -> {});
+        saysOfCertified("the ledger of orders is damaged (why)", "damaged", range);
+        saysOfCertified("messages 3 to 9 on a of feed will never come (why)", "skipped", range);
+        saysOfCertified("feed sends orders nothing more on a (why)", "stopped", range);
+        saysOfCertified("feed has lost its ledger and counts from the beginning", "sender_started_anew", range);
+        saysOfCertified("another program has the name orders; this one does nothing until that is gone", "name_taken", m -> {});
+        saysOfCertified("another program has asked for the name orders; this one keeps it", "name_contested", m -> {});
+        saysOfCertified("the other program with the name orders is gone, and this one goes on", "name_free", m -> {});
+        saysOfCertified("a message of a newer version has come on a; it was left out", "newer_peer", range);
     }
 
     @Test

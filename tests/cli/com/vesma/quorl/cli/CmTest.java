@@ -58,8 +58,9 @@ class CmTest {
             for (int round = 0; round < 2; round++) {
                 try (ChildCommand listener = new ChildCommand(folder, listen)) {
                     listener.awaitSaid("listening to");
-                    assertEquals(0, Cli.run("cm", "send", "orders.new", "n:u32={n}", "--count", "5", "--name", "orders", "--ledger",
-                            file("orders.ledger"), "--listener", "billing", "--timeout", "60", "--daemon", daemon.address).code());
+                    assertEquals(new Cli(0, "5 messages were sent; billing has confirmed 5\n", ""), Cli.run("cm", "send", "orders.new", "n:u32={n}",
+                            "--count", "5", "--name", "orders", "--ledger", file("orders.ledger"), "--listener", "billing", "--timeout", "60",
+                            "--daemon", daemon.address));
                     for (int n = 1; n <= 5; n++) {
                         assertEquals("{\"sender\":\"orders\",\"number\":" + (10 * round + n) + ",\"subject\":\"orders.new\",\"message\":{\"n:u32\":"
                                 + n + "}}", listener.out.readLine());
