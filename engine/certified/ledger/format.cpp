@@ -61,7 +61,10 @@ Outcome newFile(const std::string& name, std::string* content) {
         if (outcome.ok()) outcome = database.execute(table);
     }
     Statement insert;
-    if (outcome.ok()) outcome = database.prepare("INSERT INTO property VALUES('name', ?), ('open', '')", &insert);
+    if (outcome.ok())
+        outcome = database.prepare(
+            "INSERT INTO property VALUES('name', ?), ('open', ''), ('id', lower(hex(randomblob(16)))), ('journal', 0)",
+            &insert);
     if (!outcome.ok()) return outcome;
     insert.bindText(1, name);
     if (const int code = insert.step(); code != SQLITE_DONE) return database.failure(code, "create");

@@ -6,6 +6,8 @@
 #include <set>
 #include <vector>
 
+#include "certified/ledger/journal.h"
+#include "certified/ledger/net_effect.h"
 #include "certified/ledger/owned_file.h"
 #include "certified/ledger/page_file.h"
 #include "certified/ledger/tree.h"
@@ -23,12 +25,14 @@ class Inspecting {
         found_.logFrames = file_.log().frames;
         if (!readTables() || !readProperties()) return ended();
         lookAtLog();
+        if (!readJournal()) return ended();
         if (!readStates() || !readSegments() || !readMessages()) return ended();
         if (!trees_.readFreeList(&found_.freePages, &outcome_)) {
             if (!outcome_.ok()) return outcome_;
             tell("the list of its free pages is damaged", file_.path(), 0);
         }
         if (!lost_.empty()) readStrays();
+        if (outcome_.ok()) giveJournal();
         if (outcome_.ok()) inspector_.progress(file_.pages(), file_.pages());
         return outcome_;
     }
@@ -96,6 +100,8 @@ class Inspecting {
             Value values[2];
             if (!readRow(row.payload, values)) return;
             if (values[0].bytes == "name") found_.name = values[1].bytes;
+            if (values[0].bytes == "id") id_ = values[1].bytes;
+            if (values[0].bytes == "journal") folded_ = static_cast<uint64_t>(values[1].number);
             if (values[0].bytes == "open") {
                 found_.durability = values[1].bytes.substr(0, values[1].bytes.find(' '));
                 found_.closed = values[1].bytes.empty();
@@ -118,6 +124,58 @@ class Inspecting {
              file_.logPath(), log.end);
     }
 
+    // What the journal has and the database lacks; the rest is looked at as it has become by it.
+    bool readJournal() {
+        const std::string path = file_.path() + "-steps";
+        std::string content;
+        bool there = false;
+        outcome_ = journal::read(path, &content, &there);
+        if (!outcome_.ok()) return false;
+        if (!there && found_.durability == "process") {
+            tell("the ledger was not closed, and its journal, which has what was stored last, is missing", path, 0);
+        }
+        journal::Replay replay;
+        const bool whole = journal::replay(
+            content, id_, folded_,
+            [this](const journal::Entry& entry) {
+                Write write;
+                if (journal::writeOf(entry, &write) != QUORL_OK) return false;
+                journal_.add(std::move(write), entry.sum);
+                return true;
+            },
+            &replay);
+        if (!whole || replay.laterRecords != 0) {
+            tell("the journal is damaged here, and " + std::to_string(replay.laterRecords) +
+                     " records that follow are lost, unless a failure of the power took them, which this ledger's "
+                     "durability "
+                     "allows",
+                 path, replay.end);
+        }
+        return true;
+    }
+
+    void giveJournal() {
+        for (const auto& [subject, effect] : journal_.subjects()) {
+            for (const auto& [number, put] : effect.puts) {
+                const companion::Message& message = put.write.message;
+                ++found_.messages;
+                found_.bytes += message.image().size();
+                inspector_.message(
+                    {.subject = message.subject(),
+                     .subjectNumber = subject,
+                     .number = number,
+                     .expires = put.write.expires,
+                     .reply = message.replySubject(),
+                     .image = {reinterpret_cast<const char*>(message.image().data()), message.image().size()}});
+            }
+        }
+        for (const auto& [key, put] : journal_.states()) {
+            if (put.write.kind != Write::Kind::putState) continue;
+            ++found_.states;
+            inspector_.state(key, put.write.value);
+        }
+    }
+
     bool readStates() {
         const auto reader = readerOf("registrations", [this](const Trees::Row& row) {
             Value values[3];
@@ -127,6 +185,7 @@ class Inspecting {
                      row.page->offset);
                 return;
             }
+            if (journal_.states().contains(std::string(values[0].bytes))) return;
             ++found_.states;
             inspector_.state(values[0].bytes, values[2].bytes);
         });
@@ -180,6 +239,8 @@ class Inspecting {
                                     .expires = values[1].number,
                                     .reply = values[3].bytes,
                                     .image = values[4].bytes};
+        bool erased = false;
+        if (journal_.find(record.subjectNumber, record.number, &erased) != nullptr || erased) return true;
         if (record.checksum() != static_cast<uint64_t>(values[2].number)) return false;
         ++found_.messages;
         found_.bytes += record.image.size();
@@ -246,6 +307,9 @@ class Inspecting {
     uint64_t steps_ = 0;
     std::map<std::string, uint32_t> roots_;
     std::map<uint32_t, Segment> segments_;
+    std::string id_;
+    uint64_t folded_ = 0;
+    NetEffect journal_;
     std::set<uint32_t> nameless_;  // segments that messages belong to and that are not there
     std::vector<Range> lost_;
 };

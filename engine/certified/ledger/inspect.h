@@ -40,6 +40,7 @@ struct InspectedMessage {
 class Inspector {
   public:
     virtual ~Inspector() = default;
+    // By subject and number, and behind them those that are in the journal.
     virtual void message(const InspectedMessage&) {}
     virtual void state(std::string_view key, std::string_view value) {
         (void)key;

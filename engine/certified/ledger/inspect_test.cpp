@@ -73,6 +73,7 @@ void expectTheSame(const std::string& path, bool closed) {
 void copyOpen(const std::string& from, const std::string& to) {
     std::filesystem::copy_file(from, to);
     std::filesystem::copy_file(from + "-wal", to + "-wal");
+    if (std::filesystem::exists(from + "-steps")) std::filesystem::copy_file(from + "-steps", to + "-steps");
 }
 
 TEST(Inspect, FindsWhatTheLedgerHas) {
@@ -252,7 +253,7 @@ TEST(Inspect, TellsOfADamagedLog) {
     const std::string path = folder / "orders.ledger";
     const std::string left = folder / "left";
     {
-        const auto ledger = opened(path);
+        const auto ledger = opened(path, Durability::power);
         for (uint64_t number = 1; number <= 50; ++number) ASSERT_TRUE(good(ledger->apply(step(put(1, number)))));
         copyOpen(path, left);
     }
@@ -284,7 +285,7 @@ TEST(Inspect, TellsOfADamagedLog) {
     // Its end is what a killed process leaves when it was just writing.
     std::filesystem::remove(left);
     std::filesystem::remove(left + "-wal");
-    const auto ledger = opened(path);
+    const auto ledger = opened(path, Durability::power);
     ASSERT_TRUE(good(ledger->apply(step(put(1, 51)))));
     copyOpen(path, left);
     std::filesystem::resize_file(left + "-wal", std::filesystem::file_size(left + "-wal") - 100);
@@ -293,6 +294,44 @@ TEST(Inspect, TellsOfADamagedLog) {
     EXPECT_TRUE(again.findings.empty());
     EXPECT_EQ(again.messages.size(), 50u);
     EXPECT_EQ(heldBy(*opened(left)).messages.size(), 50u);
+}
+
+TEST(Inspect, TellsOfADamagedJournal) {
+    const Folder folder;
+    const std::string path = folder / "orders.ledger";
+    const std::string left = folder / "left";
+    const auto ledger = opened(path);
+    for (uint64_t number = 1; number <= 50; ++number) ASSERT_TRUE(good(ledger->apply(step(put(1, number)))));
+    ASSERT_TRUE(good(ledger->apply(step(erase(1, 1, 10), putState("a", "b")))));
+    copyOpen(path, left);
+    const std::string journal = contentOf(left + "-steps");
+    ASSERT_NE(journal.find("subject.1"), std::string::npos);
+    std::string damaged = journal;
+    const size_t at = journal.rfind("subject.1") / 2;
+    damaged[at] = static_cast<char>(damaged[at] ^ 1);
+    writeFile(left + "-steps", damaged);
+    Seen seen;
+    Inspection found;
+    ASSERT_TRUE(good(inspect(left, seen, &found)));
+    ASSERT_EQ(seen.findings.size(), 1u);
+    EXPECT_EQ(seen.findings[0].file, left + "-steps");
+    EXPECT_LE(seen.findings[0].offset, static_cast<int64_t>(at));
+    EXPECT_LT(seen.messages.size(), 40u);
+    EXPECT_EQ(refusal(left).status, QUORL_INVALID_FILE);
+    EXPECT_EQ(contentOf(left + "-steps"), damaged);
+    std::filesystem::remove(left + "-steps");
+    EXPECT_NE(refusal(left).text.find("left-steps, which has what was stored last, is missing"), std::string::npos);
+    ASSERT_TRUE(good(inspect(left, seen, &found)));
+    EXPECT_EQ(found.findings, 1u);
+    writeFile(left + "-steps", journal);
+    Seen whole;
+    ASSERT_TRUE(good(inspect(left, whole, &found)));
+    EXPECT_TRUE(whole.findings.empty());
+    EXPECT_EQ(whole.messages.size(), 40u);
+    EXPECT_EQ(whole.states, (std::map<std::string, std::string>{{"a", "b"}}));
+    const Held held = heldBy(*opened(left));
+    EXPECT_EQ(held.messages.size(), 40u);
+    EXPECT_FALSE(std::filesystem::exists(left + "-steps"));
 }
 
 }  // namespace

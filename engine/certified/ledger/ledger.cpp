@@ -1,6 +1,7 @@
 // Opening, closing and reading. What writes is in ledger_commit.cpp.
 #include "certified/ledger/ledger.h"
 
+#include <algorithm>
 #include <fstream>
 #include <new>
 #include <span>
@@ -92,6 +93,7 @@ Outcome Ledger::openToRead() {
     }
     if (outcome.ok()) outcome = checkContent();
     if (outcome.ok()) outcome = checkLog(log);
+    if (outcome.ok()) outcome = readJournal();
     if (outcome.ok()) outcome = loadSegments();
     return outcome;
 }
@@ -145,25 +147,31 @@ Outcome Ledger::checkContent() {
                 "the file " + file_->path() + " has not the tables of a ledger; it is left as it is"};
     }
     outcome = database_.prepare("SELECT value FROM property WHERE key = ?", &statement);
-    if (!outcome.ok()) return outcome;
-    const Resetting resetting(statement);
-    statement.bindText(1, "name");
-    code = statement.step();
-    if (code == SQLITE_ROW && statement.bytes(0) != options_.name) {
+    bool found = false;
+    if (outcome.ok()) outcome = property("name", &statement, &found);
+    if (found && statement.bytes(0) != options_.name) {
         return {QUORL_NOT_FILE_OWNER, "the ledger " + file_->path() + " is that of the certified name " +
                                           std::string(statement.bytes(0)) + ", not of " + options_.name};
     }
-    if (code == SQLITE_ROW) {
-        statement.reset();
-        statement.bindText(1, "open");
-        code = statement.step();
+    if (found) outcome = property("open", &statement, &found);
+    if (found) mark_ = statement.bytes(0);
+    if (found) outcome = property("id", &statement, &found);
+    if (found) id_ = statement.bytes(0);
+    if (found) outcome = property("journal", &statement, &found);
+    if (found) folded_ = static_cast<uint64_t>(statement.number(0));
+    if (outcome.ok() && !found) {
+        return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " is damaged: it does not say whose it is"};
     }
-    if (code == SQLITE_ROW) {
-        mark_ = statement.bytes(0);
-        return {};
-    }
-    if (code != SQLITE_DONE) return database_.failure(code, "open");
-    return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " is damaged: it does not say whose it is"};
+    return outcome;
+}
+
+Outcome Ledger::property(const char* key, Statement* statement, bool* found) {
+    statement->reset();
+    statement->bindText(1, key);
+    const int code = statement->step();
+    *found = code == SQLITE_ROW;
+    if (code == SQLITE_ROW || code == SQLITE_DONE) return {};
+    return database_.failure(code, "open");
 }
 
 // What was read makes sense: from now on the file may change.
@@ -189,7 +197,19 @@ Outcome Ledger::openToWrite() {
     const bool power = options_.durability == Durability::power;
     const std::string own = (power ? "power " : "process ") + systemRun_;
     complete_ = mark_.empty() || mark_.starts_with("power") || sameRun();
-    outcome = mark_ != own ? setMark(own) : checkpoint(SQLITE_CHECKPOINT_PASSIVE);
+    const std::string journalPath = file_->path() + "-steps";
+    if (!power && options_.journalBytes != 0) {
+        const int code = journal_.open(options_.files, journalPath, options_.journalBytes);
+        if (code != SQLITE_OK) return database_.failure(code, "open");
+    }
+    outcome = fold(power);
+    if (outcome.ok()) outcome = mark_ != own ? setMark(own) : checkpoint(SQLITE_CHECKPOINT_PASSIVE);
+    if (outcome.ok() && !journal_.isOpen() && hasJournal_) {
+        if (const int code = JournalFile::remove(options_.files, journalPath); code != SQLITE_OK) {
+            outcome = database_.failure(code, "open");
+        }
+    }
+    if (outcome.ok()) reserveLog();
     writable_ = outcome.ok();
     file_->name();
     return outcome;
@@ -219,6 +239,7 @@ Outcome Ledger::prepareStatements() {
         {"INSERT INTO segment VALUES(?,?,?,?)", &insertSegment_},
         {"SELECT expires, sum, reply, image FROM message WHERE id = ?", &read_},
         {"PRAGMA page_count", &pages_},
+        {"UPDATE property SET value = ? WHERE key = 'journal'", &setFolded_},
     };
     Outcome outcome;
     for (const auto& [sql, statement] : all) {
@@ -254,10 +275,11 @@ Outcome Ledger::loadSegments() {
 Ledger::~Ledger() {
     if (file_->inherited()) {
         for (Statement* statement : {&begin_, &end_, &rollBack_, &insert_, &eraseOne_, &eraseRange_, &insertState_,
-                                     &deleteState_, &insertSegment_, &read_, &pages_}) {
+                                     &deleteState_, &insertSegment_, &read_, &pages_, &setFolded_}) {
             statement->abandon();
         }
         database_.abandon();
+        journal_.abandon();
         return;
     }
     guarded([this] {
@@ -265,7 +287,9 @@ Ledger::~Ledger() {
         const std::lock_guard guard(lock_);
         if (!writable_) return Outcome{};
         if (uncut_ && !cutLog().ok()) return Outcome{};
-        Outcome outcome = setMark({});
+        Outcome outcome = fold(false);
+        if (outcome.ok()) outcome = setMark({});
+        if (outcome.ok() && journal_.isOpen()) journal_.remove();
         if (outcome.ok()) sqlite3_db_config(database_.connection(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
         return outcome;
     });
@@ -287,7 +311,15 @@ Outcome Ledger::load(Loader& loader) noexcept {
         Outcome outcome = usable(Use::loading);
         if (!outcome.ok()) return outcome;
         const std::lock_guard guard(lock_);
-        outcome = loadThrowing(loader);
+        if (writable_) {
+            outcome = fold(false);
+        } else if (!pending_.empty()) {
+            // What the journal has goes into the database first, and the file changes only when all of it could be read.
+            Loader nobody;
+            outcome = loadThrowing(nobody);
+            if (outcome.ok()) outcome = openToWrite();
+        }
+        if (outcome.ok()) outcome = loadThrowing(loader);
         if (outcome.ok() && !writable_) outcome = openToWrite();
         return outcome;
     });
@@ -331,6 +363,8 @@ Outcome Ledger::loadMessages(uint32_t subject, uint32_t high, const Segment& seg
                                     .number = uint64_t{high} << 32 | format::lowOfRow(statement.number(0)),
                                     .size = static_cast<uint32_t>(statement.number(2)),
                                     .expires = statement.number(1)};
+        uint64_t& highest = highest_[subject];
+        highest = std::max(highest, message.number);
         loader.message(message);
         if (statement.isNull(5)) continue;
         const format::Record record{.subjectNumber = subject,
@@ -370,8 +404,14 @@ Outcome Ledger::readThrowing(uint32_t subject, uint64_t number, companion::Messa
         return Outcome{QUORL_NOT_FOUND, "the ledger " + file_->path() + " has no message " + std::to_string(number) +
                                             " on its subject " + std::to_string(subject)};
     };
+    absorb();
+    bool erased = false;
+    if (const NetEffect::Put* put = pending_.find(subject, number, &erased)) {
+        *message = put->write.message;
+        return {};
+    }
     const auto found = segments_.find({subject, static_cast<uint32_t>(number >> 32)});
-    if (found == segments_.end()) return notFound();
+    if (erased || found == segments_.end()) return notFound();
     const Resetting resetting(read_);
     read_.bind(1, format::rowOf(found->second.id, static_cast<uint32_t>(number)));
     const int code = read_.step();

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -20,6 +21,8 @@
 
 #include "certified/ledger/database.h"
 #include "certified/ledger/group_commit.h"
+#include "certified/ledger/journal_file.h"
+#include "certified/ledger/net_effect.h"
 #include "certified/ledger/outcome.h"
 #include "certified/ledger/owned_file.h"
 #include "certified/protocol/store.h"
@@ -37,10 +40,10 @@ enum class Durability { process, power };
 class Loader {
   public:
     virtual ~Loader() = default;
-    virtual void state(std::string_view key, std::string_view value) = 0;
-    virtual void message(const StoredMessage& message) = 0;
+    virtual void state(std::string_view, std::string_view) {}  // key, value
+    virtual void message(const StoredMessage&) {}
     // After message(): it is damaged, and read() will say so. It stays in the file until it is erased.
-    virtual void damaged(const StoredMessage& message, const std::string& text) = 0;
+    virtual void damaged(const StoredMessage&, const std::string&) {}
 };
 
 // Any thread may call; load() before everything else. In a child that was forked while the ledger was open, everything answers
@@ -61,6 +64,7 @@ class Ledger {
         const char* files = "unix-none";   // SQLite's file layer; one without locks
         uint32_t checkpointFrames = 4000;  // pages in the log that are copied to their places in the file
         std::string systemRun = {};        // which run of the system this is; empty: the ledger finds out
+        uint32_t journalBytes = 4 << 20;   // of the journal at Durability::process; 0: without one
         uint32_t growth = 1 << 20;         // bytes by which the file grows
     };
 
@@ -119,6 +123,8 @@ class Ledger {
     Outcome connect();
     Outcome checkContent();
     Outcome checkLog(const Log& log) const;
+    Outcome readJournal();
+    Outcome property(const char* key, Statement* statement, bool* found);
     bool sameRun() const;
     Outcome prepareStatements();
     Outcome loadSegments();
@@ -130,10 +136,20 @@ class Ledger {
     Outcome readThrowing(uint32_t subject, uint64_t number, companion::Message* message);
     Outcome damagedMessage(uint32_t subject, uint64_t number) const;
 
+    // What a transaction of SQLite is made of.
+    using Body = std::function<Outcome()>;
+
     Outcome commit(std::vector<Step>& steps) noexcept;
-    Outcome commitOnce(std::vector<Step>& steps);
+    Outcome store(bool sync, const Body& body);
+    Outcome storeOnce(bool sync, const Body& body);
+    bool journaled(const std::vector<Step>& steps, bool sync);
+    Outcome append(std::vector<Step>& steps);
+    void absorb();
+    Outcome fold(bool sync);
+    Outcome storeNetEffect();
     Outcome setSyncing(bool sync);
     Outcome carryOut(const Step& step);
+    Outcome carryOut(const Write& write, uint64_t sum);
     Outcome put(const Write& write, uint64_t sum);
     Outcome erase(const Write& write);
     Outcome putState(const Write& write, uint64_t sum);
@@ -143,6 +159,7 @@ class Ledger {
     sqlite3_file* logFile() noexcept;
     Outcome syncLog();
     Outcome cutLog();
+    void reserveLog() noexcept;
     Outcome reserve();
     Outcome checkpoint(int mode);
 
@@ -155,7 +172,7 @@ class Ledger {
     std::atomic<int> readers_{0};  // threads that wait for the lock to read: commits let them go first
     Database database_;
     Statement begin_, end_, rollBack_, insert_, eraseOne_, eraseRange_, insertState_, deleteState_, insertSegment_,
-        read_, pages_;
+        read_, pages_, setFolded_;
     Segments segments_;
     std::vector<std::pair<uint32_t, uint32_t>> newSegments_;  // of the transaction that runs
     uint32_t nextSegment_ = 1;
@@ -166,9 +183,23 @@ class Ledger {
     bool full_ = false;                  // the last failure was a full disk
     std::atomic<bool> writable_{false};  // it was loaded
     bool hasLog_ = false;                // when it was opened
+    bool hasJournal_ = false;            // when it was opened
     std::string mark_;                   // of the file when it was opened: not empty while somebody has it open
     bool complete_ = true;
     int64_t reservedBytes_ = 0;  // of the file, so that what is in the log has a place there
+
+    // At Durability::process: what is in the journal and not in the database yet.
+    JournalFile journal_;
+    NetEffect pending_;
+    std::vector<Step> recent_;  // of the last record, on the way into pending_
+    size_t absorbedSteps_ = 0;  // of them, and of the writes of the next
+    size_t absorbedWrites_ = 0;
+    std::string record_;                    // the next one, while it is made
+    std::string id_;                        // of the ledger
+    uint64_t folded_ = 0;                   // the last record that is in the database
+    uint64_t lastRecord_ = 0;               // in the journal
+    int64_t journalEnd_ = 0;                // where the next record begins
+    std::map<uint32_t, uint64_t> highest_;  // of each subject: no number beyond it is in the database
 
     GroupCommit<Step> group_;
 };

@@ -84,7 +84,8 @@ Outcome Ledger::sync() noexcept {
         if (outcome.ok()) outcome = group_.flush();
         if (!outcome.ok() || options_.durability == Durability::power) return outcome;
         const std::lock_guard guard(lock_);
-        return syncLog();
+        outcome = fold(true);
+        return outcome.ok() ? syncLog() : outcome;
     } catch (const std::bad_alloc&) {
         return {QUORL_NO_MEMORY, {}};
     }
@@ -119,7 +120,20 @@ Outcome Ledger::cutLog() {
     }
     if (code == SQLITE_OK && syncing_) code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL);
     if (code != SQLITE_OK) return database_.failure(code, "write");
+    reserveLog();
     return {};
+}
+
+// Room for what the journal has, so that it can go into the database while the disk is full. If there is none, there is none.
+void Ledger::reserveLog() noexcept {
+    sqlite3_file* const log = logFile();
+    if (log == nullptr || !journal_.isOpen()) return;
+    int chunk = static_cast<int>(options_.growth);
+    sqlite3_int64 size = int64_t{options_.journalBytes} * 2 + options_.growth;
+    log->pMethods->xFileControl(log, SQLITE_FCNTL_CHUNK_SIZE, &chunk);
+    log->pMethods->xFileControl(log, SQLITE_FCNTL_SIZE_HINT, &size);
+    chunk = 0;  // or it could not be cut
+    log->pMethods->xFileControl(log, SQLITE_FCNTL_CHUNK_SIZE, &chunk);
 }
 
 // Called by one thread at a time.
@@ -127,35 +141,49 @@ Outcome Ledger::commit(std::vector<Step>& steps) noexcept {
     for (int turn = 0; turn < 100 && readers_.load(std::memory_order_relaxed) != 0; ++turn) sched_yield();
     try {
         const std::lock_guard guard(lock_);
-        Outcome outcome = commitOnce(steps);
-        if (full_) {
-            // Room in the log is found by copying it to its places, which are reserved.
-            full_ = false;
-            if (checkpoint(SQLITE_CHECKPOINT_RESTART).ok()) outcome = commitOnce(steps);
-        }
-        if (outcome.ok() && logFrames_ >= nextCheckpoint_) {
-            const bool copied = checkpoint(SQLITE_CHECKPOINT_PASSIVE).ok();
-            nextCheckpoint_ = static_cast<int>(options_.checkpointFrames) + (copied ? 0 : logFrames_);
-        }
-        return outcome;
+        const bool sync =
+            options_.durability == Durability::power ||
+            std::any_of(steps.begin(), steps.end(), [](const Step& step) { return step.transaction.sync; });
+        if (journaled(steps, sync)) return append(steps);
+        Outcome outcome = fold(sync);
+        if (!outcome.ok()) return outcome;
+        return store(sync, [&] {
+            Outcome carried;
+            for (const Step& step : steps) {
+                if (carried.ok()) carried = carryOut(step);
+            }
+            return carried;
+        });
     } catch (const std::bad_alloc&) {
         return {QUORL_NO_MEMORY, {}};
     }
 }
 
-Outcome Ledger::commitOnce(std::vector<Step>& steps) {
+// As a transaction of SQLite.
+Outcome Ledger::store(bool sync, const Body& body) {
+    Outcome outcome = storeOnce(sync, body);
+    if (full_) {
+        // Room in the log is found by copying it to its places, which are reserved.
+        full_ = false;
+        if (checkpoint(SQLITE_CHECKPOINT_RESTART).ok()) outcome = storeOnce(sync, body);
+        full_ = false;
+    }
+    if (outcome.ok() && logFrames_ >= nextCheckpoint_) {
+        const bool copied = checkpoint(SQLITE_CHECKPOINT_PASSIVE).ok();
+        nextCheckpoint_ = static_cast<int>(options_.checkpointFrames) + (copied ? 0 : logFrames_);
+    }
+    return outcome;
+}
+
+Outcome Ledger::storeOnce(bool sync, const Body& body) {
     newSegments_.clear();
-    const bool sync = options_.durability == Durability::power ||
-                      std::any_of(steps.begin(), steps.end(), [](const Step& step) { return step.transaction.sync; });
     Outcome outcome;
     if (uncut_) outcome = cutLog();
     uncut_ = !outcome.ok();
     if (outcome.ok()) outcome = setSyncing(sync);
     if (outcome.ok()) outcome = run(begin_);
     if (!outcome.ok()) return outcome;
-    for (const Step& step : steps) {
-        if (outcome.ok()) outcome = carryOut(step);
-    }
+    outcome = body();
     if (outcome.ok()) outcome = reserve();
     if (outcome.ok()) outcome = run(end_);
     if (outcome.ok()) return outcome;
@@ -177,24 +205,23 @@ Outcome Ledger::setSyncing(bool sync) {
 
 Outcome Ledger::carryOut(const Step& step) {
     Outcome outcome;
-    for (size_t i = 0; i < step.transaction.writes.size() && outcome.ok(); ++i) {
-        const Write& write = step.transaction.writes[i];
-        switch (write.kind) {
-            case Write::Kind::putMessage:
-                outcome = put(write, step.sums[i]);
-                break;
-            case Write::Kind::eraseMessages:
-                outcome = erase(write);
-                break;
-            case Write::Kind::putState:
-                outcome = putState(write, step.sums[i]);
-                break;
-            case Write::Kind::eraseState:
-                outcome = eraseState(write);
-                break;
-        }
-    }
+    const std::vector<Write>& writes = step.transaction.writes;
+    for (size_t i = 0; i < writes.size() && outcome.ok(); ++i) outcome = carryOut(writes[i], step.sums[i]);
     return outcome;
+}
+
+Outcome Ledger::carryOut(const Write& write, uint64_t sum) {
+    switch (write.kind) {
+        case Write::Kind::putMessage:
+            return put(write, sum);
+        case Write::Kind::eraseMessages:
+            return erase(write);
+        case Write::Kind::putState:
+            return putState(write, sum);
+        case Write::Kind::eraseState:
+            break;
+    }
+    return eraseState(write);
 }
 
 Outcome Ledger::put(const Write& write, uint64_t sum) {
@@ -207,6 +234,8 @@ Outcome Ledger::put(const Write& write, uint64_t sum) {
     insert_.bind(3, static_cast<int64_t>(sum));
     record.reply.empty() ? insert_.bindNothing(4) : insert_.bindText(4, record.reply);
     insert_.bindBytes(5, record.image);
+    uint64_t& highest = highest_[write.subject];
+    highest = std::max(highest, write.number);
     return run(insert_);
 }
 

@@ -88,6 +88,7 @@ void leaveOpen(const std::string& path) {
     ASSERT_TRUE(good(ledger->apply(step(put(1, 1)))));
     std::filesystem::copy_file(other / "orders.ledger", path);
     std::filesystem::copy_file(other / "orders.ledger-wal", path + "-wal");
+    std::filesystem::copy_file(other / "orders.ledger-steps", path + "-steps");
 }
 
 TEST(Refusal, OfALedgerThatWasNotClosed) {
