@@ -2,6 +2,7 @@
 #include "certified/protocol/machine.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "certified/protocol/frame.h"
@@ -16,6 +17,7 @@ namespace {
 
 // 'V': the version of all that is stored, and whose it is.
 constexpr uint8_t stateVersion = 1;
+constexpr int64_t withoutMemory = 10 * milliseconds;  // until what found no memory is tried again
 constexpr std::string_view versionKey = "V";
 // Subjects, listeners, agreements, streams and what is confirmed of them: each stands on those before.
 constexpr std::string_view loadOrder = "VsSLARC";
@@ -143,38 +145,47 @@ void Machine::tick(Now now, Output& out) {
     const Step step(*shared_, now, out);
     Timers::Timer timer;
     while (shared_->timers.take(now.monotonic, &timer)) {
-        switch (static_cast<Timing>(timer.what)) {
-            case Timing::storage:
-                shared_->tryStorage();
-                break;
-            case Timing::presence:
-                if (presence_->onTime()) receiver_->settled();
-                break;
-            case Timing::expiry:
-                sender_->onExpiry(timer.which);
-                break;
-            case Timing::transient:
-                sender_->onTransient(timer.which);
-                break;
-            case Timing::note:
-                sender_->onNote(timer.which);
-                break;
-            case Timing::confirm:
-                receiver_->onConfirmTime(timer.which);
-                break;
-            case Timing::stream:
-                receiver_->onStreamTime(timer.which);
-                break;
-            case Timing::source:
-                receiver_->onSourceTime(timer.which);
-                break;
-            case Timing::pattern:
-                receiver_->onPatternTime(timer.which);
-                break;
-            case Timing::announce:
-                receiver_->onAnnounceTime();
-                break;
+        try {
+            onTime(timer);
+        } catch (const std::bad_alloc&) {
+            shared_->timers.setAgain(timer, now.monotonic + withoutMemory);
+            throw;
         }
+    }
+}
+
+void Machine::onTime(const Timers::Timer& timer) {
+    switch (static_cast<Timing>(timer.what)) {
+        case Timing::storage:
+            shared_->tryStorage();
+            break;
+        case Timing::presence:
+            if (presence_->onTime()) receiver_->settled();
+            break;
+        case Timing::expiry:
+            sender_->onExpiry(timer.which);
+            break;
+        case Timing::transient:
+            sender_->onTransient(timer.which);
+            break;
+        case Timing::note:
+            sender_->onNote(timer.which);
+            break;
+        case Timing::confirm:
+            receiver_->onConfirmTime(timer.which);
+            break;
+        case Timing::stream:
+            receiver_->onStreamTime(timer.which);
+            break;
+        case Timing::source:
+            receiver_->onSourceTime(timer.which);
+            break;
+        case Timing::pattern:
+            receiver_->onPatternTime(timer.which);
+            break;
+        case Timing::announce:
+            receiver_->onAnnounceTime();
+            break;
     }
 }
 

@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "certified/protocol/store.h"
+#include "certified/protocol/timers.h"
 #include "companion/message.h"
 
 namespace quorl::certified {
@@ -261,6 +262,7 @@ class Machine {
   private:
     quorl_status loadState();
     void dispatch(const Frame& frame, companion::Message message, uint32_t listener);
+    void onTime(const Timers::Timer& timer);
 
     std::unique_ptr<Shared> shared_;
     std::unique_ptr<Sender> sender_;

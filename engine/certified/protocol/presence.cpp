@@ -46,6 +46,7 @@ bool Presence::settle() {
 
 bool Presence::onTime() {
     if (at_ > shared_.now.monotonic) return false;
+    const Taken taken(at_);
     bool settledNow = false;
     if (!trying_ && shared_.suspended && shared_.now.monotonic - rivalAt_ >= rivalGone) {
         trying_ = true;

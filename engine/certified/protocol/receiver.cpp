@@ -141,7 +141,7 @@ void Receiver::setInactivity(int64_t interval) {
 void Receiver::onSourceTime(uint64_t sourceId) {
     Source* source = findSource(sourceId);
     if (source == nullptr || source->forgetAt > shared_.now.monotonic) return;
-    source->forgetAt = INT64_MAX;
+    const Taken taken(source->forgetAt);
     const int64_t interval = source->superseded ? supersededFor : inactivity_;
     if (interval == 0) return;
     if (shared_.now.monotonic - source->heardAt < interval) return setForgetTime(*source);
@@ -245,14 +245,14 @@ void Receiver::registerAgain(Stream& stream, int64_t at) {
     stream.registerPause.reset();
     stream.registerAt = at;
     stream.askAt = INT64_MAX;
-    if (at <= shared_.now.monotonic && shared_.settled) return subscribe(stream);
     setStreamTime(stream);
+    if (at <= shared_.now.monotonic && shared_.settled) subscribe(stream);
 }
 
 void Receiver::onStreamTime(uint64_t streamId) {
     Stream* stream = findStream(streamId);
     if (stream == nullptr || stream->timerAt > shared_.now.monotonic) return;
-    stream->timerAt = INT64_MAX;
+    const Taken taken(stream->timerAt);
     if (stream->registerAt <= shared_.now.monotonic) subscribe(*stream);
     if (stream->askAt <= shared_.now.monotonic) ask(*stream);
     setStreamTime(*stream);
@@ -301,7 +301,7 @@ void Receiver::sendCancel(Source& source, std::string_view subject, uint64_t att
 
 // Asks to be registered, or to be forgotten, and again when there is no answer.
 void Receiver::subscribe(Stream& stream) {
-    stream.registerAt = INT64_MAX;
+    const Taken taken(stream.registerAt);
     if (!shared_.settled || stream.source->superseded) return;
     if (stream.state == State::cancelling) {
         sendCancel(*stream.source, stream.subject, stream.attempt, 0);
@@ -402,7 +402,7 @@ void Receiver::setPatternTime(Source& source, int64_t at) {
 void Receiver::onPatternTime(uint64_t sourceId) {
     Source* source = findSource(sourceId);
     if (source == nullptr || source->patternAt > shared_.now.monotonic) return;
-    source->patternAt = INT64_MAX;
+    const Taken taken(source->patternAt);
     if (source->superseded || !shared_.settled) return;
     int64_t next = INT64_MAX;
     for (auto& [text, pattern] : source->patterns) {
@@ -421,9 +421,15 @@ void Receiver::onPatternTime(uint64_t sourceId) {
     if (next != INT64_MAX) setPatternTime(*source, next);
 }
 
+void Receiver::announceSoon() {
+    announced_ = 0;
+    shared_.set(shared_.now.monotonic, Timing::announce);
+    announceAt_ = shared_.now.monotonic;
+}
+
 void Receiver::onAnnounceTime() {
     if (announceAt_ > shared_.now.monotonic) return;
-    announceAt_ = INT64_MAX;
+    const Taken taken(announceAt_);
     if (!shared_.settled) return;
     Frame frame;
     frame.kind = Kind::announce;
@@ -444,9 +450,10 @@ void Receiver::onAnnounceTime() {
     }
     shared_.sendNow(writer, everybody);
     constexpr std::array<int64_t, 2> soon = {seconds, 10 * seconds};
-    announceAt_ = shared_.now.monotonic + (announced_ < soon.size() ? soon[announced_] : announceEvery);
+    const int64_t next = shared_.now.monotonic + (announced_ < soon.size() ? soon[announced_] : announceEvery);
+    shared_.set(next, Timing::announce);
+    announceAt_ = next;
     ++announced_;
-    shared_.set(announceAt_, Timing::announce);
 }
 
 // ---- the program's
@@ -471,9 +478,7 @@ quorl_status Receiver::createListener(uint32_t number, std::string_view pattern)
     }
     if (pattern.front() == '_') return QUORL_OK;
     for (auto& [id, source] : sources_) wantPatterns(*source);
-    announced_ = 0;
-    announceAt_ = shared_.now.monotonic;
-    shared_.set(announceAt_, Timing::announce);
+    announceSoon();
     return QUORL_OK;
 }
 
@@ -548,9 +553,7 @@ void Receiver::start() {
 }
 
 void Receiver::settled() {
-    announced_ = 0;
-    announceAt_ = shared_.now.monotonic;
-    shared_.set(announceAt_, Timing::announce);
+    announceSoon();
     int64_t at = shared_.now.monotonic;
     for (auto& [id, stream] : streams_) {
         if (stream->state != State::registering && stream->state != State::cancelling) continue;

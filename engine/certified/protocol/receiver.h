@@ -149,6 +149,7 @@ class Receiver {
     void setPatternTime(Source& source, int64_t at);
     void setConfirmTime(Source& source, int64_t at);
     void setForgetTime(Source& source);
+    void announceSoon();
 
     // ---- streams
     Stream* findStream(StreamId id) noexcept;

@@ -202,7 +202,7 @@ void Receiver::lookForGap(Stream& stream, int64_t in) {
 }
 
 void Receiver::ask(Stream& stream) {
-    stream.askAt = INT64_MAX;
+    const Taken taken(stream.askAt);
     Source& source = *stream.source;
     if (stream.state != State::active || stream.listeners.empty() || stream.next > stream.lastKnown ||
         !hasRoom(stream) || source.token == 0 || !shared_.settled)
@@ -311,7 +311,12 @@ void Receiver::done(Stream& stream, uint64_t number, Machine::Confirm when) {
     const uint64_t before = stream.confirmed.upTo();
     const bool outOfTurn = number != before + 1;
     if (outOfTurn && shared_.settings.ledger) stream.unstored.push_back(number);
-    stream.confirmed.add({number, number});
+    try {
+        stream.confirmed.add({number, number});
+    } catch (...) {
+        if (outOfTurn && shared_.settings.ledger) stream.unstored.pop_back();
+        throw;
+    }
     stream.inFlight.release(number);
     stream.positionDirty = true;
     if (when == Machine::Confirm::now) storePosition(stream);
@@ -343,7 +348,7 @@ void Receiver::expectConfirm(Stream& stream, uint32_t messages) {
 void Receiver::onConfirmTime(uint64_t sourceId) {
     Source* source = findSource(sourceId);
     if (source == nullptr || source->confirmAt > shared_.now.monotonic) return;
-    source->confirmAt = INT64_MAX;
+    const Taken taken(source->confirmAt);
     flushConfirms(*source);
 }
 

@@ -27,9 +27,9 @@ std::string keyOf(char kind, uint32_t stored, uint64_t number) {
 }  // namespace
 
 void Receiver::storePosition(Stream& stream) {
-    stream.positionDirty = false;
     if (!shared_.settings.ledger || !shared_.settings.lasting) {
         stream.unstored.clear();
+        stream.positionDirty = false;
         return;
     }
     // A stream without a registration is not stored; its sender begins anew.
@@ -44,14 +44,16 @@ void Receiver::storePosition(Stream& stream) {
     value.number(stream.confirmed.upTo());
     shared_.putState(keyOf('R', stream.stored), value.string());
     for (const uint64_t number : stream.unstored) {
-        if (number <= stream.confirmed.upTo() || !stream.storedBeyond.insert(number).second) continue;
+        if (number <= stream.confirmed.upTo() || stream.storedBeyond.contains(number)) continue;
         shared_.putState(keyOf('C', stream.stored, number), {});
+        stream.storedBeyond.insert(number);
     }
     stream.unstored.clear();
     while (!stream.storedBeyond.empty() && *stream.storedBeyond.begin() <= stream.confirmed.upTo()) {
         shared_.eraseState(keyOf('C', stream.stored, *stream.storedBeyond.begin()));
         stream.storedBeyond.erase(stream.storedBeyond.begin());
     }
+    stream.positionDirty = false;
 }
 
 void Receiver::eraseStored(Stream& stream) {

@@ -380,29 +380,34 @@ void Sender::fetched(const Fetch& fetch, companion::Message message) {
 
 // ---- what is kept no longer
 
-void Sender::release(Subject& subject, uint64_t number) {
+void Sender::makeRoom(Subject& subject, uint64_t numbers) {
+    const size_t size = subject.released.size() + static_cast<size_t>(std::min(numbers, subject.slots.count()));
+    if (size > subject.released.capacity()) subject.released.reserve(std::max(size, 2 * subject.released.capacity()));
+}
+
+void Sender::release(Subject& subject, uint64_t number) noexcept {
     Slot* slot = subject.slots.find(number);
     --messages_;
     bytes_ -= slot->size;
     if (slot->message) memoryBytes_ -= slot->size;
     if (slot->expires != 0) subject.expiries.erase({slot->expires, number});
     subject.slots.release(number);
-    released_.push_back(number);
+    subject.released.push_back(number);
 }
 
 // Has the ledger forget what was released, and sees to it that no number is given twice. The subject may be gone afterwards.
 void Sender::flushReleased(Subject& subject) {
-    if (!released_.empty()) {
-        std::ranges::sort(released_);
-        for (size_t i = 0; i < released_.size();) {
+    if (!subject.released.empty()) {
+        std::ranges::sort(subject.released);
+        for (size_t i = 0; i < subject.released.size();) {
             size_t end = i + 1;
-            while (end < released_.size() && released_[end] == released_[end - 1] + 1) ++end;
-            shared_.eraseMessages(subject.id, released_[i], released_[end - 1]);
+            while (end < subject.released.size() && subject.released[end] == subject.released[end - 1] + 1) ++end;
+            shared_.eraseMessages(subject.id, subject.released[i], subject.released[end - 1]);
             i = end;
         }
         // What the stored messages said of the last number goes with them.
-        if (released_.back() > subject.durable) storeSubject(subject);
-        released_.clear();
+        if (subject.released.back() > subject.durable) storeSubject(subject);
+        subject.released.clear();
     }
     watchFullness();
     if (subject.transient && subject.slots.empty()) {
@@ -436,7 +441,7 @@ void Sender::setExpiryTimer(Subject& subject) {
 void Sender::onExpiry(uint64_t subjectId) {
     Subject* subject = find(subjectId);
     if (subject == nullptr || subject->expiryAt > shared_.now.monotonic) return;
-    subject->expiryAt = INT64_MAX;
+    const Taken taken(subject->expiryAt);
     std::vector<uint64_t> expired;
     for (const auto& [at, number] : subject->expiries) {
         if (at > shared_.now.wall) break;

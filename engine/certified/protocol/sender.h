@@ -100,6 +100,7 @@ class Sender {
         bool stored = false;
         bool transient = false;  // an inbox: forgotten when nothing is kept any more
         Slots<Slot> slots;
+        std::vector<uint64_t> released;  // numbers that the ledger is still to forget
         std::vector<Agreement*> agreements;
         std::string prefix;  // of data frames
         std::set<std::pair<int64_t, uint64_t>>
@@ -173,7 +174,9 @@ class Sender {
     // Counts numbers as confirmed, or as given up for this listener, where given says why.
     void settle(Agreement& agreement, Range range, Reason given);
     // A message that everybody has confirmed, or that is given up.
-    void release(Subject& subject, uint64_t number);
+    // There is room for it in released.
+    void release(Subject& subject, uint64_t number) noexcept;
+    static void makeRoom(Subject& subject, uint64_t numbers);
     void flushReleased(Subject& subject);
     void giveUp(Subject& subject, Range range, Reason reason);
     uint64_t unconfirmed(const Agreement& agreement) const noexcept;
@@ -214,8 +217,6 @@ class Sender {
     std::deque<Cached> cached_;  // the oldest first; some are gone already
     uint64_t cachedBytes_ = 0;
     std::map<Wanted, std::vector<uint64_t>> wanted_;  // images that were asked for, and the subscribers that want them
-
-    std::vector<uint64_t> released_;  // numbers of the subject at hand
 };
 
 }  // namespace quorl::certified

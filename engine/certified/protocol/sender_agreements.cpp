@@ -375,36 +375,40 @@ uint64_t Sender::firstUnconfirmed(const Agreement& agreement) const noexcept {
 }
 
 void Sender::settle(Agreement& agreement, Range range, Reason given) {
+    struct Fresh {
+        Range range;
+        bool kept = false;  // some of it was
+    };
     Subject& subject = *agreement.subject;
-    std::vector<Range> fresh;
-    agreement.confirmed.add(range, [&](Range one) { fresh.push_back(one); });
-    std::vector<Range> over;  // nobody is waited for any more
-    std::vector<Range> gone;
-    for (const Range& one : fresh) {
-        uint64_t count = 0;
-        for (uint64_t number = subject.slots.nextTaken(one.first); number != 0 && number <= one.last;
+    std::vector<Fresh> fresh;
+    makeRoom(subject, range.last - range.first + 1);
+    agreement.confirmed.add(range, [&](Range one) { fresh.push_back({one}); });
+    // From here to where it is told nothing needs memory, so that a message and those that wait for it agree.
+    const size_t before = subject.released.size();
+    for (Fresh& one : fresh) {
+        for (uint64_t number = subject.slots.nextTaken(one.range.first); number != 0 && number <= one.range.last;
              number = subject.slots.nextTaken(number + 1)) {
-            Slot* slot = subject.slots.find(number);
-            ++count;
-            if (--slot->waiting != 0) continue;
-            release(subject, number);
-            if (!over.empty() && over.back().last + 1 == number) {
-                over.back().last = number;
-            } else {
-                over.push_back({number, number});
-            }
+            one.kept = true;
+            if (--subject.slots.find(number)->waiting == 0) release(subject, number);
         }
-        if (count == 0) continue;
+    }
+    const std::string& name = agreement.subscriber->name;
+    std::vector<Range> gone;
+    for (const auto& [one, kept] : fresh) {
+        if (!kept) continue;
         if (given == Reason::none) {
-            shared_.tell(Event::Kind::confirmed, agreement.subscriber->name, subject.text, one.first, one.last);
+            shared_.tell(Event::Kind::confirmed, name, subject.text, one.first, one.last);
         } else {
-            shared_.tell(Event::Kind::undelivered, agreement.subscriber->name, subject.text, one.first, one.last,
-                         textOf(given));
+            shared_.tell(Event::Kind::undelivered, name, subject.text, one.first, one.last, textOf(given));
             gone.push_back(one);
         }
     }
     const auto kind = given == Reason::none ? Event::Kind::completed : Event::Kind::settled;
-    for (const Range& one : over) shared_.tell(kind, {}, subject.text, one.first, one.last);
+    for (size_t i = before; i < subject.released.size();) {
+        Range completed{subject.released[i], subject.released[i]};
+        while (++i < subject.released.size() && subject.released[i] == completed.last + 1) ++completed.last;
+        shared_.tell(kind, {}, subject.text, completed.first, completed.last);
+    }
     if (gone.empty()) return;
     store(agreement);
     if (agreement.session == 0 || given == Reason::cancelled) return;
@@ -459,7 +463,7 @@ void Sender::expectConfirmation(Subscriber& subscriber) {
 void Sender::onNote(uint64_t subscriberId) {
     Subscriber* subscriber = findSubscriber(subscriberId);
     if (subscriber == nullptr || subscriber->noteAt > shared_.now.monotonic) return;
-    subscriber->noteAt = INT64_MAX;
+    const Taken taken(subscriber->noteAt);
     if (shared_.suspended) return expectConfirmation(*subscriber);
     Frame note;
     note.kind = Kind::note;

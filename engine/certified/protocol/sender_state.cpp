@@ -217,6 +217,7 @@ void Sender::start(bool complete) {
             if (agreement->session != 0) agreement->givenUp = confirmed.upTo();
             agreement->progressAt = shared_.now.monotonic;
         }
+        makeRoom(subject, UINT64_MAX);
         for (uint64_t number = subject.slots.nextTaken(1); number != 0; number = subject.slots.nextTaken(number + 1)) {
             if (subject.slots.find(number)->waiting == 0) release(subject, number);
         }

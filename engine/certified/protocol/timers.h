@@ -6,9 +6,29 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <exception>
 #include <vector>
 
 namespace quorl::certified {
+
+// The time for which an object was set, taken off it because it has come. When there is no memory for what is to be done then,
+// the object has it back, so that it is looked at again.
+class Taken {
+  public:
+    explicit Taken(int64_t& at) noexcept : at_(at), was_(at), exceptions_(std::uncaught_exceptions()) {
+        at = INT64_MAX;
+    }
+    Taken(const Taken&) = delete;
+    Taken& operator=(const Taken&) = delete;
+    ~Taken() {
+        if (std::uncaught_exceptions() > exceptions_) at_ = was_;
+    }
+
+  private:
+    int64_t& at_;
+    const int64_t was_;
+    const int exceptions_;
+};
 
 class Timers {
   public:
@@ -21,6 +41,13 @@ class Timers {
     // Throws std::bad_alloc.
     void set(int64_t at, uint64_t what, uint64_t which) {
         heap_.push_back({at, what, which});
+        std::ranges::push_heap(heap_, later);
+    }
+
+    // Sets one that was taken once more; there is room for it.
+    void setAgain(Timer timer, int64_t at) noexcept {
+        timer.at = at;
+        heap_.push_back(timer);
         std::ranges::push_heap(heap_, later);
     }
 
