@@ -1,6 +1,7 @@
 // Certified delivery between processes over a real daemon, each of which is killed as the power would: what a send has accepted
 // is delivered, in order, and what was confirmed is not delivered again.
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,18 +29,50 @@ pid_t spawn(F&& body) {
     return child;
 }
 
+// One byte for each note that any process makes, as far as it has room.
+class Progress {
+  public:
+    Progress() {
+        if (pipe2(ends_, O_NONBLOCK) != 0) abort();
+    }
+    ~Progress() {
+        close(ends_[0]);
+        close(ends_[1]);
+    }
+    void add() const { static_cast<void>(!write(ends_[1], "n", 1)); }
+    // Waits for so many. False: they do not come.
+    bool await(int notes) const {
+        char byte;
+        while (notes > 0) {
+            if (::read(ends_[0], &byte, 1) == 1) {
+                --notes;
+                continue;
+            }
+            pollfd come{ends_[0], POLLIN, 0};
+            if (poll(&come, 1, static_cast<int>(limit * 1000)) != 1) return false;
+        }
+        return true;
+    }
+
+  private:
+    int ends_[2];
+};
+
 // Lines that are there when the process is not.
 class Notes {
   public:
-    explicit Notes(const std::string& path) : file_(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600)) {}
+    Notes(const std::string& path, const Progress& progress)
+        : file_(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600)), progress_(progress) {}
     ~Notes() { close(file_); }
     void add(char what, int number) const {
         const std::string line = std::string(1, what) + ' ' + std::to_string(number) + '\n';
         if (write(file_, line.data(), line.size()) != static_cast<ssize_t>(line.size())) abort();
+        progress_.add();
     }
 
   private:
     const int file_;
+    const Progress& progress_;
 };
 
 struct Note {
@@ -58,12 +91,13 @@ struct Place {
     std::string ledger;
     std::string notes;
     std::string stop;  // a file that says that it is enough
+    const Progress& progress;
 };
 
 quorlTransport connect(const std::string& daemon) {
     quorlTransport transport = 0;
     // The daemon may be away just now.
-    while (quorlTransport_Create(&transport, nullptr, nullptr, daemon.c_str()) != QUORL_OK) usleep(20'000);
+    while (quorlTransport_Create(&transport, nullptr, nullptr, daemon.c_str()) != QUORL_OK) std::this_thread::yield();
     return transport;
 }
 
@@ -80,7 +114,7 @@ int sendForEver(const Place& place) {
     if (quorl_Open() != QUORL_OK) return 1;
     int last = 0;
     for (const Note& note : read(place.notes)) last = std::max(last, note.number);
-    const Notes notes(place.notes);
+    const Notes notes(place.notes, place.progress);
     const quorlcmTransport sender = certify(connect(place.daemon), "sender", place.ledger);
     if (quorlcmTransport_AddListener(sender, "receiver", "work") != QUORL_OK) return 1;
     for (int number = last + 1; access(place.stop.c_str(), F_OK) != 0; ++number) {
@@ -89,7 +123,6 @@ int sendForEver(const Place& place) {
         const quorl_status status = quorlcmTransport_Send(sender, message);
         if (status == QUORL_OK) notes.add('a', number);
         quorlMsg_Destroy(message);
-        usleep(100);
     }
     notes.add('s', 0);
     for (;;) pause();
@@ -111,7 +144,7 @@ void onWork(quorlcmEvent listener, quorlMsg message, void* closure) {
 
 int receiveForEver(const Place& place) {
     if (quorl_Open() != QUORL_OK) return 1;
-    const Notes notes(place.notes);
+    const Notes notes(place.notes, place.progress);
     Receiving receiving{&notes, 0};
     const quorlcmTransport receiver = certify(connect(place.daemon), "receiver", place.ledger);
     if (quorlcmEvent_CreateListener(&receiving.listener, QUORL_DEFAULT_QUEUE, onWork, receiver, "work", &receiving) !=
@@ -133,22 +166,16 @@ TEST(CertifiedProcesses, whatIsAcceptedIsDeliveredOnceWhoeverIsKilled) {
     const int kills = numberFrom("QUORL_CERTIFIED_KILLS", 10);
     NatsServer server;
     const Directory folder;
-    const Place sending{server.url(), folder.file("sender.ledger"), folder.file("sent"), folder.file("stop")};
-    const Place receiving{server.url(), folder.file("receiver.ledger"), folder.file("received"), {}};
+    const Progress progress;
+    const Place sending{server.url(), folder.file("sender.ledger"), folder.file("sent"), folder.file("stop"), progress};
+    const Place receiving{server.url(), folder.file("receiver.ledger"), folder.file("received"), {}, progress};
     const auto startSender = [&] { return spawn([&] { return sendForEver(sending); }); };
     const auto startReceiver = [&] { return spawn([&] { return receiveForEver(receiving); }); };
     pid_t sender = startSender();
     pid_t receiver = startReceiver();
     std::mt19937 chance(static_cast<unsigned>(numberFrom("QUORL_SEED", static_cast<int>(time(nullptr) & 0xffffff))));
-    size_t seen = 0;
     for (int i = 0; i < kills; ++i) {
-        // Something has gone on since the last one, and a moment more.
-        const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
-        while (read(sending.notes).size() + read(receiving.notes).size() < seen + 50 &&
-               std::chrono::steady_clock::now() < end)
-            usleep(2'000);
-        usleep(chance() % 50'000);
-        seen = read(sending.notes).size() + read(receiving.notes).size();
+        ASSERT_TRUE(progress.await(50 + static_cast<int>(chance() % 1000)));
         switch (chance() % 5) {
             case 0:
             case 1:
@@ -172,9 +199,7 @@ TEST(CertifiedProcesses, whatIsAcceptedIsDeliveredOnceWhoeverIsKilled) {
     bool stopped = false;
     std::set<int> accepted;
     std::set<int> delivered;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
     do {
-        usleep(20'000);
         accepted.clear();
         delivered.clear();
         for (const Note& note : read(sending.notes)) {
@@ -182,7 +207,7 @@ TEST(CertifiedProcesses, whatIsAcceptedIsDeliveredOnceWhoeverIsKilled) {
             stopped = note.what == 's';
         }
         for (const Note& note : read(receiving.notes)) delivered.insert(note.number);
-    } while ((!stopped || !std::ranges::includes(delivered, accepted)) && std::chrono::steady_clock::now() < end);
+    } while ((!stopped || !std::ranges::includes(delivered, accepted)) && progress.await(1));
     endBy(sender, SIGKILL);
     endBy(receiver, SIGKILL);
     size_t lost = 0;
