@@ -61,9 +61,9 @@ class Inspecting {
         finding.file = where;
         finding.offset = offset;
         finding.text = where + ", byte " + std::to_string(offset) + ": " + what;
-        tell(std::move(finding));
+        tell(finding);
     }
-    void tell(Finding finding) {
+    void tell(const Finding& finding) {
         ++found_.findings;
         inspector_.finding(finding);
     }
@@ -276,7 +276,7 @@ class Inspecting {
                                 ? " message " + std::to_string(finding.first) + " is lost"
                                 : " messages from " + std::to_string(finding.first) + " to " +
                                       std::to_string(finding.last) + " are lost, as far as they were kept");
-            tell(std::move(finding));
+            tell(finding);
             told = true;
         }
         if (!told) tell(why, fileOf(page.inLog), page.offset);
