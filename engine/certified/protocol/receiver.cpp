@@ -354,8 +354,9 @@ void Receiver::activate(Stream& stream, const Frame& accepted) {
     stream.state = State::active;
     stream.presumed = false;
     stream.lastKnown = std::max(accepted.last, stream.early.empty() ? 0 : stream.early.rbegin()->first);
-    if (!stream.resumes) shared_.tell(Event::Kind::listening, stream.source->name, stream.subject, from);
-    stream.resumes = true;
+    const bool known = std::exchange(stream.resumes, true);
+    stream.positionDirty = true;
+    if (!known) shared_.tell(Event::Kind::listening, stream.source->name, stream.subject, from);
     storePosition(stream);
     shared_.syncStep();
     deliverReady(stream);
@@ -462,6 +463,17 @@ quorl_status Receiver::createListener(uint32_t number, std::string_view pattern)
     if (!validPattern(pattern)) return QUORL_INVALID_SUBJECT;
     if (number == 0 || listeners_.contains(number)) return QUORL_INVALID_ARG;
     listeners_.emplace(number, Listener{number, std::string(pattern)});
+    try {
+        startListening(number, pattern);
+    } catch (...) {
+        for (auto& [id, stream] : streams_) std::erase(stream->listeners, number);
+        listeners_.erase(number);
+        throw;
+    }
+    return QUORL_OK;
+}
+
+void Receiver::startListening(uint32_t number, std::string_view pattern) {
     for (auto& [id, stream] : streams_) {
         if (!matches(pattern, stream->subject)) continue;
         stream->listeners.push_back(number);
@@ -476,10 +488,9 @@ quorl_status Receiver::createListener(uint32_t number, std::string_view pattern)
             expectConfirm(*stream, 0);
         }
     }
-    if (pattern.front() == '_') return QUORL_OK;
+    if (pattern.front() == '_') return;
     for (auto& [id, source] : sources_) wantPatterns(*source);
     announceSoon();
-    return QUORL_OK;
 }
 
 void Receiver::destroyListener(uint32_t number, bool cancel) {

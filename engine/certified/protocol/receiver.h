@@ -150,6 +150,7 @@ class Receiver {
     void setConfirmTime(Source& source, int64_t at);
     void setForgetTime(Source& source);
     void announceSoon();
+    void startListening(uint32_t number, std::string_view pattern);
 
     // ---- streams
     Stream* findStream(StreamId id) noexcept;

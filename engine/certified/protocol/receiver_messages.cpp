@@ -203,6 +203,8 @@ void Receiver::lookForGap(Stream& stream, int64_t in) {
 
 void Receiver::ask(Stream& stream) {
     const Taken taken(stream.askAt);
+    // What found no memory when its turn came has it now.
+    deliverReady(stream);
     Source& source = *stream.source;
     if (stream.state != State::active || stream.listeners.empty() || stream.next > stream.lastKnown ||
         !hasRoom(stream) || source.token == 0 || !shared_.settled)

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "certified/protocol/keyed_hash.h"
 #include "certified/protocol/subject.h"
@@ -76,14 +77,27 @@ Sender::Subject& Sender::make(std::string_view text, bool transient) {
         throw;
     }
     ++nextId_;
-    // Whoever wants what is sent here from the first message on.
-    for (auto& [id, subscriber] : subscribers_) {
-        if (subscriber->disallowed || transient) continue;
-        for (const Interest& interest : subscriber->interests) {
-            if (!matches(interest.pattern, text)) continue;
-            if (agreements_ < shared_.settings.agreements) agree(made, *subscriber, 1, interest.session);
-            break;
+    // Whoever wants what is sent here from the first message on. All of them, or there is no subject.
+    auto& writes = shared_.out->store.writes;
+    const size_t written = writes.size();
+    try {
+        for (auto& [id, subscriber] : subscribers_) {
+            if (subscriber->disallowed || transient) continue;
+            for (const Interest& interest : subscriber->interests) {
+                if (!matches(interest.pattern, text)) continue;
+                if (agreements_ < shared_.settings.agreements) agree(made, *subscriber, 1, interest.session);
+                break;
+            }
         }
+    } catch (...) {
+        while (writes.size() > written) writes.pop_back();
+        for (Agreement* agreement : std::exchange(made.agreements, {})) {
+            agreement->subscriber->agreements.erase(made.id);
+            --agreements_;
+        }
+        made.stored = false;
+        forgetSubject(made);
+        throw;
     }
     return made;
 }
