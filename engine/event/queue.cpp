@@ -191,6 +191,7 @@ bool pushSlowly(Queue& queue, Event& event, uint32_t tag, message::ContentRef co
     AfterPush after;
     bool admitted;
     bool refused = false;
+    message::ContentRef unplaced;
     {
         Lock front(queue.front.lock);
         Lock backLock(queue.back.lock);
@@ -201,6 +202,7 @@ bool pushSlowly(Queue& queue, Event& event, uint32_t tag, message::ContentRef co
             } else if (!queue.entries.reserve()) {
                 ++queue.back.refused;
                 refused = true;
+                unplaced = std::move(content);
             } else {
                 if (event.kind == Kind::timer) event.front.waiting.store(true, std::memory_order_relaxed);
                 place(queue, event, tagOf(event, tag), content.release(), &after);
@@ -218,7 +220,7 @@ bool pushSlowly(Queue& queue, Event& event, uint32_t tag, message::ContentRef co
     finish(queue, after);
     if (change.any()) tell(queue, change);
     if (refused) [[unlikely]]
-        tellRefused(event, std::move(content), tag);
+        tellRefused(event, std::move(unplaced), tag);
     return admitted;
 }
 

@@ -199,9 +199,9 @@ void Machine::storageFailed(uint64_t token, quorl_status status, Now now, Output
     sender_->notStored(shared_->storageFailed(token, status));
 }
 
-void Machine::fetched(const Fetch& fetch, companion::Message message, Now now, Output& out) {
+void Machine::fetched(const Fetch& fetch, const companion::Message& message, Now now, Output& out) {
     const Step step(*shared_, now, out);
-    sender_->fetched(fetch, std::move(message));
+    sender_->fetched(fetch, message);
 }
 
 // ---- sending
@@ -303,7 +303,7 @@ void Machine::receive(companion::Message message, uint32_t listener, Now now, Ou
         shared_->tell(Event::Kind::newerPeer, {}, message.subject());
     }
     if (listener != 0) {
-        if (!shared_->suspended) receiver_->onPlain(std::move(message), listener);
+        if (!shared_->suspended) receiver_->onPlain(message, listener);
     } else {
         ++shared_->foreign;
     }

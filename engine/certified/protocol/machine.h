@@ -208,7 +208,7 @@ class Machine {
     // accepted. From now on sends are refused with that status, and a transaction that says afterFailure is tried now and then.
     void storageFailed(uint64_t token, quorl_status status, Now now, Output& out);
     // An answer to out.fetches: the image under any subject, with its reply subject; none: it cannot be read.
-    void fetched(const Fetch& fetch, companion::Message message, Now now, Output& out);
+    void fetched(const Fetch& fetch, const companion::Message& message, Now now, Output& out);
 
     // ---- sending
     // limit: nanoseconds, 0 for the default. Without agreements the message goes out at once; otherwise when it is stored.

@@ -37,7 +37,7 @@ class Receiver {
     void close();
 
     // ---- what comes in
-    void onPlain(companion::Message message, uint32_t listener);
+    void onPlain(const companion::Message& message, uint32_t listener);
     void onData(const Frame& frame, companion::Message message, uint32_t listener);
     void onResent(const Frame& frame, const companion::Message& message);
     void onHello(const Frame& frame);
@@ -173,7 +173,7 @@ class Receiver {
 
     // ---- messages
     void take(Stream& stream, uint64_t number, companion::Message message);
-    bool keepEarly(Stream& stream, uint64_t number, companion::Message message);
+    bool keepEarly(Stream& stream, uint64_t number, companion::Message&& message);
     void dropEarly(Stream& stream, uint64_t upTo) noexcept;
     void deliverReady(Stream& stream);
     void deliver(Stream& stream, uint64_t number, const companion::Message& message);

@@ -36,7 +36,7 @@ void Receiver::deliverPlain(const companion::Message& message, uint32_t listener
     if (listeners_.contains(listener)) shared_.out->deliveries.push_back({listener, withoutAttributes(message), 0, 0});
 }
 
-void Receiver::onPlain(companion::Message message, uint32_t listener) {
+void Receiver::onPlain(const companion::Message& message, uint32_t listener) {
     deliverPlain(message, listener);
 }
 
@@ -114,7 +114,7 @@ void Receiver::take(Stream& stream, uint64_t number, companion::Message message)
     lookForGap(stream, reordering);
 }
 
-bool Receiver::keepEarly(Stream& stream, uint64_t number, companion::Message message) {
+bool Receiver::keepEarly(Stream& stream, uint64_t number, companion::Message&& message) {
     const uint64_t weight = weightOf(message);
     if (earlyBytes_ + weight > shared_.settings.earlyBytes || stream.early.size() >= shared_.settings.earlyMessages)
         return false;

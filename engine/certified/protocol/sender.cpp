@@ -374,7 +374,7 @@ void Sender::onAsk(const Frame& frame) {
     shared_.sendWhenStored(writer, subscriber->address);
 }
 
-void Sender::fetched(const Fetch& fetch, companion::Message message) {
+void Sender::fetched(const Fetch& fetch, const companion::Message& message) {
     const auto found = wanted_.find({fetch.subject, fetch.number});
     if (found == wanted_.end()) return;
     const std::vector<uint64_t> subscribers = std::move(found->second);

@@ -56,7 +56,7 @@ class Sender {
     void onCancel(const Frame& frame);
 
     void notStored(const std::vector<NotStored>& messages);
-    void fetched(const Fetch& fetch, companion::Message message);
+    void fetched(const Fetch& fetch, const companion::Message& message);
 
     // ---- times
     void onExpiry(uint64_t subjectId);
@@ -139,7 +139,9 @@ class Sender {
     struct Wanted {
         uint32_t subject;
         uint64_t number;
-        auto operator<=>(const Wanted&) const = default;
+        bool operator<(const Wanted& other) const noexcept {
+            return subject != other.subject ? subject < other.subject : number < other.number;
+        }
     };
 
     // ---- subjects
