@@ -124,9 +124,9 @@ public final class QuorlCmTransport extends LibraryObject {
          * Opens it.
          *
          * @return to be closed
-         * @throws QuorlException {@link QuorlException#INVALID_NAME}, {@link QuorlException#ARG_CONFLICT} when the ledger is that
-         *     of another name
-         * @throws QuorlLedgerException when the ledger cannot be used; the file is unaltered then
+         * @throws QuorlException {@link QuorlException#INVALID_NAME}
+         * @throws QuorlLedgerException when the ledger cannot be used, is in use, or is that of another name; the file is
+         *     unaltered then
          * @throws IllegalStateException for a ledger without a name, or a durability without a ledger
          * @throws QuorlClosedException when the plain transport is closed
          */
