@@ -77,6 +77,9 @@ std::vector<uint64_t> upTo(uint64_t count) {
 class Conformance : public testing::TestWithParam<Candidate> {
   protected:
     void SetUp() override {
+        // Which is also how long closing waits for a daemon to take what was accepted: a busy machine takes its time.
+        const char* patient[] = {"connect.timeout=60"};
+        ASSERT_EQ(quorl_SetQRParameters(1, patient), QUORL_OK) << quorl_LastErrorText();
         ASSERT_EQ(quorl_Open(), QUORL_OK) << quorl_LastErrorText();
         bus_ = GetParam().make();
         ASSERT_EQ(quorlQueue_Create(&queue_), QUORL_OK);
