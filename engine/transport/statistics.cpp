@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <new>
 #include <vector>
 
@@ -15,8 +16,8 @@
 namespace quorl::transport::statistics {
 namespace {
 
-constinit Mutex guard;
-constinit Part* parts GUARDED_BY(guard) POINTS_TO_GUARDED_BY(guard) = nullptr;  // the newest first
+constinit Mutex adding;
+constinit std::atomic<Part*> parts{nullptr};  // the newest first; only ever grows
 
 constexpr size_t mostQueues = 4096;  // described one by one
 
@@ -176,18 +177,18 @@ void fill(message::Builder& message) noexcept {
         addObjects(message, census, messages);
         addQueues(message, census.queueIds);
     }
-    Lock lock(guard);
-    for (const Part* part = parts; part != nullptr && message.status() == QUORL_OK; part = part->next)
-        part->fill(message);
+    const Part* part = parts.load(std::memory_order_acquire);
+    for (; part != nullptr && message.status() == QUORL_OK; part = part->next) part->fill(message);
 }
 
 void add(Part& part) noexcept {
-    Lock lock(guard);
-    for (const Part* each = parts; each != nullptr; each = each->next) {
+    Lock lock(adding);
+    Part* const newest = parts.load(std::memory_order_relaxed);
+    for (const Part* each = newest; each != nullptr; each = each->next) {
         if (each == &part) return;
     }
-    part.next = parts;
-    parts = &part;
+    part.next = newest;
+    parts.store(&part, std::memory_order_release);
 }
 
 }  // namespace quorl::transport::statistics

@@ -8,8 +8,7 @@ namespace quorl::transport::statistics {
 // Adds the statistics to an empty message, whose status says whether there was memory for all.
 void fill(message::Builder& message) noexcept;
 
-// A module's own part: adds fields to the message, under names of the module. On any thread; no lock of the engine is held
-// but the one of this list.
+// A module's own part: adds fields to the message, under names of the module. On any thread; no lock of the engine is held.
 struct Part {
     void (*fill)(message::Builder& message) noexcept;
     Part* next = nullptr;
