@@ -78,7 +78,7 @@ Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Lim
       inbound_(wirePrefix(key_.network, key_.service)),
       probeSubject_(inbound_.prefix + "_PROBE." + hexadecimal(randomId())),
       outbox_(inbound_.prefix, limits.reconnectBuffer, observers_),
-      name_(key_.description.empty() ? defaultName() : key_.description),
+      name_(defaultName()),
       writer_(message::wire::load<uint64_t>(randomId().data())),
       servers_(std::move(servers)),
       chance_(message::wire::load<uint64_t>(randomId().data())) {

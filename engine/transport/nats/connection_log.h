@@ -13,7 +13,6 @@ struct ConnectionKey {
     std::string daemon;  // as the program wrote it
     std::string service;
     std::string network;
-    std::string description;
 
     bool operator==(const ConnectionKey&) const = default;
 };

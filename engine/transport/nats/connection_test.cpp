@@ -50,7 +50,7 @@ class OverScriptedDaemon : public testing::Test {
         ASSERT_EQ(quorlTransport_Create(&transport_, nullptr, nullptr, nullptr), QUORL_OK);
         ASSERT_EQ(quorlQueue_Create(&queueId_), QUORL_OK);
         queue_ = find<event::Queue>(queueId_);
-        connection_ = std::make_unique<Connection>(ConnectionKey{"scripted", {}, {}, {}},
+        connection_ = std::make_unique<Connection>(ConnectionKey{"scripted", {}, {}},
                                                    std::vector<Server>{{false, "127.0.0.1", daemon_.port()}},
                                                    Connection::Limits{}, true);
         ASSERT_EQ(connection_->start(), QUORL_OK);
@@ -262,8 +262,7 @@ TEST(OverAnOldSystem, whatIsSentArrives) {
         ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
         ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0);
         ScriptedDaemon daemon;
-        Connection connection({"scripted", {}, {}, {}}, {{false, "127.0.0.1", daemon.port()}}, Connection::Limits{},
-                              true);
+        Connection connection({"scripted", {}, {}}, {{false, "127.0.0.1", daemon.port()}}, Connection::Limits{}, true);
         ASSERT_EQ(connection.start(), QUORL_OK);
         ASSERT_EQ(connection.waitUntilConnected(), QUORL_OK) << quorl_LastErrorText();
         sendBytes(connection, 4u << 20);

@@ -96,8 +96,7 @@ quorl_status join(const ConnectionKey& key, const std::vector<Server>& servers, 
 
 class Port final : public Backend {
   public:
-    Port(Shared connection, std::vector<Server> servers)
-        : servers_(std::move(servers)), connection_(connection.get()), held_{std::move(connection)} {}
+    explicit Port(Shared connection) noexcept : connection_(std::move(connection)) {}
 
     ~Port() override {
         if (!closed_.load(std::memory_order_relaxed)) Port::close();
@@ -106,31 +105,29 @@ class Port final : public Backend {
     quorl_status check(std::string_view subject) const noexcept override { return Router::check(subject); }
 
     quorl_status send(ThreadState&, message::ContentRef content) noexcept override {
-        if (!used_.load(std::memory_order_relaxed)) used_.store(true, std::memory_order_seq_cst);
-        return current().send(content, batching_);
+        return connection_->send(content, batching_);
     }
-    void observe(const ObserverRef& observer) override { current().observers().add(observer); }
-    void unobserve(const Observer& observer) noexcept override { current().observers().remove(observer); }
+    void observe(const ObserverRef& observer) override { connection_->observers().add(observer); }
+    void unobserve(const Observer& observer) noexcept override { connection_->observers().remove(observer); }
 
     // The connection goes with its last transport; its memory stays for the calls that are under way.
     void close() noexcept override {
         closed_.store(true, std::memory_order_seq_cst);
-        if (!inboxPattern_.empty()) current().unlistenToInboxes(inboxPattern_);
-        last_ = leave(held_.back());
+        if (!inboxPattern_.empty()) connection_->unlistenToInboxes(inboxPattern_);
+        last_ = leave(connection_);
     }
-    std::shared_ptr<Ending> ending() noexcept override { return last_ ? held_.back() : nullptr; }
+    std::shared_ptr<Ending> ending() noexcept override { return last_ ? connection_ : nullptr; }
 
     quorl_status deliver(ThreadState& thread, message::ContentRef content) noexcept override {
-        return current().inboxes().route(thread, std::move(content));
+        return connection_->inboxes().route(thread, std::move(content));
     }
 
     // The transport's lock is held by whoever calls the next four.
     quorl_status listen(Listener& listener) noexcept override {
-        used_.store(true, std::memory_order_seq_cst);
-        if (!subject::isInbox(listener.subject)) return current().listen(listener);
+        if (!subject::isInbox(listener.subject)) return connection_->listen(listener);
         try {
             if (const quorl_status status = openInboxes(listener.subject); status != QUORL_OK) return status;
-            current().inboxes().add(listener);
+            connection_->inboxes().add(listener);
             return QUORL_OK;
         } catch (const std::bad_alloc&) {
             return fail(QUORL_NO_MEMORY, "no memory for a listener of an inbox");
@@ -138,22 +135,21 @@ class Port final : public Backend {
     }
     void unlisten(Listener& listener) noexcept override {
         if (subject::isInbox(listener.subject)) {
-            current().inboxes().remove(listener);
+            connection_->inboxes().remove(listener);
         } else {
-            current().unlisten(listener);
+            connection_->unlisten(listener);
         }
     }
     quorl_status openRequest(Request& request) noexcept override {
-        used_.store(true, std::memory_order_seq_cst);
         try {
             if (const quorl_status status = openInboxes(request.inbox); status != QUORL_OK) return status;
-            current().inboxes().add(request);
+            connection_->inboxes().add(request);
             return QUORL_OK;
         } catch (const std::bad_alloc&) {
             return fail(QUORL_NO_MEMORY, "no memory for a request");
         }
     }
-    void closeRequest(Request& request) noexcept override { current().inboxes().remove(request); }
+    void closeRequest(Request& request) noexcept override { connection_->inboxes().remove(request); }
 
     void configure(const Settings& settings) noexcept override {
         batching_.gather.store(settings.batchMode == QUORLTRANSPORT_TIMER_BATCH, std::memory_order_relaxed);
@@ -161,28 +157,23 @@ class Port final : public Backend {
         batching_.keep.store(nanosecondsOf(settings.reliability), std::memory_order_relaxed);
     }
 
-    Passage passage(std::string_view inbox, int64_t now) noexcept override { return current().passage(inbox, now); }
+    Passage passage(std::string_view inbox, int64_t now) noexcept override { return connection_->passage(inbox, now); }
 
-    void describe(std::string_view description) noexcept override { current().describe(description); }
+    void describe(std::string_view description) noexcept override { connection_->describe(description); }
 
   private:
-    Connection& current() const noexcept { return *connection_.load(std::memory_order_acquire); }
-
     // Inboxes of a transport have the first two elements in common, and one subscription together.
     quorl_status openInboxes(std::string_view inbox) {
         if (!inboxPattern_.empty()) return QUORL_OK;
         std::string pattern(inbox.substr(0, inbox.find('.', inbox.find('.') + 1) + 1));
         pattern += '>';
-        if (const quorl_status status = current().listenToInboxes(pattern); status != QUORL_OK) return status;
+        if (const quorl_status status = connection_->listenToInboxes(pattern); status != QUORL_OK) return status;
         inboxPattern_ = std::move(pattern);
         return QUORL_OK;
     }
 
-    const std::vector<Server> servers_;
-    std::atomic<Connection*> connection_;
-    std::vector<Shared> held_;  // the last one is the port's; others may still be in use by a call
+    const Shared connection_;
     Connection::Batching batching_;
-    std::atomic<bool> used_{false};
     std::atomic<bool> closed_{false};
     bool last_ = false;         // the connection ends with this; written by close
     std::string inboxPattern_;  // guarded by the transport's lock; empty: no inbox is listened to
@@ -196,10 +187,10 @@ quorl_status openPort(std::string_view daemon, std::string_view service, std::st
         std::vector<Server> servers;
         if (const quorl_status status = parseAddress(daemon, &servers); status != QUORL_OK) return status;
         Shared connection;
-        const ConnectionKey key{std::string(daemon), std::string(service), std::string(network), {}};
+        const ConnectionKey key{std::string(daemon), std::string(service), std::string(network)};
         if (const quorl_status status = join(key, servers, &connection); status != QUORL_OK) return status;
         try {
-            *port = std::make_unique<Port>(connection, std::move(servers));
+            *port = std::make_unique<Port>(connection);
         } catch (const std::bad_alloc&) {
             leave(connection);
             throw;

@@ -31,8 +31,8 @@ struct Inbound {
     Latecomers latecomers;  // of the connection's thread
     int wakeEvent = -1;     // an eventfd that is set when something is to be told of them; set once, before any comes
 
-    // Messages that went to listeners, once for each pattern that brought them, and the bytes of their images and reply
-    // subjects. Written by the connection's thread for every payload.
+    // Messages that went to listeners, once for each pattern that brought them, and the bytes of their images, reply
+    // subjects and attributes. Written by the connection's thread for every payload.
     alignas(64) Tally messages;
     Tally bytes;
 
