@@ -162,7 +162,7 @@ Record* close(uint32_t id, uint16_t type) noexcept;
 // Hands a closed record to the reclaimer, which completes it when its users are gone, frees it and its id.
 void retire(Record& record) noexcept;
 
-// A reference that outlives read guards and pins; Only under a read guard, on an open object that was found in it.
+// A reference that outlives read guards and pins; only under a read guard, on an open object that was found in it.
 inline void acquireReference(Record& record) noexcept {
     record.references.fetch_add(1, std::memory_order_relaxed);
 }

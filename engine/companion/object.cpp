@@ -221,10 +221,12 @@ quorl_status publish(const ObjectRef& object, const Registration& registration, 
         if (status == QUORL_OK && !standsOn(registration.transport))
             status = environment::noObject(QUORL_INVALID_TRANSPORT, "transport", registration.transport);
         if (status != QUORL_OK) {
-            // As if it had never been: nobody is told.
+            // As if it had never been: neither closed() nor completed() is called, unless the library, which closes, was first.
             dropStanding(made);
-            record->completed = nullptr;
-            if (registry::close(made, typeOf(registration.type)) != nullptr) registry::retire(*record);
+            if (registry::close(made, typeOf(registration.type)) != nullptr) {
+                record->completed = nullptr;
+                registry::retire(*record);
+            }
             return status;
         }
     }

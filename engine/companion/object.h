@@ -47,7 +47,7 @@ class Object {
 
     // The transport that it stands on is about to be closed. All still works; it may wait.
     virtual void parentCloses() noexcept {}
-    // The transport is gone: nothing can be sent. It does not wait.
+    // The transport is gone: nothing can be sent. It does not wait. Also told when publish is about to fail for that reason.
     virtual void parentClosed() noexcept {}
 };
 using ObjectRef = std::shared_ptr<Object>;
@@ -139,7 +139,7 @@ struct EventRegistration {
     const void* closure = nullptr;
     std::string source = {};  // what feeds it, for people who read advisories: a subject, the name of a group
     uint32_t owner =
-        0;  // the certified transport that it belongs to, which stays in memory as long as the event; 0: none
+        0;  // the certified transport that it belongs to, which stays in memory as long as it does; 0: none
 };
 
 // QUORL_INVALID_QUEUE, QUORL_INVALID_TRANSPORT (no such owner), QUORL_NOT_INITIALIZED, QUORL_NO_MEMORY.

@@ -85,6 +85,8 @@ quorl_status End::hear() noexcept {
     uint32_t listener = 0;
     const quorl_status status = createListener(&listener, request);
     listener_.store(listener, std::memory_order_release);
+    // The end may have been done, and have retired, before there was a listener to destroy.
+    if (circuitsHost.find(token()) == nullptr) retire();
     return status;
 }
 
