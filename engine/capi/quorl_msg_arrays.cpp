@@ -44,7 +44,7 @@ quorl_status add(quorlMsg message, const char* name, const Element* array, uint3
     return appendValue<type>(message, name, id, array, count, bytes);
 }
 
-// Numbers are handed out where they lie.
+// Numbers are lent where they lie.
 template <class Element>
 quorl_status get(quorlMsg message, const char* name, const Element** array, uint32_t* count, uint16_t id) noexcept {
     if (array == nullptr || count == nullptr)

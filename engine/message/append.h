@@ -1,4 +1,4 @@
-// The quick way to append a field: one with a short name, to a message that has room and has handed out nothing. Whatever
+// The quick way to append a field: one with a short name, to a message that has room and has lent nothing. Whatever
 // is not as simple goes the general way, which append() of message.h is.
 #pragma once
 

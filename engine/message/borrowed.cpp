@@ -1,4 +1,4 @@
-// Keeping and taking back what messages hand out.
+// Keeping and taking back borrowed references.
 #include "message/borrowed.h"
 
 #include <new>

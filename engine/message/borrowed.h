@@ -1,4 +1,4 @@
-// What a message has handed out to its holder: messages inside it, arrays of pointers, its printed form; and the
+// Borrowed references: what a message has lent to its holder, messages inside it, arrays of pointers, its printed form; and the
 // reference brackets that keep them, and the content that they point into, over a change.
 #pragma once
 
@@ -25,14 +25,14 @@ struct Borrowed {
         Block* blocks;
     };
     Set current;   // belongs to the content as it is
-    Set retained;  // handed out in the open bracket, of contents that are no more
+    Set retained;  // lent in the open bracket, of contents that are no more
     Kept* kept;    // those contents
     // In a block of current: for each field what was made for it (a Slot or a Block), or null. Null before the first.
     void** byField;
     const char* printed;  // in a block of current; null: not asked for yet
 };
 
-// The slot's record of borrowed, made if need be; null: no memory.
+// The slot's borrowed references, made if need be; null: no memory.
 Borrowed* borrowedOf(Slot& slot) noexcept;
 
 // A block of size bytes in borrowed.current; null: no memory.
@@ -74,7 +74,7 @@ struct ChangeOfBorrowed {
 void openBracket(Slot& slot) noexcept;
 void closeBracket(Slot& slot) noexcept;
 
-// Frees everything that was handed out, whatever brackets are open.
+// Frees everything that was lent, whatever brackets are open.
 void dropBorrowed(Slot& slot) noexcept;
 
 }  // namespace quorl::message

@@ -43,7 +43,7 @@ struct alignas(cacheLine) Slot {
         OwnAttributes* attributes;  // the handle's own; null: none
         Slot* sibling;              // Owner::outer: the next one of the same outer message
     };
-    Borrowed* borrowed;  // what was handed out and must be taken back; null: nothing
+    Borrowed* borrowed;  // what was lent and must be taken back; null: nothing
     uint32_t brackets;   // open reference brackets
     Owner owner;
     bool lent;  // in a bracket: pointers into the content were given out since it was last retained

@@ -226,7 +226,7 @@ quorl_status innerMessages(Slot& slot, Content& content, uint32_t index, const q
     Borrowed* borrowed = borrowedOf(slot);
     void** place = borrowed != nullptr ? placeFor(*borrowed, index, content.count) : nullptr;
     if (place != nullptr && *place == nullptr) {
-        // Handles that were made before memory ran out stay in the list of borrowed, unused, until the next change.
+        // Handles that were made before memory ran out stay among the borrowed references, unused, until the next change.
         Block* block = newBlockFor(*borrowed, sizeof(quorlMsg) * field.length);
         auto* array = block != nullptr ? static_cast<quorlMsg*>(block->bytes()) : nullptr;
         uint32_t at = field.value;

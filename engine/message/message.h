@@ -13,13 +13,13 @@ namespace quorl::message {
 
 // ---- life -------------------------------------------------------------------------------------------------------
 
-// A slot with a live handle, no content and nothing handed out; null: no memory.
+// A slot with a live handle, no content and nothing lent; null: no memory.
 Slot* openSlot(Owner owner) noexcept;
 
 // A message over content (counted; the message takes it, also on failure; null: empty). QUORL_NO_MEMORY.
 quorl_status newMessage(Content* content, Owner owner, uint32_t event, quorlMsg* message) noexcept;
 
-// Ends a message: its handle, what it handed out, its content.
+// Ends a message: its handle, what it lent, its content.
 void dropMessage(Slot& slot) noexcept;
 
 // ---- attributes of a handle; not of messages inside others --------------------------------------------------------

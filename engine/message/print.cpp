@@ -13,7 +13,7 @@ namespace {
 
 constexpr uint32_t previewBytes = 16;  // of opaque values and user types
 
-// Text that grows in memory shaped as a Block, so that it can be handed out as it is. After a failure it takes no more.
+// Text that grows in memory shaped as a Block, so that it can be lent as it is. After a failure it takes no more.
 class Text {
   public:
     Text() noexcept = default;

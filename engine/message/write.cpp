@@ -412,7 +412,7 @@ quorl_status setSubject(Slot& slot, std::string_view subject, bool reply) noexce
 
 quorl_status reset(Slot& slot) noexcept {
     ChangeOfBorrowed borrowed;
-    if (!borrowed.begin(slot)) return fail(QUORL_NO_MEMORY, "no memory to keep what a bracket has handed out");
+    if (!borrowed.begin(slot)) return fail(QUORL_NO_MEMORY, "no memory to keep references that a bracket holds");
     const bool keep = borrowed.keepsContent();
     borrowed.commit(slot);
     dropAttributes(slot);

@@ -76,8 +76,7 @@ class Ending {
 // Closing. By then the listeners are unlistened and the requests ended. close and closed do not wait. What was accepted before
 // goes on its way: on the bus of this process it is in its queues already, a connection to a daemon sends it within the limit
 // for closing, and ending waits for that, a circuit brings it home in the background. What is still under way on other threads
-// ends soon, with any status. Nothing comes in any more. The backend is destroyed when no
-// thread can be inside it.
+// ends soon, with any status. Nothing comes in any more. The backend is destroyed when no thread can be inside it.
 class Backend {
   public:
     Backend() = default;
@@ -148,7 +147,8 @@ struct Transport : Record {
 
     std::atomic<uint64_t> inboxes{0};  // made so far; the inbox's last element counts them from 1
 
-    // Taken before any lock of a backend, and before the locks of queues.
+    // Taken before the locks of a backend, but for those under which the state of its way is reported, and before the locks of
+    // queues.
     Mutex lock;
     bool closed GUARDED_BY(lock) = false;
     Listener* listeners GUARDED_BY(lock) = nullptr;

@@ -526,7 +526,7 @@ QUORL_API quorl_status quorlMsg_GetByteSize(quorlMsg message, quorl_u32* size) Q
 /* The wire image (docs/reference/wire-format.md), owned by the message, valid until it is changed or destroyed. */
 QUORL_API quorl_status quorlMsg_GetAsBytes(quorlMsg message, const void** bytes) QUORL_NOEXCEPT;
 
-/* Brackets a read of pointers into the message: what was handed out after Mark stays valid until Clear, also when the
+/* Brackets a read of pointers into the message: what was lent after Mark stays valid until Clear, also when the
  * message is changed in between. Brackets nest; a Clear without a Mark is harmless. */
 QUORL_API quorl_status quorlMsg_MarkReferences(quorlMsg message) QUORL_NOEXCEPT;
 QUORL_API quorl_status quorlMsg_ClearReferences(quorlMsg message) QUORL_NOEXCEPT;

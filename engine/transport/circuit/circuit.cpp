@@ -95,7 +95,7 @@ quorl_status create(uint32_t* id, uint32_t parent, const char* peer, EndRef* mad
         settings.lossless = below.lossless;
         uint64_t session = 0;
         if (peer != nullptr && !drawSession(&session))
-            return fail(QUORL_OS_ERROR, "the system gives no random numbers");
+            return fail(QUORL_OS_ERROR, "the system provides no random numbers");
         const auto end = std::make_shared<End>(
             peer != nullptr ? Machine(settings, session, address, peer, monotonicNow()) : Machine(settings), parent,
             address, below.largest);
@@ -131,7 +131,7 @@ quorl_status createConnect(uint32_t* id, const char* subject, uint32_t parent) n
     if (subject == nullptr) return fail(QUORL_INVALID_SUBJECT, "no subject to connect to");
     const std::string_view text(subject, strnlen(subject, QUORL_SUBJECT_MAX + 1));
     if (!subject::isInbox(text) || !subject::validForSending(text))
-        return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is no subject that an accepting end gave out", QUORL_SUBJECT_MAX,
+        return fail(QUORL_INVALID_SUBJECT, "\"%.*s\" is not the subject of an accepting end", QUORL_SUBJECT_MAX,
                     subject);
     EndRef end;
     return create(id, parent, subject, &end);
@@ -143,7 +143,7 @@ quorl_status waitForConnection(uint32_t id, double timeout) noexcept {
     registry::Pin<Transport> transport(*thread, id);
     if (!transport) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", id);
     auto* backend = dynamic_cast<CircuitBackend*>(transport->backend.get());
-    if (backend == nullptr) return fail(QUORL_INVALID_TRANSPORT, "transport %u is no circuit", id);
+    if (backend == nullptr) return fail(QUORL_INVALID_TRANSPORT, "transport %u is not a circuit", id);
     const int64_t deadline = deadlineAfter(timeout);
     transport->state->awaitConnected(deadline);
     backend->end().settle();
