@@ -229,10 +229,10 @@ class RecordsTest {
             assertEquals(new Wanted(1, null, null, null, null), m.to(Wanted.class));
             m.addString("mode", "STOPPED");
             assertRefusal(QuorlException.CONVERSION_FAILED,
-                    "Wanted.mode: field \"mode\": STRING \"STOPPED\" is no constant of Mode", () -> m.to(Wanted.class));
+                    "Wanted.mode: field \"mode\": STRING \"STOPPED\" is not a constant of Mode", () -> m.to(Wanted.class));
             m.updateString("mode", "IDLE").addStringArray("modes", new String[] {"IDLE", "idle"});
             assertRefusal(QuorlException.CONVERSION_FAILED,
-                    "Wanted.modes: field \"modes\": STRINGARRAY \"idle\" is no constant of Mode", () -> m.to(Wanted.class));
+                    "Wanted.modes: field \"modes\": STRINGARRAY \"idle\" is not a constant of Mode", () -> m.to(Wanted.class));
             m.remove("modes");
             m.addI16Array("bytes", new short[1]);
             assertRefusal(QuorlException.CONVERSION_FAILED, "Wanted.bytes: field \"bytes\": it is I16ARRAY, not OPAQUE",
@@ -292,9 +292,9 @@ class RecordsTest {
         assertArgument("Typeless.list: no field holds ?", () -> QuorlMsg.of(new Typeless(List.of())));
         assertArgument("Objects.any: no field holds java.lang.Object", () -> QuorlMsg.of(new Objects(1)));
         assertArgument("Lists.lists: no field holds java.util.List<java.lang.String>", () -> QuorlMsg.of(new Lists(null)));
-        assertArgument("Wrong.text: java.lang.String is no value of U8", () -> QuorlMsg.of(new Wrong("")));
-        assertArgument("Reserved.n: int is no value of UNKNOWN99", () -> QuorlMsg.of(new Reserved(1)));
-        assertArgument("None.n: int is no value of NONE", () -> QuorlMsg.of(new None(1)));
+        assertArgument("Wrong.text: java.lang.String is not a value of U8", () -> QuorlMsg.of(new Wrong("")));
+        assertArgument("Reserved.n: int is not a value of UNKNOWN99", () -> QuorlMsg.of(new Reserved(1)));
+        assertArgument("None.n: int is not a value of NONE", () -> QuorlMsg.of(new None(1)));
         assertThrows(IllegalArgumentException.class, () -> QuorlMsg.of(new Beyond(null)));
         try (QuorlMsg m = new QuorlMsg()) {
             assertArgument("Letter.letter: no field holds char", () -> m.to(Letter.class));

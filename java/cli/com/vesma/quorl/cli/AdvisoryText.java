@@ -31,7 +31,7 @@ final class AdvisoryText {
         return switch (elements.length == 3 ? elements[2] : subject) {
             case "daemon.lost" -> "the connection to " + daemon() + " is lost" + inBrackets("reason") + "; trying again";
             case "daemon.back" -> back();
-            case "daemon.malformed" -> number("count") + " things that came from " + daemon() + " are no messages"
+            case "daemon.malformed" -> number("count") + " things that came from " + daemon() + " are not messages"
                     + inBrackets("reason");
             case "daemon.refused" -> refused();
             case "daemon.accepted" -> daemon() + " lets this process listen to " + patterns() + " now";

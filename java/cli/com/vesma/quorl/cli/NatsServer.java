@@ -71,7 +71,7 @@ final class NatsServer implements AutoCloseable {
     static NatsServer start(Path program, int port, int maxPayload) throws InterruptedException {
         if (!Files.exists(program)) throw new Failure("there is no program " + Texts.quoted(program.toString()));
         if (Files.isDirectory(program) || !Files.isExecutable(program)) {
-            throw new Failure(Texts.quoted(program.toString()) + " is no program that may be run");
+            throw new Failure(Texts.quoted(program.toString()) + " is not a program that may be run");
         }
         checkFree(port);
         // Messages only: nothing is kept on disk, and no port beside this one is opened.

@@ -25,7 +25,7 @@ class AdvisoryTextTest {
                 m -> m.addString("daemon", "db1").addU64("lost", 0).addU64("unconfirmed", 0));
         says("the connection to db1 is there again; up to 5 messages are lost", "_QUORL.INFO.daemon.back",
                 m -> m.addString("daemon", "db1").addU64("lost", 2).addU64("unconfirmed", 3));
-        says("2 things that came from db1 are no messages (it is damaged)", "_QUORL.WARN.daemon.malformed",
+        says("2 things that came from db1 are not messages (it is damaged)", "_QUORL.WARN.daemon.malformed",
                 m -> m.addString("daemon", "db1").addU64("count", 2).addString("reason", "it is damaged"));
         says("db1 refuses messages to a.b (no)", "_QUORL.WARN.daemon.refused",
                 m -> m.addString("daemon", "db1").addString("subject", "a.b").addString("reason", "no"));

@@ -144,7 +144,7 @@ class DaemonTest {
         Cli ended = Cli.run("daemon", "--port", "0", "--server", "/bin/false");
         assertEquals(new Cli(1, "", "quorl: the daemon ended, with exit code 1\n"), ended);
         Cli folderAsServer = Cli.run("daemon", "--port", "0", "--server", folder.toString());
-        assertEquals(new Cli(1, "", "quorl: \"" + folder + "\" is no program that may be run\n"), folderAsServer);
+        assertEquals(new Cli(1, "", "quorl: \"" + folder + "\" is not a program that may be run\n"), folderAsServer);
         Cli brief = Cli.run("daemon", "--port", "0", "--seconds", "0.2");
         assertEquals(0, brief.code(), brief.err());
         assertTrue(brief.out().contains("Stop:"), brief.out());

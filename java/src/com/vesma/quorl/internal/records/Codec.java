@@ -88,7 +88,7 @@ final class Codec {
             codec = typed((Class<?>) type, fieldType);
         }
         if (fieldType != NOT_ANNOTATED && codec.type != fieldType) {
-            throw new IllegalArgumentException(type.getTypeName() + " is no value of " + QuorlMsgField.typeName(fieldType));
+            throw new IllegalArgumentException(type.getTypeName() + " is not a value of " + QuorlMsgField.typeName(fieldType));
         }
         return codec;
     }
@@ -342,7 +342,7 @@ final class Codec {
             }
         }
         throw ApiAccess.failure(QuorlException.CONVERSION_FAILED, image.describe(field) + ": "
-                + QuorlMsgField.typeName(image.type(field)) + " \"" + name + "\" is no constant of " + type.getSimpleName());
+                + QuorlMsgField.typeName(image.type(field)) + " \"" + name + "\" is not a constant of " + type.getSimpleName());
     }
 
     // ---- lists --------------------------------------------------------------------------------------------------------

@@ -54,7 +54,7 @@ public final class RecordPlan {
         this.type = type;
         RecordComponent[] declared = type.getRecordComponents();
         if (declared == null) {
-            throw new IllegalArgumentException(type.getTypeName() + " is no record");
+            throw new IllegalArgumentException(type.getTypeName() + " is not a record");
         }
         components = new Component[declared.length];
         Class<?>[] types = new Class<?>[declared.length];
