@@ -157,6 +157,15 @@ abstract class Action implements Callable<Integer> {
         if (why != null) throw usage("subject \"" + subject + "\": " + why);
     }
 
+    /** The same of what is shared under a name; null: it is not. */
+    void checkListenable(String subject, String share) {
+        checkListenable(subject);
+        if (share == null) return;
+        String why = Subjects.whyNotShareName(share);
+        if (why != null) throw usage("--share " + Texts.quoted(share) + ": " + why);
+        if (subject.startsWith("_")) throw usage("subject \"" + subject + "\": what starts with \"_\" cannot be shared");
+    }
+
     /** Fields from arguments; every value is looked at, so that a bad one is found before the first message goes out. */
     List<FieldArgument> fields(List<String> arguments) {
         List<FieldArgument> fields = new ArrayList<>();

@@ -303,17 +303,27 @@ final class Session implements AutoCloseable {
 
     /** Listens until the session closes, or until so many messages were handled when most is not null. */
     Counter listen(TransportOptions options, List<String> subjects, Long most, Consumer<QuorlMsg> handler) {
+        return listen(options, null, subjects, most, handler);
+    }
+
+    /** The same, sharing the messages with others of that name when share is not null. */
+    Counter listen(TransportOptions options, String share, List<String> subjects, Long most, Consumer<QuorlMsg> handler) {
         QuorlTransport transport = transport(options);
         Counter counter = new Counter(most);
+        QuorlListener.Handler counting = (listener, message) -> {
+            if (!counter.take()) {
+                listener.close();
+                return;
+            }
+            handler.accept(message);
+            counter.done();
+        };
         for (String subject : subjects) {
-            new QuorlListener(queue, transport, subject, (listener, message) -> {
-                if (!counter.take()) {
-                    listener.close();
-                    return;
-                }
-                handler.accept(message);
-                counter.done();
-            });
+            if (share == null) {
+                new QuorlListener(queue, transport, subject, counting);
+            } else {
+                QuorlListener.shared(share, queue, transport, subject, counting);
+            }
         }
         return counter;
     }
