@@ -119,15 +119,19 @@ quorl_status Machine::load(const StoredMessage& message) {
     return sender_->loadMessage(message) ? QUORL_OK : QUORL_INVALID_FILE;
 }
 
+void Machine::storeVersion() {
+    Writer<nameMax + 16> version;
+    version.byte(stateVersion);
+    version.text(shared_->settings.name);
+    shared_->putState(std::string(versionKey), version.string());
+}
+
 quorl_status Machine::start(bool complete, Now now, Output& out) {
     if (!loaded_.empty()) {
         if (const quorl_status status = loadState(); status != QUORL_OK) return status;
     }
     const Step step(*shared_, now, out);
-    Writer<nameMax + 16> version;
-    version.byte(stateVersion);
-    version.text(shared_->settings.name);
-    shared_->putState(std::string(versionKey), version.string());
+    storeVersion();
     presence_->start();
     sender_->start(complete);
     receiver_->start();
@@ -355,6 +359,44 @@ void Machine::dispatch(const Frame& frame, companion::Message message, uint32_t 
         default:
             return;
     }
+}
+
+// ---- a relay agent
+
+void Machine::copy(Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    storeVersion();
+    sender_->storeAll();
+    receiver_->storeAll();
+}
+
+std::vector<std::string> Machine::patterns() const {
+    return receiver_->patterns();
+}
+
+void Machine::forEachMessage(const std::function<void(const StoredMessage&)>& visit) const {
+    sender_->forEachMessage(visit);
+}
+
+void Machine::kept(companion::Message message, uint64_t after, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    Frame frame;
+    if (decode(message.attributes(), &frame) != Decoded::frame || shared_->suspended) return;
+    if (frame.kind != Kind::data) return dispatch(frame, std::move(message), 0);
+    receiver_->onKept(frame, std::move(message), after);
+}
+
+bool Machine::isStored(const companion::Message& message) const noexcept {
+    Frame frame;
+    if (decode(message.attributes(), &frame) != Decoded::frame || frame.kind != Kind::data) return true;
+    return receiver_->isStored(frame);
+}
+
+void Machine::backOnLine(Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    if (shared_->suspended) return;
+    sender_->backOnLine();
+    if (shared_->settled) receiver_->settled();
 }
 
 // ---- attributes

@@ -252,6 +252,19 @@ class Machine {
     // listener: the number of the one whose pattern it matched; 0: it came to the address, or to everybody.
     void receive(companion::Message message, uint32_t listener, Now now, Output& out);
 
+    // ---- a relay agent, which stands in for the machine while it is off the network
+    // What the ledger holds, once more in this step's transaction; who listens here, and each message that is kept.
+    void copy(Now now, Output& out);
+    std::vector<std::string> patterns() const;
+    void forEachMessage(const std::function<void(const StoredMessage&)>& visit) const;
+    // What it has kept: frames that came to the address, and data in the order in which it was given it. after: the number
+    // of that sender and subject that it was given before, 0: none.
+    void kept(companion::Message message, uint64_t after, Now now, Output& out);
+    // Whether what was kept is confirmed, and that is stored. Frames that are no data always are.
+    bool isStored(const companion::Message& message) const noexcept;
+    // The network is there again. What was sent meanwhile did not arrive.
+    void backOnLine(Now now, Output& out);
+
     // The program closes: numbers are stored exactly, and what can be sent is sent. No call follows but persisted.
     void close(Now now, Output& out);
 
@@ -261,6 +274,7 @@ class Machine {
 
   private:
     quorl_status loadState();
+    void storeVersion();
     void dispatch(const Frame& frame, companion::Message message, uint32_t listener);
     void onTime(const Timers::Timer& timer);
 

@@ -33,6 +33,12 @@ class Sender {
     bool loadAgreement(uint64_t subjectId, std::string_view name, Reader& value);
     bool loadMessage(const StoredMessage& message);
     void start(bool complete);
+    // Writes all that is stored once more, for a copy.
+    void storeAll();
+    // Each message that is kept.
+    void forEachMessage(const std::function<void(const StoredMessage&)>& visit) const;
+    // The network was away: says so, and reminds everybody now.
+    void backOnLine();
 
     // ---- the program's; see Machine
     quorl_status send(const companion::Message& message, int64_t limit, uint64_t* number);

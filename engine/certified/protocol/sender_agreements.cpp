@@ -516,6 +516,16 @@ void Sender::onNote(uint64_t subscriberId) {
     if (any) expectConfirmation(*subscriber);
 }
 
+void Sender::backOnLine() {
+    sayHello(everybody);
+    for (auto& [id, subscriber] : subscribers_) {
+        if (subscriber->agreements.empty()) continue;
+        subscriber->pause.reset();
+        subscriber->noteAt = shared_.now.monotonic;
+        shared_.set(subscriber->noteAt, Timing::note, id);
+    }
+}
+
 // A name that ends with its program, and has not been heard for long, will not come back.
 void Sender::onTransient(uint64_t subscriberId) {
     Subscriber* subscriber = findSubscriber(subscriberId);

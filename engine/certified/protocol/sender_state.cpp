@@ -83,6 +83,27 @@ void Sender::store(Agreement& agreement) {
     agreement.subject->durable = std::max(agreement.subject->durable, agreement.confirmed.upTo());
 }
 
+void Sender::storeAll() {
+    storeSender();
+    for (auto& [id, subject] : subjects_) {
+        if (subject->stored) storeSubject(*subject);
+    }
+    for (auto& [id, subscriber] : subscribers_) {
+        storeSubscriber(*subscriber);
+        for (auto& [subject, agreement] : subscriber->agreements) store(*agreement);
+    }
+}
+
+void Sender::forEachMessage(const std::function<void(const StoredMessage&)>& visit) const {
+    for (const auto& [id, subject] : subjects_) {
+        for (uint64_t number = subject->slots.nextTaken(1); number != 0;
+             number = subject->slots.nextTaken(number + 1)) {
+            const Slot& slot = *subject->slots.find(number);
+            visit({id, number, slot.size, slot.expires});
+        }
+    }
+}
+
 // ---- reading
 
 bool Sender::loadSender(Reader& value) {
