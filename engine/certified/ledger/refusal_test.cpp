@@ -12,14 +12,6 @@
 namespace quorl::certified {
 namespace {
 
-std::map<std::string, std::string> filesIn(const Folder& folder) {
-    std::map<std::string, std::string> found;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
-        found[entry.path().string()] = entry.is_regular_file() ? contentOf(entry.path().string()) : "";
-    }
-    return found;
-}
-
 // Expects that status, a text with the words, and that nothing in the folder has changed.
 void expectRefused(const Folder& folder, const std::string& path, quorl_status status, const std::string& words,
                    const std::string& name = "orders") {
@@ -97,7 +89,8 @@ TEST(Refusal, OfALedgerThatWasNotClosed) {
     leaveOpen(path);
     expectRefused(folder, path, QUORL_NOT_FILE_OWNER, "certified name orders, not of trades", "trades");
     std::filesystem::rename(path + "-wal", folder / "aside");
-    expectRefused(folder, path, QUORL_INVALID_FILE, "-wal, which has what was stored last, is missing");
+    expectRefused(folder, path, QUORL_INVALID_FILE,
+                  "-wal, byte 0: the ledger was not closed, and its log, which has what was stored last, is missing");
     std::filesystem::rename(folder / "aside", path + "-wal");
     EXPECT_EQ(heldBy(*opened(path)).numbers(1), std::vector<uint64_t>{1});
 }

@@ -51,6 +51,15 @@ inline void writeFile(const std::string& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;
 }
 
+// Each file below the folder with its content, and each folder.
+inline std::map<std::string, std::string> filesIn(const Folder& folder) {
+    std::map<std::string, std::string> found;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
+        found[entry.path().string()] = entry.is_regular_file() ? contentOf(entry.path().string()) : "";
+    }
+    return found;
+}
+
 inline std::string_view textOf(std::span<const uint8_t> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
