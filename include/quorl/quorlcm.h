@@ -34,9 +34,9 @@ QUORL_API const char* quorlcm_Version(void) QUORL_NOEXCEPT;
  * which is made where there is none, null for a ledger in memory. syncLedger: whether a send returns only when the message would
  * survive a power failure; without, it survives the end of the process. relayAgent: null; relays are not part of this version.
  * QUORL_INVALID_TRANSPORT, QUORL_INVALID_NAME, QUORL_INVALID_ARG (a ledger without a name, an empty text),
- * QUORL_NOT_PERMITTED (a relay), QUORL_FILE_NOT_FOUND (no such folder), QUORL_INVALID_FILE (no ledger, or a damaged one),
- * QUORL_NOT_FILE_OWNER (in use, or of another name), QUORL_VERSION_MISMATCH (of a newer release), QUORL_IO_FAILED. What is
- * refused is left as it is. */
+ * QUORL_NOT_PERMITTED (a relay), QUORL_FILE_NOT_FOUND (no such folder), QUORL_INVALID_FILE (no ledger, a damaged one, or one
+ * beside which another has left its log or journal), QUORL_NOT_FILE_OWNER (in use, or of another name),
+ * QUORL_VERSION_MISMATCH (of a newer release), QUORL_IO_FAILED. What is refused is left as it is, and nothing is left behind. */
 QUORL_API quorl_status quorlcmTransport_Create(quorlcmTransport* cmTransport, quorlTransport transport,
                                                const char* cmName, quorl_bool requestOld, const char* ledgerName,
                                                quorl_bool syncLedger, const char* relayAgent) QUORL_NOEXCEPT;

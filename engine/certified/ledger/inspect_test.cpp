@@ -240,6 +240,7 @@ TEST(Inspect, TellsOfADamagedMessage) {
     EXPECT_EQ(held.messages.size(), 3u);
     ASSERT_EQ(held.broken.size(), 1u);
     EXPECT_EQ(held.broken.begin()->first, std::pair(1u, lost));
+    EXPECT_EQ(held.broken.begin()->second, seen.findings[0].text);
     companion::Message message;
     const Outcome outcome = ledger->read(1, lost, &message);
     EXPECT_EQ(outcome.status, QUORL_INVALID_FILE);

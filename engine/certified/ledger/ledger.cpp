@@ -486,7 +486,7 @@ Outcome Ledger::loadMessages(uint32_t subject, Loader& loader) {
                                         .reply = statement.bytes(4),
                                         .image = statement.bytes(5)};
             if (record.checksum() != static_cast<uint64_t>(statement.number(3))) {
-                loader.damaged(message, damagedMessage(subject, message.number).text);
+                loader.damaged(message, findingOf(subject, message.number));
             }
         }
         if (code != SQLITE_DONE) return withFindings(database_.failure(code, "read"));
@@ -501,6 +501,29 @@ Outcome Ledger::damagedMessage(uint32_t subject, uint64_t number) const {
                                     (found != segments_.end() ? found->second.text : std::string("?")) +
                                     " in the ledger " + file_->path() +
                                     " is damaged (checksum) and cannot be sent again"};
+}
+
+// With the place of a single message that is damaged.
+Finding Ledger::findingOf(uint32_t subject, uint64_t number) const {
+    struct Search final : Inspector {
+        void finding(const Finding& finding) override {
+            if (finding.subjectNumber == sought.subjectNumber && finding.first == sought.first &&
+                finding.last == sought.last) {
+                sought = finding;
+            }
+        }
+        Finding sought;
+    } search;
+    const auto found = segments_.find({subject, static_cast<uint32_t>(number >> 32)});
+    search.sought = {.text = damagedMessage(subject, number).text,
+                     .file = file_->path(),
+                     .subject = found != segments_.end() ? found->second.text : "?",
+                     .subjectNumber = subject,
+                     .first = number,
+                     .last = number};
+    Inspection all;
+    inspect(*file_, search, &all);
+    return search.sought;
 }
 
 Outcome Ledger::read(uint32_t subject, uint64_t number, companion::Message* message) noexcept {

@@ -31,6 +31,7 @@
 
 namespace quorl::certified {
 
+struct Finding;
 struct Log;
 
 // What accepted writes survive: the end of this process, also by kill -9; or a power failure too.
@@ -44,7 +45,7 @@ class Loader {
     virtual void state(std::string_view, std::string_view) {}  // key, value
     virtual void message(const StoredMessage&) {}
     // After message(): it is damaged, and read() will say so. It stays in the file until it is erased.
-    virtual void damaged(const StoredMessage&, const std::string&) {}
+    virtual void damaged(const StoredMessage&, const Finding&) {}
     // After everything else. What is refused here is refused by load() too, and the file is left as it is.
     virtual Outcome verdict() { return {}; }
 };
@@ -143,6 +144,7 @@ class Ledger {
     Outcome loadMessages(uint32_t subject, Loader& loader);
     Outcome readThrowing(uint32_t subject, uint64_t number, companion::Message* message);
     Outcome damagedMessage(uint32_t subject, uint64_t number) const;
+    Finding findingOf(uint32_t subject, uint64_t number) const;
 
     // What a transaction of SQLite is made of.
     using Body = std::function<Outcome()>;

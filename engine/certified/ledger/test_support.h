@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "certified/ledger/inspect.h"
 #include "certified/ledger/ledger.h"
 
 namespace quorl::certified {
@@ -128,8 +129,8 @@ struct Held : Loader {
         order.emplace_back(message.subject, message.number);
         messages[{message.subject, message.number}] = {message.size, message.expires};
     }
-    void damaged(const StoredMessage& message, const std::string& text) override {
-        broken[{message.subject, message.number}] = text;
+    void damaged(const StoredMessage& message, const Finding& finding) override {
+        broken[{message.subject, message.number}] = finding.text;
     }
     std::vector<uint64_t> numbers(uint32_t subject) const {
         std::vector<uint64_t> found;
