@@ -7,9 +7,9 @@
 #include <new>
 
 #include "certified/advisories.h"
+#include "certified/damage.h"
 #include "certified/listener.h"
 #include "certified/protocol/subject.h"
-#include "companion/advisory.h"
 #include "companion/module.h"
 #include "companion/status.h"
 #include "companion/transport.h"
@@ -32,8 +32,7 @@ quorl_status noMemory() noexcept {
 }
 
 quorl_status report(const Outcome& outcome) noexcept {
-    return outcome.ok() ? QUORL_OK
-                        : fail(outcome.status, "%s", outcome.text.empty() ? "no memory" : outcome.text.c_str());
+    return outcome.ok() ? QUORL_OK : fail(outcome.status, "%s", outcome.reason());
 }
 
 bool draw(void* to, size_t size) noexcept {
@@ -113,7 +112,10 @@ quorl_status Node::create(const Wish& wish, uint32_t* id) {
                                              .name = settings.name,
                                              .durability = wish.sync ? Durability::power : Durability::process},
                                             &node->ledger_);
-        if (!opened.ok()) return report(opened);
+        if (!opened.ok()) {
+            tellDamage(settings.name, wish.ledger, opened);
+            return report(opened);
+        }
         if (const quorl_status status = node->load(); status != QUORL_OK) return status;
         if (const quorl_status status = node->committer_.start(*node->ledger_); status != QUORL_OK) return status;
     }
@@ -136,7 +138,7 @@ quorl_status Node::create(const Wish& wish, uint32_t* id) {
     return QUORL_OK;
 }
 
-// What the ledger holds, for the machine.
+// What the ledger holds, for the machine, which may refuse it. Until then the file is as it was.
 quorl_status Node::load() {
     struct Into final : Loader {
         explicit Into(Node& its) : node(its) {}
@@ -146,25 +148,32 @@ quorl_status Node::load() {
         void message(const StoredMessage& message) override {
             if (status == QUORL_OK) status = node.machine_.load(message);
         }
-        void damaged(const StoredMessage& message, const std::string& text) override {
-            companion::advise(companion::Severity::error, "certified", "damaged",
-                              {{"name", std::string_view(node.name_)},
-                               {"number", message.number},
-                               {"reason", std::string_view(text)}});
+        void damaged(const StoredMessage&, const Finding& finding) override { tellFinding(node.name_, finding); }
+        Outcome verdict() override {
+            if (status == QUORL_OK) status = node.machine_.check();
+            const std::string ledger = "the ledger " + node.ledger_->path();
+            switch (status) {
+                case QUORL_OK:
+                    return {};
+                case QUORL_VERSION_MISMATCH:
+                    return {status, ledger + " was written by a newer release; open it with that one"};
+                case QUORL_ARG_CONFLICT:
+                    return {status, ledger + " has the state of another certified name; it is left as it is"};
+                default:
+                    return {status, ledger +
+                                        " is damaged: its state makes no sense; it is left as it is, and "
+                                        "quorl-ledger export writes the messages that it has"};
+            }
         }
         Node& node;
         quorl_status status = QUORL_OK;
     } into(*this);
     const Outcome outcome = ledger_->load(into);
-    if (!outcome.ok()) return report(outcome);
-    switch (into.status) {
-        case QUORL_OK:
-            return QUORL_OK;
-        case QUORL_VERSION_MISMATCH:
-            return fail(into.status, "the ledger %s was written by a newer release", ledger_->path().c_str());
-        default:
-            return fail(into.status, "the ledger %s is damaged: its state makes no sense", ledger_->path().c_str());
-    }
+    if (outcome.ok()) return QUORL_OK;
+    const std::string path = ledger_->path();
+    ledger_.reset();
+    tellDamage(name_, path, outcome);
+    return report(outcome);
 }
 
 quorl_status Node::hear(std::string_view subject, uint32_t number) noexcept {
@@ -277,7 +286,7 @@ void Node::carryOut(quorl_status status, After& after) noexcept {
         if (stored.ok()) break;
         out_.clear();
         try {
-            storageText_ = stored.text;
+            storageText_ = stored.reason();
             machine_.storageFailed(token, stored.status, now(), out_);
         } catch (const std::bad_alloc&) {
             break;
@@ -373,7 +382,7 @@ void Node::ended(uint64_t token, const Outcome& outcome, After& after) noexcept 
             if (outcome.ok()) {
                 machine.persisted(token, now, out);
             } else {
-                storageText_ = outcome.text;
+                storageText_ = outcome.reason();
                 machine.storageFailed(token, outcome.status, now, out);
             }
             return QUORL_OK;
@@ -436,6 +445,7 @@ quorl_status Node::explain(quorl_status status) noexcept {
             break;
     }
     const std::lock_guard lock(lock_);
+    if (storageText_.empty()) return fail(status, "the certified transport \"%s\" cannot do this", name_.c_str());
     return fail(status, "the ledger takes nothing at present: %s", storageText_.c_str());
 }
 

@@ -251,8 +251,12 @@ quorl_status Node::confirm(uint32_t number, const Message& message, bool durable
 
 quorl_status Node::sync() noexcept {
     if (ledger_ == nullptr) return QUORL_OK;
+    // What waits for a ledger that took nothing is not in it yet.
+    const quorl_status status =
+        call([](Machine& machine, Now now, Output& out) { return machine.retryStorage(now, out); });
+    if (status != QUORL_OK) return status;
     const Outcome outcome = ledger_->sync();
-    return outcome.ok() ? QUORL_OK : fail(outcome.status, "%s", outcome.text.c_str());
+    return outcome.ok() ? QUORL_OK : fail(outcome.status, "%s", outcome.reason());
 }
 
 // ---- the relay agent

@@ -36,9 +36,9 @@ QUORL_API const char* quorlcm_Version(void) QUORL_NOEXCEPT;
  * none; the transport then hears and sends nothing until quorlcmTransport_ConnectToRelayAgent, and what was kept for its name is
  * always asked for.
  * QUORL_INVALID_TRANSPORT, QUORL_INVALID_NAME, QUORL_INVALID_ARG (a ledger without a name, a relay agent without a ledger, an empty
- * text), QUORL_FILE_NOT_FOUND (no such folder), QUORL_INVALID_FILE (no ledger, or a damaged one),
- * QUORL_NOT_FILE_OWNER (in use, or of another name), QUORL_VERSION_MISMATCH (of a newer release), QUORL_IO_FAILED. What is
- * refused is left as it is. */
+ * text), QUORL_FILE_NOT_FOUND (no such folder), QUORL_INVALID_FILE (no ledger, a damaged one, or one beside which another has left
+ * its log or journal), QUORL_NOT_FILE_OWNER (in use, or of another name), QUORL_VERSION_MISMATCH (of a newer release),
+ * QUORL_IO_FAILED. What is refused is left as it is, and nothing is left behind. */
 QUORL_API quorl_status quorlcmTransport_Create(quorlcmTransport* cmTransport, quorlTransport transport,
                                                const char* cmName, quorl_bool requestOld, const char* ledgerName,
                                                quorl_bool syncLedger, const char* relayAgent) QUORL_NOEXCEPT;

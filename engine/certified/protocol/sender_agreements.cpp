@@ -180,6 +180,7 @@ void Sender::onSubscribe(const Frame& frame) {
     if (found == subscriber->agreements.end()) {
         if (agreements_ >= shared_.settings.agreements) return refuse(Reason::full);
         agree(*subject, *subscriber, subject->last + 1, frame.session);
+        shared_.syncStep();  // the listener relies on it
         found = subscriber->agreements.find(subject->id);
     }
     Agreement& agreement = *found->second;
@@ -330,7 +331,6 @@ Sender::Agreement& Sender::agree(Subject& subject, Subscriber& subscriber, uint6
     }
     if (!subject.stored || subject.durable < subject.last) storeSubject(subject);
     store(agreement);
-    shared_.syncStep();
     return agreement;
 }
 
