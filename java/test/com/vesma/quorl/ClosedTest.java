@@ -35,7 +35,7 @@ class ClosedTest extends OpenLibrary {
     private static final Map<Class<?>, Set<String>> HARMLESS = Map.ofEntries(
             Map.entry(AutoCloseable.class, Set.of("close", "isClosed", "toString")),
             Map.entry(QuorlEvent.class, Set.of("getQueue")),
-            Map.entry(QuorlListener.class, Set.of("getTransport", "getSubject", "stream", "publisher")),
+            Map.entry(QuorlListener.class, Set.of("getTransport", "getSubject", "getShare", "stream", "publisher")),
             Map.entry(QuorlVectorListener.class, Set.of("getTransport", "getSubject")),
             Map.entry(QuorlVcTransport.class, Set.of("getConnectSubject", "getParent")),
             Map.entry(QuorlCmTransport.class, Set.of("getTransport", "getName")),
