@@ -21,10 +21,11 @@ _quorl() {
         request) options="-h --help -n --count --csv --json --json-file --rate --timeout $bus" ;;
         reply) options="-h --help -n --count --csv --echo --json --quiet --share --timeout $bus" ;;
         run) options="-h --help -e --execute $bus" ;;
-        cm) options='-h --help send resume listen review verify export' ;;
+        cm) options='-h --help send resume listen review verify export demo' ;;
         'cm send') options="-h --help -n --count --csv --durability --expire --json --json-file --ledger --listener --name --rate --timeout $bus" ;;
         'cm listen') options="-h --help -n --cancel --count --csv --durability --json --ledger --name --only-new --timeout $bus" ;;
         'cm resume') options="-h --help --durability --json --ledger --name --timeout $bus" ;;
+        'cm demo') options='-h --help --kill-every --rate --seconds --timeout' ;;
         'cm verify') options='-h --help --json' ;;
         'cm export') options='-h --help' ;;
         'cm review') options='-h --help --json --ledger --name' ;;
@@ -42,7 +43,7 @@ _quorl() {
         --csv | --json-file | --ledger | --trust | --identity | --password-file | --server | --exec) _quorl_files "$word"; return ;;
         --durability) mapfile -t COMPREPLY < <(compgen -W 'process power' -- "$word"); return ;;
         --daemon) mapfile -t COMPREPLY < <(compgen -W 'nats:// tls://' -- "$word"); return ;;
-        --service | --network | --user | --name | --share | --listener | --expire | --count | --rate | --timeout | --watch | --seconds | --port | --max-payload | --activation | --goal | --grace | --heartbeat | --lost | --preparation | --weight) return ;;
+        --service | --network | --user | --name | --share | --listener | --expire | --count | --rate | --timeout | --watch | --seconds | --kill-every | --port | --max-payload | --activation | --goal | --grace | --heartbeat | --lost | --preparation | --weight) return ;;
         --execute | -n | -e | -p) return ;;
     esac
     if [[ $command == @(run|cm verify|cm export) && $word != -* ]]; then
