@@ -360,6 +360,29 @@ TEST_F(Border, statisticsHaveAPartOfEachModule) {
     quorlMsg_Destroy(question);
 }
 
+TEST_F(Border, questionsAreAnsweredByTheModuleThatTheyName) {
+    const quorlTransport transport = newTransport();
+    newEcho(transport);
+    const auto ask = [&](const char* subject) {
+        std::string said;
+        quorlMsg question = newMessage(subject);
+        quorlMsg answer = nullptr;
+        const char* text = nullptr;
+        if (quorlTransport_SendRequest(transport, question, &answer, 0) == QUORL_OK) {
+            EXPECT_EQ(quorlMsg_GetStringEx(answer, "question", &text, 0), QUORL_OK);
+            said = text;
+            quorlMsg_Destroy(answer);
+        }
+        quorlMsg_Destroy(question);
+        return said;
+    };
+    EXPECT_EQ(ask("_QUORL.ASK.echo.who"), "who");
+    EXPECT_EQ(ask("_QUORL.ASK.echo.who.is.7"), "who.is.7");
+    for (const char* nobodys :
+         {"_QUORL.ASK.echo.silence", "_QUORL.ASK.echo", "_QUORL.ASK.ech.who", "_QUORL.ASK.nobody.who"})
+        EXPECT_EQ(ask(nobodys), "") << nobodys;
+}
+
 // ---- closing
 
 TEST_F(Border, closesOnceAndCompletesWhenItsCallbackHasReturned) {

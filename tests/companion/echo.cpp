@@ -44,7 +44,15 @@ void fill(Statistics& statistics) noexcept {
         .f64("half", 0.5)
         .text("name", "echo");
 }
-constinit Module module{.name = "echo", .close = close, .stopped = stopped, .forget = forget, .statistics = fill};
+// Says the question again; silence is answered by nobody.
+bool answer(std::string_view question, Statistics& fields) noexcept {
+    if (question == "silence") return false;
+    fields.text("question", question);
+    return true;
+}
+
+constinit Module module{
+    .name = "echo", .close = close, .stopped = stopped, .forget = forget, .statistics = fill, .answer = answer};
 
 // ---- attributes: 'E', version, the number, the time limit
 

@@ -409,6 +409,8 @@ TEST_F(NoMemory, fault_tolerance) {
         if (status == QUORL_OK)
             status = quorlftMember_Create(&member, queue_, onAction, transport_, name, 1, 1, 0.001, 0, 0.002, nullptr);
         if (status == QUORL_OK) status = quorlftMember_SetWeight(member, 2);
+        quorl_u64 token = 0;
+        if (status == QUORL_OK) status = quorlftMember_GetToken(member, &token);
         // Some of what comes of it, if it comes.
         for (int i = 0; i < 3; ++i) quorlQueue_TimedDispatch(queue_, 0.005);
         if (member != 0) {

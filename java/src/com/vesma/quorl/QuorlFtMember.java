@@ -407,8 +407,8 @@ public final class QuorlFtMember extends QuorlEvent {
             if (answer != null) {
                 return new Told((int) answer.getU32("member"), action, answer.getU64("serial"), answer.getU64("token"));
             }
-        } catch (QuorlException e) {
-            // The library is being closed, or out of memory; the action is what counts.
+        } catch (QuorlException | OutOfMemoryError e) {
+            // The library is being closed, or there is no memory; the action is what counts.
         }
         return new Told(0, action, 0, 0);
     }
