@@ -17,13 +17,14 @@ _quorl() {
     case $command in
         '') options='send listen request reply run cm stats demo daemon doctor help -h --help --version' ;;
         send) options="-h --help -n --count --csv --json-file --rate $bus" ;;
-        listen) options="-h --help -n --count --csv --json --timeout $bus" ;;
+        listen) options="-h --help -n --count --csv --json --share --timeout $bus" ;;
         request) options="-h --help -n --count --csv --json --json-file --rate --timeout $bus" ;;
-        reply) options="-h --help -n --count --csv --echo --json --quiet --timeout $bus" ;;
+        reply) options="-h --help -n --count --csv --echo --json --quiet --share --timeout $bus" ;;
         run) options="-h --help -e --execute $bus" ;;
-        cm) options='-h --help send listen review verify export' ;;
+        cm) options='-h --help send resume listen review verify export' ;;
         'cm send') options="-h --help -n --count --csv --durability --expire --json --json-file --ledger --listener --name --rate --timeout $bus" ;;
         'cm listen') options="-h --help -n --cancel --count --csv --durability --json --ledger --name --only-new --timeout $bus" ;;
+        'cm resume') options="-h --help --durability --json --ledger --name --timeout $bus" ;;
         'cm verify') options='-h --help --json' ;;
         'cm export') options='-h --help' ;;
         'cm review') options='-h --help --json --ledger --name' ;;
@@ -38,7 +39,7 @@ _quorl() {
         --csv | --json-file | --ledger | --trust | --identity | --password-file | --server) _quorl_files "$word"; return ;;
         --durability) mapfile -t COMPREPLY < <(compgen -W 'process power' -- "$word"); return ;;
         --daemon) mapfile -t COMPREPLY < <(compgen -W 'nats:// tls://' -- "$word"); return ;;
-        --service | --network | --user | --name | --listener | --expire | --count | --rate | --timeout | --watch | --seconds | --port | --max-payload) return ;;
+        --service | --network | --user | --name | --share | --listener | --expire | --count | --rate | --timeout | --watch | --seconds | --port | --max-payload) return ;;
         --execute | -n | -e | -p) return ;;
     esac
     if [[ $command == @(run|cm verify|cm export) && $word != -* ]]; then

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <new>
-#include <tuple>
 
+#include "certified/advisories.h"
 #include "certified/damage.h"
 #include "certified/listener.h"
 #include "certified/protocol/subject.h"
@@ -180,17 +180,6 @@ quorl_status Node::start() noexcept {
 
 // ---- going
 
-quorl_status Node::closeWith(uint32_t id, quorlcmTransportOnComplete completion, const void* closure) noexcept {
-    std::pair<quorlcmTransportOnComplete, const void*> wanted(completion, closure);
-    return companion::close(
-        Type::certifiedTransport, id,
-        [](companion::Object& object, void* given) {
-            auto& node = static_cast<Node&>(object);
-            std::tie(node.completion_, node.closure_) = *static_cast<decltype(wanted)*>(given);
-        },
-        &wanted);
-}
-
 void Node::closed() noexcept {
     std::map<uint32_t, uint32_t> listeners;
     std::map<uint32_t, uint32_t> ears;
@@ -228,7 +217,7 @@ void Node::closed() noexcept {
 // The file is closed before the program is told.
 void Node::completed() noexcept {
     ledger_.reset();
-    if (completion_ != nullptr) completion_(id_, const_cast<void*>(closure_));
+    complete(id_);
 }
 
 void Node::parentClosed() noexcept {
@@ -323,7 +312,7 @@ void Node::deliver(std::vector<Delivery>& deliveries) noexcept {
 quorl_status Node::finish(After& after, Waits waits) noexcept {
     quorl_status status = QUORL_OK;
     for (;;) {
-        for (const Event& event : std::exchange(after.events, {})) tell(event);
+        for (const Event& event : std::exchange(after.events, {})) tell(event, id_, name_);
         if (const Pending stored = std::exchange(after.stored, {}); stored.token != 0) {
             if (waits == Waits::no && committer_.add(stored)) {
                 // Told later.
@@ -343,7 +332,7 @@ quorl_status Node::finish(After& after, Waits waits) noexcept {
             if (ledger_ != nullptr) ledger_->read(fetch.subject, fetch.number, &message);
             locked(
                 [&](Machine& machine, Now now, Output& out) {
-                    machine.fetched(fetch, std::move(message), now, out);
+                    machine.fetched(fetch, message, now, out);
                     return QUORL_OK;
                 },
                 after, true);

@@ -21,15 +21,17 @@
 #include "certified/committer.h"
 #include "certified/ledger/ledger.h"
 #include "certified/protocol/machine.h"
+#include "companion/certified.h"
 #include "companion/host.h"
-#include "companion/object.h"
 #include "quorl/quorlcm.h"
 
 namespace quorl::certified {
 
 class CmListener;
 
-class Node final : public companion::Object, public companion::Guest, public std::enable_shared_from_this<Node> {
+class Node final : public companion::CertifiedTransport,
+                   public companion::Guest,
+                   public std::enable_shared_from_this<Node> {
   public:
     struct Wish {
         uint32_t transport = 0;
@@ -43,9 +45,6 @@ class Node final : public companion::Object, public companion::Guest, public std
 
     Node(uint32_t transport, const Settings& settings, const Chance& chance);
     ~Node() override;
-
-    // The completion runs when the library has finished with it; null for none.
-    static quorl_status closeWith(uint32_t id, quorlcmTransportOnComplete completion, const void* closure) noexcept;
 
     // ---- sending; statuses have a detail text
     quorl_status send(quorlMsg handle) noexcept;
@@ -61,14 +60,15 @@ class Node final : public companion::Object, public companion::Guest, public std
     quorl_status review(const char* pattern, quorlcmReviewCallback callback, const void* closure) noexcept;
 
     // ---- listening
+    bool isQueue() const noexcept override { return false; }
     quorl_status listen(uint32_t queue, quorlcmEventCallback callback, const char* pattern, const void* closure,
-                        uint32_t* id) noexcept;
+                        uint32_t* id) noexcept override;
     void unlisten(uint32_t number, bool cancel) noexcept;
     // durable: when this returns, the message will not be delivered again.
     quorl_status confirm(uint32_t number, const companion::Message& message, bool durable) noexcept;
     void lost() noexcept { ++dropped_; }
 
-    // ---- companion::Object, companion::Guest
+    // ---- what the library and its host tell
     void closed() noexcept override;
     void completed() noexcept override;
     void parentClosed() noexcept override;
@@ -105,7 +105,6 @@ class Node final : public companion::Object, public companion::Guest, public std
     void deliver(std::vector<Delivery>& deliveries) noexcept;
     void flush(After& after) noexcept;
     void flushAll(int64_t deadline) noexcept;
-    void tell(const Event& event) const noexcept;
     quorl_status explain(quorl_status status) noexcept;
     template <class F>
     quorl_status sendBy(const companion::Message& message, F&& change) noexcept;
@@ -133,10 +132,6 @@ class Node final : public companion::Object, public companion::Guest, public std
     std::map<uint32_t, uint32_t> listeners_;  // the other way round
     std::map<uint32_t, Request*> requests_;   // by the numbers of the machine's listeners
     uint32_t lastRequest_ = 0;
-
-    // Set by whoever closes it, before closed().
-    quorlcmTransportOnComplete completion_ = nullptr;
-    const void* closure_ = nullptr;
 };
 
 template <class F>

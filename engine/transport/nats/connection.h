@@ -84,8 +84,8 @@ class Connection final : public Ending {
     quorl_status listen(Listener& listener) noexcept;
     void unlisten(Listener& listener) noexcept;
     // The pattern of all inboxes of one transport.
-    quorl_status listenToInboxes(std::string_view pattern) noexcept { return addUser(pattern, nullptr); }
-    void unlistenToInboxes(std::string_view pattern) noexcept { removeUser(pattern, nullptr); }
+    quorl_status listenToInboxes(std::string_view pattern) noexcept { return addUser(pattern, {}, nullptr); }
+    void unlistenToInboxes(std::string_view pattern) noexcept { removeUser(pattern, {}, nullptr); }
     Router& inboxes() noexcept { return inbound_.inboxes; }
 
     // Of this connection: the transports over it, and its log.
@@ -147,8 +147,8 @@ class Connection final : public Ending {
         Connection& connection_;
     };
 
-    quorl_status addUser(std::string_view pattern, Listener* listener) noexcept;
-    void removeUser(std::string_view pattern, Listener* listener) noexcept;
+    quorl_status addUser(std::string_view pattern, std::string_view share, Listener* listener) noexcept;
+    void removeUser(std::string_view pattern, std::string_view share, Listener* listener) noexcept;
     bool endSubscription(std::unique_ptr<Subscription>& subscription) noexcept REQUIRES(lock_);
     void endLeftBehind() noexcept REQUIRES(lock_);
 

@@ -100,7 +100,11 @@ abstract class Action implements Callable<Integer> {
 
     /** Says that it serves from now on, for whoever started it and waits for that; over a daemon, where others can be. */
     void tellReady(Session session, String what) {
-        if (session.isEmbedded(transport)) return;
+        if (!session.isEmbedded(transport)) tell(what);
+    }
+
+    /** Says something beside what is printed. */
+    void tell(String what) {
         synchronized (err()) {
             err().println("quorl: " + what);
             err().flush();
@@ -151,6 +155,15 @@ abstract class Action implements Callable<Integer> {
     void checkListenable(String subject) {
         String why = Subjects.whyNotListenable(subject);
         if (why != null) throw usage("subject \"" + subject + "\": " + why);
+    }
+
+    /** The same of what is shared under a name; null: it is not. */
+    void checkListenable(String subject, String share) {
+        checkListenable(subject);
+        if (share == null) return;
+        String why = Subjects.whyNotShareName(share);
+        if (why != null) throw usage("--share " + Texts.quoted(share) + ": " + why);
+        if (subject.startsWith("_")) throw usage("subject \"" + subject + "\": what starts with \"_\" cannot be shared");
     }
 
     /** Fields from arguments; every value is looked at, so that a bad one is found before the first message goes out. */

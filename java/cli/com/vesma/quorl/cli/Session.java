@@ -303,17 +303,27 @@ final class Session implements AutoCloseable {
 
     /** Listens until the session closes, or until so many messages were handled when most is not null. */
     Counter listen(TransportOptions options, List<String> subjects, Long most, Consumer<QuorlMsg> handler) {
+        return listen(options, null, subjects, most, handler);
+    }
+
+    /** The same, sharing the messages with others of that name when share is not null. */
+    Counter listen(TransportOptions options, String share, List<String> subjects, Long most, Consumer<QuorlMsg> handler) {
         QuorlTransport transport = transport(options);
         Counter counter = new Counter(most);
+        QuorlListener.Handler counting = (listener, message) -> {
+            if (!counter.take()) {
+                listener.close();
+                return;
+            }
+            handler.accept(message);
+            counter.done();
+        };
         for (String subject : subjects) {
-            new QuorlListener(queue, transport, subject, (listener, message) -> {
-                if (!counter.take()) {
-                    listener.close();
-                    return;
-                }
-                handler.accept(message);
-                counter.done();
-            });
+            if (share == null) {
+                new QuorlListener(queue, transport, subject, counting);
+            } else {
+                QuorlListener.shared(share, queue, transport, subject, counting);
+            }
         }
         return counter;
     }
@@ -328,6 +338,13 @@ final class Session implements AutoCloseable {
         } catch (QuorlException e) {
             throw new Failure((name.ledger == null ? "" : name.ledger + ": ") + e.getMessage());
         }
+    }
+
+    /** Has this told of what certified senders of this process give up, until the session closes. */
+    void hearUndelivered(Consumer<QuorlMsg> use) {
+        // Advisories are on the bus of the process, whatever the daemon.
+        new QuorlListener(queue, new QuorlQrdTransport(null, null, ""), "_QUORL.ERROR.certified.undelivered",
+                (listener, advisory) -> use.accept(advisory));
     }
 
     /** As {@link #listen}, for certified messages, each confirmed when it was handled. */
