@@ -21,6 +21,22 @@ TEST(Checksum, IsCrc64Xz) {
     EXPECT_EQ(pieces.value(), sum.value());
 }
 
+TEST(Checksum, IsTheSameInOneAndInPieces) {
+    std::string bytes(5000, '\0');
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>((i * 131 + i / 7) ^ (i >> 3));
+    for (size_t size = 0; size < bytes.size(); size += size < 600 ? 1 : 61) {
+        const size_t from = size % 17;
+        const size_t count = std::min(size, bytes.size() - from);
+        Checksum whole;
+        whole.add("before", 6);
+        whole.add(bytes.data() + from, count);
+        Checksum pieces;
+        pieces.add("before", 6);
+        for (size_t i = 0; i < count; ++i) pieces.add(bytes.data() + from + i, 1);
+        ASSERT_EQ(whole.value(), pieces.value()) << size;
+    }
+}
+
 TEST(Ledger, KeepsWhatWasWritten) {
     const Folder folder;
     const std::string path = folder / "orders.ledger";
