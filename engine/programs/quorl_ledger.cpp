@@ -4,7 +4,8 @@
 //     quorl-ledger export FILE [SUBJECT]   a line for each message: number, time of expiry in nanoseconds since 1970 or 0,
 //                                          subject, reply subject or nothing, image in base64; between them a tab
 //
-// --json: verify prints JSON objects, one a line. Exit codes: 0 all is well, 1 damaged or failed, 2 called wrongly.
+// --json: verify prints JSON objects, one a line. --all: export also writes what damage has cut off from the rest, and may have
+// been confirmed already; where the subject is lost, it is empty. Exit codes: 0 all is well, 1 damaged or failed, 2 called wrongly.
 #include <unistd.h>
 
 #include <chrono>
@@ -30,7 +31,7 @@ constexpr int failed = 1;
 constexpr int calledWrongly = 2;
 constexpr const char* usage =
     "usage: quorl-ledger verify [--json] FILE\n"
-    "       quorl-ledger export FILE [SUBJECT]\n"
+    "       quorl-ledger export [--all] FILE [SUBJECT]\n"
     "Looks into the ledger of a program that does not run, and changes nothing.\n";
 
 // A line on the terminal that is written over.
@@ -95,7 +96,7 @@ std::string counted(uint64_t count, const char* what) {
 }
 
 int complain(const Outcome& outcome) {
-    std::fprintf(stderr, "quorl-ledger: %s\n", outcome.text.empty() ? "no memory" : outcome.text.c_str());
+    std::fprintf(stderr, "quorl-ledger: %s\n", outcome.reason());
     return failed;
 }
 
@@ -131,8 +132,8 @@ class Verifying final : public Reader {
         std::printf("{\"damage\":%s,\"file\":%s,\"offset\":%lld", quoted(finding.text).c_str(),
                     quoted(finding.file).c_str(), static_cast<long long>(finding.offset));
         if (!finding.subject.empty()) {
-            std::printf(",\"subject\":%s,\"first\":%llu,\"last\":%llu", quoted(finding.subject).c_str(),
-                        wide(finding.first), wide(finding.last));
+            std::printf(",\"subject\":%s,\"first\":%llu", quoted(finding.subject).c_str(), wide(finding.first));
+            if (finding.last != UINT64_MAX) std::printf(",\"last\":%llu", wide(finding.last));
         }
         std::printf("}\n");
     }
@@ -149,9 +150,12 @@ class Verifying final : public Reader {
                 quoted(path).c_str(), quoted(found.name).c_str(), subjects_.size(), wide(found.messages),
                 wide(found.bytes), found.closed ? "true" : "false", wide(found.findings));
         } else {
-            std::printf("%s: the ledger of %s keeps %s of %llu bytes on %s%s; %s\n", path.c_str(), found.name.c_str(),
+            const std::string whose =
+                found.name.empty() ? "this ledger, whose name is lost," : "the ledger of " + found.name;
+            std::printf("%s: %s keeps %s of %llu bytes on %s%s; %s\n", path.c_str(), whose.c_str(),
                         counted(found.messages, "message").c_str(), wide(found.bytes),
-                        counted(subjects_.size(), "subject").c_str(), found.closed ? "" : ", and was not closed",
+                        counted(subjects_.size(), "subject").c_str(),
+                        found.closed || found.name.empty() ? "" : ", and was not closed",
                         found.findings == 0 ? "no damage" : "it is damaged, see above");
         }
         return found.findings == 0 ? 0 : failed;
@@ -164,11 +168,11 @@ class Verifying final : public Reader {
 
 class Exporting final : public Reader {
   public:
-    explicit Exporting(const std::string& pattern) : pattern_(pattern) {}
+    Exporting(const std::string& pattern, bool all) : pattern_(pattern), all_(all) {}
 
     void message(const InspectedMessage& message) override {
         if (!pattern_.empty() && !quorl::certified::matches(pattern_, message.subject)) return;
-        if (message.outOfPlace) {
+        if (message.outOfPlace && !all_) {
             ++outOfPlace_;
             return;
         }
@@ -180,7 +184,7 @@ class Exporting final : public Reader {
     }
     void finding(const Finding& finding) override {
         bar_.end();
-        std::fprintf(stderr, "quorl-ledger: %s; left out\n", finding.text.c_str());
+        std::fprintf(stderr, "quorl-ledger: %s\n", finding.text.c_str());
     }
     // A reader that has gone ends the work.
     bool progress(uint64_t done, uint64_t all) override { return Reader::progress(done, all) && written_; }
@@ -192,14 +196,15 @@ class Exporting final : public Reader {
         if (!written_ || std::fflush(stdout) != 0) return failed;
         if (!outcome.ok()) return complain(outcome);
         if (outOfPlace_ != 0) {
-            std::fprintf(stderr, "quorl-ledger: %s: left out %s that may have been confirmed already\n", path.c_str(),
-                         counted(outOfPlace_, "message").c_str());
+            std::fprintf(stderr, "quorl-ledger: %s: left out %s that may have been confirmed already (--all)\n",
+                         path.c_str(), counted(outOfPlace_, "message").c_str());
         }
         return found.findings == 0 ? 0 : failed;
     }
 
   private:
     const std::string& pattern_;
+    const bool all_;
     uint64_t outOfPlace_ = 0;
     bool written_ = true;
 };
@@ -209,19 +214,21 @@ class Exporting final : public Reader {
 int main(int count, char** words) {
     std::vector<std::string> arguments(words + 1, words + count);
     bool json = false;
+    bool all = false;
     std::erase_if(arguments, [&](const std::string& word) {
-        if (word != "--json") return false;
-        json = true;
-        return true;
+        json = json || word == "--json";
+        all = all || word == "--all";
+        return word == "--json" || word == "--all";
     });
     if (arguments.size() == 1 && (arguments[0] == "--help" || arguments[0] == "-h")) {
         std::fputs(usage, stdout);
         return 0;
     }
-    if (arguments.size() == 2 && arguments[0] == "verify") return Verifying(json).run(arguments[1]);
+    if (arguments.size() == 2 && arguments[0] == "verify" && !all) return Verifying(json).run(arguments[1]);
     if ((arguments.size() == 2 || arguments.size() == 3) && arguments[0] == "export" && !json) {
         const std::string pattern = arguments.size() == 3 ? arguments[2] : "";
-        if (pattern.empty() || quorl::certified::validPattern(pattern)) return Exporting(pattern).run(arguments[1]);
+        if (pattern.empty() || quorl::certified::validPattern(pattern))
+            return Exporting(pattern, all).run(arguments[1]);
         std::fprintf(stderr, "quorl-ledger: \"%s\" is no subject or pattern\n", pattern.c_str());
         return calledWrongly;
     }

@@ -53,6 +53,7 @@ Ledger::Ledger(std::unique_ptr<OwnedFile> file, const Options& options)
       vfs_(checkedPages(options.files)),
       systemRun_(options.systemRun.empty() ? thisSystemRun() : options.systemRun),
       file_(std::move(file)),
+      nextSweep_(options.emptySegments),
       nextCheckpoint_(static_cast<int>(options.checkpointFrames)),
       group_([this](std::vector<Step>& steps) { return commit(steps); }) {}
 
@@ -309,6 +310,8 @@ Outcome Ledger::prepareStatements() {
         {"PRAGMA page_count", &pages_},
         {"UPDATE property SET value = ? WHERE key = 'journal'", &setFolded_},
         {"UPDATE property SET value = value + 1 WHERE key = 'log'", &beginLog_},
+        {"SELECT 1 FROM message WHERE id BETWEEN ? AND ? LIMIT 1", &hasMessages_},
+        {"DELETE FROM segment WHERE id = ?", &deleteSegment_},
     };
     Outcome outcome;
     for (const auto& [sql, statement] : all) {
@@ -360,9 +363,10 @@ Ledger::~Ledger() {
     });
 }
 
-std::array<Statement*, 13> Ledger::statements() noexcept {
-    return {&begin_,       &end_,           &rollBack_, &insert_, &eraseOne_,  &eraseRange_, &insertState_,
-            &deleteState_, &insertSegment_, &read_,     &pages_,  &setFolded_, &beginLog_};
+std::array<Statement*, 15> Ledger::statements() noexcept {
+    return {&begin_,      &end_,         &rollBack_,    &insert_,        &eraseOne_,
+            &eraseRange_, &insertState_, &deleteState_, &insertSegment_, &deleteSegment_,
+            &read_,       &pages_,       &setFolded_,   &beginLog_,      &hasMessages_};
 }
 
 Outcome Ledger::usable(Use use) const {

@@ -70,6 +70,7 @@ class Ledger {
         std::string systemRun = {};        // which run of the system this is; empty: the ledger finds out
         uint32_t journalBytes = 4 << 20;   // of the journal at Durability::process; 0: without one
         uint32_t growth = 1 << 20;         // bytes by which the file grows
+        size_t emptySegments = 1000;       // about so many are kept, since subjects are used again
     };
 
     // Opens the ledger, or makes one where there is no file. What is refused is left as it is.
@@ -165,8 +166,11 @@ class Ledger {
     Outcome putState(const Write& write, uint64_t sum);
     Outcome eraseState(const Write& write);
     Outcome segmentFor(const Write& write, const Segment** segment);
+    uint32_t freeSegment() const;
+    Outcome sweepSegments();
+    void forgetSegments() noexcept;
     Outcome run(Statement& statement);
-    std::array<Statement*, 13> statements() noexcept;
+    std::array<Statement*, 15> statements() noexcept;
     sqlite3_file* logFile() noexcept;
     Outcome syncLog();
     Outcome cutLog();
@@ -183,10 +187,12 @@ class Ledger {
     std::atomic<int> readers_{0};  // threads that wait for the lock to read: commits let them go first
     Database database_;
     Statement begin_, end_, rollBack_, insert_, eraseOne_, eraseRange_, insertState_, deleteState_, insertSegment_,
-        read_, pages_, setFolded_, beginLog_;
+        read_, pages_, setFolded_, beginLog_, hasMessages_, deleteSegment_;
     Segments segments_;
     std::vector<std::pair<uint32_t, uint32_t>> newSegments_;  // of the transaction that runs
+    std::vector<std::pair<uint32_t, uint32_t>> oldSegments_;  // that it removes
     uint32_t nextSegment_ = 1;
+    size_t nextSweep_;                   // when there are more segments, those without messages go
     int logFrames_ = 0;                  // pages in the log, 0: they are all in the file too, and the next begin anew
     bool uncut_ = false;                 // behind them may be what was refused
     int nextCheckpoint_;                 // as many

@@ -177,6 +177,7 @@ Outcome Ledger::store(bool sync, const Body& body) {
 
 Outcome Ledger::storeOnce(bool sync, const Body& body) {
     newSegments_.clear();
+    oldSegments_.clear();
     Outcome outcome;
     if (uncut_) outcome = cutLog();
     uncut_ = !outcome.ok();
@@ -185,10 +186,18 @@ Outcome Ledger::storeOnce(bool sync, const Body& body) {
     if (!outcome.ok()) return outcome;
     // A log that begins anew says first whose it is and which (belonging.h).
     if (logFrames_ == 0) outcome = run(beginLog_);
-    if (outcome.ok()) outcome = body();
+    try {
+        if (outcome.ok()) outcome = body();
+        if (outcome.ok() && segments_.size() > nextSweep_) outcome = sweepSegments();
+    } catch (const std::bad_alloc&) {
+        outcome = {QUORL_NO_MEMORY};
+    }
     if (outcome.ok()) outcome = reserve();
     if (outcome.ok()) outcome = run(end_);
-    if (outcome.ok()) return outcome;
+    if (outcome.ok()) {
+        forgetSegments();
+        return outcome;
+    }
     if (sqlite3_get_autocommit(database_.connection()) == 0) {
         rollBack_.step();
         rollBack_.reset();
@@ -248,19 +257,61 @@ Outcome Ledger::segmentFor(const Write& write, const Segment** segment) {
         *segment = &found->second;
         return {};
     }
-    if (nextSegment_ > format::lastSegment) {
+    const uint32_t id = freeSegment();
+    if (id > format::lastSegment) {
         return {QUORL_IO_FAILED, "the ledger " + file_->path() + " has no room for a further subject"};
     }
     const std::string_view text = write.message.subject();
-    insertSegment_.bind(1, nextSegment_);
+    insertSegment_.bind(1, id);
     insertSegment_.bind(2, place.first);
     insertSegment_.bind(3, place.second);
     insertSegment_.bindText(4, text);
     newSegments_.push_back(place);
-    const auto added = segments_.try_emplace(place, Segment{nextSegment_, std::string(text)}).first;
+    const auto added = segments_.try_emplace(place, Segment{id, std::string(text)}).first;
     *segment = &added->second;
-    ++nextSegment_;
+    nextSegment_ = std::max(nextSegment_, id + 1);
     return run(insertSegment_);
+}
+
+// One that was never used, or when there is none left, the lowest that is not in use.
+uint32_t Ledger::freeSegment() const {
+    if (nextSegment_ <= format::lastSegment) return nextSegment_;
+    std::vector<uint32_t> used;
+    for (const auto& [place, segment] : segments_) used.push_back(segment.id);
+    std::ranges::sort(used);
+    uint32_t id = 1;
+    for (const uint32_t one : used) {
+        if (one != id) break;
+        ++id;
+    }
+    return id;
+}
+
+// Subjects whose messages were all confirmed may never be used again.
+Outcome Ledger::sweepSegments() {
+    for (const auto& [place, segment] : segments_) {
+        const Resetting resetting(hasMessages_);
+        hasMessages_.bind(1, format::rowOf(segment.id, 0));
+        hasMessages_.bind(2, format::rowOf(segment.id, UINT32_MAX));
+        const int code = hasMessages_.step();
+        if (code == SQLITE_ROW) continue;
+        if (code != SQLITE_DONE) return database_.failure(code, "write");
+        oldSegments_.push_back(place);
+        deleteSegment_.bind(1, segment.id);
+        Outcome outcome = run(deleteSegment_);
+        if (!outcome.ok()) return outcome;
+    }
+    nextSweep_ = 2 * (segments_.size() - oldSegments_.size()) + options_.emptySegments;
+    return {};
+}
+
+// Those that the transaction has removed.
+void Ledger::forgetSegments() noexcept {
+    for (const auto& place : oldSegments_) {
+        segments_.erase(place);
+        const auto other = segments_.lower_bound({place.first, 0});
+        if (other == segments_.end() || other->first.first != place.first) highest_.erase(place.first);
+    }
 }
 
 Outcome Ledger::erase(const Write& write) {
@@ -293,15 +344,10 @@ Outcome Ledger::eraseState(const Write& write) {
 }
 
 Outcome Ledger::run(Statement& statement) {
+    const Resetting resetting(statement);
     const int code = statement.step();
-    if (code == SQLITE_DONE) {
-        statement.reset();
-        return {};
-    }
-    Outcome outcome = database_.failure(code, "write");
     full_ = code == SQLITE_FULL;
-    statement.reset();
-    return outcome;
+    return code == SQLITE_DONE ? Outcome() : database_.failure(code, "write");
 }
 
 // Sees to it that the pages which the transaction adds have a place in the file, so that the log can be copied there even when the

@@ -3,6 +3,7 @@
 
 #include <thread>
 
+#include "certified/ledger/checked_pages.h"
 #include "certified/ledger/checksum.h"
 #include "certified/ledger/test_support.h"
 
@@ -18,6 +19,22 @@ TEST(Checksum, IsCrc64Xz) {
     pieces.add("2345678", 7);
     pieces.add("9", 1);
     EXPECT_EQ(pieces.value(), sum.value());
+}
+
+TEST(Checksum, IsTheSameInOneAndInPieces) {
+    std::string bytes(5000, '\0');
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>((i * 131 + i / 7) ^ (i >> 3));
+    for (size_t size = 0; size < bytes.size(); size += size < 600 ? 1 : 61) {
+        const size_t from = size % 17;
+        const size_t count = std::min(size, bytes.size() - from);
+        Checksum whole;
+        whole.add("before", 6);
+        whole.add(bytes.data() + from, count);
+        Checksum pieces;
+        pieces.add("before", 6);
+        for (size_t i = 0; i < count; ++i) pieces.add(bytes.data() + from + i, 1);
+        ASSERT_EQ(whole.value(), pieces.value()) << size;
+    }
 }
 
 TEST(Ledger, KeepsWhatWasWritten) {
@@ -218,6 +235,83 @@ void expectNoGrowth(uint32_t journalBytes) {
 TEST(Ledger, DoesNotGrowInSteadyState) {
     expectNoGrowth(0);
     expectNoGrowth(64 << 10);
+}
+
+// How many rows a closed ledger's table has.
+int64_t rowsOf(const std::string& path, const std::string& table) {
+    Database database;
+    Statement statement;
+    EXPECT_TRUE(good(database.open(path, "file:" + path + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI,
+                                   checkedPages("unix-none"))));
+    EXPECT_TRUE(good(database.prepare(("SELECT count(*) FROM " + table).c_str(), &statement)));
+    EXPECT_EQ(statement.step(), SQLITE_ROW);
+    return statement.number(0);
+}
+
+// Inboxes and other subjects that come and go, beside some that stay.
+TEST(Ledger, DoesNotGrowBySubjectsThatAreOver) {
+    for (const uint32_t journalBytes : {0u, 64u << 10}) {
+        SCOPED_TRACE(journalBytes);
+        const Folder folder;
+        const std::string path = folder / "orders.ledger";
+        std::unique_ptr<Ledger> ledger;
+        Held held;
+        ASSERT_TRUE(good(Ledger::open({.path = path,
+                                       .name = "orders",
+                                       .durability = Durability::process,
+                                       .checkpointFrames = 200,
+                                       .journalBytes = journalBytes,
+                                       .growth = 4096,
+                                       .emptySegments = 50},
+                                      &ledger)));
+        ASSERT_TRUE(good(ledger->load(held)));
+        Transaction staying;
+        for (uint32_t subject = 1; subject <= 100; ++subject) staying.writes.push_back(put(subject, 1));
+        ASSERT_TRUE(good(ledger->apply(std::move(staying))));
+        uint32_t next = 1000;
+        const auto turn = [&] {
+            for (int i = 0; i < 3000; ++i, ++next) {
+                ASSERT_TRUE(good(ledger->apply(step(put(next, 1, std::string(300, 'x'))))));
+                // Some are confirmed after the journal has gone into the database.
+                if (next < 1400) continue;
+                ASSERT_TRUE(good(ledger->apply(step(erase(next - 400, 1, 1)))));
+            }
+        };
+        turn();
+        ASSERT_TRUE(good(ledger->sync()));
+        const auto size = std::filesystem::file_size(path);
+        for (int i = 0; i < 4; ++i) turn();
+        ASSERT_TRUE(good(ledger->sync()));
+        EXPECT_LE(std::filesystem::file_size(path), size + 16384);
+        // What was swept can be used again.
+        ASSERT_TRUE(good(ledger->apply(step(put(1000, 7), put(1001, 1), erase(1001, 1, 1)))));
+        companion::Message message;
+        EXPECT_TRUE(good(ledger->read(1000, 7, &message)));
+        EXPECT_EQ(message.subject(), "subject.1000");
+        ledger.reset();
+        EXPECT_EQ(rowsOf(path, "message"), 501);
+        EXPECT_LE(rowsOf(path, "segment"), 2 * 501 + 50);
+        EXPECT_EQ(heldBy(*opened(path)).messages.size(), 501u);
+    }
+}
+
+TEST(Ledger, UsesNumbersOfSubjectsAgainWhenNoneIsLeft) {
+    const Folder folder;
+    const std::string path = folder / "orders.ledger";
+    ASSERT_TRUE(good(opened(path)->apply(step(put(1, 1), put(2, 1)))));
+    {
+        Database database;
+        ASSERT_TRUE(good(database.open(path, path, SQLITE_OPEN_READWRITE, checkedPages("unix-none"))));
+        ASSERT_TRUE(good(
+            database.execute("PRAGMA locking_mode=EXCLUSIVE; INSERT INTO segment VALUES(0x7fffffff, 9, 0, 'nine')")));
+    }
+    {
+        const auto ledger = opened(path, Durability::power);
+        ASSERT_TRUE(good(ledger->apply(step(put(3, 1), put(9, 1)))));
+        ASSERT_TRUE(good(ledger->apply(step(put(4, 1)))));
+    }
+    const Held held = heldBy(*opened(path));
+    EXPECT_EQ(held.order, (std::vector<std::pair<uint32_t, uint64_t>>{{1, 1}, {2, 1}, {3, 1}, {4, 1}, {9, 1}}));
 }
 
 TEST(Ledger, GivesBackTheLogAfterABurst) {
