@@ -279,6 +279,11 @@ StreamId Machine::streamOf(const companion::Message& message, uint64_t* number) 
     return receiver_->streamOf(frame, message.subject());
 }
 
+void Machine::setRoom(uint64_t messages, uint64_t bytes, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    receiver_->setRoom(messages, bytes);
+}
+
 void Machine::setPublisherInactivity(int64_t interval, Now now, Output& out) {
     const Step step(*shared_, now, out);
     receiver_->setInactivity(interval);

@@ -44,6 +44,9 @@ struct Settings {
     bool requestOld = false;   // whether what was kept for the name before is asked for
     bool ledger = false;       // whether there is one; without, out.store is always empty and persisted is not called
     bool mayLoseTail = false;  // of the ledger: a power failure may take what was written last
+    // The name is a distributed queue's: its members agree among themselves which of them has it, and what is delivered as a
+    // plain message keeps its attributes, by which they tell whether they have done it already.
+    bool queue = false;
 
     // Of the sender. A send beyond them is QUORL_QUEUE_LIMIT.
     uint64_t pendingBytes = 1ull << 30;          // images that are kept; 0: as many as there is room for
@@ -245,6 +248,9 @@ class Machine {
     quorl_status confirm(uint32_t listener, StreamId stream, uint64_t number, Confirm when, Now now, Output& out);
     // Of a message that a listener was given; 0: it is a plain one, or its sender is forgotten.
     StreamId streamOf(const companion::Message& message, uint64_t* number) const noexcept;
+    // So much more may be delivered, of all streams together; what is beyond stays with its senders. A message goes as long as
+    // neither is 0. Without a call there is no such limit.
+    void setRoom(uint64_t messages, uint64_t bytes, Now now, Output& out);
     // Nanoseconds; 0: never.
     void setPublisherInactivity(int64_t interval, Now now, Output& out);
 

@@ -122,6 +122,10 @@ bool Sender::takeUpSession(Subscriber& subscriber, const Frame& frame) {
         shared_.set(shared_.now.monotonic + shared_.settings.transientSilence, Timing::transient, subscriber.id);
     storeSubscriber(subscriber);
     shared_.syncStep();
+    // It may know nothing of what is kept for its name, and the last session was silent for long, perhaps.
+    subscriber.pause.reset();
+    subscriber.noteAt = shared_.now.monotonic + 50 * milliseconds;
+    shared_.set(subscriber.noteAt, Timing::note, subscriber.id);
     return true;
 }
 

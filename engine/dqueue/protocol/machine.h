@@ -168,8 +168,10 @@ struct Counts {
     uint64_t completedTwice = 0;
     uint64_t reassigned = 0;
     uint64_t deadLetters = 0;
-    uint64_t reigns = 0;   // how often it became the scheduler
-    uint64_t foreign = 0;  // frames that are none, or of nobody who may send them, or very late
+    uint64_t dropped = 0;   // plain messages that came while the backlog was full, or whose worker is gone
+    uint64_t reigns = 0;    // how often it became the scheduler
+    uint64_t sessions = 0;  // of its certified machines
+    uint64_t foreign = 0;   // frames that are none, or of nobody who may send them, or very late
 };
 
 // As the scheduler knows them.
