@@ -1,11 +1,7 @@
 package com.vesma.quorl.cli;
 
 import com.vesma.quorl.QuorlCmDelivery;
-import com.vesma.quorl.QuorlCmDeliveryException;
-import com.vesma.quorl.QuorlCmMsg;
 import com.vesma.quorl.QuorlCmTransport;
-import com.vesma.quorl.QuorlMsg;
-import java.time.Duration;
 import java.util.List;
 import java.util.Map;
 import java.util.TreeMap;
@@ -60,14 +56,7 @@ final class CmSendCommand extends Action {
     @ParentCommand
     Object parent;
 
-    private Session session;
-    private QuorlCmTransport through;
-
-    /** Confirmed messages by the listeners' names. Guarded by this, as all below. */
-    private final Map<String, Long> confirmations = new TreeMap<>();
-    private long confirmed;
-    private long failed;
-    private String firstFailure;
+    private TrackedSending sending;
 
     @Override
     void check() {
@@ -86,36 +75,11 @@ final class CmSendCommand extends Action {
     }
 
     @Override
-    void begin(Session with) throws InterruptedException {
-        session = with;
-        through = with.certified(transport, certified, false);
+    void begin(Session session) throws InterruptedException {
+        QuorlCmTransport through = session.certified(transport, certified, false);
         for (String listener : listeners) through.addListener(listener, subject == null ? ">" : subject);
-        source.forEach(this::send);
-    }
-
-    private void send(QuorlMsg message) {
-        if (expire != null) QuorlCmMsg.setTimeLimit(message, Duration.ofNanos((long) (expire * 1e9)));
-        through.sendTracked(message).whenComplete((delivery, failure) -> {
-            if (delivery != null) {
-                delivered(delivery);
-            } else if (failure instanceof QuorlCmDeliveryException undelivered) {
-                undelivered(undelivered);
-            }
-        });
-    }
-
-    private synchronized void delivered(QuorlCmDelivery delivery) {
-        confirmed++;
-        for (String name : delivery.confirmedBy()) confirmations.merge(name, 1L, Long::sum);
-        if (json) session.print(line(delivery));
-        notifyAll();
-    }
-
-    private synchronized void undelivered(QuorlCmDeliveryException failure) {
-        failed++;
-        if (firstFailure == null) firstFailure = failure.getDetail();
-        if (json && failure.getDelivery() != null) session.print(line(failure.getDelivery()));
-        notifyAll();
+        sending = new TrackedSending(through, expire, json ? delivery -> session.print(line(delivery)) : delivery -> {});
+        source.forEach(sending::send);
     }
 
     /** {"subject":...,"number":...,"confirmed":[...],"undelivered":{name:reason}}, the last one only when there is something. */
@@ -143,37 +107,20 @@ final class CmSendCommand extends Action {
     }
 
     @Override
-    void finish(Session with, boolean alone) throws InterruptedException {
+    void finish(Session session, boolean alone) throws InterruptedException {
         long sent = source.done();
-        await(sent);
-        if (alone && !with.isEmbedded(transport)) with.confirm(sent);
-        long left;
-        synchronized (this) {
-            left = sent - confirmed - failed;
-            if (failed > 0) {
-                throw new Failure(Texts.were(failed, "message") + " given up (" + firstFailure + ")"
-                        + (left > 0 ? "; " + unconfirmed(left) : ""));
-            }
-            if (left > 0 && timeout > 0) throw new Failure(unconfirmed(left));
-            if (!json) session.print(summary(sent, left));
-        }
-    }
-
-    private void await(long sent) throws InterruptedException {
-        long end = System.nanoTime() + (long) (timeout * 1e9);
         try (ProgressBar bar = new ProgressBar(err())) {
-            for (;;) {
-                long done;
-                synchronized (this) {
-                    done = confirmed + failed;
-                    bar.show(done, sent, "messages confirmed");
-                    long left = (end - System.nanoTime()) / 1_000_000 + 1;
-                    if (done >= sent || left <= 0) return;
-                    // The bar goes on to be drawn, also when nothing is confirmed.
-                    wait(Math.min(left, 200));
-                }
-            }
+            sending.await(sent, timeout, done -> bar.show(done, sent, "messages confirmed"));
         }
+        if (alone && !session.isEmbedded(transport)) session.confirm(sent);
+        long failed = sending.failed();
+        long left = sent - sending.confirmed() - failed;
+        if (failed > 0) {
+            throw new Failure(Texts.were(failed, "message") + " given up (" + sending.firstFailure() + ")"
+                    + (left > 0 ? "; " + unconfirmed(left) : ""));
+        }
+        if (left > 0 && timeout > 0) throw new Failure(unconfirmed(left));
+        if (!json) session.print(summary(sent, left));
     }
 
     private String unconfirmed(long left) {
@@ -184,6 +131,7 @@ final class CmSendCommand extends Action {
 
     /** "3 messages were sent; billing has confirmed 3". */
     private String summary(long sent, long left) {
+        Map<String, Long> confirmations = sending.confirmations();
         StringBuilder text = new StringBuilder(Texts.were(sent, "message")).append(" sent");
         if (confirmations.isEmpty() && left == 0) return text.append("; nobody was registered for ").append(sent == 1 ? "it" : "them").toString();
         String between = "; ";
@@ -201,8 +149,6 @@ final class CmSendCommand extends Action {
 
     @Override
     String progress() {
-        synchronized (this) {
-            return Texts.were(source.done(), "message") + " sent, " + confirmed + " confirmed";
-        }
+        return Texts.were(source.done(), "message") + " sent, " + (sending == null ? 0 : sending.confirmed()) + " confirmed";
     }
 }
