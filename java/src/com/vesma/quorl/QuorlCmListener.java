@@ -226,11 +226,13 @@ public final class QuorlCmListener extends QuorlEvent {
      * @throws QuorlClosedException if the listener or the message is closed
      */
     public void giveBack(QuorlMsg task) {
-        Objects.requireNonNull(task, "task");
+        int event = id();
+        Objects.requireNonNull(task, "task").enter();
+        task.leave();
         if (workers == null) {
             throw new IllegalStateException("only tasks of a distributed queue are given back");
         }
-        returnNatively(id(), task);
+        returnNatively(event, task);
     }
 
     private void returnNatively(int event, QuorlMsg task) {

@@ -35,11 +35,13 @@ class ClosedTest extends OpenLibrary {
     private static final Map<Class<?>, Set<String>> HARMLESS = Map.ofEntries(
             Map.entry(AutoCloseable.class, Set.of("close", "isClosed", "toString")),
             Map.entry(QuorlEvent.class, Set.of("getQueue")),
-            Map.entry(QuorlListener.class, Set.of("getTransport", "getSubject", "stream", "publisher")),
+            Map.entry(QuorlListener.class, Set.of("getTransport", "getSubject", "getShare", "stream", "publisher")),
             Map.entry(QuorlVectorListener.class, Set.of("getTransport", "getSubject")),
             Map.entry(QuorlVcTransport.class, Set.of("getConnectSubject", "getParent")),
             Map.entry(QuorlCmTransport.class, Set.of("getTransport", "getName")),
-            Map.entry(QuorlCmListener.class, Set.of("getTransport", "getSubject", "getConfirmation")),
+            Map.entry(QuorlCmListener.class, Set.of("getTransport", "getQueueTransport", "getSubject", "getConfirmation")),
+            Map.entry(QuorlCmQueueTransport.class, Set.of("getTransport", "getName")),
+            Map.entry(QuorlCmQueueTransport.Builder.class, Set.of("name", "weight", "tasks", "schedulerWeight", "schedulerIntervals")),
             Map.entry(QuorlCmTransport.Builder.class, Set.of("name", "ledger", "durability", "requestOld", "relayAgent")),
             Map.entry(QuorlDispatcher.class, Set.of("getName", "getThread", "getThreads")),
             Map.entry(QuorlDispatcher.Builder.class, Set.of("name", "threads", "executor", "unordered", "inFlight", "uncaughtExceptionHandler")),
@@ -81,6 +83,8 @@ class ClosedTest extends OpenLibrary {
         into.put(QuorlCmTransport.Builder.class, QuorlCmTransport.builder(transport));
         QuorlCmTransport certified = QuorlCmTransport.builder(transport).open();
         into.put(QuorlCmTransport.class, certified);
+        into.put(QuorlCmQueueTransport.Builder.class, QuorlCmQueueTransport.builder(transport).name("crew"));
+        into.put(QuorlCmQueueTransport.class, QuorlCmQueueTransport.builder(transport).name("crew").open());
         into.put(QuorlCmListener.class, new QuorlCmListener(queue, certified, "a", (l, m) -> {}));
     }
 
