@@ -21,9 +21,10 @@ _quorl() {
         request) options="-h --help -n --count --csv --json --json-file --rate --timeout $bus" ;;
         reply) options="-h --help -n --count --csv --echo --json --quiet --share --timeout $bus" ;;
         run) options="-h --help -e --execute $bus" ;;
-        cm) options='-h --help send listen review verify export' ;;
+        cm) options='-h --help send resume listen review verify export' ;;
         'cm send') options="-h --help -n --count --csv --durability --expire --json --json-file --ledger --listener --name --rate --timeout $bus" ;;
         'cm listen') options="-h --help -n --cancel --count --csv --durability --json --ledger --name --only-new --timeout $bus" ;;
+        'cm resume') options="-h --help --durability --json --ledger --name --timeout $bus" ;;
         'cm verify') options='-h --help --json' ;;
         'cm export') options='-h --help' ;;
         'cm review') options='-h --help --json --ledger --name' ;;

@@ -323,7 +323,7 @@ quorl_status Node::finish(After& after, Waits waits) noexcept {
             if (ledger_ != nullptr) ledger_->read(fetch.subject, fetch.number, &message);
             locked(
                 [&](Machine& machine, Now now, Output& out) {
-                    machine.fetched(fetch, std::move(message), now, out);
+                    machine.fetched(fetch, message, now, out);
                     return QUORL_OK;
                 },
                 after, true);

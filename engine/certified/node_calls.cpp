@@ -266,7 +266,7 @@ quorl_status Node::review(const char* pattern, quorlcmReviewCallback callback, c
             for (const Review::Listener& each : review.listeners) {
                 companion::Builder one;
                 one.text("name", each.name)
-                    .u64("confirmed", each.confirmed)
+                    .u64("confirmed_up_to", each.confirmed)
                     .u64("unconfirmed", each.unconfirmed)
                     .f64("heard", static_cast<double>(each.heard) / 1e9)
                     .boolean("registered", each.registered);

@@ -276,8 +276,8 @@ TEST(Share, knowsItsNames) {
 }
 
 TEST(Local, knowsWhatStaysInTheProcess) {
-    for (const char* subject :
-         {"_QUORL.INFO.a.b", "_QUORL.WARN.a.b", "_QUORL.ERROR.x", "_QUORL.STATS", "_QUORL.LASTERROR", "_QUORL.INFO"})
+    for (const char* subject : {"_QUORL.INFO.a.b", "_QUORL.WARN.a.b", "_QUORL.ERROR.x", "_QUORL.STATS",
+                                "_QUORL.LASTERROR", "_QUORL.INFO", "_QUORL.ASK.fault_tolerance.told"})
         EXPECT_TRUE(local::staysHere(subject)) << subject;
     for (const char* subject : {"_QUORL.INFORM.a", "_QUORL.CM.x", "_QUORL", "_INBOX.a", "a.INFO", "", "_QUORL.info.a"})
         EXPECT_FALSE(local::staysHere(subject)) << subject;

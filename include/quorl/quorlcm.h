@@ -87,10 +87,10 @@ QUORL_API quorl_status quorlcmTransport_SetPublisherInactivityDiscardInterval(qu
                                                                               quorl_i32 timeout) QUORL_NOEXCEPT;
 /* Calls back for each subject that matches, on this thread, before it returns, with a message of these fields: "subject"
  * string; "first" and "last" u64, the oldest number that is kept (last + 1 when none is) and the last that was sent; "messages"
- * and "bytes" u64, what is kept; and "listeners", messages with "name" string, "confirmed" u64 (everything up to it),
- * "unconfirmed" u64 (messages that are kept for it), "heard" f64 (when, in seconds since 1970; 0 for never) and "registered"
- * bool (false: it was added, and has not come yet). subject: a pattern, null for all. QUORL_INVALID_CALLBACK (null),
- * QUORL_INVALID_SUBJECT. */
+ * and "bytes" u64, what is kept; and "listeners", messages with "name" string, "confirmed_up_to" u64 (a number; it
+ * has confirmed all messages up to that one), "unconfirmed" u64 (messages that are kept for it), "heard" f64 (when, in seconds
+ * since 1970; 0 for never) and "registered" bool (false: it was added, and has not come yet). subject: a pattern, null for all.
+ * QUORL_INVALID_CALLBACK (null), QUORL_INVALID_SUBJECT. */
 QUORL_API quorl_status quorlcmTransport_ReviewLedger(quorlcmTransport cmTransport, quorlcmReviewCallback callback,
                                                      const char* subject, const void* closure) QUORL_NOEXCEPT;
 

@@ -2,6 +2,7 @@
 // the process, the connection comes back, and a message that was accepted arrives, or is counted among those that are missing.
 #include <gtest/gtest.h>
 #include <openssl/crypto.h>
+#include <openssl/ssl.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -37,11 +39,22 @@ using quorltest::Whose;
 constexpr int64_t most = 20'000;
 constexpr std::chrono::seconds patience(60);
 
+// The next allocation in that file of OpenSSL's fails; null: none does.
+std::atomic<const char*> refusedIn{nullptr};
+
+void* opensslMalloc(size_t size, const char* file, int) {
+    const char* refused = refusedIn;
+    if (refused != nullptr && file != nullptr && std::strstr(file, refused) != nullptr) {
+        refusedIn = nullptr;
+        return nullptr;
+    }
+    return quorltest::tryMalloc(size);
+}
+
 // OpenSSL takes its memory where a test can refuse it. It takes none before this.
 const bool opensslIsCounted =
     CRYPTO_set_mem_functions(
-        [](size_t size, const char*, int) { return quorltest::tryMalloc(size); },
-        [](void* memory, size_t size, const char*, int) { return quorltest::tryRealloc(memory, size); },
+        opensslMalloc, [](void* memory, size_t size, const char*, int) { return quorltest::tryRealloc(memory, size); },
         [](void* memory, const char*, int) { std::free(memory); }) == 1;
 
 template <class F>
@@ -189,6 +202,20 @@ class NoMemoryAtADaemon : public testing::TestWithParam<bool> {
 
 INSTANTIATE_TEST_SUITE_P(Each, NoMemoryAtADaemon, testing::Bool(),
                          [](const auto& info) { return info.param ? "WithTls" : "InTheClear"; });
+
+// Before the others: what a process makes once for all its TLS is made here.
+TEST_P(NoMemoryAtADaemon, what_is_made_once_is_made_later_when_there_was_no_memory_for_it) {
+    if (!GetParam()) return;
+    NatsServer server(settings());
+    quorlTransport transport = 0;
+    SSL_CTX_free(SSL_CTX_new(TLS_client_method()));  // OpenSSL has what it makes once itself
+    refusedIn = "bio_meth.c";
+    EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, addressOf(server.port()).c_str()),
+              QUORL_DAEMON_NOT_FOUND);
+    EXPECT_EQ(refusedIn, nullptr);
+    EXPECT_EQ(quorlTransport_Create(&transport, nullptr, nullptr, addressOf(server.port()).c_str()), QUORL_OK)
+        << quorl_LastErrorText();
+}
 
 TEST_P(NoMemoryAtADaemon, connecting_says_so_or_succeeds) {
     NatsServer server(settings());

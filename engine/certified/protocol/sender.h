@@ -185,6 +185,7 @@ class Sender {
     uint64_t firstUnconfirmed(const Agreement& agreement) const noexcept;
     uint64_t nextUnconfirmed(const Agreement& agreement, uint64_t number) const noexcept;
     void expectConfirmation(Subscriber& subscriber);
+    void remindNow(Subscriber& subscriber);
 
     // ---- messages
     quorl_status sendOn(Subject& subject, const companion::Message& message, int64_t limit, uint64_t* number);

@@ -122,10 +122,8 @@ bool Sender::takeUpSession(Subscriber& subscriber, const Frame& frame) {
         shared_.set(shared_.now.monotonic + shared_.settings.transientSilence, Timing::transient, subscriber.id);
     storeSubscriber(subscriber);
     shared_.syncStep();
-    // It may know nothing of what is kept for its name, and the last session was silent for long, perhaps.
-    subscriber.pause.reset();
-    subscriber.noteAt = shared_.now.monotonic + 50 * milliseconds;
-    shared_.set(subscriber.noteAt, Timing::note, subscriber.id);
+    // While nobody answered, the pauses between notes have become long.
+    if (!subscriber.agreements.empty()) remindNow(subscriber);
     return true;
 }
 
@@ -462,6 +460,12 @@ void Sender::expectConfirmation(Subscriber& subscriber) {
     const int64_t at = shared_.now.monotonic + subscriber.pause.take();
     shared_.set(at, Timing::note, subscriber.id);
     subscriber.noteAt = at;
+}
+
+void Sender::remindNow(Subscriber& subscriber) {
+    subscriber.pause.reset();
+    shared_.set(shared_.now.monotonic, Timing::note, subscriber.id);
+    subscriber.noteAt = shared_.now.monotonic;
 }
 
 void Sender::onNote(uint64_t subscriberId) {

@@ -43,6 +43,10 @@ class ClosedTest extends OpenLibrary {
             Map.entry(QuorlCmQueueTransport.class, Set.of("getTransport", "getName")),
             Map.entry(QuorlCmQueueTransport.Builder.class, Set.of("name", "weight", "tasks", "schedulerWeight", "schedulerIntervals")),
             Map.entry(QuorlCmTransport.Builder.class, Set.of("name", "ledger", "durability", "requestOld", "relayAgent")),
+            Map.entry(QuorlFtMember.class, Set.of("isActive", "getToken", "getWeight", "getGroup", "getTransport")),
+            Map.entry(QuorlFtMember.Builder.class, Set.of("weight", "activeGoal", "intervals", "onPrepareToActivate", "onActivate",
+                    "onDeactivate")),
+            Map.entry(QuorlFtMonitor.class, Set.of("getActiveMembers", "getGroup", "getTransport")),
             Map.entry(QuorlDispatcher.class, Set.of("getName", "getThread", "getThreads")),
             Map.entry(QuorlDispatcher.Builder.class, Set.of("name", "threads", "executor", "unordered", "inFlight", "uncaughtExceptionHandler")),
             Map.entry(QuorlMsgView.class, Set.of("isClosed", "toString")),
@@ -85,6 +89,9 @@ class ClosedTest extends OpenLibrary {
         into.put(QuorlCmTransport.class, certified);
         into.put(QuorlCmQueueTransport.Builder.class, QuorlCmQueueTransport.builder(transport).name("crew"));
         into.put(QuorlCmQueueTransport.class, QuorlCmQueueTransport.builder(transport).name("crew").open());
+        into.put(QuorlFtMember.Builder.class, QuorlFtMember.builder(queue, transport, "a"));
+        into.put(QuorlFtMember.class, QuorlFtMember.builder(queue, transport, "a").join());
+        into.put(QuorlFtMonitor.class, new QuorlFtMonitor(queue, transport, "a", Duration.ofDays(1), (m, count) -> {}));
         into.put(QuorlCmListener.class, new QuorlCmListener(queue, certified, "a", (l, m) -> {}));
     }
 
@@ -126,6 +133,8 @@ class ClosedTest extends OpenLibrary {
         plain.put(QuorlVectorListener.Handler.class, (QuorlVectorListener.Handler) (l, m) -> {});
         plain.put(QuorlTimer.Handler.class, (QuorlTimer.Handler) t -> {});
         plain.put(QuorlCmListener.Handler.class, (QuorlCmListener.Handler) (l, m) -> {});
+        plain.put(QuorlFtMember.Handler.class, (QuorlFtMember.Handler) m -> {});
+        plain.put(QuorlFtMonitor.Handler.class, (QuorlFtMonitor.Handler) (m, count) -> {});
         plain.put(QuorlCmListener.Confirmation.class, QuorlCmListener.Confirmation.AUTOMATIC);
         plain.put(QuorlDurability.class, QuorlDurability.PROCESS);
         plain.put(Path.class, Path.of("none.ledger"));

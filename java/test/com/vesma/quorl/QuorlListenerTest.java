@@ -57,7 +57,7 @@ class QuorlListenerTest extends OpenLibrary {
     }
 
     @Test
-    void thoseThatShareANameTakeTurns() {
+    void ofThoseThatShareANameOneGetsEachMessage() {
         List<Integer> one = new ArrayList<>();
         List<Integer> two = new ArrayList<>();
         List<Integer> alone = new ArrayList<>();
@@ -76,8 +76,11 @@ class QuorlListenerTest extends OpenLibrary {
             }
         }
         assertEquals(IntStream.range(0, 10).boxed().collect(Collectors.toList()), alone);
-        assertEquals(5, one.size());
-        assertEquals(5, two.size());
+        List<Integer> both = new ArrayList<>(one);
+        both.addAll(two);
+        assertEquals(alone, both.stream().sorted().collect(Collectors.toList()));
+        // A daemon chooses by lot.
+        assertTrue(OVER_DAEMON || one.size() == 5, () -> one + " and " + two);
     }
 
     @Test

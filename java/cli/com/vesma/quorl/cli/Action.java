@@ -100,7 +100,11 @@ abstract class Action implements Callable<Integer> {
 
     /** Says that it serves from now on, for whoever started it and waits for that; over a daemon, where others can be. */
     void tellReady(Session session, String what) {
-        if (session.isEmbedded(transport)) return;
+        if (!session.isEmbedded(transport)) tell(what);
+    }
+
+    /** Says something beside what is printed. */
+    void tell(String what) {
         synchronized (err()) {
             err().println("quorl: " + what);
             err().flush();

@@ -64,7 +64,7 @@ final class DqSubmitCommand extends Action {
     void begin(Session session) throws InterruptedException {
         QuorlCmTransport through = session.certified(transport, certified, false);
         through.addListener(queue, subject == null ? ">" : subject);
-        sending = new TrackedSending(through, null, delivery -> {});
+        sending = new TrackedSending(through);
         source.forEach(sending::send);
     }
 

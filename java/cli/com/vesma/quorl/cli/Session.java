@@ -343,6 +343,13 @@ final class Session implements AutoCloseable {
         }
     }
 
+    /** Has this told of what certified senders of this process give up, until the session closes. */
+    void hearUndelivered(Consumer<QuorlMsg> use) {
+        // Advisories are on the bus of the process, whatever the daemon.
+        new QuorlListener(queue, new QuorlQrdTransport(null, null, ""), "_QUORL.ERROR.certified.undelivered",
+                (listener, advisory) -> use.accept(advisory));
+    }
+
     /** As {@link #listen}, for certified messages, each confirmed when it was handled. */
     Counter listenCertified(TransportOptions options, CertifiedOptions name, boolean old, boolean cancel, List<String> subjects,
             Long most, Consumer<QuorlMsg> handler) {

@@ -1,62 +1,40 @@
 package com.vesma.quorl.cli;
 
-import com.vesma.quorl.QuorlCmDelivery;
 import com.vesma.quorl.QuorlCmDeliveryException;
-import com.vesma.quorl.QuorlCmMsg;
 import com.vesma.quorl.QuorlCmTransport;
 import com.vesma.quorl.QuorlMsg;
-import java.time.Duration;
-import java.util.Map;
-import java.util.TreeMap;
-import java.util.function.Consumer;
 import java.util.function.LongConsumer;
 
 /** Sends messages by certified delivery, and counts what becomes of them. */
 final class TrackedSending {
     private final QuorlCmTransport through;
-    private final Double expire;
-    private final Consumer<QuorlCmDelivery> outcome;
 
-    /** Confirmed messages by the listeners' names. Guarded by this, as all below. */
-    private final Map<String, Long> confirmations = new TreeMap<>();
+    /** Guarded by this, as all below. */
     private long confirmed;
     private long failed;
     private String firstFailure;
 
-    /**
-     * Begins to count.
-     *
-     * @param expire seconds after which what is not confirmed is given up; null for the transport's own
-     * @param outcome told of each message when its fate is known
-     */
-    TrackedSending(QuorlCmTransport through, Double expire, Consumer<QuorlCmDelivery> outcome) {
+    TrackedSending(QuorlCmTransport through) {
         this.through = through;
-        this.expire = expire;
-        this.outcome = outcome;
     }
 
     void send(QuorlMsg message) {
-        if (expire != null) QuorlCmMsg.setTimeLimit(message, Duration.ofNanos((long) (expire * 1e9)));
         through.sendTracked(message).whenComplete((delivery, failure) -> {
             if (delivery != null) {
-                delivered(delivery);
+                ended(null);
             } else if (failure instanceof QuorlCmDeliveryException undelivered) {
-                undelivered(undelivered);
+                ended(undelivered);
             }
         });
     }
 
-    private synchronized void delivered(QuorlCmDelivery delivery) {
-        confirmed++;
-        for (String name : delivery.confirmedBy()) confirmations.merge(name, 1L, Long::sum);
-        outcome.accept(delivery);
-        notifyAll();
-    }
-
-    private synchronized void undelivered(QuorlCmDeliveryException failure) {
-        failed++;
-        if (firstFailure == null) firstFailure = failure.getDetail();
-        if (failure.getDelivery() != null) outcome.accept(failure.getDelivery());
+    private synchronized void ended(QuorlCmDeliveryException failure) {
+        if (failure == null) {
+            confirmed++;
+        } else {
+            failed++;
+            if (firstFailure == null) firstFailure = failure.getDetail();
+        }
         notifyAll();
     }
 
@@ -83,9 +61,5 @@ final class TrackedSending {
 
     synchronized String firstFailure() {
         return firstFailure;
-    }
-
-    synchronized Map<String, Long> confirmations() {
-        return new TreeMap<>(confirmations);
     }
 }
