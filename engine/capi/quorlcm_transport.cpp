@@ -39,12 +39,6 @@ std::string_view textOf(const char* text) noexcept {
     return text != nullptr ? std::string_view(text) : std::string_view();
 }
 
-quorl_status relayIsMissing(quorlcmTransport id) noexcept {
-    return with(id, [&](Node&) {
-        return fail(QUORL_NOT_PERMITTED, "certified transport %u was created without a relay agent", id);
-    });
-}
-
 }  // namespace
 
 extern "C" {
@@ -59,13 +53,15 @@ quorl_status quorlcmTransport_Create(quorlcmTransport* cmTransport, quorlTranspo
     if (cmTransport == nullptr) return nullPlace();
     if (cmName != nullptr && *cmName == '\0') return fail(QUORL_INVALID_NAME, "the certified name is empty");
     if (ledgerName != nullptr && *ledgerName == '\0') return fail(QUORL_INVALID_ARG, "the name of the ledger is empty");
-    if (relayAgent != nullptr) return fail(QUORL_NOT_PERMITTED, "relay agents are not part of this version");
+    if (relayAgent != nullptr && *relayAgent == '\0')
+        return fail(QUORL_INVALID_NAME, "the name of the relay agent is empty");
     try {
         return Node::create({.transport = transport,
                              .name = std::string(textOf(cmName)),
                              .requestOld = requestOld != QUORL_FALSE,
                              .ledger = std::string(textOf(ledgerName)),
-                             .sync = syncLedger != QUORL_FALSE},
+                             .sync = syncLedger != QUORL_FALSE,
+                             .relay = std::string(textOf(relayAgent))},
                             cmTransport);
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for a certified transport");
@@ -153,11 +149,11 @@ quorl_status quorlcmTransport_SyncLedger(quorlcmTransport cmTransport) noexcept 
 }
 
 quorl_status quorlcmTransport_ConnectToRelayAgent(quorlcmTransport cmTransport) noexcept {
-    return relayIsMissing(cmTransport);
+    return with(cmTransport, [](Node& node) { return node.connect(); });
 }
 
 quorl_status quorlcmTransport_DisconnectFromRelayAgent(quorlcmTransport cmTransport) noexcept {
-    return relayIsMissing(cmTransport);
+    return with(cmTransport, [](Node& node) { return node.disconnect(); });
 }
 
 quorl_status quorlcmTransport_SetDefaultCMTimeLimit(quorlcmTransport cmTransport, quorl_f64 timeLimit) noexcept {

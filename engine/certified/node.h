@@ -21,6 +21,7 @@
 #include "certified/committer.h"
 #include "certified/ledger/ledger.h"
 #include "certified/protocol/machine.h"
+#include "certified/relay/link.h"
 #include "companion/certified.h"
 #include "companion/host.h"
 #include "quorl/quorlcm.h"
@@ -31,19 +32,31 @@ class CmListener;
 
 class Node final : public companion::CertifiedTransport,
                    public companion::Guest,
+                   private RelayLink::Owner,
                    public std::enable_shared_from_this<Node> {
   public:
+    // What a relay agent hears of a transport that it made to stand in for another. Called under the transport's lock: it waits
+    // for nothing. What is delivered is never confirmed.
+    struct StandIn {
+        virtual ~StandIn() = default;
+        virtual void delivered(const companion::Message& message) noexcept = 0;
+        // What came to the address.
+        virtual void heard(const companion::Message& message) noexcept = 0;
+    };
     struct Wish {
         uint32_t transport = 0;
         std::string name;  // empty: one of the library's own
         bool requestOld = false;
         std::string ledger;  // empty: in memory
         bool sync = false;
+        std::string relay = {};                  // name of its relay agent; empty: none
+        StandIn* standIn = nullptr;              // lives until the transport has completed
+        std::vector<std::string> patterns = {};  // that a stand-in listens to
     };
     // Makes a certified transport and gives it an id.
     static quorl_status create(const Wish& wish, uint32_t* id);
 
-    Node(uint32_t transport, const Settings& settings, const Chance& chance);
+    Node(const Wish& wish, const Settings& settings, const Chance& chance);
     ~Node() override;
 
     // ---- sending; statuses have a detail text
@@ -57,6 +70,9 @@ class Node final : public companion::CertifiedTransport,
         return step(std::forward<F>(change), Waits::yes);
     }
     quorl_status sync() noexcept;
+    // To the relay agent, and from it. QUORL_NOT_PERMITTED: there is none.
+    quorl_status connect() noexcept;
+    quorl_status disconnect() noexcept;
     quorl_status review(const char* pattern, quorlcmReviewCallback callback, const void* closure) noexcept;
 
     // ---- listening
@@ -111,7 +127,13 @@ class Node final : public companion::CertifiedTransport,
     quorl_status awaitReply(Request& request, uint32_t number, int64_t deadline, quorlMsg* reply) noexcept;
 
     quorl_status load();
-    quorl_status start() noexcept;
+    quorl_status start(const std::vector<std::string>& patterns) noexcept;
+    quorl_status hear(std::string_view subject, uint32_t number) noexcept;
+    quorl_status goOnLine() noexcept;
+    quorl_status copyFor(RelayCopy& copy) noexcept;
+    void take(const companion::Message& message, uint64_t after) noexcept override;
+    bool isStored(const companion::Message& message) noexcept override;
+    bool image(const StoredMessage& message, companion::Message* read) noexcept override;
 
     static Now now() noexcept { return {companion::monotonicNow(), companion::wallNow()}; }
 
@@ -121,11 +143,16 @@ class Node final : public companion::CertifiedTransport,
     std::unique_ptr<Ledger> ledger_;  // null: in memory
     Committer committer_;
     std::atomic<uint64_t> dropped_{0};
+    StandIn* const standIn_;
+    std::unique_ptr<RelayLink> relay_;  // null: no relay agent
+    std::mutex relayLock_;              // one of connect and disconnect at a time; before lock_
 
     std::mutex lock_;  // guards what follows
     Machine machine_;
     Output out_;
-    bool ended_ = false;  // only what was stored is waited for
+    bool ended_ = false;    // only what was stored is waited for
+    bool offLine_ = false;  // hears and sends nothing
+    uint32_t relayEar_ = 0;
     std::string storageText_;
     std::deque<companion::Message> backlog_;  // what found no room
     std::map<uint32_t, uint32_t> ears_;       // the library's listeners: the numbers of the machine's

@@ -108,6 +108,12 @@ QUORL_API quorl_status _quorlMsg_GetFieldInstanceIndexAndType(quorlMsg message, 
 /* In libquorlcm. From now on the listener's owner completes uncertified messages of a distributed queue itself. */
 QUORL_API quorl_status _quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(quorl_u32 listener) QUORL_NOEXCEPT;
 
+/* In libquorlcm. Runs a relay agent of that name over the transport, with that ledger, until the file descriptor stop can be
+ * read; what the program quorl-relay does. ready, which may be null, is called when it answers. The statuses of
+ * quorlcmTransport_Create. */
+QUORL_API quorl_status _quorlcmRelay_Run(quorlTransport transport, const char* name, const char* ledgerName,
+                                         quorl_bool syncLedger, int stop, void (*ready)(void)) QUORL_NOEXCEPT;
+
 /* In libquorlcmq. Reports the task with number dqsn complete on the certified transport whose record (type 100, with a
  * reference held) is given. The arguments between are 0. With QUORL_DQ_RETURN_BIT in dqsn the task is given back, as by
  * quorlcmEvent_ReturnMsg. QUORL_NOT_FOUND: this member does not hold it (any more). */

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <array>
 #include <cinttypes>
-#include <csignal>
 #include <cstring>
 #include <new>
 
@@ -89,7 +88,7 @@ Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Lim
 }
 
 Connection::~Connection() {
-    join();
+    thread_.join();
     if (epoll_ >= 0) close(epoll_);
     if (wakeEvent_ >= 0) close(wakeEvent_);
 }
@@ -103,29 +102,13 @@ quorl_status Connection::start() noexcept {
     event.data.fd = wakeEvent_;
     if (epoll_ < 0 || wakeEvent_ < 0 || epoll_ctl(epoll_, EPOLL_CTL_ADD, wakeEvent_, &event) != 0)
         return fail(QUORL_INIT_FAILURE, "the system provides no event loop: %s", strerrordesc_np(errno));
-    // A new thread inherits the mask of its creator.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    const int error = pthread_create(
-        &thread_, nullptr,
+    return thread_.start(
+        "quorl-nats",
         [](void* connection) -> void* {
             static_cast<Connection*>(connection)->run();
             return nullptr;
         },
         this);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    if (error != 0) return fail(QUORL_INIT_FAILURE, "thread quorl-nats: %s", strerrordesc_np(error));
-    pthread_setname_np(thread_, "quorl-nats");
-    started_ = true;
-    return QUORL_OK;
-}
-
-void Connection::join() noexcept {
-    if (!started_) return;
-    pthread_join(thread_, nullptr);
-    started_ = false;
 }
 
 void Connection::stop() noexcept {

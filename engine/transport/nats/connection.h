@@ -10,7 +10,6 @@
 // connection is dead, whatever the system thinks of it.
 #pragma once
 
-#include <pthread.h>
 #include <sys/epoll.h>
 
 #include <atomic>
@@ -22,6 +21,7 @@
 #include <vector>
 
 #include "base/mutex.h"
+#include "base/thread.h"
 #include "transport/nats/admissions.h"
 #include "transport/nats/connection_log.h"
 #include "transport/nats/frame_writer.h"
@@ -52,7 +52,7 @@ class Connection final : public Ending {
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    // QUORL_INIT_FAILURE.
+    // QUORL_INIT_FAILURE, QUORL_NO_MEMORY.
     quorl_status start() noexcept;
     // Waits until the first attempt to connect has ended, up to the limit for it. QUORL_DAEMON_NOT_FOUND,
     // QUORL_USERPASS_MISMATCH and others with the reason; QUORL_NOT_INITIALIZED when the library closes meanwhile.
@@ -69,7 +69,7 @@ class Connection final : public Ending {
     uint64_t dropped() const noexcept { return dropped_.get(); }
     uint64_t unconfirmedAtEnd() const noexcept { return unconfirmedAtEnd_.get(); }
     bool finished() const noexcept { return phase_.load(std::memory_order_acquire) >= failedToConnect; }
-    void join() noexcept;
+    void join() noexcept { thread_.join(); }
 
     const ConnectionKey& key() const noexcept { return key_; }
 
@@ -212,8 +212,7 @@ class Connection final : public Ending {
     Inbound inbound_;
     const std::string probeSubject_;  // on the wire
     Outbox outbox_;
-    pthread_t thread_{};
-    bool started_ = false;
+    Thread thread_;
     int epoll_ = -1;
     int wakeEvent_ = -1;
 

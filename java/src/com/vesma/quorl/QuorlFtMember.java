@@ -198,6 +198,9 @@ public final class QuorlFtMember extends QuorlEvent {
     /** Actions whose handlers have not run, while another thread runs one. Guarded by lock. */
     private final ArrayDeque<Told> waiting = new ArrayDeque<>();
 
+    /** Whether the handler of the present activation has returned. Guarded by lock. */
+    private boolean handled;
+
     /** Whether a thread runs handlers, or is about to. Guarded by lock. */
     private boolean running;
 
@@ -290,7 +293,8 @@ public final class QuorlFtMember extends QuorlEvent {
     }
 
     /**
-     * Waits until the member is {@linkplain #isActive active}. Another thread must dispatch its queue.
+     * Waits until the member is {@linkplain #isActive active} and the handler of its activation has returned. Another thread must
+     * dispatch its queue.
      *
      * @param limit the longest wait, 0 or more
      * @return whether it is active; false when it was not in time
@@ -308,7 +312,8 @@ public final class QuorlFtMember extends QuorlEvent {
         try {
             for (;;) {
                 id();
-                if (active) {
+                boolean inHandler = Dispatching.current().runs(this);
+                if (active && (handled || inHandler)) {
                     return true;
                 }
                 if (queueIsClosed()) {
@@ -320,7 +325,7 @@ public final class QuorlFtMember extends QuorlEvent {
                 if (left <= 0) {
                     return false;
                 }
-                if (Dispatching.current().runs(this)) {
+                if (inHandler) {
                     throw new IllegalStateException("a handler of " + this + " waits for another one, which cannot run before this one returns");
                 }
                 left = changed.awaitNanos(left);
@@ -477,12 +482,19 @@ public final class QuorlFtMember extends QuorlEvent {
             token = told.token;
             // A deactivation that waits already has the last word.
             active = waiting.stream().noneMatch(later -> later.action == DEACTIVATE);
-            changed.signalAll();
+            handled = false;
         } finally {
             lock.unlock();
         }
         handledActive = true;
         call(onActivate, thrown);
+        lock.lock();
+        try {
+            handled = true;
+            changed.signalAll();
+        } finally {
+            lock.unlock();
+        }
     }
 
     private void call(Handler handler, List<Throwable> thrown) {

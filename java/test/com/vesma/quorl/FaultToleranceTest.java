@@ -321,17 +321,22 @@ class FaultToleranceTest extends OpenLibrary {
         CountDownLatch leave = new CountDownLatch(1);
         Story next = new Story();
         try (QuorlQueue own = new QuorlQueue(); QuorlDispatcher others = new QuorlDispatcher(own);
-                QuorlFtMember one = joinActive(builder(new Story()).weight(2).onActivate(m -> {
+                QuorlFtMember one = builder(new Story()).weight(2).onActivate(m -> {
+                    assertTrue(m.awaitActive(Duration.ZERO));
                     inside.countDown();
                     await(leave);
                     next.tell('!');
-                })); QuorlFtMember other = builder(own, transport, next).intervals(HEARTBEAT, Duration.ZERO, ACTIVATION).join()) {
+                }).join()) {
             await(inside);
+            assertTrue(one.isActive());
+            assertFalse(one.awaitActive(Duration.ofMillis(1)), "its handler has not returned");
+            QuorlFtMember other = builder(own, transport, next).intervals(HEARTBEAT, Duration.ZERO, ACTIVATION).join();
             Worker closer = new Worker(one::close);
             await(() -> closer.thread.getState() == Thread.State.TIMED_WAITING);
             leave.countDown();
             closer.join();
             next.await("!A");
+            other.close();
         }
     }
 

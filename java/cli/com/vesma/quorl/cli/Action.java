@@ -37,6 +37,16 @@ abstract class Action implements Callable<Integer> {
     /** What this command cannot do when it is alone on the bus of its own process; null when there is no need to warn. */
     abstract String aloneOnTheBus();
 
+    /** Seconds more than usual that its end may take when it is interrupted. */
+    double patience() {
+        return 0;
+    }
+
+    /** The exit code of one that has worked. */
+    int code() {
+        return Main.OK;
+    }
+
     /** How far it is, for whoever interrupts it; null when there is nothing to say. */
     String progress() {
         return null;
@@ -51,7 +61,7 @@ abstract class Action implements Callable<Integer> {
     public Integer call() throws InterruptedException {
         check();
         checkTransport();
-        try (Interruption interruption = new Interruption()) {
+        try (Interruption interruption = new Interruption(patience())) {
             try {
                 work(interruption);
             } catch (InterruptedException | RuntimeException e) {
@@ -62,7 +72,7 @@ abstract class Action implements Callable<Integer> {
                 err().flush();
             }
         }
-        return 0;
+        return code();
     }
 
     private void work(Interruption interruption) throws InterruptedException {

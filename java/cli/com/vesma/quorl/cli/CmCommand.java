@@ -11,7 +11,7 @@ import picocli.CommandLine.Spec;
 @Command(name = "cm", description = {"Certified delivery: messages that are kept until their listeners have confirmed them.",
         "Sender and listener have lasting names, and ledgers that remember what was sent and received."},
         subcommands = {CmSendCommand.class, CmResumeCommand.class, CmListenCommand.class, CmReviewCommand.class, CmVerifyCommand.class,
-                CmExportCommand.class},
+                CmExportCommand.class, CmDemoCommand.class},
         footer = {"", "'quorl help cm COMMAND' explains one of them.", "", "Examples:",
                 "  quorl cm listen 'orders.>' --name billing --ledger billing.ledger --daemon nats://127.0.0.1:4222",
                 "  quorl cm send orders.new number:i64=4711 --name orders --ledger orders.ledger --listener billing "

@@ -47,6 +47,8 @@ final class CmResumeCommand extends Action {
     @Override
     void finish(Session session, boolean alone) throws InterruptedException {
         long left = await();
+        // What was given up has been told before, and is heard now.
+        session.flush();
         if (json) kept.lines().forEach(session::print);
         String trouble = kept.failure();
         if (left > 0) {

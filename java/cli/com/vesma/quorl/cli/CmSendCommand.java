@@ -190,6 +190,8 @@ final class CmSendCommand extends Action {
         long sent = source.done();
         await(sent);
         if (alone && !with.isEmbedded(transport)) with.confirm(sent);
+        // What was given up has been told before, and is heard now.
+        with.flush();
         // What is looked up now may be confirmed meanwhile, and then counts as that.
         Set<String> lacking = KeptMessages.lacking(through);
         long older = kept.left();

@@ -26,7 +26,7 @@ class CmUsageTest {
     Path folder;
 
     @ParameterizedTest
-    @ValueSource(strings = {"send", "resume", "listen", "review", "verify", "export"})
+    @ValueSource(strings = {"send", "resume", "listen", "review", "verify", "export", "demo"})
     void helpShowsWhatTheOptionShows(String command) {
         Cli help = Cli.run("help", "cm", command);
         assertEquals(Cli.run("cm", command, "--help"), help);
@@ -36,7 +36,7 @@ class CmUsageTest {
 
     @Test
     void wrongCallsAreExplained() {
-        Cli.expectUsage("no command is given; there are send, resume, listen, review, verify, export", "quorl cm", "cm");
+        Cli.expectUsage("no command is given; there are send, resume, listen, review, verify, export, demo", "quorl cm", "cm");
         Cli.expectUsage("there is no command 'lisen'; did you mean listen?", "quorl cm", "cm", "lisen");
         Cli.expectUsage("there is no command 'cm nothing'", "quorl", "help", "cm", "nothing");
         Cli.expectUsage("--ledger needs a --name, whose ledger it is", "quorl cm send", "cm", "send", "a", "--ledger", "l");
