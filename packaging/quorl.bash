@@ -5,17 +5,17 @@ _quorl() {
     local bus='--daemon --service --network --trust --identity --user --password-file'
     for ((i = 1; i < COMP_CWORD; i++)); do
         if [[ ${COMP_WORDS[i]} != -* ]]; then
-            if [[ $command == @(cm|ft) ]]; then
+            if [[ $command == @(cm|dq|ft) ]]; then
                 command+=" ${COMP_WORDS[i]}"
                 break
             fi
             command=${COMP_WORDS[i]}
-            [[ $command == @(cm|ft) ]] || break
+            [[ $command == @(cm|dq|ft) ]] || break
         fi
     done
     COMPREPLY=()
     case $command in
-        '') options='send listen request reply run cm ft stats demo daemon doctor help -h --help --version' ;;
+        '') options='send listen request reply run cm dq ft stats demo daemon doctor help -h --help --version' ;;
         send) options="-h --help -n --count --csv --json-file --rate $bus" ;;
         listen) options="-h --help -n --count --csv --json --share --timeout $bus" ;;
         request) options="-h --help -n --count --csv --json --json-file --rate --timeout $bus" ;;
@@ -29,6 +29,10 @@ _quorl() {
         'cm verify') options='-h --help --json' ;;
         'cm export') options='-h --help' ;;
         'cm review') options='-h --help --json --ledger --name' ;;
+        dq) options='-h --help work submit status' ;;
+        'dq work') options="-h --help -n --activation --complete-time --count --heartbeat --quiet --scheduler-weight --tasks --timeout --weight $bus" ;;
+        'dq submit') options="-h --help -n --count --csv --durability --json-file --ledger --name --rate --timeout $bus" ;;
+        'dq status') options="-h --help --json --timeout $bus" ;;
         ft) options='-h --help join watch' ;;
         'ft join') options="-h --help --activation --exec --goal --grace --heartbeat --json --preparation --timeout --weight $bus" ;;
         'ft watch') options="-h --help --json --lost --timeout $bus" ;;
@@ -36,17 +40,17 @@ _quorl() {
         demo) options="-h --help --timeout --seconds --stats $bus" ;;
         daemon) options='-h --help -p --port --max-payload --timeout --seconds --server' ;;
         doctor) options="-h --help --json $bus" ;;
-        help) options='-h --help send listen request reply run cm ft stats demo daemon doctor help' ;;
+        help) options='-h --help send listen request reply run cm dq ft stats demo daemon doctor help' ;;
         *) return ;;
     esac
     case $before in
         --csv | --json-file | --ledger | --trust | --identity | --password-file | --server | --exec) _quorl_files "$word"; return ;;
         --durability) mapfile -t COMPREPLY < <(compgen -W 'process power' -- "$word"); return ;;
         --daemon) mapfile -t COMPREPLY < <(compgen -W 'nats:// tls://' -- "$word"); return ;;
-        --service | --network | --user | --name | --share | --listener | --expire | --count | --rate | --timeout | --watch | --seconds | --kill-every | --port | --max-payload | --activation | --goal | --grace | --heartbeat | --lost | --preparation | --weight) return ;;
+        --service | --network | --user | --name | --share | --listener | --expire | --count | --tasks | --weight | --scheduler-weight | --complete-time | --rate | --timeout | --watch | --seconds | --kill-every | --port | --max-payload | --activation | --goal | --grace | --heartbeat | --lost | --preparation) return ;;
         --execute | -n | -e | -p) return ;;
     esac
-    if [[ $command == @(run|cm verify|cm export) && $word != -* ]]; then
+    if [[ $command == @(run|cm verify|cm export|dq work) && $word != -* ]]; then
         _quorl_files "$word"
         return
     fi

@@ -99,4 +99,12 @@ uint32_t parameters::pendingMegabytes() noexcept {
     return environment::parameters().of(certifiedPending);
 }
 
+uint32_t parameters::reassignments() noexcept {
+    return environment::parameters().of(dqueueReassignments);
+}
+
+uint32_t parameters::leaveSeconds() noexcept {
+    return environment::parameters().of(dqueueLeave);
+}
+
 }  // namespace quorl::companion

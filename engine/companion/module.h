@@ -42,6 +42,10 @@ QUORL_API quorl_status use(Module& module) noexcept;
 namespace parameters {
 // Megabytes of messages that a certified transport keeps for its listeners at most; 0: as many as there is room for.
 QUORL_API uint32_t pendingMegabytes() noexcept;
+// Reassignments of one task of a distributed queue before it becomes a dead letter; 0: no limit.
+QUORL_API uint32_t reassignments() noexcept;
+// Seconds that a member of a distributed queue which leaves waits for the tasks that its program holds.
+QUORL_API uint32_t leaveSeconds() noexcept;
 }  // namespace parameters
 
 }  // namespace quorl::companion

@@ -7,6 +7,11 @@ namespace quorl::companion::parameters {
 
 inline constexpr NumberParameter certifiedPending{"certified.pending", 1024};
 
-inline constexpr const Parameter* all[] = {&certifiedPending};
+// Reassignments of one task before it becomes a dead letter; 0: no limit.
+inline constexpr NumberParameter dqueueReassignments{"dqueue.reassignments", 10, 1'000'000};
+// Seconds that a member which leaves waits for the tasks that its program holds.
+inline constexpr NumberParameter dqueueLeave{"dqueue.leave", 10, 86'400};
+
+inline constexpr const Parameter* all[] = {&certifiedPending, &dqueueReassignments, &dqueueLeave};
 
 }  // namespace quorl::companion::parameters

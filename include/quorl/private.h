@@ -115,7 +115,12 @@ QUORL_API quorl_status _quorlcmRelay_Run(quorlTransport transport, const char* n
                                          quorl_bool syncLedger, int stop, void (*ready)(void)) QUORL_NOEXCEPT;
 
 /* In libquorlcmq. Reports the task with number dqsn complete on the certified transport whose record (type 100, with a
- * reference held) is given. The arguments between are 0. */
+ * reference held) is given. The arguments between are 0. With QUORL_DQ_RETURN_BIT in dqsn the task is given back, as by
+ * quorlcmEvent_ReturnMsg. QUORL_NOT_FOUND: this member does not hold it (any more). */
+#define QUORL_DQ_RETURN_BIT 0x80000000u
+/* quorlcmEvent_ConfirmMsg gives a certified task of a distributed queue back when the message, or a copy of it, has this send
+ * subject. */
+#define QUORL_DQ_RETURN_SUBJECT "_QUORL.DQ.RETURN"
 QUORL_API quorl_status _quorlcmq_Complete(void* record, quorl_u32 reserved1, quorl_u32 reserved2, quorl_u32 reserved3,
                                           quorl_u32 reserved4, quorl_u32 reserved5, quorl_u32 dqsn) QUORL_NOEXCEPT;
 

@@ -27,6 +27,8 @@ allowed = {
     "programs": ["companion", "certified/protocol", "certified/ledger"],
     "ftolerance/protocol": ["companion"],
     "ftolerance": ["companion", "ftolerance/protocol"],
+    "dqueue/protocol": ["companion", "certified/protocol", "ftolerance/protocol"],
+    "dqueue": ["companion", "certified", "certified/protocol", "ftolerance/protocol", "dqueue/protocol"],
 }
 
 # What each of them holds, in a few words.
@@ -50,6 +52,8 @@ words = {
     "programs": "quorl-ledger, quorl-relay",
     "ftolerance/protocol": "machine, frames",
     "ftolerance": "libquorlft.so",
+    "dqueue/protocol": "machine, frames",
+    "dqueue": "libquorlcmq.so",
 }
 
 

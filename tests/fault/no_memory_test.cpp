@@ -14,7 +14,7 @@
 #include "failing_allocator.h"
 #include "quorl/private.h"
 #include "quorl/quorl.h"
-#include "quorl/quorlcm.h"
+#include "quorl/quorlcmq.h"
 #include "quorl/quorlft.h"
 #include "transport/nats/scripted_daemon.h"
 
@@ -449,6 +449,33 @@ TEST_F(NoMemory, certified_delivery) {
     };
     failEach("certified", Whose::callers, over);
     failEach("certified", Whose::librarys, over);
+}
+
+TEST_F(NoMemory, distributed_queues) {
+    const auto over = [&] {
+        quorlcmTransport made = 0;
+        quorlcmEvent listener = 0;
+        quorl_status status = quorlcmTransport_CreateDistributedQueueEx(
+            &made, transport_, "a.queue.whose.name.is.not.short", 1, 10, 1, 0.001, 0.004);
+        if (status != QUORL_OK) return status;
+        quorl_u32 count = 0;
+        status = quorlcmEvent_CreateListener(&listener, queue_, ignore, made, "a.*", nullptr);
+        if (status == QUORL_OK) status = quorlcmTransport_SetCompleteTime(made, 1);
+        if (status == QUORL_OK) status = quorlcmTransport_SetTaskBacklogLimit(made, QUORLCMQ_BACKLOG_BYTES, 1 << 20);
+        if (status == QUORL_OK) status = quorlcmTransport_SetWorkerWeight(made, 2);
+        if (status == QUORL_OK) status = quorlcmTransport_SetWorkerTasks(made, 20);
+        if (status == QUORL_OK) status = quorlTransport_Send(transport_, message_);
+        quorlQueue_TimedDispatch(queue_, 0.02);
+        if (status == QUORL_OK) status = quorlcmTransport_GetUnassignedMessageCount(made, &count);
+        if (listener != 0) {
+            EXPECT_EQ(quorlcmEvent_DestroyEx(listener, QUORL_TRUE, nullptr), QUORL_OK);
+        }
+        EXPECT_EQ(quorlcmTransport_Destroy(made), QUORL_OK);
+        drain(queue_);
+        return status;
+    };
+    failEach("dqueue", Whose::callers, over);
+    failEach("dqueue", Whose::librarys, over);
 }
 
 TEST_F(NoMemory, connections_to_a_daemon) {

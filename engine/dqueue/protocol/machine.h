@@ -166,6 +166,7 @@ struct Counts {
     uint64_t handedOut = 0;
     uint64_t completed = 0;
     uint64_t completedTwice = 0;
+    uint64_t settled = 0;  // of the scheduler: tasks that were completed, or given up
     uint64_t reassigned = 0;
     uint64_t deadLetters = 0;
     uint64_t dropped = 0;   // plain messages that came while the backlog was full, or whose worker is gone

@@ -117,6 +117,7 @@ void Scheduler::unpark() {
 
 void Scheduler::settle(Stream& stream, uint64_t number) {
     stream.fresh.reserve(stream.fresh.size() + 1);
+    ++shared_.counts.settled;
     stream.settled.add({number, number});
     stream.counted.erase(number);
     stream.fresh.push_back(number);

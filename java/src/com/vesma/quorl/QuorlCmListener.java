@@ -50,7 +50,18 @@ public final class QuorlCmListener extends QuorlEvent {
         EXPLICIT
     }
 
+    /** Where a task's subject says to the library that it is given back. */
+    private static final String RETURN = "_QUORL.DQ.RETURN";
+
+    /** The same of a plain task: a bit of its number. */
+    private static final long RETURNED = 1L << 31;
+
+    /** The queue whose task the thread's handler works on. */
+    private static final ThreadLocal<QuorlCmQueueTransport> WORKING = new ThreadLocal<>();
+
+    /** One of the two is null. */
     private final QuorlCmTransport transport;
+    private final QuorlCmQueueTransport workers;
     private final String subject;
     private final Confirmation confirmation;
     private final Handler handler;
@@ -90,18 +101,56 @@ public final class QuorlCmListener extends QuorlEvent {
      * @throws QuorlClosedException if the queue or the transport is closed
      */
     public QuorlCmListener(QuorlQueue queue, QuorlCmTransport transport, String subject, Confirmation confirmation, Handler handler) {
+        this(queue, Objects.requireNonNull(transport, "transport"), null, subject, confirmation, handler);
+    }
+
+    /**
+     * Takes tasks of a distributed queue; each is complete when the handler has returned, and goes to another worker when the
+     * handler throws.
+     *
+     * @param queue where the tasks wait to be dispatched
+     * @param workers the member of the distributed queue that takes them
+     * @param subject the subject or pattern; of several listeners of a member that match, the first that was made gets a task
+     * @param handler what is run for each
+     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT}, {@link QuorlException#NOT_INITIALIZED}
+     * @throws QuorlClosedException if the queue or the member is closed
+     */
+    public QuorlCmListener(QuorlQueue queue, QuorlCmQueueTransport workers, String subject, Handler handler) {
+        this(queue, workers, subject, Confirmation.AUTOMATIC, handler);
+    }
+
+    /**
+     * Takes tasks of a distributed queue.
+     *
+     * @param queue where the tasks wait to be dispatched
+     * @param workers the member of the distributed queue that takes them
+     * @param subject the subject or pattern; of several listeners of a member that match, the first that was made gets a task
+     * @param confirmation who says that a task is complete
+     * @param handler what is run for each
+     * @throws QuorlException {@link QuorlException#INVALID_SUBJECT}, {@link QuorlException#NOT_INITIALIZED}
+     * @throws QuorlClosedException if the queue or the member is closed
+     */
+    public QuorlCmListener(
+            QuorlQueue queue, QuorlCmQueueTransport workers, String subject, Confirmation confirmation, Handler handler) {
+        this(queue, null, Objects.requireNonNull(workers, "workers"), subject, confirmation, handler);
+    }
+
+    private QuorlCmListener(QuorlQueue queue, QuorlCmTransport transport, QuorlCmQueueTransport workers, String subject,
+            Confirmation confirmation, Handler handler) {
         super(Objects.requireNonNull(queue, "queue"));
-        this.transport = Objects.requireNonNull(transport, "transport");
+        this.transport = transport;
+        this.workers = workers;
         this.subject = Objects.requireNonNull(subject, "subject");
         this.confirmation = Objects.requireNonNull(confirmation, "confirmation");
         this.handler = Objects.requireNonNull(handler, "handler");
+        LibraryObject from = transport != null ? transport : workers;
         byte[] bytes = Texts.cached(subject, "the subject");
         try {
-            create(() -> quorlcmEvent_CreateListener(queue.id(), transport.id(), bytes, bytes.length));
+            create(() -> quorlcmEvent_CreateListener(queue.id(), from.id(), bytes, bytes.length));
         } catch (QuorlException e) {
-            throw refusal(e, queue, transport);
+            throw refusal(e, queue, from);
         } finally {
-            Reference.reachabilityFence(transport);
+            Reference.reachabilityFence(from);
             Reference.reachabilityFence(queue);
         }
     }
@@ -109,10 +158,19 @@ public final class QuorlCmListener extends QuorlEvent {
     /**
      * The transport that the messages come from.
      *
-     * @return the transport given to the constructor
+     * @return the transport given to the constructor; null when it was a member of a distributed queue
      */
     public QuorlCmTransport getTransport() {
         return transport;
+    }
+
+    /**
+     * The member of a distributed queue that the tasks come to.
+     *
+     * @return what was given to the constructor; null when that was a certified transport
+     */
+    public QuorlCmQueueTransport getQueueTransport() {
+        return workers;
     }
 
     /**
@@ -137,6 +195,8 @@ public final class QuorlCmListener extends QuorlEvent {
      * Confirms a message to its sender, which then need not keep it for this listener any more. Confirming it again does
      * nothing, and so does confirming one that is not certified. Messages may be confirmed in any order, by any thread.
      *
+     * <p>Of a distributed queue, certified or not, the task is complete; when another worker has it meanwhile, nothing happens.
+     *
      * @param message what this listener was given; one that is confirmed behind its handler was {@linkplain QuorlMsg#keep kept}
      * @throws QuorlException {@link QuorlException#NOT_PERMITTED} when another listener was given the message
      * @throws QuorlLedgerException when the confirmation cannot be stored
@@ -146,9 +206,7 @@ public final class QuorlCmListener extends QuorlEvent {
         long handle = Objects.requireNonNull(message, "message").enter();
         try {
             int event = id();
-            if (QuorlCmMsg.quorlMsg_GetCMSequence(handle, message) != 0) {
-                quorlcmEvent_ConfirmMsg(event, handle, message);
-            }
+            confirmNatively(event, handle, message);
         } catch (QuorlException e) {
             // A plain message that the program has sent on by certified delivery, or one of a sender that is forgotten.
             if (e.getStatus() != QuorlException.NOT_FOUND) {
@@ -159,9 +217,69 @@ public final class QuorlCmListener extends QuorlEvent {
         }
     }
 
+    /**
+     * Gives a task of a distributed queue back: it goes to another worker, or comes here again when there is none, and counts as
+     * reassigned. A handler that throws does the same. Without effect when another worker has it already.
+     *
+     * @param task what this listener was given; one that is given back behind its handler was {@linkplain QuorlMsg#keep kept}
+     * @throws IllegalStateException if the listener is not one of a distributed queue
+     * @throws QuorlClosedException if the listener or the message is closed
+     */
+    public void giveBack(QuorlMsg task) {
+        int event = id();
+        Objects.requireNonNull(task, "task").enter();
+        task.leave();
+        if (workers == null) {
+            throw new IllegalStateException("only tasks of a distributed queue are given back");
+        }
+        returnNatively(event, task);
+    }
+
+    private void returnNatively(int event, QuorlMsg task) {
+        try (QuorlMsg returned = task.copy()) {
+            long handle = returned.setSendSubject(RETURN).enter();
+            try {
+                if (QuorlCmMsg.quorlMsg_GetCMSequence(handle, returned) != 0) {
+                    quorlcmEvent_ConfirmMsg(event, handle, returned);
+                    return;
+                }
+            } finally {
+                returned.leave();
+            }
+            QuorlMsgField number = returned.getField("dqsn");
+            if (number != null) {
+                returned.updateU32("dqsn", returned.getU32("dqsn") | RETURNED);
+                handle = returned.enter();
+                try {
+                    quorlcmEvent_CompleteNonCertifiedMsg(workers.memberId(), handle);
+                } finally {
+                    returned.leave();
+                }
+            }
+        } catch (QuorlException e) {
+            if (e.getStatus() != QuorlException.NOT_FOUND) {
+                throw refusal(e);
+            }
+        }
+    }
+
+    private void confirmNatively(int event, long handle, QuorlMsg message) {
+        if (QuorlCmMsg.quorlMsg_GetCMSequence(handle, message) != 0) {
+            quorlcmEvent_ConfirmMsg(event, handle, message);
+        } else if (workers != null) {
+            quorlcmEvent_CompleteNonCertifiedMsg(workers.memberId(), handle);
+        }
+    }
+
+    /** Whether the calling thread is inside a handler that works on a task of that queue. */
+    static boolean isInsideHandlerOf(QuorlCmQueueTransport member) {
+        return WORKING.get() == member;
+    }
+
     private QuorlException refusal(QuorlException e) {
         int status = e.getStatus();
-        boolean gone = status == QuorlException.INVALID_EVENT || status == QuorlException.NOT_INITIALIZED;
+        boolean gone = status == QuorlException.INVALID_EVENT || status == QuorlException.NOT_INITIALIZED
+                || (workers != null && status == QuorlException.INVALID_TRANSPORT);
         return gone ? new QuorlClosedException(QuorlException.INVALID_EVENT, "the event") : QuorlLedgerException.typed(e);
     }
 
@@ -174,8 +292,8 @@ public final class QuorlCmListener extends QuorlEvent {
         long handle = message.enter();
         try {
             int event = idOrZero();
-            if (event != 0 && QuorlCmMsg.quorlMsg_GetCMSequence(handle, message) != 0) {
-                quorlcmEvent_ConfirmMsg(event, handle, message);
+            if (event != 0) {
+                confirmNatively(event, handle, message);
             }
         } catch (QuorlException e) {
             QuorlException refusal = refusal(e);
@@ -240,7 +358,7 @@ public final class QuorlCmListener extends QuorlEvent {
             if (isDropped()) {
                 return;
             }
-            handler.onMessage(this, message);
+            handle(message);
             if (confirmation == Confirmation.AUTOMATIC) {
                 confirmHandled(message);
             }
@@ -252,6 +370,31 @@ public final class QuorlCmListener extends QuorlEvent {
             }
             if (ends) {
                 destroy();
+            }
+        }
+    }
+
+    /** A task whose handler throws is for another worker. */
+    private void handle(QuorlMsg message) throws Exception {
+        if (workers == null) {
+            handler.onMessage(this, message);
+            return;
+        }
+        QuorlCmQueueTransport outer = WORKING.get();
+        WORKING.set(workers);
+        boolean done = false;
+        try {
+            handler.onMessage(this, message);
+            done = true;
+        } finally {
+            if (outer == null) {
+                WORKING.remove();
+            } else {
+                WORKING.set(outer);
+            }
+            int event = idOrZero();
+            if (!done && confirmation == Confirmation.AUTOMATIC && event != 0 && !message.isClosed()) {
+                returnNatively(event, message);
             }
         }
     }

@@ -513,7 +513,7 @@ public final class QuorlCmTransport extends LibraryObject {
         deliveries.close();
     }
 
-    private static void destroyAndWait(int id) {
+    static void destroyAndWait(int id) {
         try {
             quorlcmTransport_DestroyEx(id);
         } catch (QuorlException e) {

@@ -39,7 +39,9 @@ class ClosedTest extends OpenLibrary {
             Map.entry(QuorlVectorListener.class, Set.of("getTransport", "getSubject")),
             Map.entry(QuorlVcTransport.class, Set.of("getConnectSubject", "getParent")),
             Map.entry(QuorlCmTransport.class, Set.of("getTransport", "getName")),
-            Map.entry(QuorlCmListener.class, Set.of("getTransport", "getSubject", "getConfirmation")),
+            Map.entry(QuorlCmListener.class, Set.of("getTransport", "getQueueTransport", "getSubject", "getConfirmation")),
+            Map.entry(QuorlCmQueueTransport.class, Set.of("getTransport", "getName")),
+            Map.entry(QuorlCmQueueTransport.Builder.class, Set.of("name", "weight", "tasks", "schedulerWeight", "schedulerIntervals")),
             Map.entry(QuorlCmTransport.Builder.class, Set.of("name", "ledger", "durability", "requestOld", "relayAgent")),
             Map.entry(QuorlFtMember.class, Set.of("isActive", "getToken", "getWeight", "getGroup", "getTransport")),
             Map.entry(QuorlFtMember.Builder.class, Set.of("weight", "activeGoal", "intervals", "onPrepareToActivate", "onActivate",
@@ -85,6 +87,8 @@ class ClosedTest extends OpenLibrary {
         into.put(QuorlCmTransport.Builder.class, QuorlCmTransport.builder(transport));
         QuorlCmTransport certified = QuorlCmTransport.builder(transport).open();
         into.put(QuorlCmTransport.class, certified);
+        into.put(QuorlCmQueueTransport.Builder.class, QuorlCmQueueTransport.builder(transport).name("crew"));
+        into.put(QuorlCmQueueTransport.class, QuorlCmQueueTransport.builder(transport).name("crew").open());
         into.put(QuorlFtMember.Builder.class, QuorlFtMember.builder(queue, transport, "a"));
         into.put(QuorlFtMember.class, QuorlFtMember.builder(queue, transport, "a").join());
         into.put(QuorlFtMonitor.class, new QuorlFtMonitor(queue, transport, "a", Duration.ofDays(1), (m, count) -> {}));

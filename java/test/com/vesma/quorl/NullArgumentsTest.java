@@ -193,6 +193,12 @@ class NullArgumentsTest extends OpenLibrary {
         if (type == QuorlCmTransport.class) {
             return QuorlCmTransport.builder(transport).open();
         }
+        if (type == QuorlCmQueueTransport.Builder.class) {
+            return QuorlCmQueueTransport.builder(transport);
+        }
+        if (type == QuorlCmQueueTransport.class) {
+            return QuorlCmQueueTransport.builder(transport).name("crew").open();
+        }
         if (type == QuorlCmListener.class) {
             return new QuorlCmListener(queue, QuorlCmTransport.builder(transport).open(), "a", (l, m) -> {});
         }

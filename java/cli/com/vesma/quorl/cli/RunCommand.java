@@ -35,7 +35,7 @@ final class RunCommand extends Action {
 
     /** What a script may say. */
     @Command(name = "script", subcommands = {SendCommand.class, ListenCommand.class, RequestCommand.class,
-            ReplyCommand.class, CmCommand.class, StatsCommand.class, WaitCommand.class})
+            ReplyCommand.class, CmCommand.class, DqCommand.class, StatsCommand.class, WaitCommand.class})
     private static final class Script {}
 
     private record Line(String place, Action action) {}

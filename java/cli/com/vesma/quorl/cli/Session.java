@@ -92,6 +92,9 @@ final class Session implements AutoCloseable {
     /** In the order in which they were opened. */
     private final List<QuorlCmTransport> certified = new ArrayList<>();
 
+    /** What commands end before anything else closes. */
+    private final List<Runnable> endings = new ArrayList<>();
+
     /** Their listeners that end their agreements when this closes. */
     private final List<QuorlCmListener> cancelled = new ArrayList<>();
 
@@ -525,8 +528,14 @@ final class Session implements AutoCloseable {
         notifyAll();
     }
 
+    /** Runs it when the session closes, while everything still works; what came last first. */
+    void atEnd(Runnable ending) {
+        endings.add(0, ending);
+    }
+
     @Override
     public void close() {
+        endings.forEach(Runnable::run);
         dispatcher.close();
         for (QuorlQueue each : members) each.close();
         for (QuorlCmListener listener : cancelled) listener.close(true);

@@ -17,7 +17,7 @@ public final class SettingRefusal {
     /** As docs/reference/parameters.md lists them. */
     public static final Set<String> NAMES = Set.of("daemon", "service", "network", "connect.timeout", "reconnect.buffer", "queue.limit",
             "queue.highwater", "dispatch.spin", "circuit.timeout", "advisory.interval",
-            "certified.pending");
+            "certified.pending", "dqueue.reassignments", "dqueue.leave");
 
     private static final int LONGEST_SHOWN = 80;
 

@@ -1,0 +1,153 @@
+// What the daemon offers, through its own client library: a queue group whose members acknowledge to the reply subject, and a
+// JetStream work queue whose consumers pull, and acknowledge each task.
+#include <nats/nats.h>
+#include <sched.h>
+
+#include <chrono>
+#include <thread>
+
+#include "dqueue/sides.h"
+#include "support/measure.h"
+
+namespace bench::dqueue {
+namespace {
+
+const char* const subject = "bench.dqueue";
+
+void need(natsStatus status, const char* what) {
+    if (status != NATS_OK) fail(std::string("libnats: ") + what + ": " + natsStatus_GetText(status));
+}
+
+natsConnection* connect(const std::string& url) {
+    natsConnection* connection = nullptr;
+    need(natsConnection_ConnectTo(&connection, url.c_str()), "connect");
+    return connection;
+}
+
+void awaitWorkers(Run& run) {
+    while (run.ready < workers) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+// Sends by publish for as long as a run takes, at most window ahead, and waits for the last.
+template <class F>
+double stream(Run& run, F&& publish) {
+    const int64_t start = nowNs();
+    const int64_t stop = start + static_cast<int64_t>(runSeconds() * 1e9);
+    uint64_t sent = 0;
+    for (; sent % 32 != 0 || nowNs() < stop; ++sent) {
+        while (sent - run.acknowledged.load() >= window) sched_yield();
+        publish();
+    }
+    const int64_t limit = nowNs() + 30'000'000'000;
+    while (run.acknowledged < sent) {
+        if (nowNs() > limit) fail("tasks were lost");
+        sched_yield();
+    }
+    return static_cast<double>(sent) * 1e9 / static_cast<double>(nowNs() - start);
+}
+
+// ---- a queue group
+
+void workInGroup(Run& run, int, const std::string& url) {
+    natsConnection* connection = connect(url);
+    natsSubscription* subscription = nullptr;
+    need(natsConnection_QueueSubscribe(
+             &subscription, connection, subject, "bench",
+             [](natsConnection* on, natsSubscription*, natsMsg* message, void*) {
+                 natsConnection_Publish(on, natsMsg_GetReply(message), nullptr, 0);
+                 natsMsg_Destroy(message);
+             },
+             nullptr),
+         "subscribe");
+    natsSubscription_SetPendingLimits(subscription, -1, -1);
+    need(natsConnection_Flush(connection), "flush");
+    ++run.ready;
+    while (!run.over) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+}
+
+double submitToGroup(Run& run, const std::string& url) {
+    awaitWorkers(run);
+    natsConnection* connection = connect(url);
+    natsInbox* inbox = nullptr;
+    need(natsInbox_Create(&inbox), "inbox");
+    natsSubscription* subscription = nullptr;
+    need(natsConnection_Subscribe(
+             &subscription, connection, inbox,
+             [](natsConnection*, natsSubscription*, natsMsg* message, void* closure) {
+                 ++static_cast<Run*>(closure)->acknowledged;
+                 natsMsg_Destroy(message);
+             },
+             &run),
+         "subscribe");
+    natsSubscription_SetPendingLimits(subscription, -1, -1);
+    need(natsConnection_Flush(connection), "flush");
+    static const char payload[size] = {};
+    return stream(run, [&] {
+        need(natsConnection_PublishRequest(connection, subject, inbox, payload, sizeof payload), "publish");
+    });
+}
+
+// ---- a work queue
+
+jsCtx* contextOf(natsConnection* connection) {
+    jsOptions options;
+    need(jsOptions_Init(&options), "options");
+    options.PublishAsync.MaxPending = 4096;
+    options.PublishAsync.StallWait = 20000;
+    jsCtx* context = nullptr;
+    need(natsConnection_JetStream(&context, connection, &options), "JetStream");
+    return context;
+}
+
+void prepareStream(const std::string& url) {
+    natsConnection* connection = connect(url);
+    jsCtx* context = contextOf(connection);
+    jsStreamConfig config;
+    need(jsStreamConfig_Init(&config), "configuration");
+    const char* subjects[] = {subject};
+    config.Name = "TASKS";
+    config.Subjects = subjects;
+    config.SubjectsLen = 1;
+    config.Retention = js_WorkQueuePolicy;
+    config.Storage = js_MemoryStorage;
+    jsErrCode error{};
+    js_DeleteStream(context, "TASKS", nullptr, nullptr);
+    need(js_AddStream(nullptr, context, &config, nullptr, &error), "stream");
+}
+
+void workOnStream(Run& run, int worker, const std::string& url) {
+    natsConnection* connection = connect(url);
+    jsCtx* context = contextOf(connection);
+    jsSubOptions options;
+    need(jsSubOptions_Init(&options), "options");
+    options.Config.MaxAckPending = 65536;
+    natsSubscription* subscription = nullptr;
+    jsErrCode error{};
+    need(js_PullSubscribe(&subscription, context, subject, "bench", nullptr, &options, &error), "pull");
+    ++run.ready;
+    while (!run.over) {
+        natsMsgList list;
+        if (natsSubscription_Fetch(&list, subscription, 256, 50, nullptr) != NATS_OK) continue;
+        for (int i = 0; i < list.Count; ++i) {
+            need(natsMsg_Ack(list.Msgs[i], nullptr), "acknowledge");
+            ++run.done[worker];
+            ++run.acknowledged;
+        }
+        natsMsgList_Destroy(&list);
+    }
+}
+
+double submitToStream(Run& run, const std::string& url) {
+    awaitWorkers(run);
+    natsConnection* connection = connect(url);
+    jsCtx* context = contextOf(connection);
+    static const char payload[size] = {};
+    return stream(run, [&] { need(js_PublishAsync(context, subject, payload, sizeof payload, nullptr), "publish"); });
+}
+
+}  // namespace
+
+const Side natsGroupSide{nullptr, workInGroup, submitToGroup};
+const Side jetStreamSide{prepareStream, workOnStream, submitToStream};
+
+}  // namespace bench::dqueue

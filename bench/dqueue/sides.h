@@ -1,0 +1,44 @@
+// The contenders of the case dqueue: how each of them works, and how it submits.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace bench::dqueue {
+
+constexpr int workers = 4;
+constexpr uint64_t window = 8192;  // tasks that are submitted and not done
+constexpr size_t size = 256;       // bytes of a task's payload
+
+// Shared by the processes of a run.
+struct Run {
+    std::atomic<int> ready{0};                // workers
+    std::atomic<uint64_t> done[workers + 1];  // by each of them, the last place for one that comes later
+    std::atomic<uint64_t> acknowledged{0};    // that the submitting side knows to be done
+    std::atomic<bool> over{false};
+
+    uint64_t all() const {
+        uint64_t sum = 0;
+        for (const auto& each : done) sum += each.load(std::memory_order_relaxed);
+        return sum;
+    }
+};
+
+struct Side {
+    // Before anybody else, in a process of its own; may be null.
+    void (*prepare)(const std::string& url);
+    // Works until the run is over, or it is killed.
+    void (*work)(Run& run, int worker, const std::string& url);
+    // Submits for as long as a run takes, and waits until all is done: tasks a second.
+    double (*submit)(Run& run, const std::string& url);
+};
+
+extern const Side quorlSide;
+extern const Side natsGroupSide;  // a queue group, each task acknowledged by a message to its reply subject
+extern const Side jetStreamSide;  // a stream that is a work queue, pulled from in batches, each task acknowledged
+
+// Seconds from the death of the scheduler to the first task that is done although it was submitted after that.
+double takeOver(const std::string& url, double activation);
+
+}  // namespace bench::dqueue
