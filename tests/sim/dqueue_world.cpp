@@ -515,6 +515,14 @@ std::string runQueue(const Plan& plan, const QueueSeamOf& seamOf) {
         }
         return lives;
     };
+    const auto unreported = [&] {
+        uint64_t count = 0;
+        for (uint32_t i = 0; i < composition.members; ++i) {
+            const auto* member = static_cast<const Member*>(world.node(i).program());
+            if (reached(i) && member != nullptr && !member->gone()) count += member->counts().unreported;
+        }
+        return count;
+    };
     const auto done = [&] {
         if (!checker.broken().empty() || !wrong.empty()) return true;
         if (world.now() < plan.healedAt + composition.terms.activation * 4 + 2 * second || !checker.satisfied())
@@ -522,7 +530,7 @@ std::string runQueue(const Plan& plan, const QueueSeamOf& seamOf) {
         for (uint32_t i = 0; i < composition.senders; ++i) {
             if (senders[i]->kept() != 0) return false;
         }
-        return true;
+        return unreported() == 0;
     };
     const bool quiet = world.run(plan.healedAt + 1500 * second, done);
     std::string broken = !wrong.empty() ? wrong : checker.broken();
@@ -530,7 +538,9 @@ std::string runQueue(const Plan& plan, const QueueSeamOf& seamOf) {
         checker.finish(standing(), world.now());
         broken = checker.broken();
     }
-    if (broken.empty() && !quiet) broken = "a sender keeps what is completed";
+    if (broken.empty() && !quiet)
+        broken =
+            unreported() != 0 ? "a worker goes on reporting what is completed" : "a sender keeps what is completed";
     if (broken.empty()) {
         // Nothing stays that would grow.
         for (uint32_t i = 0; i < composition.members; ++i) {

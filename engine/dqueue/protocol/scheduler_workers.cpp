@@ -233,8 +233,14 @@ void Scheduler::heldBy(Stream& stream, uint64_t number, uint32_t reassigned, Wor
     const auto found = stream.tasks.find(number);
     ScheduledTask& task = found != stream.tasks.end() ? *found->second : makeTask(stream, number);
     task.reassigned = std::max(task.reassigned, reassigned);
-    if (task.state == State::assigned && task.worker != &worker) return addOverdue(worker, stream, number, occupies);
-    if (task.state != State::assigned) {
+    if (task.state == State::assigned && task.worker != &worker) {
+        // Another one was to have it, who has not said that it does, and may never have got it.
+        const WorkerEntry& other = *task.worker;
+        const bool doubtful =
+            !other.inventoried && (other.inventoryComing == 0 || task.listed != other.inventoryComing);
+        if (!doubtful) return addOverdue(worker, stream, number, occupies);
+    }
+    if (task.state != State::assigned || task.worker != &worker) {
         unplace(task);
         place(task, worker);
     }
