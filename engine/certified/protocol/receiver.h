@@ -27,12 +27,16 @@ class Receiver {
     void start();
     // The name is this machine's from now on; or is again.
     void settled();
+    // As of the sender.
+    void storeAll();
+    std::vector<std::string> patterns() const;
 
     // ---- the program's; see Machine
     quorl_status createListener(uint32_t number, std::string_view pattern);
     void destroyListener(uint32_t number, bool cancel);
     quorl_status confirm(uint32_t listener, StreamId id, uint64_t number, Machine::Confirm when);
     StreamId streamOf(const Frame& data, std::string_view subject) const noexcept;
+    bool isStored(const Frame& data) const noexcept;
     void setRoom(uint64_t messages, uint64_t bytes);
     void setInactivity(int64_t interval);
     void close();
@@ -41,6 +45,9 @@ class Receiver {
     void onPlain(const companion::Message& message, uint32_t listener);
     void onData(const Frame& frame, companion::Message message, uint32_t listener);
     void onResent(const Frame& frame, const companion::Message& message);
+    // Data that a relay agent has kept, in the order in which it was given it. after: the number of the stream that came before,
+    // 0: none did.
+    void onKept(const Frame& frame, companion::Message message, uint64_t after);
     void onHello(const Frame& frame);
     void onChallenge(const Frame& frame);
     void onAccepted(const Frame& frame);

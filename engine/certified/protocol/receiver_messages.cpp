@@ -88,6 +88,46 @@ void Receiver::onResent(const Frame& frame, const companion::Message& message) {
     take(stream, frame.number, std::move(first));
 }
 
+// The sender has registered this name for what the relay agent was given, and may be away now: what is known of the stream, or
+// what comes first, is where it goes on, until the sender says more.
+void Receiver::onKept(const Frame& frame, companion::Message message, uint64_t after) {
+    Source* source = findSource(frame.name, frame.incarnation);
+    if (source == nullptr && wanted(message.subject())) source = meet(frame.name, frame.incarnation);
+    Stream* stream = source != nullptr ? streamFor(*source, frame.subjectId, message.subject()) : nullptr;
+    if (stream == nullptr || stream->listeners.empty()) return;
+    if (stream->state == State::registering) {
+        if (!stream->resumes && !stream->presumed) {
+            stream->confirmed = NumberSet(frame.number - 1);
+            stream->next = frame.number;
+        } else if (after != 0 && after + 1 < frame.number && after + 1 >= stream->next) {
+            // The sender has said that what is in between will not come.
+            const Range range{after + 1, frame.number - 1};
+            stream->confirmed.add(range, [&](Range fresh) {
+                shared_.tell(Event::Kind::skipped, source->name, stream->subject, fresh.first, fresh.last,
+                             textOf(Reason::notKept));
+            });
+            moved(*stream);
+        }
+        stream->presumed = true;
+    } else if (stream->state != State::active) {
+        return;
+    }
+    take(*stream, frame.number, std::move(message));
+    deliverReady(*stream);
+}
+
+bool Receiver::isStored(const Frame& data) const noexcept {
+    const auto found = sourcesByName_.find(data.name);
+    if (found == sourcesByName_.end()) return false;
+    for (const Source* source : found->second) {
+        if (source->incarnation != data.incarnation) continue;
+        const auto stream = source->byId.find(data.subjectId);
+        return stream != source->byId.end() && !stream->second->positionDirty &&
+               stream->second->confirmed.contains(data.number);
+    }
+    return false;
+}
+
 void Receiver::take(Stream& stream, uint64_t number, companion::Message message) {
     if (stream.state == State::registering && !stream.presumed) {
         if (!stream.resumes || number >= stream.next) keepEarly(stream, number, std::move(message));

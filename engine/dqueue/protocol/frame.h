@@ -9,15 +9,15 @@
 #include <string_view>
 #include <vector>
 
-#include "certified/protocol/codec.h"
 #include "certified/protocol/ranges.h"
+#include "companion/codec.h"
 #include "companion/message.h"
 
 namespace quorl::dqueue {
 
 using certified::NumberSet;
 using certified::Range;
-using certified::Reader;
+using companion::Reader;
 
 // The first two bytes of the attributes.
 inline constexpr uint8_t companionNumber = 2;
@@ -122,14 +122,14 @@ enum class Decoded : uint8_t { frame, foreign, newer };
 // foreign: no frame of this protocol, or one that breaks its rules. newer: of a version that this one does not know.
 Decoded decode(std::span<const uint8_t> attributes, Frame* frame) noexcept;
 
-using FrameWriter = certified::Writer<companion::attributesMax>;
+using FrameWriter = companion::Writer<companion::attributesMax>;
 
 // With the list. Names and subjects are valid, and missing is short: it fits.
 void encode(const Frame& frame, FrameWriter& writer) noexcept;
 
 // False: it does not fit, and is not there.
 inline constexpr size_t listMost = 1500;
-using ListWriter = certified::Writer<listMost>;
+using ListWriter = companion::Writer<listMost>;
 bool addPattern(const OfferedPattern& pattern, ListWriter& writer) noexcept;
 
 // Groups in the making, in as many lists as they need.

@@ -334,7 +334,7 @@ void Scheduler::resend(WorkerEntry& worker) {
     worker.resendAt = INT64_MAX;
     if (!worker.attached()) return;
     size_t count = 0;
-    certified::Writer<listMost> gone;
+    companion::Writer<listMost> gone;
     uint64_t previous = 0;
     for (auto& one : worker.unacknowledged) {
         if (++count > resentMost) break;

@@ -198,7 +198,7 @@ void Worker::sendReports(GroupLists& lists, uint64_t report) {
     frame.report = report;
     frame.parts = 1;
     // What has come, and what is missing below it.
-    certified::Writer<missingMost> missing;
+    companion::Writer<missingMost> missing;
     frame.sequence = received_.highest();
     uint64_t previous = 0;
     uint64_t next = received_.upTo() + 1;
