@@ -667,7 +667,12 @@ void Receiver::onNote(const Frame& frame) {
                 registerAgain(*stream, shared_.now.monotonic);
             return;
         }
-        if (!known || stream->state != State::active || stream->listeners.empty()) return;
+        if (stream->state != State::active || stream->listeners.empty()) return;
+        if (!known) {
+            // Another member had registered for the queue, and is not the one that acts for it any more.
+            if (shared_.settings.queue) registerAgain(*stream, shared_.now.monotonic);
+            return;
+        }
         stream->lastKnown = std::max(part.last, stream->early.empty() ? 0 : stream->early.rbegin()->first);
         lookForGap(*stream, 0);
         expectConfirm(*stream, 0);

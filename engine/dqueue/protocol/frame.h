@@ -78,7 +78,8 @@ enum class GroupKind : uint8_t {
 inline constexpr uint8_t groupKindMax = 6;
 struct Group {
     GroupKind kind = GroupKind::done;
-    uint32_t reassigned = 0;
+    uint32_t reassigned =
+        0;  // how often; of failed and released the hand-out that is given back, 0: of an earlier attachment
     StreamRef stream;
     std::span<const uint8_t> ranges;  // as certified::forEachRange reads them, from 0
 };

@@ -164,6 +164,7 @@ uint32_t Scheduler::listenerFor(std::string_view subject) const noexcept {
 
 void Scheduler::confirm(Stream& stream, uint64_t number, uint32_t listener) {
     if (stream.source == 0) return;
+    if (listener == 0) listener = stream.listener = listenerFor(stream.subject);
     certifiedStep([&](certified::Machine& machine, certified::Output& out) {
         machine.confirm(listener, stream.source, number, certified::Machine::Confirm::soon, shared_.now, out);
     });
@@ -463,7 +464,7 @@ void Scheduler::tick() {
     while (shared_.settings.completeTime != 0 && !due_.empty() &&
            now - due_.first()->assignedAt >= shared_.settings.completeTime) {
         ScheduledTask& task = *due_.first();
-        addOverdue(*task.worker, *task.stream, task.number);
+        addOverdue(*task.worker, *task.stream, task.number, false);
         reassign(task, "the complete time has passed", true);
     }
     if (resendAt_ <= now) {

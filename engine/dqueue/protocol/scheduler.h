@@ -38,6 +38,7 @@ struct ScheduledTask {
     companion::Message message;  // none: only a worker has it
     WorkerEntry* worker = nullptr;
     uint64_t attachment = 0;  // of the worker, in which it was assigned
+    uint32_t handOut = 0;     // by which; 0: the worker had it before
     uint64_t listed = 0;      // the inventory that named it last
     uint64_t avoid = 0;       // member that it was taken from
     int64_t assignedAt = 0;
@@ -90,6 +91,7 @@ struct WorkerEntry {
     struct Overdue {
         Stream* stream = nullptr;
         uint64_t number = 0;
+        bool occupies = false;  // it takes the room of a task
     };
     uint64_t member = 0;
     std::string label;
@@ -104,6 +106,8 @@ struct WorkerEntry {
     uint32_t tasks = 0;
     std::vector<std::string> patterns;
     bool attached() const noexcept { return offered && inventoried; }
+    bool hasRoom() const noexcept { return attached() && !leaving && uint64_t{held} + occupied < tasks; }
+    uint32_t room() const noexcept { return tasks - held - occupied; }
 
     // Parts that have come of the offer and of the inventory that are under way.
     uint64_t offerComing = 0;
@@ -114,6 +118,7 @@ struct WorkerEntry {
 
     PlaceList list;
     uint32_t held = 0;
+    uint32_t occupied = 0;         // by tasks that it holds and that count as another's, or as done
     double time = 0;               // tasks so far, divided by the weight
     std::vector<Overdue> overdue;  // tasks that were taken from it, and that its program may still be doing
     uint64_t handedOut = 0;
@@ -217,7 +222,8 @@ class Scheduler {
     void resend(WorkerEntry& worker);
     void lose(WorkerEntry& worker, bool left);
     void clearOverdue(WorkerEntry& worker) noexcept;
-    void addOverdue(WorkerEntry& worker, Stream& stream, uint64_t number);
+    void addOverdue(WorkerEntry& worker, Stream& stream, uint64_t number, bool occupies);
+    static bool takeOverdue(WorkerEntry& worker, Stream& stream, uint64_t number) noexcept;
     void heldBy(Stream& stream, uint64_t number, uint32_t reassigned, WorkerEntry& worker, uint64_t inventory);
     void place(ScheduledTask& task, WorkerEntry& worker) noexcept;
     void workersChanged();

@@ -89,9 +89,8 @@ void Scheduler::park(ScheduledTask& task) {
 
 void Scheduler::unpark() {
     const auto taken = [&](std::string_view subject) {
-        return std::ranges::any_of(workers_, [&](const auto& worker) {
-            return worker->attached() && !worker->leaving && worker->held < worker->tasks && takes(*worker, subject);
-        });
+        return std::ranges::any_of(workers_,
+                                   [&](const auto& worker) { return worker->hasRoom() && takes(*worker, subject); });
     };
     for (size_t i = 0; i < parkedStreams_.size();) {
         Stream& stream = *parkedStreams_[i];
@@ -125,16 +124,7 @@ void Scheduler::settle(Stream& stream, uint64_t number) {
 }
 
 void Scheduler::completed(Stream& stream, uint64_t number, WorkerEntry* by) {
-    const auto overdueOf = [&](WorkerEntry& worker) {
-        const auto found = std::ranges::find_if(worker.overdue, [&](const WorkerEntry::Overdue& one) {
-            return one.stream == &stream && one.number == number;
-        });
-        if (found == worker.overdue.end()) return false;
-        --stream.pins;
-        worker.overdue.erase(found);
-        return true;
-    };
-    const bool wasOverdue = by != nullptr && overdueOf(*by);
+    const bool wasOverdue = by != nullptr && takeOverdue(*by, stream, number);
     const auto found = stream.tasks.find(number);
     if (found == stream.tasks.end()) {
         if (!stream.settled.contains(number)) return settle(stream, number);
@@ -150,7 +140,8 @@ void Scheduler::completed(Stream& stream, uint64_t number, WorkerEntry* by) {
         return markDirty(stream);
     }
     ScheduledTask& task = *found->second;
-    if (task.state == State::assigned && task.worker != by) addOverdue(*task.worker, stream, number);
+    if (task.state == State::assigned && task.worker != by)
+        addOverdue(*task.worker, stream, number, shared_.settings.completeTime == 0);
     settle(stream, number);
     confirm(stream, number, stream.listener);
     dropTask(task);
@@ -216,11 +207,11 @@ WorkerEntry* Scheduler::best(const ScheduledTask& task, bool* anyRoom) noexcept 
         if (one.overdue.empty() != other.overdue.empty()) return one.overdue.empty();
         if (one.time != other.time) return one.time < other.time;
         if (one.weight != other.weight) return one.weight > other.weight;
-        if (one.tasks - one.held != other.tasks - other.held) return one.tasks - one.held > other.tasks - other.held;
+        if (one.room() != other.room()) return one.room() > other.room();
         return one.member < other.member;
     };
     for (const auto& worker : workers_) {
-        if (!worker->attached() || worker->leaving || worker->held >= worker->tasks) continue;
+        if (!worker->hasRoom()) continue;
         *anyRoom = true;
         if (!takes(*worker, task.message.subject())) continue;
         // Who had no room, or nothing to do, for long does not get everything now.
@@ -252,6 +243,7 @@ void Scheduler::place(ScheduledTask& task, WorkerEntry& worker) noexcept {
     task.state = State::assigned;
     task.worker = &worker;
     task.attachment = worker.attachment;
+    task.handOut = 0;
     task.assignedAt = shared_.now.monotonic;
     worker.list.append(task);
     due_.append(task);
@@ -270,6 +262,7 @@ void Scheduler::handOut(ScheduledTask& task, WorkerEntry& worker) {
     ++worker.sequence;
     unplace(task);
     place(task, worker);
+    task.handOut = static_cast<uint32_t>(worker.sequence);
     time_ = std::max(time_, worker.time);
     worker.time += 1.0 / worker.weight;
     ++worker.handedOut;

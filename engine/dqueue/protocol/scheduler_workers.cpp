@@ -161,8 +161,12 @@ void Scheduler::onReport(const Frame& frame) {
                     continue;
                 }
                 answers = worker != nullptr;
+                if (worker != nullptr) takeOverdue(*worker, *stream, number);
                 const auto found = stream->tasks.find(number);
-                if (found == stream->tasks.end() || worker == nullptr || found->second->worker != worker) continue;
+                // It may have been given to the same worker once more since.
+                if (found == stream->tasks.end() || worker == nullptr || found->second->worker != worker ||
+                    found->second->handOut != group.reassigned)
+                    continue;
                 reassign(*found->second, "the worker gives it back", group.kind == GroupKind::failed);
             }
         });
@@ -190,7 +194,7 @@ void Scheduler::onInventory(const Frame& frame, WorkerEntry& worker) {
                     if (number >= range.first && number <= range.last) done.push_back(number);
                 }
                 std::ranges::sort(done);
-                for (const uint64_t number : done) completed(*stream, number, nullptr);
+                for (const uint64_t number : done) completed(*stream, number, &worker);
                 if (stream->settled.rangeCount() >= Streams::rangesMost) return;
                 const uint64_t before = stream->settled.upTo() + stream->settled.beyond();
                 stream->settled.add(range);
@@ -224,16 +228,24 @@ void Scheduler::onInventory(const Frame& frame, WorkerEntry& worker) {
 
 // A worker says that it has the task, which it may have had from an earlier scheduler.
 void Scheduler::heldBy(Stream& stream, uint64_t number, uint32_t reassigned, WorkerEntry& worker, uint64_t inventory) {
-    if (stream.settled.contains(number)) return addOverdue(worker, stream, number);
+    const bool occupies = shared_.settings.completeTime == 0;
+    if (stream.settled.contains(number)) return addOverdue(worker, stream, number, occupies);
     const auto found = stream.tasks.find(number);
     ScheduledTask& task = found != stream.tasks.end() ? *found->second : makeTask(stream, number);
     task.reassigned = std::max(task.reassigned, reassigned);
-    if (task.state == State::assigned && task.worker != &worker) return addOverdue(worker, stream, number);
-    if (task.state != State::assigned) {
+    if (task.state == State::assigned && task.worker != &worker) {
+        // Another one was to have it, who has not said that it does, and may never have got it.
+        const WorkerEntry& other = *task.worker;
+        const bool doubtful =
+            !other.inventoried && (other.inventoryComing == 0 || task.listed != other.inventoryComing);
+        if (!doubtful) return addOverdue(worker, stream, number, occupies);
+    }
+    if (task.state != State::assigned || task.worker != &worker) {
         unplace(task);
         place(task, worker);
     }
     task.attachment = worker.attachment;
+    task.handOut = 0;
     task.listed = inventory;
 }
 
@@ -391,12 +403,25 @@ void Scheduler::lose(WorkerEntry& worker, bool left) {
 void Scheduler::clearOverdue(WorkerEntry& worker) noexcept {
     for (const auto& one : worker.overdue) --one.stream->pins;
     worker.overdue.clear();
+    worker.occupied = 0;
 }
 
-void Scheduler::addOverdue(WorkerEntry& worker, Stream& stream, uint64_t number) {
+void Scheduler::addOverdue(WorkerEntry& worker, Stream& stream, uint64_t number, bool occupies) {
     if (worker.overdue.size() >= overdueMost) return;
-    worker.overdue.push_back({&stream, number});
+    worker.overdue.push_back({&stream, number, occupies});
+    worker.occupied += occupies;
     ++stream.pins;
+}
+
+// Takes it off when it is there.
+bool Scheduler::takeOverdue(WorkerEntry& worker, Stream& stream, uint64_t number) noexcept {
+    const auto found = std::ranges::find_if(
+        worker.overdue, [&](const WorkerEntry::Overdue& one) { return one.stream == &stream && one.number == number; });
+    if (found == worker.overdue.end()) return false;
+    worker.occupied -= found->occupies;
+    --stream.pins;
+    worker.overdue.erase(found);
+    return true;
 }
 
 std::vector<WorkerReview> Scheduler::workers() const {

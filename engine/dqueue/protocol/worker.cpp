@@ -56,7 +56,7 @@ void Worker::destroyListener(uint32_t number, bool cancel) {
         if (held_.find(at)->listener != number) continue;
         const Held held = *held_.find(at);
         release(at);
-        returnTask(*held.stream, held.number, GroupKind::released);
+        returnTask(held, GroupKind::released);
     }
     flush();
     offerAnew();
@@ -107,7 +107,7 @@ quorl_status Worker::giveBack(uint32_t task, GroupKind kind) {
     const Held* found = local == 0 ? nullptr : held_.find(local);
     if (found == nullptr) return QUORL_NOT_FOUND;
     const Held held = *found;
-    returnTask(*held.stream, held.number, kind);
+    returnTask(held, kind);
     release(local);
     flush();
     return QUORL_OK;
@@ -183,9 +183,9 @@ void Worker::covered(Stream& stream) {
     std::erase_if(fresh_, [&](const auto& one) { return one.first == &stream; });
 }
 
-void Worker::returnTask(Stream& stream, uint64_t number, GroupKind kind) {
-    returned_.push_back({&stream, number, kind, 0});
-    ++stream.pins;
+void Worker::returnTask(const Held& held, GroupKind kind) {
+    returned_.push_back({held.stream, held.number, held.handOut, kind, 0});
+    ++held.stream->pins;
 }
 
 void Worker::reportWithin(int64_t time) noexcept {
@@ -247,7 +247,7 @@ void Worker::flush() {
     for (Returned& one : returned_) {
         if (one.report != 0) continue;
         one.report = report;
-        lists.add(one.kind, 0, one.stream->ref(), {one.number, one.number});
+        lists.add(one.kind, one.handOut, one.stream->ref(), {one.number, one.number});
     }
     sendReports(lists, report);
     if ((unreported_ != 0 || !returned_.empty()) && againAt_ == INT64_MAX)
@@ -264,7 +264,7 @@ void Worker::reportAgain() {
     const uint64_t report = ++lastReport_;
     for (Returned& one : returned_) {
         one.report = report;
-        lists.add(one.kind, 0, one.stream->ref(), {one.number, one.number});
+        lists.add(one.kind, one.handOut, one.stream->ref(), {one.number, one.number});
     }
     fresh_.clear();
     sendReports(lists, report);
@@ -285,8 +285,11 @@ void Worker::attach(const Term& term) {
     // What the inventory does not name is with nobody.
     for (const Returned& one : returned_) --one.stream->pins;
     returned_.clear();
+    for (uint64_t at = held_.nextTaken(1); at != 0; at = held_.nextTaken(at + 1)) held_.find(at)->handOut = 0;
     if (another) shared_.tell(Event::Kind::schedulerChanged, term.scheduler);
     attachPause_.reset();
+    reportAt_ = againAt_ = INT64_MAX;
+    againPause_.reset();
     sendAttach();
 }
 
@@ -461,7 +464,7 @@ void Worker::onTask(const Frame& frame, const companion::Message& message) {
 void Worker::deliver(const Frame& frame, const companion::Message& message, Stream& stream, uint64_t number) {
     const uint32_t listener = listenerFor(frame.subject);
     if (listener == 0) {
-        returnTask(stream, number, GroupKind::released);
+        returnTask({&stream, number, 0, 0, static_cast<uint32_t>(frame.sequence)}, GroupKind::released);
         return reportWithin(reportSoon);
     }
     const bool kept = (frame.flags & flagKept) != 0;
@@ -477,7 +480,7 @@ void Worker::deliver(const Frame& frame, const companion::Message& message, Stre
     if (static_cast<uint32_t>(local) == 0) ++local;
     task.number = static_cast<uint32_t>(local);
     shared_.out->tasks.reserve(shared_.out->tasks.size() + 1);
-    held_.take(local) = {&stream, number, listener, frame.reassigned};
+    held_.take(local) = {&stream, number, listener, frame.reassigned, static_cast<uint32_t>(frame.sequence)};
     try {
         stream.held.emplace(number, task.number);
     } catch (...) {

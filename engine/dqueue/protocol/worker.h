@@ -61,10 +61,12 @@ class Worker {
         uint64_t number = 0;
         uint32_t listener = 0;
         uint32_t reassigned = 0;
+        uint32_t handOut = 0;  // by which it came in this attachment; 0: before it
     };
     struct Returned {
         Stream* stream = nullptr;
         uint64_t number = 0;
+        uint32_t handOut = 0;
         GroupKind kind = GroupKind::released;
         uint64_t report = 0;  // in which it was said last
     };
@@ -88,7 +90,7 @@ class Worker {
     uint64_t localOf(uint32_t task) const noexcept;
     void reported(Stream& stream, uint64_t number);
     void covered(Stream& stream);
-    void returnTask(Stream& stream, uint64_t number, GroupKind kind);
+    void returnTask(const Held& held, GroupKind kind);
     void forgetTaken(bool lost);
     static bool isUnreported(const Stream& stream, uint64_t number) noexcept;
 
