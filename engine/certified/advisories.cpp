@@ -9,8 +9,17 @@ using companion::Field;
 using companion::Severity;
 
 // Fields without a value are left out where they are texts, and told where they are numbers.
-void Node::tell(const Event& event) const noexcept {
+void Node::tell(const Event& event) noexcept {
     if (!companion::advisoriesHeard()) return;
+    // What the ledger says of itself is known here alone.
+    std::string ledgers;
+    if (event.kind == Event::Kind::storageFailed) {
+        try {
+            const std::lock_guard lock(lock_);
+            ledgers = storageText_;
+        } catch (const std::bad_alloc&) {
+        }
+    }
     constexpr std::string_view source = "certified";
     const Field transport("transport", id_.load());
     const Field own("name", std::string_view(name_));
@@ -49,7 +58,8 @@ void Node::tell(const Event& event) const noexcept {
         case Event::Kind::refused:
             return advise(Severity::warn, source, "refused", {transport, own, listener, subject, reason});
         case Event::Kind::storageFailed:
-            return advise(Severity::error, source, "storage_failed", {transport, own, reason});
+            return advise(Severity::error, source, "storage_failed",
+                          {transport, own, {"reason", std::string_view(ledgers)}});
         case Event::Kind::storageWorks:
             return advise(Severity::info, source, "storage_works", {transport, own});
         case Event::Kind::listening:

@@ -62,6 +62,7 @@ Node::Node(const Wish& wish, const Settings& settings, const Chance& chance)
           ended(token, outcome, after);
           finish(after, Waits::no);
       }),
+      syncs_(wish.sync),
       standIn_(wish.standIn),
       machine_(settings, chance),
       offLine_(!wish.relay.empty()) {}
@@ -306,9 +307,13 @@ void Node::carryOut(quorl_status status, After& after) noexcept {
 void Node::flush(After& after) noexcept {
     // As if it were lost: who needs it asks when the network is there again.
     if (offLine_) backlog_.clear();
+    after.waitsForRoom = false;
     while (!backlog_.empty()) {
         const quorl_status status = companion::send(transport_, backlog_.front());
-        if (status == companion::noRoom) return;
+        if (status == companion::noRoom) {
+            after.waitsForRoom = true;
+            return;
+        }
         if (status != QUORL_OK && after.sent == QUORL_OK) after.sent = status;
         backlog_.pop_front();
     }

@@ -82,8 +82,10 @@ class Node final : public companion::Object,
     quorl_status listen(uint32_t queue, quorlcmEventCallback callback, const char* pattern, const void* closure,
                         uint32_t* id) noexcept;
     void unlisten(uint32_t number, bool cancel) noexcept;
-    // durable: when this returns, the message will not be delivered again.
-    quorl_status confirm(uint32_t number, const companion::Message& message, bool durable) noexcept;
+    // When this returns, the message will not be delivered again; but after a callback, where the ledger syncs, it is only on its way
+    // to the disk, so that callbacks do not wait for that one by one.
+    enum class Confirmed : bool { byCallback, byProgram };
+    quorl_status confirm(uint32_t number, const companion::Message& message, Confirmed how) noexcept;
     void lost() noexcept { ++dropped_; }
 
     // ---- companion::Object, companion::Guest
@@ -102,6 +104,7 @@ class Node final : public companion::Object,
         std::vector<Event> events;
         quorl_status sent = QUORL_OK;  // the first failure of the transport
         bool stores = false;           // something was stored
+        bool waitsForRoom = false;     // messages are left that found none
     };
     // A request that waits for its reply.
     struct Request {
@@ -123,7 +126,7 @@ class Node final : public companion::Object,
     void deliver(std::vector<Delivery>& deliveries) noexcept;
     void flush(After& after) noexcept;
     void flushAll(int64_t deadline) noexcept;
-    void tell(const Event& event) const noexcept;
+    void tell(const Event& event) noexcept;
     quorl_status explain(quorl_status status) noexcept;
     template <class F>
     quorl_status sendBy(const companion::Message& message, F&& change) noexcept;
@@ -146,6 +149,7 @@ class Node final : public companion::Object,
     std::unique_ptr<Ledger> ledger_;  // null: in memory
     Committer committer_;
     std::atomic<uint64_t> dropped_{0};
+    const bool syncs_;  // the ledger, before it says that something is stored
     StandIn* const standIn_;
     std::unique_ptr<RelayLink> relay_;  // null: no relay agent
     std::mutex relayLock_;              // one of connect and disconnect at a time; before lock_

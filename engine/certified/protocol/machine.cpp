@@ -135,8 +135,14 @@ quorl_status Machine::start(bool complete, Now now, Output& out) {
     presence_->start();
     sender_->start(complete);
     receiver_->start();
-    if (shared_->settled) receiver_->settled();
+    if (shared_->settled) settled();
     return QUORL_OK;
+}
+
+// The name is this machine's: the others may know that it is here.
+void Machine::settled() {
+    sender_->sayHello(everybody);
+    receiver_->settled();
 }
 
 // ---- time and storage
@@ -164,7 +170,7 @@ void Machine::onTime(const Timers::Timer& timer) {
             shared_->tryStorage();
             break;
         case Timing::presence:
-            if (presence_->onTime()) receiver_->settled();
+            if (presence_->onTime()) settled();
             break;
         case Timing::expiry:
             sender_->onExpiry(timer.which);
@@ -210,15 +216,16 @@ void Machine::fetched(const Fetch& fetch, const companion::Message& message, Now
 
 // ---- sending
 
-quorl_status Machine::send(const companion::Message& message, int64_t limit, Now now, Output& out, uint64_t* number) {
+quorl_status Machine::send(const companion::Message& message, int64_t limit, Now now, Output& out, uint64_t* number,
+                           int64_t* used) {
     const Step step(*shared_, now, out);
-    return sender_->send(message, limit, number);
+    return sender_->send(message, limit, number, used);
 }
 
 quorl_status Machine::sendReply(const companion::Message& message, std::string_view requester, int64_t limit, Now now,
-                                Output& out, uint64_t* number) {
+                                Output& out, uint64_t* number, int64_t* used) {
     const Step step(*shared_, now, out);
-    return sender_->sendReply(message, requester, limit, number);
+    return sender_->sendReply(message, requester, limit, number, used);
 }
 
 void Machine::setDefaultTimeLimit(int64_t limit) noexcept {
@@ -292,6 +299,7 @@ void Machine::close(Now now, Output& out) {
     const Step step(*shared_, now, out);
     receiver_->close();
     sender_->close();
+    presence_->close();
 }
 
 // ---- what comes in
@@ -321,7 +329,7 @@ void Machine::dispatch(const Frame& frame, companion::Message message, uint32_t 
     }
     if (listener != 0) return;
     if (frame.kind == Kind::presence) {
-        if (presence_->onPresence(frame)) receiver_->settled();
+        if (presence_->onPresence(frame)) settled();
         return;
     }
     if (shared_->suspended) return;

@@ -107,7 +107,7 @@ void Sender::forEachMessage(const std::function<void(const StoredMessage&)>& vis
 // ---- reading
 
 bool Sender::loadSender(Reader& value) {
-    incarnation_ = value.fixed();
+    shared_.incarnation = incarnation_ = value.fixed();
     key_[0] = value.fixed();
     key_[1] = value.fixed();
     const uint64_t limit = value.number();
@@ -253,7 +253,6 @@ void Sender::start(bool complete) {
             shared_.set(shared_.now.monotonic + shared_.settings.transientSilence, Timing::transient, id);
         if (!subscriber->agreements.empty()) expectConfirmation(*subscriber);
     }
-    sayHello(everybody);
 }
 
 void Sender::close() {
