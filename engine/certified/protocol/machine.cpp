@@ -135,14 +135,8 @@ quorl_status Machine::start(bool complete, Now now, Output& out) {
     presence_->start();
     sender_->start(complete);
     receiver_->start();
-    if (shared_->settled) settled();
+    if (shared_->settled) receiver_->settled();
     return QUORL_OK;
-}
-
-// The name is this machine's: the others may know that it is here.
-void Machine::settled() {
-    sender_->sayHello(everybody);
-    receiver_->settled();
 }
 
 // ---- time and storage
@@ -170,7 +164,7 @@ void Machine::onTime(const Timers::Timer& timer) {
             shared_->tryStorage();
             break;
         case Timing::presence:
-            if (presence_->onTime()) settled();
+            if (presence_->onTime()) receiver_->settled();
             break;
         case Timing::expiry:
             sender_->onExpiry(timer.which);
@@ -329,7 +323,7 @@ void Machine::dispatch(const Frame& frame, companion::Message message, uint32_t 
     }
     if (listener != 0) return;
     if (frame.kind == Kind::presence) {
-        if (presence_->onPresence(frame)) settled();
+        if (presence_->onPresence(frame)) receiver_->settled();
         return;
     }
     if (shared_->suspended) return;

@@ -276,7 +276,6 @@ class Machine {
   private:
     quorl_status loadState();
     void storeVersion();
-    void settled();
     void dispatch(const Frame& frame, companion::Message message, uint32_t listener);
     void onTime(const Timers::Timer& timer);
 

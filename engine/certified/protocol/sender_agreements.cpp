@@ -114,8 +114,7 @@ void Sender::onAnnounce(const Frame& frame) {
         if (subscriber->disallowed) return;
         subscriber->heardAt = shared_.now.monotonic;
     }
-    // Until the name is this machine's nobody needs to know of it; then everybody is told.
-    if (shared_.settled) sayHello(addressOf(frame.name));
+    sayHello(addressOf(frame.name));
 }
 
 // The listener has shown that it hears under its name: from now on this is its session. False: too many are known.

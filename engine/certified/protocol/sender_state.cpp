@@ -253,6 +253,7 @@ void Sender::start(bool complete) {
             shared_.set(shared_.now.monotonic + shared_.settings.transientSilence, Timing::transient, id);
         if (!subscriber->agreements.empty()) expectConfirmation(*subscriber);
     }
+    sayHello(everybody);
 }
 
 void Sender::close() {
