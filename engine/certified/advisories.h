@@ -8,7 +8,7 @@
 
 namespace quorl::certified {
 
-// id: of the certified transport. name: its certified name.
-void tell(const Event& event, uint32_t id, std::string_view name) noexcept;
+// id: of the certified transport. name: its certified name. storage: why its ledger takes nothing, of storageFailed alone.
+void tell(const Event& event, uint32_t id, std::string_view name, std::string_view storage = {}) noexcept;
 
 }  // namespace quorl::certified

@@ -12,7 +12,7 @@ void CmListener::run(const companion::Delivery& delivery) noexcept {
     callback_(delivery.event, delivery.handle, const_cast<void*>(delivery.closure));
     if (explicit_.load(std::memory_order_relaxed) || delivery.message.attributes().empty()) return;
     companion::KeptErrorText kept;
-    node_->confirm(delivery.event, delivery.message, false);
+    node_->confirm(delivery.event, delivery.message, Node::Confirmed::byCallback);
 }
 
 void CmListener::dropped(const companion::Message&, uint32_t) noexcept {
@@ -29,7 +29,7 @@ quorl_status CmListener::confirm(quorlMsg handle) noexcept {
                     "certified listener %u confirms by itself what its callback has returned from; call "
                     "quorlcmEvent_SetExplicitConfirm first",
                     id_.load());
-    return node_->confirm(id_, message, true);
+    return node_->confirm(id_, message, Node::Confirmed::byProgram);
 }
 
 void CmListener::closed() noexcept {

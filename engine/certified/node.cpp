@@ -61,6 +61,7 @@ Node::Node(const Wish& wish, const Settings& settings, const Chance& chance)
           ended(token, outcome, after);
           finish(after, Waits::no);
       }),
+      syncs_(wish.sync),
       standIn_(wish.standIn),
       machine_(settings, chance),
       offLine_(!wish.relay.empty()) {}
@@ -304,9 +305,13 @@ void Node::carryOut(quorl_status status, After& after) noexcept {
 void Node::flush(After& after) noexcept {
     // As if it were lost: who needs it asks when the network is there again.
     if (offLine_) backlog_.clear();
+    after.waitsForRoom = false;
     while (!backlog_.empty()) {
         const quorl_status status = companion::send(transport_, backlog_.front());
-        if (status == companion::noRoom) return;
+        if (status == companion::noRoom) {
+            after.waitsForRoom = true;
+            return;
+        }
         if (status != QUORL_OK && after.sent == QUORL_OK) after.sent = status;
         backlog_.pop_front();
     }
@@ -348,7 +353,7 @@ void Node::deliver(std::vector<Delivery>& deliveries) noexcept {
 quorl_status Node::finish(After& after, Waits waits) noexcept {
     quorl_status status = QUORL_OK;
     for (;;) {
-        for (const Event& event : std::exchange(after.events, {})) tell(event, id_, name_);
+        for (const Event& event : std::exchange(after.events, {})) tell(event);
         if (const Pending stored = std::exchange(after.stored, {}); stored.token != 0) {
             if (waits == Waits::no && committer_.add(stored)) {
                 // Told later.
@@ -419,6 +424,18 @@ void Node::received(uint32_t ear, Message&& message) noexcept {
 }
 
 // ---- what a status of the machine means
+
+void Node::tell(const Event& event) noexcept {
+    if (event.kind != Event::Kind::storageFailed) return certified::tell(event, id_, name_);
+    // What the ledger says of itself is known here alone.
+    std::string storage;
+    try {
+        const std::lock_guard lock(lock_);
+        storage = storageText_;
+    } catch (const std::bad_alloc&) {
+    }
+    certified::tell(event, id_, name_, storage);
+}
 
 quorl_status Node::explain(quorl_status status) noexcept {
     switch (status) {

@@ -80,8 +80,10 @@ class Node final : public companion::CertifiedTransport,
     quorl_status listen(uint32_t queue, quorlcmEventCallback callback, const char* pattern, const void* closure,
                         uint32_t* id) noexcept override;
     void unlisten(uint32_t number, bool cancel) noexcept;
-    // durable: when this returns, the message will not be delivered again.
-    quorl_status confirm(uint32_t number, const companion::Message& message, bool durable) noexcept;
+    // When this returns, the message will not be delivered again; but after a callback, where the ledger syncs, it is only on its way
+    // to the disk, so that callbacks do not wait for that one by one.
+    enum class Confirmed : bool { byCallback, byProgram };
+    quorl_status confirm(uint32_t number, const companion::Message& message, Confirmed how) noexcept;
     void lost() noexcept { ++dropped_; }
 
     // ---- what the library and its host tell
@@ -100,6 +102,7 @@ class Node final : public companion::CertifiedTransport,
         std::vector<Event> events;
         quorl_status sent = QUORL_OK;  // the first failure of the transport
         bool stores = false;           // something was stored
+        bool waitsForRoom = false;     // messages are left that found none
     };
     // A request that waits for its reply.
     struct Request {
@@ -121,6 +124,7 @@ class Node final : public companion::CertifiedTransport,
     void deliver(std::vector<Delivery>& deliveries) noexcept;
     void flush(After& after) noexcept;
     void flushAll(int64_t deadline) noexcept;
+    void tell(const Event& event) noexcept;
     quorl_status explain(quorl_status status) noexcept;
     template <class F>
     quorl_status sendBy(const companion::Message& message, F&& change) noexcept;
@@ -143,6 +147,7 @@ class Node final : public companion::CertifiedTransport,
     std::unique_ptr<Ledger> ledger_;  // null: in memory
     Committer committer_;
     std::atomic<uint64_t> dropped_{0};
+    const bool syncs_;  // the ledger, before it says that something is stored
     StandIn* const standIn_;
     std::unique_ptr<RelayLink> relay_;  // null: no relay agent
     std::mutex relayLock_;              // one of connect and disconnect at a time; before lock_

@@ -39,14 +39,12 @@ quorl_status Node::sendBy(const Message& message, F&& change) noexcept {
     const quorl_status stored = finish(after, Waits::yes);
     if (status != QUORL_OK) return explain(status);
     if (stored != QUORL_OK) return stored;
-    flushAll(INT64_MAX);
-    bool kept;
-    {
+    if (after.waitsForRoom) flushAll(INT64_MAX);
+    if (refused != QUORL_OK) {
         const std::lock_guard lock(lock_);
-        kept = machine_.counts().agreements != 0;
+        if (machine_.counts().agreements == 0)
+            return fail(refused, "the transport refused the message, and no listener is registered");
     }
-    if (refused != QUORL_OK && !kept)
-        return fail(refused, "the transport refused the message, and no listener is registered");
     ++figures().accepted;
     return QUORL_OK;
 }
@@ -59,9 +57,9 @@ quorl_status Node::send(quorlMsg handle) noexcept {
     if (status != QUORL_OK) return status;
     uint64_t number = 0;
     status = sendBy(message, [&](Machine& machine, Now now, Output& out) {
-        return machine.send(message, limit, now, out, &number);
+        return machine.send(message, limit, now, out, &number, &limit);
     });
-    if (status == QUORL_OK) noteSent(handle, name_, number);
+    if (status == QUORL_OK) noteSent(handle, name_, number, limit);
     return status;
 }
 
@@ -83,9 +81,10 @@ quorl_status Node::sendReply(quorlMsg reply, quorlMsg request) noexcept {
     }
     uint64_t number = 0;
     status = sendBy(answer, [&](Machine& machine, Now now, Output& out) {
-        return machine.sendReply(answer, whole ? requesterOf(whole) : std::string_view(), limit, now, out, &number);
+        return machine.sendReply(answer, whole ? requesterOf(whole) : std::string_view(), limit, now, out, &number,
+                                 &limit);
     });
-    if (status == QUORL_OK) noteSent(reply, name_, number);
+    if (status == QUORL_OK) noteSent(reply, name_, number, limit);
     return status;
 }
 
@@ -124,9 +123,9 @@ quorl_status Node::sendRequest(quorlMsg handle, quorlMsg* reply, double timeout)
     uint64_t sequence = 0;
     if (status == QUORL_OK)
         status = sendBy(message, [&](Machine& machine, Now now, Output& out) {
-            return machine.send(message, limit, now, out, &sequence);
+            return machine.send(message, limit, now, out, &sequence, &limit);
         });
-    if (status == QUORL_OK) noteSent(handle, name_, sequence);
+    if (status == QUORL_OK) noteSent(handle, name_, sequence, limit);
     if (status == QUORL_OK) status = awaitReply(request, number, deadline, reply);
     {
         companion::KeptErrorText kept;
@@ -164,7 +163,7 @@ quorl_status Node::awaitReply(Request& request, uint32_t number, int64_t deadlin
     }
     if (!came.attributes().empty()) {
         companion::KeptErrorText kept;
-        confirm(number, came, false);
+        confirm(number, came, Confirmed::byCallback);
     }
     return came.handOver(reply);
 }
@@ -230,8 +229,8 @@ void Node::unlisten(uint32_t number, bool cancel) noexcept {
     host().unlisten(ear);
 }
 
-quorl_status Node::confirm(uint32_t number, const Message& message, bool durable) noexcept {
-    const auto when = durable ? Machine::Confirm::now : Machine::Confirm::soon;
+quorl_status Node::confirm(uint32_t number, const Message& message, Confirmed how) noexcept {
+    const auto when = Machine::Confirm::now;
     bool others = false;
     const quorl_status status = step(
         [&](Machine& machine, Now now, Output& out) {
@@ -242,7 +241,7 @@ quorl_status Node::confirm(uint32_t number, const Message& message, bool durable
             others = confirmed == QUORL_NOT_PERMITTED;
             return confirmed;
         },
-        durable ? Waits::yes : Waits::no);
+        how == Confirmed::byProgram || !syncs_ ? Waits::yes : Waits::no);
     if (status == QUORL_OK) ++figures().confirmed;
     return others ? fail(status, "certified listener %u was not given this message", number) : status;
 }

@@ -1,5 +1,5 @@
-// Handle attributes: the companion's number, a version, the limit in 8 bytes (0: none was set), the number in 8 bytes (0: it was
-// not sent), and perhaps the sender's name with its terminator.
+// Handle attributes: the companion's number, a version, the limit that the program has set in 8 bytes (0: none), the number in 8 bytes
+// (0: it was not sent), the limit that the send has given it in 8 bytes, and perhaps the sender's name with its terminator.
 #include "certified/time_limit.h"
 
 #include <array>
@@ -22,11 +22,13 @@ namespace {
 
 constexpr size_t limitAt = 2;
 constexpr size_t numberAt = limitAt + sizeof(int64_t);
-constexpr size_t nameAt = numberAt + sizeof(uint64_t);
+constexpr size_t usedAt = numberAt + sizeof(uint64_t);
+constexpr size_t nameAt = usedAt + sizeof(int64_t);
 
 struct Own {
     int64_t limit = 0;
     uint64_t number = 0;
+    int64_t used = 0;
     const char* sender = nullptr;  // in the handle
 };
 
@@ -36,14 +38,16 @@ quorl_status readOwn(quorlMsg handle, Own* own) noexcept {
     if (bytes.size() < nameAt || bytes[0] != companionNumber) return QUORL_OK;
     std::memcpy(&own->limit, bytes.data() + limitAt, sizeof own->limit);
     std::memcpy(&own->number, bytes.data() + numberAt, sizeof own->number);
+    std::memcpy(&own->used, bytes.data() + usedAt, sizeof own->used);
     if (bytes.size() > nameAt) own->sender = reinterpret_cast<const char*>(bytes.data() + nameAt);
     return QUORL_OK;
 }
 
-quorl_status writeOwn(quorlMsg handle, int64_t limit, uint64_t number, std::string_view sender) noexcept {
+quorl_status writeOwn(quorlMsg handle, int64_t limit, uint64_t number, int64_t used, std::string_view sender) noexcept {
     std::array<uint8_t, nameAt + nameMax + 1> bytes{companionNumber, 1};
     std::memcpy(bytes.data() + limitAt, &limit, sizeof limit);
     std::memcpy(bytes.data() + numberAt, &number, sizeof number);
+    std::memcpy(bytes.data() + usedAt, &used, sizeof used);
     if (!sender.empty()) std::memcpy(bytes.data() + nameAt, sender.data(), sender.size());
     return companion::setHandleAttributes(handle, {bytes.data(), sender.empty() ? nameAt : nameAt + sender.size() + 1});
 }
@@ -57,7 +61,7 @@ quorl_status readAttributes(quorlMsg handle, Message* message, Attributes* attri
 }
 
 double secondsOf(int64_t limit) noexcept {
-    return limit == neverExpires ? 0 : static_cast<double>(limit) / 1e9;
+    return limit == 0 || limit == neverExpires ? 0 : static_cast<double>(limit) / 1e9;
 }
 
 }  // namespace
@@ -82,22 +86,22 @@ quorl_status readTimeLimit(double seconds, int64_t* limit) noexcept {
 quorl_status setTimeLimit(quorlMsg handle, double seconds) noexcept {
     int64_t limit = 0;
     if (const quorl_status status = readTimeLimit(seconds, &limit); status != QUORL_OK) return status;
-    return writeOwn(handle, limit, 0, {});
+    return writeOwn(handle, limit, 0, 0, {});
 }
 
-void noteSent(quorlMsg handle, std::string_view sender, uint64_t number) noexcept {
+void noteSent(quorlMsg handle, std::string_view sender, uint64_t number, int64_t limit) noexcept {
     companion::KeptErrorText kept;
     Own own;
     // Without memory the getters say that they know nothing.
     if (readOwn(handle, &own) == QUORL_OK && (number != 0 || own.number != 0))
-        writeOwn(handle, own.limit, number, number != 0 ? sender : std::string_view());
+        writeOwn(handle, own.limit, number, limit, number != 0 ? sender : std::string_view());
 }
 
 quorl_status getTimeLimit(quorlMsg handle, double* seconds) noexcept {
     Own own;
     if (const quorl_status status = readOwn(handle, &own); status != QUORL_OK) return status;
-    if (own.limit != 0) {
-        *seconds = secondsOf(own.limit);
+    if (own.limit != 0 || own.number != 0) {
+        *seconds = secondsOf(own.number != 0 ? own.used : own.limit);
         return QUORL_OK;
     }
     Message message;
@@ -115,7 +119,7 @@ quorl_status getSender(quorlMsg handle, const char** sender) noexcept {
         Message message;
         Attributes attributes;
         quorl_status status = readAttributes(handle, &message, &attributes);
-        if (status == QUORL_OK) status = writeOwn(handle, own.limit, 0, attributes.sender);
+        if (status == QUORL_OK) status = writeOwn(handle, own.limit, 0, 0, attributes.sender);
         if (status == QUORL_OK) status = readOwn(handle, &own);
         if (status != QUORL_OK) return status;
     }

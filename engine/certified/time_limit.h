@@ -17,8 +17,8 @@ quorl_status timeLimitOf(quorlMsg handle, int64_t* limit) noexcept;
 // Seconds to nanoseconds; 0 and infinite are neverExpires. QUORL_INVALID_ARG.
 quorl_status readTimeLimit(double seconds, int64_t* limit) noexcept;
 
-// What a send has given the message, for the getters; number 0: it was not certified.
-void noteSent(quorlMsg handle, std::string_view sender, uint64_t number) noexcept;
+// What a send has given the message, for the getters; number 0: it was not certified. limit: as a machine takes it.
+void noteSent(quorlMsg handle, std::string_view sender, uint64_t number, int64_t limit) noexcept;
 
 // For quorlMsg_SetCMTimeLimit and the three getters.
 quorl_status setTimeLimit(quorlMsg handle, double seconds) noexcept;

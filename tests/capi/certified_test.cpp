@@ -367,6 +367,25 @@ TEST_F(Certified, limitsOfMessagesAreTheHandles) {
 
 // ---- sending
 
+TEST_F(Certified, theLimitOfASentMessageIsTheOneThatItWasSentWith) {
+    const quorlcmTransport sender = newCertified(here, {.name = "sender"});
+    const auto limitAfterSending = [&](quorlMsg message) {
+        EXPECT_EQ(quorlcmTransport_Send(sender, message), QUORL_OK);
+        double seconds = -1;
+        EXPECT_EQ(quorlMsg_GetCMTimeLimit(message, &seconds), QUORL_OK) << quorl_LastErrorText();
+        return seconds;
+    };
+    quorlMsg message = newMessage("a", 1);
+    EXPECT_EQ(limitAfterSending(message), 0.0);
+    ASSERT_EQ(quorlcmTransport_SetDefaultCMTimeLimit(sender, 30), QUORL_OK);
+    EXPECT_EQ(limitAfterSending(message), 30.0);
+    ASSERT_EQ(quorlcmTransport_SetDefaultCMTimeLimit(sender, 0), QUORL_OK);
+    EXPECT_EQ(limitAfterSending(message), 0.0) << "the default is not the message's own";
+    ASSERT_EQ(quorlMsg_SetCMTimeLimit(message, 5), QUORL_OK);
+    EXPECT_EQ(limitAfterSending(message), 5.0);
+    quorlMsg_Destroy(message);
+}
+
 TEST_F(Certified, whatCannotBeSentIsRefused) {
     const quorlcmTransport sender = newCertified(here, {.name = "sender"});
     EXPECT_EQ(quorlcmTransport_Send(sender, nullptr), QUORL_INVALID_MSG);

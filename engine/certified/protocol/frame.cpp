@@ -99,7 +99,7 @@ bool validSubjectOf(const Frame& frame) noexcept {
 const char* textOf(Reason reason) noexcept {
     switch (reason) {
         case Reason::none:
-            return "";
+            return "the sender does not say why";
         case Reason::disallowed:
             return "the sender does not allow the listener";
         case Reason::full:
@@ -121,7 +121,7 @@ const char* textOf(Reason reason) noexcept {
         case Reason::cancelled:
             return "the listener has cancelled";
     }
-    return "";
+    return "the sender does not say why";
 }
 
 Confirmed takeConfirmed(Reader& reader) noexcept {

@@ -54,6 +54,7 @@ enum : uint8_t {
 enum : uint8_t {
     flagAsks = 1,     // whoever else has the name says so
     flagSettled = 2,  // nobody objected to it
+    flagLeaves = 4,   // had it, and ends
 };
 
 enum class Reason : uint8_t {

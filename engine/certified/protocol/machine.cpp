@@ -210,15 +210,16 @@ void Machine::fetched(const Fetch& fetch, const companion::Message& message, Now
 
 // ---- sending
 
-quorl_status Machine::send(const companion::Message& message, int64_t limit, Now now, Output& out, uint64_t* number) {
+quorl_status Machine::send(const companion::Message& message, int64_t limit, Now now, Output& out, uint64_t* number,
+                           int64_t* used) {
     const Step step(*shared_, now, out);
-    return sender_->send(message, limit, number);
+    return sender_->send(message, limit, number, used);
 }
 
 quorl_status Machine::sendReply(const companion::Message& message, std::string_view requester, int64_t limit, Now now,
-                                Output& out, uint64_t* number) {
+                                Output& out, uint64_t* number, int64_t* used) {
     const Step step(*shared_, now, out);
-    return sender_->sendReply(message, requester, limit, number);
+    return sender_->sendReply(message, requester, limit, number, used);
 }
 
 void Machine::setDefaultTimeLimit(int64_t limit) noexcept {
@@ -308,6 +309,7 @@ void Machine::close(Now now, Output& out) {
     const Step step(*shared_, now, out);
     receiver_->close();
     sender_->close();
+    presence_->close();
 }
 
 // ---- what comes in

@@ -219,11 +219,12 @@ class Machine {
     // limit: nanoseconds, 0 for the default. Without agreements the message goes out at once; otherwise when it is stored.
     // number (may be null) and the attributes of what goes out are the message's. A subject of the system's goes out as a plain
     // message. QUORL_INVALID_SUBJECT, QUORL_QUEUE_LIMIT, QUORL_NOT_PERMITTED (the name is taken), what storageFailed said.
+    // used (may be null): the limit that it has got, 0: none.
     quorl_status send(const companion::Message& message, int64_t limit, Now now, Output& out,
-                      uint64_t* number = nullptr);
+                      uint64_t* number = nullptr, int64_t* used = nullptr);
     // To an inbox, for the certified name that asked (see requesterOf): it is registered for the answer without being asked.
     quorl_status sendReply(const companion::Message& message, std::string_view requester, int64_t limit, Now now,
-                           Output& out, uint64_t* number = nullptr);
+                           Output& out, uint64_t* number = nullptr, int64_t* used = nullptr);
     // Nanoseconds, 0 for never. Of what is sent from now on.
     void setDefaultTimeLimit(int64_t limit) noexcept;
 

@@ -1,6 +1,7 @@
 // Asking, answering, and giving way.
 #include "certified/protocol/presence.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace quorl::certified {
@@ -8,8 +9,8 @@ namespace {
 
 constexpr uint32_t questions = 3;
 constexpr int64_t questionPause = 150 * milliseconds;
-constexpr int64_t presencePause = 10 * seconds;
-constexpr int64_t rivalGone = 35 * seconds;
+constexpr int64_t presencePause = 4 * seconds;
+constexpr int64_t rivalGone = 14 * seconds;  // three times unheard
 constexpr int64_t tellPause = 60 * seconds;
 
 }  // namespace
@@ -63,14 +64,28 @@ bool Presence::onTime() {
     } else {
         if (!shared_.suspended) say(0, 0);
         at_ = shared_.now.monotonic + presencePause;
+        if (shared_.suspended) at_ = std::min(at_, rivalAt_ + rivalGone);
     }
     shared_.set(at_, Timing::presence);
     return settledNow;
 }
 
+void Presence::close() {
+    if (shared_.settings.lasting && shared_.settled && !shared_.suspended) say(0, flagLeaves);
+}
+
 bool Presence::onPresence(const Frame& frame) {
     if (shared_.settings.queue) return false;
     if (frame.name != shared_.settings.name || frame.incarnation == shared_.chance.instance) return false;
+    if ((frame.flags & flagLeaves) != 0) {
+        if (!shared_.suspended || trying_) return false;
+        // Others may wait too: they ask each other who comes first.
+        trying_ = true;
+        asked_ = 0;
+        at_ = shared_.now.monotonic;
+        shared_.set(at_, Timing::presence);
+        return false;
+    }
     const uint64_t own = shared_.chance.instance;
     const bool otherSettled = (frame.flags & flagSettled) != 0;
     const std::pair mine{startedAt_, own};

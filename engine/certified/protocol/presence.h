@@ -19,6 +19,8 @@ class Presence {
     // Both return whether the name has just become this instance's.
     bool onTime();
     bool onPresence(const Frame& frame);
+    // The program ends: who waits for the name may have it.
+    void close();
 
   private:
     void say(uint64_t answered, uint8_t flags);

@@ -76,6 +76,8 @@ Receiver::Source* Receiver::makeSource(std::string_view name, uint64_t incarnati
 Receiver::Source* Receiver::meet(std::string_view name, uint64_t incarnation) {
     Source* source = findSource(name, incarnation);
     if (source != nullptr) return source;
+    // Another program that claims this one's name is no sender: the name is this one's, or this one waits for it.
+    if (name == shared_.settings.name && incarnation != shared_.incarnation) return nullptr;
     source = makeSource(name, incarnation);
     if (source == nullptr) return nullptr;
     setForgetTime(*source);

@@ -28,7 +28,9 @@ constexpr uint64_t askedBytes = 1ull << 20;
 Sender::Subscriber::Subscriber() : pause(firstNote, longestNote) {}
 
 Sender::Sender(Shared& shared)
-    : shared_(shared), incarnation_(shared.chance.incarnation), key_(shared.chance.senderKey) {}
+    : shared_(shared), incarnation_(shared.chance.incarnation), key_(shared.chance.senderKey) {
+    shared_.incarnation = incarnation_;
+}
 
 // ---- subjects
 
@@ -130,7 +132,7 @@ companion::Message Sender::dataOf(const Subject& subject, uint64_t number, int64
     return data;
 }
 
-quorl_status Sender::send(const companion::Message& message, int64_t limit, uint64_t* number) {
+quorl_status Sender::send(const companion::Message& message, int64_t limit, uint64_t* number, int64_t* used) {
     if (number != nullptr) *number = 0;
     if (!validSubject(message.subject())) return QUORL_INVALID_SUBJECT;
     if (shared_.suspended) return QUORL_NOT_PERMITTED;
@@ -144,14 +146,14 @@ quorl_status Sender::send(const companion::Message& message, int64_t limit, uint
         subject = &make(message.subject(), false);
         limitIdle();
     }
-    return sendOn(*subject, message, limit, number);
+    return sendOn(*subject, message, limit, number, used);
 }
 
 quorl_status Sender::sendReply(const companion::Message& message, std::string_view requester, int64_t limit,
-                               uint64_t* number) {
+                               uint64_t* number, int64_t* used) {
     const std::string_view text = message.subject();
     if (!validSubject(text)) return QUORL_INVALID_SUBJECT;
-    if (requester.empty() || !text.starts_with("_INBOX.")) return send(message, limit, number);
+    if (requester.empty() || !text.starts_with("_INBOX.")) return send(message, limit, number, used);
     if (number != nullptr) *number = 0;
     if (!validName(requester)) return QUORL_INVALID_NAME;
     if (shared_.suspended) return QUORL_NOT_PERMITTED;
@@ -169,13 +171,15 @@ quorl_status Sender::sendReply(const companion::Message& message, std::string_vi
     if (subject == nullptr) subject = &make(text, true);
     if (!subscriber->agreements.contains(subject->id)) agree(*subject, *subscriber, subject->last + 1, anySession);
     if (limit == 0 && defaultLimit_ == 0) limit = replyLimit;
-    const quorl_status status = sendOn(*subject, message, limit, number);
+    const quorl_status status = sendOn(*subject, message, limit, number, used);
     if (status != QUORL_OK) flushReleased(*subject);
     return status;
 }
 
-quorl_status Sender::sendOn(Subject& subject, const companion::Message& message, int64_t limit, uint64_t* number) {
+quorl_status Sender::sendOn(Subject& subject, const companion::Message& message, int64_t limit, uint64_t* number,
+                            int64_t* used) {
     if (limit == 0) limit = defaultLimit_;
+    if (used != nullptr) *used = limit;
     const uint64_t next = subject.last + 1;
     companion::Message data = dataOf(subject, next, limit, message);
     if (subject.agreements.empty()) {
@@ -513,7 +517,7 @@ quorl_status Sender::expire(std::string_view text, uint64_t upTo) {
     upTo = std::min(upTo, subject->last);
     if (first == 0 || first > upTo) return QUORL_OK;
     shared_.tell(Event::Kind::expired, {}, subject->text, first, upTo);
-    giveUp(*subject, {first, upTo}, Reason::expired);
+    giveUp(*subject, {first, upTo}, Reason::removed);
     return QUORL_OK;
 }
 

@@ -41,9 +41,9 @@ class Sender {
     void backOnLine();
 
     // ---- the program's; see Machine
-    quorl_status send(const companion::Message& message, int64_t limit, uint64_t* number);
+    quorl_status send(const companion::Message& message, int64_t limit, uint64_t* number, int64_t* used);
     quorl_status sendReply(const companion::Message& message, std::string_view requester, int64_t limit,
-                           uint64_t* number);
+                           uint64_t* number, int64_t* used);
     void setDefaultLimit(int64_t limit) noexcept { defaultLimit_ = limit; }
     quorl_status allow(std::string_view name);
     quorl_status disallow(std::string_view name);
@@ -173,6 +173,7 @@ class Sender {
     Subscriber* authentic(const Frame& frame);
     void heardFrom(Subscriber& subscriber);
     bool takeUpSession(Subscriber& subscriber, const Frame& frame);
+    bool newlyRefused(const Frame& frame);
     bool addInterest(Subscriber& subscriber, std::string_view pattern, uint64_t session, uint64_t attempt);
     void applyInterest(Subscriber& subscriber, const Interest& interest);
 
@@ -200,7 +201,8 @@ class Sender {
     void remindNow(Subscriber& subscriber);
 
     // ---- messages
-    quorl_status sendOn(Subject& subject, const companion::Message& message, int64_t limit, uint64_t* number);
+    quorl_status sendOn(Subject& subject, const companion::Message& message, int64_t limit, uint64_t* number,
+                        int64_t* used);
     companion::Message dataOf(const Subject& subject, uint64_t number, int64_t limit,
                               const companion::Message& message);
     void resend(const Agreement& agreement, uint64_t number, const Slot& slot, const companion::Message& message);
@@ -224,6 +226,7 @@ class Sender {
     TextMap<Subscriber*> subscribersByName_;
     uint64_t lastSubscriber_ = 0;
     uint64_t agreements_ = 0;
+    std::deque<uint64_t> refused_;  // hashes of what was refused, and told
 
     uint64_t messages_ = 0;  // kept
     uint64_t bytes_ = 0;

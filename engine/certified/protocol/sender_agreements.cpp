@@ -8,6 +8,11 @@
 #include "certified/protocol/subject.h"
 
 namespace quorl::certified {
+namespace {
+
+constexpr size_t refusedMost = 1024;  // refusals that are remembered
+
+}  // namespace
 
 // ---- subscribers
 
@@ -127,6 +132,21 @@ bool Sender::takeUpSession(Subscriber& subscriber, const Frame& frame) {
     return true;
 }
 
+// Listeners ask again and again: the program is told once for each start of a listener and subject.
+bool Sender::newlyRefused(const Frame& frame) {
+    Writer<8 + 2 * 256> text;
+    text.fixed(frame.session);
+    text.raw(frame.name.data(), frame.name.size());
+    text.byte(0);
+    text.raw(frame.subject.data(), frame.subject.size());
+    const auto bytes = text.bytes();
+    const uint64_t which = keyedHash(key_, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    if (std::ranges::find(refused_, which) != refused_.end()) return false;
+    if (refused_.size() >= refusedMost) refused_.pop_front();
+    refused_.push_back(which);
+    return true;
+}
+
 void Sender::onSubscribe(const Frame& frame) {
     if (frame.incarnation != incarnation_) return sayHello(addressOf(frame.name));
     Frame answer;
@@ -144,7 +164,7 @@ void Sender::onSubscribe(const Frame& frame) {
     };
     const auto refuse = [&](Reason reason) {
         answer.reason = reason;
-        shared_.tell(Event::Kind::refused, frame.name, frame.subject, 0, 0, textOf(reason));
+        if (newlyRefused(frame)) shared_.tell(Event::Kind::refused, frame.name, frame.subject, 0, 0, textOf(reason));
         reply(Kind::refused);
     };
     Subscriber* subscriber = findSubscriber(frame.name);

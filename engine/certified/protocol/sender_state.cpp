@@ -118,7 +118,7 @@ void Sender::forEachMessage(const std::function<void(const StoredMessage&)>& vis
 // ---- reading
 
 bool Sender::loadSender(Reader& value) {
-    incarnation_ = value.fixed();
+    shared_.incarnation = incarnation_ = value.fixed();
     key_[0] = value.fixed();
     key_[1] = value.fixed();
     const uint64_t limit = value.number();

@@ -92,6 +92,7 @@ struct Shared {
     bool suspended = false;  // another program has the name
     bool settled = false;    // nobody objected to the name
     uint64_t foreign = 0;
+    uint64_t incarnation = 0;  // of this machine as a sender
 
   private:
     struct Written {
