@@ -10,7 +10,8 @@ import picocli.CommandLine.Parameters;
 
 /** quorl cm listen: prints messages and confirms them. */
 @Command(name = "listen", description = {"Prints the messages on subjects as they come, and confirms each when it is printed.",
-        "With a --name and a --ledger nothing is missed while no such command runs, and nothing comes twice."},
+        "With a --name and a --ledger nothing is missed while no such command runs, and nothing comes again that was confirmed.",
+        "A command that is killed between printing a message and confirming it leaves that one to be printed again."},
         footer = {"", "Examples:",
                 "  quorl cm listen 'orders.>' --name billing --ledger billing.ledger --daemon nats://127.0.0.1:4222",
                 "  quorl cm listen 'orders.>' --name billing --ledger billing.ledger --json --daemon nats://127.0.0.1:4222 > orders.json"})
