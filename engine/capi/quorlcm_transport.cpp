@@ -9,6 +9,7 @@
 #include "quorl/quorlcm.h"
 
 using namespace quorl::certified;
+using quorl::companion::CertifiedTransport;
 using quorl::companion::fail;
 using quorl::companion::Hold;
 using quorl::companion::Type;
@@ -18,8 +19,15 @@ namespace {
 // Calls ask(node) with the transport held.
 template <class F>
 quorl_status with(quorlcmTransport id, F&& ask) noexcept {
-    const Hold<Node> node(Type::certifiedTransport, id);
-    return node ? ask(*node) : node.status();
+    const Hold<CertifiedTransport> held(Type::certifiedTransport, id);
+    if (!held) return held.status();
+    if (held->isQueue())
+        return fail(
+            QUORL_NOT_PERMITTED,
+            "certified transport %u is a distributed queue, which takes tasks and sends nothing; create a certified "
+            "transport of its own for that",
+            id);
+    return ask(static_cast<Node&>(*held));
 }
 
 quorl_status nullPlace() noexcept {
@@ -29,12 +37,6 @@ quorl_status nullPlace() noexcept {
 // A text of the program's, which may be null.
 std::string_view textOf(const char* text) noexcept {
     return text != nullptr ? std::string_view(text) : std::string_view();
-}
-
-quorl_status relayIsMissing(quorlcmTransport id) noexcept {
-    return with(id, [&](Node&) {
-        return fail(QUORL_NOT_PERMITTED, "certified transport %u was created without a relay agent", id);
-    });
 }
 
 }  // namespace
@@ -51,13 +53,15 @@ quorl_status quorlcmTransport_Create(quorlcmTransport* cmTransport, quorlTranspo
     if (cmTransport == nullptr) return nullPlace();
     if (cmName != nullptr && *cmName == '\0') return fail(QUORL_INVALID_NAME, "the certified name is empty");
     if (ledgerName != nullptr && *ledgerName == '\0') return fail(QUORL_INVALID_ARG, "the name of the ledger is empty");
-    if (relayAgent != nullptr) return fail(QUORL_NOT_PERMITTED, "relay agents are not part of this version");
+    if (relayAgent != nullptr && *relayAgent == '\0')
+        return fail(QUORL_INVALID_NAME, "the name of the relay agent is empty");
     try {
         return Node::create({.transport = transport,
                              .name = std::string(textOf(cmName)),
                              .requestOld = requestOld != QUORL_FALSE,
                              .ledger = std::string(textOf(ledgerName)),
-                             .sync = syncLedger != QUORL_FALSE},
+                             .sync = syncLedger != QUORL_FALSE,
+                             .relay = std::string(textOf(relayAgent))},
                             cmTransport);
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for a certified transport");
@@ -70,7 +74,11 @@ quorl_status quorlcmTransport_Destroy(quorlcmTransport cmTransport) noexcept {
 
 quorl_status quorlcmTransport_DestroyEx(quorlcmTransport cmTransport, quorlcmTransportOnComplete completion,
                                         const void* closure) noexcept {
-    return Node::closeWith(cmTransport, completion, closure);
+    {
+        const Hold<CertifiedTransport> held(Type::certifiedTransport, cmTransport);
+        if (held && held->isQueue()) return held->leave(completion, closure);
+    }
+    return CertifiedTransport::closeWith(cmTransport, completion, closure);
 }
 
 quorl_status quorlcmTransport_Send(quorlcmTransport cmTransport, quorlMsg message) noexcept {
@@ -141,11 +149,11 @@ quorl_status quorlcmTransport_SyncLedger(quorlcmTransport cmTransport) noexcept 
 }
 
 quorl_status quorlcmTransport_ConnectToRelayAgent(quorlcmTransport cmTransport) noexcept {
-    return relayIsMissing(cmTransport);
+    return with(cmTransport, [](Node& node) { return node.connect(); });
 }
 
 quorl_status quorlcmTransport_DisconnectFromRelayAgent(quorlcmTransport cmTransport) noexcept {
-    return relayIsMissing(cmTransport);
+    return with(cmTransport, [](Node& node) { return node.disconnect(); });
 }
 
 quorl_status quorlcmTransport_SetDefaultCMTimeLimit(quorlcmTransport cmTransport, quorl_f64 timeLimit) noexcept {

@@ -1,5 +1,6 @@
 // What the events of a machine are told as: docs/reference/advisories.md lists them.
-#include "certified/node.h"
+#include "certified/advisories.h"
+
 #include "companion/advisory.h"
 
 namespace quorl::certified {
@@ -9,11 +10,11 @@ using companion::Field;
 using companion::Severity;
 
 // Fields without a value are left out where they are texts, and told where they are numbers.
-void Node::tell(const Event& event) const noexcept {
+void tell(const Event& event, uint32_t id, std::string_view name) noexcept {
     if (!companion::advisoriesHeard()) return;
     constexpr std::string_view source = "certified";
-    const Field transport("transport", id_.load());
-    const Field own("name", std::string_view(name_));
+    const Field transport("transport", id);
+    const Field own("name", name);
     const Field listener("listener", std::string_view(event.name));
     const Field sender("sender", std::string_view(event.name));
     const Field subject("subject", std::string_view(event.subject));

@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <new>
-#include <tuple>
 
+#include "certified/advisories.h"
+#include "certified/damage.h"
 #include "certified/listener.h"
 #include "certified/protocol/subject.h"
-#include "companion/advisory.h"
 #include "companion/module.h"
 #include "companion/status.h"
 #include "companion/transport.h"
@@ -32,8 +32,7 @@ quorl_status noMemory() noexcept {
 }
 
 quorl_status report(const Outcome& outcome) noexcept {
-    return outcome.ok() ? QUORL_OK
-                        : fail(outcome.status, "%s", outcome.text.empty() ? "no memory" : outcome.text.c_str());
+    return outcome.ok() ? QUORL_OK : fail(outcome.status, "%s", outcome.reason());
 }
 
 bool draw(void* to, size_t size) noexcept {
@@ -54,15 +53,17 @@ bool drawChance(Chance* chance) noexcept {
 
 }  // namespace
 
-Node::Node(uint32_t transport, const Settings& settings, const Chance& chance)
-    : transport_(transport),
+Node::Node(const Wish& wish, const Settings& settings, const Chance& chance)
+    : transport_(wish.transport),
       name_(settings.name),
       committer_([this](uint64_t token, const Outcome& outcome) {
           After after;
           ended(token, outcome, after);
           finish(after, Waits::no);
       }),
-      machine_(settings, chance) {}
+      standIn_(wish.standIn),
+      machine_(settings, chance),
+      offLine_(!wish.relay.empty()) {}
 
 Node::~Node() = default;
 
@@ -84,20 +85,37 @@ quorl_status Node::create(const Wish& wish, uint32_t* id) {
                     "wildcards and does "
                     "not begin with \"_\"",
                     static_cast<int>(std::min(settings.name.size(), nameMax)), settings.name.c_str(), nameMax);
-    settings.requestOld = wish.requestOld;
+    const bool relayed = !wish.relay.empty();
+    if (relayed && (!validName(wish.relay) || wish.relay.front() == '_'))
+        return fail(QUORL_INVALID_NAME, "\"%.*s\" is not a valid name of a relay agent",
+                    static_cast<int>(std::min(wish.relay.size(), nameMax)), wish.relay.c_str());
+    if (relayed && (!settings.lasting || wish.ledger.empty()))
+        return fail(QUORL_INVALID_ARG, "a transport with a relay agent needs a certified name and a ledger");
+    // What a relay agent or anybody else has kept while the transport was away is wanted.
+    settings.requestOld = wish.requestOld || relayed;
+    // A stand-in confirms nothing.
+    if (wish.standIn != nullptr) settings.inFlight = UINT32_MAX;
     settings.ledger = !wish.ledger.empty();
     settings.mayLoseTail = settings.ledger && !wish.sync;
     settings.pendingBytes = uint64_t{companion::parameters::pendingMegabytes()} << 20;
     Chance chance;
     if (!drawChance(&chance)) return fail(QUORL_OS_ERROR, "the system provides no random numbers");
 
-    const auto node = std::make_shared<Node>(wish.transport, settings, chance);
+    const auto node = std::make_shared<Node>(wish, settings, chance);
+    if (relayed) {
+        node->relay_ = std::make_unique<RelayLink>(static_cast<RelayLink::Owner&>(*node), wish.transport, wish.relay,
+                                                   settings.name);
+        if (const quorl_status status = node->relay_->open(); status != QUORL_OK) return status;
+    }
     if (settings.ledger) {
         const Outcome opened = Ledger::open({.path = wish.ledger,
                                              .name = settings.name,
                                              .durability = wish.sync ? Durability::power : Durability::process},
                                             &node->ledger_);
-        if (!opened.ok()) return report(opened);
+        if (!opened.ok()) {
+            tellDamage(settings.name, wish.ledger, opened);
+            return report(opened);
+        }
         if (const quorl_status status = node->load(); status != QUORL_OK) return status;
         if (const quorl_status status = node->committer_.start(*node->ledger_); status != QUORL_OK) return status;
     }
@@ -110,7 +128,7 @@ quorl_status Node::create(const Wish& wish, uint32_t* id) {
         return status;
     }
     node->id_ = made;
-    status = node->start();
+    status = node->start(wish.patterns);
     if (status != QUORL_OK) {
         companion::KeptErrorText kept;
         companion::close(Type::certifiedTransport, made);
@@ -120,7 +138,7 @@ quorl_status Node::create(const Wish& wish, uint32_t* id) {
     return QUORL_OK;
 }
 
-// What the ledger holds, for the machine.
+// What the ledger holds, for the machine, which may refuse it. Until then the file is as it was.
 quorl_status Node::load() {
     struct Into final : Loader {
         explicit Into(Node& its) : node(its) {}
@@ -130,57 +148,68 @@ quorl_status Node::load() {
         void message(const StoredMessage& message) override {
             if (status == QUORL_OK) status = node.machine_.load(message);
         }
-        void damaged(const StoredMessage& message, const std::string& text) override {
-            companion::advise(companion::Severity::error, "certified", "damaged",
-                              {{"name", std::string_view(node.name_)},
-                               {"number", message.number},
-                               {"reason", std::string_view(text)}});
+        void damaged(const StoredMessage&, const Finding& finding) override { tellFinding(node.name_, finding); }
+        Outcome verdict() override {
+            if (status == QUORL_OK) status = node.machine_.check();
+            const std::string ledger = "the ledger " + node.ledger_->path();
+            switch (status) {
+                case QUORL_OK:
+                    return {};
+                case QUORL_VERSION_MISMATCH:
+                    return {status, ledger + " was written by a newer release; open it with that one"};
+                case QUORL_ARG_CONFLICT:
+                    return {status, ledger + " has the state of another certified name; it is left as it is"};
+                default:
+                    return {status, ledger +
+                                        " is damaged: its state makes no sense; it is left as it is, and "
+                                        "quorl-ledger export writes the messages that it has"};
+            }
         }
         Node& node;
         quorl_status status = QUORL_OK;
     } into(*this);
     const Outcome outcome = ledger_->load(into);
-    if (!outcome.ok()) return report(outcome);
-    switch (into.status) {
-        case QUORL_OK:
-            return QUORL_OK;
-        case QUORL_VERSION_MISMATCH:
-            return fail(into.status, "the ledger %s was written by a newer release", ledger_->path().c_str());
-        default:
-            return fail(into.status, "the ledger %s is damaged: its state makes no sense", ledger_->path().c_str());
-    }
+    if (outcome.ok()) return QUORL_OK;
+    const std::string path = ledger_->path();
+    ledger_.reset();
+    tellDamage(name_, path, outcome);
+    return report(outcome);
 }
 
-quorl_status Node::start() noexcept {
-    if (const quorl_status status = host().add(shared_from_this()); status != QUORL_OK) return status;
-    for (const std::string_view subject : {std::string_view(machine_.address()), everybody}) {
-        uint32_t ear = 0;
-        if (const quorl_status status = host().listen(*this, transport_, subject, &ear); status != QUORL_OK)
-            return status;
-        try {
-            const std::lock_guard lock(lock_);
-            ears_.emplace(ear, 0);
-        } catch (const std::bad_alloc&) {
-            host().unlisten(ear);
-            return noMemory();
-        }
+quorl_status Node::hear(std::string_view subject, uint32_t number) noexcept {
+    uint32_t ear = 0;
+    if (const quorl_status status = host().listen(*this, transport_, subject, &ear); status != QUORL_OK) return status;
+    try {
+        const std::lock_guard lock(lock_);
+        ears_.emplace(ear, number);
+        if (relay_ && subject == relay_->inbox()) relayEar_ = ear;
+    } catch (const std::bad_alloc&) {
+        host().unlisten(ear);
+        return noMemory();
     }
+    return QUORL_OK;
+}
+
+quorl_status Node::start(const std::vector<std::string>& patterns) noexcept {
+    quorl_status status = host().add(shared_from_this());
+    if (status == QUORL_OK) status = hear(machine_.address(), 0);
+    if (status == QUORL_OK) status = hear(everybody, 0);
+    if (status == QUORL_OK && relay_) status = hear(relay_->inbox(), 0);
     const bool complete = ledger_ != nullptr && ledger_->complete();
-    return step([&](Machine& machine, Now now, Output& out) { return machine.start(complete, now, out); }, Waits::yes);
+    if (status == QUORL_OK)
+        status =
+            step([&](Machine& machine, Now now, Output& out) { return machine.start(complete, now, out); }, Waits::yes);
+    for (uint32_t i = 0; i < patterns.size() && status == QUORL_OK; ++i) {
+        status = hear(patterns[i], i + 1);
+        if (status != QUORL_OK) break;
+        status = step([&](Machine& machine, Now now,
+                          Output& out) { return machine.createListener(i + 1, patterns[i], now, out); },
+                      Waits::yes);
+    }
+    return status;
 }
 
 // ---- going
-
-quorl_status Node::closeWith(uint32_t id, quorlcmTransportOnComplete completion, const void* closure) noexcept {
-    std::pair<quorlcmTransportOnComplete, const void*> wanted(completion, closure);
-    return companion::close(
-        Type::certifiedTransport, id,
-        [](companion::Object& object, void* given) {
-            auto& node = static_cast<Node&>(object);
-            std::tie(node.completion_, node.closure_) = *static_cast<decltype(wanted)*>(given);
-        },
-        &wanted);
-}
 
 void Node::closed() noexcept {
     std::map<uint32_t, uint32_t> listeners;
@@ -197,6 +226,7 @@ void Node::closed() noexcept {
             request->changed.notify_all();
         }
     }
+    if (relay_) relay_->stop();
     // Each finds its listener here, and what it is told of is what it had.
     for (const auto& [number, ear] : listeners) companion::close(Type::certifiedListener, number);
     After after;
@@ -219,7 +249,7 @@ void Node::closed() noexcept {
 // The file is closed before the program is told.
 void Node::completed() noexcept {
     ledger_.reset();
-    if (completion_ != nullptr) completion_(id_, const_cast<void*>(closure_));
+    complete(id_);
 }
 
 void Node::parentClosed() noexcept {
@@ -256,7 +286,7 @@ void Node::carryOut(quorl_status status, After& after) noexcept {
         if (stored.ok()) break;
         out_.clear();
         try {
-            storageText_ = stored.text;
+            storageText_ = stored.reason();
             machine_.storageFailed(token, stored.status, now(), out_);
         } catch (const std::bad_alloc&) {
             break;
@@ -272,6 +302,8 @@ void Node::carryOut(quorl_status status, After& after) noexcept {
 
 // Under the lock: sends what there is room for.
 void Node::flush(After& after) noexcept {
+    // As if it were lost: who needs it asks when the network is there again.
+    if (offLine_) backlog_.clear();
     while (!backlog_.empty()) {
         const quorl_status status = companion::send(transport_, backlog_.front());
         if (status == companion::noRoom) return;
@@ -300,7 +332,9 @@ void Node::deliver(std::vector<Delivery>& deliveries) noexcept {
     if (deliveries.empty()) return;
     companion::KeptErrorText kept;
     for (Delivery& delivery : deliveries) {
-        if (const auto request = requests_.find(delivery.listener); request != requests_.end()) {
+        if (standIn_ != nullptr) {
+            if (delivery.stream != 0) standIn_->delivered(delivery.message);
+        } else if (const auto request = requests_.find(delivery.listener); request != requests_.end()) {
             if (request->second->replied) continue;
             request->second->reply = std::move(delivery.message);
             request->second->replied = true;
@@ -314,7 +348,7 @@ void Node::deliver(std::vector<Delivery>& deliveries) noexcept {
 quorl_status Node::finish(After& after, Waits waits) noexcept {
     quorl_status status = QUORL_OK;
     for (;;) {
-        for (const Event& event : std::exchange(after.events, {})) tell(event);
+        for (const Event& event : std::exchange(after.events, {})) tell(event, id_, name_);
         if (const Pending stored = std::exchange(after.stored, {}); stored.token != 0) {
             if (waits == Waits::no && committer_.add(stored)) {
                 // Told later.
@@ -348,7 +382,7 @@ void Node::ended(uint64_t token, const Outcome& outcome, After& after) noexcept 
             if (outcome.ok()) {
                 machine.persisted(token, now, out);
             } else {
-                storageText_ = outcome.text;
+                storageText_ = outcome.reason();
                 machine.storageFailed(token, outcome.status, now, out);
             }
             return QUORL_OK;
@@ -370,13 +404,18 @@ void Node::wake() noexcept {
 void Node::received(uint32_t ear, Message&& message) noexcept {
     const companion::Hold<Node> held(Type::certifiedTransport, id_);
     if (!held) return;
+    bool relayed = false;
     step(
         [&](Machine& machine, Now now, Output& out) {
             const auto known = ears_.find(ear);
-            if (known != ears_.end()) machine.receive(std::move(message), known->second, now, out);
+            relayed = known != ears_.end() && ear == relayEar_;
+            if (known == ears_.end() || relayed || offLine_) return QUORL_OK;
+            if (standIn_ != nullptr && known->second == 0) standIn_->heard(message);
+            machine.receive(std::move(message), known->second, now, out);
             return QUORL_OK;
         },
         Waits::no);
+    if (relayed) relay_->received(message);
 }
 
 // ---- what a status of the machine means
@@ -406,6 +445,7 @@ quorl_status Node::explain(quorl_status status) noexcept {
             break;
     }
     const std::lock_guard lock(lock_);
+    if (storageText_.empty()) return fail(status, "the certified transport \"%s\" cannot do this", name_.c_str());
     return fail(status, "the ledger takes nothing at present: %s", storageText_.c_str());
 }
 

@@ -21,31 +21,43 @@
 #include "certified/committer.h"
 #include "certified/ledger/ledger.h"
 #include "certified/protocol/machine.h"
+#include "certified/relay/link.h"
+#include "companion/certified.h"
 #include "companion/host.h"
-#include "companion/object.h"
 #include "quorl/quorlcm.h"
 
 namespace quorl::certified {
 
 class CmListener;
 
-class Node final : public companion::Object, public companion::Guest, public std::enable_shared_from_this<Node> {
+class Node final : public companion::CertifiedTransport,
+                   public companion::Guest,
+                   private RelayLink::Owner,
+                   public std::enable_shared_from_this<Node> {
   public:
+    // What a relay agent hears of a transport that it made to stand in for another. Called under the transport's lock: it waits
+    // for nothing. What is delivered is never confirmed.
+    struct StandIn {
+        virtual ~StandIn() = default;
+        virtual void delivered(const companion::Message& message) noexcept = 0;
+        // What came to the address.
+        virtual void heard(const companion::Message& message) noexcept = 0;
+    };
     struct Wish {
         uint32_t transport = 0;
         std::string name;  // empty: one of the library's own
         bool requestOld = false;
         std::string ledger;  // empty: in memory
         bool sync = false;
+        std::string relay = {};                  // name of its relay agent; empty: none
+        StandIn* standIn = nullptr;              // lives until the transport has completed
+        std::vector<std::string> patterns = {};  // that a stand-in listens to
     };
     // Makes a certified transport and gives it an id.
     static quorl_status create(const Wish& wish, uint32_t* id);
 
-    Node(uint32_t transport, const Settings& settings, const Chance& chance);
+    Node(const Wish& wish, const Settings& settings, const Chance& chance);
     ~Node() override;
-
-    // The completion runs when the library has finished with it; null for none.
-    static quorl_status closeWith(uint32_t id, quorlcmTransportOnComplete completion, const void* closure) noexcept;
 
     // ---- sending; statuses have a detail text
     quorl_status send(quorlMsg handle) noexcept;
@@ -58,17 +70,21 @@ class Node final : public companion::Object, public companion::Guest, public std
         return step(std::forward<F>(change), Waits::yes);
     }
     quorl_status sync() noexcept;
+    // To the relay agent, and from it. QUORL_NOT_PERMITTED: there is none.
+    quorl_status connect() noexcept;
+    quorl_status disconnect() noexcept;
     quorl_status review(const char* pattern, quorlcmReviewCallback callback, const void* closure) noexcept;
 
     // ---- listening
+    bool isQueue() const noexcept override { return false; }
     quorl_status listen(uint32_t queue, quorlcmEventCallback callback, const char* pattern, const void* closure,
-                        uint32_t* id) noexcept;
+                        uint32_t* id) noexcept override;
     void unlisten(uint32_t number, bool cancel) noexcept;
     // durable: when this returns, the message will not be delivered again.
     quorl_status confirm(uint32_t number, const companion::Message& message, bool durable) noexcept;
     void lost() noexcept { ++dropped_; }
 
-    // ---- companion::Object, companion::Guest
+    // ---- what the library and its host tell
     void closed() noexcept override;
     void completed() noexcept override;
     void parentClosed() noexcept override;
@@ -105,14 +121,19 @@ class Node final : public companion::Object, public companion::Guest, public std
     void deliver(std::vector<Delivery>& deliveries) noexcept;
     void flush(After& after) noexcept;
     void flushAll(int64_t deadline) noexcept;
-    void tell(const Event& event) const noexcept;
     quorl_status explain(quorl_status status) noexcept;
     template <class F>
     quorl_status sendBy(const companion::Message& message, F&& change) noexcept;
     quorl_status awaitReply(Request& request, uint32_t number, int64_t deadline, quorlMsg* reply) noexcept;
 
     quorl_status load();
-    quorl_status start() noexcept;
+    quorl_status start(const std::vector<std::string>& patterns) noexcept;
+    quorl_status hear(std::string_view subject, uint32_t number) noexcept;
+    quorl_status goOnLine() noexcept;
+    quorl_status copyFor(RelayCopy& copy) noexcept;
+    void take(const companion::Message& message, uint64_t after) noexcept override;
+    bool isStored(const companion::Message& message) noexcept override;
+    bool image(const StoredMessage& message, companion::Message* read) noexcept override;
 
     static Now now() noexcept { return {companion::monotonicNow(), companion::wallNow()}; }
 
@@ -122,21 +143,22 @@ class Node final : public companion::Object, public companion::Guest, public std
     std::unique_ptr<Ledger> ledger_;  // null: in memory
     Committer committer_;
     std::atomic<uint64_t> dropped_{0};
+    StandIn* const standIn_;
+    std::unique_ptr<RelayLink> relay_;  // null: no relay agent
+    std::mutex relayLock_;              // one of connect and disconnect at a time; before lock_
 
     std::mutex lock_;  // guards what follows
     Machine machine_;
     Output out_;
-    bool ended_ = false;  // only what was stored is waited for
+    bool ended_ = false;    // only what was stored is waited for
+    bool offLine_ = false;  // hears and sends nothing
+    uint32_t relayEar_ = 0;
     std::string storageText_;
     std::deque<companion::Message> backlog_;  // what found no room
     std::map<uint32_t, uint32_t> ears_;       // the library's listeners: the numbers of the machine's
     std::map<uint32_t, uint32_t> listeners_;  // the other way round
     std::map<uint32_t, Request*> requests_;   // by the numbers of the machine's listeners
     uint32_t lastRequest_ = 0;
-
-    // Set by whoever closes it, before closed().
-    quorlcmTransportOnComplete completion_ = nullptr;
-    const void* closure_ = nullptr;
 };
 
 template <class F>

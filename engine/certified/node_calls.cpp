@@ -22,6 +22,8 @@ namespace {
 // Ids of events never have these numbers: the lower bits are a slot, and slot 0 is none.
 constexpr uint32_t requestStep = 1u << 22;
 
+constexpr int64_t relayPatience = 10'000'000'000;  // nanoseconds
+
 }  // namespace
 
 // ---- sending
@@ -249,8 +251,89 @@ quorl_status Node::confirm(uint32_t number, const Message& message, bool durable
 
 quorl_status Node::sync() noexcept {
     if (ledger_ == nullptr) return QUORL_OK;
+    // What waits for a ledger that took nothing is not in it yet.
+    const quorl_status status =
+        call([](Machine& machine, Now now, Output& out) { return machine.retryStorage(now, out); });
+    if (status != QUORL_OK) return status;
     const Outcome outcome = ledger_->sync();
-    return outcome.ok() ? QUORL_OK : fail(outcome.status, "%s", outcome.text.c_str());
+    return outcome.ok() ? QUORL_OK : fail(outcome.status, "%s", outcome.reason());
+}
+
+// ---- the relay agent
+
+quorl_status Node::connect() noexcept {
+    if (!relay_)
+        return fail(QUORL_NOT_PERMITTED, "certified transport %u was created without a relay agent", id_.load());
+    const std::lock_guard one(relayLock_);
+    {
+        const std::lock_guard lock(lock_);
+        if (!offLine_) return QUORL_OK;
+    }
+    const quorl_status status = relay_->connect(companion::monotonicNow() + relayPatience);
+    return status == QUORL_OK ? goOnLine() : status;
+}
+
+quorl_status Node::goOnLine() noexcept {
+    const quorl_status status = step(
+        [&](Machine& machine, Now now, Output& out) {
+            offLine_ = false;
+            machine.backOnLine(now, out);
+            return QUORL_OK;
+        },
+        Waits::no);
+    return status == QUORL_OK ? relay_->startTaking() : status;
+}
+
+quorl_status Node::disconnect() noexcept {
+    if (!relay_)
+        return fail(QUORL_NOT_PERMITTED, "certified transport %u was created without a relay agent", id_.load());
+    const std::lock_guard one(relayLock_);
+    {
+        const std::lock_guard lock(lock_);
+        if (offLine_) return QUORL_OK;
+    }
+    relay_->stopTaking();
+    RelayCopy copy;
+    quorl_status status = copyFor(copy);
+    if (status == QUORL_OK) status = relay_->handOver(copy, relayPatience);
+    if (status != QUORL_OK) {
+        companion::KeptErrorText kept;
+        goOnLine();
+    }
+    return status;
+}
+
+// From here on the transport hears and sends nothing, so that the copy stays true.
+quorl_status Node::copyFor(RelayCopy& copy) noexcept {
+    return step(
+        [&](Machine& machine, Now now, Output& out) {
+            offLine_ = true;
+            machine.copy(now, out);
+            copy.state = out.store.writes;
+            std::erase_if(copy.state, [](const Write& write) { return write.kind != Write::Kind::putState; });
+            copy.patterns = machine.patterns();
+            machine.forEachMessage([&](const StoredMessage& message) { copy.messages.push_back(message); });
+            return QUORL_OK;
+        },
+        Waits::yes);
+}
+
+void Node::take(const Message& message, uint64_t after) noexcept {
+    step(
+        [&](Machine& machine, Now now, Output& out) {
+            if (!offLine_) machine.kept(message, after, now, out);
+            return QUORL_OK;
+        },
+        Waits::no);
+}
+
+bool Node::isStored(const Message& message) noexcept {
+    const std::lock_guard lock(lock_);
+    return machine_.isStored(message);
+}
+
+bool Node::image(const StoredMessage& message, Message* read) noexcept {
+    return ledger_->read(message.subject, message.number, read).ok();
 }
 
 // The messages are made under the lock, and the program is called without it.

@@ -88,6 +88,12 @@ QUORL_API quorl_status _quorlDispatchable_SetThreadKey(void* key) QUORL_NOEXCEPT
  * the others wait on. QUORL_INVALID_DISPATCHABLE: no such queue or group. */
 QUORL_API quorl_status _quorlDispatchable_Signal(quorl_u32 id) QUORL_NOEXCEPT;
 
+/* ---- listeners -------------------------------------------------------------------------------------------------- */
+
+/* What begins a subject that makes quorlEvent_CreateListener and quorlEvent_CreateGroupVectorListener share as
+ * quorlEvent_CreateSharedListener does: "_QUORL.SHARE.<name>.<subject>". The whole may be longer than QUORL_SUBJECT_MAX. */
+#define QUORL_SHARE_PREFIX "_QUORL.SHARE."
+
 /* ---- fields ----------------------------------------------------------------------------------------------------- */
 
 /* Finds a field as quorlMsg_GetFieldEx does and gives where it is and what it is in one number, never 0: index + 1 in bits
@@ -101,6 +107,12 @@ QUORL_API quorl_status _quorlMsg_GetFieldInstanceIndexAndType(quorlMsg message, 
 
 /* In libquorlcm. From now on the listener's owner completes uncertified messages of a distributed queue itself. */
 QUORL_API quorl_status _quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(quorl_u32 listener) QUORL_NOEXCEPT;
+
+/* In libquorlcm. Runs a relay agent of that name over the transport, with that ledger, until the file descriptor stop can be
+ * read; what the program quorl-relay does. ready, which may be null, is called when it answers. The statuses of
+ * quorlcmTransport_Create. */
+QUORL_API quorl_status _quorlcmRelay_Run(quorlTransport transport, const char* name, const char* ledgerName,
+                                         quorl_bool syncLedger, int stop, void (*ready)(void)) QUORL_NOEXCEPT;
 
 /* In libquorlcmq. Reports the task with number dqsn complete on the certified transport whose record (type 100, with a
  * reference held) is given. The arguments between are 0. */

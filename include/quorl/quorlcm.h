@@ -32,11 +32,13 @@ QUORL_API const char* quorlcm_Version(void) QUORL_NOEXCEPT;
  * of at most 200 bytes without wildcards that does not begin with "_"; null for a name of the library's own that lasts as long
  * as the object. requestOld: whether messages that were sent to the name before are asked for. ledgerName: the ledger's file,
  * which is made where there is none, null for a ledger in memory. syncLedger: whether a send returns only when the message would
- * survive a power failure; without, it survives the end of the process. relayAgent: null; relays are not part of this version.
- * QUORL_INVALID_TRANSPORT, QUORL_INVALID_NAME, QUORL_INVALID_ARG (a ledger without a name, an empty text),
- * QUORL_NOT_PERMITTED (a relay), QUORL_FILE_NOT_FOUND (no such folder), QUORL_INVALID_FILE (no ledger, or a damaged one),
- * QUORL_NOT_FILE_OWNER (in use, or of another name), QUORL_VERSION_MISMATCH (of a newer release), QUORL_IO_FAILED. What is
- * refused is left as it is. */
+ * survive a power failure; without, it survives the end of the process. relayAgent: the name of a relay agent (quorl-relay), null for
+ * none; the transport then hears and sends nothing until quorlcmTransport_ConnectToRelayAgent, and what was kept for its name is
+ * always asked for.
+ * QUORL_INVALID_TRANSPORT, QUORL_INVALID_NAME, QUORL_INVALID_ARG (a ledger without a name, a relay agent without a ledger, an empty
+ * text), QUORL_FILE_NOT_FOUND (no such folder), QUORL_INVALID_FILE (no ledger, a damaged one, or one beside which another has left
+ * its log or journal), QUORL_NOT_FILE_OWNER (in use, or of another name), QUORL_VERSION_MISMATCH (of a newer release),
+ * QUORL_IO_FAILED. What is refused is left as it is, and nothing is left behind. */
 QUORL_API quorl_status quorlcmTransport_Create(quorlcmTransport* cmTransport, quorlTransport transport,
                                                const char* cmName, quorl_bool requestOld, const char* ledgerName,
                                                quorl_bool syncLedger, const char* relayAgent) QUORL_NOEXCEPT;
@@ -76,8 +78,14 @@ QUORL_API quorl_status quorlcmTransport_ExpireMessages(quorlcmTransport cmTransp
                                                        quorl_u64 sequenceNumber) QUORL_NOEXCEPT;
 /* Returns when the ledger would survive a power failure. */
 QUORL_API quorl_status quorlcmTransport_SyncLedger(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
-/* QUORL_NOT_PERMITTED: the transport has no relay agent. */
+/* Puts the transport on the network; the relay agent stands in for it no longer, and what it has kept comes in. Waits up to 10
+ * seconds for the relay agent's answer. Without effect when it is on the network. QUORL_TIMEOUT: there was no answer, and the
+ * transport is still off the network. QUORL_NOT_PERMITTED: it has no relay agent. */
 QUORL_API quorl_status quorlcmTransport_ConnectToRelayAgent(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
+/* Takes the transport off the network, and hands a copy of what it keeps over to the relay agent, which stands in for it from then on:
+ * when this returns, the program may end. Sends are still accepted, for whoever is registered, and go out at the next connection.
+ * Without effect when it is off the network. QUORL_TIMEOUT: the relay agent has said nothing for 10 seconds, QUORL_IO_FAILED: it cannot
+ * stand in; either leaves the transport on the network. QUORL_NOT_PERMITTED: it has no relay agent. */
 QUORL_API quorl_status quorlcmTransport_DisconnectFromRelayAgent(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
 /* Seconds after which messages sent from now on expire; 0 and infinite for never. QUORL_INVALID_ARG: negative or NaN. */
 QUORL_API quorl_status quorlcmTransport_SetDefaultCMTimeLimit(quorlcmTransport cmTransport,

@@ -47,7 +47,7 @@ words = {
     "certified/protocol": "machine, frames",
     "certified/ledger": "what is stored, in SQLite",
     "certified": "libquorlcm.so",
-    "programs": "quorl-ledger",
+    "programs": "quorl-ledger, quorl-relay",
     "ftolerance/protocol": "machine, frames",
     "ftolerance": "libquorlft.so",
 }

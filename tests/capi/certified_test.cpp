@@ -236,8 +236,16 @@ TEST_F(Certified, whatCannotBeMadeIsRefusedWithAReason) {
     }
     EXPECT_EQ(tryToCreate(&made, here, {.ledger = folder.file("l")}), QUORL_INVALID_ARG) << "no name for a ledger";
     EXPECT_EQ(quorlcmTransport_Create(&made, here, "a", QUORL_FALSE, "", QUORL_FALSE, nullptr), QUORL_INVALID_ARG);
-    EXPECT_EQ(quorlcmTransport_Create(&made, here, "a", QUORL_FALSE, nullptr, QUORL_FALSE, "relay"),
-              QUORL_NOT_PERMITTED);
+    const std::string ledger = folder.file("l");
+    for (const char* relay : {"", "a..b", "a.*", "_a", tooLong.c_str()}) {
+        EXPECT_EQ(quorlcmTransport_Create(&made, here, "a", QUORL_FALSE, ledger.c_str(), QUORL_FALSE, relay),
+                  QUORL_INVALID_NAME)
+            << relay;
+    }
+    EXPECT_EQ(quorlcmTransport_Create(&made, here, "a", QUORL_FALSE, nullptr, QUORL_FALSE, "relay"), QUORL_INVALID_ARG)
+        << "no ledger for the copy";
+    EXPECT_EQ(quorlcmTransport_Create(&made, here, nullptr, QUORL_FALSE, nullptr, QUORL_FALSE, "relay"),
+              QUORL_INVALID_ARG);
     EXPECT_EQ(made, 0u);
     newCertified(here, {.name = longest.c_str()});
 }

@@ -564,7 +564,7 @@ class Guest : public Program {
         certified::FrameWriter writer;
         if (frame.kind == Kind::data) {
             encodeDataPrefix(frame, writer);
-            encodeDataRest(frame.number, frame.limit, writer);
+            certified::encodeDataRest(frame.number, frame.limit, writer);
         } else {
             encode(frame, writer);
         }

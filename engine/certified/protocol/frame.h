@@ -8,11 +8,14 @@
 #include <span>
 #include <string_view>
 
-#include "certified/protocol/codec.h"
 #include "certified/protocol/ranges.h"
+#include "companion/codec.h"
 #include "companion/message.h"
 
 namespace quorl::certified {
+
+using companion::Reader;
+using companion::Writer;
 
 // The first two bytes of the attributes.
 inline constexpr uint8_t companionNumber = 1;

@@ -180,20 +180,6 @@ TEST(CertifiedFrame, ranges_that_wrap_or_overlap_are_none) {
     EXPECT_EQ(decoded({5, 3, 0, 1}), Decoded::foreign);
 }
 
-TEST(CertifiedFrame, a_number_has_one_form) {
-    const auto read = [](std::vector<uint8_t> bytes) {
-        Reader reader({bytes.data(), bytes.size()});
-        const uint64_t number = reader.number();
-        return reader.done() ? number : UINT64_MAX - 1;
-    };
-    EXPECT_EQ(read({0}), 0u);
-    EXPECT_EQ(read({0x80, 1}), 128u);
-    EXPECT_EQ(read({0x80, 0}), UINT64_MAX - 1);
-    EXPECT_EQ(read({0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 1}), UINT64_MAX);
-    EXPECT_EQ(read({0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 2}), UINT64_MAX - 1);
-    EXPECT_EQ(read({0xff}), UINT64_MAX - 1);
-}
-
 TEST(CertifiedFrame, a_confirm_holds_as_many_ranges_as_fit) {
     NumberSet confirmed(1);
     for (uint64_t i = 1; i < 5000; ++i) confirmed.add({i * 1000, i * 1000 + 1});

@@ -16,7 +16,7 @@ constexpr int64_t tellPause = 60 * seconds;
 
 void Presence::start() {
     startedAt_ = static_cast<uint64_t>(shared_.now.wall / milliseconds);
-    if (!shared_.settings.lasting) {
+    if (!shared_.settings.lasting || shared_.settings.queue) {
         shared_.settled = true;
         return;
     }
@@ -69,6 +69,7 @@ bool Presence::onTime() {
 }
 
 bool Presence::onPresence(const Frame& frame) {
+    if (shared_.settings.queue) return false;
     if (frame.name != shared_.settings.name || frame.incarnation == shared_.chance.instance) return false;
     const uint64_t own = shared_.chance.instance;
     const bool otherSettled = (frame.flags & flagSettled) != 0;

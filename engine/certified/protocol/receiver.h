@@ -27,12 +27,17 @@ class Receiver {
     void start();
     // The name is this machine's from now on; or is again.
     void settled();
+    // As of the sender.
+    void storeAll();
+    std::vector<std::string> patterns() const;
 
     // ---- the program's; see Machine
     quorl_status createListener(uint32_t number, std::string_view pattern);
     void destroyListener(uint32_t number, bool cancel);
     quorl_status confirm(uint32_t listener, StreamId id, uint64_t number, Machine::Confirm when);
     StreamId streamOf(const Frame& data, std::string_view subject) const noexcept;
+    bool isStored(const Frame& data) const noexcept;
+    void setRoom(uint64_t messages, uint64_t bytes);
     void setInactivity(int64_t interval);
     void close();
 
@@ -40,6 +45,9 @@ class Receiver {
     void onPlain(const companion::Message& message, uint32_t listener);
     void onData(const Frame& frame, companion::Message message, uint32_t listener);
     void onResent(const Frame& frame, const companion::Message& message);
+    // Data that a relay agent has kept, in the order in which it was given it. after: the number of the stream that came before,
+    // 0: none did.
+    void onKept(const Frame& frame, companion::Message message, uint64_t after);
     void onHello(const Frame& frame);
     void onChallenge(const Frame& frame);
     void onAccepted(const Frame& frame);
@@ -181,7 +189,7 @@ class Receiver {
     void lookForGap(Stream& stream, int64_t in);
     void ask(Stream& stream);
     void deliverPlain(const companion::Message& message, uint32_t listener);
-    static companion::Message withoutAttributes(const companion::Message& message);
+    companion::Message withoutAttributes(const companion::Message& message) const;
 
     // ---- confirming
     void done(Stream& stream, uint64_t number, Machine::Confirm when);
@@ -204,6 +212,8 @@ class Receiver {
     uint64_t earlyBytes_ = 0;
     uint64_t earlyCount_ = 0;
     int64_t inactivity_ = 0;
+    uint64_t roomMessages_ = UINT64_MAX;
+    uint64_t roomBytes_ = UINT64_MAX;
     int64_t announceAt_ = INT64_MAX;
     uint32_t announced_ = 0;                          // how often, since a listener was made
     std::unordered_map<uint32_t, StreamId> loading_;  // streams by their numbers in the ledger

@@ -25,8 +25,8 @@ uint64_t weightOf(const companion::Message& message) noexcept {
 
 // ---- what comes in
 
-companion::Message Receiver::withoutAttributes(const companion::Message& message) {
-    if (message.attributes().empty()) return message;
+companion::Message Receiver::withoutAttributes(const companion::Message& message) const {
+    if (message.attributes().empty() || shared_.settings.queue) return message;
     companion::Message plain;
     if (message.withAttributes({}, &plain) != QUORL_OK) throw std::bad_alloc();
     return plain;
@@ -88,6 +88,46 @@ void Receiver::onResent(const Frame& frame, const companion::Message& message) {
     take(stream, frame.number, std::move(first));
 }
 
+// The sender has registered this name for what the relay agent was given, and may be away now: what is known of the stream, or
+// what comes first, is where it goes on, until the sender says more.
+void Receiver::onKept(const Frame& frame, companion::Message message, uint64_t after) {
+    Source* source = findSource(frame.name, frame.incarnation);
+    if (source == nullptr && wanted(message.subject())) source = meet(frame.name, frame.incarnation);
+    Stream* stream = source != nullptr ? streamFor(*source, frame.subjectId, message.subject()) : nullptr;
+    if (stream == nullptr || stream->listeners.empty()) return;
+    if (stream->state == State::registering) {
+        if (!stream->resumes && !stream->presumed) {
+            stream->confirmed = NumberSet(frame.number - 1);
+            stream->next = frame.number;
+        } else if (after != 0 && after + 1 < frame.number && after + 1 >= stream->next) {
+            // The sender has said that what is in between will not come.
+            const Range range{after + 1, frame.number - 1};
+            stream->confirmed.add(range, [&](Range fresh) {
+                shared_.tell(Event::Kind::skipped, source->name, stream->subject, fresh.first, fresh.last,
+                             textOf(Reason::notKept));
+            });
+            moved(*stream);
+        }
+        stream->presumed = true;
+    } else if (stream->state != State::active) {
+        return;
+    }
+    take(*stream, frame.number, std::move(message));
+    deliverReady(*stream);
+}
+
+bool Receiver::isStored(const Frame& data) const noexcept {
+    const auto found = sourcesByName_.find(data.name);
+    if (found == sourcesByName_.end()) return false;
+    for (const Source* source : found->second) {
+        if (source->incarnation != data.incarnation) continue;
+        const auto stream = source->byId.find(data.subjectId);
+        return stream != source->byId.end() && !stream->second->positionDirty &&
+               stream->second->confirmed.contains(data.number);
+    }
+    return false;
+}
+
 void Receiver::take(Stream& stream, uint64_t number, companion::Message message) {
     if (stream.state == State::registering && !stream.presumed) {
         if (!stream.resumes || number >= stream.next) keepEarly(stream, number, std::move(message));
@@ -146,7 +186,7 @@ void Receiver::releaseAsPlain(Stream& stream, uint64_t below) {
 // ---- delivering
 
 bool Receiver::hasRoom(const Stream& stream) const noexcept {
-    return stream.inFlight.count() < shared_.settings.inFlight;
+    return roomMessages_ != 0 && roomBytes_ != 0 && stream.inFlight.count() < shared_.settings.inFlight;
 }
 
 void Receiver::deliver(Stream& stream, uint64_t number, const companion::Message& message) {
@@ -163,6 +203,20 @@ void Receiver::deliver(Stream& stream, uint64_t number, const companion::Message
         throw;
     }
     stream.next = number + 1;
+    if (roomMessages_ != UINT64_MAX) --roomMessages_;
+    if (roomBytes_ != UINT64_MAX) roomBytes_ -= std::min<uint64_t>(roomBytes_, message.image().size());
+}
+
+void Receiver::setRoom(uint64_t messages, uint64_t bytes) {
+    const bool wasFull = roomMessages_ == 0 || roomBytes_ == 0;
+    roomMessages_ = messages;
+    roomBytes_ = bytes;
+    if (!wasFull || messages == 0 || bytes == 0) return;
+    for (auto& [id, stream] : streams_) {
+        if (stream->listeners.empty()) continue;
+        deliverReady(*stream);
+        lookForGap(*stream, 0);
+    }
 }
 
 // Delivers what has its turn now.

@@ -56,6 +56,21 @@ void Receiver::storePosition(Stream& stream) {
     stream.positionDirty = false;
 }
 
+void Receiver::storeAll() {
+    for (auto& [id, stream] : streams_) {
+        storePosition(*stream);
+        for (const uint64_t number : stream->storedBeyond) shared_.putState(keyOf('C', stream->stored, number), {});
+    }
+}
+
+std::vector<std::string> Receiver::patterns() const {
+    std::set<std::string> patterns;
+    for (const auto& [number, listener] : listeners_) {
+        if (listener.pattern.front() != '_') patterns.insert(listener.pattern);
+    }
+    return {patterns.begin(), patterns.end()};
+}
+
 void Receiver::eraseStored(Stream& stream) {
     if (stream.stored == 0) return;
     shared_.eraseState(keyOf('R', stream.stored));

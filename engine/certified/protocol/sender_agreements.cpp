@@ -180,6 +180,7 @@ void Sender::onSubscribe(const Frame& frame) {
     if (found == subscriber->agreements.end()) {
         if (agreements_ >= shared_.settings.agreements) return refuse(Reason::full);
         agree(*subject, *subscriber, subject->last + 1, frame.session);
+        shared_.syncStep();  // the listener relies on it
         found = subscriber->agreements.find(subject->id);
     }
     Agreement& agreement = *found->second;
@@ -330,7 +331,6 @@ Sender::Agreement& Sender::agree(Subject& subject, Subscriber& subscriber, uint6
     }
     if (!subject.stored || subject.durable < subject.last) storeSubject(subject);
     store(agreement);
-    shared_.syncStep();
     return agreement;
 }
 
@@ -514,6 +514,16 @@ void Sender::onNote(uint64_t subscriberId) {
     if (writer.size() != empty) shared_.sendWhenStored(writer, subscriber->address);
     if (progress || !any) subscriber->pause.reset();
     if (any) expectConfirmation(*subscriber);
+}
+
+void Sender::backOnLine() {
+    sayHello(everybody);
+    for (auto& [id, subscriber] : subscribers_) {
+        if (subscriber->agreements.empty()) continue;
+        subscriber->pause.reset();
+        subscriber->noteAt = shared_.now.monotonic;
+        shared_.set(subscriber->noteAt, Timing::note, id);
+    }
 }
 
 // A name that ends with its program, and has not been heard for long, will not come back.

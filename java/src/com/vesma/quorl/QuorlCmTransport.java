@@ -109,10 +109,11 @@ public final class QuorlCmTransport extends LibraryObject {
 
         /**
          * Names the relay agent that keeps messages for this transport while it is
-         * {@linkplain QuorlCmTransport#disconnectFromRelayAgent disconnected}. This version of the library has none, and
-         * {@link #open} then says {@link QuorlException#NOT_PERMITTED}.
+         * {@linkplain QuorlCmTransport#disconnectFromRelayAgent disconnected}: a program {@code quorl-relay} of that name.
+         * It needs a {@link #name} and a {@link #ledger}. The transport hears and sends nothing until
+         * {@link QuorlCmTransport#connectToRelayAgent}.
          *
-         * @param name the relay agent's certified name
+         * @param name the relay agent's name
          * @return this
          */
         public Builder relayAgent(String name) {
@@ -431,18 +432,22 @@ public final class QuorlCmTransport extends LibraryObject {
     }
 
     /**
-     * Lets the relay agent pass messages on again, those first that it kept meanwhile.
+     * Puts this transport on the network. The relay agent stands in for it no longer, and what it has kept comes in. Waits up
+     * to 10 seconds for the relay agent.
      *
-     * @throws QuorlException {@link QuorlException#NOT_PERMITTED} when this transport has none
+     * @throws QuorlException {@link QuorlException#NOT_PERMITTED} when this transport has none; {@link QuorlException#TIMEOUT}
+     *     when it does not answer, and this transport is still off the network
      */
     public void connectToRelayAgent() {
         call(QuorlCmTransport::quorlcmTransport_ConnectToRelayAgent);
     }
 
     /**
-     * Leaves messages to the relay agent, which keeps them until this transport connects to it again.
+     * Takes this transport off the network, and leaves a copy of what it keeps with the relay agent, which stands in for it until it
+     * connects again. When this returns, the program may end. Sends are still accepted, and go out at the next connection.
      *
-     * @throws QuorlException {@link QuorlException#NOT_PERMITTED} when this transport has none
+     * @throws QuorlException {@link QuorlException#NOT_PERMITTED} when this transport has none; {@link QuorlException#TIMEOUT}
+     *     when it does not answer, and this transport stays on the network
      */
     public void disconnectFromRelayAgent() {
         call(QuorlCmTransport::quorlcmTransport_DisconnectFromRelayAgent);

@@ -37,7 +37,7 @@ final class CertifiedDemo {
 
     /** Whether nothing was lost, nothing came twice, and all is confirmed; Failure says what was. */
     boolean run() throws InterruptedException, IOException {
-        try (Interruption interruption = new Interruption()) {
+        try (Interruption interruption = new Interruption(0)) {
             try {
                 runProcesses();
             } catch (InterruptedException e) {

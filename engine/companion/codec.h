@@ -1,4 +1,5 @@
-// Bytes of frames and of stored state: whole numbers in groups of seven bits, the lowest first, and texts with their length.
+// Bytes of a companion's frames and stored state: whole numbers in groups of seven bits, the lowest first, and texts with their
+// length.
 #pragma once
 
 #include <array>
@@ -9,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace quorl::certified {
+namespace quorl::companion {
 
 // Writes up to Size bytes. What does not fit is not written, and fits() says so.
 template <size_t Size>
@@ -91,6 +92,11 @@ class Reader {
         }
         return failed();
     }
+    // least to most, both included.
+    uint64_t number(uint64_t least, uint64_t most) noexcept {
+        const uint64_t value = number();
+        return value < least || value > most ? failed() : value;
+    }
     std::string_view text() noexcept {
         const uint64_t size = number();
         if (size > left()) {
@@ -118,4 +124,4 @@ class Reader {
     bool ok_ = true;
 };
 
-}  // namespace quorl::certified
+}  // namespace quorl::companion

@@ -1,0 +1,127 @@
+// Items, and how they are stored.
+#include "certified/relay/mailbox.h"
+
+#include <algorithm>
+
+#include "certified/protocol/frame.h"
+#include "certified/protocol/subject.h"
+
+namespace quorl::certified {
+namespace {
+
+std::span<const uint8_t> bytesOf(std::string_view text) noexcept {
+    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+// What one sender sends on one subject.
+std::string streamOf(const Frame& data) {
+    Writer<nameMax + 32> stream;
+    stream.fixed(data.incarnation);
+    stream.number(data.subjectId);
+    stream.text(data.name);
+    return stream.string();
+}
+
+// What a listener says once more replaces nothing: only the very same is left out.
+std::string topicOf(const Frame& frame) {
+    return std::string(1, static_cast<char>(frame.kind)) + std::string(frame.name) + ' ' + std::string(frame.subject);
+}
+
+}  // namespace
+
+std::string Mailbox::keyOf(uint64_t item) const {
+    Writer<32> writer;
+    writer.byte(key);
+    writer.number(number_);
+    writer.number(item);
+    return writer.string();
+}
+
+void Mailbox::remember(const Item& item) {
+    Frame frame;
+    if (decode(bytesOf(item.attributes), &frame) != Decoded::frame) return;
+    if (frame.kind == Kind::data) {
+        uint64_t& highest = highest_[streamOf(frame)];
+        highest = std::max(highest, frame.number);
+    } else {
+        said_[topicOf(frame)] = item.attributes;
+    }
+}
+
+bool Mailbox::load(std::string_view rest, std::string_view value) {
+    Reader number(rest);
+    const uint64_t at = number.number();
+    Reader reader(value);
+    Item item;
+    item.after = reader.number();
+    item.subject = reader.text();
+    item.attributes = reader.text();
+    if (!number.done() || at == 0 || at == UINT64_MAX || !reader.done()) return false;
+    remember(item);
+    next_ = std::max(next_, at + 1);
+    items_.emplace(at, std::move(item));
+    return true;
+}
+
+void Mailbox::load(const StoredMessage& message) {
+    const auto found = items_.find(message.number);
+    if (found == items_.end()) return;
+    found->second.size = message.size;
+    bytes_ += message.size;
+}
+
+bool Mailbox::add(const companion::Message& message, Transaction* transaction) {
+    Frame frame;
+    if (decode(message.attributes(), &frame) != Decoded::frame) return false;
+    const auto attributes = message.attributes();
+    Item item;
+    item.subject = message.subject();
+    item.attributes.assign(reinterpret_cast<const char*>(attributes.data()), attributes.size());
+    item.size = static_cast<uint32_t>(message.image().size());
+    if (limit_ != 0 && bytes_ + item.size > limit_ && bytes_ != 0) full_ = true;
+    if (frame.kind == Kind::data) {
+        if (full_) return false;
+        const auto highest = highest_.find(streamOf(frame));
+        if (highest != highest_.end()) item.after = highest->second;
+        if (frame.number <= item.after) return false;
+    } else if (const auto said = said_.find(topicOf(frame)); said != said_.end() && said->second == item.attributes) {
+        return false;
+    }
+    Write image;
+    image.kind = Write::Kind::putMessage;
+    image.subject = number_;
+    image.number = next_;
+    if (message.withSubjects("kept." + std::to_string(number_), message.replySubject(), &image.message) != QUORL_OK)
+        return false;
+    Write beside;
+    beside.kind = Write::Kind::putState;
+    beside.key = keyOf(next_);
+    Writer<companion::attributesMax + 300> value;
+    value.number(item.after);
+    value.text(item.subject);
+    value.text(item.attributes);
+    beside.value = value.string();
+    transaction->writes.push_back(std::move(image));
+    transaction->writes.push_back(std::move(beside));
+    remember(item);
+    bytes_ += item.size;
+    items_.emplace(next_++, std::move(item));
+    return true;
+}
+
+void Mailbox::forget(uint64_t first, uint64_t last, Transaction* transaction) {
+    for (auto at = items_.lower_bound(first); at != items_.end() && at->first <= last; at = items_.erase(at)) {
+        bytes_ -= at->second.size;
+        Write image;
+        image.kind = Write::Kind::eraseMessages;
+        image.subject = number_;
+        image.number = image.last = at->first;
+        Write beside;
+        beside.kind = Write::Kind::eraseState;
+        beside.key = keyOf(at->first);
+        transaction->writes.push_back(std::move(image));
+        transaction->writes.push_back(std::move(beside));
+    }
+}
+
+}  // namespace quorl::certified

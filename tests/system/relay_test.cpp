@@ -1,0 +1,244 @@
+// The relay agent, as the program that it is: what it keeps for transports that have left the network, killed in between.
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <numeric>
+
+#include "quorl/quorlcm.h"
+#include "support.h"
+
+namespace quorltest {
+namespace {
+
+// The program quorl-relay.
+class Relay {
+  public:
+    Relay(const std::string& daemon, const std::string& ledger) : daemon_(daemon), ledger_(ledger) { start(); }
+    ~Relay() { end(SIGTERM); }
+
+    void start() {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        process_ = fork();
+        if (process_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            dup2(ends[1], 1);
+            close(ends[0]);
+            close(ends[1]);
+            execl(QUORL_RELAY, "quorl-relay", "relay", "--daemon", daemon_.c_str(), "--ledger", ledger_.c_str(),
+                  static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        close(ends[1]);
+        pollfd come{ends[0], POLLIN, 0};
+        char byte = 0;
+        EXPECT_EQ(poll(&come, 1, static_cast<int>(limit * 1000)), 1);
+        EXPECT_EQ(::read(ends[0], &byte, 1), 1) << "the relay agent has ended";
+        close(ends[0]);
+    }
+    void end(int signal) {
+        int status = 0;
+        kill(process_, signal);
+        EXPECT_EQ(waitpid(process_, &status, 0), process_);
+        if (signal == SIGTERM) {
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        }
+    }
+    void killAndStart() {
+        end(SIGKILL);
+        start();
+    }
+
+  private:
+    const std::string daemon_;
+    const std::string ledger_;
+    pid_t process_ = -1;
+};
+
+struct Came {
+    std::vector<int> numbers;
+    std::string sender;
+};
+
+void onMessage(quorlcmEvent, quorlMsg message, void* closure) {
+    auto& came = *static_cast<Came*>(closure);
+    const char* sender = nullptr;
+    if (quorlMsg_GetCMSender(message, &sender) == QUORL_OK) came.sender = sender;
+    came.numbers.push_back(numberOf(message));
+}
+
+class RelayAgent : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(quorl_Open(), QUORL_OK);
+        queue = newQueue();
+    }
+    void TearDown() override {
+        EXPECT_EQ(quorl_Close(), QUORL_OK);
+        transportsToDaemons.clear();
+    }
+
+    quorlcmTransport certified(const char* name, bool relayed) {
+        quorlcmTransport made = 0;
+        EXPECT_EQ(quorlcmTransport_Create(&made, transportTo(server.url()), name, QUORL_TRUE, folder.file(name).c_str(),
+                                          QUORL_FALSE, relayed ? "relay" : nullptr),
+                  QUORL_OK)
+            << quorl_LastErrorText();
+        return made;
+    }
+    // Off the network, and gone.
+    static void leave(quorlcmTransport transport, bool relayed) {
+        if (relayed) {
+            ASSERT_EQ(quorlcmTransport_DisconnectFromRelayAgent(transport), QUORL_OK) << quorl_LastErrorText();
+            EXPECT_EQ(quorlcmTransport_DisconnectFromRelayAgent(transport), QUORL_OK) << "again";
+        }
+        Counter completed;
+        ASSERT_EQ(
+            quorlcmTransport_DestroyEx(
+                transport, [](quorlcmTransport, void* closure) { static_cast<Counter*>(closure)->add(); }, &completed),
+            QUORL_OK);
+        ASSERT_TRUE(completed.waitFor(1));
+    }
+    static void connect(quorlcmTransport transport) {
+        ASSERT_EQ(quorlcmTransport_ConnectToRelayAgent(transport), QUORL_OK) << quorl_LastErrorText();
+    }
+    void listenTo(quorlcmTransport transport, Came& came) {
+        quorlcmEvent listener = 0;
+        EXPECT_EQ(quorlcmEvent_CreateListener(&listener, queue, onMessage, transport, "work", &came), QUORL_OK);
+    }
+    template <class F>
+    bool until(F&& condition) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > end) return false;
+            quorlQueue_TimedDispatch(queue, 0.01);
+        }
+        return true;
+    }
+    static void send(quorlcmTransport sender, int first, int last) {
+        for (int number = first; number <= last; ++number) {
+            quorlMsg message = newMessage("work", number);
+            ASSERT_EQ(quorlcmTransport_Send(sender, message), QUORL_OK) << quorl_LastErrorText();
+            quorlMsg_Destroy(message);
+        }
+    }
+    // How many messages the sender keeps on the subject; -1: it knows nothing of it, or of nobody who is registered.
+    static int kept(quorlcmTransport sender) {
+        int messages = -1;
+        const auto look = [](quorlcmTransport, const char*, quorlMsg message, void* closure) -> void* {
+            quorl_u64 count = 0;
+            const quorlMsg* listeners = nullptr;
+            quorl_u32 number = 0;
+            quorl_bool registered = QUORL_FALSE;
+            EXPECT_EQ(quorlMsg_GetU64Ex(message, "messages", &count, 0), QUORL_OK);
+            if (quorlMsg_GetMsgArrayEx(message, "listeners", &listeners, &number, 0) == QUORL_OK && number == 1 &&
+                quorlMsg_GetBoolEx(listeners[0], "registered", &registered, 0) == QUORL_OK && registered)
+                *static_cast<int*>(closure) = static_cast<int>(count);
+            return nullptr;
+        };
+        EXPECT_EQ(quorlcmTransport_ReviewLedger(sender, look, "work", &messages), QUORL_OK);
+        return messages;
+    }
+    // Both know each other, and have said all that is to be said.
+    void acquaint(quorlcmTransport sender, Came& came) {
+        send(sender, 0, 0);
+        EXPECT_TRUE(until([&] { return !came.numbers.empty() && kept(sender) == 0; }));
+        came = {};
+    }
+    static std::vector<int> upTo(int last) {
+        std::vector<int> numbers(static_cast<size_t>(last));
+        std::iota(numbers.begin(), numbers.end(), 1);
+        return numbers;
+    }
+
+    NatsServer server;
+    const Directory folder;
+    quorlQueue queue = 0;
+};
+
+TEST_F(RelayAgent, keepsForAListenerWhatASenderHasSentThatIsGoneNow) {
+    Relay relay(server.url(), folder.file("kept"));
+    Came came;
+    quorlcmTransport sender = certified("sender", true);
+    quorlcmTransport listener = certified("listener", true);
+    connect(sender);
+    connect(listener);
+    ASSERT_EQ(quorlcmTransport_AddListener(sender, "listener", "work"), QUORL_OK);
+    listenTo(listener, came);
+    acquaint(sender, came);
+    leave(listener, true);
+    send(sender, 1, 50);
+    relay.killAndStart();
+    send(sender, 51, 100);
+    leave(sender, true);
+    relay.killAndStart();
+    EXPECT_TRUE(came.numbers.empty());
+    listener = certified("listener", true);
+    listenTo(listener, came);
+    connect(listener);
+    EXPECT_TRUE(until([&] { return came.numbers.size() >= 100; })) << came.numbers.size();
+    EXPECT_EQ(came.numbers, upTo(100));
+    EXPECT_EQ(came.sender, "sender");
+    // And the sender learns who has confirmed, from its listener's own word.
+    sender = certified("sender", true);
+    connect(sender);
+    EXPECT_TRUE(until([&] { return kept(sender) == 0; })) << kept(sender);
+    EXPECT_EQ(came.numbers, upTo(100)) << "nothing comes twice";
+}
+
+TEST_F(RelayAgent, sendsForASenderThatIsGone) {
+    Relay relay(server.url(), folder.file("kept"));
+    Came came;
+    quorlcmTransport sender = certified("sender", true);
+    quorlcmTransport listener = certified("listener", false);
+    connect(sender);
+    ASSERT_EQ(quorlcmTransport_AddListener(sender, "listener", "work"), QUORL_OK);
+    listenTo(listener, came);
+    acquaint(sender, came);
+    leave(listener, false);
+    send(sender, 1, 100);
+    leave(sender, true);
+    relay.killAndStart();
+    listener = certified("listener", false);
+    listenTo(listener, came);
+    EXPECT_TRUE(until([&] { return came.numbers.size() >= 100; })) << came.numbers.size();
+    EXPECT_EQ(came.numbers, upTo(100));
+    leave(listener, false);
+    // The confirmations came while the sender was away, and the listener is gone now.
+    sender = certified("sender", true);
+    connect(sender);
+    EXPECT_TRUE(until([&] { return kept(sender) == 0; })) << kept(sender);
+}
+
+TEST_F(RelayAgent, whatIsSentOffTheNetworkGoesOutWhenItIsThereAgain) {
+    Relay relay(server.url(), folder.file("kept"));
+    Came came;
+    const quorlcmTransport sender = certified("sender", true);
+    const quorlcmTransport listener = certified("listener", false);
+    listenTo(listener, came);
+    ASSERT_EQ(quorlcmTransport_AddListener(sender, "listener", "work"), QUORL_OK);
+    send(sender, 1, 10);
+    connect(sender);
+    EXPECT_TRUE(until([&] { return came.numbers.size() >= 10; }));
+    ASSERT_EQ(quorlcmTransport_DisconnectFromRelayAgent(sender), QUORL_OK) << quorl_LastErrorText();
+    send(sender, 11, 20);
+    EXPECT_EQ(came.numbers, upTo(10));
+    relay.killAndStart();
+    connect(sender);
+    EXPECT_TRUE(until([&] { return came.numbers.size() >= 20; }));
+    EXPECT_EQ(came.numbers, upTo(20));
+}
+
+TEST_F(RelayAgent, withoutOneATransportIsOffTheNetworkAndSaysWhy) {
+    const quorlcmTransport sender = certified("sender", true);
+    EXPECT_EQ(quorlcmTransport_DisconnectFromRelayAgent(sender), QUORL_OK) << "it is off the network";
+    EXPECT_EQ(quorlcmTransport_ConnectToRelayAgent(sender), QUORL_TIMEOUT);
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("\"relay\""), std::string::npos) << quorl_LastErrorText();
+    send(sender, 1, 1);
+}
+
+}  // namespace
+}  // namespace quorltest
