@@ -10,6 +10,7 @@ import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Locale;
+import java.util.Map;
 import java.util.concurrent.TimeUnit;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
@@ -21,8 +22,8 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.TestFactory;
 import org.junit.jupiter.api.io.TempDir;
 
-/** Compiles and runs the Java program that the README and the guide begin with, follows the links of the
- * documents, and looks the functions that they name up in the headers. */
+/** Compiles and runs the Java program that the README and the guide begin with, compiles the fragments of a guide, follows the links
+ * of the documents, and looks the functions that they name up in the headers. */
 class DocumentsTest {
     private static final Path ROOT = Path.of(System.getProperty("examples.sources")).getParent();
     private static final String FIRST_LINE = "import com.vesma.quorl.*;";
@@ -45,10 +46,7 @@ class DocumentsTest {
         Path source = folder.resolve("Greeting.java");
         Files.write(source, program(document));
         String path = System.getProperty("examples.classpath");
-        JavaCompiler compiler = ToolProvider.getSystemJavaCompiler();
-        ByteArrayOutputStream complaints = new ByteArrayOutputStream();
-        int compiled = compiler.run(null, complaints, complaints, "-encoding", "UTF-8", "-cp", path, "-d", folder.toString(), source.toString());
-        assertEquals(0, compiled, complaints.toString(StandardCharsets.UTF_8));
+        compile(source, folder);
 
         Path out = folder.resolve("out");
         Process process = new ProcessBuilder(Path.of(System.getProperty("java.home"), "bin", "java").toString(),
@@ -60,6 +58,63 @@ class DocumentsTest {
         }
         assertEquals("greeting.morning Hello\n", Files.readString(out));
         assertEquals(0, process.exitValue());
+    }
+
+    /** What the fragments of a document are pasted into: a method each, with what they use. */
+    private static final Map<String, String> AROUND = Map.of("docs/guide/certified.md", """
+            static void book(QuorlMsg order) {}
+            static void fragment%d(QuorlTransport transport, QuorlQueue queue, QuorlCmTransport orders, QuorlCmTransport billing,
+                    QuorlMsg order, Executor workers) throws Exception {
+            """);
+
+    @TestFactory
+    Stream<DynamicTest> theFragmentsCompile() {
+        return AROUND.keySet().stream().map(document -> DynamicTest.dynamicTest(document, () -> compileFragments(document)));
+    }
+
+    private void compileFragments(String document) throws Exception {
+        String around = AROUND.get(document);
+        int end = around.indexOf("static void fragment");
+        StringBuilder source = new StringBuilder("import com.vesma.quorl.*;\nimport java.nio.file.Path;\nimport java.time.Duration;\n"
+                + "import java.util.concurrent.Executor;\nclass Fragments {\n" + around.substring(0, end));
+        List<String> fragments = fragments(document);
+        assertTrue(fragments.size() > 3, document + " has " + fragments.size() + " fragments");
+        for (int i = 0; i < fragments.size(); i++) {
+            // What a fragment opens itself hides what it is given.
+            String head = around.substring(end).formatted(i);
+            for (String opened : List.of("orders", "billing")) {
+                if (fragments.get(i).contains("QuorlCmTransport " + opened + " =")) head = head.replace("QuorlCmTransport " + opened + ",", "");
+            }
+            if (fragments.get(i).matches("(?s).*(QuorlMsg order =|\\(l, order\\)).*")) head = head.replace("QuorlMsg order,", "");
+            source.append(head).append(fragments.get(i)).append("}\n");
+        }
+        Path folder = Files.createTempDirectory(temporary, "fragments");
+        compile(Files.writeString(folder.resolve("Fragments.java"), source.append("}\n")), folder);
+    }
+
+    /** The blocks of a document that hold Java statements. */
+    private static List<String> fragments(String document) throws IOException {
+        List<String> fragments = new ArrayList<>();
+        StringBuilder block = new StringBuilder();
+        for (String line : Files.readAllLines(ROOT.resolve(document))) {
+            if (line.startsWith("    ")) {
+                block.append(line).append('\n');
+                continue;
+            }
+            if (block.toString().stripTrailing().matches("(?s).*[;}]")  && !block.toString().contains("$ ") && block.indexOf("{number=") < 0) {
+                fragments.add(block.toString());
+            }
+            block.setLength(0);
+        }
+        return fragments;
+    }
+
+    private static void compile(Path source, Path folder) {
+        JavaCompiler compiler = ToolProvider.getSystemJavaCompiler();
+        ByteArrayOutputStream complaints = new ByteArrayOutputStream();
+        int compiled = compiler.run(null, complaints, complaints, "-encoding", "UTF-8", "-cp", System.getProperty("examples.classpath"), "-d",
+                folder.toString(), source.toString());
+        assertEquals(0, compiled, complaints.toString(StandardCharsets.UTF_8));
     }
 
     /** The lines of the program, without the document's indentation. */

@@ -21,7 +21,7 @@ import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.ExecutionException;
 import java.util.concurrent.TimeUnit;
-import java.util.concurrent.atomic.AtomicInteger;
+import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.stream.Collectors;
 import java.util.stream.IntStream;
 import org.junit.jupiter.api.Test;
@@ -479,36 +479,37 @@ class CertifiedDeliveryTest extends OpenLibrary {
         return new WeakReference<>(listener);
     }
 
-    /** Waits for the library each time, while messages are under way. */
+    /** Waits for the library each time, while messages come in and are confirmed. */
     @Test
     void closingUnderLoadReturnsEveryTime() throws Exception {
-        int closings = Integer.getInteger("quorl.closings", 100);
-        try (QuorlCmTransport orders = open("orders")) {
-            orders.addListener("billing", "orders.>");
-            AtomicInteger sent = new AtomicInteger();
-            boolean[] stop = new boolean[1];
-            Worker sending = new Worker(() -> {
-                while (!stop[0] && sent.get() < 100_000) {
-                    send(orders, "orders.new", sent.incrementAndGet());
-                    Thread.yield();
-                }
-            });
-            for (int n = 0; n < closings; n++) {
-                QuorlCmTransport billing = open("billing");
-                Hearing hearing = new Hearing(billing, "orders.>");
-                if (n % 10 == 0) {
+        int closings = Integer.getInteger("quorl.closings", 1000);
+        // Listeners have names of the library's, which need not be asked for. A sender remembers each for some minutes, so there is
+        // another one for each fifty of them, which is closed under load too.
+        for (int n = 0; n < closings;) {
+            try (QuorlCmTransport orders = QuorlCmTransport.builder(transport).open()) {
+                AtomicBoolean stop = new AtomicBoolean();
+                Worker sending = new Worker(() -> {
+                    for (int number = 1; !stop.get(); number++) {
+                        send(orders, "orders.new", number);
+                        Thread.yield();
+                    }
+                });
+                for (int last = Math.min(closings, n + 50); n < last; n++) {
+                    QuorlCmTransport billing = QuorlCmTransport.builder(transport).open();
+                    Hearing hearing = new Hearing(billing, "orders.>");
                     hearing.await(1);
+                    if (n % 2 == 0) {
+                        billing.close();
+                        hearing.close();
+                    } else {
+                        hearing.listener.close(n % 4 == 1);
+                        hearing.close();
+                        billing.close();
+                    }
                 }
-                if (n % 2 == 0) {
-                    billing.close();
-                    hearing.close();
-                } else {
-                    hearing.close();
-                    billing.close();
-                }
+                stop.set(true);
+                sending.join();
             }
-            stop[0] = true;
-            sending.join();
         }
     }
 }

@@ -66,9 +66,9 @@ final class DaemonCommand implements Callable<Integer> {
         }
         try (NatsServer server = NatsServer.start(path, port == 0 ? freePort() : port, maxPayload * MEBIBYTE)) {
             PrintWriter out = spec.commandLine().getOut();
-            out.println("The daemon runs at " + server.address() + " (process " + server.pid() + ").");
+            out.println("The daemon runs at " + server.address() + " (nats-server, process " + server.pid() + ").");
             out.println("Connect:  quorl listen '>' --daemon " + server.address());
-            out.println("Stop:     Ctrl-C here, or kill " + ProcessHandle.current().pid());
+            out.println("Stop:     Ctrl-C here, or kill " + ProcessHandle.current().pid() + ", which is this command");
             out.flush();
             server.await(seconds);
         }

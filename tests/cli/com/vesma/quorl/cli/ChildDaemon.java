@@ -25,11 +25,11 @@ final class ChildDaemon implements AutoCloseable {
     ChildDaemon(Path folder, List<String> options) throws IOException {
         child = new ChildCommand(folder, Map.of(), options, List.of("daemon", "--port", "0"));
         String first = child.line();
-        assertTrue(first.matches("The daemon runs at nats://127\\.0\\.0\\.1:[0-9]+ \\(process [0-9]+\\)\\."), first);
+        assertTrue(first.matches("The daemon runs at nats://127\\.0\\.0\\.1:[0-9]+ \\(nats-server, process [0-9]+\\)\\."), first);
         address = first.replaceAll("^.*(nats://\\S+) .*$", "$1");
         pid = Long.parseLong(first.replaceAll("^.*process ([0-9]+).*$", "$1"));
         assertTrue(child.line().contains("--daemon " + address));
-        assertTrue(child.line().contains("kill " + child.process.pid()));
+        assertTrue(child.line().contains("kill " + child.process.pid() + ", which is this command"));
     }
 
     boolean serverRuns() {
