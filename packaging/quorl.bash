@@ -5,40 +5,45 @@ _quorl() {
     local bus='--daemon --service --network --trust --identity --user --password-file'
     for ((i = 1; i < COMP_CWORD; i++)); do
         if [[ ${COMP_WORDS[i]} != -* ]]; then
-            if [[ $command == cm ]]; then
+            if [[ $command == @(cm|ft) ]]; then
                 command+=" ${COMP_WORDS[i]}"
                 break
             fi
             command=${COMP_WORDS[i]}
-            [[ $command == cm ]] || break
+            [[ $command == @(cm|ft) ]] || break
         fi
     done
     COMPREPLY=()
     case $command in
-        '') options='send listen request reply run cm stats demo daemon doctor help -h --help --version' ;;
+        '') options='send listen request reply run cm ft stats demo daemon doctor help -h --help --version' ;;
         send) options="-h --help -n --count --csv --json-file --rate $bus" ;;
-        listen) options="-h --help -n --count --csv --json --timeout $bus" ;;
+        listen) options="-h --help -n --count --csv --json --share --timeout $bus" ;;
         request) options="-h --help -n --count --csv --json --json-file --rate --timeout $bus" ;;
-        reply) options="-h --help -n --count --csv --echo --json --quiet --timeout $bus" ;;
+        reply) options="-h --help -n --count --csv --echo --json --quiet --share --timeout $bus" ;;
         run) options="-h --help -e --execute $bus" ;;
-        cm) options='-h --help send listen review verify export' ;;
+        cm) options='-h --help send resume listen review verify export demo' ;;
         'cm send') options="-h --help -n --count --csv --durability --expire --json --json-file --ledger --listener --name --rate --timeout $bus" ;;
         'cm listen') options="-h --help -n --cancel --count --csv --durability --json --ledger --name --only-new --timeout $bus" ;;
+        'cm resume') options="-h --help --durability --json --ledger --name --timeout $bus" ;;
+        'cm demo') options='-h --help --kill-every --rate --seconds --timeout' ;;
         'cm verify') options='-h --help --json' ;;
         'cm export') options='-h --help' ;;
         'cm review') options='-h --help --json --ledger --name' ;;
+        ft) options='-h --help join watch' ;;
+        'ft join') options="-h --help --activation --exec --goal --grace --heartbeat --json --preparation --timeout --weight $bus" ;;
+        'ft watch') options="-h --help --json --lost --timeout $bus" ;;
         stats) options="-h --help -n --answer --count --json --timeout --watch $bus" ;;
         demo) options="-h --help --timeout --seconds --stats $bus" ;;
         daemon) options='-h --help -p --port --max-payload --timeout --seconds --server' ;;
         doctor) options="-h --help --json $bus" ;;
-        help) options='-h --help send listen request reply run cm stats demo daemon doctor help' ;;
+        help) options='-h --help send listen request reply run cm ft stats demo daemon doctor help' ;;
         *) return ;;
     esac
     case $before in
-        --csv | --json-file | --ledger | --trust | --identity | --password-file | --server) _quorl_files "$word"; return ;;
+        --csv | --json-file | --ledger | --trust | --identity | --password-file | --server | --exec) _quorl_files "$word"; return ;;
         --durability) mapfile -t COMPREPLY < <(compgen -W 'process power' -- "$word"); return ;;
         --daemon) mapfile -t COMPREPLY < <(compgen -W 'nats:// tls://' -- "$word"); return ;;
-        --service | --network | --user | --name | --listener | --expire | --count | --rate | --timeout | --watch | --seconds | --port | --max-payload) return ;;
+        --service | --network | --user | --name | --share | --listener | --expire | --count | --rate | --timeout | --watch | --seconds | --kill-every | --port | --max-payload | --activation | --goal | --grace | --heartbeat | --lost | --preparation | --weight) return ;;
         --execute | -n | -e | -p) return ;;
     esac
     if [[ $command == @(run|cm verify|cm export) && $word != -* ]]; then

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "certified/ledger/inspect.h"
 #include "certified/ledger/ledger.h"
 #include "support/measure.h"
 #include "support/quorl.h"
@@ -66,7 +67,7 @@ struct Counting : Loader {
     size_t messages = 0;
     void state(std::string_view, std::string_view) override {}
     void message(const StoredMessage&) override { ++messages; }
-    void damaged(const StoredMessage&, const std::string& text) override { fail(text); }
+    void damaged(const StoredMessage&, const Finding& finding) override { fail(finding.text); }
 };
 
 std::unique_ptr<Ledger> openLedger(const std::string& path, Durability durability) {

@@ -21,6 +21,15 @@ quorl_status quorlEvent_CreateListener(quorlEvent* event, quorlQueue queue, quor
     return transport::createListener(event, {queue, transport, subject, closure, callback, nullptr, nullptr, false});
 }
 
+quorl_status quorlEvent_CreateSharedListener(quorlEvent* event, quorlQueue queue, quorlEventCallback callback,
+                                             quorlTransport transport, const char* subject, const char* name,
+                                             const void* closure) noexcept {
+    if (event == nullptr) return noPlace();
+    if (name == nullptr) return fail(QUORL_INVALID_ARG, "the name to share under is null");
+    return transport::createListener(event,
+                                     {queue, transport, subject, closure, callback, nullptr, nullptr, false, name});
+}
+
 quorl_status quorlEvent_CreateGroupVectorListener(quorlEvent* event, quorlQueue queue,
                                                   quorlEventVectorCallback callback, quorlTransport transport,
                                                   const char* subject, const void* closure,

@@ -64,7 +64,7 @@ constexpr StatusText statusTexts[] = {
     {QUORL_INVALID_FILE, "The file is damaged or of another kind"},
     {QUORL_FILE_NOT_FOUND, "The file does not exist"},
     {QUORL_IO_FAILED, "Reading or writing failed"},
-    {QUORL_NOT_FILE_OWNER, "The file is in use by another process or owned by another user"},
+    {QUORL_NOT_FILE_OWNER, "The file is in use, or belongs to another user or another certified name"},
     {QUORL_USERPASS_MISMATCH, "The user name or the password is missing or wrong"},
     {QUORL_TOO_MANY_NEIGHBORS, "There are too many neighbors"},
     {QUORL_ALREADY_EXISTS, "It exists already"},

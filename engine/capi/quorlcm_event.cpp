@@ -1,10 +1,11 @@
 // Certified listeners.
-#include "certified/listener.h"
+#include "companion/certified.h"
 #include "companion/status.h"
 #include "quorl/private.h"
 #include "quorl/quorlcm.h"
 
-using namespace quorl::certified;
+using quorl::companion::CertifiedListener;
+using quorl::companion::CertifiedTransport;
 using quorl::companion::fail;
 using quorl::companion::Hold;
 using quorl::companion::Type;
@@ -13,7 +14,7 @@ namespace {
 
 template <class F>
 quorl_status with(quorlcmEvent id, F&& ask) noexcept {
-    const Hold<CmListener> listener(Type::certifiedListener, id);
+    const Hold<CertifiedListener> listener(Type::certifiedListener, id);
     return listener ? ask(*listener) : listener.status();
 }
 
@@ -26,29 +27,32 @@ quorl_status quorlcmEvent_CreateListener(quorlcmEvent* listener, quorlQueue queu
                                          const void* closure) noexcept {
     if (listener == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the result is null");
     if (callback == nullptr) return fail(QUORL_INVALID_CALLBACK, "the callback of the certified listener is null");
-    const Hold<Node> node(Type::certifiedTransport, cmTransport);
-    return node ? node->listen(queue, callback, subject, closure, listener) : node.status();
+    const Hold<CertifiedTransport> transport(Type::certifiedTransport, cmTransport);
+    return transport ? transport->listen(queue, callback, subject, closure, listener) : transport.status();
 }
 
 quorl_status quorlcmEvent_DestroyEx(quorlcmEvent listener, quorl_bool cancelAgreements,
                                     quorlcmEventOnComplete completion) noexcept {
-    return CmListener::closeWith(listener, cancelAgreements != QUORL_FALSE, completion);
+    return CertifiedListener::closeWith(listener, cancelAgreements != QUORL_FALSE, completion);
 }
 
 quorl_status quorlcmEvent_SetExplicitConfirm(quorlcmEvent listener) noexcept {
-    return with(listener, [](CmListener& its) {
-        its.setExplicit();
+    return with(listener, [](CertifiedListener& its) {
+        its.setExplicitConfirm();
         return QUORL_OK;
     });
 }
 
 quorl_status quorlcmEvent_ConfirmMsg(quorlcmEvent listener, quorlMsg message) noexcept {
-    return with(listener, [&](CmListener& its) { return its.confirm(message); });
+    return with(listener, [&](CertifiedListener& its) { return its.confirm(message); });
 }
 
 // Only the tasks of distributed queues are ever completed; a plain certified listener has none.
 quorl_status _quorlcmEvent_SetExplicitCompleteForNonCertifiedMessages(quorl_u32 listener) noexcept {
-    return with(listener, [](CmListener&) { return QUORL_OK; });
+    return with(listener, [](CertifiedListener& its) {
+        its.setExplicitComplete();
+        return QUORL_OK;
+    });
 }
 
 }  // extern "C"

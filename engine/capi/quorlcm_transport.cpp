@@ -9,6 +9,7 @@
 #include "quorl/quorlcm.h"
 
 using namespace quorl::certified;
+using quorl::companion::CertifiedTransport;
 using quorl::companion::fail;
 using quorl::companion::Hold;
 using quorl::companion::Type;
@@ -18,8 +19,15 @@ namespace {
 // Calls ask(node) with the transport held.
 template <class F>
 quorl_status with(quorlcmTransport id, F&& ask) noexcept {
-    const Hold<Node> node(Type::certifiedTransport, id);
-    return node ? ask(*node) : node.status();
+    const Hold<CertifiedTransport> held(Type::certifiedTransport, id);
+    if (!held) return held.status();
+    if (held->isQueue())
+        return fail(
+            QUORL_NOT_PERMITTED,
+            "certified transport %u is a distributed queue, which takes tasks and sends nothing; create a certified "
+            "transport of its own for that",
+            id);
+    return ask(static_cast<Node&>(*held));
 }
 
 quorl_status nullPlace() noexcept {
@@ -66,7 +74,11 @@ quorl_status quorlcmTransport_Destroy(quorlcmTransport cmTransport) noexcept {
 
 quorl_status quorlcmTransport_DestroyEx(quorlcmTransport cmTransport, quorlcmTransportOnComplete completion,
                                         const void* closure) noexcept {
-    return Node::closeWith(cmTransport, completion, closure);
+    {
+        const Hold<CertifiedTransport> held(Type::certifiedTransport, cmTransport);
+        if (held && held->isQueue()) return held->leave(completion, closure);
+    }
+    return CertifiedTransport::closeWith(cmTransport, completion, closure);
 }
 
 quorl_status quorlcmTransport_Send(quorlcmTransport cmTransport, quorlMsg message) noexcept {

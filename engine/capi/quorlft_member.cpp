@@ -90,6 +90,14 @@ quorl_status quorlftMember_Destroy(quorlftMember member) noexcept {
     return quorl::companion::close(Type::member, member);
 }
 
+quorl_status quorlftMember_GetToken(quorlftMember member, quorl_u64* token) noexcept {
+    const Hold<MemberEvent> held(Type::member, member);
+    if (!held) return held.status();
+    if (token == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the token is null");
+    *token = held->token();
+    return QUORL_OK;
+}
+
 quorl_status quorlftMember_SetWeight(quorlftMember member, quorl_u16 weight) noexcept {
     const Hold<MemberEvent> held(Type::member, member);
     if (!held) return held.status();

@@ -1,5 +1,6 @@
 // What the events of a machine are told as: docs/reference/advisories.md lists them.
-#include "certified/node.h"
+#include "certified/advisories.h"
+
 #include "companion/advisory.h"
 
 namespace quorl::certified {
@@ -9,20 +10,11 @@ using companion::Field;
 using companion::Severity;
 
 // Fields without a value are left out where they are texts, and told where they are numbers.
-void Node::tell(const Event& event) noexcept {
+void tell(const Event& event, uint32_t id, std::string_view name, std::string_view failure) noexcept {
     if (!companion::advisoriesHeard()) return;
-    // What the ledger says of itself is known here alone.
-    std::string ledgers;
-    if (event.kind == Event::Kind::storageFailed) {
-        try {
-            const std::lock_guard lock(lock_);
-            ledgers = storageText_;
-        } catch (const std::bad_alloc&) {
-        }
-    }
     constexpr std::string_view source = "certified";
-    const Field transport("transport", id_.load());
-    const Field own("name", std::string_view(name_));
+    const Field transport("transport", id);
+    const Field own("name", name);
     const Field listener("listener", std::string_view(event.name));
     const Field sender("sender", std::string_view(event.name));
     const Field subject("subject", std::string_view(event.subject));
@@ -58,8 +50,7 @@ void Node::tell(const Event& event) noexcept {
         case Event::Kind::refused:
             return advise(Severity::warn, source, "refused", {transport, own, listener, subject, reason});
         case Event::Kind::storageFailed:
-            return advise(Severity::error, source, "storage_failed",
-                          {transport, own, {"reason", std::string_view(ledgers)}});
+            return advise(Severity::error, source, "storage_failed", {transport, own, {"reason", failure}});
         case Event::Kind::storageWorks:
             return advise(Severity::info, source, "storage_works", {transport, own});
         case Event::Kind::listening:

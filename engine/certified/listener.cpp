@@ -1,25 +1,11 @@
 // Callbacks of certified listeners, and confirming.
 #include "certified/listener.h"
 
-#include <tuple>
-#include <utility>
-
 #include "companion/status.h"
 
 namespace quorl::certified {
 
 using companion::fail;
-
-quorl_status CmListener::closeWith(uint32_t id, bool cancel, quorlcmEventOnComplete completion) noexcept {
-    std::pair<bool, quorlcmEventOnComplete> wanted(cancel, completion);
-    return companion::close(
-        companion::Type::certifiedListener, id,
-        [](companion::Object& object, void* given) {
-            auto& listener = static_cast<CmListener&>(object);
-            std::tie(listener.cancel_, listener.completion_) = *static_cast<decltype(wanted)*>(given);
-        },
-        &wanted);
-}
 
 // The program is done with the message when its callback has returned, unless it says so itself.
 void CmListener::run(const companion::Delivery& delivery) noexcept {
@@ -47,11 +33,11 @@ quorl_status CmListener::confirm(quorlMsg handle) noexcept {
 }
 
 void CmListener::closed() noexcept {
-    node_->unlisten(id_, cancel_);
+    node_->unlisten(id_, cancels());
 }
 
 void CmListener::completed() noexcept {
-    if (completion_ != nullptr) completion_(id_, const_cast<void*>(closure_));
+    complete(id_, closure_);
 }
 
 }  // namespace quorl::certified

@@ -6,21 +6,19 @@
 #include <string>
 
 #include "certified/node.h"
-#include "companion/object.h"
+#include "companion/certified.h"
 #include "quorl/quorlcm.h"
 
 namespace quorl::certified {
 
-class CmListener final : public companion::EventObject {
+class CmListener final : public companion::CertifiedListener {
   public:
     CmListener(std::shared_ptr<Node> node, quorlcmEventCallback callback, const void* closure)
         : node_(std::move(node)), callback_(callback), closure_(closure) {}
 
     void published(uint32_t id) noexcept { id_ = id; }
-    void setExplicit() noexcept { explicit_ = true; }
-    // cancel: the senders forget it. The completion runs when the library has finished with it; null for none.
-    static quorl_status closeWith(uint32_t id, bool cancel, quorlcmEventOnComplete completion) noexcept;
-    quorl_status confirm(quorlMsg handle) noexcept;
+    void setExplicitConfirm() noexcept override { explicit_ = true; }
+    quorl_status confirm(quorlMsg handle) noexcept override;
 
     void run(const companion::Delivery& delivery) noexcept override;
     void dropped(const companion::Message& message, uint32_t tag) noexcept override;
@@ -33,9 +31,6 @@ class CmListener final : public companion::EventObject {
     const void* const closure_;
     std::atomic<uint32_t> id_{0};
     std::atomic<bool> explicit_{false};
-    // Set by whoever closes it, before closed().
-    bool cancel_ = false;
-    quorlcmEventOnComplete completion_ = nullptr;
 };
 
 }  // namespace quorl::certified

@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <new>
-#include <tuple>
 
+#include "certified/advisories.h"
+#include "certified/damage.h"
 #include "certified/listener.h"
 #include "certified/protocol/subject.h"
-#include "companion/advisory.h"
 #include "companion/module.h"
 #include "companion/status.h"
 #include "companion/transport.h"
@@ -32,8 +32,7 @@ quorl_status noMemory() noexcept {
 }
 
 quorl_status report(const Outcome& outcome) noexcept {
-    return outcome.ok() ? QUORL_OK
-                        : fail(outcome.status, "%s", outcome.text.empty() ? "no memory" : outcome.text.c_str());
+    return outcome.ok() ? QUORL_OK : fail(outcome.status, "%s", outcome.reason());
 }
 
 bool draw(void* to, size_t size) noexcept {
@@ -114,7 +113,10 @@ quorl_status Node::create(const Wish& wish, uint32_t* id) {
                                              .name = settings.name,
                                              .durability = wish.sync ? Durability::power : Durability::process},
                                             &node->ledger_);
-        if (!opened.ok()) return report(opened);
+        if (!opened.ok()) {
+            tellDamage(settings.name, wish.ledger, opened);
+            return report(opened);
+        }
         if (const quorl_status status = node->load(); status != QUORL_OK) return status;
         if (const quorl_status status = node->committer_.start(*node->ledger_); status != QUORL_OK) return status;
     }
@@ -137,7 +139,7 @@ quorl_status Node::create(const Wish& wish, uint32_t* id) {
     return QUORL_OK;
 }
 
-// What the ledger holds, for the machine.
+// What the ledger holds, for the machine, which may refuse it. Until then the file is as it was.
 quorl_status Node::load() {
     struct Into final : Loader {
         explicit Into(Node& its) : node(its) {}
@@ -147,25 +149,32 @@ quorl_status Node::load() {
         void message(const StoredMessage& message) override {
             if (status == QUORL_OK) status = node.machine_.load(message);
         }
-        void damaged(const StoredMessage& message, const std::string& text) override {
-            companion::advise(companion::Severity::error, "certified", "damaged",
-                              {{"name", std::string_view(node.name_)},
-                               {"number", message.number},
-                               {"reason", std::string_view(text)}});
+        void damaged(const StoredMessage&, const Finding& finding) override { tellFinding(node.name_, finding); }
+        Outcome verdict() override {
+            if (status == QUORL_OK) status = node.machine_.check();
+            const std::string ledger = "the ledger " + node.ledger_->path();
+            switch (status) {
+                case QUORL_OK:
+                    return {};
+                case QUORL_VERSION_MISMATCH:
+                    return {status, ledger + " was written by a newer release; open it with that one"};
+                case QUORL_ARG_CONFLICT:
+                    return {status, ledger + " has the state of another certified name; it is left as it is"};
+                default:
+                    return {status, ledger +
+                                        " is damaged: its state makes no sense; it is left as it is, and "
+                                        "quorl-ledger export writes the messages that it has"};
+            }
         }
         Node& node;
         quorl_status status = QUORL_OK;
     } into(*this);
     const Outcome outcome = ledger_->load(into);
-    if (!outcome.ok()) return report(outcome);
-    switch (into.status) {
-        case QUORL_OK:
-            return QUORL_OK;
-        case QUORL_VERSION_MISMATCH:
-            return fail(into.status, "the ledger %s was written by a newer release", ledger_->path().c_str());
-        default:
-            return fail(into.status, "the ledger %s is damaged: its state makes no sense", ledger_->path().c_str());
-    }
+    if (outcome.ok()) return QUORL_OK;
+    const std::string path = ledger_->path();
+    ledger_.reset();
+    tellDamage(name_, path, outcome);
+    return report(outcome);
 }
 
 quorl_status Node::hear(std::string_view subject, uint32_t number) noexcept {
@@ -202,17 +211,6 @@ quorl_status Node::start(const std::vector<std::string>& patterns) noexcept {
 }
 
 // ---- going
-
-quorl_status Node::closeWith(uint32_t id, quorlcmTransportOnComplete completion, const void* closure) noexcept {
-    std::pair<quorlcmTransportOnComplete, const void*> wanted(completion, closure);
-    return companion::close(
-        Type::certifiedTransport, id,
-        [](companion::Object& object, void* given) {
-            auto& node = static_cast<Node&>(object);
-            std::tie(node.completion_, node.closure_) = *static_cast<decltype(wanted)*>(given);
-        },
-        &wanted);
-}
 
 void Node::closed() noexcept {
     std::map<uint32_t, uint32_t> listeners;
@@ -252,7 +250,7 @@ void Node::closed() noexcept {
 // The file is closed before the program is told.
 void Node::completed() noexcept {
     ledger_.reset();
-    if (completion_ != nullptr) completion_(id_, const_cast<void*>(closure_));
+    complete(id_);
 }
 
 void Node::parentClosed() noexcept {
@@ -289,7 +287,7 @@ void Node::carryOut(quorl_status status, After& after) noexcept {
         if (stored.ok()) break;
         out_.clear();
         try {
-            storageText_ = stored.text;
+            storageText_ = stored.reason();
             machine_.storageFailed(token, stored.status, now(), out_);
         } catch (const std::bad_alloc&) {
             break;
@@ -352,10 +350,25 @@ void Node::deliver(std::vector<Delivery>& deliveries) noexcept {
     }
 }
 
+std::string Node::storageText() noexcept {
+    try {
+        const std::lock_guard lock(lock_);
+        return storageText_;
+    } catch (const std::bad_alloc&) {
+        return {};
+    }
+}
+
 quorl_status Node::finish(After& after, Waits waits) noexcept {
     quorl_status status = QUORL_OK;
     for (;;) {
-        for (const Event& event : std::exchange(after.events, {})) tell(event);
+        for (const Event& event : std::exchange(after.events, {})) {
+            if (event.kind == Event::Kind::storageFailed) {
+                tell(event, id_, name_, storageText());
+            } else {
+                tell(event, id_, name_);
+            }
+        }
         if (const Pending stored = std::exchange(after.stored, {}); stored.token != 0) {
             if (waits == Waits::no && committer_.add(stored)) {
                 // Told later.
@@ -375,7 +388,7 @@ quorl_status Node::finish(After& after, Waits waits) noexcept {
             if (ledger_ != nullptr) ledger_->read(fetch.subject, fetch.number, &message);
             locked(
                 [&](Machine& machine, Now now, Output& out) {
-                    machine.fetched(fetch, std::move(message), now, out);
+                    machine.fetched(fetch, message, now, out);
                     return QUORL_OK;
                 },
                 after, true);
@@ -389,7 +402,7 @@ void Node::ended(uint64_t token, const Outcome& outcome, After& after) noexcept 
             if (outcome.ok()) {
                 machine.persisted(token, now, out);
             } else {
-                storageText_ = outcome.text;
+                storageText_ = outcome.reason();
                 machine.storageFailed(token, outcome.status, now, out);
             }
             return QUORL_OK;
@@ -452,6 +465,7 @@ quorl_status Node::explain(quorl_status status) noexcept {
             break;
     }
     const std::lock_guard lock(lock_);
+    if (storageText_.empty()) return fail(status, "the certified transport \"%s\" cannot do this", name_.c_str());
     return fail(status, "the ledger takes nothing at present: %s", storageText_.c_str());
 }
 

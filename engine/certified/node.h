@@ -22,15 +22,15 @@
 #include "certified/ledger/ledger.h"
 #include "certified/protocol/machine.h"
 #include "certified/relay/link.h"
+#include "companion/certified.h"
 #include "companion/host.h"
-#include "companion/object.h"
 #include "quorl/quorlcm.h"
 
 namespace quorl::certified {
 
 class CmListener;
 
-class Node final : public companion::Object,
+class Node final : public companion::CertifiedTransport,
                    public companion::Guest,
                    private RelayLink::Owner,
                    public std::enable_shared_from_this<Node> {
@@ -59,9 +59,6 @@ class Node final : public companion::Object,
     Node(const Wish& wish, const Settings& settings, const Chance& chance);
     ~Node() override;
 
-    // The completion runs when the library has finished with it; null for none.
-    static quorl_status closeWith(uint32_t id, quorlcmTransportOnComplete completion, const void* closure) noexcept;
-
     // ---- sending; statuses have a detail text
     quorl_status send(quorlMsg handle) noexcept;
     quorl_status sendReply(quorlMsg reply, quorlMsg request) noexcept;
@@ -79,8 +76,9 @@ class Node final : public companion::Object,
     quorl_status review(const char* pattern, quorlcmReviewCallback callback, const void* closure) noexcept;
 
     // ---- listening
+    bool isQueue() const noexcept override { return false; }
     quorl_status listen(uint32_t queue, quorlcmEventCallback callback, const char* pattern, const void* closure,
-                        uint32_t* id) noexcept;
+                        uint32_t* id) noexcept override;
     void unlisten(uint32_t number, bool cancel) noexcept;
     // When this returns, the message will not be delivered again; but after a callback, where the ledger syncs, it is only on its way
     // to the disk, so that callbacks do not wait for that one by one.
@@ -88,7 +86,7 @@ class Node final : public companion::Object,
     quorl_status confirm(uint32_t number, const companion::Message& message, Confirmed how) noexcept;
     void lost() noexcept { ++dropped_; }
 
-    // ---- companion::Object, companion::Guest
+    // ---- what the library and its host tell
     void closed() noexcept override;
     void completed() noexcept override;
     void parentClosed() noexcept override;
@@ -126,7 +124,7 @@ class Node final : public companion::Object,
     void deliver(std::vector<Delivery>& deliveries) noexcept;
     void flush(After& after) noexcept;
     void flushAll(int64_t deadline) noexcept;
-    void tell(const Event& event) noexcept;
+    std::string storageText() noexcept;
     quorl_status explain(quorl_status status) noexcept;
     template <class F>
     quorl_status sendBy(const companion::Message& message, F&& change) noexcept;
@@ -166,10 +164,6 @@ class Node final : public companion::Object,
     std::map<uint32_t, uint32_t> listeners_;  // the other way round
     std::map<uint32_t, Request*> requests_;   // by the numbers of the machine's listeners
     uint32_t lastRequest_ = 0;
-
-    // Set by whoever closes it, before closed().
-    quorlcmTransportOnComplete completion_ = nullptr;
-    const void* closure_ = nullptr;
 };
 
 template <class F>

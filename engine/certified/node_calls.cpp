@@ -250,8 +250,12 @@ quorl_status Node::confirm(uint32_t number, const Message& message, Confirmed ho
 
 quorl_status Node::sync() noexcept {
     if (ledger_ == nullptr) return QUORL_OK;
+    // What waits for a ledger that took nothing is not in it yet.
+    const quorl_status status =
+        call([](Machine& machine, Now now, Output& out) { return machine.retryStorage(now, out); });
+    if (status != QUORL_OK) return status;
     const Outcome outcome = ledger_->sync();
-    return outcome.ok() ? QUORL_OK : fail(outcome.status, "%s", outcome.text.c_str());
+    return outcome.ok() ? QUORL_OK : fail(outcome.status, "%s", outcome.reason());
 }
 
 // ---- the relay agent
@@ -344,7 +348,7 @@ quorl_status Node::review(const char* pattern, quorlcmReviewCallback callback, c
             for (const Review::Listener& each : review.listeners) {
                 companion::Builder one;
                 one.text("name", each.name)
-                    .u64("confirmed", each.confirmed)
+                    .u64("confirmed_up_to", each.confirmed)
                     .u64("unconfirmed", each.unconfirmed)
                     .f64("heard", static_cast<double>(each.heard) / 1e9)
                     .boolean("registered", each.registered);

@@ -10,11 +10,24 @@
 namespace quorl::companion {
 
 struct Builder::State {
+    State() noexcept = default;
+    explicit State(const message::ContentRef& from) noexcept : into(from) {}
     message::Builder into;
 };
 
 Builder::Builder() noexcept : state_(new (std::nothrow) State) {}
+Builder::Builder(const Message& from) noexcept {
+    message::ContentRef fields = Access::content(from);
+    const quorl_status status = fields.attributes().empty() ? QUORL_OK : message::withAttributes(fields, {}, &fields);
+    state_.reset(new (std::nothrow) State(fields));
+    if (state_ != nullptr) state_->into.fails(status);
+}
 Builder::~Builder() = default;
+
+Builder& Builder::without(const char* name) noexcept {
+    if (state_ != nullptr) state_->into.without(name);
+    return *this;
+}
 
 Builder& Builder::boolean(const char* name, bool value) noexcept {
     if (state_ != nullptr) state_->into.boolean(name, value);
@@ -38,6 +51,11 @@ Builder& Builder::f64(const char* name, double value) noexcept {
 
 Builder& Builder::text(const char* name, std::string_view value) noexcept {
     if (state_ != nullptr) state_->into.text(name, value);
+    return *this;
+}
+
+Builder& Builder::inner(const char* name, const Message& value) noexcept {
+    if (state_ != nullptr) state_->into.message(name, Access::content(value));
     return *this;
 }
 

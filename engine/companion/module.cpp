@@ -8,6 +8,7 @@
 #include "companion/border.h"
 #include "companion/objects.h"
 #include "companion/parameters.h"
+#include "transport/local.h"
 #include "transport/statistics.h"
 
 namespace quorl::companion {
@@ -41,9 +42,21 @@ void fill(message::Builder& message) noexcept {
 
 constinit transport::statistics::Part part{fill};
 
+bool answer(std::string_view asked, message::Builder& message) noexcept {
+    const size_t end = asked.find('.');
+    if (end == std::string_view::npos) return false;
+    for (Module* each = modules.load(std::memory_order_acquire); each != nullptr; each = each->next) {
+        if (each->answer == nullptr || asked.substr(0, end) != each->name) continue;
+        Statistics fields(message);
+        return each->answer(asked.substr(end + 1), fields);
+    }
+    return false;
+}
+
 quorl_status start() noexcept {
     objects::watchTransports();
     transport::statistics::add(part);
+    transport::local::answerBy(answer);
     return QUORL_OK;
 }
 

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "companion/advisory.h"
 
@@ -26,6 +27,9 @@ struct Module {
     void (*forget)() noexcept = nullptr;
     // On any thread. Left out of the statistics when null.
     void (*statistics)(Statistics& statistics) noexcept = nullptr;
+    // A request of this process on _QUORL.ASK.<name>.<question>: adds the answer's fields and says true; false: that is no
+    // question, and nobody answers. On any thread. Not asked when null.
+    bool (*answer)(std::string_view question, Statistics& answer) noexcept = nullptr;
 
     Module* next = nullptr;  // the border's
 };

@@ -186,7 +186,7 @@ void tellRefused(Event& event, message::ContentRef content, uint32_t tag) noexce
 }
 
 // The slow road of push: the queue may be full, or beyond its mark.
-bool pushSlowly(Queue& queue, Event& event, uint32_t tag, message::ContentRef content) noexcept {
+bool pushSlowly(Queue& queue, Event& event, uint32_t tag, message::ContentRef&& content) noexcept {
     AlarmChange change;
     AfterPush after;
     bool admitted;
@@ -233,7 +233,7 @@ Queue::~Queue() {
     }
 }
 
-bool push(Event& event, message::ContentRef content, uint32_t tag) noexcept {
+bool push(Event& event, message::ContentRef&& content, uint32_t tag) noexcept {
     Queue& queue = *event.queue;
     AfterPush after;
     queue.back.lock.lock();

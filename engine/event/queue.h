@@ -120,9 +120,12 @@ struct Queue : Record {
 
 // Puts an event into its queue; content is empty for timers, and may be for takers. tag: of timers, the epoch in which the
 // firing was decided; of takers what they get with the content, below takerTags; otherwise 0. The calling thread is under a
-// read guard. False when the queue or the event takes no more events.
+// read guard. False when the queue or the event takes no more events: the content is then the caller's still.
 constexpr uint32_t takerTags = 1u << 31;
-bool push(Event& event, message::ContentRef content, uint32_t tag = 0) noexcept;
+bool push(Event& event, message::ContentRef&& content, uint32_t tag = 0) noexcept;
+inline bool push(Event& event, const message::ContentRef& content, uint32_t tag = 0) noexcept {
+    return push(event, message::ContentRef(content), tag);
+}
 
 // Takes the first event; of a vector listener also those that share its batch, into *batch, the first included. False:
 // nothing waits.

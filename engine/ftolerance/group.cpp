@@ -4,11 +4,13 @@
 #include <array>
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
 
 #include "companion/advisory.h"
 #include "companion/module.h"
 #include "companion/status.h"
 #include "companion/transport.h"
+#include "ftolerance/answers.h"
 
 namespace quorl::ftolerance {
 namespace {
@@ -20,7 +22,7 @@ constinit companion::Host onlyHost("quorl-ft", "quorl.ft");
 void stopHost() noexcept {
     onlyHost.stop();
 }
-constinit companion::Module module{.name = "fault_tolerance", .close = stopHost};
+constinit companion::Module module{.name = "fault_tolerance", .close = stopHost, .answer = answer};
 
 const char* nameOf(Event event) noexcept {
     switch (event) {
@@ -113,7 +115,14 @@ Now now() noexcept {
 
 quorl_status groupSubject(uint32_t transport, const char* name, std::string* subject) {
     if (name == nullptr) return companion::fail(QUORL_INVALID_SUBJECT, "the group has no name: it is null");
-    std::string full = std::string("_QUORL.FT.") + name;
+    constexpr std::string_view prefix = "_QUORL.FT.";
+    constexpr size_t most = QUORL_SUBJECT_MAX - prefix.size();
+    const size_t length = std::strlen(name);
+    if (length > most)
+        return companion::fail(QUORL_INVALID_SUBJECT,
+                               "group \"%.32s...\": the name has %zu bytes, and may have %zu at most", name, length,
+                               most);
+    std::string full = std::string(prefix) + name;
     const quorl_status status = companion::checkSubject(transport, full);
     if (status != QUORL_OK) return companion::failWithin(status, "group \"%.64s\"", name);
     *subject = std::move(full);

@@ -1,6 +1,7 @@
-// Actions travel to the program's queue as numbers: the action, and of a deactivation which one it is.
+// Actions travel to the program's queue as numbers: the action, and which one of the member's it is.
 #include "ftolerance/member_event.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -11,7 +12,9 @@ namespace quorl::ftolerance {
 namespace {
 
 constexpr uint32_t actionBits = 2;
-constexpr uint32_t serials = uint32_t{1} << (31 - actionBits);  // tags are below 2^31
+constexpr uint32_t numbers = uint32_t{1} << (31 - actionBits);  // tags are below 2^31
+
+thread_local LastTold lastToldHere;
 
 }  // namespace
 
@@ -46,19 +49,56 @@ void MemberEvent::setWeight(uint16_t weight) noexcept {
 
 void MemberEvent::run(const companion::Delivery& delivery) noexcept {
     const uint32_t action = delivery.tag & ((1u << actionBits) - 1);
+    const uint32_t number = delivery.tag >> actionBits;
+    const Waiting told = takeWaiting(number);
+    if (action == QUORLFT_ACTIVATE) token_ = told.token;
+    if (action == QUORLFT_DEACTIVATE) stopping_ = number;
+    lastToldHere = {delivery.event, action, told.serial, told.token};
     callback_(delivery.event, who_.group.c_str(), static_cast<quorlftAction>(action),
               const_cast<void*>(delivery.closure));
-    if (action != QUORLFT_DEACTIVATE) return;
-    returned_ = delivery.tag >> actionBits;
+    if (action == QUORLFT_DEACTIVATE && !defers_) done(number);
+}
+
+void MemberEvent::dropped(const companion::Message&, uint32_t tag) noexcept {
+    takeWaiting(tag >> actionBits);
+}
+
+bool MemberEvent::lastTold(LastTold* told) noexcept {
+    *told = lastToldHere;
+    return told->member != 0;
+}
+
+void MemberEvent::returned() noexcept {
+    if (const uint32_t number = stopping_.load(); number != 0) done(number);
+}
+
+void MemberEvent::done(uint32_t deactivation) noexcept {
+    returned_ = deactivation;
     host().schedule(*this, companion::monotonicNow());
 }
 
-void MemberEvent::closed() noexcept {
-    const companion::KeptErrorText kept;
+// Threads that dispatch side by side come in any order. What had no memory to wait in has neither serial nor token.
+MemberEvent::Waiting MemberEvent::takeWaiting(uint32_t number) noexcept {
+    const std::lock_guard lock(waitingLock_);
+    const auto found =
+        std::find_if(waiting_.begin(), waiting_.end(), [number](const Waiting& each) { return each.number == number; });
+    if (found == waiting_.end()) return {number, 0, 0};
+    const Waiting taken = *found;
+    waiting_.erase(found);
+    return taken;
+}
+
+// Also when the program's queue was destroyed: one that cannot be told to act must not take the place of one that can.
+void MemberEvent::leave() noexcept {
     step([](Member& machine, MemberOutput& out) {
         machine.leave(now(), out);
         return QUORL_OK;
     });
+}
+
+void MemberEvent::closed() noexcept {
+    const companion::KeptErrorText kept;
+    leave();
     host().unlisten(listener_.exchange(0));
     host().remove(*this);
 }
@@ -71,7 +111,7 @@ void MemberEvent::wake() noexcept {
             weight_.compare_exchange_strong(set, 0);
         }
         const uint32_t returned = returned_.load();
-        if (returned != 0 && returned == deactivations_) machine.deactivated(now(), out);
+        if (returned != 0 && returned == deactivation_) machine.deactivated(now(), out);
         if (uint32_t seen = returned; seen != 0) returned_.compare_exchange_strong(seen, 0);
         machine.tick(now(), out);
         return QUORL_OK;
@@ -101,16 +141,25 @@ void MemberEvent::transmit(Member& machine, MemberOutput& output) noexcept {
 
 void MemberEvent::deliver(MemberNews news) noexcept {
     const companion::KeptErrorText kept;
+    bool heard = true;
     for (const Advisory& advisory : news.advisories) tell(who_, advisory);
     for (const Told& told : news.actions) {
         tell(who_, told);
-        uint32_t tag = static_cast<uint32_t>(told.action);
-        if (told.action == Action::deactivate) {
-            deactivations_ = deactivations_ % (serials - 1) + 1;
-            tag |= deactivations_ << actionBits;
-        }
-        companion::post(companion::Type::member, who_.id, {}, tag);
+        heard &= companion::post(companion::Type::member, who_.id, {}, nextTag(told)) != QUORL_INVALID_QUEUE;
     }
+    if (!heard) leave();
+}
+
+uint32_t MemberEvent::nextTag(const Told& told) noexcept {
+    actions_ = actions_ % (numbers - 1) + 1;
+    if (told.action == Action::deactivate) deactivation_ = actions_;
+    const std::lock_guard lock(waitingLock_);
+    try {
+        waiting_.push_back({actions_, ++serial_, told.token});
+    } catch (const std::bad_alloc&) {
+        // The action matters more than what may be asked about it.
+    }
+    return static_cast<uint32_t>(told.action) | actions_ << actionBits;
 }
 
 }  // namespace quorl::ftolerance

@@ -23,6 +23,12 @@ Builder::Builder() noexcept : slot_(openSlot(Owner::caller)) {
     status_ = slot_ != nullptr ? QUORL_OK : fail(QUORL_NO_MEMORY, "no memory for a message");
 }
 
+Builder::Builder(const ContentRef& from) noexcept : slot_(nullptr) {
+    quorlMsg handle = nullptr;
+    status_ = newMessage(ContentRef(from).release(), Owner::caller, 0, &handle);
+    if (status_ == QUORL_OK) slot_ = resolve(handle);
+}
+
 Builder::~Builder() {
     if (slot_ != nullptr) dropMessage(*slot_);
 }
@@ -33,6 +39,15 @@ Builder& Builder::add(Key key, const Value& value) noexcept {
     status_ = readNewName(key.name, &name);
     if (status_ == QUORL_OK) status_ = append(*slot_, name, key.id, value);
     if (status_ != QUORL_OK) status_ = inField(status_, key.name, key.id);
+    return *this;
+}
+
+Builder& Builder::without(const char* name) noexcept {
+    Name wanted;
+    fails(readNewName(name, &wanted));
+    uint32_t index = 0;
+    while (status_ == QUORL_OK && slot_->content != nullptr && locate(*slot_->content, wanted, 0, &index) == QUORL_OK)
+        status_ = remove(*slot_, index);
     return *this;
 }
 

@@ -29,12 +29,16 @@ struct Key {
 class Builder {
   public:
     Builder() noexcept;
+    // Begins with the fields and subjects of another message.
+    explicit Builder(const ContentRef& from) noexcept;
     ~Builder();
     Builder(const Builder&) = delete;
     Builder& operator=(const Builder&) = delete;
 
     quorl_status status() const noexcept { return status_; }
 
+    // Takes away the fields of that name.
+    Builder& without(const char* name) noexcept;
     Builder& boolean(Key key, bool value) noexcept;
     Builder& u8(Key key, uint8_t value) noexcept;
     Builder& u32(Key key, uint32_t value) noexcept;

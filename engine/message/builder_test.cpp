@@ -89,6 +89,23 @@ TEST(Builder, a_message_inside_a_message_may_not_be_too_deep) {
     EXPECT_EQ(tooDeep.status(), QUORL_INVALID_MSG);
 }
 
+TEST(Builder, begins_with_another_message_and_leaves_that_as_it_is) {
+    Builder first;
+    first.u32("dqsn", 1).text("dqsn", "two").text("kept", "yes");
+    ContentRef content;
+    ASSERT_EQ(first.content("a.subject", &content), QUORL_OK);
+    Builder changed(content);
+    changed.without("dqsn").without("unknown").u32("dqsn", 3);
+    ContentRef result;
+    ASSERT_EQ(changed.content(&result), QUORL_OK);
+    EXPECT_EQ(result.sendSubject(), "a.subject");
+    EXPECT_EQ(printed(changed), "{kept=\"yes\", dqsn=3}");
+    EXPECT_EQ(printed(Builder(content)), "{dqsn=1, dqsn=\"two\", kept=\"yes\"}");
+    Builder empty;
+    ASSERT_EQ(empty.content(&content), QUORL_OK);
+    EXPECT_EQ(printed(Builder(content).without("x").u32("n", 1)), "{n=1}");
+}
+
 TEST(Builder, every_allocation_may_fail) {
     for (int64_t allowed = 0;; ++allowed) {
         ASSERT_LT(allowed, 100);

@@ -122,7 +122,9 @@ quorl_status contentFromBytes(const void* bytes, size_t size, std::string_view s
 namespace {
 
 quorl_status newPlain(ContentRef content, Owner owner, uint32_t event, quorlMsg* message) noexcept {
-    Content* plain = withoutAttributes(content.release());
+    Content* plain = content.release();
+    if (!plain->attributes().empty()) [[unlikely]]
+        plain = withoutAttributes(plain);
     if (plain == nullptr) return fail(QUORL_NO_MEMORY, "no memory for a message");
     return newMessage(plain, owner, event, message);
 }

@@ -56,9 +56,8 @@ void fillScalar(const uint8_t* value, uint8_t type, quorlLocalData* data) noexce
     }
 }
 
-}  // namespace
-
-Slot* openSlot(Owner owner) noexcept {
+// Inline in newMessage, which every delivery goes through.
+[[gnu::always_inline]] inline Slot* open(Owner owner) noexcept {
     Slot* slot = pool::acquireSlot(owner == Owner::outer ? 0 : 1);
     if (slot == nullptr) return nullptr;
     slot->content = nullptr;
@@ -73,8 +72,14 @@ Slot* openSlot(Owner owner) noexcept {
     return slot;
 }
 
+}  // namespace
+
+Slot* openSlot(Owner owner) noexcept {
+    return open(owner);
+}
+
 quorl_status newMessage(Content* content, Owner owner, uint32_t event, quorlMsg* message) noexcept {
-    Slot* slot = openSlot(owner);
+    Slot* slot = open(owner);
     if (slot == nullptr) {
         if (content != nullptr) content->release();
         return fail(QUORL_NO_MEMORY, "no memory for a message");

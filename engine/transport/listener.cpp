@@ -1,6 +1,7 @@
 // How listeners are made, attached to their transport, and detached.
 #include "transport/listener.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <memory>
@@ -62,6 +63,38 @@ bool ownInbox(const Transport& transport, std::string_view subject) noexcept {
            number <= transport.inboxes.load(std::memory_order_relaxed);
 }
 
+// What a listener listens to, and the name under which it shares, if it does.
+struct Interest {
+    const char* subject;
+    std::string_view share;
+    bool shared = false;
+};
+
+// Takes a subject apart that says under which name it is shared.
+Interest interestOf(const ListenerRequest& request) noexcept {
+    if (request.share != nullptr)
+        return {request.subject, {request.share, strnlen(request.share, longestShareName + 1)}, true};
+    if (request.take != nullptr || request.subject == nullptr) return {request.subject, {}};
+    if (std::strncmp(request.subject, sharePrefix.data(), sharePrefix.size()) != 0) return {request.subject, {}};
+    const char* name = request.subject + sharePrefix.size();
+    const char* end = std::strchr(name, '.');
+    if (end == nullptr) end = name + std::strlen(name);
+    return {*end == '.' ? end + 1 : end, {name, static_cast<size_t>(end - name)}, true};
+}
+
+quorl_status checkShare(const Interest& interest) noexcept {
+    const std::string_view name = interest.share;
+    if (!validShareName(name))
+        return fail(
+            QUORL_INVALID_NAME,
+            "\"%.*s\" is not a valid name to share under: a name has 1 to %zu bytes of printable ASCII, without "
+            "blanks, '.', '*' and '>'",
+            static_cast<int>(std::min<size_t>(name.size(), 80)), name.data(), longestShareName);
+    if (interest.subject == nullptr || !subject::isSystem(interest.subject)) return QUORL_OK;
+    return fail(QUORL_INVALID_SUBJECT, "\"%.254s\" cannot be shared: it is the system's, as all that begin with \"_\"",
+                interest.subject);
+}
+
 quorl_status checkSubject(const Transport& transport, const char* text, bool internal) noexcept {
     if (text == nullptr) return fail(QUORL_INVALID_SUBJECT, "the subject to listen to is null");
     const std::string_view subject(text, strnlen(text, QUORL_SUBJECT_MAX + 1));
@@ -77,6 +110,12 @@ quorl_status checkSubject(const Transport& transport, const char* text, bool int
 }
 
 }  // namespace
+
+bool validShareName(std::string_view name) noexcept {
+    return !name.empty() && name.size() <= longestShareName && std::all_of(name.begin(), name.end(), [](char byte) {
+        return byte > ' ' && byte < '\x7f' && byte != '.' && byte != '*' && byte != '>';
+    });
+}
 
 quorl_status startListening(Listener& listener) noexcept {
     return local::hearsThisProcessAlone(listener.subject) ? local::listen(listener)
@@ -101,14 +140,19 @@ quorl_status createListener(uint32_t* id, const ListenerRequest& request) noexce
         return fail(QUORL_INVALID_CALLBACK, "the callback of the listener is null");
     auto* transport = registry::find<Transport>(request.transport);
     if (transport == nullptr) return environment::noObject(QUORL_INVALID_TRANSPORT, "transport", request.transport);
-    if (const quorl_status status = checkSubject(*transport, request.subject, request.take != nullptr);
+    const Interest interest = interestOf(request);
+    if (interest.shared) {
+        if (const quorl_status status = checkShare(interest); status != QUORL_OK) return status;
+    }
+    if (const quorl_status status = checkSubject(*transport, interest.subject, request.take != nullptr);
         status != QUORL_OK)
         return status;
 
     Listener* listener = nullptr;
     try {
         auto made = std::make_unique<Listener>();
-        made->subject = request.subject;
+        made->subject = interest.subject;
+        if (interest.shared) made->share = std::make_shared<Share>(std::string(interest.share));
         listener = made.release();
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for a listener");

@@ -15,10 +15,12 @@ namespace {
 constexpr std::string_view systemPrefix = "_QUORL.";
 constexpr std::string_view statisticsSubject = "_QUORL.STATS";
 constexpr std::string_view lastErrorSubject = "_QUORL.LASTERROR";
+constexpr std::string_view askPrefix = "_QUORL.ASK.";
 
 constinit Mutex making;                          // of the router
 constinit std::atomic<Router*> router{nullptr};  // made with the first listener, and kept
 constinit std::atomic<uint32_t> listeners{0};
+constinit std::atomic<Answers> answers{nullptr};
 
 // Null: no memory.
 Router* routerMade() noexcept {
@@ -39,7 +41,8 @@ std::string_view secondElement(std::string_view subject) noexcept {
 }
 
 bool keptHere(std::string_view element) noexcept {
-    return element == "INFO" || element == "WARN" || element == "ERROR" || element == "STATS" || element == "LASTERROR";
+    return element == "INFO" || element == "WARN" || element == "ERROR" || element == "STATS" ||
+           element == "LASTERROR" || element == "ASK";
 }
 
 }  // namespace
@@ -86,13 +89,21 @@ quorl_status publish(ThreadState& thread, message::ContentRef content) noexcept 
     return router.load(std::memory_order_acquire)->route(thread, std::move(content));
 }
 
+void answerBy(Answers by) noexcept {
+    answers.store(by, std::memory_order_release);
+}
+
 quorl_status answer(std::string_view subject, message::ContentRef* reply) noexcept {
     const bool lastError = subject == lastErrorSubject;
-    if (!lastError && subject != statisticsSubject) return QUORL_OK;
+    const bool asks = subject.starts_with(askPrefix);
+    if (!lastError && !asks && subject != statisticsSubject) return QUORL_OK;
     KeptErrorText kept;
     message::Builder message;
     if (lastError) {
         message.text("text", kept.saved());
+    } else if (asks) {
+        const Answers by = answers.load(std::memory_order_acquire);
+        if (by == nullptr || !by(subject.substr(askPrefix.size()), message)) return QUORL_OK;
     } else {
         statistics::fill(message);
     }

@@ -1,10 +1,13 @@
 // Matching, from a cache of each sending thread where possible.
 #include "transport/router.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "base/status.h"
 #include "event/queue.h"
@@ -46,6 +49,40 @@ std::string_view inboxKey(std::string_view pattern) noexcept {
     return pattern;
 }
 
+// Puts those that share behind the others, the members of each share beside each other; shares gets where each begins. Throws
+// std::bad_alloc.
+void arrange(Listener** targets, size_t count, std::vector<uint32_t>& shares) {
+    shares.clear();
+    Listener** const end = targets + count;
+    const auto sharing = [](const Listener* listener) { return listener->share != nullptr; };
+    if (std::none_of(targets, end, sharing)) return;
+    Listener** const first = std::stable_partition(targets, end, std::not_fn(sharing));
+    std::sort(first, end, [](const Listener* one, const Listener* other) {
+        return std::pair(one->share.get(), one->id) < std::pair(other->share.get(), other->id);
+    });
+    for (Listener** at = first; at != end; ++at) {
+        if (at == first || at[-1]->share != (*at)->share) shares.push_back(static_cast<uint32_t>(at - targets));
+    }
+}
+
+// To each of those that share with nobody, and to one of each share.
+void pushToAll(Listener* const* targets, size_t count, const std::vector<uint32_t>& shares,
+               message::ContentRef&& content) noexcept {
+    if (shares.empty()) {
+        for (size_t i = 0; i + 1 < count; ++i) event::push(*targets[i], content);
+        event::push(*targets[count - 1], std::move(content));
+        return;
+    }
+    for (size_t i = 0; i < shares.front(); ++i) event::push(*targets[i], content);
+    for (size_t i = 0; i < shares.size(); ++i) {
+        const bool last = i + 1 == shares.size();
+        const size_t begin = shares[i];
+        const size_t members = (last ? count : shares[i + 1]) - begin;
+        message::ContentRef own = last ? std::move(content) : message::ContentRef(content);
+        pushToOne(*targets[begin]->share, targets + begin, members, std::move(own));
+    }
+}
+
 }  // namespace
 
 // What a subject matched at some version of a router.
@@ -62,6 +99,8 @@ struct Router::Matches {
     std::array<char, longestText> text;
     std::array<Listener*, fewTargets> few;
     std::unique_ptr<Listener*[]> many;  // when there are more than few
+    // Of the targets those that share stand last, the members of each share beside each other, and here is where each begins.
+    std::vector<uint32_t> shares;
 };
 
 // Of one thread, bounded, replaced by hash. What it holds is only looked at under a read guard, and only while the router's
@@ -97,7 +136,13 @@ void Router::add(Listener& listener) {
         return;
     }
     Lock lock(lock_);
-    (subject::isSystem(listener.subject) ? system_ : ordinary_).insert(listener.subject, &listener);
+    if (listener.share != nullptr) join(listener);
+    try {
+        (subject::isSystem(listener.subject) ? system_ : ordinary_).insert(listener.subject, &listener);
+    } catch (...) {
+        leave(listener);
+        throw;
+    }
     version_.fetch_add(1, std::memory_order_release);
 }
 
@@ -112,7 +157,18 @@ void Router::remove(Listener& listener) noexcept {
     }
     Lock lock(lock_);
     (subject::isSystem(listener.subject) ? system_ : ordinary_).remove(listener.subject, &listener);
+    leave(listener);
     version_.fetch_add(1, std::memory_order_release);
+}
+
+void Router::join(Listener& listener) {
+    // The text of the key is the share's own.
+    listener.share = shares_.try_emplace(listener.share->name, listener.share).first->second;
+    ++listener.share->members;
+}
+
+void Router::leave(const Listener& listener) noexcept {
+    if (listener.share != nullptr && --listener.share->members == 0) shares_.erase(listener.share->name);
 }
 
 void Router::add(Request& request) {
@@ -173,15 +229,17 @@ quorl_status Router::routeToInbox(const message::ContentRef& content, std::strin
 quorl_status Router::routeUncached(const message::ContentRef& content, std::string_view subject) noexcept {
     if (const quorl_status status = check(subject); status != QUORL_OK) return status;
     std::vector<Listener*> targets;
+    std::vector<uint32_t> shares;
     try {
         Lock lock(lock_);
         (subject::isSystem(subject) ? system_ : ordinary_).match(subject, [&](Listener* listener) {
             targets.push_back(listener);
         });
+        arrange(targets.data(), targets.size(), shares);
     } catch (const std::bad_alloc&) {
         return fail(QUORL_NO_MEMORY, "no memory for the listeners of a subject");
     }
-    for (Listener* listener : targets) event::push(*listener, content);
+    if (!targets.empty()) pushToAll(targets.data(), targets.size(), shares, message::ContentRef(content));
     return QUORL_OK;
 }
 
@@ -216,6 +274,15 @@ quorl_status Router::route(ThreadState& thread, message::ContentRef content) noe
                     trie.match(subject, [&](Listener* listener) { matches.many[i++] = listener; });
                 }
             }
+            try {
+                if (count <= Matches::fewTargets) {
+                    arrange(matches.few.data(), count, matches.shares);
+                } else if (count <= Matches::mostTargets && matches.many) {
+                    arrange(matches.many.get(), count, matches.shares);
+                }
+            } catch (const std::bad_alloc&) {
+                return fail(QUORL_NO_MEMORY, "no memory for the listeners of a subject");
+            }
         }
         if (count > Matches::fewTargets && (count > Matches::mostTargets || !matches.many))
             return routeUncached(content, subject);
@@ -228,10 +295,8 @@ quorl_status Router::route(ThreadState& thread, message::ContentRef content) noe
     }
     if (matches.count == 0) return QUORL_OK;
     Listener* const* targets = matches.count > Matches::fewTargets ? matches.many.get() : matches.few.data();
-    const size_t last = matches.count - 1u;
     cache->busy = true;
-    for (size_t i = 0; i < last; ++i) event::push(*targets[i], content);
-    event::push(*targets[last], std::move(content));
+    pushToAll(targets, matches.count, matches.shares, std::move(content));
     cache->busy = false;
     return QUORL_OK;
 }

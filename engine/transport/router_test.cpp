@@ -13,13 +13,20 @@ namespace {
 
 // Listeners with a queue of their own each, so that its count tells how often they were reached.
 struct Ear {
-    explicit Ear(const std::string& pattern) {
+    explicit Ear(const std::string& pattern, const std::string& share = {}) {
         EXPECT_TRUE(queue.entries.prepare());
         Lock front(queue.front.lock);
         Lock back(queue.back.lock);
         event::setThresholds(queue);
         listener.subject = pattern;
         listener.queue = &queue;
+        if (!share.empty()) listener.share = std::make_shared<Share>(share);
+    }
+    // As a listener is that is being destroyed, and that a sender still finds.
+    void close() {
+        Lock front(queue.front.lock);
+        Lock back(queue.back.lock);
+        listener.back.closed = true;
     }
     uint64_t heard() const { return queue.entries.backCount(); }
     event::Queue queue;
@@ -163,9 +170,114 @@ TEST_F(RouterTest, givesAListenerWhatIsSentBelowItsInbox) {
     EXPECT_EQ(exact.heard(), 2u);
 }
 
+TEST_F(RouterTest, givesOneOfThoseThatShareEachMessageInTurn) {
+    Ear one("a.b", "crew");
+    Ear two("a.*", "crew");
+    Ear three(">", "crew");
+    Ear other("a.b", "second");
+    Ear alone("a.b");
+    for (Ear* ear : {&one, &alone, &two, &other, &three}) router.add(ear->listener);
+    for (int i = 0; i < 30; ++i) EXPECT_EQ(route(router, "a.b"), QUORL_OK);
+    for (Ear* ear : {&one, &two, &three}) EXPECT_EQ(ear->heard(), 10u);
+    EXPECT_EQ(other.heard(), 30u);
+    EXPECT_EQ(alone.heard(), 30u);
+    // Of those that match.
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(route(router, "a.c"), QUORL_OK);
+    EXPECT_EQ(one.heard(), 10u);
+    EXPECT_EQ(two.heard() + three.heard(), 24u);
+    EXPECT_EQ(two.heard(), 12u);
+    // And of those that are left.
+    router.remove(two.listener);
+    router.remove(three.listener);
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(route(router, "a.b"), QUORL_OK);
+    EXPECT_EQ(one.heard(), 14u);
+}
+
+// However the subjects alternate: the turn is the share's, not the subject's or the thread's.
+TEST_F(RouterTest, takesTurnsOverAllSubjects) {
+    Ear one(">", "crew");
+    Ear two(">", "crew");
+    Ear apart("x", "pair");
+    Ear fourth("x", "pair");
+    for (Ear* ear : {&one, &two, &apart, &fourth}) router.add(ear->listener);
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(route(router, "x"), QUORL_OK);
+        EXPECT_EQ(route(router, "y." + std::to_string(i)), QUORL_OK);
+    }
+    EXPECT_EQ(one.heard(), 20u);
+    EXPECT_EQ(two.heard(), 20u);
+    EXPECT_EQ(apart.heard(), 10u);
+    EXPECT_EQ(fourth.heard(), 10u);
+}
+
+TEST_F(RouterTest, passesOverAMemberThatIsBeingDestroyed) {
+    Ear one("a", "crew");
+    Ear two("a", "crew");
+    router.add(one.listener);
+    router.add(two.listener);
+    EXPECT_EQ(route(router, "a"), QUORL_OK);
+    EXPECT_EQ(route(router, "a"), QUORL_OK);
+    one.close();
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(route(router, "a"), QUORL_OK);
+    EXPECT_EQ(one.heard(), 1u);
+    EXPECT_EQ(two.heard(), 11u);
+    two.close();
+    EXPECT_EQ(route(router, "a"), QUORL_OK) << "nobody is left";
+}
+
+// Few members, many, more than are remembered; on subjects that are remembered and on one that is too long for that.
+TEST_F(RouterTest, sharesAmongAnyNumber) {
+    const std::string longSubject(200, 'x');
+    for (const std::string& subject : {std::string("x"), longSubject}) {
+        for (const size_t count : {2u, 5u, 300u, 1500u}) {
+            Router many;
+            std::vector<std::unique_ptr<Ear>> ears;
+            for (size_t i = 0; i < count; ++i) {
+                ears.push_back(std::make_unique<Ear>(subject, i % 2 == 0 ? "even" : "odd"));
+                many.add(ears.back()->listener);
+            }
+            Ear alone(">");
+            many.add(alone.listener);
+            const size_t rounds = 2 * ((count + 1) / 2);
+            for (size_t i = 0; i < rounds; ++i) ASSERT_EQ(route(many, subject), QUORL_OK);
+            uint64_t heard[2] = {0, 0};
+            for (size_t i = 0; i < count; ++i) {
+                ASSERT_GE(ears[i]->heard(), 2u);
+                heard[i % 2] += ears[i]->heard();
+            }
+            EXPECT_EQ(heard[0], rounds);
+            EXPECT_EQ(heard[1], rounds);
+            EXPECT_EQ(alone.heard(), rounds);
+        }
+    }
+}
+
+// A name that nobody shares any more is forgotten, and may be taken again.
+TEST_F(RouterTest, forgetsANameWithItsLastMember) {
+    Ear later("a", "crew");
+    {
+        Ear first("a", "crew");
+        router.add(first.listener);
+        EXPECT_EQ(route(router, "a"), QUORL_OK);
+        router.remove(first.listener);
+        EXPECT_EQ(first.listener.share.use_count(), 1);
+    }
+    router.add(later.listener);
+    EXPECT_EQ(route(router, "a"), QUORL_OK);
+    EXPECT_EQ(later.heard(), 1u);
+}
+
+TEST(Share, knowsItsNames) {
+    for (const char* name : {"a", "crew-7", "$x/y", "%"}) EXPECT_TRUE(validShareName(name)) << name;
+    for (const char* name : {"", "a b", "a.b", "a*", ">", "\t", "caf\xc3\xa9", "\x7f"})
+        EXPECT_FALSE(validShareName(name)) << name;
+    EXPECT_TRUE(validShareName(std::string(63, 'n')));
+    EXPECT_FALSE(validShareName(std::string(64, 'n')));
+}
+
 TEST(Local, knowsWhatStaysInTheProcess) {
-    for (const char* subject :
-         {"_QUORL.INFO.a.b", "_QUORL.WARN.a.b", "_QUORL.ERROR.x", "_QUORL.STATS", "_QUORL.LASTERROR", "_QUORL.INFO"})
+    for (const char* subject : {"_QUORL.INFO.a.b", "_QUORL.WARN.a.b", "_QUORL.ERROR.x", "_QUORL.STATS",
+                                "_QUORL.LASTERROR", "_QUORL.INFO", "_QUORL.ASK.fault_tolerance.told"})
         EXPECT_TRUE(local::staysHere(subject)) << subject;
     for (const char* subject : {"_QUORL.INFORM.a", "_QUORL.CM.x", "_QUORL", "_INBOX.a", "a.INFO", "", "_QUORL.info.a"})
         EXPECT_FALSE(local::staysHere(subject)) << subject;

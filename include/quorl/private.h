@@ -88,6 +88,12 @@ QUORL_API quorl_status _quorlDispatchable_SetThreadKey(void* key) QUORL_NOEXCEPT
  * the others wait on. QUORL_INVALID_DISPATCHABLE: no such queue or group. */
 QUORL_API quorl_status _quorlDispatchable_Signal(quorl_u32 id) QUORL_NOEXCEPT;
 
+/* ---- listeners -------------------------------------------------------------------------------------------------- */
+
+/* What begins a subject that makes quorlEvent_CreateListener and quorlEvent_CreateGroupVectorListener share as
+ * quorlEvent_CreateSharedListener does: "_QUORL.SHARE.<name>.<subject>". The whole may be longer than QUORL_SUBJECT_MAX. */
+#define QUORL_SHARE_PREFIX "_QUORL.SHARE."
+
 /* ---- fields ----------------------------------------------------------------------------------------------------- */
 
 /* Finds a field as quorlMsg_GetFieldEx does and gives where it is and what it is in one number, never 0: index + 1 in bits

@@ -305,6 +305,18 @@ QUORL_API quorl_status quorlEvent_CreateListener(quorlEvent* event, quorlQueue q
                                                  quorlTransport transport, const char* subject,
                                                  const void* closure) QUORL_NOEXCEPT;
 
+/* Listens and shares: of the listeners of a bus that share a name, and whose subjects match, one gets each message. In this
+ * process they take turns; over a daemon, the daemon chooses one of the processes, and there they take turns. The listeners
+ * of a circuit share what its peer sends. Listeners without a name, or under another one, get each message as ever.
+ * There is no redelivery: what waits in the queue of a listener that is destroyed, or of a process that ends, is lost.
+ * Messages sent to a daemon in quick succession travel together and come to one process; those that it carries in parts,
+ * of more than 256 KiB, are not taken, which the advisory "malformed" tells.
+ * name: 1 to 63 bytes of printable ASCII without blanks, '.', '*' and '>'. subject: as above, but none that starts with '_'.
+ * QUORL_INVALID_NAME, QUORL_INVALID_ARG (a null name), and what quorlEvent_CreateListener says. */
+QUORL_API quorl_status quorlEvent_CreateSharedListener(quorlEvent* event, quorlQueue queue, quorlEventCallback callback,
+                                                       quorlTransport transport, const char* subject, const char* name,
+                                                       const void* closure) QUORL_NOEXCEPT;
+
 /* Listens in batches. Waiting messages of listeners of the same queue, callback and groupId are delivered in one call of
  * the callback, without waiting for a batch to fill; QUORL_VECTOR_MAX at most. */
 QUORL_API quorl_status quorlEvent_CreateGroupVectorListener(quorlEvent* event, quorlQueue queue,

@@ -36,9 +36,9 @@ QUORL_API const char* quorlcm_Version(void) QUORL_NOEXCEPT;
  * none; the transport then hears and sends nothing until quorlcmTransport_ConnectToRelayAgent, and what was kept for its name is
  * always asked for.
  * QUORL_INVALID_TRANSPORT, QUORL_INVALID_NAME, QUORL_INVALID_ARG (a ledger without a name, a relay agent without a ledger, an empty
- * text), QUORL_FILE_NOT_FOUND (no such folder), QUORL_INVALID_FILE (no ledger, or a damaged one),
- * QUORL_NOT_FILE_OWNER (in use, or of another name), QUORL_VERSION_MISMATCH (of a newer release), QUORL_IO_FAILED. What is
- * refused is left as it is. */
+ * text), QUORL_FILE_NOT_FOUND (no such folder), QUORL_INVALID_FILE (no ledger, a damaged one, or one beside which another has left
+ * its log or journal), QUORL_NOT_FILE_OWNER (in use, or of another name), QUORL_VERSION_MISMATCH (of a newer release),
+ * QUORL_IO_FAILED. What is refused is left as it is, and nothing is left behind. */
 QUORL_API quorl_status quorlcmTransport_Create(quorlcmTransport* cmTransport, quorlTransport transport,
                                                const char* cmName, quorl_bool requestOld, const char* ledgerName,
                                                quorl_bool syncLedger, const char* relayAgent) QUORL_NOEXCEPT;
@@ -95,10 +95,10 @@ QUORL_API quorl_status quorlcmTransport_SetPublisherInactivityDiscardInterval(qu
                                                                               quorl_i32 timeout) QUORL_NOEXCEPT;
 /* Calls back for each subject that matches, on this thread, before it returns, with a message of these fields: "subject"
  * string; "first" and "last" u64, the oldest number that is kept (last + 1 when none is) and the last that was sent; "messages"
- * and "bytes" u64, what is kept; and "listeners", messages with "name" string, "confirmed" u64 (everything up to it),
- * "unconfirmed" u64 (messages that are kept for it), "heard" f64 (when, in seconds since 1970; 0 for never) and "registered"
- * bool (false: it was added, and has not come yet). subject: a pattern, null for all. QUORL_INVALID_CALLBACK (null),
- * QUORL_INVALID_SUBJECT. */
+ * and "bytes" u64, what is kept; and "listeners", messages with "name" string, "confirmed_up_to" u64 (a number; it
+ * has confirmed all messages up to that one), "unconfirmed" u64 (messages that are kept for it), "heard" f64 (when, in seconds
+ * since 1970; 0 for never) and "registered" bool (false: it was added, and has not come yet). subject: a pattern, null for all.
+ * QUORL_INVALID_CALLBACK (null), QUORL_INVALID_SUBJECT. */
 QUORL_API quorl_status quorlcmTransport_ReviewLedger(quorlcmTransport cmTransport, quorlcmReviewCallback callback,
                                                      const char* subject, const void* closure) QUORL_NOEXCEPT;
 

@@ -46,6 +46,10 @@ QUORL_API quorl_status quorlftMember_Create(quorlftMember* member, quorlQueue qu
                                             const void* closure) QUORL_NOEXCEPT;
 /* Leaves the group, and says so: the next one takes over at once. There is no callback for it. QUORL_INVALID_EVENT. */
 QUORL_API quorl_status quorlftMember_Destroy(quorlftMember member) QUORL_NOEXCEPT;
+/* The token of the activation that the member's callback was told last, in that callback and from then on; 0 before the first. It
+ * grows with every activation that is known in the group: what is done in the group's name carries it, and whoever it is done to
+ * refuses lower ones than the highest that came. QUORL_INVALID_ARG, QUORL_INVALID_EVENT. */
+QUORL_API quorl_status quorlftMember_GetToken(quorlftMember member, quorl_u64* token) QUORL_NOEXCEPT;
 /* 1 to 65535, in force at once. QUORL_INVALID_EVENT, QUORL_INVALID_ARG. */
 QUORL_API quorl_status quorlftMember_SetWeight(quorlftMember member, quorl_u16 weight) QUORL_NOEXCEPT;
 

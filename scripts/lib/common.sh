@@ -13,7 +13,7 @@ die() {
 # What a build needs, and what the tests need on top of it.
 build_packages=(g++ cmake ninja-build openjdk-17-jdk-headless libpicocli-java libgoogle-gson-java
                 libssl-dev nlohmann-json3-dev libsqlite3-dev)
-test_packages=(libgtest-dev junit5 python3 binutils nats-server openssl locales)
+test_packages=(libgtest-dev junit5 python3 binutils nats-server openssl locales pkgconf)
 sanitizer_packages=(clang libclang-rt-14-dev)
 lint_packages=(clang-format clang-tidy)
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -290,6 +291,51 @@ TEST_P(Conformance, carries_a_message_as_it_was_when_it_was_sent) {
     ASSERT_TRUE(until([&] { return heard.numbers.size() == 50; }));
     EXPECT_EQ(heard.numbers, upTo(50));
     EXPECT_EQ(quorlMsg_Destroy(message), QUORL_OK);
+}
+
+// One of those that share a name gets each message; members that go leave the others their share of what follows.
+TEST_P(Conformance, gives_each_message_to_one_of_those_that_share_a_name) {
+    const auto share = [&](const std::string& subject, const char* name, Heard& heard) {
+        quorlEvent event = 0;
+        EXPECT_EQ(quorlEvent_CreateSharedListener(&event, queue_, onNumber, bus_->there, subject.c_str(), name, &heard),
+                  QUORL_OK)
+            << quorl_LastErrorText();
+        return event;
+    };
+    Heard crew[3];
+    Heard other;
+    Heard alone;
+    const quorlEvent first = share("w.x", "crew", crew[0]);
+    share("w.x", "crew", crew[1]);
+    share("w.x", "other", other);
+    listen(bus_->there, "w.*", onNumber, &alone);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    for (uint64_t i = 0; i < 200; ++i) ASSERT_EQ(send(bus_->here, "w.x", i), QUORL_OK);
+    const auto of = [&] { return crew[0].numbers.size() + crew[1].numbers.size() + crew[2].numbers.size(); };
+    ASSERT_TRUE(until([&] { return of() >= 200 && other.numbers.size() >= 200 && alone.numbers.size() >= 200; }));
+    settle();
+    EXPECT_EQ(other.numbers, upTo(200));
+    EXPECT_EQ(alone.numbers, upTo(200));
+    EXPECT_EQ(crew[0].numbers.size(), 100u) << "they take turns";
+    std::vector<uint64_t> together = crew[0].numbers;
+    together.insert(together.end(), crew[1].numbers.begin(), crew[1].numbers.end());
+    std::sort(together.begin(), together.end());
+    EXPECT_EQ(together, upTo(200));
+
+    ASSERT_EQ(quorlEvent_DestroyEx(first, nullptr), QUORL_OK);
+    for (uint64_t i = 200; i < 220; ++i) ASSERT_EQ(send(bus_->here, "w.x", i), QUORL_OK);
+    ASSERT_TRUE(until([&] { return of() >= 220 && alone.numbers.size() >= 220; }));
+    settle();
+    EXPECT_EQ(crew[0].numbers.size(), 100u);
+    EXPECT_EQ(crew[1].numbers.size(), 120u);
+
+    // By another pattern too.
+    share("w.>", "crew", crew[2]);
+    ASSERT_TRUE(inForce(bus_->here, bus_->there));
+    for (uint64_t i = 220; i < 260; ++i) ASSERT_EQ(send(bus_->here, "w.x", i), QUORL_OK);
+    ASSERT_TRUE(until([&] { return of() >= 260 && alone.numbers.size() >= 260; }));
+    settle();
+    EXPECT_EQ(of(), 260u);
 }
 
 // What companions put beside the fields comes with the message, small and large, whatever travels before and behind it; a

@@ -156,7 +156,7 @@ std::map<std::string, Reviewed> review(quorlcmTransport transport, const char* p
             quorl_bool registered = QUORL_FALSE;
             EXPECT_EQ(quorlMsg_GetStringEx(listeners[i], "name", &text, 0), QUORL_OK);
             Reviewed::Listener& listener = one.listeners[text];
-            EXPECT_EQ(quorlMsg_GetU64Ex(listeners[i], "confirmed", &listener.confirmed, 0), QUORL_OK);
+            EXPECT_EQ(quorlMsg_GetU64Ex(listeners[i], "confirmed_up_to", &listener.confirmed, 0), QUORL_OK);
             EXPECT_EQ(quorlMsg_GetU64Ex(listeners[i], "unconfirmed", &listener.unconfirmed, 0), QUORL_OK);
             EXPECT_EQ(quorlMsg_GetBoolEx(listeners[i], "registered", &registered, 0), QUORL_OK);
             listener.registered = registered == QUORL_TRUE;

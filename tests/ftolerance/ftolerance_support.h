@@ -34,6 +34,12 @@ class Story {
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, std::chrono::duration<double>(limit), holds);
     }
+    // For what is not to happen: whether it has, after so many seconds.
+    template <class F>
+    bool within(double seconds, F&& holds) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::duration<double>(seconds), holds);
+    }
     template <class F>
     auto look(F&& at) {
         const std::lock_guard lock(mutex_);
@@ -47,13 +53,21 @@ class Story {
 
 class Group : public Open {
   protected:
+    struct Answered {
+        quorl_u32 member = 0;
+        quorl_u32 action = 0;
+        quorl_u64 serial = 0;
+        quorl_u64 token = 0;
+    };
     // Seen from outside; P, A and D are the actions.
     struct Program {
         Group* test = nullptr;
         quorlftMember id = 0;
         std::string actions;
         std::string groupName;
-        bool holds = false;  // does not return from a deactivation
+        bool holds = false;   // does not return from a deactivation
+        quorl_u64 token = 0;  // in the last callback
+        Answered told;        // asked in it
     };
     struct Watcher {
         Group* test = nullptr;
@@ -86,10 +100,34 @@ class Group : public Open {
         });
     }
 
-    static void onAction(quorlftMember, const char* group, quorlftAction action, void* closure) {
+    // A question to the library itself.
+    bool ask(const std::string& question, Answered* answered = nullptr) {
+        quorlMsg request = nullptr;
+        quorlMsg reply = nullptr;
+        EXPECT_EQ(quorlMsg_Create(&request), QUORL_OK);
+        quorlMsg_SetSendSubject(request, ("_QUORL.ASK.fault_tolerance." + question).c_str());
+        const bool came = quorlTransport_SendRequest(transport, request, &reply, 0) == QUORL_OK;
+        if (came && answered != nullptr) {
+            quorlMsg_GetU32Ex(reply, "member", &answered->member, 0);
+            quorlMsg_GetU32Ex(reply, "action", &answered->action, 0);
+            quorlMsg_GetU64Ex(reply, "serial", &answered->serial, 0);
+            quorlMsg_GetU64Ex(reply, "token", &answered->token, 0);
+        }
+        if (came) quorlMsg_Destroy(reply);
+        quorlMsg_Destroy(request);
+        return came;
+    }
+
+    static void onAction(quorlftMember member, const char* group, quorlftAction action, void* closure) {
         auto& program = *static_cast<Program*>(closure);
         Group& test = *program.test;
+        quorl_u64 token = 0;
+        quorlftMember_GetToken(member, &token);
+        Answered told;
+        test.ask("told", &told);
         test.story.change([&] {
+            program.token = token;
+            program.told = told;
             // A hint may come again.
             if (action != QUORLFT_PREPARE_TO_ACTIVATE || !program.actions.ends_with('P'))
                 program.actions += "-PAD"[action];
@@ -118,10 +156,10 @@ class Group : public Open {
     Watcher& newWatcher() { return watchers_.emplace_back(); }
 
     quorl_status join(Program& program, quorl_u16 weight = 1, quorl_u16 goal = 1, const char* group = "plant.archive",
-                      double hints = preparation) {
+                      double hints = preparation, double silence = activation) {
         program.test = this;
         return quorlftMember_Create(&program.id, queue, onAction, transport, group, weight, goal, heartbeat, hints,
-                                    activation, &program);
+                                    silence, &program);
     }
     quorl_status watch(Watcher& watcher, const char* group = "plant.archive") {
         watcher.test = this;

@@ -363,9 +363,8 @@ class AllNativesTest extends OpenLibrary {
         if (type == QuorlTimer.class) return timer;
         if (type == QuorlVectorListener.class) return vectorListener;
         if (type == QuorlMsg.class) return new QuorlMsg();
-        if (type == QuorlCmListener.class) return withoutConstructor(type);
-        if (type == QuorlFtMember.class) return new QuorlFtMember();
-        return type == QuorlFtMonitor.class ? new QuorlFtMonitor() : fail("no receiver for " + type);
+        boolean made = type == QuorlCmListener.class || type == QuorlFtMember.class || type == QuorlFtMonitor.class;
+        return made ? withoutConstructor(type) : fail("no receiver for " + type);
     }
 
     /** An object of a class whose constructors all call the library. */

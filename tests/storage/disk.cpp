@@ -105,10 +105,11 @@ int controlFile(sqlite3_file* file, int operation, void* argument) {
         return SQLITE_OK;
     }
     if (operation == SQLITE_FCNTL_SIZE_HINT) {
-        if (own(file)->chunk <= 0 || *static_cast<sqlite3_int64*>(argument) <= sizeOf(own(file)->descriptor)) {
-            return SQLITE_OK;
-        }
-        const int code = truncateFile(file, *static_cast<sqlite3_int64*>(argument));
+        const int64_t chunk = own(file)->chunk;
+        if (chunk <= 0) return SQLITE_OK;
+        const int64_t size = (*static_cast<sqlite3_int64*>(argument) + chunk - 1) / chunk * chunk;
+        if (size <= sizeOf(own(file)->descriptor)) return SQLITE_OK;
+        const int code = truncateFile(file, size);
         return code == SQLITE_OK ? SQLITE_OK : SQLITE_IOERR_WRITE;
     }
     return SQLITE_NOTFOUND;

@@ -116,6 +116,7 @@ struct Seen : Inspector {
     Content content;
     std::string finding_;
     void message(const InspectedMessage& message) override {
+        if (message.outOfPlace) return;  // what a failure of the power has left behind what it took
         content.messages[{message.subjectNumber, message.number}] = message.image;
     }
     void state(std::string_view key, std::string_view value) override { content.states.emplace(key, value); }
@@ -347,6 +348,89 @@ TEST(Storage, RefusesWhatTheDiskRefuses) {
         }
     }
     printf("%zu runs with an error at each call; %zu steps were refused\n", cases, refused);
+}
+
+// What a killed process has left is opened on a disk that fails: whatever the opening comes to, it is all there afterwards.
+TEST(Storage, LosesNothingWhileItOpens) {
+    Disk disk(layerName);
+    std::mt19937_64 dice(3);
+    size_t cases = 0;
+    size_t refused = 0;
+    for (const Durability durability : {Durability::process, Durability::power}) {
+        const Folder folder;
+        const std::string path = folder / "orders.ledger";
+        std::unique_ptr<Ledger> created;
+        ASSERT_TRUE(good(Ledger::open(optionsFor(path, durability), &created)));
+        created.reset();
+        disk.record(folder.path());
+        const History made = run(disk, path, durability);
+        for (const size_t steps : {1, 9, 20, 27}) {
+            const Files left = disk.after(made.accepted[steps - 1], Survival::all, false, dice);
+            for (const Durability next : {Durability::process, Durability::power}) {
+                for (const size_t times : {size_t{1}, size_t{SIZE_MAX}}) {
+                    for (size_t call = 0;; ++call) {
+                        const Folder again;
+                        putFiles(again.path(), left);
+                        disk.failAt(call, Disk::Fault::ioError, times, times == 1);
+                        std::unique_ptr<Ledger> ledger;
+                        const Outcome outcome = open(again / "orders.ledger", next, &ledger);
+                        const bool happened = disk.failed();
+                        ledger.reset();
+                        disk.failAt(0, Disk::Fault::none);
+                        if (!outcome.ok()) {
+                            ++refused;
+                            EXPECT_EQ(outcome.status, QUORL_IO_FAILED) << outcome.text;
+                        }
+                        ASSERT_TRUE(holdsOneOf(again / "orders.ledger", durability,
+                                               std::span(made.contents).subspan(steps, 1), thisRun))
+                            << "call " << call << " of opening, after " << steps << " steps";
+                        ++cases;
+                        if (!happened) break;
+                    }
+                }
+            }
+        }
+    }
+    printf("%zu openings with an error at each call; %zu were refused\n", cases, refused);
+}
+
+// A ledger for which there is no room leaves nothing behind, and one that is there stays as it is.
+TEST(Storage, LeavesNothingBehindOnAFullDisk) {
+    Disk disk(layerName);
+    size_t refused = 0;
+    size_t opened = 0;
+    for (const Durability durability : {Durability::process, Durability::power}) {
+        for (const bool there : {false, true}) {
+            for (int64_t room = 0; room < 220'000; room += 1'900) {
+                SCOPED_TRACE("room " + std::to_string(room));
+                const Folder folder;
+                const std::string path = folder / "orders.ledger";
+                disk.record(folder.path());
+                std::unique_ptr<Ledger> ledger;
+                disk.limit(INT64_MAX);
+                if (there) {
+                    ASSERT_TRUE(good(Ledger::open(optionsFor(path, durability), &ledger)));
+                    ledger.reset();
+                }
+                const Files before = filesOf(folder.path());
+                disk.limit(disk.used() + room);
+                const Outcome outcome = open(path, durability, &ledger);
+                if (outcome.ok()) {
+                    ++opened;
+                    continue;
+                }
+                ++refused;
+                EXPECT_EQ(outcome.status, QUORL_IO_FAILED);
+                EXPECT_NE(outcome.text.find("the disk is full"), std::string::npos) << outcome.text;
+                const Files after = filesOf(folder.path());
+                ASSERT_EQ(after.size(), before.size()) << after.rbegin()->first;
+                EXPECT_TRUE(after == before);
+            }
+        }
+    }
+    printf("%zu openings on a full disk were refused, %zu passed\n", refused, opened);
+    EXPECT_GT(refused, 20u);
+    EXPECT_GT(opened, 20u);
 }
 
 // Fills the ledger; how many messages it took.

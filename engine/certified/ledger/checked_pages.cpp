@@ -5,6 +5,7 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "certified/ledger/checksum.h"
 #include "certified/ledger/format.h"
@@ -46,8 +47,10 @@ int closeFile(sqlite3_file* file) {
 }
 int readFile(sqlite3_file* file, void* bytes, int amount, sqlite3_int64 offset) {
     const int code = below(file)->pMethods->xRead(below(file), bytes, amount, offset);
-    if (code != SQLITE_OK || !isPage(file, amount, offset)) return code;
-    if (pageIntact(numberOf(offset), {static_cast<unsigned char*>(bytes), format::pageSize})) return SQLITE_OK;
+    if (!isPage(file, amount, offset) || (code != SQLITE_OK && code != SQLITE_IOERR_SHORT_READ)) return code;
+    // SQLite reads no page that was not written: one that is cut off is lost.
+    if (code == SQLITE_OK && pageIntact(numberOf(offset), {static_cast<unsigned char*>(bytes), format::pageSize}))
+        return SQLITE_OK;
     damagedOffset = offset;
     return SQLITE_IOERR_DATA;
 }
@@ -125,6 +128,11 @@ int deleteFile(sqlite3_vfs* vfs, const char* path, int syncFolder) {
     return belowOf(vfs)->xDelete(belowOf(vfs), path, syncFolder);
 }
 int accessFile(sqlite3_vfs* vfs, const char* path, int flags, int* result) {
+    // SQLite would play a rollback journal of that name back into the ledger. A ledger has none: it is another database's.
+    if (std::string_view(path).ends_with("-journal")) {
+        *result = 0;
+        return SQLITE_OK;
+    }
     return belowOf(vfs)->xAccess(belowOf(vfs), path, flags, result);
 }
 int fullPath(sqlite3_vfs* vfs, const char* path, int size, char* full) {

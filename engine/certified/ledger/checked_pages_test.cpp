@@ -90,7 +90,10 @@ TEST(CheckedPages, SayWhereTheDamageIs) {
     writeFile(path, content);
     const auto [outcome, held] = lookAt(path);
     EXPECT_EQ(outcome.status, QUORL_INVALID_FILE);
-    EXPECT_NE(outcome.text.find("the page at byte " + std::to_string(page) + " "), std::string::npos) << outcome.text;
+    const std::string where =
+        path + ", byte " + std::to_string(page) + ": the page has a wrong checksum; on subject.1 ";
+    EXPECT_NE(outcome.text.find(where + "messages from 1 to 16 are lost"), std::string::npos) << outcome.text;
+    EXPECT_NE(outcome.text.find("quorl-ledger export"), std::string::npos) << outcome.text;
 }
 
 }  // namespace

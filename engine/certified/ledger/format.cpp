@@ -63,7 +63,8 @@ Outcome newFile(const std::string& name, std::string* content) {
     Statement insert;
     if (outcome.ok())
         outcome = database.prepare(
-            "INSERT INTO property VALUES('name', ?), ('open', ''), ('id', lower(hex(randomblob(16)))), ('journal', 0)",
+            "INSERT INTO property VALUES('name', ?), ('open', ''), ('id', lower(hex(randomblob(16)))), ('journal', 0), "
+            "('log', 0)",
             &insert);
     if (!outcome.ok()) return outcome;
     insert.bindText(1, name);

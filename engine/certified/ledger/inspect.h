@@ -14,6 +14,8 @@
 
 namespace quorl::certified {
 
+class OwnedFile;
+
 // Something that is wrong.
 struct Finding {
     std::string text;  // a sentence, with all of what follows
@@ -23,7 +25,7 @@ struct Finding {
     std::string subject;
     uint32_t subjectNumber = 0;
     uint64_t first = 0;
-    uint64_t last = 0;
+    uint64_t last = 0;  // UINT64_MAX: there is no telling where they end
 };
 
 // A message that can be read. What it gives out lasts until the call returns.
@@ -33,8 +35,9 @@ struct InspectedMessage {
     uint64_t number = 0;
     int64_t expires = 0;  // wall clock, ns; 0: never
     std::string_view reply;
-    std::string_view image;   // docs/reference/wire-format.md
-    bool outOfPlace = false;  // found in a page to which no page leads any more: it may have been confirmed since
+    std::string_view image;  // docs/reference/wire-format.md
+    // Found where damage has cut it off from the rest: it may have been confirmed since. subject is empty where it is lost.
+    bool outOfPlace = false;
 };
 
 class Inspector {
@@ -71,5 +74,7 @@ struct Inspection {
 // QUORL_NOT_FILE_OWNER: it is in use, and is left alone. QUORL_INVALID_FILE, QUORL_VERSION_MISMATCH: no ledger that this release
 // knows. QUORL_FILE_NOT_FOUND, QUORL_IO_FAILED, QUORL_INTR.
 Outcome inspect(const std::string& path, Inspector& inspector, Inspection* found) noexcept;
+// The same of a file that is open, by whoever has it.
+Outcome inspect(const OwnedFile& owned, Inspector& inspector, Inspection* found) noexcept;
 
 }  // namespace quorl::certified

@@ -1,19 +1,25 @@
 #include "certified/ledger/journal.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <memory>
 #include <span>
-#include <sstream>
 #include <utility>
 
 #include "certified/ledger/checksum.h"
+#include "certified/ledger/owned_file.h"
 
 namespace quorl::certified::journal {
 namespace {
 
 constexpr char magic[4] = {'Q', 'L', 'J', '1'};
+constexpr off_t largest = off_t{1} << 30;
 
 static_assert(std::endian::native == std::endian::little);
 
@@ -100,10 +106,16 @@ size_t padded(size_t size) {
     return (size + alignment - 1) / alignment * alignment;
 }
 
+uint64_t tagOf(std::string_view ledgerId) {
+    Checksum sum;
+    sum.add(ledgerId);
+    return sum.value();
+}
+
 uint64_t checksumOf(std::string_view record, std::string_view ledgerId) {
     Checksum sum;
     sum.add(ledgerId);
-    sum.add(record.data() + 4, 12);
+    sum.add(record.data() + 4, 20);
     sum.add(record.data() + headerSize, record.size() - headerSize);
     return sum.value();
 }
@@ -115,10 +127,17 @@ std::string_view recordAt(std::string_view content, size_t at, std::string_view 
     uint64_t sum = 0;
     std::memcpy(&size, content.data() + at + 4, sizeof(size));
     std::memcpy(number, content.data() + at + 8, sizeof(*number));
-    std::memcpy(&sum, content.data() + at + 16, sizeof(sum));
+    std::memcpy(&sum, content.data() + at + 24, sizeof(sum));
     if (size > content.size() - at - headerSize) return {};
     const std::string_view record = content.substr(at, headerSize + size);
     return checksumOf(record, ledgerId) == sum ? record : std::string_view();
+}
+
+bool beginsWithAnothers(std::string_view content, std::string_view ledgerId) {
+    if (content.size() < headerSize || std::memcmp(content.data(), magic, sizeof(magic)) != 0) return false;
+    uint64_t tag = 0;
+    std::memcpy(&tag, content.data() + 16, sizeof(tag));
+    return tag != tagOf(ledgerId);
 }
 
 }  // namespace
@@ -160,19 +179,37 @@ void finish(std::string* record, uint64_t number, std::string_view ledgerId) {
     std::memcpy(record->data(), magic, sizeof(magic));
     std::memcpy(record->data() + 4, &size, sizeof(size));
     std::memcpy(record->data() + 8, &number, sizeof(number));
+    const uint64_t tag = tagOf(ledgerId);
+    std::memcpy(record->data() + 16, &tag, sizeof(tag));
     const uint64_t sum = checksumOf(*record, ledgerId);
-    std::memcpy(record->data() + 16, &sum, sizeof(sum));
+    std::memcpy(record->data() + 24, &sum, sizeof(sum));
     record->resize(padded(record->size()));
 }
 
 Outcome read(const std::string& path, std::string* content, bool* there) {
-    std::ifstream file(path, std::ios::binary);
-    *there = file.is_open();
-    if (!*there) return {};
-    std::ostringstream bytes;
-    bytes << file.rdbuf();
-    if (file.bad()) return {QUORL_IO_FAILED, "cannot read " + path};
-    *content = std::move(bytes).str();
+    const auto failed = [&](int error) {
+        return Outcome{QUORL_IO_FAILED, "cannot read " + path + ": " + systemError(error)};
+    };
+    content->clear();
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    *there = descriptor >= 0;
+    if (descriptor < 0) return errno == ENOENT || errno == ENOTDIR ? Outcome() : failed(errno);
+    const std::unique_ptr<const int, void (*)(const int*)> closing(&descriptor, [](const int* open) { close(*open); });
+    struct stat about {};
+    if (fstat(descriptor, &about) != 0) return failed(errno);
+    if (!S_ISREG(about.st_mode)) return {QUORL_INVALID_FILE, "the journal " + path + " is not a file; move it away"};
+    if (about.st_size > largest) {
+        return {QUORL_INVALID_FILE, "the file " + path + " is larger than any journal; move it away"};
+    }
+    content->resize(static_cast<size_t>(about.st_size));
+    for (size_t done = 0; done < content->size();) {
+        const ssize_t count =
+            pread(descriptor, content->data() + done, content->size() - done, static_cast<off_t>(done));
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return failed(errno);
+        if (count == 0) content->resize(done);
+        done += static_cast<size_t>(count);
+    }
     return {};
 }
 
@@ -190,14 +227,17 @@ quorl_status writeOf(const Entry& entry, Write* write) {
 }
 
 bool replay(std::string_view content, std::string_view ledgerId, uint64_t stored,
-            const std::function<bool(const Entry&)>& entry, Replay* result) {
+            const std::function<bool(const Entry&)>& entry, Replay* result,
+            const std::function<bool(const Entry&)>& later) {
     *result = {.last = stored, .highest = stored};
     uint64_t expected = 0;
     size_t at = 0;
+    bool own = false;
     while (at < content.size()) {
         uint64_t number = 0;
         const std::string_view record = recordAt(content, at, ledgerId, &number);
         if (record.empty() || (expected != 0 && number != expected)) break;
+        own = true;
         // The first of those that the database lacks must follow what it has.
         if (number > stored) {
             if (number != result->last + 1) break;
@@ -211,10 +251,16 @@ bool replay(std::string_view content, std::string_view ledgerId, uint64_t stored
     }
     for (at = static_cast<size_t>(result->end); at < content.size(); at += alignment) {
         uint64_t number = 0;
-        if (recordAt(content, at, ledgerId, &number).empty()) continue;
-        if (number > result->last) ++result->laterRecords;
+        const std::string_view record = recordAt(content, at, ledgerId, &number);
+        if (record.empty()) continue;
+        own = true;
+        if (number > result->last) {
+            ++result->laterRecords;
+            if (later && !readEntries(record.substr(headerSize), later)) return false;
+        }
         result->highest = std::max(result->highest, number);
     }
+    result->foreign = !own && beginsWithAnothers(content, ledgerId);
     return true;
 }
 

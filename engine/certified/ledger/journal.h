@@ -6,10 +6,12 @@
 //     0   4  "QLJ1"
 //     4   4  bytes of the transactions
 //     8   8  the record's number, which counts on from one ledger's beginning
-//    16   8  CRC-64/XZ of the ledger's id, the bytes from 4 to 15, and the transactions
-//    24      the transactions' writes, one after the other
-// The ledger's id, which nobody knows who sends messages, keeps them from containing records. The records that count are those from the file's beginning on whose numbers follow each other; those up to the number that the
-// database's property "journal" has are in the database.
+//    16   8  CRC-64/XZ of the ledger's id alone
+//    24   8  CRC-64/XZ of the ledger's id, the bytes from 4 to 23, and the transactions
+//    32      the transactions' writes, one after the other
+// The ledger's id, which nobody knows who sends messages, keeps them from containing records. The records that count are those
+// from the file's beginning on whose numbers follow each other; those up to the number that the database's property "journal"
+// has are in the database.
 #pragma once
 
 #include <cstdint>
@@ -23,9 +25,9 @@
 namespace quorl::certified::journal {
 
 inline constexpr size_t alignment = 64;
-inline constexpr size_t headerSize = 24;
+inline constexpr size_t headerSize = 32;
 
-// The file of a journal, if there is one. QUORL_IO_FAILED.
+// The file of a journal, if there is one. QUORL_IO_FAILED, QUORL_INVALID_FILE: it is none.
 Outcome read(const std::string& path, std::string* content, bool* there);
 
 // Begins a record in the text, adds a write, and finishes it.
@@ -53,6 +55,7 @@ struct Replay {
     int64_t end = 0;            // where the next one begins, when those that count are kept
     uint64_t highest = 0;       // of all records that are there, whether they count or not
     uint64_t laterRecords = 0;  // behind the first that is wrong, with numbers beyond it: a killed process leaves none
+    bool foreign = false;       // it begins with a record of another ledger, and has none of this one
 };
 
 // The write that an entry stands for. QUORL_NO_MEMORY; others: its message cannot be one.
@@ -60,7 +63,9 @@ quorl_status writeOf(const Entry& entry, Write* write);
 
 // Goes through the content of a journal. entry is called for each write that the database lacks, in order; false stops: a write that
 // cannot be one. stored: the number that the database has.
+// later: the same for those behind the first record that is wrong, which cannot count; none: nobody asks for them.
 bool replay(std::string_view content, std::string_view ledgerId, uint64_t stored,
-            const std::function<bool(const Entry&)>& entry, Replay* result);
+            const std::function<bool(const Entry&)>& entry, Replay* result,
+            const std::function<bool(const Entry&)>& later = {});
 
 }  // namespace quorl::certified::journal

@@ -1,13 +1,18 @@
 // Opening, closing and reading. What writes is in ledger_commit.cpp.
 #include "certified/ledger/ledger.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <fstream>
 #include <new>
 #include <span>
 
+#include "certified/ledger/belonging.h"
 #include "certified/ledger/checked_pages.h"
 #include "certified/ledger/format.h"
+#include "certified/ledger/inspect.h"
 #include "certified/ledger/page_file.h"
 #include "certified/ledger/uri.h"
 
@@ -26,7 +31,7 @@ Outcome guarded(F&& body) noexcept {
     try {
         return body();
     } catch (const std::bad_alloc&) {
-        return {QUORL_NO_MEMORY, {}};
+        return {QUORL_NO_MEMORY};
     }
 }
 
@@ -59,20 +64,32 @@ Outcome Ledger::openThrowing(const Options& options, std::unique_ptr<Ledger>* le
     if (options.name.empty()) return {QUORL_INVALID_ARG, "a ledger needs a certified name, and it is empty"};
     std::unique_ptr<OwnedFile> file;
     Outcome outcome = OwnedFile::open(options.path, OwnedFile::Use::own, &file);
+    bool created = false;
+    if (outcome.status == QUORL_FILE_NOT_FOUND) {
+        const Outcome left = checkNothingLeft(options.path);
+        // Unless another process has just made the ledger, whose log it is then.
+        if (!left.ok()) outcome = OwnedFile::open(options.path, OwnedFile::Use::own, &file);
+        if (!left.ok() && outcome.status == QUORL_FILE_NOT_FOUND) return left;
+    }
     if (outcome.status == QUORL_FILE_NOT_FOUND) {
         std::string content;
         outcome = format::newFile(options.name, &content);
         if (outcome.ok()) outcome = createFile(options.path, content);
-        if (outcome.ok() || outcome.status == QUORL_ALREADY_EXISTS) {
+        created = outcome.ok();
+        if (created || outcome.status == QUORL_ALREADY_EXISTS) {
             outcome = OwnedFile::open(options.path, OwnedFile::Use::own, &file);
         }
     }
     if (outcome.ok()) outcome = format::checkBeginning(file->descriptor(), file->path());
     if (!outcome.ok()) return outcome;
     std::unique_ptr<Ledger> made(new Ledger(std::move(file), options));
-    if (made->vfs_ == nullptr) return {QUORL_NO_MEMORY, {}};
+    made->created_ = created;
+    if (made->vfs_ == nullptr) return {QUORL_NO_MEMORY};
     outcome = made->openToRead();
-    if (!outcome.ok()) return outcome;
+    if (!outcome.ok()) {
+        made->undoOpening();
+        return outcome;
+    }
     *ledger = std::move(made);
     return {};
 }
@@ -83,8 +100,11 @@ Outcome Ledger::openToRead() {
     const std::string& path = file_->path();
     Log log;
     Outcome outcome = readLog(path + "-wal", &log);
+    if (outcome.ok()) outcome = checkLogBelongs(file_->descriptor(), path, log);
     if (!outcome.ok()) return outcome;
     hasLog_ = log.size >= logHeaderSize;
+    logFrames_ = static_cast<int>(log.frames);
+    makesLog_ = log.size < 0;
     if (hasLog_) {
         outcome = connect();
     } else {
@@ -98,19 +118,57 @@ Outcome Ledger::openToRead() {
     return outcome;
 }
 
+// A failed opening takes away what it has made, unless what has come into the file or its log refers to it.
+void Ledger::undoOpening() {
+    for (Statement* statement : statements()) *statement = Statement();
+    database_.close();
+    journal_.close();
+    const std::string& path = file_->path();
+    const bool asBefore = !copied_ && (makesLog_ || !marked_);
+    if (makesJournal_ && (created_ || asBefore)) JournalFile::remove(options_.files, path + "-steps");
+    if (makesLog_ && wrote_ && (created_ || asBefore)) JournalFile::remove(options_.files, path + "-wal");
+    struct stat about {};
+    if (created_) {
+        unlink(path.c_str());
+    } else if (wrote_ && asBefore && fstat(file_->descriptor(), &about) == 0 && about.st_size > size_) {
+        // It had grown for what was to come. Should it stay so, nothing is wrong with it.
+        if (ftruncate(file_->descriptor(), size_) != 0) return;
+    }
+}
+
+// What is said of damage: each place and what was lost there, as far as a sentence goes.
+Outcome Ledger::damage(const std::string& what) const {
+    return withFindings({QUORL_INVALID_FILE, "the ledger " + file_->path() + " is damaged: " + what});
+}
+
+Outcome Ledger::withFindings(const Outcome& outcome) const {
+    if (outcome.status != QUORL_INVALID_FILE) return outcome;
+    struct First final : Inspector {
+        std::string text;
+        void finding(const Finding& finding) override {
+            if (text.empty()) text = finding.text;
+        }
+    } first;
+    Inspection found;
+    if (!inspect(*file_, first, &found).ok() || found.findings == 0) return outcome;
+    std::string text = "the ledger " + file_->path() + " is damaged and left as it is: " + first.text;
+    if (found.findings > 1) text += " (and " + std::to_string(found.findings - 1) + " more)";
+    return {QUORL_INVALID_FILE, text + "; quorl-ledger verify lists all damage, quorl-ledger export writes the " +
+                                    std::to_string(found.messages) + " messages that can be read"};
+}
+
 // SQLite takes the log up to the first frame that is wrong, and writes over the rest: fine for what never was accepted.
 Outcome Ledger::checkLog(const Log& log) const {
     if (mark_.empty()) return {};
     const std::string logPath = file_->path() + "-wal";
     if (const char* fault = faultOf(log)) {
-        return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " was not closed, and its log " + logPath +
-                                        ", which has what was stored last, " + fault};
+        return withFindings({QUORL_INVALID_FILE, "the ledger " + file_->path() + " was not closed, and its log " +
+                                                     logPath + ", which has what was stored last, " + fault});
     }
     const bool power = mark_.starts_with("power");
     if (log.laterFrames == 0 || (!sameRun() && (!power || log.laterTransactions <= 1))) return {};
-    return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " is damaged: its log " + logPath +
-                                    " is wrong at byte " + std::to_string(log.end) + ", and " +
-                                    std::to_string(log.laterTransactions) + " transactions that follow would be lost"};
+    return damage("its log " + logPath + " is wrong at byte " + std::to_string(log.end) + ", and " +
+                  std::to_string(log.laterTransactions) + " transactions that follow would be lost");
 }
 
 bool Ledger::sameRun() const {
@@ -135,13 +193,13 @@ Outcome Ledger::connect() {
 Outcome Ledger::checkContent() {
     Statement statement;
     Outcome outcome = database_.prepare("SELECT sql FROM sqlite_schema ORDER BY rowid", &statement);
-    if (!outcome.ok()) return outcome;
+    if (!outcome.ok()) return withFindings(outcome);
     size_t seen = 0;
     int code = statement.step();
     for (; code == SQLITE_ROW; code = statement.step(), ++seen) {
         if (seen == std::size(format::tables) || statement.bytes(0) != format::tables[seen]) break;
     }
-    if (code != SQLITE_ROW && code != SQLITE_DONE) return database_.failure(code, "open");
+    if (code != SQLITE_ROW && code != SQLITE_DONE) return withFindings(database_.failure(code, "open"));
     if (code == SQLITE_ROW || seen != std::size(format::tables)) {
         return {QUORL_INVALID_FILE,
                 "the file " + file_->path() + " has not the tables of a ledger; it is left as it is"};
@@ -159,10 +217,8 @@ Outcome Ledger::checkContent() {
     if (found) id_ = statement.bytes(0);
     if (found) outcome = property("journal", &statement, &found);
     if (found) folded_ = static_cast<uint64_t>(statement.number(0));
-    if (outcome.ok() && !found) {
-        return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " is damaged: it does not say whose it is"};
-    }
-    return outcome;
+    if (outcome.ok() && !found) return damage("it does not say whose it is");
+    return withFindings(outcome);
 }
 
 Outcome Ledger::property(const char* key, Statement* statement, bool* found) {
@@ -177,6 +233,12 @@ Outcome Ledger::property(const char* key, Statement* statement, bool* found) {
 // What was read makes sense: from now on the file may change.
 Outcome Ledger::openToWrite() {
     Outcome outcome;
+    struct stat about {};
+    if (fstat(file_->descriptor(), &about) != 0) {
+        return {QUORL_IO_FAILED, "cannot open the ledger " + file_->path() + ": " + systemError(errno)};
+    }
+    size_ = about.st_size;
+    wrote_ = true;
     if (!hasLog_) {
         database_.close();
         outcome = connect();
@@ -199,6 +261,7 @@ Outcome Ledger::openToWrite() {
     complete_ = mark_.empty() || mark_.starts_with("power") || sameRun();
     const std::string journalPath = file_->path() + "-steps";
     if (!power && options_.journalBytes != 0) {
+        makesJournal_ = !hasJournal_;
         const int code = journal_.open(options_.files, journalPath, options_.journalBytes);
         if (code != SQLITE_OK) return database_.failure(code, "open");
     }
@@ -220,9 +283,14 @@ Outcome Ledger::openToWrite() {
 Outcome Ledger::setMark(const std::string& mark) {
     Statement statement;
     Outcome outcome = database_.prepare("UPDATE property SET value = ? WHERE key = 'open'", &statement);
+    marked_ = true;
+    if (outcome.ok()) {
+        outcome = storeOnce(syncing_, [&] {
+            statement.bindText(1, mark);
+            return run(statement);
+        });
+    }
     if (!outcome.ok()) return outcome;
-    statement.bindText(1, mark);
-    if (const int code = statement.step(); code != SQLITE_DONE) return database_.failure(code, "write");
     return checkpoint(!mark.empty() ? SQLITE_CHECKPOINT_PASSIVE : SQLITE_CHECKPOINT_TRUNCATE);
 }
 
@@ -240,6 +308,7 @@ Outcome Ledger::prepareStatements() {
         {"SELECT expires, sum, reply, image FROM message WHERE id = ?", &read_},
         {"PRAGMA page_count", &pages_},
         {"UPDATE property SET value = ? WHERE key = 'journal'", &setFolded_},
+        {"UPDATE property SET value = value + 1 WHERE key = 'log'", &beginLog_},
     };
     Outcome outcome;
     for (const auto& [sql, statement] : all) {
@@ -263,21 +332,17 @@ Outcome Ledger::loadSegments() {
                           .try_emplace({static_cast<uint32_t>(subject), static_cast<uint32_t>(high)},
                                        Segment{static_cast<uint32_t>(id), std::string(statement.bytes(3))})
                           .second) {
-            return {QUORL_INVALID_FILE, "the ledger " + file_->path() + " is damaged: row " + std::to_string(id) +
-                                            " of its table of subjects makes no sense"};
+            return damage("row " + std::to_string(id) + " of its table of subjects makes no sense");
         }
         nextSegment_ = static_cast<uint32_t>(id) + 1;
     }
-    if (code != SQLITE_DONE) return database_.failure(code, "open");
+    if (code != SQLITE_DONE) return withFindings(database_.failure(code, "open"));
     return {};
 }
 
 Ledger::~Ledger() {
     if (file_->inherited()) {
-        for (Statement* statement : {&begin_, &end_, &rollBack_, &insert_, &eraseOne_, &eraseRange_, &insertState_,
-                                     &deleteState_, &insertSegment_, &read_, &pages_, &setFolded_}) {
-            statement->abandon();
-        }
+        for (Statement* statement : statements()) statement->abandon();
         database_.abandon();
         journal_.abandon();
         return;
@@ -295,6 +360,11 @@ Ledger::~Ledger() {
     });
 }
 
+std::array<Statement*, 13> Ledger::statements() noexcept {
+    return {&begin_,       &end_,           &rollBack_, &insert_, &eraseOne_,  &eraseRange_, &insertState_,
+            &deleteState_, &insertSegment_, &read_,     &pages_,  &setFolded_, &beginLog_};
+}
+
 Outcome Ledger::usable(Use use) const {
     if (file_->inherited()) {
         return {QUORL_NOT_PERMITTED,
@@ -307,76 +377,121 @@ Outcome Ledger::usable(Use use) const {
 }
 
 Outcome Ledger::load(Loader& loader) noexcept {
-    return guarded([&] {
-        Outcome outcome = usable(Use::loading);
-        if (!outcome.ok()) return outcome;
-        const std::lock_guard guard(lock_);
-        if (writable_) {
-            outcome = fold(false);
-        } else if (!pending_.empty()) {
-            // What the journal has goes into the database first, and the file changes only when all of it could be read.
-            Loader nobody;
-            outcome = loadThrowing(nobody);
-            if (outcome.ok()) outcome = openToWrite();
-        }
-        if (outcome.ok()) outcome = loadThrowing(loader);
-        if (outcome.ok() && !writable_) outcome = openToWrite();
-        return outcome;
+    const Outcome permitted = guarded([&] { return usable(Use::loading); });
+    if (!permitted.ok()) return permitted;
+    const std::lock_guard guard(lock_);
+    Outcome outcome = guarded([&] {
+        absorb();
+        Outcome loaded = loadThrowing(loader);
+        if (writable_) return loaded;
+        // The file changes only when all of it could be read, and means something to who reads it.
+        if (loaded.ok()) loaded = loader.verdict();
+        return loaded.ok() ? openToWrite() : loaded;
     });
+    if (!outcome.ok() && !writable_) {
+        guarded([&] {
+            undoOpening();
+            return Outcome();
+        });
+    }
+    return outcome;
 }
 
 Outcome Ledger::loadThrowing(Loader& loader) {
+    Outcome outcome = loadState(loader);
+    auto stored = segments_.begin();
+    auto changed = pending_.subjects().begin();
+    while (outcome.ok() && (stored != segments_.end() || changed != pending_.subjects().end())) {
+        uint32_t subject = stored != segments_.end() ? stored->first.first : UINT32_MAX;
+        if (changed != pending_.subjects().end()) subject = std::min(subject, changed->first);
+        outcome = loadMessages(subject, loader);
+        while (stored != segments_.end() && stored->first.first == subject) ++stored;
+        if (changed != pending_.subjects().end() && changed->first == subject) ++changed;
+    }
+    return outcome;
+}
+
+// What the journal has of it goes before what the database has.
+Outcome Ledger::loadState(Loader& loader) {
     Statement statement;
     Outcome outcome = database_.prepare("SELECT key, sum, value FROM state ORDER BY key", &statement);
-    if (!outcome.ok()) return outcome;
+    if (!outcome.ok()) return withFindings(outcome);
+    auto changed = pending_.states().begin();
+    const auto end = pending_.states().end();
+    const auto tellChanged = [&] {
+        if (changed->second.write.kind == Write::Kind::putState) {
+            loader.state(changed->first, changed->second.write.value);
+        }
+        ++changed;
+    };
     int code = statement.step();
     for (; code == SQLITE_ROW; code = statement.step()) {
         const std::string_view key = statement.bytes(0);
         const std::string_view value = statement.bytes(2);
         if (static_cast<uint64_t>(statement.number(1)) != format::stateChecksum(key, value)) {
-            return {QUORL_INVALID_FILE, "the ledger " + file_->path() +
-                                            " is damaged: what it says of registrations cannot be trusted (checksum)"};
+            return damage("what it says of registrations cannot be trusted (checksum)");
         }
-        loader.state(key, value);
+        while (changed != end && changed->first < key) tellChanged();
+        if (changed != end && changed->first == key) {
+            tellChanged();
+        } else {
+            loader.state(key, value);
+        }
     }
-    if (code != SQLITE_DONE) return database_.failure(code, "read");
-    for (const auto& [place, segment] : segments_) {
-        outcome = loadMessages(place.first, place.second, segment, loader);
-        if (!outcome.ok()) return outcome;
-    }
+    if (code != SQLITE_DONE) return withFindings(database_.failure(code, "read"));
+    while (changed != end) tellChanged();
     return {};
 }
 
-Outcome Ledger::loadMessages(uint32_t subject, uint32_t high, const Segment& segment, Loader& loader) {
+Outcome Ledger::loadMessages(uint32_t subject, Loader& loader) {
+    static const NetEffect::Subject unchanged;
+    const auto changes = pending_.subjects().find(subject);
+    const NetEffect::Subject& changed = changes != pending_.subjects().end() ? changes->second : unchanged;
+    auto put = changed.puts.begin();
+    const auto tellPut = [&] {
+        loader.message({.subject = subject,
+                        .number = put->first,
+                        .size = static_cast<uint32_t>(put->second.write.message.image().size()),
+                        .expires = put->second.write.expires});
+        ++put;
+    };
     Statement statement;
     Outcome outcome = database_.prepare(
         "SELECT id, expires, length(image), sum, reply, CASE WHEN length(image) <= ? THEN image END "
         "FROM message WHERE id BETWEEN ? AND ? ORDER BY id",
         &statement);
-    if (!outcome.ok()) return outcome;
-    statement.bind(1, checkedByLoad);
-    statement.bind(2, format::rowOf(segment.id, 0));
-    statement.bind(3, format::rowOf(segment.id, UINT32_MAX));
-    int code = statement.step();
-    for (; code == SQLITE_ROW; code = statement.step()) {
-        const StoredMessage message{.subject = subject,
-                                    .number = uint64_t{high} << 32 | format::lowOfRow(statement.number(0)),
-                                    .size = static_cast<uint32_t>(statement.number(2)),
-                                    .expires = statement.number(1)};
-        uint64_t& highest = highest_[subject];
-        highest = std::max(highest, message.number);
-        loader.message(message);
-        if (statement.isNull(5)) continue;
-        const format::Record record{.subjectNumber = subject,
-                                    .number = message.number,
-                                    .expires = message.expires,
-                                    .reply = statement.bytes(4),
-                                    .image = statement.bytes(5)};
-        if (record.checksum() != static_cast<uint64_t>(statement.number(3))) {
-            loader.damaged(message, damagedMessage(subject, message.number).text);
+    if (!outcome.ok()) return withFindings(outcome);
+    for (auto at = segments_.lower_bound({subject, 0}); at != segments_.end() && at->first.first == subject; ++at) {
+        const auto& [high, segment] = std::pair<uint32_t, const Segment&>(at->first.second, at->second);
+        statement.reset();
+        statement.bind(1, checkedByLoad);
+        statement.bind(2, format::rowOf(segment.id, 0));
+        statement.bind(3, format::rowOf(segment.id, UINT32_MAX));
+        int code = statement.step();
+        for (; code == SQLITE_ROW; code = statement.step()) {
+            const StoredMessage message{.subject = subject,
+                                        .number = uint64_t{high} << 32 | format::lowOfRow(statement.number(0)),
+                                        .size = static_cast<uint32_t>(statement.number(2)),
+                                        .expires = statement.number(1)};
+            uint64_t& highest = highest_[subject];
+            highest = std::max(highest, message.number);
+            while (put != changed.puts.end() && put->first < message.number) tellPut();
+            if (put != changed.puts.end() && put->first == message.number) continue;
+            if (changed.erases(message.number)) continue;
+            loader.message(message);
+            if (statement.isNull(5)) continue;
+            const format::Record record{.subjectNumber = subject,
+                                        .number = message.number,
+                                        .expires = message.expires,
+                                        .reply = statement.bytes(4),
+                                        .image = statement.bytes(5)};
+            if (record.checksum() != static_cast<uint64_t>(statement.number(3))) {
+                loader.damaged(message, findingOf(subject, message.number));
+            }
         }
+        if (code != SQLITE_DONE) return withFindings(database_.failure(code, "read"));
     }
-    if (code != SQLITE_DONE) return database_.failure(code, "read");
+    while (put != changed.puts.end()) tellPut();
     return {};
 }
 
@@ -386,6 +501,29 @@ Outcome Ledger::damagedMessage(uint32_t subject, uint64_t number) const {
                                     (found != segments_.end() ? found->second.text : std::string("?")) +
                                     " in the ledger " + file_->path() +
                                     " is damaged (checksum) and cannot be sent again"};
+}
+
+// With the place of a single message that is damaged.
+Finding Ledger::findingOf(uint32_t subject, uint64_t number) const {
+    struct Search final : Inspector {
+        void finding(const Finding& finding) override {
+            if (finding.subjectNumber == sought.subjectNumber && finding.first == sought.first &&
+                finding.last == sought.last) {
+                sought = finding;
+            }
+        }
+        Finding sought;
+    } search;
+    const auto found = segments_.find({subject, static_cast<uint32_t>(number >> 32)});
+    search.sought = {.text = damagedMessage(subject, number).text,
+                     .file = file_->path(),
+                     .subject = found != segments_.end() ? found->second.text : "?",
+                     .subjectNumber = subject,
+                     .first = number,
+                     .last = number};
+    Inspection all;
+    inspect(*file_, search, &all);
+    return search.sought;
 }
 
 Outcome Ledger::read(uint32_t subject, uint64_t number, companion::Message* message) noexcept {

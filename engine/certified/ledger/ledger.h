@@ -8,6 +8,7 @@
 // It is a SQLite database; docs/internals/ledger.md describes the file and what survives what.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -30,6 +31,7 @@
 
 namespace quorl::certified {
 
+struct Finding;
 struct Log;
 
 // What accepted writes survive: the end of this process, also by kill -9; or a power failure too.
@@ -43,7 +45,9 @@ class Loader {
     virtual void state(std::string_view, std::string_view) {}  // key, value
     virtual void message(const StoredMessage&) {}
     // After message(): it is damaged, and read() will say so. It stays in the file until it is erased.
-    virtual void damaged(const StoredMessage&, const std::string&) {}
+    virtual void damaged(const StoredMessage&, const Finding&) {}
+    // After everything else. What is refused here is refused by load() too, and the file is left as it is.
+    virtual Outcome verdict() { return {}; }
 };
 
 // Any thread may call; load() before everything else. In a child that was forked while the ledger was open, everything answers
@@ -70,8 +74,8 @@ class Ledger {
 
     // Opens the ledger, or makes one where there is no file. What is refused is left as it is.
     // QUORL_INVALID_ARG: no file name or no name. QUORL_FILE_NOT_FOUND: no such folder. QUORL_NOT_FILE_OWNER: in use, another
-    // user's, or another name's. QUORL_INVALID_FILE: no ledger, or a damaged one. QUORL_VERSION_MISMATCH: a newer release's.
-    // QUORL_IO_FAILED: the system refuses to read or write.
+    // user's, or another name's. QUORL_INVALID_FILE: no ledger, a damaged one, or one beside which another one has left its log
+    // or journal. QUORL_VERSION_MISMATCH: a newer release's. QUORL_IO_FAILED: the system refuses to read or write.
     static Outcome open(const Options& options, std::unique_ptr<Ledger>* ledger) noexcept;
 
     // Writes what was submitted, and closes. The program no longer uses the ledger.
@@ -80,7 +84,8 @@ class Ledger {
     Ledger& operator=(const Ledger&) = delete;
 
     // Also makes the ledger ready to be written. QUORL_INVALID_FILE: it is damaged, more than by single messages; it is left as it
-    // is, and what can be read is found by exporting it.
+    // is, and what can be read is found by exporting it. After a failure the ledger is of no use; one that was made by open() is
+    // removed again.
     Outcome load(Loader& loader) noexcept;
 
     // Whether everything is there that was durable when the ledger was last open. False when it was at Durability::process and the
@@ -120,9 +125,12 @@ class Ledger {
 
     Outcome openToRead();
     Outcome openToWrite();
+    void undoOpening();
     Outcome connect();
     Outcome checkContent();
     Outcome checkLog(const Log& log) const;
+    Outcome damage(const std::string& what) const;
+    Outcome withFindings(const Outcome& outcome) const;
     Outcome readJournal();
     Outcome property(const char* key, Statement* statement, bool* found);
     bool sameRun() const;
@@ -132,9 +140,11 @@ class Ledger {
 
     Outcome usable(Use use) const;
     Outcome loadThrowing(Loader& loader);
-    Outcome loadMessages(uint32_t subject, uint32_t high, const Segment& segment, Loader& loader);
+    Outcome loadState(Loader& loader);
+    Outcome loadMessages(uint32_t subject, Loader& loader);
     Outcome readThrowing(uint32_t subject, uint64_t number, companion::Message* message);
     Outcome damagedMessage(uint32_t subject, uint64_t number) const;
+    Finding findingOf(uint32_t subject, uint64_t number) const;
 
     // What a transaction of SQLite is made of.
     using Body = std::function<Outcome()>;
@@ -156,6 +166,7 @@ class Ledger {
     Outcome eraseState(const Write& write);
     Outcome segmentFor(const Write& write, const Segment** segment);
     Outcome run(Statement& statement);
+    std::array<Statement*, 13> statements() noexcept;
     sqlite3_file* logFile() noexcept;
     Outcome syncLog();
     Outcome cutLog();
@@ -172,7 +183,7 @@ class Ledger {
     std::atomic<int> readers_{0};  // threads that wait for the lock to read: commits let them go first
     Database database_;
     Statement begin_, end_, rollBack_, insert_, eraseOne_, eraseRange_, insertState_, deleteState_, insertSegment_,
-        read_, pages_, setFolded_;
+        read_, pages_, setFolded_, beginLog_;
     Segments segments_;
     std::vector<std::pair<uint32_t, uint32_t>> newSegments_;  // of the transaction that runs
     uint32_t nextSegment_ = 1;
@@ -182,8 +193,15 @@ class Ledger {
     bool syncing_ = false;               // commits sync the log
     bool full_ = false;                  // the last failure was a full disk
     std::atomic<bool> writable_{false};  // it was loaded
+    bool created_ = false;               // by open()
     bool hasLog_ = false;                // when it was opened
     bool hasJournal_ = false;            // when it was opened
+    bool makesLog_ = false;              // no file was in its place
+    bool makesJournal_ = false;          // the same
+    bool wrote_ = false;                 // openToWrite() has begun
+    bool marked_ = false;                // its mark was changed, or may have been
+    bool copied_ = false;                // the log was copied into the file, or a part of it
+    int64_t size_ = 0;                   // of the file, when it was opened
     std::string mark_;                   // of the file when it was opened: not empty while somebody has it open
     bool complete_ = true;
     int64_t reservedBytes_ = 0;  // of the file, so that what is in the log has a place there

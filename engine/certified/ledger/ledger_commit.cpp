@@ -56,7 +56,7 @@ Outcome Ledger::submit(Transaction transaction, Ticket* ticket) noexcept {
         }
         *ticket = group_.submit(std::move(step), knowsOfFailure);
     } catch (const std::bad_alloc&) {
-        outcome = {QUORL_NO_MEMORY, {}};
+        outcome = {QUORL_NO_MEMORY};
     }
     return outcome;
 }
@@ -67,7 +67,7 @@ Outcome Ledger::wait(const Ticket& ticket) noexcept {
         if (!outcome.ok()) return outcome;
         return group_.wait(ticket);
     } catch (const std::bad_alloc&) {
-        return {QUORL_NO_MEMORY, {}};
+        return {QUORL_NO_MEMORY};
     }
 }
 
@@ -87,7 +87,7 @@ Outcome Ledger::sync() noexcept {
         outcome = fold(true);
         return outcome.ok() ? syncLog() : outcome;
     } catch (const std::bad_alloc&) {
-        return {QUORL_NO_MEMORY, {}};
+        return {QUORL_NO_MEMORY};
     }
 }
 
@@ -155,7 +155,7 @@ Outcome Ledger::commit(std::vector<Step>& steps) noexcept {
             return carried;
         });
     } catch (const std::bad_alloc&) {
-        return {QUORL_NO_MEMORY, {}};
+        return {QUORL_NO_MEMORY};
     }
 }
 
@@ -183,7 +183,9 @@ Outcome Ledger::storeOnce(bool sync, const Body& body) {
     if (outcome.ok()) outcome = setSyncing(sync);
     if (outcome.ok()) outcome = run(begin_);
     if (!outcome.ok()) return outcome;
-    outcome = body();
+    // A log that begins anew says first whose it is and which (belonging.h).
+    if (logFrames_ == 0) outcome = run(beginLog_);
+    if (outcome.ok()) outcome = body();
     if (outcome.ok()) outcome = reserve();
     if (outcome.ok()) outcome = run(end_);
     if (outcome.ok()) return outcome;
@@ -322,6 +324,7 @@ Outcome Ledger::reserve() {
 
 Outcome Ledger::checkpoint(int mode) {
     int frames = 0;
+    copied_ = true;
     const int code = sqlite3_wal_checkpoint_v2(database_.connection(), "main", mode, &frames, nullptr);
     if (code != SQLITE_OK) return database_.failure(code, "write");
     logFrames_ = 0;

@@ -1,6 +1,7 @@
 // The journal of a ledger: what is accepted there, and its way into the database.
 #include <algorithm>
 
+#include "certified/ledger/belonging.h"
 #include "certified/ledger/journal.h"
 #include "certified/ledger/ledger.h"
 
@@ -12,8 +13,8 @@ Outcome Ledger::readJournal() {
     Outcome outcome = journal::read(path, &content, &hasJournal_);
     if (!outcome.ok()) return outcome;
     const auto damaged = [&](const std::string& why) {
-        return Outcome{QUORL_INVALID_FILE, "the ledger " + file_->path() + " was not closed, and its journal " + path +
-                                               ", which has what was stored last, " + why};
+        return withFindings({QUORL_INVALID_FILE, "the ledger " + file_->path() + " was not closed, and its journal " +
+                                                     path + ", which has what was stored last, " + why});
     };
     if (!hasJournal_ && mark_.starts_with("process")) return damaged("is missing; put it back beside the ledger");
     journal::Replay replay;
@@ -27,7 +28,12 @@ Outcome Ledger::readJournal() {
             return status == QUORL_OK;
         },
         &replay);
-    if (status == QUORL_NO_MEMORY) return {status, {}};
+    if (status == QUORL_NO_MEMORY) return {status};
+    // A ledger that was closed, or was last open without a journal, has everything that its own has.
+    if (replay.foreign || (!mark_.starts_with("process") && (replay.last != folded_ || replay.laterRecords != 0))) {
+        pending_.clear();
+        return notItsOwn(file_->path(), path);
+    }
     if (!whole || (replay.laterRecords != 0 && sameRun())) {
         return damaged("is damaged at byte " + std::to_string(replay.end) + "; " + std::to_string(replay.laterRecords) +
                        " records that follow would be lost");

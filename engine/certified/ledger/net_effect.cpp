@@ -40,9 +40,13 @@ const NetEffect::Put* NetEffect::find(uint32_t subject, uint64_t number, bool* e
     if (found == subjects_.end()) return nullptr;
     const auto put = found->second.puts.find(number);
     if (put != found->second.puts.end()) return &put->second;
-    const auto after = found->second.erased.upper_bound(number);
-    *erased = after != found->second.erased.begin() && std::prev(after)->second >= number;
+    *erased = found->second.erases(number);
     return nullptr;
+}
+
+bool NetEffect::Subject::erases(uint64_t number) const noexcept {
+    const auto after = erased.upper_bound(number);
+    return after != erased.begin() && std::prev(after)->second >= number;
 }
 
 // Joined with those that it touches: what is confirmed one by one becomes one range.

@@ -22,6 +22,7 @@ class NetEffect {
     struct Subject {
         Puts puts;
         Ranges erased;  // of what was stored before; the puts are in force after it
+        bool erases(uint64_t number) const noexcept;
     };
 
     // std::bad_alloc: nothing of it counts, and it may be added again.

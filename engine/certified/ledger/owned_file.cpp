@@ -249,6 +249,12 @@ Outcome createFile(const std::string& path, const std::string& content) {
     if (!made.complete(path, content)) {
         const int error = errno;
         if (error == EEXIST) return {QUORL_ALREADY_EXISTS, "there is a file " + path + " already"};
+        struct stat folder {};
+        const bool there = stat(folderOf(path).c_str(), &folder) == 0 && S_ISDIR(folder.st_mode);
+        if (there && error == ENOENT) {
+            return {QUORL_IO_FAILED, "cannot create the ledger " + path + ": the folder " + folderOf(path) +
+                                         " takes no new files; use one on a disk"};
+        }
         if (error == ENOENT || error == ENOTDIR) {
             return {QUORL_FILE_NOT_FOUND,
                     "cannot create the ledger " + path + ": there is no folder " + folderOf(path)};

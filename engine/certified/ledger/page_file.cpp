@@ -66,6 +66,8 @@ Outcome scan(int descriptor, const std::string& path, Log* log) {
     unsigned char header[headerSize];
     ssize_t count = readAt(descriptor, header, sizeof(header), 0);
     if (count < 0) return notRead(path);
+    log->blank =
+        std::all_of(header, header + std::max<ssize_t>(count, 0), [](unsigned char byte) { return byte == 0; });
     Running running{.big = (bigEndian(header) & 1) != 0};
     running.add(header, 24);
     if (count != sizeof(header) || (bigEndian(header) | 1) != (magic | 1) ||
@@ -129,7 +131,7 @@ std::array<unsigned char, logHeaderSize> emptyLog() noexcept {
 
 Outcome readLog(const std::string& path, Log* log) {
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) return errno == ENOENT ? Outcome{} : notRead(path);
+    if (descriptor < 0) return errno == ENOENT || errno == ENOTDIR ? Outcome{} : notRead(path);
     Outcome outcome = scan(descriptor, path, log);
     close(descriptor);
     return outcome;
@@ -139,9 +141,8 @@ PageFile::~PageFile() {
     if (logDescriptor_ >= 0) close(logDescriptor_);
 }
 
-Outcome PageFile::open() {
-    Outcome outcome = readLog(logPath(), &log_);
-    if (!outcome.ok()) return outcome;
+Outcome PageFile::open(Log log) {
+    log_ = std::move(log);
     if (log_.pages != 0) {
         pages_ = log_.pages;
         logDescriptor_ = ::open(logPath().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);

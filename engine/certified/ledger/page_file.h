@@ -18,6 +18,7 @@ namespace quorl::certified {
 // checksum, which runs through all before it, is right; what follows never was, as far as it is concerned.
 struct Log {
     int64_t size = -1;                             // of the file; -1: there is none
+    bool blank = true;                             // where it should begin there are only zeros, or nothing
     bool present = false;                          // with a valid beginning
     uint64_t frames = 0;                           // that count
     uint32_t pages = 0;                            // of the file after the last of them; 0: none counts
@@ -51,7 +52,8 @@ class PageFile {
     PageFile(const PageFile&) = delete;
     PageFile& operator=(const PageFile&) = delete;
 
-    Outcome open();
+    // log: read before; one that contains nothing is none.
+    Outcome open(Log log);
 
     struct Page {
         alignas(8) unsigned char bytes[format::pageSize];

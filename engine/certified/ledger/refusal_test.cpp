@@ -12,14 +12,6 @@
 namespace quorl::certified {
 namespace {
 
-std::map<std::string, std::string> filesIn(const Folder& folder) {
-    std::map<std::string, std::string> found;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
-        found[entry.path().string()] = entry.is_regular_file() ? contentOf(entry.path().string()) : "";
-    }
-    return found;
-}
-
 // Expects that status, a text with the words, and that nothing in the folder has changed.
 void expectRefused(const Folder& folder, const std::string& path, quorl_status status, const std::string& words,
                    const std::string& name = "orders") {
@@ -51,6 +43,7 @@ TEST(Refusal, OfWhatIsNoFile) {
     writeFile(folder / "plain", "x");
     expectRefused(folder, folder / "plain/orders.ledger", QUORL_FILE_NOT_FOUND, "there is no folder");
     expectRefused(folder, folder / std::string(300, 'x'), QUORL_IO_FAILED, "File name too long");
+    expectRefused(folder, "/proc/orders.ledger", QUORL_IO_FAILED, "the folder /proc takes no new files");
 }
 
 TEST(Refusal, OfWhatIsNoLedger) {
@@ -97,9 +90,37 @@ TEST(Refusal, OfALedgerThatWasNotClosed) {
     leaveOpen(path);
     expectRefused(folder, path, QUORL_NOT_FILE_OWNER, "certified name orders, not of trades", "trades");
     std::filesystem::rename(path + "-wal", folder / "aside");
-    expectRefused(folder, path, QUORL_INVALID_FILE, "-wal, which has what was stored last, is missing");
+    expectRefused(folder, path, QUORL_INVALID_FILE,
+                  "-wal, byte 0: the ledger was not closed, and its log, which has what was stored last, is missing");
     std::filesystem::rename(folder / "aside", path + "-wal");
     EXPECT_EQ(heldBy(*opened(path)).numbers(1), std::vector<uint64_t>{1});
+}
+
+// Whoever loads it cannot make sense of what it keeps: closed, or left by a killed process with a journal that would go into it.
+TEST(Refusal, ByWhoeverLoadsIt) {
+    struct Picky final : Held {
+        Outcome verdict() override { return {QUORL_VERSION_MISMATCH, "by a newer release"}; }
+    };
+    for (const bool closed : {true, false}) {
+        const Folder folder;
+        const std::string path = folder / "orders.ledger";
+        if (closed) {
+            ASSERT_TRUE(good(opened(path)->apply(step(put(1, 1), putState("a", "1")))));
+        } else {
+            leaveOpen(path);
+        }
+        const auto before = filesIn(folder);
+        for (const Durability durability : {Durability::process, Durability::power}) {
+            std::unique_ptr<Ledger> ledger;
+            Picky picky;
+            ASSERT_TRUE(good(Ledger::open({.path = path, .name = "orders", .durability = durability}, &ledger)));
+            EXPECT_EQ(ledger->load(picky).status, QUORL_VERSION_MISMATCH);
+            EXPECT_EQ(picky.numbers(1), std::vector<uint64_t>{1});
+            ledger.reset();
+            EXPECT_EQ(filesIn(folder), before);
+        }
+        EXPECT_EQ(heldBy(*opened(path)).numbers(1), std::vector<uint64_t>{1});
+    }
 }
 
 // In a child that is another user, or sees another world: what body answers, or 0 when that child cannot be had.

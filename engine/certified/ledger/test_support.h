@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "certified/ledger/inspect.h"
 #include "certified/ledger/ledger.h"
 
 namespace quorl::certified {
@@ -49,6 +50,15 @@ inline std::string contentOf(const std::string& path) {
 
 inline void writeFile(const std::string& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;
+}
+
+// Each file below the folder with its content, and each folder.
+inline std::map<std::string, std::string> filesIn(const Folder& folder) {
+    std::map<std::string, std::string> found;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
+        found[entry.path().string()] = entry.is_regular_file() ? contentOf(entry.path().string()) : "";
+    }
+    return found;
 }
 
 inline std::string_view textOf(std::span<const uint8_t> bytes) {
@@ -119,8 +129,8 @@ struct Held : Loader {
         order.emplace_back(message.subject, message.number);
         messages[{message.subject, message.number}] = {message.size, message.expires};
     }
-    void damaged(const StoredMessage& message, const std::string& text) override {
-        broken[{message.subject, message.number}] = text;
+    void damaged(const StoredMessage& message, const Finding& finding) override {
+        broken[{message.subject, message.number}] = finding.text;
     }
     std::vector<uint64_t> numbers(uint32_t subject) const {
         std::vector<uint64_t> found;

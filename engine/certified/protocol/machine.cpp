@@ -113,9 +113,7 @@ quorl_status Machine::loadState() {
 }
 
 quorl_status Machine::load(const StoredMessage& message) {
-    if (!loaded_.empty()) {
-        if (const quorl_status status = loadState(); status != QUORL_OK) return status;
-    }
+    if (const quorl_status status = check(); status != QUORL_OK) return status;
     return sender_->loadMessage(message) ? QUORL_OK : QUORL_INVALID_FILE;
 }
 
@@ -126,10 +124,12 @@ void Machine::storeVersion() {
     shared_->putState(std::string(versionKey), version.string());
 }
 
+quorl_status Machine::check() {
+    return loaded_.empty() ? QUORL_OK : loadState();
+}
+
 quorl_status Machine::start(bool complete, Now now, Output& out) {
-    if (!loaded_.empty()) {
-        if (const quorl_status status = loadState(); status != QUORL_OK) return status;
-    }
+    if (const quorl_status status = check(); status != QUORL_OK) return status;
     const Step step(*shared_, now, out);
     storeVersion();
     presence_->start();
@@ -228,12 +228,12 @@ void Machine::setDefaultTimeLimit(int64_t limit) noexcept {
 
 quorl_status Machine::allowListener(std::string_view name, Now now, Output& out) {
     const Step step(*shared_, now, out);
-    return sender_->allow(name);
+    return stored(sender_->allow(name));
 }
 
 quorl_status Machine::disallowListener(std::string_view name, Now now, Output& out) {
     const Step step(*shared_, now, out);
-    return sender_->disallow(name);
+    return stored(sender_->disallow(name));
 }
 
 quorl_status Machine::addListener(std::string_view name, std::string_view pattern, Now now, Output& out) {
@@ -243,17 +243,27 @@ quorl_status Machine::addListener(std::string_view name, std::string_view patter
 
 quorl_status Machine::removeListener(std::string_view name, std::string_view pattern, Now now, Output& out) {
     const Step step(*shared_, now, out);
-    return sender_->remove(name, pattern);
+    return stored(sender_->remove(name, pattern));
 }
 
 quorl_status Machine::removeSendState(std::string_view subject, Now now, Output& out) {
     const Step step(*shared_, now, out);
-    return sender_->removeSendState(subject);
+    return stored(sender_->removeSendState(subject));
 }
 
 quorl_status Machine::expireMessages(std::string_view subject, uint64_t upTo, Now now, Output& out) {
     const Step step(*shared_, now, out);
-    return sender_->expire(subject, upTo);
+    return stored(sender_->expire(subject, upTo));
+}
+
+quorl_status Machine::retryStorage(Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    return stored(QUORL_OK);
+}
+
+quorl_status Machine::stored(quorl_status status) {
+    if (status != QUORL_OK || shared_->storageStatus() == QUORL_OK || shared_->tryNow()) return status;
+    return shared_->storageStatus();
 }
 
 void Machine::review(std::string_view pattern, const std::function<bool(const Review&)>& visit) const {
@@ -274,7 +284,8 @@ void Machine::destroyListener(uint32_t number, bool cancel, Now now, Output& out
 
 quorl_status Machine::confirm(uint32_t listener, StreamId stream, uint64_t number, Confirm when, Now now, Output& out) {
     const Step step(*shared_, now, out);
-    return receiver_->confirm(listener, stream, number, when);
+    const quorl_status status = receiver_->confirm(listener, stream, number, when);
+    return when == Confirm::now ? stored(status) : status;
 }
 
 StreamId Machine::streamOf(const companion::Message& message, uint64_t* number) const noexcept {
@@ -282,6 +293,11 @@ StreamId Machine::streamOf(const companion::Message& message, uint64_t* number) 
     if (!message || decode(message.attributes(), &frame) != Decoded::frame || frame.kind != Kind::data) return 0;
     *number = frame.number;
     return receiver_->streamOf(frame, message.subject());
+}
+
+void Machine::setRoom(uint64_t messages, uint64_t bytes, Now now, Output& out) {
+    const Step step(*shared_, now, out);
+    receiver_->setRoom(messages, bytes);
 }
 
 void Machine::setPublisherInactivity(int64_t interval, Now now, Output& out) {

@@ -44,6 +44,9 @@ struct Settings {
     bool requestOld = false;   // whether what was kept for the name before is asked for
     bool ledger = false;       // whether there is one; without, out.store is always empty and persisted is not called
     bool mayLoseTail = false;  // of the ledger: a power failure may take what was written last
+    // The name is a distributed queue's: its members agree among themselves which of them has it, and what is delivered as a
+    // plain message keeps its attributes, by which they tell whether they have done it already.
+    bool queue = false;
 
     // Of the sender. A send beyond them is QUORL_QUEUE_LIMIT.
     uint64_t pendingBytes = 1ull << 30;          // images that are kept; 0: as many as there is room for
@@ -195,6 +198,8 @@ class Machine {
     // QUORL_INVALID_FILE: it makes no sense.
     quorl_status load(std::string_view key, std::string_view value);
     quorl_status load(const StoredMessage& message);
+    // All of it was given: whether it makes sense. The statuses are load's.
+    quorl_status check();
     // complete: nothing that was ever handed over and persisted is missing. False after a power failure, where the ledger may
     // lose its tail; when in doubt, false.
     // The statuses are load's; the machine is of no use after one.
@@ -223,13 +228,17 @@ class Machine {
     // Nanoseconds, 0 for never. Of what is sent from now on.
     void setDefaultTimeLimit(int64_t limit) noexcept;
 
-    // QUORL_INVALID_NAME, QUORL_INVALID_SUBJECT, QUORL_QUEUE_LIMIT, QUORL_NOT_FOUND.
+    // QUORL_INVALID_NAME, QUORL_INVALID_SUBJECT, QUORL_QUEUE_LIMIT, QUORL_NOT_FOUND. While storage does not work it is tried with
+    // what the call changes; if it does not work then either, the change is stored when it does, and what storageFailed said is
+    // the status, here or of the transaction.
     quorl_status allowListener(std::string_view name, Now now, Output& out);
     quorl_status disallowListener(std::string_view name, Now now, Output& out);
     quorl_status addListener(std::string_view name, std::string_view pattern, Now now, Output& out);
     quorl_status removeListener(std::string_view name, std::string_view pattern, Now now, Output& out);
     quorl_status removeSendState(std::string_view subject, Now now, Output& out);
     quorl_status expireMessages(std::string_view subject, uint64_t upTo, Now now, Output& out);
+    // The same for what is to be stored anyway.
+    quorl_status retryStorage(Now now, Output& out);
 
     // Each subject that matches; null or empty: each one. visit says whether to stop.
     void review(std::string_view pattern, const std::function<bool(const Review&)>& visit) const;
@@ -246,6 +255,9 @@ class Machine {
     quorl_status confirm(uint32_t listener, StreamId stream, uint64_t number, Confirm when, Now now, Output& out);
     // Of a message that a listener was given; 0: it is a plain one, or its sender is forgotten.
     StreamId streamOf(const companion::Message& message, uint64_t* number) const noexcept;
+    // So much more may be delivered, of all streams together; what is beyond stays with its senders. A message goes as long as
+    // neither is 0. Without a call there is no such limit.
+    void setRoom(uint64_t messages, uint64_t bytes, Now now, Output& out);
     // Nanoseconds; 0: never.
     void setPublisherInactivity(int64_t interval, Now now, Output& out);
 
@@ -276,6 +288,7 @@ class Machine {
   private:
     quorl_status loadState();
     void storeVersion();
+    quorl_status stored(quorl_status status);
     void dispatch(const Frame& frame, companion::Message message, uint32_t listener);
     void onTime(const Timers::Timer& timer);
 

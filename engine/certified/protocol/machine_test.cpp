@@ -135,6 +135,28 @@ TEST_F(CertifiedPair, sends_nothing_before_it_is_stored) {
     EXPECT_TRUE(listener->deliveries.empty());
 }
 
+TEST_F(CertifiedPair, gives_a_listener_that_comes_back_what_was_kept_at_once_however_long_it_was_away) {
+    meet();
+    net.remove(*listener);
+    for (int i = 0; i < 3; ++i) sender->send("a.b");
+    net.pass(300 * second);
+    restartListener(named("l"), true);
+    net.pass(second);
+    EXPECT_EQ(listener->numbers("a.b"), (Numbers{2, 3, 4}));
+}
+
+TEST_F(CertifiedMachine, gives_a_listener_that_was_added_what_was_kept_when_it_first_comes) {
+    Peer sender(net, named("s"));
+    EXPECT_EQ(sender.step([&](Machine& machine, Output& out) { return machine.addListener("l", "a.>", net.now, out); }),
+              QUORL_OK);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(sender.send("a.b"), QUORL_OK);
+    net.pass(300 * second);
+    Peer listener(net, named("l"));
+    listener.listen("a.>");
+    net.pass(second);
+    EXPECT_EQ(listener.numbers("a.b"), (Numbers{1, 2, 3}));
+}
+
 TEST_F(CertifiedPair, says_nothing_is_confirmed_before_it_is_stored) {
     meet();
     sender->send("a.b");
@@ -337,11 +359,14 @@ TEST_F(CertifiedPair, refuses_sends_while_storage_fails_and_loses_nothing_that_w
     sender->full = false;
     net.pass(second);
     EXPECT_EQ(sender->told(Event::Kind::storageWorks).size(), 1u);
+    // A refused send uses up no number.
     EXPECT_EQ(sender->send("a.b", 0, &number), QUORL_OK);
-    EXPECT_EQ(number, 4u);
+    EXPECT_EQ(number, 3u);
     listener->deaf = false;
     net.pass(40 * second);
-    EXPECT_EQ(listener->numbers("a.b"), (Numbers{2, 4}));
+    EXPECT_EQ(listener->numbers("a.b"), (Numbers{2, 3}));
+    EXPECT_TRUE(listener->told(Event::Kind::skipped).empty());
+    EXPECT_TRUE(sender->told(Event::Kind::undelivered).empty());
     EXPECT_EQ(senderDisk.messages.size(), 2u);
 }
 

@@ -17,7 +17,7 @@ constexpr int64_t tellPause = 60 * seconds;
 
 void Presence::start() {
     startedAt_ = static_cast<uint64_t>(shared_.now.wall / milliseconds);
-    if (!shared_.settings.lasting) {
+    if (!shared_.settings.lasting || shared_.settings.queue) {
         shared_.settled = true;
         return;
     }
@@ -75,6 +75,7 @@ void Presence::close() {
 }
 
 bool Presence::onPresence(const Frame& frame) {
+    if (shared_.settings.queue) return false;
     if (frame.name != shared_.settings.name || frame.incarnation == shared_.chance.instance) return false;
     if ((frame.flags & flagLeaves) != 0) {
         if (!shared_.suspended || trying_) return false;

@@ -85,6 +85,23 @@ class NumberSet {
         add(range, [](Range) {});
     }
 
+    // Takes out everything behind last. Whether there was something.
+    bool cut(uint64_t last) noexcept {
+        if (highest() <= last) return false;
+        if (upTo_ > last) upTo_ = last;
+        while (!ranges_.empty() && ranges_.rbegin()->second > last) {
+            const auto end = std::prev(ranges_.end());
+            const uint64_t kept = end->first > last ? 0 : last - end->first + 1;
+            beyond_ -= end->second - end->first + 1 - kept;
+            if (kept == 0) {
+                ranges_.erase(end);
+            } else {
+                end->second = last;
+            }
+        }
+        return true;
+    }
+
   private:
     uint64_t upTo_;
     uint64_t beyond_ = 0;

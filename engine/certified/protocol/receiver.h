@@ -37,6 +37,7 @@ class Receiver {
     quorl_status confirm(uint32_t listener, StreamId id, uint64_t number, Machine::Confirm when);
     StreamId streamOf(const Frame& data, std::string_view subject) const noexcept;
     bool isStored(const Frame& data) const noexcept;
+    void setRoom(uint64_t messages, uint64_t bytes);
     void setInactivity(int64_t interval);
     void close();
 
@@ -188,7 +189,7 @@ class Receiver {
     void lookForGap(Stream& stream, int64_t in);
     void ask(Stream& stream);
     void deliverPlain(const companion::Message& message, uint32_t listener);
-    static companion::Message withoutAttributes(const companion::Message& message);
+    companion::Message withoutAttributes(const companion::Message& message) const;
 
     // ---- confirming
     void done(Stream& stream, uint64_t number, Machine::Confirm when);
@@ -211,6 +212,8 @@ class Receiver {
     uint64_t earlyBytes_ = 0;
     uint64_t earlyCount_ = 0;
     int64_t inactivity_ = 0;
+    uint64_t roomMessages_ = UINT64_MAX;
+    uint64_t roomBytes_ = UINT64_MAX;
     int64_t announceAt_ = INT64_MAX;
     uint32_t announced_ = 0;                          // how often, since a listener was made
     std::unordered_map<uint32_t, StreamId> loading_;  // streams by their numbers in the ledger

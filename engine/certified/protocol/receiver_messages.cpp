@@ -25,8 +25,8 @@ uint64_t weightOf(const companion::Message& message) noexcept {
 
 // ---- what comes in
 
-companion::Message Receiver::withoutAttributes(const companion::Message& message) {
-    if (message.attributes().empty()) return message;
+companion::Message Receiver::withoutAttributes(const companion::Message& message) const {
+    if (message.attributes().empty() || shared_.settings.queue) return message;
     companion::Message plain;
     if (message.withAttributes({}, &plain) != QUORL_OK) throw std::bad_alloc();
     return plain;
@@ -186,7 +186,7 @@ void Receiver::releaseAsPlain(Stream& stream, uint64_t below) {
 // ---- delivering
 
 bool Receiver::hasRoom(const Stream& stream) const noexcept {
-    return stream.inFlight.count() < shared_.settings.inFlight;
+    return roomMessages_ != 0 && roomBytes_ != 0 && stream.inFlight.count() < shared_.settings.inFlight;
 }
 
 void Receiver::deliver(Stream& stream, uint64_t number, const companion::Message& message) {
@@ -203,6 +203,20 @@ void Receiver::deliver(Stream& stream, uint64_t number, const companion::Message
         throw;
     }
     stream.next = number + 1;
+    if (roomMessages_ != UINT64_MAX) --roomMessages_;
+    if (roomBytes_ != UINT64_MAX) roomBytes_ -= std::min<uint64_t>(roomBytes_, message.image().size());
+}
+
+void Receiver::setRoom(uint64_t messages, uint64_t bytes) {
+    const bool wasFull = roomMessages_ == 0 || roomBytes_ == 0;
+    roomMessages_ = messages;
+    roomBytes_ = bytes;
+    if (!wasFull || messages == 0 || bytes == 0) return;
+    for (auto& [id, stream] : streams_) {
+        if (stream->listeners.empty()) continue;
+        deliverReady(*stream);
+        lookForGap(*stream, 0);
+    }
 }
 
 // Delivers what has its turn now.

@@ -16,7 +16,6 @@ constexpr int64_t longestNote = 30 * seconds;
 constexpr size_t idleSubjects = 10'000;  // without agreements that are remembered
 constexpr size_t cachedMost = 65'536;
 constexpr uint32_t idBlock = 4096;
-constexpr uint64_t numberBlock = 65'536;
 constexpr int64_t replyLimit = 600 * seconds;  // of a reply without another limit
 constexpr int64_t expiryGrid = 10 * milliseconds;
 constexpr int64_t longestLook = 60 * seconds;  // the wall clock may be set
@@ -186,7 +185,7 @@ quorl_status Sender::sendOn(Subject& subject, const companion::Message& message,
     if (subject.agreements.empty()) {
         shared_.tell(Event::Kind::settled, {}, subject.text, next, next);
         shared_.sendWhenStored(std::move(data));
-        subject.last = next;
+        subject.last = subject.lastPlain = next;
         if (number != nullptr) *number = next;
         return QUORL_OK;
     }
@@ -194,7 +193,7 @@ quorl_status Sender::sendOn(Subject& subject, const companion::Message& message,
     const Settings& settings = shared_.settings;
     if (settings.pendingBytes != 0 && bytes_ + size > settings.pendingBytes && bytes_ != 0) return QUORL_QUEUE_LIMIT;
     if (settings.ledger && settings.mayLoseTail && next > subject.reserved) {
-        subject.reserved = next + numberBlock;
+        reserveNumbers(subject);
         storeSubject(subject);
         shared_.syncStep();
     }
@@ -267,12 +266,41 @@ void Sender::watchFullness() {
 }
 
 void Sender::notStored(const std::vector<NotStored>& messages) {
+    std::map<uint32_t, uint64_t> first;
     for (const NotStored& one : messages) {
-        Subject* subject = find(uint64_t{one.subject});
-        if (subject == nullptr || subject->slots.find(one.number) == nullptr) continue;
-        // The number stays used. Listeners that ask for it are told that it will not come.
-        giveUp(*subject, {one.number, one.number}, Reason::refusedSend);
+        uint64_t& number = first.try_emplace(one.subject, one.number).first->second;
+        number = std::min(number, one.number);
     }
+    for (const auto& [id, number] : first) {
+        if (Subject* subject = find(uint64_t{id}); subject != nullptr) takeBack(*subject, number);
+    }
+}
+
+// Messages from that number on were not stored, so nobody has heard of them, nor of anything behind them: their numbers are given
+// again, and listeners see no gap.
+void Sender::takeBack(Subject& subject, uint64_t first) {
+    // Unless one of them was given to a message that nobody was registered for, whose send is over.
+    if (subject.lastPlain >= first) {
+        const uint32_t id = subject.id;
+        giveUp(subject, {first, subject.lastPlain}, Reason::refusedSend);
+        if (find(uint64_t{id}) == nullptr) return;
+        first = subject.lastPlain + 1;
+    }
+    if (first > subject.last) return;
+    for (uint64_t number = subject.slots.nextTaken(first); number != 0; number = subject.slots.nextTaken(number + 1)) {
+        forget(subject, number);
+    }
+    subject.last = first - 1;
+    subject.durable = std::min(subject.durable, subject.last);
+    std::vector<Agreement*> changed;
+    for (Agreement* agreement : subject.agreements) {
+        if (agreement->givenUp > subject.last) agreement->givenUp = 0;
+        if (agreement->confirmed.cut(subject.last)) changed.push_back(agreement);
+    }
+    // What is to be written when the ledger works again must not count them either.
+    if (subject.stored) storeSubject(subject);
+    for (Agreement* agreement : changed) store(*agreement);
+    flushReleased(subject);
 }
 
 // ---- sending again
@@ -404,13 +432,17 @@ void Sender::makeRoom(Subject& subject, uint64_t numbers) {
 }
 
 void Sender::release(Subject& subject, uint64_t number) noexcept {
+    forget(subject, number);
+    subject.released.push_back(number);
+}
+
+void Sender::forget(Subject& subject, uint64_t number) noexcept {
     Slot* slot = subject.slots.find(number);
     --messages_;
     bytes_ -= slot->size;
     if (slot->message) memoryBytes_ -= slot->size;
     if (slot->expires != 0) subject.expiries.erase({slot->expires, number});
     subject.slots.release(number);
-    subject.released.push_back(number);
 }
 
 // Has the ledger forget what was released, and sees to it that no number is given twice. The subject may be gone afterwards.

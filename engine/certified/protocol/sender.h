@@ -100,9 +100,10 @@ class Sender {
     struct Subject {
         uint32_t id = 0;
         std::string text;
-        uint64_t last = 0;      // number
-        uint64_t durable = 0;   // no number up to it is given again after a crash, whatever becomes of messages
-        uint64_t reserved = 0;  // the same after a power failure; used only where the ledger may lose its tail
+        uint64_t last = 0;       // number
+        uint64_t lastPlain = 0;  // of a message that nobody was registered for
+        uint64_t durable = 0;    // no number up to it is given again after a crash, whatever becomes of messages
+        uint64_t reserved = 0;   // the same after a power failure; used only where the ledger may lose its tail
         bool stored = false;
         bool transient = false;  // an inbox: forgotten when nothing is kept any more
         Slots<Slot> slots;
@@ -156,6 +157,7 @@ class Sender {
     Subject& make(std::string_view text, bool transient);
     void forgetSubject(Subject& subject);
     void limitIdle();
+    void reserveNumbers(Subject& subject) const noexcept;
     void storeSubject(Subject& subject);
     void storeSender();
 
@@ -176,6 +178,8 @@ class Sender {
     void applyInterest(Subscriber& subscriber, const Interest& interest);
 
     // ---- agreements
+    // Whoever has promised it has it safe from a power failure first (syncStep). Where it follows from an interest, or is for
+    // what this step sends, a failure takes both.
     Agreement& agree(Subject& subject, Subscriber& subscriber, uint64_t from, uint64_t session);
     void store(Agreement& agreement);
     // flushReleased follows, when the last one of the subject was ended.
@@ -185,6 +189,8 @@ class Sender {
     // A message that everybody has confirmed, or that is given up.
     // There is room for it in released.
     void release(Subject& subject, uint64_t number) noexcept;
+    void forget(Subject& subject, uint64_t number) noexcept;
+    void takeBack(Subject& subject, uint64_t first);
     static void makeRoom(Subject& subject, uint64_t numbers);
     void flushReleased(Subject& subject);
     void giveUp(Subject& subject, Range range, Reason reason);
@@ -192,6 +198,7 @@ class Sender {
     uint64_t firstUnconfirmed(const Agreement& agreement) const noexcept;
     uint64_t nextUnconfirmed(const Agreement& agreement, uint64_t number) const noexcept;
     void expectConfirmation(Subscriber& subscriber);
+    void remindNow(Subscriber& subscriber);
 
     // ---- messages
     quorl_status sendOn(Subject& subject, const companion::Message& message, int64_t limit, uint64_t* number,

@@ -127,6 +127,8 @@ bool Sender::takeUpSession(Subscriber& subscriber, const Frame& frame) {
         shared_.set(shared_.now.monotonic + shared_.settings.transientSilence, Timing::transient, subscriber.id);
     storeSubscriber(subscriber);
     shared_.syncStep();
+    // While nobody answered, the pauses between notes have become long.
+    if (!subscriber.agreements.empty()) remindNow(subscriber);
     return true;
 }
 
@@ -198,6 +200,7 @@ void Sender::onSubscribe(const Frame& frame) {
     if (found == subscriber->agreements.end()) {
         if (agreements_ >= shared_.settings.agreements) return refuse(Reason::full);
         agree(*subject, *subscriber, subject->last + 1, frame.session);
+        shared_.syncStep();  // the listener relies on it
         found = subscriber->agreements.find(subject->id);
     }
     Agreement& agreement = *found->second;
@@ -348,7 +351,6 @@ Sender::Agreement& Sender::agree(Subject& subject, Subscriber& subscriber, uint6
     }
     if (!subject.stored || subject.durable < subject.last) storeSubject(subject);
     store(agreement);
-    shared_.syncStep();
     return agreement;
 }
 
@@ -478,6 +480,12 @@ void Sender::expectConfirmation(Subscriber& subscriber) {
     const int64_t at = shared_.now.monotonic + subscriber.pause.take();
     shared_.set(at, Timing::note, subscriber.id);
     subscriber.noteAt = at;
+}
+
+void Sender::remindNow(Subscriber& subscriber) {
+    subscriber.pause.reset();
+    shared_.set(shared_.now.monotonic, Timing::note, subscriber.id);
+    subscriber.noteAt = shared_.now.monotonic;
 }
 
 void Sender::onNote(uint64_t subscriberId) {

@@ -12,6 +12,7 @@ namespace {
 
 constexpr size_t interestsMost = 1024;
 constexpr size_t rangesMost = 64;  // stored of what a listener has confirmed out of turn
+constexpr uint64_t numberBlock = 65'536;
 
 }  // namespace
 
@@ -27,7 +28,17 @@ void Sender::storeSender() {
     shared_.syncStep();
 }
 
+void Sender::reserveNumbers(Subject& subject) const noexcept {
+    if (!shared_.settings.ledger || !shared_.settings.mayLoseTail) return;
+    constexpr uint64_t most = UINT64_MAX - 1;
+    subject.reserved =
+        std::max(subject.reserved, subject.last < most - numberBlock ? subject.last + numberBlock : most);
+}
+
 void Sender::storeSubject(Subject& subject) {
+    // What a power failure leaves of a subject begins with this. If it leaves nothing, the subject is another one when it is used
+    // again. So the first numbers that are reserved need not be safe before they are used.
+    if (!subject.stored) reserveNumbers(subject);
     Writer<8> key;
     key.byte('S');
     key.number(subject.id);
@@ -218,8 +229,10 @@ void Sender::start(bool complete) {
         encodeDataPrefix(frame, writer);
         subject.prefix = writer.string();
         // Listeners may have heard more than is left of it.
-        if (!complete && shared_.settings.mayLoseTail && subject.reserved > subject.last) {
-            subject.last = subject.reserved;
+        if (!complete && shared_.settings.mayLoseTail) subject.last = std::max(subject.last, subject.reserved);
+        // All of them at once: each would cost a sync with its next message.
+        if (shared_.settings.mayLoseTail && subject.last >= subject.reserved) {
+            reserveNumbers(subject);
             storeSubject(subject);
         }
         for (Agreement* agreement : subject.agreements) {

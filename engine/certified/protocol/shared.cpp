@@ -198,6 +198,13 @@ void Shared::giveOutRetry() {
     retryState_.clear();
 }
 
+bool Shared::tryNow() {
+    if (retryToken_ != 0) return false;
+    retryAt_ = now.monotonic;
+    tryStorage();
+    return true;
+}
+
 void Shared::tryStorage() {
     if (status_ == QUORL_OK || retryToken_ != 0 || now.monotonic < retryAt_) return;
     retryAt_ = INT64_MAX;

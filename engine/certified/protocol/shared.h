@@ -78,6 +78,8 @@ struct Shared {
     // The messages that were not stored.
     std::vector<NotStored> storageFailed(uint64_t token, quorl_status status);
     void tryStorage();
+    // While storage does not work: tries it in this step. False: a try is on its way.
+    bool tryNow();
     // What a send answers while storage does not work; QUORL_OK otherwise.
     quorl_status storageStatus() const noexcept { return status_; }
 

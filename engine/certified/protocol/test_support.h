@@ -95,6 +95,7 @@ class Peer {
     bool full = false;   // the ledger takes nothing
     bool holds = false;  // it takes everything, and does not say so
     bool deaf = false;
+    size_t syncs = 0;                                      // transactions that had to be safe from a power failure
     std::function<bool(const companion::Message&)> loses;  // true: what it sends is lost
 
   private:
@@ -182,6 +183,7 @@ inline Peer::Peer(Net& net, Settings settings, Disk* disk, bool complete) : net_
 inline void Peer::carryOut(Output& out) {
     News news = out.takeRest();
     const uint64_t token = out.store.token;
+    if (token != 0 && out.store.sync) ++syncs;
     if (token != 0 && !full) {
         for (const Write& write : out.store.writes) {
             if (write.kind == Write::Kind::putState) disk_->state[write.key] = write.value;

@@ -70,7 +70,7 @@ int64_t Member::due() const noexcept {
     if (const Peer* peer = peers_.quietest(); peer != nullptr) due = std::min(due, peer->heard + suspectAfter());
     if (const Peer* peer = peers_.quietestSuspect(); peer != nullptr)
         due = std::min(due, peer->heard + self_.intervals.activation);
-    if (joining_) {
+    if (joining_ && !aside_) {
         due = std::min(due, joinedFrom_ + self_.intervals.activation);
         if (self_.intervals.preparation != 0) earlier(joinedFrom_ + self_.intervals.preparation);
     }
@@ -212,6 +212,16 @@ void Member::deactivated(Now now, MemberOutput& out) {
     finish(false, now, out);
 }
 
+void Member::stepAside(Now now, MemberOutput& out) {
+    if (left_ || aside_) return;
+    step(now, out);
+    if (active_) deactivate(Cause::rank, now.monotonic, out);
+    aside_ = true;
+    join(now.monotonic);
+    stirred_ = true;
+    finish(false, now, out);
+}
+
 void Member::leave(Now now, MemberOutput& out) {
     if (left_) return;
     step(now, out);
@@ -300,7 +310,7 @@ Member::Standing Member::standing() const noexcept {
 
 void Member::decide(Now now, MemberOutput& out) {
     const int64_t time = now.monotonic;
-    if (joining_ && time - joinedFrom_ >= self_.intervals.activation) {
+    if (joining_ && !aside_ && time - joinedFrom_ >= self_.intervals.activation) {
         joining_ = false;
         if (self_.joined == 0) self_.joined = std::min(latestJoined_ + 1, highestJoined);
         latestJoined_ = std::max(latestJoined_, self_.joined);

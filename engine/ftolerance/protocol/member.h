@@ -63,6 +63,8 @@ class Member {
     void setWeight(uint16_t weight, Now now, MemberOutput& out);
     // The program has returned from the deactivation that it was told last.
     void deactivated(Now now, MemberOutput& out);
+    // The member stays, and is heard, but it is active no more and takes no part in the ranking again.
+    void stepAside(Now now, MemberOutput& out);
     // The member goes, and says so. Afterwards nothing comes out any more.
     void leave(Now now, MemberOutput& out);
 
@@ -117,6 +119,7 @@ class Member {
     Peers peers_;
     bool left_ = false;
     bool joining_ = true;
+    bool aside_ = false;  // and stays so
     bool active_ = false;
     bool acting_ = false;  // deactivated, and the program has not returned
     bool claiming_ = false;

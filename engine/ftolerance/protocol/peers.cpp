@@ -27,11 +27,13 @@ Peer& Peers::add(const Frame& frame, int64_t now) {
     peer.last = frame;
     peer.heard = now;
     trusted_.append(peer);
+    ++changes_;
     return peer;
 }
 
 void Peers::heard(Peer& peer, const Frame& frame, int64_t now) noexcept {
     listOf(peer).take(peer);
+    changes_ += frame.state == State::left;
     peer.last = frame;
     peer.heard = now;
     peer.suspected = false;
@@ -46,6 +48,7 @@ void Peers::suspect(Peer& peer) noexcept {
 
 void Peers::remove(Peer& peer) noexcept {
     listOf(peer).take(peer);
+    ++changes_;
     all_.erase(peer.last.member);
 }
 

@@ -25,6 +25,8 @@ class Peers {
     static constexpr size_t most = 1024;
 
     size_t size() const noexcept { return all_.size(); }
+    // How often one was added or removed, or has left.
+    uint64_t changes() const noexcept { return changes_; }
     bool full() const noexcept { return all_.size() >= most; }
     Peer* find(uint64_t member) noexcept;
     // Not known yet, and there is room. Throws std::bad_alloc.
@@ -54,6 +56,7 @@ class Peers {
     List& listOf(const Peer& peer) noexcept { return peer.suspected ? suspected_ : trusted_; }
 
     std::unordered_map<uint64_t, Peer> all_;
+    uint64_t changes_ = 0;
     List trusted_;
     List suspected_;
 };

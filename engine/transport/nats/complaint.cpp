@@ -41,10 +41,11 @@ bool beginsWith(std::string_view text, const char* words) noexcept {
     return text.size() >= size && strncasecmp(text.data(), words, size) == 0;
 }
 
-// What stands in the first pair of quotation marks. A backslash stands before a quotation mark or another one; behind any
+// What stands in the first pair of quotation marks, and what is behind it, if anybody asks. A backslash stands before a quotation mark or another one; behind any
 // other letter it begins a number, which no subject that is written here has.
-std::string quoted(std::string_view text) {
+std::string quoted(std::string_view text, std::string_view* behind = nullptr) {
     std::string inside;
+    if (behind != nullptr) *behind = {};
     size_t at = text.find('"');
     if (at == std::string_view::npos) return inside;
     for (++at; at < text.size() && text[at] != '"'; ++at) {
@@ -53,7 +54,9 @@ std::string quoted(std::string_view text) {
         }
         inside += text[at];
     }
-    return at < text.size() ? inside : std::string();
+    if (at == text.size()) return {};
+    if (behind != nullptr) *behind = text.substr(at + 1);
+    return inside;
 }
 
 }  // namespace
@@ -63,8 +66,11 @@ Complaint readComplaint(std::string_view text) {
     for (const Words& words : known) {
         if (!beginsWith(text, words.begin)) continue;
         complaint.kind = words.kind;
+        std::string_view behind;
         if (words.kind == Complaint::Kind::publishing || words.kind == Complaint::Kind::subscribing)
-            complaint.wireSubject = quoted(text);
+            complaint.wireSubject = quoted(text, &behind);
+        if (words.kind == Complaint::Kind::subscribing && beginsWith(behind, " using queue \""))
+            complaint.group = quoted(behind);
         break;
     }
     return complaint;

@@ -19,6 +19,7 @@ struct Complaint {
 
     Kind kind = Kind::unknown;
     std::string wireSubject;  // that it names; empty when it names none
+    std::string group;        // of a subscription: the queue group that it names; empty when it names none
 };
 
 // text: without the quotation marks around it. Throws std::bad_alloc.

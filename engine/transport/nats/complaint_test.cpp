@@ -50,6 +50,14 @@ TEST(Complaint, namesTheSubject) {
     EXPECT_EQ(subjectOf("Permissions Violation for Publish to \"quorl.default.default.a%20b\""),
               "quorl.default.default.a%20b");
     EXPECT_EQ(subjectOf("Permissions Violation for Subscription to \"a.>\" using queue \"q\""), "a.>");
+    const auto groupOf = [](const char* text) { return readComplaint(text).group; };
+    EXPECT_EQ(groupOf("Permissions Violation for Subscription to \"a.>\" using queue \"crew\""), "crew");
+    EXPECT_EQ(groupOf(R"(Permissions Violation for Subscription to "a" using queue "\"\\")"), R"("\)");
+    for (const char* text : {"Permissions Violation for Subscription to \"a\"",
+                             "Permissions Violation for Subscription to \"a\" using queue",
+                             "Permissions Violation for Subscription to \"a\" \"b\"",
+                             "Permissions Violation for Publish to \"a\" using queue \"b\""})
+        EXPECT_EQ(groupOf(text), "") << text;
     EXPECT_EQ(subjectOf(R"(Permissions Violation for Publish to "a\"b\\c")"), R"(a"b\c)");
     for (const char* text : {"Permissions Violation for Publish to \"a", "Permissions Violation for Publish to \"a\\",
                              "Permissions Violation for Publish", "Permissions Violation for Publish to \"a\\x01\"",

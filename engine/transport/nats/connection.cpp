@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <array>
 #include <cinttypes>
-#include <csignal>
 #include <cstring>
 #include <new>
 
@@ -89,7 +88,7 @@ Connection::Connection(ConnectionKey key, std::vector<Server> servers, const Lim
 }
 
 Connection::~Connection() {
-    join();
+    thread_.join();
     if (epoll_ >= 0) close(epoll_);
     if (wakeEvent_ >= 0) close(wakeEvent_);
 }
@@ -103,29 +102,13 @@ quorl_status Connection::start() noexcept {
     event.data.fd = wakeEvent_;
     if (epoll_ < 0 || wakeEvent_ < 0 || epoll_ctl(epoll_, EPOLL_CTL_ADD, wakeEvent_, &event) != 0)
         return fail(QUORL_INIT_FAILURE, "the system provides no event loop: %s", strerrordesc_np(errno));
-    // A new thread inherits the mask of its creator.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    const int error = pthread_create(
-        &thread_, nullptr,
+    return thread_.start(
+        "quorl-nats",
         [](void* connection) -> void* {
             static_cast<Connection*>(connection)->run();
             return nullptr;
         },
         this);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    if (error != 0) return fail(QUORL_INIT_FAILURE, "thread quorl-nats: %s", strerrordesc_np(error));
-    pthread_setname_np(thread_, "quorl-nats");
-    started_ = true;
-    return QUORL_OK;
-}
-
-void Connection::join() noexcept {
-    if (!started_) return;
-    pthread_join(thread_, nullptr);
-    started_ = false;
 }
 
 void Connection::stop() noexcept {
@@ -215,18 +198,19 @@ quorl_status Connection::waitUntilConnected() noexcept {
 
 // ---- what the program listens to
 
-quorl_status Connection::addUser(std::string_view pattern, Listener* listener) noexcept {
+quorl_status Connection::addUser(std::string_view pattern, std::string_view share, Listener* listener) noexcept {
     bool fresh = false;
     try {
+        const SubscriptionKey key(pattern, share);
         Lock lock(lock_);
-        auto found = subscriptions_.find(pattern);
+        auto found = subscriptions_.find(key.view());
         fresh = found == subscriptions_.end();
         if (fresh) {
-            auto made = std::make_unique<Subscription>(inbound_, pattern);
+            auto made = std::make_unique<Subscription>(inbound_, pattern, share);
             if (listener != nullptr) made->add(*listener);
             changes_.push_back({nullptr, made.get()});
             try {
-                found = subscriptions_.emplace(pattern, std::move(made)).first;
+                found = subscriptions_.emplace(key.view(), std::move(made)).first;
             } catch (const std::bad_alloc&) {
                 changes_.pop_back();
                 throw;
@@ -243,10 +227,10 @@ quorl_status Connection::addUser(std::string_view pattern, Listener* listener) n
     return QUORL_OK;
 }
 
-void Connection::removeUser(std::string_view pattern, Listener* listener) noexcept {
+void Connection::removeUser(std::string_view pattern, std::string_view share, Listener* listener) noexcept {
     {
         Lock lock(lock_);
-        const auto found = subscriptions_.find(pattern);
+        const auto found = subscriptions_.find(SubscriptionKey(pattern, share).view());
         if (found == subscriptions_.end()) return;
         auto& subscription = found->second;
         if (listener != nullptr) subscription->remove(*listener);
@@ -286,12 +270,20 @@ void Connection::endLeftBehind() noexcept {
     }
 }
 
+namespace {
+
+std::string_view shareOf(const Listener& listener) noexcept {
+    return listener.share != nullptr ? std::string_view(listener.share->name) : std::string_view();
+}
+
+}  // namespace
+
 quorl_status Connection::listen(Listener& listener) noexcept {
-    return addUser(listener.subject, &listener);
+    return addUser(listener.subject, shareOf(listener), &listener);
 }
 
 void Connection::unlisten(Listener& listener) noexcept {
-    removeUser(listener.subject, &listener);
+    removeUser(listener.subject, shareOf(listener), &listener);
 }
 
 void Connection::applyChanges() noexcept {
@@ -319,7 +311,8 @@ void Connection::applyChanges() noexcept {
 void Connection::subscribe(Session& session, Subscription& subscription) noexcept {
     try {
         admissions_.asked(subscription, probeNumber_);
-        subscription.subscribed = session.subscribe(subscription, toWire(inbound_.prefix, subscription.pattern()));
+        subscription.subscribed =
+            session.subscribe(subscription, toWire(inbound_.prefix, subscription.pattern()), subscription.share());
     } catch (const std::bad_alloc&) {
         subscription.subscribed = false;
     }
@@ -683,7 +676,7 @@ void Connection::refused(const Complaint& complaint, std::string_view words) noe
         Subscription* denied = nullptr;
         {
             Lock lock(lock_);
-            const auto found = subscriptions_.find(std::string(subject.view()));
+            const auto found = subscriptions_.find(SubscriptionKey(subject.view(), complaint.group).view());
             if (found != subscriptions_.end()) denied = found->second.get();
         }
         // Freed by this thread alone.

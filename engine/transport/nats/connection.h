@@ -10,7 +10,6 @@
 // connection is dead, whatever the system thinks of it.
 #pragma once
 
-#include <pthread.h>
 #include <sys/epoll.h>
 
 #include <atomic>
@@ -22,6 +21,7 @@
 #include <vector>
 
 #include "base/mutex.h"
+#include "base/thread.h"
 #include "transport/nats/admissions.h"
 #include "transport/nats/connection_log.h"
 #include "transport/nats/frame_writer.h"
@@ -52,7 +52,7 @@ class Connection final : public Ending {
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    // QUORL_INIT_FAILURE.
+    // QUORL_INIT_FAILURE, QUORL_NO_MEMORY.
     quorl_status start() noexcept;
     // Waits until the first attempt to connect has ended, up to the limit for it. QUORL_DAEMON_NOT_FOUND,
     // QUORL_USERPASS_MISMATCH and others with the reason; QUORL_NOT_INITIALIZED when the library closes meanwhile.
@@ -69,7 +69,7 @@ class Connection final : public Ending {
     uint64_t dropped() const noexcept { return dropped_.get(); }
     uint64_t unconfirmedAtEnd() const noexcept { return unconfirmedAtEnd_.get(); }
     bool finished() const noexcept { return phase_.load(std::memory_order_acquire) >= failedToConnect; }
-    void join() noexcept;
+    void join() noexcept { thread_.join(); }
 
     const ConnectionKey& key() const noexcept { return key_; }
 
@@ -84,8 +84,8 @@ class Connection final : public Ending {
     quorl_status listen(Listener& listener) noexcept;
     void unlisten(Listener& listener) noexcept;
     // The pattern of all inboxes of one transport.
-    quorl_status listenToInboxes(std::string_view pattern) noexcept { return addUser(pattern, nullptr); }
-    void unlistenToInboxes(std::string_view pattern) noexcept { removeUser(pattern, nullptr); }
+    quorl_status listenToInboxes(std::string_view pattern) noexcept { return addUser(pattern, {}, nullptr); }
+    void unlistenToInboxes(std::string_view pattern) noexcept { removeUser(pattern, {}, nullptr); }
     Router& inboxes() noexcept { return inbound_.inboxes; }
 
     // Of this connection: the transports over it, and its log.
@@ -147,8 +147,8 @@ class Connection final : public Ending {
         Connection& connection_;
     };
 
-    quorl_status addUser(std::string_view pattern, Listener* listener) noexcept;
-    void removeUser(std::string_view pattern, Listener* listener) noexcept;
+    quorl_status addUser(std::string_view pattern, std::string_view share, Listener* listener) noexcept;
+    void removeUser(std::string_view pattern, std::string_view share, Listener* listener) noexcept;
     bool endSubscription(std::unique_ptr<Subscription>& subscription) noexcept REQUIRES(lock_);
     void endLeftBehind() noexcept REQUIRES(lock_);
 
@@ -212,8 +212,7 @@ class Connection final : public Ending {
     Inbound inbound_;
     const std::string probeSubject_;  // on the wire
     Outbox outbox_;
-    pthread_t thread_{};
-    bool started_ = false;
+    Thread thread_;
     int epoll_ = -1;
     int wakeEvent_ = -1;
 

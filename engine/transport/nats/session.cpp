@@ -462,11 +462,13 @@ bool Session::publish(std::string_view wireSubject, const uint8_t* payload, size
     return !lost();
 }
 
-bool Session::subscribe(Sink& sink, std::string_view wireSubject) noexcept {
+bool Session::subscribe(Sink& sink, std::string_view wireSubject, std::string_view group) noexcept {
     try {
         sinks_.emplace(lastNumber_ + 1, &sink);
         sink.number_ = ++lastNumber_;
-        const std::string line = "SUB " + std::string(wireSubject) + " " + std::to_string(sink.number_) + "\r\n";
+        std::string line = "SUB " + std::string(wireSubject) + " ";
+        if (!group.empty()) line += std::string(group) + " ";
+        line += std::to_string(sink.number_) + "\r\n";
         return append(line);
     } catch (const std::bad_alloc&) {
         fail("no memory for a subscription");

@@ -99,7 +99,8 @@ class Session final : public PayloadSink, private Parser::Listener {
     void answer() noexcept;
 
     // Under the lock. The sink gets nothing more from unsubscribe on. False: the session is lost.
-    bool subscribe(Sink& sink, std::string_view wireSubject) noexcept;
+    // group: the daemon gives each message to one of those that are subscribed with that name; empty: to each.
+    bool subscribe(Sink& sink, std::string_view wireSubject, std::string_view group = {}) noexcept;
     void unsubscribe(Sink& sink) noexcept;
 
     // ---- for others too, under the lock

@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -98,17 +99,19 @@ long controlSocket(BIO* bio, int command, long, void*) {
     return 0;
 }
 
-// Null: no memory. Made once, and kept.
+// Null: no memory. Made once, and kept; one that could not be made is tried again with the next connection.
 const BIO_METHOD* socketMethod() noexcept {
-    static BIO_METHOD* const made = [] {
-        BIO_METHOD* method = BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "quorl socket");
-        if (method == nullptr) return method;
-        BIO_meth_set_write(method, writeToSocket);
-        BIO_meth_set_read(method, readFromSocket);
-        BIO_meth_set_ctrl(method, controlSocket);
-        return method;
-    }();
-    return made;
+    static constinit std::atomic<BIO_METHOD*> kept{nullptr};
+    if (BIO_METHOD* made = kept.load(std::memory_order_acquire); made != nullptr) return made;
+    BIO_METHOD* method = BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "quorl socket");
+    if (method == nullptr) return nullptr;
+    BIO_meth_set_write(method, writeToSocket);
+    BIO_meth_set_read(method, readFromSocket);
+    BIO_meth_set_ctrl(method, controlSocket);
+    BIO_METHOD* other = nullptr;
+    if (kept.compare_exchange_strong(other, method, std::memory_order_acq_rel)) return method;
+    BIO_meth_free(method);
+    return other;
 }
 
 // What OpenSSL last complained of on this thread, as whoever runs the program can use it. A text that stays.

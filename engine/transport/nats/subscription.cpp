@@ -21,8 +21,12 @@ void Inbound::reject(const char* reason, std::string_view subject) noexcept {
     static_cast<void>(!::write(wakeEvent, &one, sizeof one));
 }
 
-Subscription::Subscription(Inbound& inbound, std::string_view pattern)
-    : inbound_(inbound), pattern_(pattern), system_(subject::isSystem(pattern)), inboxes_(subject::isInbox(pattern)) {}
+Subscription::Subscription(Inbound& inbound, std::string_view pattern, std::string_view share)
+    : inbound_(inbound),
+      pattern_(pattern),
+      share_(std::string(share)),
+      system_(subject::isSystem(pattern)),
+      inboxes_(subject::isInbox(pattern)) {}
 
 void Subscription::add(Listener& listener) {
     Lock lock(lock_);
@@ -77,6 +81,12 @@ void Subscription::received(std::string_view wireSubject, const uint8_t* payload
     Assembler::Whole whole;
     if (!readPart(payload, size, &part)) {
         inbound_.reject("it is a part that lies outside of its message", subject.view());
+        return;
+    }
+    if (!share_.name.empty()) {
+        // The daemon gives each part to any member of the group. Told once for each message, by whoever got its first.
+        if (part.offset == 0)
+            inbound_.reject("it came in parts, which listeners that share a name do not take", subject.view());
         return;
     }
     const uint64_t dropped = inbound_.assembler.dropped();
@@ -163,6 +173,10 @@ void Subscription::take(std::string_view subject, const uint8_t* bytes, size_t s
 quorl_status Subscription::deliver(ThreadState& thread, message::ContentRef content, Listener* const* listeners,
                                    size_t count) noexcept {
     if (inboxes_) return inbound_.inboxes.route(thread, std::move(content));
+    if (!share_.name.empty()) {
+        pushToOne(share_, listeners, count, std::move(content));
+        return QUORL_OK;
+    }
     for (size_t i = 0; i + 1 < count; ++i) event::push(*listeners[i], content);
     event::push(*listeners[count - 1], std::move(content));
     return QUORL_OK;

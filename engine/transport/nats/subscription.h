@@ -2,8 +2,12 @@
 //
 // A daemon sends one copy of a message for each subscription that matches. Each copy goes to the listeners of exactly that
 // pattern, so that a listener gets a message once however many patterns overlap, and in the order of its sender.
+//
+// Listeners that share a name have a subscription of their own for each pattern and name, in a queue group of the daemon's with
+// that name. What the daemon gives to it goes to one of them.
 #pragma once
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -40,12 +44,32 @@ struct Inbound {
     void reject(const char* reason, std::string_view subject) noexcept;
 };
 
+// What a subscription is found by among those of a connection. Needs no memory, so that it can be taken back without any.
+class SubscriptionKey {
+  public:
+    // No pattern has a zero byte.
+    SubscriptionKey(std::string_view pattern, std::string_view share) noexcept
+        : size_(pattern.copy(text_.data(), most)) {
+        if (share.empty()) return;
+        text_[size_++] = '\0';
+        size_ += share.copy(text_.data() + size_, text_.size() - size_);
+    }
+    std::string_view view() const noexcept { return {text_.data(), size_}; }
+
+  private:
+    static constexpr size_t most = QUORL_SUBJECT_MAX;
+    std::array<char, most + 1 + longestShareName> text_;
+    size_t size_;
+};
+
 class Subscription final : public Sink {
   public:
-    Subscription(Inbound& inbound, std::string_view pattern);
+    // share: the name that its listeners share; empty: they share with nobody.
+    Subscription(Inbound& inbound, std::string_view pattern, std::string_view share = {});
     ~Subscription() override { inbound_.assembler.forget(this); }
 
     const std::string& pattern() const noexcept { return pattern_; }
+    const std::string& share() const noexcept { return share_.name; }
 
     // Throws std::bad_alloc.
     void add(Listener& listener);
@@ -73,6 +97,7 @@ class Subscription final : public Sink {
 
     Inbound& inbound_;
     const std::string pattern_;
+    Share share_;        // whose turn it is; without a name nobody shares
     const bool system_;  // whether the pattern is the system's
     const bool inboxes_;
 

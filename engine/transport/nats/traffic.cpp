@@ -223,6 +223,8 @@ bool Connection::finishSending() noexcept {
 // ---- writing
 
 Connection::Flushed Connection::flush() noexcept {
+    // What waits is for the next session: this one may lack a subscription that was asked for before a message.
+    if (givenUp_ != nullptr) return Flushed::blocked;
     for (;;) {
         if (current_ == nullptr) {
             if (outbox_.empty()) break;

@@ -26,12 +26,12 @@ public record QuorlCmSubject(String subject, long first, long last, long message
      * A listener that messages on a subject are kept for.
      *
      * @param name its certified name
-     * @param confirmed the number up to which it has confirmed all messages; 0 for none
+     * @param confirmedUpTo the number up to which it has confirmed all messages; 0 for none
      * @param unconfirmed messages that are kept for it
      * @param heard when it was heard last; null when it never was
      * @param registered false when it was {@linkplain QuorlCmTransport#addListener added} and has not registered yet
      */
-    public record Listener(String name, long confirmed, long unconfirmed, Instant heard, boolean registered) {}
+    public record Listener(String name, long confirmedUpTo, long unconfirmed, Instant heard, boolean registered) {}
 
     /**
      * Makes one with a copy of the list, which cannot be changed.
@@ -46,7 +46,7 @@ public record QuorlCmSubject(String subject, long first, long last, long message
         List<Listener> listeners = new ArrayList<>();
         if (view.has("listeners")) {
             for (QuorlMsgView each : view.getMsgArray("listeners")) {
-                listeners.add(new Listener(each.getString("name"), number(each, "confirmed"), number(each, "unconfirmed"),
+                listeners.add(new Listener(each.getString("name"), number(each, "confirmed_up_to"), number(each, "unconfirmed"),
                         time(each, "heard"), each.has("registered") && each.getBool("registered")));
             }
         }

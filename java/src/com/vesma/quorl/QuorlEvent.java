@@ -8,7 +8,8 @@ import java.util.function.IntSupplier;
 
 /**
  * Something that a queue delivers: a message that arrived ({@link QuorlListener}, {@link QuorlVectorListener},
- * {@link QuorlCmListener}), a timer that fired ({@link QuorlTimer}).
+ * {@link QuorlCmListener}), a timer that fired ({@link QuorlTimer}), what a member of a fault-tolerance group is to do
+ * ({@link QuorlFtMember}), how many of its members are active ({@link QuorlFtMonitor}).
  *
  * <p>An event lives until it is closed, also when the program keeps no reference to it. Its handler runs on the threads
  * that dispatch its queue, on several at once when several dispatch it.

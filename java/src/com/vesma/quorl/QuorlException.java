@@ -128,7 +128,7 @@ public class QuorlException extends RuntimeException {
     public static final int FILE_NOT_FOUND = 73;
     /** 74: reading or writing failed. */
     public static final int IO_FAILED = 74;
-    /** 80: the file is in use by another process or owned by another user. */
+    /** 80: the file is in use, or belongs to another user or another certified name. */
     public static final int NOT_FILE_OWNER = 80;
     /** 81: the user name or the password is missing or wrong. */
     public static final int USERPASS_MISMATCH = 81;
@@ -328,7 +328,7 @@ public class QuorlException extends RuntimeException {
             case IO_FAILED:
                 return "Reading or writing failed";
             case NOT_FILE_OWNER:
-                return "The file is in use by another process or owned by another user";
+                return "The file is in use, or belongs to another user or another certified name";
             case USERPASS_MISMATCH:
                 return "The user name or the password is missing or wrong";
             case TOO_MANY_NEIGHBORS:

@@ -2,6 +2,7 @@ package com.vesma.quorl;
 
 import com.vesma.quorl.internal.image.Texts;
 import java.lang.ref.Reference;
+import java.util.Arrays;
 import java.util.Objects;
 import java.util.concurrent.Flow;
 import java.util.stream.Stream;
@@ -45,6 +46,12 @@ public final class QuorlListener extends QuorlEvent {
     /** Null for a listener with a handler. */
     private final PullSource pull;
 
+    /** What the library takes in front of a subject, with the name behind it, for a listener that shares. */
+    private static final String SHARE_PREFIX = "_QUORL.SHARE.";
+
+    /** Null for a listener that shares with nobody. */
+    private final String share;
+
     private final QuorlTransport transport;
     private final String subject;
 
@@ -59,7 +66,7 @@ public final class QuorlListener extends QuorlEvent {
      * @throws QuorlClosedException if the queue or the transport is closed
      */
     public QuorlListener(QuorlQueue queue, QuorlTransport transport, String subject, Handler handler) {
-        this(queue, transport, subject, Objects.requireNonNull(handler, "handler"), false);
+        this(queue, transport, null, subject, Objects.requireNonNull(handler, "handler"), false);
     }
 
     /**
@@ -74,16 +81,66 @@ public final class QuorlListener extends QuorlEvent {
      * @throws QuorlClosedException if the queue or the transport is closed
      */
     public QuorlListener(QuorlQueue queue, QuorlTransport transport, String subject) {
-        this(queue, transport, subject, null, true);
+        this(queue, transport, null, subject, null, true);
     }
 
-    private QuorlListener(QuorlQueue queue, QuorlTransport transport, String subject, Handler handler, boolean pulled) {
+    /**
+     * Starts listening and shares: of the listeners that share the name, in this program and in others on the same bus, and
+     * whose subjects match, one gets each message. In this process they take turns; over a daemon, the daemon chooses a
+     * process, and its listeners take turns. On a circuit, the listeners at this end share what its peer sends. Listeners
+     * without a name, or under another, get each message as ever.
+     *
+     * <p>There is no redelivery: what waits in the queue of a listener that is closed, or of a process that ends, is lost.
+     * Over a daemon, messages sent in quick succession may travel together and then come to one process, and messages of
+     * more than 256 KiB do not come: the advisory {@code _QUORL.WARN.daemon.malformed} tells of these.
+     *
+     * <pre>{@code
+     * QuorlListener.shared("crew", queue, transport, "orders.*", (l, order) -> process(order));
+     * }</pre>
+     *
+     * @param share the name: 1 to 63 letters, digits and other printable ASCII characters, but blanks, {@code .},
+     *     {@code *} and {@code >}
+     * @param queue where the messages wait to be dispatched
+     * @param transport where they come from
+     * @param subject the subject or pattern, none that begins with {@code _}
+     * @param handler what is run for each
+     * @return the listener
+     * @throws QuorlException {@link QuorlException#INVALID_NAME}, {@link QuorlException#INVALID_SUBJECT},
+     *     {@link QuorlException#NOT_INITIALIZED}
+     * @throws QuorlClosedException if the queue or the transport is closed
+     */
+    public static QuorlListener shared(
+            String share, QuorlQueue queue, QuorlTransport transport, String subject, Handler handler) {
+        return new QuorlListener(queue, transport, Objects.requireNonNull(share, "share"), subject,
+                Objects.requireNonNull(handler, "handler"), false);
+    }
+
+    /**
+     * Shares as {@link #shared(String, QuorlQueue, QuorlTransport, String, Handler)}, without a handler: the messages are
+     * asked for by a {@link #stream} or by the subscriber of a {@link #publisher}.
+     *
+     * @param share the name
+     * @param queue where the messages wait to be asked for
+     * @param transport where they come from
+     * @param subject the subject or pattern, none that begins with {@code _}
+     * @return the listener
+     * @throws QuorlException {@link QuorlException#INVALID_NAME}, {@link QuorlException#INVALID_SUBJECT},
+     *     {@link QuorlException#NOT_INITIALIZED}
+     * @throws QuorlClosedException if the queue or the transport is closed
+     */
+    public static QuorlListener shared(String share, QuorlQueue queue, QuorlTransport transport, String subject) {
+        return new QuorlListener(queue, transport, Objects.requireNonNull(share, "share"), subject, null, true);
+    }
+
+    private QuorlListener(
+            QuorlQueue queue, QuorlTransport transport, String share, String subject, Handler handler, boolean pulled) {
         super(Objects.requireNonNull(queue, "queue"));
         this.transport = Objects.requireNonNull(transport, "transport");
         this.subject = Objects.requireNonNull(subject, "subject");
+        this.share = share;
         this.handler = handler;
         pull = pulled ? new PullSource(this) : null;
-        byte[] bytes = Texts.cached(subject, "the subject");
+        byte[] bytes = share == null ? Texts.cached(subject, "the subject") : shared(share, subject);
         try {
             create(() -> quorlEvent_CreateListener(queue.id(), transport.id(), bytes, bytes.length));
         } catch (QuorlException e) {
@@ -110,6 +167,31 @@ public final class QuorlListener extends QuorlEvent {
      */
     public String getSubject() {
         return subject;
+    }
+
+    /**
+     * The name that the listener shares.
+     *
+     * @return the name given to {@link #shared}; null for a listener that shares with nobody
+     */
+    public String getShare() {
+        return share;
+    }
+
+    /** Behind the prefix, the name ends with the first point. */
+    private static byte[] shared(String share, String subject) {
+        if (share.indexOf('.') >= 0) {
+            throw new QuorlException(QuorlException.INVALID_NAME,
+                    "\"" + share + "\" is not a valid name to share under: it has a point");
+        }
+        byte[] name = Texts.encode(share, "the name to share under");
+        byte[] rest = Texts.cached(subject, "the subject");
+        byte[] prefix = Texts.cached(SHARE_PREFIX, "the prefix");
+        byte[] bytes = Arrays.copyOf(prefix, prefix.length + name.length + 1 + rest.length);
+        System.arraycopy(name, 0, bytes, prefix.length, name.length);
+        bytes[prefix.length + name.length] = '.';
+        System.arraycopy(rest, 0, bytes, prefix.length + name.length + 1, rest.length);
+        return bytes;
     }
 
     /**
@@ -210,7 +292,7 @@ public final class QuorlListener extends QuorlEvent {
 
     @Override
     public String toString() {
-        return "QuorlListener[" + subject + "]";
+        return "QuorlListener[" + subject + (share == null ? "" : " shared as " + share) + "]";
     }
 
     native int quorlEvent_CreateListener(int queueId, int transportId, byte[] subjectBytes, int subjectBytesLength);

@@ -334,6 +334,7 @@ public abstract class QuorlTransport extends LibraryObject {
     @Override
     public void close() {
         destroy();
+        QuorlFtMember.transportClosed(this);
         asynchronous.close();
         // A request that begins later finds no transport to send on.
         requests.forEach(QuorlQueue::close);

@@ -35,12 +35,16 @@ class ClosedTest extends OpenLibrary {
     private static final Map<Class<?>, Set<String>> HARMLESS = Map.ofEntries(
             Map.entry(AutoCloseable.class, Set.of("close", "isClosed", "toString")),
             Map.entry(QuorlEvent.class, Set.of("getQueue")),
-            Map.entry(QuorlListener.class, Set.of("getTransport", "getSubject", "stream", "publisher")),
+            Map.entry(QuorlListener.class, Set.of("getTransport", "getSubject", "getShare", "stream", "publisher")),
             Map.entry(QuorlVectorListener.class, Set.of("getTransport", "getSubject")),
             Map.entry(QuorlVcTransport.class, Set.of("getConnectSubject", "getParent")),
             Map.entry(QuorlCmTransport.class, Set.of("getTransport", "getName")),
             Map.entry(QuorlCmListener.class, Set.of("getTransport", "getSubject", "getConfirmation")),
             Map.entry(QuorlCmTransport.Builder.class, Set.of("name", "ledger", "durability", "requestOld", "relayAgent")),
+            Map.entry(QuorlFtMember.class, Set.of("isActive", "getToken", "getWeight", "getGroup", "getTransport")),
+            Map.entry(QuorlFtMember.Builder.class, Set.of("weight", "activeGoal", "intervals", "onPrepareToActivate", "onActivate",
+                    "onDeactivate")),
+            Map.entry(QuorlFtMonitor.class, Set.of("getActiveMembers", "getGroup", "getTransport")),
             Map.entry(QuorlDispatcher.class, Set.of("getName", "getThread", "getThreads")),
             Map.entry(QuorlDispatcher.Builder.class, Set.of("name", "threads", "executor", "unordered", "inFlight", "uncaughtExceptionHandler")),
             Map.entry(QuorlMsgView.class, Set.of("isClosed", "toString")),
@@ -81,6 +85,9 @@ class ClosedTest extends OpenLibrary {
         into.put(QuorlCmTransport.Builder.class, QuorlCmTransport.builder(transport));
         QuorlCmTransport certified = QuorlCmTransport.builder(transport).open();
         into.put(QuorlCmTransport.class, certified);
+        into.put(QuorlFtMember.Builder.class, QuorlFtMember.builder(queue, transport, "a"));
+        into.put(QuorlFtMember.class, QuorlFtMember.builder(queue, transport, "a").join());
+        into.put(QuorlFtMonitor.class, new QuorlFtMonitor(queue, transport, "a", Duration.ofDays(1), (m, count) -> {}));
         into.put(QuorlCmListener.class, new QuorlCmListener(queue, certified, "a", (l, m) -> {}));
     }
 
@@ -122,6 +129,8 @@ class ClosedTest extends OpenLibrary {
         plain.put(QuorlVectorListener.Handler.class, (QuorlVectorListener.Handler) (l, m) -> {});
         plain.put(QuorlTimer.Handler.class, (QuorlTimer.Handler) t -> {});
         plain.put(QuorlCmListener.Handler.class, (QuorlCmListener.Handler) (l, m) -> {});
+        plain.put(QuorlFtMember.Handler.class, (QuorlFtMember.Handler) m -> {});
+        plain.put(QuorlFtMonitor.Handler.class, (QuorlFtMonitor.Handler) (m, count) -> {});
         plain.put(QuorlCmListener.Confirmation.class, QuorlCmListener.Confirmation.AUTOMATIC);
         plain.put(QuorlDurability.class, QuorlDurability.PROCESS);
         plain.put(Path.class, Path.of("none.ledger"));

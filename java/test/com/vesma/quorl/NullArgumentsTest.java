@@ -196,6 +196,15 @@ class NullArgumentsTest extends OpenLibrary {
         if (type == QuorlCmListener.class) {
             return new QuorlCmListener(queue, QuorlCmTransport.builder(transport).open(), "a", (l, m) -> {});
         }
+        if (type == QuorlFtMember.Builder.class) {
+            return QuorlFtMember.builder(queue, transport, "a");
+        }
+        if (type == QuorlFtMember.class) {
+            return QuorlFtMember.builder(queue, transport, "a").join();
+        }
+        if (type == QuorlFtMonitor.class) {
+            return new QuorlFtMonitor(queue, transport, "a", Duration.ofDays(1), (m, count) -> {});
+        }
         if (type == Executor.class) {
             return (Executor) Runnable::run;
         }

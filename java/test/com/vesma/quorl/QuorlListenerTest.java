@@ -57,6 +57,55 @@ class QuorlListenerTest extends OpenLibrary {
     }
 
     @Test
+    void ofThoseThatShareANameOneGetsEachMessage() {
+        List<Integer> one = new ArrayList<>();
+        List<Integer> two = new ArrayList<>();
+        List<Integer> alone = new ArrayList<>();
+        try (QuorlListener first = QuorlListener.shared("crew", queue, transport, "work.*", (l, m) -> one.add(m.getI32("n")));
+                QuorlListener second = QuorlListener.shared("crew", queue, transport, "work.>", (l, m) -> two.add(m.getI32("n")));
+                QuorlListener third = new QuorlListener(queue, transport, "work.x", (l, m) -> alone.add(m.getI32("n")))) {
+            assertEquals("crew", first.getShare());
+            assertEquals("work.*", first.getSubject());
+            assertNull(third.getShare());
+            assertEquals("QuorlListener[work.* shared as crew]", first.toString());
+            for (int i = 0; i < 10; i++) {
+                send("work.x", i);
+            }
+            settle();
+            while (queue.poll()) {
+            }
+        }
+        assertEquals(IntStream.range(0, 10).boxed().collect(Collectors.toList()), alone);
+        List<Integer> both = new ArrayList<>(one);
+        both.addAll(two);
+        assertEquals(alone, both.stream().sorted().collect(Collectors.toList()));
+        // A daemon chooses by lot.
+        assertTrue(OVER_DAEMON || one.size() == 5, () -> one + " and " + two);
+    }
+
+    @Test
+    void sharedMessagesMayBeAskedFor() {
+        try (QuorlListener listener = QuorlListener.shared("crew", queue, transport, "work.*")) {
+            send("work.x", 7);
+            try (var messages = listener.stream()) {
+                assertEquals(7, messages.mapToInt(m -> m.getI32("n")).findFirst().getAsInt());
+            }
+        }
+    }
+
+    @Test
+    void namesToShareUnderAreChecked() {
+        for (String bad : List.of("", "two words", "a.b", "*", ">", "ü", "x".repeat(64))) {
+            assertStatus(QuorlException.INVALID_NAME, () -> QuorlListener.shared(bad, queue, transport, "a", (l, m) -> {}));
+        }
+        for (String bad : List.of("", "a..b", "_QUORL.x", "_x", "x".repeat(255))) {
+            assertStatus(QuorlException.INVALID_SUBJECT, () -> QuorlListener.shared("crew", queue, transport, bad, (l, m) -> {}));
+        }
+        assertThrows(IllegalArgumentException.class, () -> QuorlListener.shared("a\0", queue, transport, "a", (l, m) -> {}));
+        QuorlListener.shared("~".repeat(63), queue, transport, "x".repeat(254), (l, m) -> {}).close();
+    }
+
+    @Test
     void messagesEndWithTheHandlerUnlessKept() {
         List<QuorlMsg> seen = new ArrayList<>();
         try (QuorlListener listener = new QuorlListener(queue, transport, "a", (l, m) -> {

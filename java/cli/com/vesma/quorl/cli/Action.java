@@ -37,6 +37,16 @@ abstract class Action implements Callable<Integer> {
     /** What this command cannot do when it is alone on the bus of its own process; null when there is no need to warn. */
     abstract String aloneOnTheBus();
 
+    /** Seconds more than usual that its end may take when it is interrupted. */
+    double patience() {
+        return 0;
+    }
+
+    /** The exit code of one that has worked. */
+    int code() {
+        return Main.OK;
+    }
+
     /** How far it is, for whoever interrupts it; null when there is nothing to say. */
     String progress() {
         return null;
@@ -51,7 +61,7 @@ abstract class Action implements Callable<Integer> {
     public Integer call() throws InterruptedException {
         check();
         checkTransport();
-        try (Interruption interruption = new Interruption()) {
+        try (Interruption interruption = new Interruption(patience())) {
             try {
                 work(interruption);
             } catch (InterruptedException | RuntimeException e) {
@@ -62,7 +72,7 @@ abstract class Action implements Callable<Integer> {
                 err().flush();
             }
         }
-        return 0;
+        return code();
     }
 
     private void work(Interruption interruption) throws InterruptedException {
@@ -100,7 +110,11 @@ abstract class Action implements Callable<Integer> {
 
     /** Says that it serves from now on, for whoever started it and waits for that; over a daemon, where others can be. */
     void tellReady(Session session, String what) {
-        if (session.isEmbedded(transport)) return;
+        if (!session.isEmbedded(transport)) tell(what);
+    }
+
+    /** Says something beside what is printed. */
+    void tell(String what) {
         synchronized (err()) {
             err().println("quorl: " + what);
             err().flush();
@@ -151,6 +165,15 @@ abstract class Action implements Callable<Integer> {
     void checkListenable(String subject) {
         String why = Subjects.whyNotListenable(subject);
         if (why != null) throw usage("subject \"" + subject + "\": " + why);
+    }
+
+    /** The same of what is shared under a name; null: it is not. */
+    void checkListenable(String subject, String share) {
+        checkListenable(subject);
+        if (share == null) return;
+        String why = Subjects.whyNotShareName(share);
+        if (why != null) throw usage("--share " + Texts.quoted(share) + ": " + why);
+        if (subject.startsWith("_")) throw usage("subject \"" + subject + "\": what starts with \"_\" cannot be shared");
     }
 
     /** Fields from arguments; every value is looked at, so that a bad one is found before the first message goes out. */

@@ -10,8 +10,8 @@ import picocli.CommandLine.Spec;
 /** quorl cm: certified delivery. */
 @Command(name = "cm", description = {"Certified delivery: messages that are kept until their listeners have confirmed them.",
         "Sender and listener have lasting names, and ledgers that remember what was sent and received."},
-        subcommands = {CmSendCommand.class, CmListenCommand.class, CmReviewCommand.class, CmVerifyCommand.class,
-                CmExportCommand.class},
+        subcommands = {CmSendCommand.class, CmResumeCommand.class, CmListenCommand.class, CmReviewCommand.class, CmVerifyCommand.class,
+                CmExportCommand.class, CmDemoCommand.class},
         footer = {"", "'quorl help cm COMMAND' explains one of them.", "", "Examples:",
                 "  quorl cm listen 'orders.>' --name billing --ledger billing.ledger --daemon nats://127.0.0.1:4222",
                 "  quorl cm send orders.new number:i64=4711 --name orders --ledger orders.ledger --listener billing "

@@ -76,7 +76,7 @@ final class CmReviewCommand implements Callable<Integer> {
         }
         text.append('\n');
         for (QuorlCmSubject.Listener listener : subject.listeners()) {
-            text.append("  ").append(listener.name()).append(": confirmed up to ").append(listener.confirmed()).append(", lacks ")
+            text.append("  ").append(listener.name()).append(": confirmed up to ").append(listener.confirmedUpTo()).append(", lacks ")
                     .append(listener.unconfirmed()).append(listener.registered() ? "" : ", added and not yet registered")
                     .append(listener.heard() == null ? "" : ", last heard " + listener.heard()).append('\n');
         }
@@ -91,7 +91,7 @@ final class CmReviewCommand implements Callable<Integer> {
         String between = "";
         for (QuorlCmSubject.Listener listener : subject.listeners()) {
             Json.string(out.append(between).append("{\"name\":"), listener.name());
-            out.append(",\"confirmed\":").append(listener.confirmed()).append(",\"unconfirmed\":").append(listener.unconfirmed());
+            out.append(",\"confirmed_up_to\":").append(listener.confirmedUpTo()).append(",\"unconfirmed\":").append(listener.unconfirmed());
             Instant heard = listener.heard();
             if (heard != null) out.append(",\"heard\":\"").append(heard).append('"');
             out.append(",\"registered\":").append(listener.registered()).append('}');

@@ -75,7 +75,7 @@ final class DaemonCommand implements Callable<Integer> {
         return 0;
     }
 
-    private static int freePort() {
+    static int freePort() {
         try (ServerSocket socket = new ServerSocket(0, 1, InetAddress.getLoopbackAddress())) {
             return socket.getLocalPort();
         } catch (IOException e) {

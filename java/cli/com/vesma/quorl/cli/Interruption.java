@@ -9,14 +9,17 @@ import java.util.concurrent.TimeUnit;
  */
 final class Interruption implements AutoCloseable {
     /** Seconds that the work may take to end. */
-    private static final long PATIENCE = 10;
+    private static final double PATIENCE = 10;
 
     private final Thread worker = Thread.currentThread();
     private final CountDownLatch ended = new CountDownLatch(1);
     private final Thread atExit = new Thread(this::interrupt, "quorl-interrupt");
+    private final long milliseconds;
     private volatile boolean requested;
 
-    Interruption() {
+    /** more: seconds that it may take beyond what is usual. */
+    Interruption(double more) {
+        milliseconds = (long) Math.min((PATIENCE + more) * 1000, Long.MAX_VALUE);
         Runtime.getRuntime().addShutdownHook(atExit);
     }
 
@@ -28,7 +31,7 @@ final class Interruption implements AutoCloseable {
         requested = true;
         worker.interrupt();
         try {
-            ended.await(PATIENCE, TimeUnit.SECONDS);
+            ended.await(milliseconds, TimeUnit.MILLISECONDS);
         } catch (InterruptedException e) {
             // The process ends in any case.
         }

@@ -23,6 +23,10 @@ final class ListenCommand extends Action {
             description = "end after that time; it is a failure when --count is given and not reached")
     Double timeout;
 
+    @Option(names = "--share", paramLabel = "NAME",
+            description = "of those that share the name, one gets each message; what waits for one that ends is lost")
+    String share;
+
     @Mixin
     OutputOptions output;
 
@@ -30,7 +34,7 @@ final class ListenCommand extends Action {
 
     @Override
     void check() {
-        subjects.forEach(this::checkListenable);
+        subjects.forEach(subject -> checkListenable(subject, share));
         if (count != null) checkAtLeast("--count", count, 1);
         if (timeout != null) checkAtLeast("--timeout", timeout, 0);
         output.check(this);
@@ -44,7 +48,7 @@ final class ListenCommand extends Action {
     @Override
     void begin(Session session) throws InterruptedException {
         output.open(session);
-        received = session.listen(transport, subjects, count, message -> output.print(session, message));
+        received = session.listen(transport, share, subjects, count, message -> output.print(session, message));
         session.checkListening();
     }
 

@@ -23,7 +23,7 @@ import picocli.CommandLine.UnmatchedArgumentException;
 /** The quorl command: sends, listens, asks and answers on subjects. */
 @Command(name = "quorl", versionProvider = Main.Version.class, description = "Sends messages to subjects and listens to them.",
         subcommands = {SendCommand.class, ListenCommand.class, RequestCommand.class, ReplyCommand.class, RunCommand.class,
-                CmCommand.class, StatsCommand.class, DemoCommand.class, DaemonCommand.class, DoctorCommand.class, HelpCommand.class},
+                CmCommand.class, FtCommand.class, StatsCommand.class, DemoCommand.class, DaemonCommand.class, DoctorCommand.class, HelpCommand.class},
         footer = {"", "Exit codes: 0 it worked, 1 it failed, 2 it was called wrongly.",
                 "'quorl help COMMAND' explains a command."})
 public final class Main implements Runnable {

@@ -10,7 +10,8 @@ import picocli.CommandLine.Parameters;
 /** quorl reply: answers the requests on a subject. */
 @Command(name = "reply", description = "Answers each request on a subject with the same fields, and prints the requests.",
         footer = {"", "Examples:", "  quorl reply clock.time answer:string=noon --daemon nats://127.0.0.1:4222",
-                "  quorl reply 'echo.>' --echo --quiet --daemon nats://127.0.0.1:4222"})
+                "  quorl reply 'echo.>' --echo --quiet --daemon nats://127.0.0.1:4222",
+                "  quorl reply clock.time answer:string=noon --share clocks --daemon nats://127.0.0.1:4222"})
 final class ReplyCommand extends Action {
     @Parameters(index = "0", paramLabel = "SUBJECT", description = "what to answer; wildcards are welcome")
     String subject;
@@ -29,6 +30,10 @@ final class ReplyCommand extends Action {
             description = "end after that time; it is a failure when --count is given and not reached")
     Double timeout;
 
+    @Option(names = "--share", paramLabel = "NAME",
+            description = "of those that share the name, one gets each request; what waits for one that ends is lost")
+    String share;
+
     @Option(names = "--quiet", description = "do not print the requests")
     boolean quiet;
 
@@ -43,7 +48,7 @@ final class ReplyCommand extends Action {
 
     @Override
     void check() {
-        checkListenable(subject);
+        checkListenable(subject, share);
         if (count != null) checkAtLeast("--count", count, 1);
         if (timeout != null) checkAtLeast("--timeout", timeout, 0);
         output.check(this);
@@ -58,7 +63,7 @@ final class ReplyCommand extends Action {
     @Override
     void begin(Session session) throws InterruptedException {
         output.open(session);
-        answered = session.listen(transport, List.of(subject), count, request -> answer(session, request));
+        answered = session.listen(transport, share, List.of(subject), count, request -> answer(session, request));
         session.checkListening();
     }
 

@@ -5,6 +5,8 @@ import com.vesma.quorl.QuorlCmListener;
 import com.vesma.quorl.QuorlCmTransport;
 import com.vesma.quorl.QuorlDispatcher;
 import com.vesma.quorl.QuorlException;
+import com.vesma.quorl.QuorlFtMember;
+import com.vesma.quorl.QuorlFtMonitor;
 import com.vesma.quorl.QuorlListener;
 import com.vesma.quorl.QuorlMsg;
 import com.vesma.quorl.QuorlQrdTransport;
@@ -27,6 +29,7 @@ import java.util.List;
 import java.util.Map;
 import java.util.Set;
 import java.util.function.Consumer;
+import java.util.function.IntConsumer;
 
 /**
  * What the commands of one process share: the open library, a transport for each bus that they name, and one queue with
@@ -91,6 +94,9 @@ final class Session implements AutoCloseable {
 
     /** Their listeners that end their agreements when this closes. */
     private final List<QuorlCmListener> cancelled = new ArrayList<>();
+
+    /** Queues of members; their dispatchers end with them. */
+    private final List<QuorlQueue> members = new ArrayList<>();
 
     /** Hears what the library tells of daemons; null while none is used. */
     private DaemonWatch watch;
@@ -171,7 +177,8 @@ final class Session implements AutoCloseable {
             if (subject.endsWith(".daemon.dropped") && doubted) return;
         }
         String server = subject.endsWith(".daemon.back") ? serverOf(advisory) : "";
-        String text = CertifiedAdvisoryText.isAbout(subject) ? CertifiedAdvisoryText.of(advisory) : AdvisoryText.of(advisory, server);
+        String text = CertifiedAdvisoryText.isAbout(subject) ? CertifiedAdvisoryText.of(advisory)
+                : FtAdvisoryText.isAbout(subject) ? FtAdvisoryText.of(advisory) : AdvisoryText.of(advisory, server);
         if (text == null) return;
         synchronized (err) {
             err.println("quorl: " + text);
@@ -303,17 +310,27 @@ final class Session implements AutoCloseable {
 
     /** Listens until the session closes, or until so many messages were handled when most is not null. */
     Counter listen(TransportOptions options, List<String> subjects, Long most, Consumer<QuorlMsg> handler) {
+        return listen(options, null, subjects, most, handler);
+    }
+
+    /** The same, sharing the messages with others of that name when share is not null. */
+    Counter listen(TransportOptions options, String share, List<String> subjects, Long most, Consumer<QuorlMsg> handler) {
         QuorlTransport transport = transport(options);
         Counter counter = new Counter(most);
+        QuorlListener.Handler counting = (listener, message) -> {
+            if (!counter.take()) {
+                listener.close();
+                return;
+            }
+            handler.accept(message);
+            counter.done();
+        };
         for (String subject : subjects) {
-            new QuorlListener(queue, transport, subject, (listener, message) -> {
-                if (!counter.take()) {
-                    listener.close();
-                    return;
-                }
-                handler.accept(message);
-                counter.done();
-            });
+            if (share == null) {
+                new QuorlListener(queue, transport, subject, counting);
+            } else {
+                QuorlListener.shared(share, queue, transport, subject, counting);
+            }
         }
         return counter;
     }
@@ -328,6 +345,13 @@ final class Session implements AutoCloseable {
         } catch (QuorlException e) {
             throw new Failure((name.ledger == null ? "" : name.ledger + ": ") + e.getMessage());
         }
+    }
+
+    /** Has this told of what certified senders of this process give up, until the session closes. */
+    void hearUndelivered(Consumer<QuorlMsg> use) {
+        // Advisories are on the bus of the process, whatever the daemon.
+        new QuorlListener(queue, new QuorlQrdTransport(null, null, ""), "_QUORL.ERROR.certified.undelivered",
+                (listener, advisory) -> use.accept(advisory));
     }
 
     /** As {@link #listen}, for certified messages, each confirmed when it was handled. */
@@ -349,6 +373,27 @@ final class Session implements AutoCloseable {
             if (cancel) cancelled.add(listener);
         }
         return counter;
+    }
+
+    /** A member of a group, told by a thread that does nothing else; whoever joins it closes it. */
+    QuorlFtMember.Builder member(TransportOptions options, String group) {
+        QuorlTransport transport = transport(options);
+        QuorlQueue own = new QuorlQueue("quorl member");
+        members.add(own);
+        QuorlDispatcher.builder(own).name("quorl-member").uncaughtExceptionHandler((thread, thrown) -> fail(thrown)).start();
+        return QuorlFtMember.builder(own, transport, group);
+    }
+
+    /** Watches a group until the session closes: told is given what its members do, and count how many are active. */
+    void monitor(TransportOptions options, String group, Duration lostInterval, Consumer<QuorlMsg> told, IntConsumer count) {
+        QuorlTransport transport = transport(options);
+        new QuorlListener(queue, transport, "_QUORL.*.ft.*", (listener, message) -> told.accept(message));
+        new QuorlFtMonitor(queue, transport, group, lostInterval, (monitor, active) -> count.accept(active));
+    }
+
+    /** Waits until that much time has passed, for ever when seconds is null; reports the failure of a handler. */
+    void pause(Double seconds) throws InterruptedException {
+        await(() -> false, seconds);
     }
 
     void send(TransportOptions options, QuorlMsg message) {
@@ -483,6 +528,7 @@ final class Session implements AutoCloseable {
     @Override
     public void close() {
         dispatcher.close();
+        for (QuorlQueue each : members) each.close();
         for (QuorlCmListener listener : cancelled) listener.close(true);
         for (QuorlCmTransport each : certified) each.close();
         // The last one of a daemon waits for what is on its way, and the watch hears what is dropped.

@@ -7,6 +7,9 @@ final class Subjects {
     /** Bytes of UTF-8 that a subject may have. */
     static final int MAX_BYTES = 254;
 
+    /** Characters of a name to share under. */
+    private static final int MAX_SHARE_NAME = 63;
+
     private Subjects() {}
 
     /** What keeps a subject from being sent to, or null. */
@@ -30,6 +33,18 @@ final class Subjects {
             if (elements[i].equals(">")) return "\">\" stands for all that follows, so it must be the last element";
         }
         return whyReserved(subject);
+    }
+
+    /** What keeps a name from being shared under, or null. */
+    static String whyNotShareName(String name) {
+        if (name.isEmpty()) return "the name is empty";
+        if (name.length() > MAX_SHARE_NAME) return "the name has " + name.length() + " characters, more than " + MAX_SHARE_NAME;
+        for (char c : name.toCharArray()) {
+            if (c <= ' ' || c >= 0x7f || ".*>".indexOf(c) >= 0) {
+                return "a name has printable ASCII characters only, without blanks, \".\", \"*\" and \">\"";
+            }
+        }
+        return null;
     }
 
     /** A program listens to its own inboxes, and nobody can name those on a command line. */

@@ -1,11 +1,16 @@
 package com.vesma.quorl.cli;
 
+import java.util.List;
 import java.util.Locale;
+import java.util.Set;
 
 /** Small pieces of text that several commands print. */
 final class Texts {
     /** Characters of somebody's text that a complaint repeats. */
     private static final int LONGEST = 200;
+
+    /** Names that a sentence lists. */
+    private static final int MOST_NAMES = 5;
 
     private Texts() {}
 
@@ -55,5 +60,14 @@ final class Texts {
     /** "1 message was", "2 messages were". */
     static String were(long count, String what) {
         return count + " " + what + (count == 1 ? " was" : "s were");
+    }
+
+    /** "archive", "archive, billing and prices", "a, b, c, d, e and 7 others". */
+    static String names(Set<String> names) {
+        List<String> shown = names.stream().sorted().limit(names.size() > MOST_NAMES + 1 ? MOST_NAMES : names.size()).toList();
+        int others = names.size() - shown.size();
+        if (others > 0) return String.join(", ", shown) + " and " + others + " others";
+        if (shown.size() < 2) return String.join("", shown);
+        return String.join(", ", shown.subList(0, shown.size() - 1)) + " and " + shown.get(shown.size() - 1);
     }
 }

@@ -1,5 +1,6 @@
 package com.vesma.quorl.cli;
 
+import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.BufferedReader;
@@ -10,12 +11,16 @@ import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Map;
+import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.TimeUnit;
 
 /** The command in a process of its own; killed when the test ends. */
 final class ChildCommand implements AutoCloseable {
     /** Seconds that anything may take. */
     static final long LIMIT = 60;
+
+    /** Seconds after which it is killed. */
+    private static final long LIFE = 5 * LIMIT;
 
     final Process process;
     final BufferedReader out;
@@ -40,6 +45,8 @@ final class ChildCommand implements AutoCloseable {
         ProcessBuilder builder = new ProcessBuilder(command).directory(folder.toFile()).redirectError(err.toFile());
         builder.environment().putAll(environment);
         process = builder.start();
+        // So that a test that waits for a line which does not come fails, and says so.
+        CompletableFuture.delayedExecutor(LIFE, TimeUnit.SECONDS).execute(process::destroyForcibly);
         out = process.inputReader(StandardCharsets.UTF_8);
     }
 
@@ -87,8 +94,16 @@ final class ChildCommand implements AutoCloseable {
         return child;
     }
 
+    /** A line that it prints. */
+    String line() throws IOException {
+        String line = out.readLine();
+        assertNotNull(line, this::said);
+        return line;
+    }
+
+    /** Returns when it is gone, with its files and connections. */
     @Override
     public void close() {
-        process.destroyForcibly();
+        process.destroyForcibly().onExit().orTimeout(LIMIT, TimeUnit.SECONDS).join();
     }
 }

@@ -1,7 +1,6 @@
 package com.vesma.quorl.cli;
 
 import static org.junit.jupiter.api.Assertions.assertFalse;
-import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.IOException;
@@ -25,13 +24,12 @@ final class ChildDaemon implements AutoCloseable {
     /** With options of the virtual machine. */
     ChildDaemon(Path folder, List<String> options) throws IOException {
         child = new ChildCommand(folder, Map.of(), options, List.of("daemon", "--port", "0"));
-        String first = child.out.readLine();
-        assertNotNull(first, child::said);
+        String first = child.line();
         assertTrue(first.matches("The daemon runs at nats://127\\.0\\.0\\.1:[0-9]+ \\(process [0-9]+\\)\\."), first);
         address = first.replaceAll("^.*(nats://\\S+) .*$", "$1");
         pid = Long.parseLong(first.replaceAll("^.*process ([0-9]+).*$", "$1"));
-        assertTrue(child.out.readLine().contains("--daemon " + address));
-        assertTrue(child.out.readLine().contains("kill " + child.process.pid()));
+        assertTrue(child.line().contains("--daemon " + address));
+        assertTrue(child.line().contains("kill " + child.process.pid()));
     }
 
     boolean serverRuns() {

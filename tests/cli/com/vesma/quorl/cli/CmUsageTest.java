@@ -26,7 +26,7 @@ class CmUsageTest {
     Path folder;
 
     @ParameterizedTest
-    @ValueSource(strings = {"send", "listen", "review", "verify", "export"})
+    @ValueSource(strings = {"send", "resume", "listen", "review", "verify", "export", "demo"})
     void helpShowsWhatTheOptionShows(String command) {
         Cli help = Cli.run("help", "cm", command);
         assertEquals(Cli.run("cm", command, "--help"), help);
@@ -36,7 +36,7 @@ class CmUsageTest {
 
     @Test
     void wrongCallsAreExplained() {
-        Cli.expectUsage("no command is given; there are send, listen, review, verify, export", "quorl cm", "cm");
+        Cli.expectUsage("no command is given; there are send, resume, listen, review, verify, export, demo", "quorl cm", "cm");
         Cli.expectUsage("there is no command 'lisen'; did you mean listen?", "quorl cm", "cm", "lisen");
         Cli.expectUsage("there is no command 'cm nothing'", "quorl", "help", "cm", "nothing");
         Cli.expectUsage("--ledger needs a --name, whose ledger it is", "quorl cm send", "cm", "send", "a", "--ledger", "l");
@@ -45,6 +45,10 @@ class CmUsageTest {
                 "--durability", "disk");
         Cli.expectUsage("subject \"a..b\": element 2 is empty", "quorl cm review", "cm", "review", "a..b", "--name", "n", "--ledger", "l");
         Cli.expectUsage("--timeout takes a number of at least 0, not -1", "quorl cm send", "cm", "send", "a", "--timeout", "-1");
+        Cli.expectUsage("Missing required parameter: 'SUBJECT'", "quorl cm send", "cm", "send");
+        Cli.expectUsage("Missing required parameter: 'SUBJECT'; 'quorl cm resume' sends what the ledger keeps", "quorl cm send", "cm", "send",
+                "--name", "n", "--ledger", "l");
+        Cli.expectUsage("resume needs a --name and its --ledger", "quorl cm resume", "cm", "resume", "--name", "n");
         Cli.expectUsage("-e line 1: 'cm review' is for the command line, not for a script", "quorl run", "run", "-e",
                 "cm review --name n --ledger l");
     }
@@ -89,6 +93,15 @@ class CmUsageTest {
     }
 
     @Test
+    void aSentenceListsNames() {
+        assertEquals("", Texts.names(Set.of()));
+        assertEquals("a", Texts.names(Set.of("a")));
+        assertEquals("a and b", Texts.names(Set.of("b", "a")));
+        assertEquals("a, b, c, d, e and f", Texts.names(Set.of("a", "b", "c", "d", "e", "f")));
+        assertEquals("a, b, c, d, e and 2 others", Texts.names(Set.of("a", "b", "c", "d", "e", "f", "g")));
+    }
+
+    @Test
     void aReviewTellsWhoLacksWhat() {
         QuorlCmSubject kept = new QuorlCmSubject("orders.new", 3, 9, 7, 700, List.of(
                 new QuorlCmSubject.Listener("archive", 0, 7, null, false),
@@ -99,8 +112,8 @@ class CmUsageTest {
                   billing: confirmed up to 8, lacks 1, last heard 1970-01-01T00:00:00Z
                 """, CmReviewCommand.text(kept));
         assertEquals("{\"subject\":\"orders.new\",\"first\":3,\"last\":9,\"messages\":7,\"bytes\":700,\"listeners\":["
-                + "{\"name\":\"archive\",\"confirmed\":0,\"unconfirmed\":7,\"registered\":false},"
-                + "{\"name\":\"billing\",\"confirmed\":8,\"unconfirmed\":1,\"heard\":\"1970-01-01T00:00:00Z\",\"registered\":true}]}",
+                + "{\"name\":\"archive\",\"confirmed_up_to\":0,\"unconfirmed\":7,\"registered\":false},"
+                + "{\"name\":\"billing\",\"confirmed_up_to\":8,\"unconfirmed\":1,\"heard\":\"1970-01-01T00:00:00Z\",\"registered\":true}]}",
                 CmReviewCommand.json(kept));
         assertEquals("a: nothing is kept of 4\n", CmReviewCommand.text(new QuorlCmSubject("a", 5, 4, 0, 0, List.of())));
     }

@@ -13,6 +13,7 @@ import java.io.Writer;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.List;
 import java.util.concurrent.BlockingQueue;
 import java.util.concurrent.FutureTask;
 import java.util.concurrent.LinkedBlockingQueue;
@@ -82,6 +83,24 @@ class CommandsTest {
     @Test
     void aMessageThatAsksForNoReplyGetsNone() {
         Cli.expect("echo {a=1}\n", "reply echo x:i32=1", "send echo a:i32=1");
+    }
+
+    @Test
+    void thoseThatShareANameTakeTurns() {
+        Cli.expect("w.x {n=1}\nw.x {n=2}\nw.x {n=3}\nw.x {n=4}\n", "listen 'w.*' --share crew --count 2",
+                "listen w.x --share crew --count 2", "send w.x 'n:i32={n}' --count 4");
+        Cli.expect("{answer=\"a\"}\n{answer=\"b\"}\n", "reply ask answer:string=a --share crew --quiet --count 1",
+                "reply ask answer:string=b --share crew --quiet --count 1", "request ask", "request ask");
+    }
+
+    @Test
+    void aNameToShareUnderIsChecked() {
+        for (String bad : List.of("''", "'two words'", "a.b", "'*'", "x".repeat(64))) {
+            Cli refused = Cli.run("run", "-e", "listen a --share " + bad);
+            assertEquals(2, refused.code(), bad);
+            assertTrue(refused.err().contains("--share"), refused.err());
+        }
+        assertEquals(2, Cli.run("reply", "_QUORL.x", "--share", "crew").code());
     }
 
     @Test

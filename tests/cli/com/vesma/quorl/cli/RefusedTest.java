@@ -91,7 +91,7 @@ class RefusedTest {
                 ChildCommand listener = ChildCommand.listening(folder, server.address, "ready", "listen c --count 100000 --timeout 60");
                 ChildCommand sender = new ChildCommand(folder, "send", "c", "n:i32={n}", "--count", "1000000", "--rate", "100",
                         "--daemon", server.address)) {
-            for (int i = 1; i <= 5; i++) assertEquals("c {n=" + i + "}", listener.out.readLine());
+            for (int i = 1; i <= 5; i++) assertEquals("c {n=" + i + "}", listener.line());
             server.signal("STOP");
             sender.interrupt();
             assertEquals(130, sender.code());

@@ -112,7 +112,7 @@ class StreamsTest {
             OutputStream typed = sender.process.getOutputStream();
             typed.write("n:i32\n1\n".getBytes(StandardCharsets.UTF_8));
             typed.flush();
-            assertEquals("i {n=1}", listener.out.readLine());
+            assertEquals("i {n=1}", listener.line());
             sender.interrupt();
             assertEquals(130, sender.code());
             assertEquals("quorl: interrupted; 1 message was sent, and the daemon has confirmed it\n", sender.said());
@@ -153,7 +153,7 @@ class StreamsTest {
     void aReaderThatGoesAwayEndsTheListenerQuietly() throws Exception {
         try (ChildCommand listener = listening("ready.p", "listen p --count 100000 --timeout 60")) {
             Cli.run("send", "p", "--daemon", daemon.address);
-            assertEquals("p {}", listener.out.readLine());
+            assertEquals("p {}", listener.line());
             listener.out.close();
             // The first write into the closed pipe may be the one that it notices.
             Cli.run("send", "p", "--count", "2", "--daemon", daemon.address);
@@ -171,7 +171,7 @@ class StreamsTest {
             OutputStream typed = sender.process.getOutputStream();
             typed.write("m:i32\n1\n".getBytes(StandardCharsets.UTF_8));
             typed.flush();
-            assertEquals("g {n=1, m=1}", listener.out.readLine());
+            assertEquals("g {n=1, m=1}", listener.line());
             brief.close();
             typed.write("2\n".getBytes(StandardCharsets.UTF_8));
             typed.close();

@@ -47,7 +47,7 @@ class UsageTest {
     }
 
     @ParameterizedTest
-    @ValueSource(strings = {"send", "listen", "request", "reply", "run", "cm", "stats", "demo", "daemon", "doctor", "help"})
+    @ValueSource(strings = {"send", "listen", "request", "reply", "run", "cm", "ft", "stats", "demo", "daemon", "doctor", "help"})
     void helpShowsWhatTheOptionShows(String command) {
         Cli help = Cli.run("help", command);
         assertEquals(Cli.run(command, "--help"), help);
@@ -65,7 +65,7 @@ class UsageTest {
     void theHelpNamesEveryCommand() {
         Cli help = Cli.run("--help");
         assertEquals(0, help.code());
-        for (String command : new String[] {"send", "listen", "request", "reply", "run", "cm", "stats", "demo", "daemon", "doctor", "help"}) {
+        for (String command : new String[] {"send", "listen", "request", "reply", "run", "cm", "ft", "stats", "demo", "daemon", "doctor", "help"}) {
             assertTrue(help.out().contains("\n  " + command + " "), help.out());
         }
     }

@@ -1,0 +1,412 @@
+// Workers: coming, saying what they hold and have done, and going.
+#include <algorithm>
+#include <utility>
+
+#include "certified/protocol/frame.h"
+#include "dqueue/protocol/scheduler.h"
+#include "quorl/quorl.h"
+
+namespace quorl::dqueue {
+namespace {
+
+constexpr size_t resentMost = 256;  // hand-outs at once
+constexpr size_t overdueMost = 10'000;
+// Numbers of one range that are looked at one by one; workers say more in a range only of what is settled.
+constexpr uint64_t spanMost = 100'000;
+constexpr int64_t missedFor = 30 * milliseconds;
+
+// Marks a part as come; true: all have.
+bool comes(std::vector<bool>& parts, const Frame& frame) {
+    if (parts.size() != frame.parts) return false;
+    parts[frame.part] = true;
+    return std::ranges::find(parts, false) == parts.end();
+}
+
+}  // namespace
+
+WorkerEntry* Scheduler::find(uint64_t member) noexcept {
+    const auto found = workersByMember_.find(member);
+    return found == workersByMember_.end() ? nullptr : found->second;
+}
+
+bool Scheduler::isMember(uint64_t member) const noexcept {
+    if (member == shared_.id) return true;
+    bool found = false;
+    shared_.election.peers().each([&](const ftolerance::Peer& peer) {
+        found = found || (peer.last.member == member && peer.last.state != ftolerance::State::left);
+    });
+    return found;
+}
+
+// The worker that a frame of an attachment is from. Null: nobody that is known to be there, or it is late.
+WorkerEntry* Scheduler::meet(const Frame& frame) {
+    WorkerEntry* worker = find(frame.member);
+    if (worker == nullptr) {
+        if (!isMember(frame.member)) {
+            ++shared_.counts.foreign;
+            return nullptr;
+        }
+        if (workers_.size() >= membersMost) {
+            if (!std::exchange(crowdedTold_, true))
+                shared_.tell(Event::Kind::crowded, frame.member).number = workers_.size();
+            return nullptr;
+        }
+        auto made = std::make_unique<WorkerEntry>();
+        worker = made.get();
+        worker->member = frame.member;
+        worker->label = shared_.labelOf(frame.member);
+        worker->address = addressOf(shared_.settings.queue, frame.member);
+        worker->time = time_;
+        workers_.reserve(workers_.size() + 1);
+        workersByMember_.emplace(frame.member, worker);
+        workers_.push_back(std::move(made));
+    }
+    if (frame.attachment < worker->attachment || frame.attachment == 0) return nullptr;
+    if (frame.attachment == worker->attachment) return worker;
+    worker->attachment = frame.attachment;
+    worker->offered = worker->inventoried = false;
+    worker->offer = worker->offerComing = 0;
+    worker->inventoryComing = 0;
+    worker->offerParts.clear();
+    worker->inventoryParts.clear();
+    worker->unacknowledged.clear();
+    worker->sequence = 0;
+    worker->resendAt = INT64_MAX;
+    worker->resendPause.reset();
+    clearOverdue(*worker);
+    return worker;
+}
+
+void Scheduler::welcome(const WorkerEntry& worker, uint64_t report) {
+    Frame frame = shared_.frameOf(Kind::welcome, term_);
+    frame.attachment = worker.attachment;
+    frame.sequence = worker.offer;
+    frame.report = report;
+    frame.flags = worker.inventoried ? flagInventoryTaken : 0;
+    shared_.sendTo(worker.member, frame);
+}
+
+void Scheduler::sendAnew(uint64_t member, uint64_t attachment) {
+    Frame frame = shared_.frameOf(Kind::welcome, term_);
+    frame.attachment = attachment;
+    frame.flags = flagAnew;
+    shared_.sendTo(member, frame);
+}
+
+// ---- coming
+
+void Scheduler::onOffer(const Frame& frame) {
+    if (frame.term != term_) return;
+    WorkerEntry* worker = meet(frame);
+    if (worker == nullptr) return;
+    if (worker->offered && frame.sequence <= worker->offer) return welcome(*worker, 0);
+    if (worker->offerComing > frame.sequence) return;
+    if (worker->offerComing != frame.sequence || worker->offerParts.size() != frame.parts) {
+        worker->offerComing = frame.sequence;
+        worker->offerParts.assign(frame.parts, false);
+        worker->offerPatterns.clear();
+    }
+    if (worker->offerParts[frame.part]) return;
+    forEachPattern(frame.list, [&](const OfferedPattern& offered) {
+        if (worker->offerPatterns.size() < patternsMost)
+            worker->offerPatterns.emplace_back(offered.flags, offered.pattern);
+    });
+    if (!comes(worker->offerParts, frame)) return;
+    std::vector<std::string> cancelled;
+    worker->patterns.clear();
+    for (auto& [flags, pattern] : worker->offerPatterns)
+        ((flags & patternCancelled) != 0 ? cancelled : worker->patterns).push_back(std::move(pattern));
+    std::ranges::sort(worker->patterns);
+    const auto again = std::ranges::unique(worker->patterns);
+    worker->patterns.erase(again.begin(), again.end());
+    worker->offerPatterns.clear();
+    worker->offerParts.clear();
+    worker->offer = frame.sequence;
+    worker->weight = frame.weight;
+    worker->tasks = frame.tasks;
+    worker->leaving = (frame.flags & flagLeaving) != 0;
+    const bool first = !worker->offered;
+    worker->offered = true;
+    workersChanged();
+    updatePatterns(cancelled);
+    if (first && worker->attached()) attachedNow(*worker);
+    welcome(*worker, 0);
+}
+
+void Scheduler::onReport(const Frame& frame) {
+    if (frame.term != term_) return;
+    const bool inventory = (frame.flags & flagInventory) != 0;
+    WorkerEntry* worker = inventory ? meet(frame) : find(frame.member);
+    if (!inventory && worker != nullptr && worker->attachment != frame.attachment) worker = nullptr;
+    if (inventory && worker == nullptr) return;
+    if (inventory) return onInventory(frame, *worker);
+    if (worker == nullptr && !isMember(frame.member)) {
+        ++shared_.counts.foreign;
+        return;
+    }
+    // What is done is done, whatever has become of the worker meanwhile.
+    bool answers = false;
+    forEachGroup(frame.list, [&](const Group& group) {
+        if (group.kind == GroupKind::held || group.kind == GroupKind::count || group.kind == GroupKind::taken) return;
+        Stream* stream = shared_.streams.make(group.stream, shared_.now.monotonic);
+        if (stream == nullptr) return;
+        certified::forEachRange(group.ranges, 0, [&](Range range) {
+            if (range.last - range.first >= spanMost) {
+                ++shared_.counts.foreign;
+                return;
+            }
+            for (uint64_t number = range.first; number <= range.last; ++number) {
+                if (group.kind == GroupKind::done) {
+                    completed(*stream, number, worker);
+                    continue;
+                }
+                answers = worker != nullptr;
+                const auto found = stream->tasks.find(number);
+                if (found == stream->tasks.end() || worker == nullptr || found->second->worker != worker) continue;
+                reassign(*found->second, "the worker gives it back", group.kind == GroupKind::failed);
+            }
+        });
+    });
+    if (worker == nullptr) return sendAnew(frame.member, frame.attachment);
+    if (worker->attached()) acknowledge(frame, *worker);
+    if (answers) welcome(*worker, frame.report);
+}
+
+void Scheduler::onInventory(const Frame& frame, WorkerEntry& worker) {
+    if (!worker.inventoried && worker.inventoryComing <= frame.report &&
+        (worker.inventoryComing != frame.report || worker.inventoryParts.size() != frame.parts)) {
+        worker.inventoryComing = frame.report;
+        worker.inventoryParts.assign(frame.parts, false);
+    }
+    const bool counts = !worker.inventoried && worker.inventoryComing == frame.report;
+    forEachGroup(frame.list, [&](const Group& group) {
+        Stream* stream = shared_.streams.make(group.stream, shared_.now.monotonic);
+        if (stream == nullptr) return;
+        certified::forEachRange(group.ranges, 0, [&](Range range) {
+            if (group.kind == GroupKind::done) {
+                // Of long ranges only the tasks that there are, and the rest at once.
+                std::vector<uint64_t> done;
+                for (const auto& [number, task] : stream->tasks) {
+                    if (number >= range.first && number <= range.last) done.push_back(number);
+                }
+                std::ranges::sort(done);
+                for (const uint64_t number : done) completed(*stream, number, nullptr);
+                if (stream->settled.rangeCount() >= Streams::rangesMost) return;
+                const uint64_t before = stream->settled.upTo() + stream->settled.beyond();
+                stream->settled.add(range);
+                if (stream->settled.upTo() + stream->settled.beyond() == before) return;
+                if (range.last - range.first < spanMost) {
+                    for (uint64_t number = range.first; number <= range.last; ++number) stream->fresh.push_back(number);
+                }
+                markDirty(*stream);
+            } else if (group.kind == GroupKind::held && counts && range.last - range.first < spanMost) {
+                for (uint64_t number = range.first; number <= range.last; ++number)
+                    heldBy(*stream, number, group.reassigned, worker, frame.report);
+            }
+        });
+    });
+    if (!counts || !comes(worker.inventoryParts, frame)) {
+        if (worker.inventoried) welcome(worker, 0);
+        return;
+    }
+    // What it does not name it never got.
+    std::vector<ScheduledTask*> missing;
+    for (ScheduledTask* task = worker.list.first(); task != nullptr; task = task->behind) {
+        if (task->listed != frame.report) missing.push_back(task);
+    }
+    for (auto task = missing.rbegin(); task != missing.rend(); ++task)
+        reassign(**task, "the worker did not get it", false);
+    worker.inventoried = true;
+    workersChanged();
+    if (worker.attached()) attachedNow(worker);
+    welcome(worker, 0);
+}
+
+// A worker says that it has the task, which it may have had from an earlier scheduler.
+void Scheduler::heldBy(Stream& stream, uint64_t number, uint32_t reassigned, WorkerEntry& worker, uint64_t inventory) {
+    if (stream.settled.contains(number)) return addOverdue(worker, stream, number);
+    const auto found = stream.tasks.find(number);
+    ScheduledTask& task = found != stream.tasks.end() ? *found->second : makeTask(stream, number);
+    task.reassigned = std::max(task.reassigned, reassigned);
+    if (task.state == State::assigned && task.worker != &worker) return addOverdue(worker, stream, number);
+    if (task.state != State::assigned) {
+        unplace(task);
+        place(task, worker);
+    }
+    task.attachment = worker.attachment;
+    task.listed = inventory;
+}
+
+void Scheduler::attachedNow(WorkerEntry& worker) {
+    if (!worker.joined) {
+        worker.joined = true;
+        shared_.tell(Event::Kind::workerJoined, worker.member).number = worker.tasks;
+    }
+    lookWhetherSettled();
+}
+
+// Whether all that are there have said what they hold, or have had time enough.
+void Scheduler::lookWhetherSettled() {
+    if (!settling_) return;
+    bool all = true;
+    const auto look = [&](uint64_t member) {
+        const WorkerEntry* worker = find(member);
+        all = all && worker != nullptr && worker->attached();
+    };
+    look(shared_.id);
+    shared_.election.peers().each([&](const ftolerance::Peer& peer) {
+        if (peer.last.state != ftolerance::State::left) look(peer.last.member);
+    });
+    if (!all && shared_.now.monotonic < settlingUntil_) return;
+    settling_ = false;
+    updatePatterns({});
+}
+
+void Scheduler::workersChanged() {
+    uniform_ = true;
+    const WorkerEntry* first = nullptr;
+    for (const auto& worker : workers_) {
+        if (!worker->attached()) continue;
+        if (first == nullptr) first = worker.get();
+        uniform_ = uniform_ && worker->patterns == first->patterns;
+    }
+}
+
+// ---- hand-outs
+
+void Scheduler::setResend(WorkerEntry& worker) noexcept {
+    if (worker.unacknowledged.empty()) {
+        worker.resendAt = INT64_MAX;
+        return;
+    }
+    if (worker.resendAt != INT64_MAX) return;
+    worker.resendAt = shared_.now.monotonic + worker.resendPause.take();
+    resendAt_ = std::min(resendAt_, worker.resendAt);
+}
+
+// Takes off what has come, and sends again at once what is missing below it.
+void Scheduler::acknowledge(const Frame& frame, WorkerEntry& worker) {
+    auto& list = worker.unacknowledged;
+    if (list.empty() || list.front().sequence > frame.sequence) return;
+    std::vector<WorkerEntry::HandedOut> missing;
+    const auto isMissing = [&](uint64_t sequence) {
+        bool found = false;
+        certified::forEachRange(frame.missing, 0, [&](Range range) {
+            found = found || (sequence >= range.first && sequence <= range.last);
+        });
+        return found;
+    };
+    bool progress = false;
+    while (!list.empty() && list.front().sequence <= frame.sequence) {
+        if (!frame.missing.empty() && isMissing(list.front().sequence)) {
+            missing.push_back(list.front());
+        } else {
+            progress = true;
+        }
+        list.pop_front();
+    }
+    bool again = false;
+    for (auto one = missing.rbegin(); one != missing.rend(); ++one) {
+        again = again || shared_.now.monotonic - one->at >= missedFor;
+        list.push_front(*one);
+    }
+    if (progress) {
+        worker.resendPause.reset();
+        worker.resendAt = INT64_MAX;
+    }
+    if (again) worker.resendAt = resendAt_ = shared_.now.monotonic;
+    setResend(worker);
+}
+
+void Scheduler::resend(WorkerEntry& worker) {
+    worker.resendAt = INT64_MAX;
+    if (!worker.attached()) return;
+    size_t count = 0;
+    companion::Writer<listMost> gone;
+    uint64_t previous = 0;
+    for (auto& one : worker.unacknowledged) {
+        if (++count > resentMost) break;
+        if (shared_.now.monotonic - one.at < missedFor) continue;
+        one.at = shared_.now.monotonic;
+        const bool still = one.task->serial == one.serial && one.task->state == State::assigned &&
+                           one.task->worker == &worker && one.task->attachment == worker.attachment;
+        if (still && one.task->message) {
+            sendTask(*one.task, worker, one.sequence);
+            continue;
+        }
+        const size_t before = gone.size();
+        gone.number(one.sequence - previous);
+        gone.number(0);
+        if (!gone.fits()) {
+            gone.cut(before);
+            break;
+        }
+        previous = one.sequence;
+    }
+    if (gone.size() != 0) {
+        Frame frame = shared_.frameOf(Kind::voided, term_);
+        frame.attachment = worker.attachment;
+        frame.list = gone.bytes();
+        shared_.sendTo(worker.member, frame);
+    }
+    setResend(worker);
+}
+
+// ---- going
+
+void Scheduler::membersChanged() {
+    std::vector<WorkerEntry*> gone;
+    for (const auto& worker : workers_) {
+        if (!isMember(worker->member)) gone.push_back(worker.get());
+    }
+    for (WorkerEntry* worker : gone) {
+        bool left = false;
+        shared_.election.peers().each(
+            [&](const ftolerance::Peer& peer) { left = left || peer.last.member == worker->member; });
+        lose(*worker, left);
+    }
+    lookWhetherSettled();
+}
+
+void Scheduler::lose(WorkerEntry& worker, bool left) {
+    if (worker.joined) {
+        Event& event = shared_.out->events.emplace_back();
+        event.kind = left ? Event::Kind::workerLeft : Event::Kind::workerLost;
+        event.member = worker.member;
+        event.label = worker.label;
+        event.number = worker.held;
+    }
+    // The oldest goes first again.
+    std::vector<ScheduledTask*> held;
+    for (ScheduledTask* task = worker.list.first(); task != nullptr; task = task->behind) held.push_back(task);
+    for (auto task = held.rbegin(); task != held.rend(); ++task)
+        reassign(**task, left ? "the worker has left" : "the worker is lost", !left);
+    clearOverdue(worker);
+    workersByMember_.erase(worker.member);
+    std::erase_if(workers_, [&](const auto& one) { return one.get() == &worker; });
+    workersChanged();
+    updatePatterns({});
+}
+
+void Scheduler::clearOverdue(WorkerEntry& worker) noexcept {
+    for (const auto& one : worker.overdue) --one.stream->pins;
+    worker.overdue.clear();
+}
+
+void Scheduler::addOverdue(WorkerEntry& worker, Stream& stream, uint64_t number) {
+    if (worker.overdue.size() >= overdueMost) return;
+    worker.overdue.push_back({&stream, number});
+    ++stream.pins;
+}
+
+std::vector<WorkerReview> Scheduler::workers() const {
+    std::vector<WorkerReview> found;
+    for (const auto& worker : workers_) {
+        if (!worker->attached()) continue;
+        found.push_back({worker->member, worker->label, worker->weight, worker->tasks, worker->held, worker->handedOut,
+                         worker->leaving});
+    }
+    return found;
+}
+
+}  // namespace quorl::dqueue

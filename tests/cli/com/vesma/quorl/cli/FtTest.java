@@ -1,0 +1,170 @@
+package com.vesma.quorl.cli;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.TimeUnit;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** quorl ft: members that print or run a program, over a daemon, and what they leave behind however they end. */
+class FtTest {
+    /** Says its token and process, and whether somebody else runs; starts a child of its own. */
+    private static final String PROGRAM = "exec 9>lock; flock -n 9 || echo two run; sleep 1000 9>&- & echo \"run $QUORL_FT_TOKEN $QUORL_FT_GROUP $$ $!\"; "
+            + "trap 'echo end; exit 0' TERM; while :; do sleep 0.05 9>&-; done";
+
+    @TempDir
+    Path folder;
+
+    private ChildCommand join(ChildDaemon daemon, String... more) throws IOException {
+        List<String> arguments = new ArrayList<>(List.of("ft", "join", "g", "--heartbeat", "0.2", "--preparation", "0.5", "--activation", "1",
+                "--daemon", daemon.address));
+        arguments.addAll(List.of(more));
+        return new ChildCommand(folder, arguments.toArray(String[]::new));
+    }
+
+    private static void terminate(ChildCommand child) throws Exception {
+        Process kill = new ProcessBuilder("kill", "-TERM", Long.toString(child.process.pid())).start();
+        assertTrue(kill.waitFor(ChildCommand.LIMIT, TimeUnit.SECONDS) && kill.exitValue() == 0);
+    }
+
+    private static void awaitGone(String pid) {
+        ProcessHandle.of(Long.parseLong(pid)).ifPresent(each -> each.onExit().orTimeout(ChildCommand.LIMIT, TimeUnit.SECONDS).join());
+    }
+
+    /** The words of the line by which a program says that it runs. */
+    private static String[] running(ChildCommand child) throws IOException {
+        String line = child.out.readLine();
+        assertTrue(line != null && line.matches("run [0-9]+ g [0-9]+ [0-9]+"), () -> line + "\n" + child.said());
+        return line.split(" ");
+    }
+
+    @Test
+    void actionsArePrintedAsTheyCome() throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder); ChildCommand light = join(daemon)) {
+            assertEquals("prepare", light.out.readLine());
+            assertTrue(light.out.readLine().matches("activate, token [1-9][0-9]*"));
+            try (ChildCommand heavy = join(daemon, "--weight", "2", "--json")) {
+                assertEquals("deactivate", light.out.readLine());
+                assertEquals("{\"group\":\"g\",\"action\":\"prepare\"}", heavy.out.readLine());
+                assertTrue(heavy.out.readLine().matches("\\{\"group\":\"g\",\"action\":\"activate\",\"token\":\"[1-9][0-9]*\"}"));
+                terminate(heavy);
+                assertEquals(143, heavy.code());
+            }
+            assertTrue(light.out.readLine().matches("prepare|activate, .*"));
+        }
+    }
+
+    @Test
+    void aStandbyTakesOverFromOneThatIsKilledAndNothingIsLeft() throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder);
+                ChildCommand first = join(daemon, "--weight", "2", "--exec", "sh", "-c", PROGRAM)) {
+            String[] one = running(first);
+            try (ChildCommand next = join(daemon, "--exec", "sh", "-c", PROGRAM)) {
+                next.awaitSaid("joined g");
+                first.process.destroyForcibly();
+                awaitGone(one[3]);
+                awaitGone(one[4]);
+                String[] other = running(next);
+                assertTrue(Long.compareUnsigned(Long.parseUnsignedLong(other[1]), Long.parseUnsignedLong(one[1])) > 0);
+                terminate(next);
+                assertEquals("end", next.out.readLine());
+                assertEquals(143, next.code());
+                awaitGone(other[3]);
+                awaitGone(other[4]);
+            }
+        }
+    }
+
+    @Test
+    void theNextRunsWhenTheProgramHasEnded() throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder); ChildCommand light = join(daemon, "--exec", "sh", "-c", PROGRAM)) {
+            String[] one = running(light);
+            try (ChildCommand heavy = join(daemon, "--weight", "2", "--exec", "sh", "-c", PROGRAM)) {
+                assertEquals("end", light.out.readLine());
+                running(heavy);
+                awaitGone(one[3]);
+                awaitGone(one[4]);
+                heavy.interrupt();
+                assertEquals("end", heavy.out.readLine());
+                assertEquals(130, heavy.code());
+            }
+            running(light);
+            terminate(light);
+            assertEquals("end", light.out.readLine());
+        }
+    }
+
+    @Test
+    void aProgramThatEndsByItselfEndsTheCommandWithItsCode() throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder)) {
+            for (String[] each : new String[][] {{"exit 7", "7"}, {"exit 0", "0"}, {"kill -9 $$", "137"}}) {
+                try (ChildCommand child = join(daemon, "--exec", "sh", "-c", each[0])) {
+                    assertEquals(Integer.parseInt(each[1]), child.code());
+                    assertTrue(child.said().endsWith("quorl: \"sh\" has ended by itself, with exit code " + each[1] + "; leaving g\n"), child.said());
+                }
+            }
+            try (ChildCommand child = join(daemon, "--exec", "/nonexistent/program", "--help", "-x")) {
+                assertTrue(child.code() != 0);
+                assertTrue(child.said().contains("/nonexistent/program"), child.said());
+            }
+        }
+    }
+
+    @Test
+    void aProgramThatDoesNotEndIsKilled() throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder);
+                ChildCommand child = join(daemon, "--grace", "0.2", "--exec", "sh", "-c", "trap '' TERM; echo $$; while :; do sleep 0.05; done")) {
+            String pid = child.out.readLine();
+            terminate(child);
+            assertEquals(143, child.code());
+            assertFalse(ProcessHandle.of(Long.parseLong(pid)).map(ProcessHandle::isAlive).orElse(false));
+            assertTrue(child.said().contains("quorl: \"sh\" has not ended within 0.2 s of SIGTERM, and is killed\n"), child.said());
+        }
+    }
+
+    @Test
+    void watchingTellsOfEachMemberAndOfEachCount() throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder);
+                ChildCommand watch = new ChildCommand(folder, "ft", "watch", "g", "--lost", "1", "--json", "--daemon", daemon.address)) {
+            String start = "{\"time\":\"[-0-9T:.]+Z\",\"group\":\"g\",\"event\":";
+            assertTrue(watch.out.readLine().matches("\\" + start + "\"count\",\"active\":0}"));
+            try (ChildCommand member = join(daemon, "--weight", "9", "--goal", "2")) {
+                String one = "\"member\",\"peer\":\"[0-9a-f]{16}\",\"label\":\"[^\"]+/" + member.process.pid() + "\",\"state\":\"";
+                String joining = watch.out.readLine();
+                assertTrue(joining.matches("\\" + start + one + "joining\",\"weight\":9,\"goal\":2}"), joining);
+                String active = watch.out.readLine();
+                assertTrue(active.matches("\\" + start + one + "active\",\"weight\":9,\"goal\":2,\"token\":\"[0-9]+\"}"), active);
+                assertTrue(watch.out.readLine().matches("\\" + start + "\"count\",\"active\":1}"));
+                member.process.destroyForcibly();
+                String lost = watch.out.readLine();
+                assertTrue(lost.matches("\\" + start + one + "lost\",\"weight\":9,\"goal\":2,\"token\":\"[0-9]+\"}"), lost);
+                assertTrue(watch.out.readLine().matches("\\" + start + "\"count\",\"active\":0}"));
+            }
+            assertFalse(watch.said().contains("_QUORL"), watch.said());
+        }
+    }
+
+    @Test
+    void watchingNobodyEndsAfterItsTime() {
+        Cli run = Cli.run("ft", "watch", "g", "--lost", "0.05", "--timeout", "0.5", "--daemon", "");
+        assertEquals(0, run.code(), run.err());
+        assertTrue(run.out().matches("[-0-9T:.]+Z 0 active\n"), run.out());
+        assertTrue(run.err().contains("no member in another process can be heard here"), run.err());
+    }
+
+    @Test
+    void aMemberThatIsAloneSaysSo() {
+        Cli run = Cli.run("ft", "join", "g", "--heartbeat", "0.01", "--preparation", "0", "--activation", "0.05", "--timeout", "1.5", "--daemon",
+                "");
+        assertEquals(0, run.code(), run.err());
+        assertTrue(run.out().matches("(?s)activate, token [0-9]+\n.*"), run.out());
+        assertTrue(run.err().contains("the group has no other member than this one"), run.err());
+    }
+}

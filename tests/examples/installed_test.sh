@@ -1,0 +1,30 @@
+#!/bin/sh
+# Installs a build into a prefix of the test's own, builds the C examples against it as their first lines say, and compares what
+# they print; and a program with each further library. installed_test.sh BUILD EXAMPLES EXPECTED
+set -eu
+build=$1 examples=$2 expected=$3
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cmake --install "$build" --prefix "$folder/prefix" >/dev/null
+PKG_CONFIG_PATH=$(dirname "$(find "$folder/prefix" -name quorl.pc)")
+export PKG_CONFIG_PATH
+LD_LIBRARY_PATH=$(pkg-config --variable=libdir quorl)
+export LD_LIBRARY_PATH
+cd "$folder"
+for source in "$examples"/*.c; do
+    name=$(basename "$source" .c)
+    command=$(sed -n "s/^ \*  *\(cc $name\.c .*\)/\1/p" "$source")
+    [ -n "$command" ] || { echo "$name.c does not say how it is built"; exit 1; }
+    cp "$source" .
+    sh -euc "$command" || { echo "$command does not build $name.c"; exit 1; }
+    ./"$name" >"$name.out"
+    diff "$expected/$name.txt" "$name.out"
+done
+# One line of a version each, so that what a file forgets to link with is missed.
+for library in quorlcm quorlft; do
+    printf '#include <quorl/quorl.h>\n#include <quorl/%s.h>\n#include <stdio.h>\nint main(void) {\n    return puts(%s_Version()) < 0 || puts(quorl_Version()) < 0;\n}\n' \
+        "$library" "$library" >"$library.c"
+    # shellcheck disable=SC2046 # words
+    cc "$library.c" $(pkg-config --cflags --libs "$library") -o "$library"
+    ./"$library" | uniq | diff - "$(printf '%s\n' "$(pkg-config --modversion "$library")" >version && echo version)"
+done
