@@ -10,7 +10,7 @@ using companion::Field;
 using companion::Severity;
 
 // Fields without a value are left out where they are texts, and told where they are numbers.
-void tell(const Event& event, uint32_t id, std::string_view name, std::string_view storage) noexcept {
+void tell(const Event& event, uint32_t id, std::string_view name, std::string_view failure) noexcept {
     if (!companion::advisoriesHeard()) return;
     constexpr std::string_view source = "certified";
     const Field transport("transport", id);
@@ -50,7 +50,7 @@ void tell(const Event& event, uint32_t id, std::string_view name, std::string_vi
         case Event::Kind::refused:
             return advise(Severity::warn, source, "refused", {transport, own, listener, subject, reason});
         case Event::Kind::storageFailed:
-            return advise(Severity::error, source, "storage_failed", {transport, own, {"reason", storage}});
+            return advise(Severity::error, source, "storage_failed", {transport, own, {"reason", failure}});
         case Event::Kind::storageWorks:
             return advise(Severity::info, source, "storage_works", {transport, own});
         case Event::Kind::listening:

@@ -8,7 +8,7 @@
 
 namespace quorl::certified {
 
-// id: of the certified transport. name: its certified name. storage: why its ledger takes nothing, of storageFailed alone.
-void tell(const Event& event, uint32_t id, std::string_view name, std::string_view storage = {}) noexcept;
+// id: of the certified transport. name: its certified name. failure: of storageFailed, what the ledger says.
+void tell(const Event& event, uint32_t id, std::string_view name, std::string_view failure = {}) noexcept;
 
 }  // namespace quorl::certified

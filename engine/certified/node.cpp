@@ -350,10 +350,25 @@ void Node::deliver(std::vector<Delivery>& deliveries) noexcept {
     }
 }
 
+std::string Node::storageText() noexcept {
+    try {
+        const std::lock_guard lock(lock_);
+        return storageText_;
+    } catch (const std::bad_alloc&) {
+        return {};
+    }
+}
+
 quorl_status Node::finish(After& after, Waits waits) noexcept {
     quorl_status status = QUORL_OK;
     for (;;) {
-        for (const Event& event : std::exchange(after.events, {})) tell(event);
+        for (const Event& event : std::exchange(after.events, {})) {
+            if (event.kind == Event::Kind::storageFailed) {
+                tell(event, id_, name_, storageText());
+            } else {
+                tell(event, id_, name_);
+            }
+        }
         if (const Pending stored = std::exchange(after.stored, {}); stored.token != 0) {
             if (waits == Waits::no && committer_.add(stored)) {
                 // Told later.
@@ -424,18 +439,6 @@ void Node::received(uint32_t ear, Message&& message) noexcept {
 }
 
 // ---- what a status of the machine means
-
-void Node::tell(const Event& event) noexcept {
-    if (event.kind != Event::Kind::storageFailed) return certified::tell(event, id_, name_);
-    // What the ledger says of itself is known here alone.
-    std::string storage;
-    try {
-        const std::lock_guard lock(lock_);
-        storage = storageText_;
-    } catch (const std::bad_alloc&) {
-    }
-    certified::tell(event, id_, name_, storage);
-}
 
 quorl_status Node::explain(quorl_status status) noexcept {
     switch (status) {

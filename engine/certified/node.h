@@ -124,7 +124,7 @@ class Node final : public companion::CertifiedTransport,
     void deliver(std::vector<Delivery>& deliveries) noexcept;
     void flush(After& after) noexcept;
     void flushAll(int64_t deadline) noexcept;
-    void tell(const Event& event) noexcept;
+    std::string storageText() noexcept;
     quorl_status explain(quorl_status status) noexcept;
     template <class F>
     quorl_status sendBy(const companion::Message& message, F&& change) noexcept;

@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,12 +17,21 @@
 #include <random>
 #include <sstream>
 
-#include "children.h"
 #include "quorl/quorlcm.h"
 #include "support.h"
 
 namespace quorltest {
 namespace {
+
+template <class F>
+pid_t spawn(F&& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        _exit(body());
+    }
+    return child;
+}
 
 // One byte for each note that any process makes, as far as it has room.
 class Progress {
@@ -207,6 +218,13 @@ int receiveForEver(const Place& place) {
         return 1;
     while (quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, -1) == QUORL_OK) continue;
     return 1;
+}
+
+void endBy(pid_t process, int number) {
+    int status = 0;
+    kill(process, number);
+    ASSERT_EQ(waitpid(process, &status, 0), process);
+    EXPECT_TRUE(WIFSIGNALED(status)) << "it had ended by itself: " << WEXITSTATUS(status);
 }
 
 // What was accepted, and what each listener was given and has confirmed; the notes of one process come in their order.

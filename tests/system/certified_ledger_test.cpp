@@ -1,22 +1,27 @@
-// What a certified transport has stored, and what it says when it cannot, in processes that are killed or have no disk.
+// What ledgers of certified transports keep of processes that are killed, and what is told when they cannot.
+#include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <fstream>
-#include <string>
-#include <vector>
 
-#include "children.h"
 #include "quorl/quorlcm.h"
 #include "support.h"
 
 namespace quorltest {
 namespace {
 
-quorlTransport connect(const std::string& daemon) {
-    quorlTransport transport = 0;
-    return quorlTransport_Create(&transport, nullptr, nullptr, daemon.c_str()) == QUORL_OK ? transport : 0;
+template <class F>
+pid_t spawn(F&& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        _exit(body());
+    }
+    return child;
 }
 
 quorlcmTransport certify(quorlTransport transport, const char* name, const std::string& ledger) {
@@ -28,22 +33,23 @@ quorlcmTransport certify(quorlTransport transport, const char* name, const std::
 }
 
 // A program that is killed in the callback of a message has confirmed the ones before.
-TEST(CertifiedStorage, whatACallbackHasReturnedFromDoesNotComeAgain) {
+TEST(CertifiedLedgers, whatACallbackHasReturnedFromDoesNotComeAgain) {
     NatsServer server;
     const Directory folder;
     struct Count {
-        std::ofstream notes;
+        int notes;
         int left;
     };
     // Dies in its callback number last.
     const auto receive = [&](int last) {
         if (quorl_Open() != QUORL_OK) return 1;
-        Count count{std::ofstream(folder.file("received"), std::ios::app), last};
-        const quorlcmTransport receiver = certify(connect(server.url()), "receiver", folder.file("receiver.ledger"));
+        Count count{open(folder.file("received").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), last};
+        const quorlcmTransport receiver =
+            certify(transportTo(server.url()), "receiver", folder.file("receiver.ledger"));
         quorlcmEvent listener = 0;
         const auto onMessage = [](quorlcmEvent, quorlMsg message, void* closure) {
             auto& to = *static_cast<Count*>(closure);
-            to.notes << numberOf(message) << std::endl;
+            if (dprintf(to.notes, "%d\n", numberOf(message)) < 0) abort();
             if (--to.left == 0) kill(getpid(), SIGKILL);
         };
         if (quorlcmEvent_CreateListener(&listener, QUORL_DEFAULT_QUEUE, onMessage, receiver, "work", &count) !=
@@ -54,7 +60,7 @@ TEST(CertifiedStorage, whatACallbackHasReturnedFromDoesNotComeAgain) {
     };
     const pid_t sender = spawn([&] {
         if (quorl_Open() != QUORL_OK) return 1;
-        const quorlcmTransport from = certify(connect(server.url()), "sender", folder.file("sender.ledger"));
+        const quorlcmTransport from = certify(transportTo(server.url()), "sender", folder.file("sender.ledger"));
         if (quorlcmTransport_AddListener(from, "receiver", "work") != QUORL_OK) return 1;
         for (int number = 1; number <= 30; ++number) {
             quorlMsg message = newMessage("work", number);
@@ -70,19 +76,20 @@ TEST(CertifiedStorage, whatACallbackHasReturnedFromDoesNotComeAgain) {
         ASSERT_TRUE(WIFSIGNALED(status)) << WEXITSTATUS(status);
     }
     std::vector<int> numbers;
-    std::ifstream notes(folder.file("received"));
-    for (int number; notes >> number;) numbers.push_back(number);
+    std::ifstream received(folder.file("received"));
+    for (int number; received >> number;) numbers.push_back(number);
     std::vector<int> expected;
     // The one in whose callback it died comes again, and no other.
     for (const int first : {1, 10, 19}) {
         for (int number = first; number < first + 10; ++number) expected.push_back(number);
     }
     EXPECT_EQ(numbers, expected);
-    endBy(sender, SIGKILL);
+    kill(sender, SIGKILL);
+    waitpid(sender, nullptr, 0);
 }
 
 // A file may not grow any more, as when the disk is full.
-TEST(CertifiedStorage, aLedgerThatTakesNothingIsToldWithItsReason) {
+TEST(CertifiedLedgers, aLedgerThatTakesNothingIsToldWithItsReason) {
     const Directory folder;
     const pid_t child = spawn([&] {
         if (quorl_Open() != QUORL_OK) return 1;
