@@ -351,6 +351,7 @@ public final class QuorlCmListener extends QuorlEvent {
     @Override
     void run(Object taken) throws Exception {
         QuorlMsg message = (QuorlMsg) taken;
+        awaitId();
         synchronized (this) {
             running++;
         }

@@ -42,6 +42,9 @@ public class QuorlEvent implements AutoCloseable {
 
     private volatile boolean closed;
 
+    /** Whether create has ended: an event is delivered before that, perhaps, on other threads. */
+    private volatile boolean settled;
+
     /** The bridge makes one to say that a dispatch found nothing in time. */
     QuorlEvent() {
         queue = null;
@@ -68,6 +71,7 @@ public class QuorlEvent implements AutoCloseable {
             OPEN.add(this);
             id = made;
         } finally {
+            settled = true;
             MAKING.decrementAndGet();
         }
         if (closed) {
@@ -115,6 +119,13 @@ public class QuorlEvent implements AutoCloseable {
     /** The id while the library has the event, also when it was closed and a handler of it runs; else 0. */
     final int idOrZero() {
         return id;
+    }
+
+    /** For what handlers do: waits while another thread is about to note the id, having got it from the library. */
+    final void awaitId() {
+        while (!settled) {
+            Thread.onSpinWait();
+        }
     }
 
     /** The open events of a class. */

@@ -198,6 +198,22 @@ class QuorlCmQueueTransportTest extends OpenLibrary {
         assertEquals(List.of(4), done);
     }
 
+    /** They come while the listener is being made, perhaps before the one who makes it knows its id. */
+    @Test
+    void tasksThatWaitForAListenerAreDone() throws Exception {
+        try (QuorlCmQueueTransport member = join(10); QuorlCmTransport boss = boss(); QuorlDispatcher dispatcher = new QuorlDispatcher(queue)) {
+            try (QuorlCmListener first = new QuorlCmListener(queue, member, "work.*", (l, task) -> {})) {
+                submit(boss, 0).get(60, TimeUnit.SECONDS);
+            }
+            for (int i = 1; i <= 30; i++) {
+                CompletableFuture<QuorlCmDelivery> sent = submit(boss, i);
+                try (QuorlCmListener worker = new QuorlCmListener(queue, member, "work.*", (l, task) -> {})) {
+                    sent.get(60, TimeUnit.SECONDS);
+                }
+            }
+        }
+    }
+
     @Test
     void argumentsAreChecked() {
         QuorlCmQueueTransport.Builder builder = QuorlCmQueueTransport.builder(transport);
