@@ -36,6 +36,9 @@ class GroupCommit {
     Ticket submit(Step step, bool knowsOfFailure) {
         const std::lock_guard guard(lock_);
         if (failed_ != nullptr && !knowsOfFailure) return failed_;
+        for (Ticket* spare : {&spares_.first, &spares_.second}) {
+            if (*spare == nullptr) *spare = std::make_shared<Batch>();
+        }
         open_->steps.push_back(std::move(step));
         failed_ = nullptr;
         return open_;
@@ -46,11 +49,9 @@ class GroupCommit {
         for (;;) {
             const uint32_t seen = batch->state.load(std::memory_order_acquire);
             if (seen == Batch::done) return batch->outcome;
-            Spares spares;
-            if (mayLead(*batch)) spares = {std::make_shared<Batch>(), std::make_shared<Batch>()};
-            if (spares.first != nullptr && takeLead(batch)) {
-                lead(std::move(spares));
-            } else if (spares.first == nullptr) {
+            if (takeLead(batch)) {
+                lead();
+            } else {
                 batch->state.wait(seen, std::memory_order_acquire);
             }
         }
@@ -89,14 +90,7 @@ class GroupCommit {
         }
     };
 
-    // What a leader needs is there before it leads, so that it does not fail for want of memory while others wait for it.
-    using Spares = std::pair<Ticket, Ticket>;
-
     // Of the batches that are not done only the open one has no leader, and only while none is led.
-    bool mayLead(const Batch& batch) {
-        const std::lock_guard guard(lock_);
-        return led_ == nullptr && open_.get() == &batch;
-    }
     bool takeLead(const Ticket& batch) {
         const std::lock_guard guard(lock_);
         if (led_ != nullptr || open_ != batch) return false;
@@ -104,12 +98,14 @@ class GroupCommit {
         return true;
     }
 
-    void lead(Spares spares) noexcept {
+    void lead() noexcept {
         gather();
         Ticket batch;
+        Ticket spare;
         {
             const std::lock_guard guard(lock_);
-            batch = std::exchange(open_, std::move(spares.first));
+            batch = std::exchange(open_, std::move(spares_.first));
+            spare = std::move(spares_.second);
         }
         lastSize_ = batch->steps.size();
         batch->outcome = commit_(batch->steps);
@@ -119,7 +115,7 @@ class GroupCommit {
         {
             const std::lock_guard guard(lock_);
             if (!batch->outcome.ok()) {
-                fallen = std::exchange(open_, std::move(spares.second));
+                fallen = std::exchange(open_, std::move(spare));
                 fallen->fail(batch->outcome);
                 failed_ = batch;
             }
@@ -155,9 +151,12 @@ class GroupCommit {
 
     const std::function<Outcome(std::vector<Step>&)> commit_;
     std::mutex lock_;
-    Ticket open_;          // takes what is submitted; under lock_
-    Ticket led_;           // the batch that has a leader, null when none has; under lock_
-    Ticket failed_;        // a batch that failed, until somebody says that he knows of it; under lock_
+    Ticket open_;    // takes what is submitted; under lock_
+    Ticket led_;     // the batch that has a leader, null when none has; under lock_
+    Ticket failed_;  // a batch that failed, until somebody says that he knows of it; under lock_
+    // What the leader of the open batch needs is there before a step is in it: a step of which it was said that it has failed, for want
+    // of memory, must not be committed later. Under lock_.
+    std::pair<Ticket, Ticket> spares_;
     size_t lastSize_ = 0;  // of the last batch; the leader's
 };
 

@@ -353,12 +353,9 @@ Outcome Ledger::run(Statement& statement) {
 // Sees to it that the pages which the transaction adds have a place in the file, so that the log can be copied there even when the
 // disk is full meanwhile.
 Outcome Ledger::reserve() {
-    if (pages_.step() != SQLITE_ROW) {
-        pages_.reset();
-        return {QUORL_IO_FAILED, "cannot tell the size of the ledger " + file_->path()};
-    }
+    const Resetting resetting(pages_);
+    if (const int code = pages_.step(); code != SQLITE_ROW) return database_.failure(code, "write");
     int64_t bytes = pages_.number(0) * format::pageSize;
-    pages_.reset();
     if (bytes <= reservedBytes_) return {};
     if (sqlite3_file_control(database_.connection(), "main", SQLITE_FCNTL_SIZE_HINT, &bytes) != SQLITE_OK) {
         full_ = true;
