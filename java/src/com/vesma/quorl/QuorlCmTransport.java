@@ -309,23 +309,16 @@ public final class QuorlCmTransport extends LibraryObject {
      * @throws QuorlException {@link QuorlException#INVALID_SUBJECT} when the request has no reply subject, and as {@link #send}
      */
     public long reply(QuorlMsg reply, QuorlMsg request) {
-        Objects.requireNonNull(request, "request");
-        if (Objects.requireNonNull(reply, "reply").isSameAs(request)) {
-            throw new IllegalArgumentException("a message cannot answer itself; copy it first");
-        }
-        long replyHandle = reply.enter();
         try {
-            long requestHandle = request.enter();
-            try {
-                quorlcmTransport_SendReply(id(), replyHandle, requestHandle, reply, request);
-                return QuorlCmMsg.quorlMsg_GetCMSequence(replyHandle, reply);
-            } catch (QuorlException e) {
-                throw refusal(e);
-            } finally {
-                request.leave();
-            }
+            return QuorlTransport.answer(reply, request, (replyHandle, requestHandle) -> {
+                try {
+                    quorlcmTransport_SendReply(id(), replyHandle, requestHandle, reply, request);
+                    return QuorlCmMsg.quorlMsg_GetCMSequence(replyHandle, reply);
+                } catch (QuorlException e) {
+                    throw refusal(e);
+                }
+            });
         } finally {
-            reply.leave();
             Reference.reachabilityFence(this);
         }
     }

@@ -11,6 +11,7 @@ import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.ConcurrentLinkedQueue;
 import java.util.function.IntConsumer;
+import java.util.function.LongBinaryOperator;
 
 /**
  * A way for messages to leave and to arrive. {@link QuorlQrdTransport} makes one.
@@ -202,6 +203,22 @@ public abstract class QuorlTransport extends LibraryObject {
      * @throws QuorlDaemonException as {@link #send(QuorlMsg)}
      */
     public void reply(QuorlMsg reply, QuorlMsg request) {
+        try {
+            answer(reply, request, (replyHandle, requestHandle) -> {
+                try {
+                    quorlTransport_SendReply(id(), replyHandle, requestHandle, reply, request);
+                    return 0;
+                } catch (QuorlException e) {
+                    throw refusal(e);
+                }
+            });
+        } finally {
+            Reference.reachabilityFence(this);
+        }
+    }
+
+    /** What the library says when it is given the handles of an answer and of what that answers. */
+    static long answer(QuorlMsg reply, QuorlMsg request, LongBinaryOperator library) {
         Objects.requireNonNull(request, "request");
         if (Objects.requireNonNull(reply, "reply").isSameAs(request)) {
             throw new IllegalArgumentException("a message cannot answer itself; copy it first");
@@ -210,15 +227,12 @@ public abstract class QuorlTransport extends LibraryObject {
         try {
             long requestHandle = request.enter();
             try {
-                quorlTransport_SendReply(id(), replyHandle, requestHandle, reply, request);
-            } catch (QuorlException e) {
-                throw refusal(e);
+                return library.applyAsLong(replyHandle, requestHandle);
             } finally {
                 request.leave();
             }
         } finally {
             reply.leave();
-            Reference.reachabilityFence(this);
         }
     }
 
