@@ -207,7 +207,10 @@ void QueueChecker::explain(const Task& task, const Record& record, const Hand& l
             });
         });
     });
-    if ((someoneCrashed && (knewAndEnded || record.wasLettered)) || hadNobodyToTell) {
+    // Or nobody is left of those who were there.
+    const auto nobodyIsLeft = std::ranges::none_of(
+        lives_, [&](const Life& life) { return life.from <= settledAt + telling && life.until > later.at; });
+    if ((someoneCrashed && (knewAndEnded || record.wasLettered)) || hadNobodyToTell || nobodyIsLeft) {
         ++totals_.twiceCrashed;
         return;
     }
