@@ -19,9 +19,10 @@ std::string QueueChecker::nameOf(const Task& task) {
 
 // ---- senders
 
-void QueueChecker::accepted(const Task& task) {
+void QueueChecker::accepted(const Task& task, Time now) {
     Record& record = tasks_[task];
     record.accepted = true;
+    record.acceptedAt = now;
     ++totals_.accepted;
     // It may be done before its send has returned.
     if (!record.settled) ++owed_;
@@ -181,6 +182,11 @@ void QueueChecker::explain(const Task& task, const Record& record, const Hand& l
     const Time begin = record.hands.front().at;
     if (terms_.completeTime != 0) {
         const Time slack = millisecond;
+        // The time runs from the hand-out on, which may have been lost several times before it came.
+        if (terms_.lossy && now - record.acceptedAt >= terms_.completeTime) {
+            ++totals_.twiceExpired;
+            return;
+        }
         for (const Hand& hand : record.hands) {
             if (std::min(hand.completed, now) - hand.at >= terms_.completeTime - terms_.completeTime / 100 - slack ||
                 std::min(later.at, now) - hand.at >= terms_.completeTime * 4 / 5) {
@@ -207,7 +213,10 @@ void QueueChecker::explain(const Task& task, const Record& record, const Hand& l
             });
         });
     });
-    if ((someoneCrashed && (knewAndEnded || record.wasLettered)) || hadNobodyToTell) {
+    // Or nobody is left of those who were there.
+    const auto nobodyIsLeft = std::ranges::none_of(
+        lives_, [&](const Life& life) { return life.from <= settledAt + telling && life.until > later.at; });
+    if ((someoneCrashed && (knewAndEnded || record.wasLettered)) || hadNobodyToTell || nobodyIsLeft) {
         ++totals_.twiceCrashed;
         return;
     }

@@ -53,7 +53,7 @@ class QueueChecker {
     void cutOff(Time from, Time until) { cuts_.emplace_back(from, until); }
 
     // ---- senders
-    void accepted(const Task& task);
+    void accepted(const Task& task, Time now);
     void confirmed(const Task& task, Time now);
     // ---- members; a life is from a start to its end
     uint32_t starts(uint32_t member, Time now);
@@ -84,6 +84,7 @@ class QueueChecker {
     };
     struct Record {
         bool accepted = false;
+        Time acceptedAt = 0;
         bool settled = false;
         Time letter = never;
         bool wasLettered = false;

@@ -443,7 +443,7 @@ class Sender : public Program {
             const quorl_status status = step([&](certified::Output& out) {
                 const quorl_status sent = machine_->send(message, 0, time(), out, &number);
                 if (sent == QUORL_OK) {
-                    common_.checker.accepted(task);
+                    common_.checker.accepted(task, common_.now());
                     bySubject_[{subject, number}] = task;
                 }
                 return sent;

@@ -166,6 +166,7 @@ struct Machine::Impl {
             return;
         }
         if (!own && frame.member == shared.id) return;  // what it has said to all comes back
+        if (!own) shared.election.heard(frame.member, electionNow());
         highest = std::max(highest, frame.term);
         switch (frame.kind) {
             case Kind::beat:

@@ -117,8 +117,7 @@ void Scheduler::onOffer(const Frame& frame) {
     for (auto& [flags, pattern] : worker->offerPatterns)
         ((flags & patternCancelled) != 0 ? cancelled : worker->patterns).push_back(std::move(pattern));
     std::ranges::sort(worker->patterns);
-    const auto again = std::ranges::unique(worker->patterns);
-    worker->patterns.erase(again.begin(), again.end());
+    worker->patterns.erase(std::unique(worker->patterns.begin(), worker->patterns.end()), worker->patterns.end());
     worker->offerPatterns.clear();
     worker->offerParts.clear();
     worker->offer = frame.sequence;

@@ -190,6 +190,13 @@ void Member::onNews(Peer* peer, const Frame& frame, int64_t now, MemberOutput& o
     latestJoined_ = std::max(latestJoined_, frame.joined);
 }
 
+void Member::heard(uint64_t member, Now now) noexcept {
+    Peer* peer = peers_.find(member);
+    if (peer == nullptr || peer->last.state == State::left) return;
+    stirred_ = stirred_ || peer->suspected;
+    peers_.hearAgain(*peer, now.monotonic);
+}
+
 void Member::tick(Now now, MemberOutput& out) {
     if (left_ || now.monotonic < due()) return;
     step(now, out);

@@ -58,6 +58,8 @@ class Member {
     void receive(const Frame& frame, Now now, MemberOutput& out);
     // The same for bytes that anybody may have sent.
     void receive(std::span<const uint8_t> bytes, Now now, MemberOutput& out);
+    // The member was heard otherwise than by its frames, and so is not silent. Without effect when it is not known.
+    void heard(uint64_t member, Now now) noexcept;
     void tick(Now now, MemberOutput& out);
     // weight: not 0.
     void setWeight(uint16_t weight, Now now, MemberOutput& out);

@@ -32,9 +32,13 @@ Peer& Peers::add(const Frame& frame, int64_t now) {
 }
 
 void Peers::heard(Peer& peer, const Frame& frame, int64_t now) noexcept {
-    listOf(peer).take(peer);
     changes_ += frame.state == State::left;
     peer.last = frame;
+    hearAgain(peer, now);
+}
+
+void Peers::hearAgain(Peer& peer, int64_t now) noexcept {
+    listOf(peer).take(peer);
     peer.heard = now;
     peer.suspected = false;
     trusted_.append(peer);

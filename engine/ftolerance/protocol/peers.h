@@ -32,6 +32,7 @@ class Peers {
     // Not known yet, and there is room. Throws std::bad_alloc.
     Peer& add(const Frame& frame, int64_t now);
     void heard(Peer& peer, const Frame& frame, int64_t now) noexcept;
+    void hearAgain(Peer& peer, int64_t now) noexcept;
     void suspect(Peer& peer) noexcept;
     void remove(Peer& peer) noexcept;
     // Silence counts from now on, for all of them.
