@@ -191,7 +191,7 @@ TEST_F(Circuit, is_refused_where_it_cannot_be) {
     }
     EXPECT_EQ(quorlTransport_WaitForVcConnection(999, 0), QUORL_INVALID_TRANSPORT);
     EXPECT_EQ(quorlTransport_WaitForVcConnection(here_, 0), QUORL_INVALID_TRANSPORT);
-    EXPECT_NE(strstr(quorl_LastErrorText(), "no circuit"), nullptr) << quorl_LastErrorText();
+    EXPECT_NE(strstr(quorl_LastErrorText(), "not a circuit"), nullptr) << quorl_LastErrorText();
     EXPECT_EQ(circuit, 7u);
     ASSERT_EQ(quorlTransport_CreateAcceptVc(&circuit, &subject, here_), QUORL_OK);
     EXPECT_EQ(quorlTransport_WaitForVcConnection(circuit, std::nan("")), QUORL_INVALID_ARG);

@@ -454,12 +454,9 @@ TEST_F(Signals, blockedDispatchersUseNoProcessor) {
 
 // ---- companions
 
-TEST(Companions, sayThatTheyAreNotThereYet) {
+TEST(Companions, areOfTheSameVersion) {
     EXPECT_STREQ(quorlcm_Version(), quorl_Version());
     EXPECT_STREQ(quorlft_Version(), quorl_Version());
-    EXPECT_EQ(quorlcmTransport_SetWorkerTasks(1, 1), QUORL_NOT_PERMITTED);
-    EXPECT_STREQ(quorl_LastErrorText(), "distributed queues are not part of this version");
-    EXPECT_EQ(_quorlcmq_Complete(nullptr, 0, 0, 0, 0, 0, 1), QUORL_NOT_PERMITTED);
 }
 
 // Certified messages and their limits need no open library, as messages do not; all else does.
