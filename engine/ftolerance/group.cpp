@@ -82,6 +82,8 @@ const char* nameOf(Cause cause) noexcept {
             return "unheard";
         case Cause::cutOff:
             return "transport destroyed";
+        case Cause::token:
+            return "token";
     }
     return "";
 }

@@ -123,6 +123,14 @@ class Checker {
         }
         return active;
     }
+    // Of its last activation.
+    static uint64_t tokenAt(const Life& life, Time at) {
+        uint64_t token = 0;
+        for (const Step& step : life.steps) {
+            if (step.at <= at && step.deed == Deed::activate) token = step.token;
+        }
+        return token;
+    }
     static uint16_t weightOf(const Life& life, Time at) {
         uint16_t found = 1;
         for (const auto& [since, weight] : life.weights) {
@@ -274,8 +282,17 @@ class Checker {
                 if (mine == theirs && isOlder(*one, *other)) return "a younger one is active in place of an older one";
             }
         }
+        // Who is active may get a new token in the heartbeat after that.
+        const Time rest = from + drifting(terms_.heartbeat) + slack;
         for (const Life* life : members) {
-            if (changed(*life, from, until - 1)) return "somebody is told to do something though nothing happens";
+            if (isActive(*life, until - 1) != isActive(*life, from) || changed(*life, rest, until - 1))
+                return "somebody is told to do something though nothing happens";
+        }
+        if (goalOf(members, from) == 1 && active.size() == 1 && rest < until) {
+            for (const Life* life : members) {
+                if (tokenAt(*life, rest) > tokenAt(*active.front(), rest))
+                    return "the active one has a lower token than another one had";
+            }
         }
         for (const Life* life : side) {
             if (!life->monitor || until - from <= drifting(terms_.lostInterval) + slack) continue;

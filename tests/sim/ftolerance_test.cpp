@@ -123,7 +123,7 @@ std::vector<Planted> planted() {
     plant("gives_out_the_same_token_always", "its token does not grow", tells([](MemberNews& news) {
               for (Told& told : news.actions) told.token = told.action == Action::prepare ? 0 : 1;
           }));
-    plant("forgets_what_others_activated", "no higher token", hears([](Frame& frame) {
+    plant("forgets_what_others_activated", "", hears([](Frame& frame) {
               frame.latest = 0;
               return true;
           }));
@@ -139,6 +139,9 @@ std::vector<Planted> planted() {
     plant("goes_on_beside_one_that_does_not_hear_it", "", tells([](MemberNews& news) {
               std::erase_if(news.actions, [](const Told& told) { return told.cause == Cause::unheard; });
           }));
+    plant("goes_on_with_a_token_that_others_have_passed", "", tells([](MemberNews& news) {
+              std::erase_if(news.actions, [](const Told& told) { return told.cause == Cause::token; });
+          }));
     plant("hints_though_nobody_asked", "nobody asked for", tells([](MemberNews& news) {
               if (!news.actions.empty() && news.actions.front().action == Action::activate)
                   news.actions.insert(news.actions.begin(), {Action::prepare, Cause::rank, 0});
@@ -150,7 +153,7 @@ std::vector<Planted> planted() {
                   const auto isHint = [](const Told& told) { return told.action == Action::prepare; };
                   held = std::erase_if(news.actions, isHint) != 0 || held;
                   if (!held || news.actions.empty() || news.actions.back().action != Action::activate) return;
-                  news.actions.insert(news.actions.begin(), hint);
+                  news.actions.insert(news.actions.end() - 1, hint);
                   held = false;
               };
           }));

@@ -90,6 +90,7 @@ void Member::send(int64_t now, MemberOutput& out) {
     out.frames.push_back(frame);
     announced_ = frame.state;
     announcedWeight_ = frame.weight;
+    announcedActivation_ = frame.activation;
     sent_ = now;
     heartbeatAt_ = now + self_.intervals.heartbeat;
 }
@@ -186,7 +187,15 @@ void Member::onNews(Peer* peer, const Frame& frame, int64_t now, MemberOutput& o
         if (frame.state == State::left) tell(Event::left, frame, 0, now, out);
     }
     if (otherTerms) tell(Event::disagreement, frame, 0, now, out);
+    stirred_ = stirred_ || frame.latest > latest_;
     latest_ = std::max(latest_, frame.latest);
+    others_ = std::max(others_, tokenOf(frame.activation, frame.member));
+    // Of two tokens of one number that of the one that stepped back may be the higher one, and the other may never hear the frame
+    // that says so: it hears of a higher number.
+    if (frame.activation != 0 && frame.activation == self_.activation) {
+        tied_ = true;
+        if (!active_) latest_ = std::max(latest_, std::min(self_.activation + 1, highestActivation));
+    }
     latestJoined_ = std::max(latestJoined_, frame.joined);
 }
 
@@ -276,7 +285,10 @@ void Member::finish(bool timesCame, Now now, MemberOutput& out) {
     if (timesCame || stirred_ || beats) decide(now, out);
     stirred_ = false;
     if (beats) return send(time, out);
-    if ((state() == announced_ && self_.weight == announcedWeight_) || extra_ == 0) return;
+    const Frame frame = this->frame();
+    const bool announced =
+        frame.state == announced_ && frame.weight == announcedWeight_ && frame.activation == announcedActivation_;
+    if (announced || extra_ == 0) return;
     --extra_;
     send(time, out);
 }
@@ -333,6 +345,9 @@ void Member::decide(Now now, MemberOutput& out) {
     // Whoever heard this one would have stepped back by now. Too few for a moment are better than too many for ever.
     if (tooMany && others.lowerActive && time - tooManyFrom_ >= self_.intervals.activation)
         deactivate(Cause::unheard, time, out);
+    // Two sides of a partition have met. A guard that has seen the other side's token would refuse this one's for ever.
+    const bool outranked = latest_ > self_.activation || others_ > token();
+    if (active_ && outranked && others.goal == 1 && others.acting == 0 && time >= holdUntil_) renew(now, out);
 
     const bool entitled = !active_ && !joining_ && others.better < others.goal;
     const bool held = acting_ || time < holdUntil_;
@@ -373,14 +388,24 @@ void Member::activate(Now now, MemberOutput& out) {
     const auto wall = static_cast<uint64_t>(std::max<int64_t>(now.wall / millisecond, 0));
     latest_ = std::min(std::max(latest_ + 1, wall), highestActivation);
     self_.activation = latest_;
+    tied_ = false;
     active_ = true;
     claiming_ = false;
     prepared_ = false;
     out.actions.push_back({Action::activate, Cause::rank, token()});
 }
 
+// Nobody waits for this one to step back, so it need not be inactive in between.
+void Member::renew(Now now, MemberOutput& out) {
+    out.actions.push_back({Action::deactivate, Cause::token, token()});
+    prepared_ = false;
+    activate(now, out);
+    holdUntil_ = now.monotonic + self_.intervals.heartbeat;
+}
+
 void Member::deactivate(Cause cause, int64_t now, MemberOutput& out) {
     out.actions.push_back({Action::deactivate, cause, token()});
+    if (tied_) latest_ = std::max(latest_, std::min(self_.activation + 1, highestActivation));
     active_ = false;
     acting_ = true;
     actingUntil_ = now + self_.intervals.activation;

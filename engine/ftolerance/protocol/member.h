@@ -107,6 +107,7 @@ class Member {
     Standing standing() const noexcept;
     void decide(Now now, MemberOutput& out);
     void activate(Now now, MemberOutput& out);
+    void renew(Now now, MemberOutput& out);
     void deactivate(Cause cause, int64_t now, MemberOutput& out);
     void join(int64_t now) noexcept;
     void hint(int64_t now, MemberOutput& out);
@@ -128,6 +129,8 @@ class Member {
     bool prepared_ = false;  // hinted since it was last active, and the reason for it goes on
     bool stirred_ = false;   // something has come in that may change the ranking
     uint64_t latest_ = 0;    // highest number of an activation
+    uint64_t others_ = 0;    // highest token of another's
+    bool tied_ = false;      // another has activated with the number of the present activation
     uint64_t latestJoined_ = 0;
 
     int64_t stepped_ = 0;  // time of the last step
@@ -144,6 +147,7 @@ class Member {
     int64_t tooManyFrom_ = 0;
     State announced_ = State::joining;
     uint16_t announcedWeight_ = 0;
+    uint64_t announcedActivation_ = 0;
     uint32_t extra_ = 0;  // frames beside heartbeats that may go out until the next heartbeat
 };
 

@@ -483,6 +483,34 @@ TEST(FtMember, after_a_partition_the_lower_one_steps_back_and_knows_that_there_w
     EXPECT_EQ(high.told(Event::tooMany), 1u);
 }
 
+TEST(FtMember, gets_a_new_token_when_another_had_a_higher_one_meanwhile) {
+    Driven one(1, settings(9));
+    one.start(0);
+    one.pass(10 * second);
+    ASSERT_EQ(one.text, "PA");
+    const uint64_t old = one.machine.token();
+    // The other side of a partition has activated later.
+    Frame higher = other(2, State::active, 1, 1);
+    higher.activation = higher.latest = (old >> 16) + 7;
+    one.hear(10 * second, higher);
+    EXPECT_EQ(one.text, "PA") << "it still acts, and has to step back first";
+    higher.state = State::standby;
+    higher.activation = 0;
+    higher.sequence = 2;
+    const std::vector<Frame> frames = one.hear(10 * second + 1, higher);
+    EXPECT_EQ(one.text, "PADPA");
+    EXPECT_EQ(one.actions[2].cause, Cause::token);
+    EXPECT_EQ(one.actions[2].token, old);
+    EXPECT_GT(one.machine.token() >> 16, higher.latest);
+    ASSERT_FALSE(frames.empty());
+    EXPECT_EQ(frames.back().activation, one.machine.token() >> 16) << "the others are told at once";
+    // Not twice in a heartbeat interval, whatever is claimed.
+    higher.latest += 1000;
+    higher.sequence = 3;
+    one.hear(10 * second + 2, higher);
+    EXPECT_EQ(one.text, "PADPA");
+}
+
 TEST(FtMember, steps_back_when_a_lower_one_acts_and_does_not_hear_it) {
     Driven one(1, settings(9));
     one.start(0);

@@ -25,6 +25,7 @@ enum class Cause : uint8_t {
     paused,   // the process stood still for so long that another member may have taken its place
     unheard,  // one that ranks below acts too, and does not hear this one
     cutOff,   // there is no way to the others any more
+    token,  // others have had a higher token meanwhile, which a guard may have seen; it will be activated with a new one
 };
 
 struct Told {
