@@ -45,7 +45,7 @@ struct RelayFrame {
 };
 
 // Bytes of rest that always fit.
-inline constexpr size_t relayRestMost = companion::attributesMax - 3 - (nameMax + 2) - (255 + 2) - 8 - 2 * 10;
+inline constexpr size_t relayRestMost = companion::attributesMax - 3 - (nameMax + 2) - (255 + 2) - 8 - size_t{2} * 10;
 
 // The rest is added behind. Name and inbox are valid.
 void encode(const RelayFrame& frame, FrameWriter& writer) noexcept;
