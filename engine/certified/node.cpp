@@ -144,6 +144,7 @@ quorl_status Node::load() {
     struct Into final : Loader {
         explicit Into(Node& its) : node(its) {}
         void state(std::string_view key, std::string_view value) override {
+            relays = relays || key.front() == relayClientKey;
             if (status == QUORL_OK) status = node.machine_.load(key, value);
         }
         void message(const StoredMessage& message) override {
@@ -151,8 +152,12 @@ quorl_status Node::load() {
         }
         void damaged(const StoredMessage&, const Finding& finding) override { tellFinding(node.name_, finding); }
         Outcome verdict() override {
-            if (status == QUORL_OK) status = node.machine_.check();
             const std::string ledger = "the ledger " + node.ledger_->path();
+            // It has the relay agent's name and no state of a transport's, and its messages would make no sense.
+            if (relays)
+                return {QUORL_ARG_CONFLICT,
+                        ledger + " is that of the relay agent of this name, and no transport's; it is left as it is"};
+            if (status == QUORL_OK) status = node.machine_.check();
             switch (status) {
                 case QUORL_OK:
                     return {};
@@ -168,6 +173,7 @@ quorl_status Node::load() {
         }
         Node& node;
         quorl_status status = QUORL_OK;
+        bool relays = false;
     } into(*this);
     const Outcome outcome = ledger_->load(into);
     if (outcome.ok()) return QUORL_OK;

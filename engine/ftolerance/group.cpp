@@ -125,8 +125,12 @@ quorl_status groupSubject(uint32_t transport, const char* name, std::string* sub
                                "group \"%.32s...\": the name has %zu bytes, and may have %zu at most", name, length,
                                most);
     std::string full = std::string(prefix) + name;
-    const quorl_status status = companion::checkSubject(transport, full);
-    if (status != QUORL_OK) return companion::failWithin(status, "group \"%.64s\"", name);
+    quorl_status status = companion::checkSubject(transport, full);
+    if (status != QUORL_OK) {
+        // Told of the name, which is what the caller knows.
+        if (const quorl_status own = companion::checkSubject(transport, name); own != QUORL_OK) status = own;
+        return companion::failWithin(status, "group \"%.64s\"", name);
+    }
     *subject = std::move(full);
     return QUORL_OK;
 }

@@ -59,6 +59,10 @@ int main(int count, char** words) {
             std::fputs(help, stdout);
             return 0;
         }
+        if (word == "--version") {
+            std::printf("quorl-relay %s\n", quorl_Version());
+            return 0;
+        }
         if (value != nullptr && i + 1 < count) {
             *value = words[++i];
         } else if (word == "--sync") {

@@ -232,6 +232,48 @@ TEST_F(RelayAgent, whatIsSentOffTheNetworkGoesOutWhenItIsThereAgain) {
     EXPECT_EQ(came.numbers, upTo(20));
 }
 
+// What a program prints.
+std::string printed(const std::string& command) {
+    std::string text;
+    FILE* out = popen(command.c_str(), "r");
+    if (out == nullptr) return text;
+    for (int byte = getc(out); byte != EOF; byte = getc(out)) text += static_cast<char>(byte);
+    EXPECT_EQ(pclose(out), 0) << command;
+    return text;
+}
+
+TEST_F(RelayAgent, whatItKeepsIsToldFromWhatATransportKeeps) {
+    const std::string ledger = folder.file("kept");
+    {
+        Relay relay(server.url(), ledger);
+        const quorlcmTransport sender = certified("sender", true);
+        connect(sender);
+        ASSERT_EQ(quorlcmTransport_AddListener(sender, "listener", "work"), QUORL_OK);
+        send(sender, 1, 2);
+        leave(sender, true);
+    }
+    quorlcmTransport none = 0;
+    EXPECT_EQ(quorlcmTransport_Create(&none, transportTo(server.url()), "relay", QUORL_TRUE, ledger.c_str(),
+                                      QUORL_FALSE, nullptr),
+              QUORL_ARG_CONFLICT);
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("is that of the relay agent of this name"), std::string::npos)
+        << quorl_LastErrorText();
+    const std::string copy = printed(QUORL_LEDGER " export '" + ledger + ".1'");
+    EXPECT_TRUE(copy.starts_with("1\t0\twork\t\t")) << copy;
+    EXPECT_NE(copy.find("\n2\t0\twork\t\t"), std::string::npos) << copy;
+    EXPECT_TRUE(printed(QUORL_RELAY " --version").starts_with("quorl-relay "));
+    // And the other way round.
+    const std::string own = folder.file("own");
+    ASSERT_EQ(quorlcmTransport_Create(&none, transportTo(server.url()), "relay", QUORL_TRUE, own.c_str(), QUORL_FALSE,
+                                      nullptr),
+              QUORL_OK);
+    leave(none, false);
+    EXPECT_EQ(
+        system((std::string(QUORL_RELAY) + " relay --daemon " + server.url() + " --ledger '" + own + "' 2> /dev/null")
+                   .c_str()),
+        1 << 8);
+}
+
 TEST_F(RelayAgent, withoutOneATransportIsOffTheNetworkAndSaysWhy) {
     const quorlcmTransport sender = certified("sender", true);
     EXPECT_EQ(quorlcmTransport_DisconnectFromRelayAgent(sender), QUORL_OK) << "it is off the network";

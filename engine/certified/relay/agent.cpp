@@ -22,7 +22,6 @@ using companion::Message;
 
 namespace {
 
-constexpr char clientKey = 'c';
 constexpr size_t requestsMost = 20'000;    // that wait; what is beyond is as if it were lost
 constexpr uint64_t ackEvery = 32;          // parts
 constexpr size_t batch = 128;              // items sent when asked
@@ -53,7 +52,9 @@ class RelayAgent::Loading final : public Loader {
     bool done() {
         std::map<uint32_t, Client*> byNumber;
         for (const auto& [key, value] : states_) {
-            if (key.front() != clientKey) continue;
+            // What a certified transport keeps for itself.
+            if (key.front() != relayClientKey && key.front() != Mailbox::key) return false;
+            if (key.front() != relayClientKey) continue;
             Reader reader{std::string_view(value)};
             const uint64_t number = reader.number();
             const bool away = reader.byte() != 0;
@@ -126,7 +127,8 @@ quorl_status RelayAgent::open() {
     if (outcome.ok()) outcome = ledger_->load(loading);
     if (!outcome.ok()) return report(outcome);
     if (!loading.done())
-        return fail(QUORL_INVALID_FILE, "the ledger %s is damaged, or not that of a relay agent", ledgerPath_.c_str());
+        return fail(QUORL_INVALID_FILE, "the ledger %s is damaged, or not that of a relay agent; it is left as it is",
+                    ledgerPath_.c_str());
     return committer_.start(*ledger_);
 }
 
@@ -234,7 +236,7 @@ Outcome RelayAgent::storeClient(const Client& client) {
     Transaction transaction;
     Write write;
     write.kind = Write::Kind::putState;
-    write.key = clientKey + client.name;
+    write.key = relayClientKey + client.name;
     Writer<32> head;
     head.number(client.number);
     head.byte(client.away ? 1 : 0);
@@ -476,6 +478,7 @@ void RelayAgent::onPart(Client& client, const RelayFrame& frame, const Message& 
         const uint64_t subject = rest.number();
         const uint64_t number = rest.number();
         const uint64_t expires = rest.fixed();
+        const std::string_view text = rest.text();
         const std::string_view reply = rest.text();
         if (!rest.done() || subject > UINT32_MAX || expires > INT64_MAX || number == 0 || number == UINT64_MAX) return;
         if (!client.copy) outcome = beginCopy(client);
@@ -485,7 +488,7 @@ void RelayAgent::onPart(Client& client, const RelayFrame& frame, const Message& 
             write.subject = static_cast<uint32_t>(subject);
             write.number = number;
             write.expires = static_cast<int64_t>(expires);
-            if (message.withSubjects("copied." + std::to_string(subject), reply, &write.message) != QUORL_OK) return;
+            if (message.withSubjects(text, reply, &write.message) != QUORL_OK) return;
             Transaction transaction;
             transaction.writes.push_back(std::move(write));
             outcome = addToCopy(client, std::move(transaction));

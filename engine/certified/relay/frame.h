@@ -17,13 +17,16 @@ namespace quorl::certified {
 
 inline constexpr std::string_view relayPrefix = "_QUORL.CM.RELAY.";
 
+// Of the keys of state in a relay agent's own ledger: what it knows of a client. No machine has it.
+inline constexpr char relayClientKey = 'c';
+
 // Apart from the kinds of certified frames, so that none is taken for the other.
 enum class RelayKind : uint8_t {
     connect = 64,  // transport: is on the network again; number: of this connection
     take = 65,     // transport: wants what was kept, from number on; rest: ranges of what is to be forgotten
     state = 66,    // transport: part number of its copy; rest: bytes of state
     message =
-        67,  // transport: part number of its copy; rest: subject id n, number n, expires f, reply subject t; and the fields
+        67,  // transport: part number of its copy; rest: subject id n, number n, expires f, subject t, reply subject t; and the fields
     end = 68,        // transport: the copy has number parts in front of this one
     connected = 69,  // relay agent: stands in no longer
     item =

@@ -124,6 +124,7 @@ quorl_status RelayLink::sendPart(const RelayCopy& copy, const std::string& state
     rest.number(readable ? stored.subject : 0);
     rest.number(stored.number);
     rest.fixed(static_cast<uint64_t>(stored.expires));
+    rest.text(readable ? image.subject() : std::string_view());
     rest.text(readable ? image.replySubject() : std::string_view());
     return say(RelayKind::message, number, rest.bytes(), readable ? &image : nullptr);
 }
