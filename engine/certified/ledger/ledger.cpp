@@ -67,7 +67,7 @@ Outcome Ledger::openThrowing(const Options& options, std::unique_ptr<Ledger>* le
     Outcome outcome = OwnedFile::open(options.path, OwnedFile::Use::own, &file);
     bool created = false;
     if (outcome.status == QUORL_FILE_NOT_FOUND) {
-        const Outcome left = checkNothingLeft(options.path);
+        Outcome left = checkNothingLeft(options.path);
         // Unless another process has just made the ledger, whose log it is then.
         if (!left.ok()) outcome = OwnedFile::open(options.path, OwnedFile::Use::own, &file);
         if (!left.ok() && outcome.status == QUORL_FILE_NOT_FOUND) return left;
@@ -381,7 +381,7 @@ Outcome Ledger::usable(Use use) const {
 }
 
 Outcome Ledger::load(Loader& loader) noexcept {
-    const Outcome permitted = guarded([&] { return usable(Use::loading); });
+    Outcome permitted = guarded([&] { return usable(Use::loading); });
     if (!permitted.ok()) return permitted;
     const std::lock_guard guard(lock_);
     Outcome outcome = guarded([&] {

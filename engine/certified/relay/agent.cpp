@@ -23,7 +23,6 @@ using companion::Message;
 namespace {
 
 constexpr size_t requestsMost = 20'000;    // that wait; what is beyond is as if it were lost
-constexpr uint64_t ackEvery = 32;          // parts
 constexpr size_t batch = 128;              // items sent when asked
 constexpr size_t stateMost = 256u << 20;   // bytes of state in a copy
 constexpr int64_t nothingForThisLong = 1;  // second
@@ -220,7 +219,7 @@ Outcome RelayAgent::submit(Transaction transaction, bool wait, std::unique_lock<
     transaction.token = ++lastToken_;
     transaction.afterFailure = failed_;
     Ledger::Ticket ticket;
-    const Outcome outcome = ledger_->submit(std::move(transaction), &ticket);
+    Outcome outcome = ledger_->submit(std::move(transaction), &ticket);
     if (!outcome.ok()) return outcome;
     failed_ = false;
     const Pending pending{ticket, lastToken_};

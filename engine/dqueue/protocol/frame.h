@@ -52,9 +52,9 @@ enum : uint8_t { flagKept = 1 };  // its sender keeps it until the queue confirm
 
 // One time of being the scheduler. The greatest that a member has heard of counts.
 struct Term {
-    uint64_t number = 0;     // 0: none
-    uint64_t scheduler = 0;  // member
-    auto operator<=>(const Term&) const = default;
+    uint64_t number = 0;                            // 0: none
+    uint64_t scheduler = 0;                         // member
+    auto operator<=>(const Term&) const = default;  // NOLINT(modernize-use-nullptr): there is none
 };
 inline constexpr uint64_t termMost = (uint64_t{1} << 62) - 1;
 
