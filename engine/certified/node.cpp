@@ -155,7 +155,7 @@ quorl_status Node::load() {
             const std::string ledger = "the ledger " + node.ledger_->path();
             // It has the relay agent's name and no state of a transport's, and its messages would make no sense.
             if (relays)
-                return {QUORL_ARG_CONFLICT,
+                return {QUORL_NOT_FILE_OWNER,
                         ledger + " is that of the relay agent of this name, and no transport's; it is left as it is"};
             if (status == QUORL_OK) status = node.machine_.check();
             switch (status) {

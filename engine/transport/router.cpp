@@ -78,6 +78,7 @@ void pushToAll(Listener* const* targets, size_t count, const std::vector<uint32_
         const bool last = i + 1 == shares.size();
         const size_t begin = shares[i];
         const size_t members = (last ? count : shares[i + 1]) - begin;
+        // NOLINTNEXTLINE(bugprone-use-after-move): moved in the last round alone
         message::ContentRef own = last ? std::move(content) : message::ContentRef(content);
         pushToOne(*targets[begin]->share, targets + begin, members, std::move(own));
     }

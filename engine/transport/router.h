@@ -77,6 +77,7 @@ inline void pushToOne(Share& share, Listener* const* members, size_t count, mess
     const uint32_t turn = share.turn.fetch_add(1, std::memory_order_relaxed);
     size_t at = turn % count;
     for (size_t tries = count; tries != 0; --tries) {
+        // NOLINTNEXTLINE(bugprone-use-after-move): a push that says no has taken nothing
         if (event::push(*members[at], std::move(content))) return;
         at = at + 1 == count ? 0 : at + 1;
     }

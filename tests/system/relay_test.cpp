@@ -255,7 +255,7 @@ TEST_F(RelayAgent, whatItKeepsIsToldFromWhatATransportKeeps) {
     quorlcmTransport none = 0;
     EXPECT_EQ(quorlcmTransport_Create(&none, transportTo(server.url()), "relay", QUORL_TRUE, ledger.c_str(),
                                       QUORL_FALSE, nullptr),
-              QUORL_ARG_CONFLICT);
+              QUORL_NOT_FILE_OWNER);
     EXPECT_NE(std::string(quorl_LastErrorText()).find("is that of the relay agent of this name"), std::string::npos)
         << quorl_LastErrorText();
     const std::string copy = printed(QUORL_LEDGER " export '" + ledger + ".1'");

@@ -432,7 +432,7 @@ public final class QuorlCmTransport extends LibraryObject {
      *     when it does not answer, and this transport is still off the network
      */
     public void connectToRelayAgent() {
-        call(QuorlCmTransport::quorlcmTransport_ConnectToRelayAgent);
+        callRelayAgent(QuorlCmTransport::quorlcmTransport_ConnectToRelayAgent);
     }
 
     /**
@@ -443,7 +443,7 @@ public final class QuorlCmTransport extends LibraryObject {
      *     when it does not answer, and this transport stays on the network
      */
     public void disconnectFromRelayAgent() {
-        call(QuorlCmTransport::quorlcmTransport_DisconnectFromRelayAgent);
+        callRelayAgent(QuorlCmTransport::quorlcmTransport_DisconnectFromRelayAgent);
     }
 
     // ---- review -------------------------------------------------------------------------------------------------------
@@ -547,6 +547,15 @@ public final class QuorlCmTransport extends LibraryObject {
             throw refusal(e);
         } finally {
             Reference.reachabilityFence(this);
+        }
+    }
+
+    /** Time that has passed is a failure here, with a text that says whose answer is missing. */
+    private void callRelayAgent(IntConsumer library) {
+        try {
+            call(library);
+        } catch (QuorlException e) {
+            throw e.getStatus() == QuorlException.TIMEOUT ? new QuorlException(e.getStatus(), FailureDetail.last()) : e;
         }
     }
 

@@ -406,6 +406,17 @@ class CertifiedDeliveryTest extends OpenLibrary {
         }
     }
 
+    /** On the bus of the process, where there is none. */
+    @Test
+    void aRelayAgentThatDoesNotAnswerIsNamed() {
+        try (QuorlCmTransport orders = QuorlCmTransport.builder(transport).name("orders").ledger(folder.resolve("orders.ledger"))
+                .relayAgent("office").open()) {
+            QuorlException e = assertThrows(QuorlException.class, orders::connectToRelayAgent);
+            assertEquals(QuorlException.TIMEOUT, e.getStatus());
+            assertEquals("the relay agent \"office\" does not answer \"orders\"; see that quorl-relay runs, and try again", e.getDetail());
+        }
+    }
+
     @Test
     void aLedgerInUseIsRefused() {
         try (QuorlCmTransport orders = openWithLedger("orders")) {

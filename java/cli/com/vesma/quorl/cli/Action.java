@@ -37,6 +37,11 @@ abstract class Action implements Callable<Integer> {
     /** What this command cannot do when it is alone on the bus of its own process; null when there is no need to warn. */
     abstract String aloneOnTheBus();
 
+    /** Whether 'quorl run' takes it too. */
+    boolean inScripts() {
+        return true;
+    }
+
     /** Seconds more than usual that its end may take when it is interrupted. */
     double patience() {
         return 0;
@@ -80,7 +85,7 @@ abstract class Action implements Callable<Integer> {
             String warning = aloneOnTheBus();
             if (warning != null && session.isEmbedded(transport)) {
                 err().println("quorl: warning: without --daemon ADDRESS the bus is this process's own: " + warning
-                        + "\nquorl: 'quorl daemon' runs a daemon; 'quorl run' puts several commands into one process.");
+                        + "\nquorl: 'quorl daemon' runs a daemon" + (inScripts() ? "; 'quorl run' puts several commands into one process." : "."));
                 err().flush();
             }
             try {

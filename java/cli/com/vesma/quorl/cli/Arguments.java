@@ -8,12 +8,21 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.ParseResult;
 
-/** Finds arguments that are not UTF-8: Java has replaced their bytes, and nobody would notice what was sent in their place. */
+/** What was given as arguments. Finds those that are not UTF-8: Java has replaced their bytes, and nobody would notice what was sent in their place. */
 final class Arguments {
     private static final char REPLACEMENT = '\uFFFD';
 
     private Arguments() {}
+
+    /** Which of an option's two names the user has given; the second one when neither was. */
+    static String given(CommandSpec command, String name, String otherwise) {
+        ParseResult parsed = command.commandLine().getParseResult();
+        if (parsed == null) return otherwise;
+        return parsed.originalArgs().stream().anyMatch(word -> word.equals(name) || word.startsWith(name + "=")) ? name : otherwise;
+    }
 
     /** What is wrong with the arguments of this process; null for nothing. */
     static String whyNotText(String... arguments) {

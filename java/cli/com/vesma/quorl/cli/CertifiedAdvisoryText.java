@@ -36,7 +36,8 @@ final class CertifiedAdvisoryText {
             case "skipped" -> messages() + " of " + text("sender") + " will never come" + inBrackets();
             case "stopped" -> text("sender") + " sends " + name() + " nothing more on " + text("subject") + inBrackets();
             case "sender_started_anew" -> text("sender") + " has lost its ledger and counts from the beginning";
-            case "name_taken" -> "another program has the name " + name() + "; this one does nothing until that is gone";
+            case "name_taken" -> "another program, or a relay agent that stands in for it, has the name " + name()
+                    + "; this one does nothing until that is gone";
             case "name_contested" -> "another program has asked for the name " + name() + "; this one keeps it";
             case "name_free" -> "the other program with the name " + name() + " is gone, and this one goes on";
             case "newer_peer" -> "a message of a newer version has come on " + text("subject") + "; it was left out";

@@ -23,7 +23,7 @@ import picocli.CommandLine.Spec;
 @Command(name = "demo", description = {"Runs a daemon, a sender and a receiver, each in a process of its own, kills the receiver (kill -9) "
         + "and starts it again, and counts what has arrived.", "A message that was lost, or came again after it was confirmed, makes the "
         + "exit code 1."},
-        footer = {"", "Examples:", "  quorl cm demo", "  quorl cm demo --timeout 60 --kill-every 0.5 --rate 1000"})
+        footer = {"", "Examples:", "  quorl cm demo", "  quorl cm demo --timeout 60 --kill-every 2 --rate 1000"})
 final class CmDemoCommand implements Callable<Integer> {
     private static final String SUBJECT = "demo.work";
     private static final String SENDER = "demo.sender";
@@ -58,7 +58,7 @@ final class CmDemoCommand implements Callable<Integer> {
 
     @Override
     public Integer call() throws InterruptedException, IOException {
-        checkAbove("--timeout", seconds);
+        checkAbove(Arguments.given(spec, "--seconds", "--timeout"), seconds);
         checkAbove("--kill-every", killEvery);
         checkAbove("--rate", rate);
         if (role == null) return new CertifiedDemo(spec.commandLine().getOut(), seconds, killEvery, rate).run() ? Main.OK : Main.FAILED;

@@ -34,6 +34,11 @@ final class CmListenCommand extends ListeningAction {
         return session.listenCertified(transport, certified, !onlyNew, cancel, subjects, count, message -> print(session, message));
     }
 
+    @Override
+    String whyDeaf(Session session) throws InterruptedException {
+        return certified.name == null ? null : session.whyNothingDone(certified.name);
+    }
+
     private void print(Session session, QuorlMsg message) {
         if (output.csv != null) {
             output.print(session, message);

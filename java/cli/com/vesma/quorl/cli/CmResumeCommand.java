@@ -52,8 +52,9 @@ final class CmResumeCommand extends Action {
         if (json) kept.lines().forEach(session::print);
         String trouble = kept.failure();
         if (left > 0) {
+            String why = session.whyNothingDone(certified.name);
             trouble = (trouble == null ? "" : trouble + "; ") + KeptMessages.unconfirmed(left, KeptMessages.lacking(kept.through()), timeout)
-                    + "; the ledger keeps " + (left == 1 ? "it" : "them");
+                    + "; the ledger keeps " + (left == 1 ? "it" : "them") + (why == null ? "" : "; " + why);
         }
         if (trouble != null) throw new Failure(trouble);
         if (!json) session.print(summary());

@@ -195,6 +195,7 @@ final class CmSendCommand extends Action {
         // What is looked up now may be confirmed meanwhile, and then counts as that.
         Set<String> lacking = KeptMessages.lacking(through);
         long older = kept.left();
+        String taken = certified.name == null ? null : with.whyNothingDone(certified.name);
         if (json) printOpen();
         synchronized (this) {
             long left = sent - confirmed - failed;
@@ -202,6 +203,7 @@ final class CmSendCommand extends Action {
             String olderTrouble = kept.failure();
             if (olderTrouble != null) trouble += (trouble.isEmpty() ? "" : "; ") + olderTrouble;
             if (left + older > 0 && timeout > 0) trouble += (trouble.isEmpty() ? "" : "; ") + unconfirmed(left, older, lacking);
+            if (!trouble.isEmpty() && taken != null) trouble += "; " + taken;
             if (!trouble.isEmpty()) throw new Failure(trouble);
             if (!json) session.print(summary(sent, left, older, lacking));
         }

@@ -57,7 +57,7 @@ final class DaemonCommand implements Callable<Integer> {
         if (port < 0 || port > 65535) throw usage("--port takes a number from 0 to 65535, not " + port);
         if (maxPayload < 1 || maxPayload > 64) throw usage("--max-payload takes a number from 1 to 64, not " + maxPayload);
         if (seconds != null && !(seconds > 0 && seconds < 1e9)) {
-            throw usage("--timeout takes a number above 0, not " + Texts.number(seconds));
+            throw usage(Arguments.given(spec, "--seconds", "--timeout") + " takes a number above 0, not " + Texts.number(seconds));
         }
         Path path = program != null ? Path.of(program) : installed.get();
         if (path == null) {

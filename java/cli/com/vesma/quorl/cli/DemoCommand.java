@@ -39,7 +39,7 @@ final class DemoCommand extends Action {
 
     @Override
     void check() {
-        if (!(seconds > 0 && seconds < 1e6)) throw usage("--timeout takes a number above 0, not " + Texts.number(seconds));
+        if (!(seconds > 0 && seconds < 1e6)) throw usage(Arguments.given(spec, "--seconds", "--timeout") + " takes a number above 0, not " + Texts.number(seconds));
     }
 
     @Override

@@ -99,6 +99,7 @@ final class DqWorkCommand extends Action {
 
     @Override
     void begin(Session with) {
+        ProgramFile.check(program.get(0));
         session = with;
         QuorlCmQueueTransport member;
         try {

@@ -130,7 +130,13 @@ final class FtJoinCommand extends Action {
     }
 
     @Override
+    boolean inScripts() {
+        return false;
+    }
+
+    @Override
     void begin(Session session) throws InterruptedException {
+        if (program != null) ProgramFile.check(program.get(0));
         try {
             member = session.member(transport, group).weight((int) weight).activeGoal((int) goal)
                     .intervals(duration(heartbeat), duration(preparation), duration(activation))

@@ -47,6 +47,11 @@ final class FtWatchCommand extends Action {
     }
 
     @Override
+    boolean inScripts() {
+        return false;
+    }
+
+    @Override
     void begin(Session session) throws InterruptedException {
         draws = Screen.isTerminal() && !json;
         Duration interval = FtJoinCommand.duration(lost);
@@ -112,7 +117,7 @@ final class FtWatchCommand extends Action {
         long end = timeout == null ? Long.MAX_VALUE : System.nanoTime() + FtJoinCommand.duration(timeout).toNanos();
         try (Screen screen = new Screen(out())) {
             for (;;) {
-                screen.draw(table.lines(group, System.nanoTime()));
+                screen.draw(table.lines(group, System.nanoTime(), Screen.height() - 1));
                 double left = (end - System.nanoTime()) / 1e9;
                 if (timeout != null && left <= 0) return;
                 session.pause(timeout == null ? REDRAW : Double.valueOf(Math.min(REDRAW, left)));

@@ -38,20 +38,37 @@ final class GroupTable {
                 same ? before.since : now, longer));
     }
 
-    /** In the order of their ranks, as far as a monitor knows it: those of the highest weight first. */
-    synchronized List<String> lines(String group, long now) {
+    /**
+     * In the order of their ranks, as far as a monitor knows it: those of the highest weight first. When that is more than most
+     * lines, members are left out at last that are active.
+     */
+    synchronized List<String> lines(String group, long now, int most) {
         rows.values().removeIf(row -> isGone(row) && now - row.since > SHOWN_GONE);
         List<String> lines = new ArrayList<>();
         long members = rows.values().stream().filter(row -> !isGone(row)).count();
         lines.add(group + ": " + (active == null ? "listening" : active + " active of " + (members == 1 ? "1 member" : members + " members")));
-        if (rows.isEmpty()) return lines;
+        if (rows.isEmpty() || most < 2) return lines;
+        Comparator<Row> byRank = Comparator.comparing(GroupTable::isGone).thenComparing(row -> -row.weight)
+                .thenComparing(row -> !acts(row)).thenComparing(Row::label);
+        List<Row> shown = new ArrayList<>(rows.values());
+        shown.sort(byRank);
+        int room = most - 2;
+        if (shown.size() > room) {
+            // One line less, for what tells of the others. Sorting keeps the ranks of those that are alike.
+            shown.sort(Comparator.comparing(row -> isGone(row) ? 2 : acts(row) ? 0 : 1));
+            shown = new ArrayList<>(shown.subList(0, Math.max(0, room - 1)));
+            shown.sort(byRank);
+        }
+        int more = rows.size() - shown.size();
+        if (shown.isEmpty()) {
+            lines.add("  and " + more + " more");
+            return lines;
+        }
         int width = rows.values().stream().mapToInt(row -> row.label.length()).max().orElse(0);
         lines.add(format("  %-" + Math.max(width, 6) + "s  %-8s  %6s  %10s  %s", "MEMBER", "STATE", "WEIGHT", "FOR", "TOKEN"));
-        rows.values().stream()
-                .sorted(Comparator.comparing(GroupTable::isGone).thenComparing(row -> -row.weight).thenComparing(row -> !acts(row))
-                        .thenComparing(Row::label))
-                .forEach(row -> lines.add(format("  %-" + Math.max(width, 6) + "s  %-8s  %6d  %10s  %s", row.label, row.state, row.weight,
+        shown.forEach(row -> lines.add(format("  %-" + Math.max(width, 6) + "s  %-8s  %6d  %10s  %s", row.label, row.state, row.weight,
                         (row.longer ? ">" : "") + time(now - row.since), row.token == 0 ? "" : Long.toUnsignedString(row.token)).stripTrailing()));
+        if (more > 0) lines.add("  and " + more + " more");
         return lines;
     }
 

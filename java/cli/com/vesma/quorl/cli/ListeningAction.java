@@ -35,6 +35,11 @@ abstract class ListeningAction extends Action {
         checkListenable(subject);
     }
 
+    /** Why it could not hear anything; null when it could. */
+    String whyDeaf(Session session) throws InterruptedException {
+        return null;
+    }
+
     /** Begins to listen, and counts. */
     abstract Session.Counter listen(Session session) throws InterruptedException;
 
@@ -55,9 +60,11 @@ abstract class ListeningAction extends Action {
         if (alone) tellReady(session, "listening to " + String.join(", ", subjects));
         if (count == null && !alone) return;
         Double limit = timeout == null && !alone ? Double.valueOf(Session.PATIENCE) : timeout;
-        if (!received.await(limit) && count != null) {
-            throw new Failure("listen " + String.join(" ", subjects) + ": " + received.count() + " of " + count
-                    + " messages came within " + Texts.number(limit) + " s");
-        }
+        if (received.await(limit)) return;
+        String why = whyDeaf(session);
+        if (count == null && why == null) return;
+        throw new Failure("listen " + String.join(" ", subjects) + ": "
+                + (count == null ? "nothing could be heard" : received.count() + " of " + count + " messages came") + " within "
+                + Texts.number(limit) + " s" + (why == null ? "" : "; " + why));
     }
 }

@@ -99,7 +99,7 @@ final class RunCommand extends Action {
             CommandLine script = Main.commandLine(new Script(), out(), err());
             CommandLine.ParseResult parsed = script.parseArgs(words.toArray(String[]::new));
             if (!parsed.hasSubcommand()) {
-                throw usage("no command; a script has send, listen, request, reply, cm, stats and wait");
+                throw usage("no command; a script has send, listen, request, reply, cm, dq, stats and wait");
             }
             CommandLine.ParseResult command = parsed.subcommand();
             while (command.hasSubcommand()) command = command.subcommand();

@@ -110,6 +110,9 @@ final class Session implements AutoCloseable {
     /** Messages that may have been lost with a daemon's connection. Guarded by this. */
     private long unconfirmed;
 
+    /** Certified names of this process that others have. Guarded by this. */
+    private final Set<String> takenNames = new HashSet<>();
+
     /** A daemon has refused something. Guarded by this. */
     private boolean refused;
 
@@ -178,6 +181,8 @@ final class Session implements AutoCloseable {
                 toldReasons.add(advisory.getString("reason"));
             }
             if (subject.endsWith(".daemon.dropped") && doubted) return;
+            if (subject.endsWith(".certified.name_taken")) takenNames.add(advisory.getString("name"));
+            if (subject.endsWith(".certified.name_free")) takenNames.remove(advisory.getString("name"));
         }
         String server = subject.endsWith(".daemon.back") ? serverOf(advisory) : "";
         String text = CertifiedAdvisoryText.isAbout(subject) ? CertifiedAdvisoryText.of(advisory)
@@ -347,6 +352,15 @@ final class Session implements AutoCloseable {
             return opened;
         } catch (QuorlException e) {
             throw new Failure((name.ledger == null ? "" : name.ledger + ": ") + e.getMessage());
+        }
+    }
+
+    /** Why nothing was done under a certified name, as far as it is known; null when it is this process's. */
+    String whyNothingDone(String name) throws InterruptedException {
+        // What the library has told before is heard now.
+        flush();
+        synchronized (this) {
+            return takenNames.contains(name) ? "another program, or a relay agent that stands in for it, has the name " + name : null;
         }
     }
 

@@ -71,7 +71,8 @@ class AdvisoryTextTest {
         saysOfCertified("messages 3 to 9 on a of feed will never come (why)", "skipped", range);
         saysOfCertified("feed sends orders nothing more on a (why)", "stopped", range);
         saysOfCertified("feed has lost its ledger and counts from the beginning", "sender_started_anew", range);
-        saysOfCertified("another program has the name orders; this one does nothing until that is gone", "name_taken", m -> {});
+        saysOfCertified("another program, or a relay agent that stands in for it, has the name orders; this one does nothing until that is gone",
+                "name_taken", m -> {});
         saysOfCertified("another program has asked for the name orders; this one keeps it", "name_contested", m -> {});
         saysOfCertified("the other program with the name orders is gone, and this one goes on", "name_free", m -> {});
         saysOfCertified("a message of a newer version has come on a; it was left out", "newer_peer", range);

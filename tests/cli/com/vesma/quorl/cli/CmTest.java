@@ -104,6 +104,18 @@ class CmTest {
     }
 
     @Test
+    void aNameThatIsNeverOursIsAFailure() throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder);
+                ChildCommand first = new ChildCommand(folder, "cm", "listen", "work", "--name", "billing", "--daemon", daemon.address)) {
+            first.awaitSaid("listening to work");
+            Cli second = Cli.run("cm", "listen", "work", "--name", "billing", "--timeout", "5", "--daemon", daemon.address);
+            assertEquals(1, second.code(), second.err());
+            assertTrue(second.err().endsWith("quorl: listen work: nothing could be heard within 5 s; another program, or a relay agent that "
+                    + "stands in for it, has the name billing\n"), second.err());
+        }
+    }
+
+    @Test
     void whatWaitsIsTold() {
         assertEquals("1 message was sent; 1 waits for billing\n", send("orders.new", "--timeout", "0", "--daemon", "").out());
         assertEquals("1 message was sent, and 1 older one; 2 wait for archive and billing\n",

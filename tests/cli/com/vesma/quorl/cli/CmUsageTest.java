@@ -49,6 +49,8 @@ class CmUsageTest {
         Cli.expectUsage("Missing required parameter: 'SUBJECT'; 'quorl cm resume' sends what the ledger keeps", "quorl cm send", "cm", "send",
                 "--name", "n", "--ledger", "l");
         Cli.expectUsage("resume needs a --name and its --ledger", "quorl cm resume", "cm", "resume", "--name", "n");
+        Cli.expectUsage("--seconds takes a number above 0, not 0", "quorl cm demo", "cm", "demo", "--seconds", "0");
+        Cli.expectUsage("--timeout takes a number above 0, not 0", "quorl cm demo", "cm", "demo", "--timeout=0");
         Cli.expectUsage("-e line 1: 'cm review' is for the command line, not for a script", "quorl run", "run", "-e",
                 "cm review --name n --ledger l");
     }

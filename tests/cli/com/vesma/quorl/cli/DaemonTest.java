@@ -127,7 +127,7 @@ class DaemonTest {
     void wrongCallsAreRefused() throws Exception {
         Cli.expectUsage("--port takes a number from 0 to 65535, not 70000", "quorl daemon", "daemon", "--port", "70000");
         Cli.expectUsage("--max-payload takes a number from 1 to 64, not 0", "quorl daemon", "daemon", "--max-payload", "0");
-        Cli.expectUsage("--timeout takes a number above 0, not 0", "quorl daemon", "daemon", "--seconds", "0");
+        Cli.expectUsage("--seconds takes a number above 0, not 0", "quorl daemon", "daemon", "--seconds", "0");
         Cli missing = Cli.run("daemon", "--server", folder.resolve("none").toString());
         assertEquals(1, missing.code());
         try (ServerSocket taken = new ServerSocket(0, 1, InetAddress.getByName("127.0.0.1"))) {

@@ -111,7 +111,7 @@ class FtTest {
                 }
             }
             try (ChildCommand child = join(daemon, "--exec", "/nonexistent/program", "--help", "-x")) {
-                assertTrue(child.code() != 0);
+                assertEquals(1, child.code());
                 assertTrue(child.said().contains("/nonexistent/program"), child.said());
             }
         }
@@ -168,5 +168,7 @@ class FtTest {
         assertEquals(0, run.code(), run.err());
         assertTrue(run.out().matches("(?s)activate, token [0-9]+\n.*"), run.out());
         assertTrue(run.err().contains("the group has no other member than this one"), run.err());
+        // Where it is not taken.
+        assertFalse(run.err().contains("quorl run"), run.err());
     }
 }

@@ -67,7 +67,7 @@ class FtUsageTest {
     @Test
     void aGroupIsDrawnByRank() {
         GroupTable table = new GroupTable();
-        assertEquals(List.of("g: listening"), table.lines("g", 0));
+        assertEquals(List.of("g: listening"), table.lines("g", 0, 24));
         try (QuorlMsg a = peer("host/1", "active", 1, -1); QuorlMsg b = peer("host/22", "joining", 5, 0); QuorlMsg c = peer("host/3", "standby", 1, 0);
                 QuorlMsg standby = peer("host/22", "standby", 5, 0)) {
             table.told("joined", a, SECOND);
@@ -79,14 +79,37 @@ class FtUsageTest {
                     "  MEMBER   STATE     WEIGHT         FOR  TOKEN",
                     "  host/22  standby        5         3 s",
                     "  host/1   active         1       >1:04  18446744073709551615",
-                    "  host/3   standby        1        >4 s"), table.lines("g", 65 * SECOND));
+                    "  host/3   standby        1        >4 s"), table.lines("g", 65 * SECOND, 24));
             table.told("lost", a, 66 * SECOND);
             table.count(0);
-            assertEquals("  host/1   lost           1         1 s  18446744073709551615", table.lines("g", 67 * SECOND).get(4));
-            assertEquals("g: 0 active of 2 members", table.lines("g", 67 * SECOND).get(0));
-            assertEquals(4, table.lines("g", 77 * SECOND).size(), "whoever is gone for long is not shown");
+            assertEquals("  host/1   lost           1         1 s  18446744073709551615", table.lines("g", 67 * SECOND, 24).get(4));
+            assertEquals("g: 0 active of 2 members", table.lines("g", 67 * SECOND, 24).get(0));
+            assertEquals(4, table.lines("g", 77 * SECOND, 24).size(), "whoever is gone for long is not shown");
         }
         assertEquals("1:02:03", GroupTable.time(3723 * SECOND));
+    }
+
+    @Test
+    void aTallGroupIsCutWhereTheTerminalEnds() {
+        GroupTable table = new GroupTable();
+        for (int i = 10; i < 30; i++) {
+            try (QuorlMsg each = peer("host/" + i, i == 12 ? "active" : "standby", 30 - i, i == 12 ? 5 : 0)) {
+                table.told("joined", each, 0);
+            }
+        }
+        try (QuorlMsg gone = peer("host/10", "standby", 20, 0)) {
+            table.told("lost", gone, 0);
+        }
+        table.count(1);
+        String head = "  MEMBER   STATE     WEIGHT         FOR  TOKEN";
+        String active = "  host/12  active        18        >1 s  5";
+        assertEquals(List.of("g: 1 active of 19 members", head, "  host/11  standby       19        >1 s", active, "  and 18 more"),
+                table.lines("g", SECOND, 5));
+        assertEquals(List.of("g: 1 active of 19 members", head, active, "  and 19 more"), table.lines("g", SECOND, 4));
+        assertEquals(List.of("g: 1 active of 19 members", "  and 20 more"), table.lines("g", SECOND, 3));
+        assertEquals(List.of("g: 1 active of 19 members"), table.lines("g", SECOND, 1));
+        assertEquals(22, table.lines("g", SECOND, 22).size());
+        assertEquals(21, table.lines("g", SECOND, 21).size());
     }
 
     private static String told(String name, QuorlMsg advisory) {

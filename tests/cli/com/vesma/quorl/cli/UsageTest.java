@@ -98,7 +98,7 @@ class UsageTest {
         Cli.expectUsage("--timeout takes a number of at least 0, not -2.5", "quorl listen", "listen", "a", "--timeout",
                 "-2.5");
         Cli.expectUsage("--timeout takes a number of at least 0, not NaN", "quorl request", "request", "a", "--timeout", "NaN");
-        Cli.expectUsage("--timeout takes a number above 0, not 0", "quorl demo", "demo", "--seconds", "0");
+        Cli.expectUsage("--seconds takes a number above 0, not 0", "quorl demo", "demo", "--seconds", "0");
         Cli.expectUsage("--timeout takes a number above 0, not 0", "quorl demo", "demo", "--timeout", "0");
         Cli.expectUsage("Invalid value for option '--count': 'many' is not a number that fits", "quorl send", "send", "a",
                 "--count", "many");
