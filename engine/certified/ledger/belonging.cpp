@@ -47,7 +47,7 @@ Outcome readProperties(const PageFile& file, Properties* properties) {
 // the next one begins. So a log that is of use to a file has the file's id, and the number that the file has or the next.
 Outcome checkLogBelongs(int descriptor, const std::string& path, const Log& log) {
     if (log.frames == 0) return {};  // SQLite takes nothing from it
-    const Outcome foreign = notItsOwn(path, path + "-wal");
+    Outcome foreign = notItsOwn(path, path + "-wal");
     if (!log.newest.contains(propertyPage)) return foreign;
     Properties ofLog;
     Properties ofFile;
