@@ -34,6 +34,7 @@ struct Outside {
     bool left = false;
     uint64_t token = 0;
     int64_t deactivatedAt = INT64_MIN;
+    int64_t renewedAt = INT64_MIN;
     size_t frames = 0;  // since the clock went last by a heartbeat
     int64_t framesFrom = 0;
 };
@@ -216,8 +217,12 @@ class Run {
                     break;
                 case Action::deactivate:
                     require(outside.active && told.token == outside.token, "a deactivation is out of order");
+                    require(told.cause != Cause::token || outside.renewedAt == INT64_MIN ||
+                                now_ - outside.renewedAt >= intervals.heartbeat,
+                            "it gets tokens faster than heartbeats");
                     outside.active = outside.hinted = false;
-                    outside.deactivatedAt = now_;
+                    // One that only gets a new token is active again at once.
+                    (told.cause == Cause::token ? outside.renewedAt : outside.deactivatedAt) = now_;
                     break;
             }
         }

@@ -346,7 +346,7 @@ void Member::decide(Now now, MemberOutput& out) {
     if (tooMany && others.lowerActive && time - tooManyFrom_ >= self_.intervals.activation)
         deactivate(Cause::unheard, time, out);
     // Two sides of a partition have met. A guard that has seen the other side's token would refuse this one's for ever.
-    const bool outranked = latest_ > self_.activation || others_ > token();
+    const bool outranked = self_.activation < highestActivation && (latest_ > self_.activation || others_ > token());
     if (active_ && outranked && others.goal == 1 && others.acting == 0 && time >= holdUntil_) renew(now, out);
 
     const bool entitled = !active_ && !joining_ && others.better < others.goal;
