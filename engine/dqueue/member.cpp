@@ -26,8 +26,9 @@ namespace {
 constexpr int64_t pauseWithoutRoom = 2'000'000;  // nanoseconds
 constexpr int64_t pauseWithoutMemory = 10'000'000;
 constexpr int64_t lastWords = 2'000'000'000;  // to wait for room when it closes
-constexpr size_t backlogMost = 20'000;        // messages that wait for room; what is beyond is as if it were lost
-constexpr uint32_t noEar = UINT32_MAX;        // of the library's listener for questions about the status
+// Messages that wait for room; what is beyond is as if it were lost, but for dead letters: nobody sends those again.
+constexpr size_t backlogMost = 20'000;
+constexpr uint32_t noEar = UINT32_MAX;  // of the library's listener for questions about the status
 
 quorl_status noMemory() noexcept {
     return fail(QUORL_NO_MEMORY, "no memory for a distributed queue");
@@ -170,7 +171,9 @@ void QueueMember::carryOut(quorl_status status) noexcept {
     const companion::KeptErrorText kept;
     for (const Ear& ear : out_.ears) open(ear);
     for (const DeadLetter& letter : out_.deadLetters) bury(letter);
-    for (Message& message : out_.messages) enqueue(std::move(message));
+    for (Message& message : out_.messages) {
+        if (backlog_.size() < backlogMost) enqueue(std::move(message));
+    }
     flush();
     for (Task& task : out_.tasks) post(task);
     int64_t due = machine_.due();
@@ -221,7 +224,6 @@ void QueueMember::openMissing() noexcept {
 }
 
 void QueueMember::enqueue(Message&& message) noexcept {
-    if (backlog_.size() >= backlogMost) return;
     try {
         backlog_.push_back(std::move(message));
     } catch (const std::bad_alloc&) {

@@ -420,6 +420,58 @@ TEST(DqueueMachine, counts_what_is_no_frame_and_tells_of_newer_members_once) {
     EXPECT_EQ(group.member(only).told(Event::Kind::newerMember), 1u);
 }
 
+// A frame of 1,500 bytes can name tens of millions of numbers, which nobody has completed.
+TEST(DqueueMachine, does_not_look_at_more_numbers_of_a_frame_than_a_worker_can_mean) {
+    Group group;
+    const size_t scheduler = group.join(settingsOf(2));
+    const size_t worker = group.join(settingsOf(1));
+    group.pass(2 * second);
+    Term term;
+    while (term.number == 0) {
+        group.pass(10 * millisecond);
+        group.call(scheduler, [&](Machine& machine, Output& out) {
+            machine.tick(group.now(), out);
+            for (const auto& message : out.messages) {
+                Frame frame;
+                if (decode(message.attributes(), &frame) == Decoded::frame && frame.kind == Kind::beat)
+                    term = frame.term;
+            }
+        });
+    }
+    ListWriter ranges;
+    while (ranges.size() < 1'400) {
+        ranges.number(2);
+        ranges.number(99'998);
+    }
+    ListWriter list;
+    list.byte(static_cast<uint8_t>(GroupKind::done));
+    list.number(0);
+    list.text("somebody");
+    list.fixed(7);
+    list.number(1);
+    list.text(ranges.string());
+    ASSERT_TRUE(list.fits());
+    const std::string bytes = list.string();
+    Frame report;
+    report.kind = Kind::report;
+    report.member = group.member(worker).machine->id();
+    report.term = term;
+    report.attachment = 1;
+    report.report = 1;
+    report.parts = 1;
+    report.list = {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()};
+    for (const uint8_t flags : {uint8_t{0}, uint8_t{flagInventory}}) {
+        report.flags = flags;
+        FrameWriter writer;
+        encode(report, writer);
+        const uint64_t before = group.counts(scheduler).memory;
+        group.hand(messageWith(writer, group.member(scheduler).machine->address()));
+        EXPECT_LT(group.counts(scheduler).memory - before, 4'000'000u);
+    }
+    EXPECT_LE(group.counts(scheduler).settled, 100'000u);
+    EXPECT_GT(group.counts(scheduler).foreign, 0u);
+}
+
 TEST(DqueueMachine, tells_of_a_scheduler_with_other_limits) {
     Group group;
     group.join(settingsOf(2));

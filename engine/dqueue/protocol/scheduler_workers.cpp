@@ -11,9 +11,16 @@ namespace {
 
 constexpr size_t resentMost = 256;  // hand-outs at once
 constexpr size_t overdueMost = 10'000;
-// Numbers of one range that are looked at one by one; workers say more in a range only of what is settled.
-constexpr uint64_t spanMost = 100'000;
+// Numbers of one frame that are looked at one by one; workers say more only of what is settled.
+constexpr uint64_t numbersMost = 100'000;
 constexpr int64_t missedFor = 30 * milliseconds;
+
+// Of what is left for a frame; false: it does not suffice.
+bool spares(uint64_t& left, const Range& range) noexcept {
+    if (range.last - range.first >= left) return false;
+    left -= range.last - range.first + 1;
+    return true;
+}
 
 // Marks a part as come; true: all have.
 bool comes(std::vector<bool>& parts, const Frame& frame) {
@@ -145,12 +152,13 @@ void Scheduler::onReport(const Frame& frame) {
     }
     // What is done is done, whatever has become of the worker meanwhile.
     bool answers = false;
+    uint64_t left = numbersMost;
     forEachGroup(frame.list, [&](const Group& group) {
         if (group.kind == GroupKind::held || group.kind == GroupKind::count || group.kind == GroupKind::taken) return;
         Stream* stream = shared_.streams.make(group.stream, shared_.now.monotonic);
         if (stream == nullptr) return;
         certified::forEachRange(group.ranges, 0, [&](Range range) {
-            if (range.last - range.first >= spanMost) {
+            if (!spares(left, range)) {
                 ++shared_.counts.foreign;
                 return;
             }
@@ -182,6 +190,7 @@ void Scheduler::onInventory(const Frame& frame, WorkerEntry& worker) {
         worker.inventoryParts.assign(frame.parts, false);
     }
     const bool counts = !worker.inventoried && worker.inventoryComing == frame.report;
+    uint64_t left = numbersMost;
     forEachGroup(frame.list, [&](const Group& group) {
         Stream* stream = shared_.streams.make(group.stream, shared_.now.monotonic);
         if (stream == nullptr) return;
@@ -198,11 +207,11 @@ void Scheduler::onInventory(const Frame& frame, WorkerEntry& worker) {
                 const uint64_t before = stream->settled.upTo() + stream->settled.beyond();
                 stream->settled.add(range);
                 if (stream->settled.upTo() + stream->settled.beyond() == before) return;
-                if (range.last - range.first < spanMost) {
+                if (spares(left, range)) {
                     for (uint64_t number = range.first; number <= range.last; ++number) stream->fresh.push_back(number);
                 }
                 markDirty(*stream);
-            } else if (group.kind == GroupKind::held && counts && range.last - range.first < spanMost) {
+            } else if (group.kind == GroupKind::held && counts && spares(left, range)) {
                 for (uint64_t number = range.first; number <= range.last; ++number)
                     heldBy(*stream, number, group.reassigned, worker, frame.report);
             }

@@ -18,7 +18,7 @@ constexpr int64_t acknowledgeWithin = 20 * milliseconds;
 constexpr size_t reportEvery = 64;  // completions
 constexpr int64_t attachPauseLeast = 100 * milliseconds;
 constexpr size_t missingMost = 300;    // bytes of ranges
-constexpr uint64_t spanMost = 65'536;  // numbers of a range that are looked at one by one
+constexpr uint64_t spanMost = 65'536;  // numbers of a frame that are looked at one by one
 
 bool bySequence(uint64_t one, uint64_t other) noexcept {
     return one < other;
@@ -514,12 +514,14 @@ void Worker::onSettled(const Frame& frame) {
 
 void Worker::onCounted(const Frame& frame) {
     if (frame.term != term_ || frame.member != term_.scheduler) return;
+    uint64_t left = spanMost;
     forEachGroup(frame.list, [&](const Group& group) {
         if (group.kind != GroupKind::count && group.kind != GroupKind::taken) return;
         Stream* stream = shared_.streams.make(group.stream, shared_.now.monotonic);
         if (stream == nullptr) return;
         certified::forEachRange(group.ranges, 0, [&](Range range) {
-            if (range.last - range.first >= spanMost) return;
+            if (range.last - range.first >= left) return;
+            left -= range.last - range.first + 1;
             for (uint64_t number = range.first; number <= range.last; ++number) {
                 if (stream->settled.contains(number)) continue;
                 if (stream->counted.size() >= Streams::countedMost) return;
