@@ -17,7 +17,7 @@ constexpr size_t historyMost = 20;
 ScheduledTask& Scheduler::makeTask(Stream& stream, uint64_t number) {
     if (free_.empty()) {
         places_.emplace_back();
-        free_.reserve(places_.size());
+        if (free_.capacity() < places_.size()) free_.reserve(2 * places_.size());
         free_.push_back(&places_.back());
     }
     ScheduledTask& task = *free_.back();
@@ -115,7 +115,7 @@ void Scheduler::unpark() {
 }
 
 void Scheduler::settle(Stream& stream, uint64_t number) {
-    stream.fresh.reserve(stream.fresh.size() + 1);
+    reserveOneMore(stream.fresh);
     ++shared_.counts.settled;
     stream.settled.add({number, number});
     stream.counted.erase(number);

@@ -64,7 +64,7 @@ WorkerEntry* Scheduler::meet(const Frame& frame) {
         worker->label = shared_.labelOf(frame.member);
         worker->address = addressOf(shared_.settings.queue, frame.member);
         worker->time = time_;
-        workers_.reserve(workers_.size() + 1);
+        reserveOneMore(workers_);
         workersByMember_.emplace(frame.member, worker);
         workers_.push_back(std::move(made));
     }

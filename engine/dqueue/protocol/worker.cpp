@@ -152,9 +152,9 @@ bool Worker::isUnreported(const Stream& stream, uint64_t number) noexcept {
 // Remembers that it was completed, until the scheduler has said that it knows.
 void Worker::reported(Stream& stream, uint64_t number) {
     auto& list = stream.unreported;
-    fresh_.reserve(fresh_.size() + 1);
+    reserveOneMore(fresh_);
     if (list.empty()) {
-        reporting_.reserve(reporting_.size() + 1);
+        reserveOneMore(reporting_);
         list.push_back(number);
         reporting_.push_back(&stream);
     } else {
@@ -479,7 +479,7 @@ void Worker::deliver(const Frame& frame, const companion::Message& message, Stre
     uint64_t local = lastLocal_ + 1;
     if (static_cast<uint32_t>(local) == 0) ++local;
     task.number = static_cast<uint32_t>(local);
-    shared_.out->tasks.reserve(shared_.out->tasks.size() + 1);
+    reserveOneMore(shared_.out->tasks);
     held_.take(local) = {&stream, number, listener, frame.reassigned, static_cast<uint32_t>(frame.sequence)};
     try {
         stream.held.emplace(number, task.number);
