@@ -173,20 +173,24 @@ void Member::onNews(Peer* peer, const Frame& frame, int64_t now, MemberOutput& o
         return one.goal != other.goal || one.intervals != other.intervals;
     };
     const bool isNew = peer == nullptr;
-    const bool otherTerms =
-        frame.state != State::left && disagrees(frame, self_) && (isNew || disagrees(frame, peer->last));
+    const bool left = frame.state == State::left;
+    const bool newTerms = isNew || disagrees(frame, peer->last);
     if (isNew) {
         peers_.add(frame, now);
         stirred_ = true;
-        if (frame.state != State::left) tell(Event::joined, frame, 0, now, out);
+        if (!left) tell(Event::joined, frame, 0, now, out);
     } else {
         const Frame& last = peer->last;
         stirred_ = stirred_ || peer->suspected || last.state != frame.state || last.weight != frame.weight ||
                    last.joined != frame.joined || last.goal != frame.goal;
         peers_.heard(*peer, frame, now);
-        if (frame.state == State::left) tell(Event::left, frame, 0, now, out);
+        if (left) tell(Event::left, frame, 0, now, out);
     }
-    if (otherTerms) tell(Event::disagreement, frame, 0, now, out);
+    if (left || (newTerms && !disagrees(frame, self_))) {
+        disagreements_.forget(frame.member);
+    } else if (newTerms && disagreements_.isNews(frame)) {
+        tell(Event::disagreement, frame, 0, now, out);
+    }
     stirred_ = stirred_ || frame.latest > latest_;
     latest_ = std::max(latest_, frame.latest);
     others_ = std::max(others_, tokenOf(frame.activation, frame.member));

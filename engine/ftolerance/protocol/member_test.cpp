@@ -395,6 +395,23 @@ TEST(FtMember, other_intervals_are_told) {
     EXPECT_EQ(one.told(Event::disagreement), 2u);
 }
 
+TEST(FtMember, a_disagreement_with_one_that_was_lost_meanwhile_is_not_told_again) {
+    Driven one(1);
+    one.start(0);
+    Frame slow = other(2, State::standby);
+    slow.intervals = {5 * second, 0, 20 * second};
+    for (; slow.sequence <= 20; ++slow.sequence) {
+        const int64_t at = static_cast<int64_t>(slow.sequence) * 5 * second;
+        one.pass(at - 1);
+        one.hear(at, slow);
+    }
+    EXPECT_GE(one.told(Event::lost), 19u);
+    EXPECT_EQ(one.told(Event::disagreement), 1u);
+    slow.state = State::left;
+    one.hear(101 * second, slow);
+    EXPECT_EQ(one.told(Event::disagreement), 1u);
+}
+
 TEST(FtMember, an_active_one_that_stood_still_steps_back_in_its_first_step_and_listens_anew) {
     Driven one(1);
     one.start(0);

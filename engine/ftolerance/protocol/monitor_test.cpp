@@ -139,6 +139,28 @@ TEST(FtMonitor, tells_members_whose_heartbeats_come_too_seldom_for_it) {
     EXPECT_EQ(one.told(Event::disagreement), 1u);
 }
 
+// One whose heartbeats are further apart than that is lost and heard again with each of them.
+TEST(FtMonitor, tells_a_member_that_comes_and_goes_once_until_its_intervals_change) {
+    Driven one(second);
+    for (uint64_t i = 1; i <= 20; ++i) one.hear(static_cast<int64_t>(i) * 2 * second, frameOf(1, State::active, i));
+    EXPECT_GE(one.told(Event::lost), 19u);
+    EXPECT_EQ(one.told(Event::disagreement), 1u);
+    Frame frame = frameOf(1, State::active, 21);
+    frame.intervals.heartbeat = 2 * second;
+    one.hear(42 * second, frame);
+    EXPECT_EQ(one.told(Event::disagreement), 2u);
+    frame.sequence = 22;
+    frame.intervals.heartbeat = second / 2;
+    one.hear(42 * second, frame);
+    frame.sequence = 23;
+    frame.intervals.heartbeat = 2 * second;
+    one.hear(42 * second, frame);
+    EXPECT_EQ(one.told(Event::disagreement), 3u) << "it had agreed meanwhile";
+    one.hear(42 * second, frameOf(1, State::left, 24));
+    one.hear(42 * second, frameOf(2, State::left, 1));
+    EXPECT_EQ(one.told(Event::disagreement), 3u) << "who has left does not matter";
+}
+
 TEST(FtMonitor, tells_all_that_the_members_of_a_large_group_do) {
     Driven one(3 * second);
     for (uint64_t id = 1; id <= 200; ++id) one.hear(second, frameOf(id, State::joining, 1));
