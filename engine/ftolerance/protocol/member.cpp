@@ -95,11 +95,16 @@ void Member::send(int64_t now, MemberOutput& out) {
     heartbeatAt_ = now + self_.intervals.heartbeat;
 }
 
-// Makes room, so that nothing fails in the middle, and looks whether the process stood still.
-void Member::step(Now now, MemberOutput& out) {
+// So that nothing fails in the middle of a step.
+void Member::makeRoom(MemberOutput& out) {
     out.actions.reserve(out.actions.size() + 4);
     out.frames.reserve(out.frames.size() + 2);
     out.advisories.reserve(out.advisories.size() + size_t{events} * 2);
+}
+
+// Looks whether the process stood still.
+void Member::step(Now now, MemberOutput& out) {
+    makeRoom(out);
     const int64_t length = now.monotonic - stepped_;
     const int64_t late = now.monotonic - due();
     stepped_ = now.monotonic;
@@ -242,9 +247,10 @@ void Member::stepAside(Now now, MemberOutput& out) {
     finish(false, now, out);
 }
 
+// Not a step: the program is told nothing more, not even that the process stood still.
 void Member::leave(Now now, MemberOutput& out) {
     if (left_) return;
-    step(now, out);
+    makeRoom(out);
     left_ = true;
     send(now.monotonic, out);
 }

@@ -100,6 +100,7 @@ class Member {
         const Frame* worstActing = nullptr;
     };
 
+    static void makeRoom(MemberOutput& out);
     void step(Now now, MemberOutput& out);
     void finish(bool timesCame, Now now, MemberOutput& out);
     void onPause(int64_t length, int64_t now, MemberOutput& out);

@@ -281,6 +281,18 @@ TEST(FtMember, nothing_comes_out_of_one_that_has_left) {
     EXPECT_EQ(one.actions.size(), actions);
 }
 
+// Its thread is not the one that tells actions, so there must be none.
+TEST(FtMember, one_that_leaves_after_a_pause_is_told_nothing) {
+    Driven one(1);
+    one.start(0);
+    one.pass(5 * second);
+    const std::vector<Frame> frames = one.leave(100 * second);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].state, State::left);
+    EXPECT_EQ(one.text, "PA");
+    EXPECT_TRUE(one.advisories.empty());
+}
+
 TEST(FtMember, one_that_is_cut_off_for_good_tells_its_program_and_nobody_else) {
     Driven one(1);
     one.start(0);
