@@ -402,6 +402,7 @@ void Member::activate(Now now, MemberOutput& out) {
     active_ = true;
     claiming_ = false;
     prepared_ = false;
+    holdUntil_ = now.monotonic + self_.intervals.heartbeat;
     out.actions.push_back({Action::activate, Cause::rank, token()});
 }
 
@@ -410,7 +411,6 @@ void Member::renew(Now now, MemberOutput& out) {
     out.actions.push_back({Action::deactivate, Cause::token, token()});
     prepared_ = false;
     activate(now, out);
-    holdUntil_ = now.monotonic + self_.intervals.heartbeat;
 }
 
 void Member::deactivate(Cause cause, int64_t now, MemberOutput& out) {

@@ -540,6 +540,20 @@ TEST(FtMember, gets_a_new_token_when_another_had_a_higher_one_meanwhile) {
     EXPECT_EQ(one.text, "PADPA");
 }
 
+TEST(FtMember, gets_a_new_token_no_sooner_than_a_heartbeat_after_its_activation) {
+    Driven one(1);
+    one.start(0);
+    one.pass(4 * second);
+    ASSERT_EQ(one.text, "PA");
+    Frame higher = other(2, State::standby);
+    higher.latest = (one.machine.token() >> 16) + 7;
+    one.hear(4 * second + 1, higher);
+    one.pass(5 * second - 1);
+    EXPECT_EQ(one.text, "PA") << "whoever claims high tokens does not make it activate more often than heartbeats go";
+    one.pass(5 * second);
+    EXPECT_EQ(one.text, "PADPA");
+}
+
 TEST(FtMember, steps_back_when_a_lower_one_acts_and_does_not_hear_it) {
     Driven one(1, settings(9));
     one.start(0);
