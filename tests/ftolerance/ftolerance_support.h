@@ -78,6 +78,8 @@ class Group : public Open {
         std::string name;  // INFO.ft.activated and the like
         std::map<std::string, std::string> texts;
         quorl_u64 token = 0;
+        quorl_u64 members = 0;
+        quorl_f64 seconds = 0;
     };
 
     void SetUp() override {
@@ -148,6 +150,8 @@ class Group : public Open {
             if (quorlMsg_GetStringEx(message, name, &text, 0) == QUORL_OK) told.texts[name] = text;
         }
         quorlMsg_GetU64Ex(message, "token", &told.token, 0);
+        quorlMsg_GetU64Ex(message, "members", &told.members, 0);
+        quorlMsg_GetF64Ex(message, "seconds", &told.seconds, 0);
         test.story.change([&] { test.advisories.push_back(told); });
     }
 
