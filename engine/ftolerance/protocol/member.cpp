@@ -409,7 +409,6 @@ void Member::activate(Now now, MemberOutput& out) {
 // Nobody waits for this one to step back, so it need not be inactive in between.
 void Member::renew(Now now, MemberOutput& out) {
     out.actions.push_back({Action::deactivate, Cause::token, token()});
-    prepared_ = false;
     activate(now, out);
 }
 

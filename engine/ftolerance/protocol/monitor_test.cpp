@@ -80,6 +80,24 @@ TEST(FtMonitor, says_zero_only_when_it_has_heard_nobody_act_for_the_lost_interva
     EXPECT_EQ(alone.counts, Counts{0});
 }
 
+TEST(FtMonitor, says_zero_at_that_time_whatever_it_hears_before) {
+    Driven one(3 * second);
+    one.hear(2900 * ms, frameOf(1, State::standby, 1));
+    one.pass(3 * second);
+    EXPECT_EQ(one.counts, Counts{0});
+}
+
+TEST(FtMonitor, tells_of_weights_that_change) {
+    Driven one(3 * second);
+    Frame frame = frameOf(1, State::standby, 1);
+    one.hear(second, frame);
+    frame.sequence = 2;
+    frame.weight = 9;
+    one.hear(second, frame);
+    ASSERT_EQ(one.told(Event::changed), 1u);
+    EXPECT_EQ(one.advisories.back().about.weight, 9);
+}
+
 TEST(FtMonitor, counts_on_every_change_and_only_then) {
     Driven one(3 * second);
     one.hear(1 * second, frameOf(1, State::active, 1));
