@@ -23,8 +23,9 @@ using namespace std::chrono_literals;
 
 constexpr int kGroup = 100;
 constexpr std::chrono::duration<double> kTime = 10s;
-constexpr double kActivation = 1;  // seconds, of the members that are killed
-constexpr double kPromised = 110;  // per cent of it
+constexpr double kActivation = 1;     // seconds, of the members that are killed
+constexpr double kPromised = 110;     // per cent of it
+constexpr double kPromisedCpu = 0.2;  // per cent of a processor for each member
 constexpr double kHeartbeat = kActivation / 5;
 
 double processorSeconds() {
@@ -57,7 +58,8 @@ double percent() {
 void together() {
     bench::Bus bus;
     join(bus.transport(), kGroup);
-    bench::report("ft", {"100_members.cpu_percent_each", bench::Better::lower}, percent() / kGroup);
+    bench::report("ft", {"100_members.cpu_percent_each", bench::Better::lower}, percent() / kGroup, "promised",
+                  kPromisedCpu);
 }
 
 // A member in a process of its own, which writes the time into a pipe when it is told to act.
@@ -142,7 +144,8 @@ void overDaemon(const std::string& daemon) {
     if (others == 0) {
         for (;;) pause();
     }
-    bench::report("ft", {"100_members_over_a_daemon.cpu_percent_of_one", bench::Better::lower}, percent());
+    bench::report("ft", {"100_members_over_a_daemon.cpu_percent_of_one", bench::Better::lower}, percent(), "promised",
+                  kPromisedCpu);
     bench::need(quorl_Close(), "close");
     kill(others, SIGKILL);
 }

@@ -33,8 +33,8 @@ struct Outside {
     bool hinted = false;
     bool left = false;
     uint64_t token = 0;
+    int64_t activatedAt = INT64_MIN;
     int64_t deactivatedAt = INT64_MIN;
-    int64_t renewedAt = INT64_MIN;
     size_t frames = 0;  // since the clock went last by a heartbeat
     int64_t framesFrom = 0;
 };
@@ -211,18 +211,18 @@ class Run {
                     require(told.token > outside.token || exhausted_, "a token does not grow");
                     require(outside.deactivatedAt == INT64_MIN || now_ - outside.deactivatedAt >= intervals.heartbeat,
                             "it flaps faster than heartbeats");
+                    require(outside.activatedAt == INT64_MIN || now_ - outside.activatedAt >= intervals.heartbeat,
+                            "it is activated faster than heartbeats");
+                    outside.activatedAt = now_;
                     require(told.token == member.token() && told.token != 0, "an activation has another token");
                     outside.token = told.token;
                     outside.active = true;
                     break;
                 case Action::deactivate:
                     require(outside.active && told.token == outside.token, "a deactivation is out of order");
-                    require(told.cause != Cause::token || outside.renewedAt == INT64_MIN ||
-                                now_ - outside.renewedAt >= intervals.heartbeat,
-                            "it gets tokens faster than heartbeats");
                     outside.active = outside.hinted = false;
                     // One that only gets a new token is active again at once.
-                    (told.cause == Cause::token ? outside.renewedAt : outside.deactivatedAt) = now_;
+                    if (told.cause != Cause::token) outside.deactivatedAt = now_;
                     break;
             }
         }

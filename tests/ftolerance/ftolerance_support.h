@@ -66,6 +66,8 @@ class Group : public Open {
         std::string actions;
         std::string groupName;
         bool holds = false;   // does not return from a deactivation
+        int stopping = 0;     // deactivations that it was told
+        int letGo = 0;        // of these, those that it may return from all the same
         quorl_u64 token = 0;  // in the last callback
         Answered told;        // asked in it
     };
@@ -78,6 +80,8 @@ class Group : public Open {
         std::string name;  // INFO.ft.activated and the like
         std::map<std::string, std::string> texts;
         quorl_u64 token = 0;
+        quorl_u64 members = 0;
+        quorl_f64 seconds = 0;
     };
 
     void SetUp() override {
@@ -133,7 +137,10 @@ class Group : public Open {
                 program.actions += "-PAD"[action];
             program.groupName = group;
         });
-        if (action == QUORLFT_DEACTIVATE && program.holds) test.story.until([&] { return test.released; });
+        if (action != QUORLFT_DEACTIVATE || !program.holds) return;
+        int mine = 0;
+        test.story.change([&] { mine = ++program.stopping; });
+        test.story.until([&] { return test.released || program.letGo >= mine; });
     }
     static void onCount(quorlftMonitor, const char*, quorl_u32 count, void* closure) {
         auto& watcher = *static_cast<Watcher*>(closure);
@@ -148,6 +155,8 @@ class Group : public Open {
             if (quorlMsg_GetStringEx(message, name, &text, 0) == QUORL_OK) told.texts[name] = text;
         }
         quorlMsg_GetU64Ex(message, "token", &told.token, 0);
+        quorlMsg_GetU64Ex(message, "members", &told.members, 0);
+        quorlMsg_GetF64Ex(message, "seconds", &told.seconds, 0);
         test.story.change([&] { test.advisories.push_back(told); });
     }
 

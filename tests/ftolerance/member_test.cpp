@@ -115,6 +115,30 @@ TEST_F(Members, one_that_defers_is_waited_for_until_it_says_that_it_has_returned
     EXPECT_TRUE(until(heavy, "A"));
 }
 
+// Two threads dispatch for it, and the one that was told to stop first comes back while the other stops.
+TEST_F(Members, one_that_returns_from_a_deactivation_before_the_last_is_waited_for_all_the_same) {
+    const double unhurried = 5;
+    Program& light = newProgram();
+    Program& heavy = newProgram();
+    dispatch(queue);
+    light.holds = true;
+    ASSERT_EQ(join(light, 1, 1, "plant.archive", 0, unhurried), QUORL_OK);
+    ASSERT_TRUE(until(light, "A"));
+    queue = newQueue();
+    dispatch(queue);
+    ASSERT_EQ(join(heavy, 2, 1, "plant.archive", 0, unhurried), QUORL_OK);
+    ASSERT_TRUE(until(light, "AD"));
+    ASSERT_TRUE(until(heavy, "A")) << "it does not wait for ever";
+    ASSERT_EQ(quorlftMember_SetWeight(light.id, 3), QUORL_OK);
+    ASSERT_TRUE(until(light, "ADA"));
+    ASSERT_EQ(quorlftMember_SetWeight(heavy.id, 4), QUORL_OK);
+    ASSERT_TRUE(until(light, "ADAD"));
+    story.change([&] { light.letGo = 1; });
+    EXPECT_FALSE(story.within(1, [&] { return heavy.actions == "ADA"; }));
+    story.change([&] { light.letGo = 2; });
+    EXPECT_TRUE(until(heavy, "ADA"));
+}
+
 // Nobody can tell it anything, so it must not have the place of one that can be told.
 TEST_F(Members, one_whose_queue_is_destroyed_does_not_take_a_place) {
     const quorlQueue kept = queue;

@@ -2,6 +2,7 @@
 // found.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -164,6 +165,10 @@ std::vector<Planted> planted() {
           }));
     plant("does_not_tell_a_disagreement", "a disagreement is not told", tells([](MemberNews& news) {
               std::erase_if(news.advisories, [](const Advisory& told) { return told.event == Event::disagreement; });
+          }));
+    plant("tells_a_disagreement_twice", "a disagreement is told again", tells([](MemberNews& news) {
+              const auto told = std::ranges::find(news.advisories, Event::disagreement, &Advisory::event);
+              if (told != news.advisories.end()) news.advisories.push_back(Advisory(*told));
           }));
     plant("takes_the_goal_of_others_for_one", "", hears([](Frame& frame) {
               frame.goal = 1;

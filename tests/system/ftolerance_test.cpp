@@ -10,6 +10,7 @@
 #include <array>
 #include <csignal>
 #include <ctime>
+#include <string_view>
 
 #include "proxy.h"
 #include "quorl/quorlft.h"
@@ -33,7 +34,9 @@ double secondsNow() {
 struct Report {
     double at;
     int member;
-    char action;  // P, A, D: told to its program; s: seen as a standby by a monitor
+    // P, A, D: told to its program; s, l, x: seen by a monitor as a standby, as one that has left, as lost; p, m: told to
+    // its process that it stood still, and that two are active
+    char action;
 };
 
 struct Reporter {
@@ -47,17 +50,31 @@ void onAction(quorlftMember, const char*, quorlftAction action, void* closure) {
     if (write(to->pipe, &report, sizeof report) != sizeof report) _exit(20);
 }
 
-// Is a member of the group until SIGUSR1 comes, and then leaves it.
+void onFault(quorlEvent, quorlMsg message, void* closure) {
+    const auto* to = static_cast<Reporter*>(closure);
+    quorl_f64 seconds = 0;
+    quorl_u64 active = 0;
+    quorlMsg_GetF64Ex(message, "seconds", &seconds, 0);
+    quorlMsg_GetU64Ex(message, "members", &active, 0);
+    if (seconds <= 0 && active != 2) return;
+    const Report report{secondsNow(), to->member, seconds > 0 ? 'p' : 'm'};
+    if (write(to->pipe, &report, sizeof report) != sizeof report) _exit(20);
+}
+
+// Is a member of the group until SIGUSR1 comes, and then leaves it, or SIGUSR2, and then closes the library and no more.
 int beMember(const std::string& daemon, int number, int pipe) {
     sigset_t leaving;
     sigemptyset(&leaving);
     sigaddset(&leaving, SIGUSR1);
+    sigaddset(&leaving, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &leaving, nullptr);
     quorlTransport transport = 0;
     quorlftMember member = 0;
     Reporter reporter{number, pipe};
     if (quorl_Open() != QUORL_OK) return 11;
     if (quorlTransport_Create(&transport, nullptr, nullptr, daemon.c_str()) != QUORL_OK) return 12;
+    for (const char* fault : {"_QUORL.WARN.ft.paused", "_QUORL.WARN.ft.too_many"})
+        listen(QUORL_DEFAULT_QUEUE, transport, fault, onFault, &reporter);
     if (quorlftMember_Create(&member, QUORL_DEFAULT_QUEUE, onAction, transport, "plant.archive",
                              static_cast<quorl_u16>(members - number), 1, heartbeat, preparation, activation,
                              &reporter) != QUORL_OK)
@@ -68,18 +85,23 @@ int beMember(const std::string& daemon, int number, int pipe) {
     });
     int signal = 0;
     sigwait(&leaving, &signal);
-    const bool left = quorlftMember_Destroy(member) == QUORL_OK;
-    quorl_Close();
+    const bool left = signal == SIGUSR2 || quorlftMember_Destroy(member) == QUORL_OK;
+    const bool closed = quorl_Close() == QUORL_OK;
     dispatcher.join();
-    return left ? 0 : 14;
+    return left && closed ? 0 : 14;
 }
 
-void onChange(quorlEvent, quorlMsg message, void* closure) {
+void onAdvisory(quorlEvent, quorlMsg message, void* closure) {
+    const char* subject = nullptr;
     const char* state = nullptr;
     quorl_u32 weight = 0;
-    if (quorlMsg_GetStringEx(message, "state", &state, 0) != QUORL_OK || state[0] != 's') return;
+    if (quorlMsg_GetSendSubject(message, &subject) != QUORL_OK) return;
+    if (quorlMsg_GetStringEx(message, "state", &state, 0) != QUORL_OK) return;
     if (quorlMsg_GetU32Ex(message, "weight", &weight, 0) != QUORL_OK) return;
-    const Report report{secondsNow(), members - static_cast<int>(weight), 's'};
+    const std::string_view name = std::string_view(subject).substr(std::string_view(subject).rfind('.') + 1);
+    const char seen = name == "left" ? 'l' : name == "lost" ? 'x' : name == "changed" && state[0] == 's' ? 's' : '-';
+    if (seen == '-') return;
+    const Report report{secondsNow(), members - static_cast<int>(weight), seen};
     if (write(*static_cast<const int*>(closure), &report, sizeof report) != sizeof report) _exit(20);
 }
 
@@ -89,7 +111,7 @@ int beMonitor(const std::string& daemon, int pipe) {
     quorlftMonitor monitor = 0;
     if (quorl_Open() != QUORL_OK) return 11;
     if (quorlTransport_Create(&transport, nullptr, nullptr, daemon.c_str()) != QUORL_OK) return 12;
-    listen(QUORL_DEFAULT_QUEUE, transport, "_QUORL.INFO.ft.changed", onChange, &pipe);
+    listen(QUORL_DEFAULT_QUEUE, transport, "_QUORL.*.ft.*", onAdvisory, &pipe);
     const auto ignore = [](quorlftMonitor, const char*, quorl_u32, void*) {};
     if (quorlftMonitor_Create(&monitor, QUORL_DEFAULT_QUEUE, ignore, transport, "plant.archive", activation, nullptr) !=
         QUORL_OK)
@@ -122,9 +144,12 @@ class FaultToleranceOverDaemon : public testing::Test {
         processes_[static_cast<size_t>(number)] = child;
     }
     pid_t process(int number) const { return processes_[static_cast<size_t>(number)]; }
-    void end(int number) {
-        waitpid(process(number), nullptr, 0);
+    // What waitpid says of its end.
+    int end(int number) {
+        int status = -1;
+        waitpid(process(number), &status, 0);
         processes_[static_cast<size_t>(number)] = 0;
+        return status;
     }
     // The next report of that action of that member; those before it are kept for others. at 0: it did not come.
     Report await(int member, char action) {
@@ -147,7 +172,10 @@ class FaultToleranceOverDaemon : public testing::Test {
             return found;
         }
     }
-    static void print(const char* what, double seconds) { std::printf("%-64s %7.3f s\n", what, seconds); }
+    // A row of the table of docs/internals/fault-tolerance.md.
+    static void print(const char* what, double seconds) {
+        std::printf("| %-96s | %.3f | %3.0f %% |\n", what, seconds, seconds / activation * 100);
+    }
 
   private:
     std::array<int, 2> reports_{-1, -1};
@@ -165,33 +193,38 @@ TEST_F(FaultToleranceOverDaemon, takes_the_place_of_one_that_is_killed_stopped_c
     for (const int number : {1, 3, 4}) join(number, server.url());
     for (const int number : {1, 3, 4}) await(number, 's');
     std::printf("heartbeat %.1f s, preparation %.1f s, activation %.1f s\n", heartbeat, preparation, activation);
-    print("from the start of the group to the first activation", first.at - began);
+    std::printf("| what happens to the active member | seconds | of the activation interval |\n| --- | --- | --- |\n");
+    print("none is there: from the start of the group until the first one is activated", first.at - began);
 
     double at = secondsNow();
     kill(process(0), SIGKILL);
     end(0);
-    print("kill -9 of the active member: until the next one is hinted", await(1, 'P').at - at);
-    print("                              until it is activated", await(1, 'A').at - at);
+    print("killed (kill -9): until the next one is hinted", await(1, 'P').at - at);
+    print("killed: until the next one is activated", await(1, 'A').at - at);
+    await(0, 'x');
 
     at = secondsNow();
     kill(process(1), SIGSTOP);
     const Report replaced = await(3, 'A');
-    print("SIGSTOP of the active member: until the next one is activated", replaced.at - at);
+    print("stopped (SIGSTOP): until the next one is activated", replaced.at - at);
+    await(1, 'x');
     at = secondsNow();
     kill(process(1), SIGCONT);
     const Report stopped = await(1, 'D');
     EXPECT_GT(stopped.at, replaced.at);
-    print("SIGCONT: until the woken one is deactivated; two act so long", stopped.at - at);
+    await(1, 'p');
+    print("woken (SIGCONT): until it is told to deactivate; two are active so long", stopped.at - at);
     const Report yielded = await(3, 'D');
     const Report again = await(1, 'A');
     EXPECT_GE(again.at, yielded.at) << "it waits until the other has stepped back";
-    print("SIGCONT: until it is active again, being the highest ranked", again.at - at);
+    print("woken: until it is active again, being the highest ranked", again.at - at);
 
     at = secondsNow();
     kill(process(1), SIGUSR1);
     const Report after = await(3, 'A');
-    print("orderly leave: until the next one is activated", after.at - at);
-    end(1);
+    print("leaves: until the next one is activated, which had stepped back for it a moment before", after.at - at);
+    await(1, 'l');
+    EXPECT_EQ(end(1), 0);
 
     // One that ranks above the others, behind a proxy.
     Proxy proxy(server.port());
@@ -201,10 +234,23 @@ TEST_F(FaultToleranceOverDaemon, takes_the_place_of_one_that_is_killed_stopped_c
     proxy.tell("freeze both");
     const Report split = await(3, 'A');
     print("cut off from the daemon: until the next one is activated", split.at - at);
+    await(2, 'x');
     at = secondsNow();
     proxy.tell("thaw both");
     const Report healed = await(3, 'D');
-    print("joined again: until the lower one is deactivated; two act so long", healed.at - at);
+    print("joined again: until the lower one is told to deactivate; two are active so long", healed.at - at);
+
+    await(2, 'm');
+
+    // The other one had the higher token, so that this one gets a new one before it goes.
+    await(2, 'D');
+    await(2, 'A');
+    at = secondsNow();
+    kill(process(2), SIGUSR2);
+    const Report last = await(3, 'A');
+    print("closes the library: until the next one is activated, which had stepped back for it as well", last.at - at);
+    await(2, 'l');
+    EXPECT_EQ(end(2), 0);
 }
 
 }  // namespace

@@ -95,11 +95,16 @@ void Member::send(int64_t now, MemberOutput& out) {
     heartbeatAt_ = now + self_.intervals.heartbeat;
 }
 
-// Makes room, so that nothing fails in the middle, and looks whether the process stood still.
-void Member::step(Now now, MemberOutput& out) {
+// So that nothing fails in the middle of a step.
+void Member::makeRoom(MemberOutput& out) {
     out.actions.reserve(out.actions.size() + 4);
     out.frames.reserve(out.frames.size() + 2);
     out.advisories.reserve(out.advisories.size() + size_t{events} * 2);
+}
+
+// Looks whether the process stood still.
+void Member::step(Now now, MemberOutput& out) {
+    makeRoom(out);
     const int64_t length = now.monotonic - stepped_;
     const int64_t late = now.monotonic - due();
     stepped_ = now.monotonic;
@@ -173,20 +178,24 @@ void Member::onNews(Peer* peer, const Frame& frame, int64_t now, MemberOutput& o
         return one.goal != other.goal || one.intervals != other.intervals;
     };
     const bool isNew = peer == nullptr;
-    const bool otherTerms =
-        frame.state != State::left && disagrees(frame, self_) && (isNew || disagrees(frame, peer->last));
+    const bool left = frame.state == State::left;
+    const bool newTerms = isNew || disagrees(frame, peer->last);
     if (isNew) {
         peers_.add(frame, now);
         stirred_ = true;
-        if (frame.state != State::left) tell(Event::joined, frame, 0, now, out);
+        if (!left) tell(Event::joined, frame, 0, now, out);
     } else {
         const Frame& last = peer->last;
         stirred_ = stirred_ || peer->suspected || last.state != frame.state || last.weight != frame.weight ||
                    last.joined != frame.joined || last.goal != frame.goal;
         peers_.heard(*peer, frame, now);
-        if (frame.state == State::left) tell(Event::left, frame, 0, now, out);
+        if (left) tell(Event::left, frame, 0, now, out);
     }
-    if (otherTerms) tell(Event::disagreement, frame, 0, now, out);
+    if (left || (newTerms && !disagrees(frame, self_))) {
+        disagreements_.forget(frame.member);
+    } else if (newTerms && disagreements_.isNews(frame)) {
+        tell(Event::disagreement, frame, 0, now, out);
+    }
     stirred_ = stirred_ || frame.latest > latest_;
     latest_ = std::max(latest_, frame.latest);
     others_ = std::max(others_, tokenOf(frame.activation, frame.member));
@@ -238,9 +247,10 @@ void Member::stepAside(Now now, MemberOutput& out) {
     finish(false, now, out);
 }
 
+// Not a step: the program is told nothing more, not even that the process stood still.
 void Member::leave(Now now, MemberOutput& out) {
     if (left_) return;
-    step(now, out);
+    makeRoom(out);
     left_ = true;
     send(now.monotonic, out);
 }
@@ -392,15 +402,14 @@ void Member::activate(Now now, MemberOutput& out) {
     active_ = true;
     claiming_ = false;
     prepared_ = false;
+    holdUntil_ = now.monotonic + self_.intervals.heartbeat;
     out.actions.push_back({Action::activate, Cause::rank, token()});
 }
 
 // Nobody waits for this one to step back, so it need not be inactive in between.
 void Member::renew(Now now, MemberOutput& out) {
     out.actions.push_back({Action::deactivate, Cause::token, token()});
-    prepared_ = false;
     activate(now, out);
-    holdUntil_ = now.monotonic + self_.intervals.heartbeat;
 }
 
 void Member::deactivate(Cause cause, int64_t now, MemberOutput& out) {

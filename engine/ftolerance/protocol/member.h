@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "ftolerance/protocol/disagreements.h"
 #include "ftolerance/protocol/frame.h"
 #include "ftolerance/protocol/output.h"
 #include "ftolerance/protocol/peers.h"
@@ -99,6 +100,7 @@ class Member {
         const Frame* worstActing = nullptr;
     };
 
+    static void makeRoom(MemberOutput& out);
     void step(Now now, MemberOutput& out);
     void finish(bool timesCame, Now now, MemberOutput& out);
     void onPause(int64_t length, int64_t now, MemberOutput& out);
@@ -120,6 +122,7 @@ class Member {
     Frame self_;  // state, sequence and latest are filled in when it goes out
     AdvisoryLimits limits_;
     Peers peers_;
+    Disagreements disagreements_;
     bool left_ = false;
     bool joining_ = true;
     bool aside_ = false;  // and stays so

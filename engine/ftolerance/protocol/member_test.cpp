@@ -191,6 +191,7 @@ TEST(FtMember, a_heavier_one_takes_over_when_it_has_listened_and_the_other_has_s
     group.spread(light, light.returned(group.now));
     EXPECT_EQ(heavy.text, "PA");
     EXPECT_EQ(light.machine.state(), State::standby);
+    EXPECT_EQ(light.machine.frame().activation, 0u);
     EXPECT_GT(heavy.actions.back().token, light.actions.back().token);
 }
 
@@ -206,6 +207,20 @@ TEST(FtMember, a_program_that_does_not_return_from_deactivation_is_waited_for_no
     group.pass(1);
     EXPECT_EQ(heavy.text, "PA");
     EXPECT_EQ(light.told(Event::slow), 1u);
+}
+
+TEST(FtMember, the_wait_for_a_program_ends_when_the_activation_interval_does_and_not_with_a_heartbeat) {
+    Group group;
+    const Intervals uneven{second, 0, 2500 * ms};
+    Driven& light = group.add(1, {1, 1, uneven});
+    group.pass(10 * second);
+    Driven& heavy = group.add(2, {2, 1, uneven});
+    group.pass(2500 * ms);
+    ASSERT_EQ(light.text, "AD");
+    group.pass(2500 * ms - 1);
+    EXPECT_EQ(heavy.text, "");
+    group.pass(1);
+    EXPECT_EQ(heavy.text, "A");
 }
 
 TEST(FtMember, the_next_one_is_hinted_and_takes_the_place_of_one_that_falls_silent) {
@@ -281,6 +296,18 @@ TEST(FtMember, nothing_comes_out_of_one_that_has_left) {
     EXPECT_EQ(one.actions.size(), actions);
 }
 
+// Its thread is not the one that tells actions, so there must be none.
+TEST(FtMember, one_that_leaves_after_a_pause_is_told_nothing) {
+    Driven one(1);
+    one.start(0);
+    one.pass(5 * second);
+    const std::vector<Frame> frames = one.leave(100 * second);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].state, State::left);
+    EXPECT_EQ(one.text, "PA");
+    EXPECT_TRUE(one.advisories.empty());
+}
+
 TEST(FtMember, one_that_is_cut_off_for_good_tells_its_program_and_nobody_else) {
     Driven one(1);
     one.start(0);
@@ -327,6 +354,56 @@ TEST(FtMember, old_and_repeated_frames_change_nothing) {
     one.machine.peers().each([](const Peer& peer) { EXPECT_EQ(peer.last.state, State::active); });
 }
 
+TEST(FtMember, does_not_activate_beside_one_above_it_that_claims) {
+    Driven one(1, settings(5, 2));
+    one.start(0);
+    for (uint64_t i = 1; i <= 8; ++i) {
+        const auto at = static_cast<int64_t>(i) * second;
+        Frame above = other(2, State::claiming, 9, i);
+        Frame below = other(3, State::active, 1, i);
+        above.goal = below.goal = 2;
+        one.hear(at, above);
+        one.hear(at, below);
+        one.pass(at);
+    }
+    EXPECT_EQ(one.machine.state(), State::claiming) << "the two places are taken";
+    EXPECT_EQ(one.text, "P");
+}
+
+TEST(FtMember, goes_on_beside_one_above_it_that_takes_long_to_step_back) {
+    Driven one(1);
+    one.start(0);
+    one.pass(5 * second);
+    for (uint64_t i = 1; i <= 10; ++i) {
+        const auto at = (5 + static_cast<int64_t>(i)) * second;
+        one.hear(at, other(2, State::yielding, 9, i));
+        one.pass(at);
+    }
+    EXPECT_EQ(one.text, "PA");
+    EXPECT_EQ(one.told(Event::tooMany), 1u);
+}
+
+TEST(FtMember, sees_in_whichever_step_that_another_is_silent) {
+    Driven one(1);
+    one.start(0);
+    one.pass(5500 * ms);
+    ASSERT_EQ(one.text, "PA");
+    one.hear(5500 * ms, other(2, State::active, 9));
+    one.returned(5700 * ms);  // its heartbeats fall beside what comes
+    ASSERT_EQ(one.text, "PAD");
+    const Frame old = other(3, State::standby, 1);
+    one.pass(7200 * ms);
+    one.hear(7200 * ms, old);
+    one.pass(7500 * ms - 1);
+    EXPECT_EQ(one.text, "PAD");
+    one.hear(7500 * ms, old);
+    EXPECT_EQ(one.text, "PADP");
+    one.pass(9500 * ms - 1);
+    EXPECT_EQ(one.text, "PADP");
+    one.hear(9500 * ms, old);
+    EXPECT_EQ(one.text, "PADPA");
+}
+
 TEST(FtMember, as_many_as_the_goal_are_active) {
     for (const uint16_t goal : {1, 2, 3, 7}) {
         Group group;
@@ -361,6 +438,33 @@ TEST(FtMember, a_weight_that_changes_changes_the_rank_at_once) {
     EXPECT_EQ(first.text, "PADPA");
 }
 
+TEST(FtMember, a_weight_that_rises_claims_at_once) {
+    Driven one(1);
+    one.start(0);
+    for (uint64_t i = 1; i <= 5; ++i) {
+        one.hear(static_cast<int64_t>(i) * second, other(2, State::active, 5, i));
+        one.pass(static_cast<int64_t>(i) * second);
+    }
+    ASSERT_EQ(one.machine.state(), State::standby);
+    const std::vector<Frame> frames = one.weigh(5 * second + ms, 9);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].state, State::claiming);
+}
+
+TEST(FtMember, a_goal_of_the_highest_ranked_that_changes_counts_at_once) {
+    Driven one(1);
+    one.start(0);
+    uint64_t sequence = 0;
+    for (int64_t at = second; at <= 5 * second; at += second) {
+        one.hear(at, other(2, State::active, 5, ++sequence));
+        one.pass(at);
+    }
+    Frame more = other(2, State::active, 5, ++sequence);
+    more.goal = 2;
+    one.hear(5 * second + ms, more);
+    EXPECT_EQ(one.machine.state(), State::active);
+}
+
 TEST(FtMember, the_goal_of_the_highest_ranked_counts_and_the_disagreement_is_told_once) {
     Group group;
     Driven& first = group.add(1, settings(5, 2));
@@ -393,6 +497,27 @@ TEST(FtMember, other_intervals_are_told) {
     frame.intervals = intervals;
     one.hear(second, frame);
     EXPECT_EQ(one.told(Event::disagreement), 2u);
+    frame.sequence = 5;
+    frame.intervals.activation += 2 * second;
+    one.hear(second, frame);
+    EXPECT_EQ(one.told(Event::disagreement), 3u) << "it had agreed meanwhile";
+}
+
+TEST(FtMember, a_disagreement_with_one_that_was_lost_meanwhile_is_not_told_again) {
+    Driven one(1);
+    one.start(0);
+    Frame slow = other(2, State::standby);
+    slow.intervals = {5 * second, 0, 20 * second};
+    for (; slow.sequence <= 20; ++slow.sequence) {
+        const int64_t at = static_cast<int64_t>(slow.sequence) * 5 * second;
+        one.pass(at - 1);
+        one.hear(at, slow);
+    }
+    EXPECT_GE(one.told(Event::lost), 19u);
+    EXPECT_EQ(one.told(Event::disagreement), 1u);
+    slow.state = State::left;
+    one.hear(101 * second, slow);
+    EXPECT_EQ(one.told(Event::disagreement), 1u);
 }
 
 TEST(FtMember, an_active_one_that_stood_still_steps_back_in_its_first_step_and_listens_anew) {
@@ -430,6 +555,34 @@ TEST(FtMember, the_first_step_after_a_pause_may_be_a_frame_or_a_call) {
     }
 }
 
+TEST(FtMember, an_active_one_that_stood_still_for_less_goes_on) {
+    Driven one(1);
+    one.start(0);
+    one.pass(10 * second);
+    one.tick(13500 * ms);
+    EXPECT_EQ(one.text, "PA");
+    EXPECT_EQ(one.told(Event::paused), 1u);
+}
+
+// Its pauses are shorter than two heartbeats, and the others would be gone by then.
+TEST(FtMember, of_little_patience_sees_that_it_stood_still_and_not_the_others) {
+    const Intervals close{second, 0, 1500 * ms};
+    Driven one(1, {1, 1, close});
+    one.start(0);
+    Frame active = other(2, State::active, 9);
+    active.intervals = close;
+    one.hear(0, active);
+    one.pass(second);
+    active.sequence = 2;
+    one.hear(second, active);
+    one.tick(2600 * ms);
+    one.pass(4 * second);
+    EXPECT_EQ(one.told(Event::paused), 1u);
+    EXPECT_EQ(one.text, "");
+    one.pass(4100 * ms);
+    EXPECT_EQ(one.text, "A");
+}
+
 TEST(FtMember, an_active_one_steps_back_after_the_shortest_activation_interval_that_it_heard_of) {
     Driven one(1);
     one.start(0);
@@ -448,6 +601,8 @@ TEST(FtMember, a_standby_that_stood_still_takes_nobody_for_silent) {
     one.pass(second);
     one.tick(20 * second);
     EXPECT_EQ(one.text, "") << "the others' frames wait to be read";
+    EXPECT_EQ(one.told(Event::lost), 0u);
+    EXPECT_EQ(one.machine.peers().size(), 1u);
     EXPECT_EQ(one.machine.state(), State::joining);
     one.hear(20 * second, other(2, State::active, 9, 2));
     one.pass(23 * second);
@@ -463,6 +618,16 @@ TEST(FtMember, a_late_step_reads_first_what_has_come) {
     one.tick(3500 * ms);
     EXPECT_EQ(one.text, "");
     one.pass(3800 * ms);
+    EXPECT_EQ(one.text, "A");
+}
+
+TEST(FtMember, a_step_that_is_late_again_within_a_heartbeat_does_not_wait_again) {
+    Driven one(1, {1, 1, {second, 0, 3 * second}});
+    one.start(0);
+    one.pass(2900 * ms);
+    one.tick(3500 * ms);
+    EXPECT_EQ(one.text, "");
+    one.tick(4100 * ms);
     EXPECT_EQ(one.text, "A");
 }
 
@@ -509,6 +674,102 @@ TEST(FtMember, gets_a_new_token_when_another_had_a_higher_one_meanwhile) {
     higher.sequence = 3;
     one.hear(10 * second + 2, higher);
     EXPECT_EQ(one.text, "PADPA");
+}
+
+TEST(FtMember, gets_a_new_token_no_sooner_than_a_heartbeat_after_its_activation) {
+    Driven one(1);
+    one.start(0);
+    one.pass(4 * second);
+    ASSERT_EQ(one.text, "PA");
+    Frame higher = other(2, State::standby);
+    higher.latest = (one.machine.token() >> 16) + 7;
+    one.hear(4 * second + 1, higher);
+    one.pass(5 * second - 1);
+    EXPECT_EQ(one.text, "PA") << "whoever claims high tokens does not make it activate more often than heartbeats go";
+    one.pass(5 * second);
+    EXPECT_EQ(one.text, "PADPA");
+}
+
+TEST(FtMember, gets_a_new_token_when_it_hears_of_a_higher_number_and_nothing_else) {
+    Driven one(1, settings(9));
+    one.start(0);
+    one.pass(10 * second);
+    Frame higher = other(2, State::standby);
+    one.hear(10 * second + ms, higher);
+    higher.sequence = 2;
+    higher.latest = (one.machine.token() >> 16) + 7;
+    one.hear(10 * second + 2 * ms, higher);
+    EXPECT_EQ(one.text, "PADPA");
+}
+
+TEST(FtMember, gets_a_new_token_above_one_of_the_same_number) {
+    Driven one(1, settings(9));
+    one.start(0);
+    one.pass(10 * second);
+    Frame same = other(2, State::active);
+    same.activation = same.latest = one.machine.token() >> 16;
+    ASSERT_GT(tokenOf(same.activation, 2), one.machine.token());
+    one.hear(10 * second, same);
+    same.state = State::standby;
+    same.activation = 0;
+    same.sequence = 2;
+    one.hear(10 * second + 1, same);
+    EXPECT_EQ(one.text, "PADPA");
+    EXPECT_GT(one.machine.token() >> 16, same.latest);
+}
+
+// The one that stays active may not hear the frame with the other token.
+TEST(FtMember, one_that_steps_back_tells_a_higher_number_than_that_of_another_with_its_own) {
+    Driven one(1);
+    one.start(0);
+    one.pass(10 * second);
+    Frame same = other(2, State::active, 9);
+    same.activation = same.latest = one.machine.token() >> 16;
+    const std::vector<Frame> frames = one.hear(10 * second, same);
+    ASSERT_EQ(one.text, "PAD");
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].latest, same.latest + 1);
+
+    Driven late(1);
+    late.start(0);
+    late.pass(10 * second);
+    late.hear(10 * second, other(3, State::claiming, 9));
+    ASSERT_EQ(late.text, "PAD");
+    ASSERT_EQ(late.machine.frame().latest, same.latest);
+    late.hear(10 * second, same);
+    EXPECT_EQ(late.machine.frame().latest, same.latest + 1);
+}
+
+TEST(FtMember, with_a_goal_above_one_keeps_its_token) {
+    Driven one(1, settings(9, 2));
+    one.start(0);
+    one.pass(10 * second);
+    Frame higher = other(2, State::standby);
+    higher.goal = 2;
+    higher.latest = (one.machine.token() >> 16) + 7;
+    one.hear(10 * second, higher);
+    one.pass(13 * second);
+    EXPECT_EQ(one.text, "PA");
+}
+
+TEST(FtMember, gets_no_new_token_when_the_numbers_have_come_to_their_end) {
+    Driven one(1, settings(9));
+    one.start(0);
+    Frame last = other(2, State::standby);
+    last.latest = highestActivation;
+    one.hear(second, last);
+    one.pass(4 * second);
+    ASSERT_EQ(one.machine.token(), tokenOf(highestActivation, 1));
+    last.state = State::active;
+    last.activation = highestActivation;
+    last.sequence = 2;
+    one.hear(5 * second, last);
+    last.state = State::standby;
+    last.activation = 0;
+    last.sequence = 3;
+    one.hear(5 * second, last);
+    one.pass(8 * second);
+    EXPECT_EQ(one.text, "PA");
 }
 
 TEST(FtMember, steps_back_when_a_lower_one_acts_and_does_not_hear_it) {
@@ -589,6 +850,37 @@ TEST(FtMember, one_that_hears_its_own_name_from_a_stranger_says_so_and_goes_on_b
     ASSERT_EQ(next.size(), 1u);
     EXPECT_EQ(next[0].sequence, forged.sequence + 1);
     EXPECT_NE(next[0].state, State::left);
+}
+
+TEST(FtMember, sends_eight_frames_beside_its_heartbeats_at_most) {
+    Driven one(1);
+    one.start(0);
+    one.pass(5 * second);
+    uint16_t weight = 1;
+    for (int64_t at : {5 * second, 6 * second}) {
+        one.tick(at);
+        size_t frames = 0;
+        for (int i = 0; i < 40; ++i) frames += one.weigh(at, ++weight).size();
+        EXPECT_EQ(frames, 8u);
+    }
+    EXPECT_EQ(one.tick(7 * second).front().weight, weight);
+}
+
+TEST(FtMember, is_hinted_no_more_often_than_heartbeats_go) {
+    Driven one(1, settings(5));
+    one.start(0);
+    uint64_t sequence = 0;
+    for (int64_t at = second; at <= 5 * second; at += second) {
+        one.hear(at, other(2, State::active, 9, ++sequence));
+        one.pass(at);
+    }
+    ASSERT_EQ(one.text, "");
+    for (int i = 0; i < 50; ++i) {
+        one.hear(5 * second, other(3, State::active, 1, ++sequence));
+        one.hear(5 * second, other(2, State::joining, 9, ++sequence));
+        one.hear(5 * second, other(2, State::standby, 9, ++sequence));
+    }
+    EXPECT_EQ(one.text, "P");
 }
 
 TEST(FtMember, invented_members_cost_bounded_memory_frames_and_advisories) {

@@ -48,12 +48,14 @@ void Monitor::receive(const Frame& frame, Now now, MonitorOutput& out) {
 
 void Monitor::take(const Frame& frame, int64_t now, MonitorOutput& out) {
     Peer* peer = peers_.find(frame.member);
+    const bool left = frame.state == State::left;
+    const bool newTerms = peer == nullptr || peer->last.intervals != frame.intervals;
     if (peer != nullptr) {
         const Frame last = peer->last;
         if (last.state == State::left || static_cast<int64_t>(frame.sequence - last.sequence) <= 0) return;
         active_ -= mayAct(last.state);
         peers_.heard(*peer, frame, now);
-        if (frame.state == State::left) {
+        if (left) {
             tell(Event::left, frame, 0, now, out);
         } else if (frame.state != last.state || frame.weight != last.weight) {
             tell(Event::changed, frame, 0, now, out);
@@ -62,8 +64,12 @@ void Monitor::take(const Frame& frame, int64_t now, MonitorOutput& out) {
         return tell(Event::crowded, frame, peers_.size(), now, out);
     } else {
         peers_.add(frame, now);
-        if (frame.state != State::left) tell(Event::joined, frame, 0, now, out);
-        if (frame.intervals.heartbeat >= lostInterval_) tell(Event::disagreement, frame, 0, now, out);
+        if (!left) tell(Event::joined, frame, 0, now, out);
+    }
+    if (left || (newTerms && frame.intervals.heartbeat < lostInterval_)) {
+        disagreements_.forget(frame.member);
+    } else if (newTerms && disagreements_.isNews(frame)) {
+        tell(Event::disagreement, frame, 0, now, out);
     }
     active_ += mayAct(frame.state);
 }

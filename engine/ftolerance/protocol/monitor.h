@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "ftolerance/protocol/disagreements.h"
 #include "ftolerance/protocol/frame.h"
 #include "ftolerance/protocol/output.h"
 #include "ftolerance/protocol/peers.h"
@@ -58,6 +59,7 @@ class Monitor {
     int64_t lostInterval_;
     AdvisoryLimits limits_;
     Peers peers_;
+    Disagreements disagreements_;
     uint32_t active_ = 0;
     uint32_t told_ = 0;
     bool knows_ = false;  // a first count was told

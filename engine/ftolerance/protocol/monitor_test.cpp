@@ -80,6 +80,24 @@ TEST(FtMonitor, says_zero_only_when_it_has_heard_nobody_act_for_the_lost_interva
     EXPECT_EQ(alone.counts, Counts{0});
 }
 
+TEST(FtMonitor, says_zero_at_that_time_whatever_it_hears_before) {
+    Driven one(3 * second);
+    one.hear(2900 * ms, frameOf(1, State::standby, 1));
+    one.pass(3 * second);
+    EXPECT_EQ(one.counts, Counts{0});
+}
+
+TEST(FtMonitor, tells_of_weights_that_change) {
+    Driven one(3 * second);
+    Frame frame = frameOf(1, State::standby, 1);
+    one.hear(second, frame);
+    frame.sequence = 2;
+    frame.weight = 9;
+    one.hear(second, frame);
+    ASSERT_EQ(one.told(Event::changed), 1u);
+    EXPECT_EQ(one.advisories.back().about.weight, 9);
+}
+
 TEST(FtMonitor, counts_on_every_change_and_only_then) {
     Driven one(3 * second);
     one.hear(1 * second, frameOf(1, State::active, 1));
@@ -137,6 +155,28 @@ TEST(FtMonitor, tells_members_whose_heartbeats_come_too_seldom_for_it) {
     Driven one(second);
     one.hear(0, frameOf(1, State::active, 1));
     EXPECT_EQ(one.told(Event::disagreement), 1u);
+}
+
+// One whose heartbeats are further apart than that is lost and heard again with each of them.
+TEST(FtMonitor, tells_a_member_that_comes_and_goes_once_until_its_intervals_change) {
+    Driven one(second);
+    for (uint64_t i = 1; i <= 20; ++i) one.hear(static_cast<int64_t>(i) * 2 * second, frameOf(1, State::active, i));
+    EXPECT_GE(one.told(Event::lost), 19u);
+    EXPECT_EQ(one.told(Event::disagreement), 1u);
+    Frame frame = frameOf(1, State::active, 21);
+    frame.intervals.heartbeat = 2 * second;
+    one.hear(42 * second, frame);
+    EXPECT_EQ(one.told(Event::disagreement), 2u);
+    frame.sequence = 22;
+    frame.intervals.heartbeat = second / 2;
+    one.hear(42 * second, frame);
+    frame.sequence = 23;
+    frame.intervals.heartbeat = 2 * second;
+    one.hear(42 * second, frame);
+    EXPECT_EQ(one.told(Event::disagreement), 3u) << "it had agreed meanwhile";
+    one.hear(42 * second, frameOf(1, State::left, 24));
+    one.hear(42 * second, frameOf(2, State::left, 1));
+    EXPECT_EQ(one.told(Event::disagreement), 3u) << "who has left does not matter";
 }
 
 TEST(FtMonitor, tells_all_that_the_members_of_a_large_group_do) {

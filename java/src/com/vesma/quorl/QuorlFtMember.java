@@ -20,7 +20,8 @@ import java.util.concurrent.locks.ReentrantLock;
  * each activation has a preparation before it; one that comes to nothing is not taken back, and may come again.
  *
  * <p><b>Threads.</b> The handlers of a member run one after the other, however many threads dispatch its queue. While one runs
- * no other can: return from each of them soon, and let threads of your own do the work. A queue for members alone, with
+ * no other can: return from each of them soon, and let threads of your own do the work. An activation that could not begin before its
+ * deactivation came is left out, and that deactivation with it. A queue for members alone, with
  * one {@link QuorlDispatcher} and no limit, sees to it that nothing else holds a deactivation up.
  *
  * <p><b>Deactivation.</b> The next member is activated when the handler of the deactivation has returned, or has thrown; stop what you do in
@@ -436,7 +437,12 @@ public final class QuorlFtMember extends QuorlEvent {
         }
         List<Throwable> thrown = new ArrayList<>(0);
         for (Told next = next(); next != null; next = next()) {
-            handle(next, thrown);
+            try {
+                handle(next, thrown);
+            } catch (Throwable e) {
+                // There was no memory. What waits behind it is handled all the same, or no handler would run any more.
+                thrown.add(e);
+            }
         }
         if (thrown.isEmpty()) {
             return;
@@ -479,9 +485,12 @@ public final class QuorlFtMember extends QuorlEvent {
         }
         lock.lock();
         try {
+            // What is over already is not begun.
+            if (waiting.stream().anyMatch(later -> later.action == DEACTIVATE)) {
+                return;
+            }
             token = told.token;
-            // A deactivation that waits already has the last word.
-            active = waiting.stream().noneMatch(later -> later.action == DEACTIVATE);
+            active = true;
             handled = false;
         } finally {
             lock.unlock();

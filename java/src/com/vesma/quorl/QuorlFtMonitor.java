@@ -10,8 +10,8 @@ import java.util.OptionalInt;
  * Watches a fault-tolerance group without joining it: how many of its members are active.
  *
  * <p>The handler gets the number whenever it changes, and never the same one twice in a row. The first one comes with the first
- * active member that is heard, or as 0 when none was for the lost interval: a 0 is never a guess. A program that is stepping
- * back counts until it has done so.
+ * active member that is heard, or as 0 when none was for the lost interval: a new monitor does not guess. One that is cut off from
+ * the members, as in an outage of the daemon, counts 0 as well. A program that is stepping back counts until it has done so.
  *
  * <p>The handler runs on the threads that dispatch the queue; let one thread do that, so that the numbers come in their order. What each
  * member does comes as advisories on {@code _QUORL.*.ft.*} to whoever listens to them.

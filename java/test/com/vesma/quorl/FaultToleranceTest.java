@@ -15,6 +15,7 @@ import java.util.OptionalInt;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
+import java.util.concurrent.LinkedBlockingQueue;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.concurrent.atomic.AtomicReference;
@@ -221,6 +222,47 @@ class FaultToleranceTest extends OpenLibrary {
             members.forEach(QuorlFtMember::close);
         } finally {
             executor.shutdown();
+        }
+    }
+
+    private static void runNext(LinkedBlockingQueue<Runnable> tasks) throws InterruptedException {
+        Runnable next = tasks.poll(LIMIT.toSeconds(), TimeUnit.SECONDS);
+        assertTrue(next != null, "no action has come");
+        next.run();
+    }
+
+    /** Its handler would begin what another member does by then. */
+    @Test
+    void anActivationIsLeftOutWhenItsDeactivationIsThereBeforeItsHandlerCouldBegin() throws Exception {
+        LinkedBlockingQueue<Runnable> tasks = new LinkedBlockingQueue<>();
+        CountDownLatch inside = new CountDownLatch(1);
+        CountDownLatch leave = new CountDownLatch(1);
+        Story story = new Story();
+        try (QuorlQueue own = new QuorlQueue(); QuorlDispatcher handsOver = QuorlDispatcher.builder(own).executor(tasks::add).unordered().start();
+                QuorlFtMember one = builder(own, transport, story).weight(2).intervals(HEARTBEAT, Duration.ZERO, ACTIVATION)
+                        .onDeactivate(m -> {
+                            story.tell('D');
+                            inside.countDown();
+                            await(leave);
+                        }).join()) {
+            runNext(tasks);
+            long token = one.getToken();
+            try (QuorlFtMember other = builder(new Story()).intervals(HEARTBEAT, Duration.ZERO, ACTIVATION).join()) {
+                other.setWeight(3);
+                Worker stopping = new Worker(() -> runNext(tasks));
+                await(inside);
+                assertTrue(other.awaitActive(LIMIT), "it does not wait for the handler for ever");
+                one.setWeight(4);
+                runNext(tasks);
+                other.setWeight(5);
+                runNext(tasks);
+                leave.countDown();
+                stopping.join();
+                assertEquals("AD", story.text());
+                assertEquals(token, one.getToken());
+                assertFalse(one.isActive());
+                assertTrue(other.awaitActive(LIMIT));
+            }
         }
     }
 

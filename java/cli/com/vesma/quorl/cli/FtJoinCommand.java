@@ -137,6 +137,7 @@ final class FtJoinCommand extends Action {
     @Override
     void begin(Session session) throws InterruptedException {
         if (program != null) ProgramFile.check(program.get(0));
+        session.atEnd(this::leave);
         try {
             member = session.member(transport, group).weight((int) weight).activeGoal((int) goal)
                     .intervals(duration(heartbeat), duration(preparation), duration(activation))
@@ -179,11 +180,15 @@ final class FtJoinCommand extends Action {
                 err().flush();
             }
         } finally {
-            // First the program, then the good-bye. Nobody takes orders any more.
+            // First the program, then the good-bye.
             if (running != null) running.end();
-            releaseAll();
-            member.close();
         }
+    }
+
+    /** However far the command came: nobody takes orders any more, and a close waits for the handler of one. */
+    private void leave() {
+        releaseAll();
+        if (member != null) member.close();
     }
 
     private void releaseAll() {

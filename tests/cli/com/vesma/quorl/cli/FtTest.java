@@ -8,6 +8,7 @@ import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.Test;
@@ -127,6 +128,29 @@ class FtTest {
             assertFalse(ProcessHandle.of(Long.parseLong(pid)).map(ProcessHandle::isAlive).orElse(false));
             assertTrue(child.said().contains("quorl: \"sh\" has not ended within 0.2 s of SIGTERM, and is killed\n"), child.said());
         }
+    }
+
+    /** The daemon falls silent while the command waits to hear that it may listen; meanwhile the member is told to act. */
+    @Test
+    void oneThatIsInterruptedWhileItJoinsEnds() throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder); SilentProxy proxy = new SilentProxy(daemon.address, "_QUORL.FT.g")) {
+            Thread command = new Thread(() -> Cli.run("ft", "join", "g", "--heartbeat", "0.05", "--preparation", "0", "--activation", "0.2",
+                    "--daemon", proxy.address));
+            command.setDaemon(true);
+            command.start();
+            long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(ChildCommand.LIMIT);
+            while (!waitsForItsOrder() && System.nanoTime() < end) Thread.onSpinWait();
+            assertTrue(waitsForItsOrder() && command.isAlive());
+            command.interrupt();
+            command.join(TimeUnit.SECONDS.toMillis(ChildCommand.LIMIT));
+            assertFalse(command.isAlive());
+        }
+    }
+
+    private static boolean waitsForItsOrder() {
+        return Thread.getAllStackTraces().entrySet().stream().filter(each -> each.getKey().getState() == Thread.State.WAITING)
+                .flatMap(each -> Arrays.stream(each.getValue()))
+                .anyMatch(frame -> frame.getClassName().equals(FtJoinCommand.class.getName()) && frame.getMethodName().equals("order"));
     }
 
     @Test
