@@ -1,12 +1,9 @@
 // Our distributed queue: a sender of certified delivery without a ledger, and members that complete a task when its callback has
 // returned.
 #include <sched.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <thread>
 
 #include "dqueue/sides.h"
@@ -48,7 +45,7 @@ void work(Run& run, int worker, const std::string& url) {
     quorlcmEvent listener = 0;
     need(quorlcmEvent_CreateListener(&listener, QUORL_DEFAULT_QUEUE, onTask, member, subject, &closure), "listener");
     ++run.ready;
-    while (!run.over) quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, 0.05);
+    for (;;) quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, -1);
 }
 
 quorlcmTransport newBoss(quorlTransport transport, const char* queue) {
@@ -90,22 +87,16 @@ double submit(Run& run, const std::string& url) {
 
 }  // namespace
 
-const Side quorlSide{nullptr, work, submit};
+const Side quorlSide{"quorl", nullptr, work, submit};
 
-double takeOver(const std::string& url, double activation) {
-    // The one that is killed, in a process of its own; it is the scheduler, and takes no tasks.
-    int ready[2];
-    if (pipe(ready) != 0) fail("no pipe");
-    const pid_t scheduler = fork();
-    if (scheduler == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        const quorlcmTransport member = join(connect(url), "bench-take-over", 2, activation);
-        need(quorlcmTransport_SetWorkerTasks(member, 0), "no tasks");
-        if (write(ready[1], "r", 1) != 1) _exit(1);
-        for (;;) pause();
-    }
-    char byte;
-    if (read(ready[0], &byte, 1) != 1) fail("the scheduler did not come up");
+void schedule(TakeOver& run, const std::string& url, double activation) {
+    const quorlcmTransport member = join(connect(url), "bench-take-over", 2, activation);
+    need(quorlcmTransport_SetWorkerTasks(member, 0), "no tasks");
+    run.scheduled = true;
+    for (;;) pause();
+}
+
+void takeOver(TakeOver& run, const std::string& url, double activation) {
     const quorlTransport transport = connect(url);
     std::atomic<uint64_t> done{0};
     Worker closure{&done};
@@ -113,16 +104,17 @@ double takeOver(const std::string& url, double activation) {
     const quorlcmTransport member = join(transport, "bench-take-over", 1, activation);
     need(quorlcmEvent_CreateListener(&listener, QUORL_DEFAULT_QUEUE, onTask, member, subject, &closure), "listener");
     const quorlcmTransport boss = newBoss(transport, "bench-take-over");
+    const auto dispatchUntil = [&](uint64_t count) {
+        while (done < count) quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, 0.05);
+    };
     send(boss);
-    while (done < 1) quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, 0.05);
-    kill(scheduler, SIGKILL);
-    waitpid(scheduler, nullptr, 0);
-    const int64_t start = nowNs();
+    dispatchUntil(1);
+    run.settled = true;
+    while (run.killed == 0) sched_yield();
     send(boss);
-    while (done < 2) quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, 0.05);
-    const double seconds = static_cast<double>(nowNs() - start) / 1e9;
+    dispatchUntil(2);
+    run.seconds = static_cast<double>(nowNs() - run.killed) / 1e9;
     need(quorl_Close(), "close");
-    return seconds;
 }
 
 }  // namespace bench::dqueue

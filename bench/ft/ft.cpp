@@ -2,18 +2,17 @@
 // second; and the time from the kill -9 of an active member until the next one is told to act.
 #include "quorl/quorlft.h"
 
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "network/processes.h"
+#include "support/child.h"
 #include "support/measure.h"
 #include "support/quorl.h"
 
@@ -62,60 +61,36 @@ void together() {
                   kPromisedCpu);
 }
 
-// A member in a process of its own, which writes the time into a pipe when it is told to act.
+// A member in a process of its own, which says when it is told to act.
 class Member {
   public:
-    Member(const std::string& daemon, quorl_u16 weight) {
-        int ends[2];
-        if (pipe(ends) != 0) bench::fail("no pipe");
-        process_ = fork();
-        if (process_ < 0) bench::fail("no process");
-        if (process_ == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            run(daemon, weight, ends[1]);
-        }
-        close(ends[1]);
-        told_ = ends[0];
-    }
-    ~Member() {
-        kill();
-        close(told_);
-    }
-    Member(const Member&) = delete;
-    Member& operator=(const Member&) = delete;
+    Member(const std::string& daemon, quorl_u16 weight)
+        : process_("a member", [&, weight] { run(*activeAt_, daemon, weight); }) {}
 
-    // When it was told to act, in nanoseconds of the monotonic clock.
+    // In nanoseconds of the monotonic clock.
     int64_t awaitActive() const {
-        int64_t at = 0;
-        if (read(told_, &at, sizeof at) != sizeof at) bench::fail("a member has ended");
-        return at;
+        bench::Child::until("a member is active", [&] { return activeAt_->load() != 0; });
+        return *activeAt_;
     }
-    void kill() {
-        if (process_ <= 0) return;
-        ::kill(process_, SIGKILL);
-        waitpid(process_, nullptr, 0);
-        process_ = 0;
-    }
+    void kill() { process_.kill(); }
 
   private:
-    [[noreturn]] static void run(const std::string& daemon, quorl_u16 weight, int to) {
+    [[noreturn]] static void run(std::atomic<int64_t>& activeAt, const std::string& daemon, quorl_u16 weight) {
         bench::need(quorl_Open(), "open");
         quorlTransport transport = 0;
         bench::need(quorlTransport_Create(&transport, nullptr, nullptr, daemon.c_str()), "transport");
         const auto onAction = [](quorlftMember, const char*, quorlftAction action, void* closure) {
-            const int64_t now = bench::nowNs();
-            if (action == QUORLFT_ACTIVATE && write(*static_cast<int*>(closure), &now, sizeof now) != sizeof now)
-                bench::fail("nobody reads");
+            if (action == QUORLFT_ACTIVATE) *static_cast<std::atomic<int64_t>*>(closure) = bench::nowNs();
         };
         quorlftMember member;
         bench::need(quorlftMember_Create(&member, QUORL_DEFAULT_QUEUE, onAction, transport, "bench", weight, 1,
-                                         kHeartbeat, 2 * kHeartbeat, kActivation, &to),
+                                         kHeartbeat, 2 * kHeartbeat, kActivation, &activeAt),
                     "join");
         for (;;) quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, -1);
     }
 
-    pid_t process_ = 0;
-    int told_ = -1;
+    const bench::Shared<std::atomic<int64_t>> activeAt_;  // 0: never
+    bench::Child process_;
 };
 
 void takeOver(const std::string& daemon) {
@@ -133,21 +108,25 @@ void takeOver(const std::string& daemon) {
                   bench::median(percents), "promised", kPromised);
 }
 
-// One of them in this process, the others in another.
-void overDaemon(const std::string& daemon) {
-    const pid_t others = fork();
-    if (others == 0) prctl(PR_SET_PDEATHSIG, SIGKILL);
+void joinOver(const std::string& daemon, int members) {
     bench::need(quorl_Open(), "open");
     quorlTransport transport = 0;
     bench::need(quorlTransport_Create(&transport, nullptr, nullptr, daemon.c_str()), "transport");
-    join(transport, others == 0 ? kGroup - 1 : 1);
-    if (others == 0) {
+    join(transport, members);
+}
+
+// One of them in this process, the others in another.
+void overDaemon(const std::string& daemon) {
+    bench::Child others("the process of the other members", [&] {
+        joinOver(daemon, kGroup - 1);
         for (;;) pause();
-    }
-    bench::report("ft", {"100_members_over_a_daemon.cpu_percent_of_one", bench::Better::lower}, percent(), "promised",
+    });
+    joinOver(daemon, 1);
+    const double part = percent();
+    bench::Child::check();
+    bench::report("ft", {"100_members_over_a_daemon.cpu_percent_of_one", bench::Better::lower}, part, "promised",
                   kPromisedCpu);
     bench::need(quorl_Close(), "close");
-    kill(others, SIGKILL);
 }
 
 }  // namespace

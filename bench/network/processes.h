@@ -1,9 +1,12 @@
-// The processes of a run over a network: a daemon, and two clients, each forked from a parent that has no threads.
+// A run over a network: a daemon, and two clients, each a process of its own.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "network/sides.h"
+#include "support/child.h"
 
 namespace bench::network {
 
@@ -24,15 +27,14 @@ class Folder {
 class Server {
   public:
     explicit Server(bool storing = false);
-    ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
     const std::string& url() const { return url_; }
 
   private:
-    int process_ = -1;
     Folder folder_;
     std::string url_;
+    std::optional<Child> process_;  // goes before its folder
 };
 
 // One run each. Of a stream messages a second; of round trips the median and the 99th of a hundred.
