@@ -125,8 +125,7 @@ quorl_status quorlcmTransport_SetWorkerWeight(quorlcmTransport cmTransport, quor
 quorl_status quorlcmTransport_SetWorkerTasks(quorlcmTransport cmTransport, quorl_u32 workerTasks) noexcept {
     return with(cmTransport, [&](QueueMember& member) {
         if (const quorl_status status = checkTasks(workerTasks); status != QUORL_OK) return status;
-        return member.call(
-            [&](Machine& machine, Now now, Output& out) { return machine.setWorkerTasks(workerTasks, now, out); });
+        return member.setWorkerTasks(workerTasks);
     });
 }
 

@@ -64,6 +64,7 @@ quorl_status QueueMember::create(uint32_t transport, const Settings& settings, u
             return fail(QUORL_OS_ERROR, "the system provides no random numbers");
     } while (chance.member == 0);
     const auto member = std::make_shared<QueueMember>(transport, settings, chance);
+    member->makeRoomForDropped(settings.workerTasks);
     uint32_t made = 0;
     ++figures().members;
     quorl_status status = companion::publish(member, {.type = Type::certifiedTransport, .transport = transport}, &made);
@@ -119,12 +120,6 @@ quorl_status QueueMember::leave(quorlcmTransportOnComplete completion, const voi
         return QUORL_OK;
     });
     if (again) return fail(QUORL_INVALID_TRANSPORT, "distributed queue %u is being destroyed already", id_.load());
-    if (status == QUORL_NO_MEMORY) {
-        // It leaves when the time for that has passed, without having said so
-        // before.
-        host().schedule(*this, companion::monotonicNow());
-        return QUORL_OK;
-    }
     return explain(status);
 }
 
@@ -139,8 +134,8 @@ void QueueMember::closed() noexcept {
     for (const uint32_t listener : listeners) companion::close(Type::certifiedListener, listener);
     step(
         [&](Machine& machine, Now now, Output& out) {
-            machine.close(now, out);
             ended_ = true;
+            machine.close(now, out);
             return QUORL_OK;
         },
         true);
@@ -170,7 +165,7 @@ void QueueMember::parentClosed() noexcept {
 void QueueMember::carryOut(quorl_status status) noexcept {
     const companion::KeptErrorText kept;
     for (const Ear& ear : out_.ears) open(ear);
-    for (const DeadLetter& letter : out_.deadLetters) bury(letter);
+    bury();
     for (Message& message : out_.messages) {
         if (backlog_.size() < backlogMost) enqueue(std::move(message));
     }
@@ -179,7 +174,7 @@ void QueueMember::carryOut(quorl_status status) noexcept {
     int64_t due = machine_.due();
     const int64_t present = companion::monotonicNow();
     if (!backlog_.empty()) due = std::min(due, present + pauseWithoutRoom);
-    if (!missing_.empty()) due = std::min(due, present + pauseWithoutMemory);
+    if (!missing_.empty() || !letters_.empty()) due = std::min(due, present + pauseWithoutMemory);
     if (leaveBy_ != 0) due = std::min(due, leaveBy_);
     // A machine that had no memory may be due at once again.
     if (status == QUORL_NO_MEMORY) due = std::max(due, present + pauseWithoutMemory);
@@ -223,11 +218,13 @@ void QueueMember::openMissing() noexcept {
     for (const Ear& ear : again) open(ear);
 }
 
-void QueueMember::enqueue(Message&& message) noexcept {
+// False: there was no memory; most messages are then as if they had been lost.
+bool QueueMember::enqueue(Message&& message) noexcept {
     try {
         backlog_.push_back(std::move(message));
+        return true;
     } catch (const std::bad_alloc&) {
-        // As if it had been lost.
+        return false;
     }
 }
 
@@ -298,13 +295,24 @@ void QueueMember::received(uint32_t ear, Message&& message) noexcept {
 }
 
 void QueueMember::takeDropped() noexcept {
-    std::vector<uint32_t> dropped;
-    {
-        const std::lock_guard lock(droppedLock_);
-        dropped.swap(dropped_);
-    }
-    for (const uint32_t task : dropped)
+    for (;;) {
+        uint32_t task = 0;
+        {
+            const std::lock_guard lock(droppedLock_);
+            if (dropped_.empty()) return;
+            task = dropped_.back();
+            dropped_.pop_back();
+        }
         step([&](Machine& machine, Now now, Output& out) { return machine.giveBack(task, now, out); });
+    }
+}
+
+// A task that is dropped for want of memory finds room among them. Of very many there is no room for all, as a rule not used.
+// Throws std::bad_alloc.
+void QueueMember::makeRoomForDropped(uint32_t tasks) {
+    constexpr uint32_t most = 65'536;
+    const std::lock_guard lock(droppedLock_);
+    dropped_.reserve(std::min(tasks, most));
 }
 
 // ---- the program
@@ -351,6 +359,15 @@ quorl_status QueueMember::giveBack(const Message& message) noexcept {
     return onTask(message, [](Machine& machine, uint32_t task, Now now, Output& out) {
         return machine.giveBack(task, now, out);
     });
+}
+
+quorl_status QueueMember::setWorkerTasks(uint32_t tasks) noexcept {
+    try {
+        makeRoomForDropped(tasks);
+    } catch (const std::bad_alloc&) {
+        return noMemory();
+    }
+    return call([&](Machine& machine, Now now, Output& out) { return machine.setWorkerTasks(tasks, now, out); });
 }
 
 quorl_status QueueMember::setBacklogLimit(bool inBytes, uint32_t limit) noexcept {

@@ -39,6 +39,7 @@ class QueueMember final : public companion::CertifiedTransport,
     quorl_status call(F&& change) noexcept {
         return explain(step(std::forward<F>(change)));
     }
+    quorl_status setWorkerTasks(uint32_t tasks) noexcept;
     quorl_status setBacklogLimit(bool inBytes, uint32_t limit) noexcept;
     // Tasks that wait for a worker.
     uint64_t unassigned() noexcept;
@@ -78,12 +79,13 @@ class QueueMember final : public companion::CertifiedTransport,
     void carryOut(quorl_status status) noexcept;
     void open(const Ear& ear) noexcept;
     void openMissing() noexcept;
-    void bury(const DeadLetter& letter) noexcept;
-    void enqueue(companion::Message&& message) noexcept;
+    void bury() noexcept;
+    bool enqueue(companion::Message&& message) noexcept;
     void flush() noexcept;
     void flushAll(int64_t deadline) noexcept;
     void post(Task& task) noexcept;
     void takeDropped() noexcept;
+    void makeRoomForDropped(uint32_t tasks);
     void answerStatus(const companion::Message& question) noexcept;
     quorl_status start() noexcept;
     quorl_status explain(quorl_status status) const noexcept;
@@ -111,6 +113,7 @@ class QueueMember final : public companion::CertifiedTransport,
     std::deque<companion::Message> backlog_;  // what found no room
     std::map<uint32_t, uint32_t> ears_;       // the library's listeners: the numbers of the machine's ears
     std::vector<Ear> missing_;                // ears that could not be opened yet
+    std::vector<DeadLetter> letters_;         // that could not be sent yet
     uint32_t statusEar_ = 0;                  // of the library's listeners
     std::vector<uint32_t> listeners_;         // of the program
 };

@@ -1,6 +1,7 @@
 // What a member tells: advisories, dead letters, and the answer to who asks how
 // the queue is.
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <vector>
 
@@ -80,12 +81,25 @@ void QueueMember::tell(const Event& event) const noexcept {
     }
 }
 
-// Under the lock. A letter that finds no memory is told as an advisory alone.
-void QueueMember::bury(const DeadLetter& letter) noexcept {
-    Message message;
-    if (letterOf(letter, queue_, &message) != QUORL_OK) return;
-    ++figures().deadLetters;
-    enqueue(std::move(message));
+// Under the lock: the letters of the step, and those that wait for memory.
+void QueueMember::bury() noexcept {
+    if (letters_.empty()) {
+        letters_.swap(out_.deadLetters);
+    } else {
+        try {
+            letters_.insert(letters_.end(), std::make_move_iterator(out_.deadLetters.begin()),
+                            std::make_move_iterator(out_.deadLetters.end()));
+        } catch (const std::bad_alloc&) {
+            // They are told as advisories alone.
+        }
+    }
+    std::erase_if(letters_, [&](const DeadLetter& letter) {
+        Message message;
+        const quorl_status status = letterOf(letter, queue_, &message);
+        if (status == QUORL_NO_MEMORY || (status == QUORL_OK && !enqueue(std::move(message)))) return false;
+        if (status == QUORL_OK) ++figures().deadLetters;
+        return true;
+    });
 }
 
 // The scheduler alone answers: it knows.

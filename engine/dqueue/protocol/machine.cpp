@@ -35,12 +35,14 @@ struct Machine::Impl {
     int64_t pruneAt = INT64_MAX;
     bool started = false;
     bool leaving = false;
+    bool aside = false;  // in the election
     bool gone = false;
     bool newerTold = false;
 
     ftolerance::Now electionNow() const noexcept { return {shared.now.monotonic, shared.now.wall}; }
 
-    // One call: what it does, what it means for this member itself, and what follows from both.
+    // One call: what it does, what it means for this member itself, and what follows from both. Where memory is short what
+    // follows is left for the next one.
     template <class F>
     void step(Now now, Output& out, F&& call) {
         shared.now = now;
@@ -52,6 +54,7 @@ struct Machine::Impl {
 
     void finish() {
         for (;;) {
+            followElection();
             while (!shared.own.empty()) {
                 const companion::Message message = std::move(shared.own.front());
                 shared.own.pop_front();
@@ -63,16 +66,43 @@ struct Machine::Impl {
             }
             if (shared.own.empty()) break;
         }
-        if (!leaving || !worker.finished()) return;
-        goNow();
-        shared.out->left = true;
+        if (leaving && worker.finished()) {
+            goNow();
+            shared.out->left = true;
+        }
+        shared.tellClosed();
     }
 
-    void goNow() {
-        worker.flush();
-        if (scheduler != nullptr) endScheduling();
+    // What it has to say it says where there is memory for it.
+    void goNow() noexcept {
         gone = true;
-        elect([&](ftolerance::Member& member) { member.leave(electionNow(), electionOut); });
+        tried([&] { worker.flush(); });
+        if (scheduler != nullptr) endScheduling();
+        tried([&] { elect([&](ftolerance::Member& member) { member.leave(electionNow(), electionOut); }); });
+    }
+
+    template <class F>
+    static void tried(F&& call) noexcept {
+        try {
+            call();
+        } catch (const std::bad_alloc&) {
+            // As if it had been lost on the way.
+        }
+    }
+
+    // Of calls that need no memory themselves: what follows may, and is done later then.
+    template <class F>
+    quorl_status surely(Now now, Output& out, quorl_status otherwise, F&& call) noexcept {
+        quorl_status status = otherwise;
+        tried([&] { step(now, out, [&] { status = call(); }); });
+        return status;
+    }
+    template <class F>
+    quorl_status change(Now now, Output& out, F&& call) noexcept {
+        return surely(now, out, QUORL_OK, [&] {
+            call();
+            return QUORL_OK;
+        });
     }
 
     // ---- the election
@@ -82,30 +112,47 @@ struct Machine::Impl {
         electionOut.clear();
         call(shared.election);
         for (;;) {
-            for (const ftolerance::Frame& frame : electionOut.frames) {
-                companion::Message message;
-                if (companion::Message::empty(shared.group, &message) != QUORL_OK ||
-                    message.withAttributes(ftolerance::encode(frame).span(), &message) != QUORL_OK)
-                    throw std::bad_alloc();
-                shared.out->messages.push_back(std::move(message));
-            }
-            for (const ftolerance::Advisory& advisory : electionOut.advisories) tell(advisory);
+            // What the election has decided holds, whether or not it can be told.
+            tried([&] {
+                for (const ftolerance::Frame& frame : electionOut.frames) {
+                    companion::Message message;
+                    if (companion::Message::empty(shared.group, &message) != QUORL_OK ||
+                        message.withAttributes(ftolerance::encode(frame).span(), &message) != QUORL_OK)
+                        throw std::bad_alloc();
+                    shared.out->messages.push_back(std::move(message));
+                }
+                for (const ftolerance::Advisory& advisory : electionOut.advisories) tell(advisory);
+            });
             const auto actions = std::move(electionOut.actions);
             electionOut.clear();
             bool deactivated = false;
             for (const ftolerance::Told& told : actions) {
-                if (told.action == ftolerance::Action::activate && !gone) beginScheduling();
                 if (told.action != ftolerance::Action::deactivate) continue;
                 if (scheduler != nullptr) endScheduling();
                 deactivated = true;
             }
-            if (!deactivated) break;
+            if (!deactivated) return;
             shared.election.deactivated(electionNow(), electionOut);
-            if (leaving) shared.election.stepAside(electionNow(), electionOut);
+            if (!leaving || aside) continue;
+            shared.election.stepAside(electionNow(), electionOut);
+            aside = true;
         }
-        if (shared.election.peers().changes() == peersSeen) return;
-        peersSeen = shared.election.peers().changes();
+    }
+
+    bool elected() const noexcept { return !gone && shared.election.state() == ftolerance::State::active; }
+
+    // It is the scheduler when it is elected, and who leaves is not, once more at the latest with the next step.
+    void followElection() {
+        if (gone) return;
+        if (leaving && scheduler == nullptr && !aside) {
+            elect([&](ftolerance::Member& member) { member.stepAside(electionNow(), electionOut); });
+            aside = true;
+        }
+        if (elected() && scheduler == nullptr) beginScheduling();
+        const uint64_t changes = shared.election.peers().changes();
+        if (changes == peersSeen) return;
         if (scheduler != nullptr) scheduler->membersChanged();
+        peersSeen = changes;
     }
 
     void tell(const ftolerance::Advisory& advisory) {
@@ -130,7 +177,6 @@ struct Machine::Impl {
     }
 
     void beginScheduling() {
-        if (scheduler != nullptr) return;
         const Term term = nextTerm();
         auto made = std::make_unique<Scheduler>(shared, term);
         made->start();
@@ -139,7 +185,7 @@ struct Machine::Impl {
         renewedAt = shared.now.monotonic;
     }
 
-    void endScheduling() {
+    void endScheduling() noexcept {
         scheduler->end();
         scheduler.reset();
     }
@@ -210,7 +256,8 @@ struct Machine::Impl {
 
     int64_t due() const noexcept {
         if (gone || !started) return INT64_MAX;
-        if (!shared.own.empty()) return INT64_MIN;
+        // What no memory was found for.
+        if (!shared.own.empty() || !shared.closing.empty() || (elected() && scheduler == nullptr)) return INT64_MIN;
         int64_t due = std::min({shared.election.due(), worker.due(), pruneAt});
         if (scheduler == nullptr) return due;
         due = std::min(due, scheduler->due());
@@ -222,6 +269,7 @@ struct Machine::Impl {
     void tick() {
         if (shared.election.due() <= shared.now.monotonic)
             elect([&](ftolerance::Member& member) { member.tick(electionNow(), electionOut); });
+        followElection();
         worker.tick();
         if (scheduler != nullptr) scheduler->tick();
         if (pruneAt > shared.now.monotonic) return;
@@ -289,19 +337,15 @@ quorl_status Machine::createListener(uint32_t number, std::string_view pattern, 
 }
 
 void Machine::destroyListener(uint32_t number, bool cancel, Now now, Output& out) {
-    impl_->step(now, out, [&] { impl_->worker.destroyListener(number, cancel); });
+    impl_->change(now, out, [&] { impl_->worker.destroyListener(number, cancel); });
 }
 
 quorl_status Machine::complete(uint32_t task, Now now, Output& out) {
-    quorl_status status = QUORL_NOT_FOUND;
-    impl_->step(now, out, [&] { status = impl_->worker.complete(task); });
-    return status;
+    return impl_->surely(now, out, QUORL_NOT_FOUND, [&] { return impl_->worker.complete(task); });
 }
 
 quorl_status Machine::giveBack(uint32_t task, Now now, Output& out) {
-    quorl_status status = QUORL_NOT_FOUND;
-    impl_->step(now, out, [&] { status = impl_->worker.giveBack(task, GroupKind::failed); });
-    return status;
+    return impl_->surely(now, out, QUORL_NOT_FOUND, [&] { return impl_->worker.giveBack(task, GroupKind::failed); });
 }
 
 uint32_t Machine::taskOf(const companion::Message& message) const noexcept {
@@ -312,52 +356,44 @@ uint32_t Machine::taskOf(const companion::Message& message) const noexcept {
 
 quorl_status Machine::setWorkerWeight(uint32_t weight, Now now, Output& out) {
     if (weight == 0 || weight > workerWeightMost) return QUORL_INVALID_ARG;
-    impl_->step(now, out, [&] {
+    return impl_->change(now, out, [&] {
         impl_->shared.settings.workerWeight = weight;
         impl_->worker.offerAnew();
     });
-    return QUORL_OK;
 }
 
 quorl_status Machine::setWorkerTasks(uint32_t tasks, Now now, Output& out) {
     if (tasks > workerTasksMost) return QUORL_INVALID_ARG;
-    impl_->step(now, out, [&] {
+    return impl_->change(now, out, [&] {
         impl_->shared.settings.workerTasks = tasks;
         impl_->worker.offerAnew();
     });
-    return QUORL_OK;
 }
 
 quorl_status Machine::setCompleteTime(int64_t completeTime, Now now, Output& out) {
     if (completeTime < 0 || completeTime > longestCompleteTime) return QUORL_INVALID_ARG;
-    impl_->step(now, out, [&] { impl_->shared.settings.completeTime = completeTime; });
-    return QUORL_OK;
+    return impl_->change(now, out, [&] { impl_->shared.settings.completeTime = completeTime; });
 }
 
 quorl_status Machine::setBacklog(uint64_t messages, uint64_t bytes, Now now, Output& out) {
-    impl_->step(now, out, [&] {
+    return impl_->change(now, out, [&] {
         impl_->shared.settings.backlogMessages = messages;
         impl_->shared.settings.backlogBytes = bytes;
     });
-    return QUORL_OK;
 }
 
 quorl_status Machine::setReassignments(uint32_t most, Now now, Output& out) {
     if (most > reassignmentsMost) return QUORL_INVALID_ARG;
-    impl_->step(now, out, [&] { impl_->shared.settings.reassignments = most; });
-    return QUORL_OK;
+    return impl_->change(now, out, [&] { impl_->shared.settings.reassignments = most; });
 }
 
 // ---- going
 
 void Machine::leave(Now now, Output& out) {
-    impl_->step(now, out, [&] {
+    impl_->change(now, out, [&] {
         if (std::exchange(impl_->leaving, true)) return;
-        impl_->worker.leave();
         // A scheduler goes on until it has completed what it holds: then the next one need not take over twice.
-        if (impl_->scheduler == nullptr)
-            impl_->elect(
-                [&](ftolerance::Member& member) { member.stepAside(impl_->electionNow(), impl_->electionOut); });
+        impl_->worker.leave();
     });
 }
 
@@ -365,6 +401,7 @@ void Machine::close(Now now, Output& out) {
     impl_->shared.now = now;
     impl_->shared.out = &out;
     if (!impl_->gone) impl_->goNow();
+    Impl::tried([&] { impl_->shared.tellClosed(); });
 }
 
 Counts Machine::counts() const noexcept {

@@ -47,8 +47,8 @@ void Scheduler::start() {
 }
 
 void Scheduler::addressEar() {
-    addressEar_ = openEar(certified::addressOf(shared_.settings.queue));
-    allEar_ = openEar(std::string(certified::everybody));
+    addressEar_ = shared_.openEar(certified::addressOf(shared_.settings.queue));
+    allEar_ = shared_.openEar(std::string(certified::everybody));
 }
 
 void Scheduler::renew(const Term& term) {
@@ -56,20 +56,23 @@ void Scheduler::renew(const Term& term) {
     ++shared_.counts.reigns;
     settling_ = true;
     settlingUntil_ = shared_.now.monotonic + shared_.settings.intervals.activation;
-    plainIncarnation_ = certified::keyedHash(shared_.chance.key, "plain " + std::to_string(term.number)) | 1;
-    lastPlain_ = 0;
     for (const auto& worker : workers_) {
         worker->attachment = 0;
         worker->offered = worker->inventoried = false;
         worker->unacknowledged.clear();
         worker->resendAt = INT64_MAX;
     }
+    beatAt_ = shared_.now.monotonic;
+    wanting_ = Wanting::session;
+    plainIncarnation_ = certified::keyedHash(shared_.chance.key, "plain " + std::to_string(term.number)) | 1;
+    lastPlain_ = 0;
     makeCertified();
     beat(false);
 }
 
 // A session of its own with each sender: what was kept for the queue comes to it, and no earlier session counts any more.
 void Scheduler::makeCertified() {
+    wanting_ = Wanting::session;
     const auto draw = [&](const char* what) {
         return certified::keyedHash(
             shared_.chance.key, what + std::to_string(term_.number) + "." + std::to_string(shared_.counts.sessions));
@@ -97,6 +100,7 @@ void Scheduler::makeCertified() {
         });
     }
     limited_ = false;
+    wanting_ = Wanting::nothing;
 }
 
 void Scheduler::forgetSources() {
@@ -106,13 +110,22 @@ void Scheduler::forgetSources() {
     });
 }
 
-void Scheduler::end() {
-    flush();
-    certifiedStep([&](certified::Machine& machine, certified::Output& out) { machine.close(shared_.now, out); });
-    for (const Pattern& pattern : patterns_) closeEar(pattern.ear);
-    closeEar(addressEar_);
-    closeEar(allEar_);
-    beat(true);
+void Scheduler::end() noexcept {
+    const auto tried = [](auto&& say) {
+        try {
+            say();
+        } catch (const std::bad_alloc&) {
+            // As if it had been lost on the way.
+        }
+    };
+    tried([&] { flush(); });
+    tried([&] {
+        certifiedStep([&](certified::Machine& machine, certified::Output& out) { machine.close(shared_.now, out); });
+    });
+    for (const Pattern& pattern : patterns_) shared_.closeEar(pattern.ear);
+    shared_.closeEar(addressEar_);
+    shared_.closeEar(allEar_);
+    tried([&] { beat(true); });
 }
 
 // ---- the certified machine
@@ -121,7 +134,13 @@ template <class F>
 void Scheduler::certifiedStep(F&& call) {
     certifiedOut_.clear();
     const auto takeOver = [&] {
-        for (auto& delivery : certifiedOut_.deliveries) deliveries_.push_back(std::move(delivery));
+        try {
+            for (auto& delivery : certifiedOut_.deliveries) deliveries_.push_back(std::move(delivery));
+        } catch (const std::bad_alloc&) {
+            // It will not deliver them again: its next session does.
+            wanting_ = Wanting::session;
+            throw;
+        }
         for (auto& message : certifiedOut_.messages) shared_.out->messages.push_back(std::move(message));
         for (auto& event : certifiedOut_.events) shared_.out->certified.push_back(std::move(event));
     };
@@ -132,16 +151,6 @@ void Scheduler::certifiedStep(F&& call) {
         throw;
     }
     takeOver();
-}
-
-uint32_t Scheduler::openEar(std::string subject) {
-    const uint32_t number = ++shared_.lastEar;
-    shared_.out->ears.push_back({number, std::move(subject)});
-    return number;
-}
-
-void Scheduler::closeEar(uint32_t ear) {
-    shared_.out->ears.push_back({ear, {}});
 }
 
 void Scheduler::onCertified(companion::Message message, uint32_t ear) {
@@ -173,8 +182,10 @@ void Scheduler::confirm(Stream& stream, uint64_t number, uint32_t listener) {
 // Numbers come in their order. Those in between will not come: they are completed, or were given up.
 void Scheduler::skipTo(Stream& stream, uint64_t number) {
     const uint64_t first = stream.delivered + 1;
-    stream.delivered = number;
-    if (first == number) return;
+    if (first == number) {
+        stream.delivered = number;
+        return;
+    }
     std::vector<uint64_t> known;
     for (const auto& [at, task] : stream.tasks) {
         if (at >= first && at < number) known.push_back(at);
@@ -187,6 +198,7 @@ void Scheduler::skipTo(Stream& stream, uint64_t number) {
     }
     if (next < number) stream.settled.add({next, number - 1});
     markDirty(stream);
+    stream.delivered = number;
 }
 
 void Scheduler::onDelivery(const certified::Delivery& delivery) {
@@ -246,6 +258,8 @@ void Scheduler::onDelivery(const certified::Delivery& delivery) {
 
 // What all workers listen to, together.
 void Scheduler::updatePatterns(const std::vector<std::string>& cancelled) {
+    // What fails in the middle leaves the certified machine with other listeners than these.
+    const Wanting before = std::exchange(wanting_, Wanting::patterns);
     std::vector<std::string_view> wanted;
     for (const auto& worker : workers_) {
         if (!worker->offered) continue;
@@ -258,9 +272,10 @@ void Scheduler::updatePatterns(const std::vector<std::string>& cancelled) {
     for (const std::string_view text : wanted) {
         if (std::ranges::find(patterns_, text, &Pattern::text) != patterns_.end()) continue;
         if (patterns_.size() >= patternsMost) break;
-        patterns_.push_back({std::string(text), 0});
-        Pattern& pattern = patterns_.back();
-        pattern.ear = openEar(pattern.text);
+        std::string own(text);
+        makeRoom(patterns_, patterns_.size() + 1);
+        const uint32_t ear = shared_.openEar(own);
+        const Pattern& pattern = patterns_.emplace_back(std::move(own), ear);
         certifiedStep([&](certified::Machine& machine, certified::Output& out) {
             machine.createListener(pattern.ear, pattern.text, shared_.now, out);
         });
@@ -274,7 +289,7 @@ void Scheduler::updatePatterns(const std::vector<std::string>& cancelled) {
             continue;
         }
         patterns_.erase(patterns_.begin() + static_cast<ptrdiff_t>(i));
-        closeEar(pattern.ear);
+        shared_.closeEar(pattern.ear);
         changed = true;
         bool overlaps = false;
         shared_.streams.each([&](const Stream& stream) {
@@ -290,10 +305,13 @@ void Scheduler::updatePatterns(const std::vector<std::string>& cancelled) {
             machine.destroyListener(pattern.ear, cancel, shared_.now, out);
         });
     }
-    if (!changed) return;
-    shared_.streams.each([](Stream& stream) { stream.listener = 0; });
-    if (anew) makeCertified();
-    dropUnwanted();
+    if (changed) shared_.streams.each([](Stream& stream) { stream.listener = 0; });
+    if (anew || before != Wanting::nothing) makeCertified();
+    if (changed || before != Wanting::nothing) {
+        wanting_ = Wanting::patterns;
+        dropUnwanted();
+    }
+    wanting_ = Wanting::nothing;
 }
 
 // Tasks that nobody can do stay with their senders.
@@ -342,6 +360,8 @@ void Scheduler::tickCertified() {
 }
 
 void Scheduler::pump() {
+    if (wanting_ == Wanting::patterns) updatePatterns({});
+    if (wanting_ == Wanting::session) makeCertified();
     do {
         while (!deliveries_.empty()) {
             onDelivery(deliveries_.front());
@@ -385,7 +405,8 @@ void Scheduler::markDirty(Stream& stream) {
     flushAt_ = std::min(flushAt_, shared_.now.monotonic + flushWithin);
 }
 
-void Scheduler::noteCount(ScheduledTask& task) {
+// There is room.
+void Scheduler::noteCount(ScheduledTask& task) noexcept {
     counting_.emplace_back(task.stream, task.number);
     ++task.stream->pins;
     flushAt_ = std::min(flushAt_, shared_.now.monotonic);
@@ -393,7 +414,6 @@ void Scheduler::noteCount(ScheduledTask& task) {
 
 // What is settled since the last time, and everything up to where there are no gaps.
 void Scheduler::flush() {
-    flushAt_ = INT64_MAX;
     GroupLists lists;
     const auto send = [&](Kind kind) {
         Frame frame = shared_.frameOf(kind, term_);
@@ -431,6 +451,7 @@ void Scheduler::flush() {
     send(Kind::counted);
     for (const auto& [stream, number] : counting_) --stream->pins;
     counting_.clear();
+    flushAt_ = INT64_MAX;
 }
 
 void Scheduler::tellTask(Event::Kind kind, const ScheduledTask& task, const WorkerEntry* worker, const char* reason) {
@@ -450,6 +471,7 @@ void Scheduler::tellTask(Event::Kind kind, const ScheduledTask& task, const Work
 // ---- times
 
 int64_t Scheduler::due() const noexcept {
+    if (wanting_ != Wanting::nothing) return INT64_MIN;
     int64_t due = std::min({certified_->due(), beatAt_, flushAt_, resendAt_});
     if (settling_) due = std::min(due, settlingUntil_);
     if (shared_.settings.completeTime != 0 && !due_.empty())
@@ -468,11 +490,11 @@ void Scheduler::tick() {
         reassign(task, "the complete time has passed", true);
     }
     if (resendAt_ <= now) {
-        resendAt_ = INT64_MAX;
         for (const auto& worker : workers_) {
             if (worker->resendAt <= now) resend(*worker);
-            resendAt_ = std::min(resendAt_, worker->resendAt);
         }
+        resendAt_ = INT64_MAX;
+        for (const auto& worker : workers_) resendAt_ = std::min(resendAt_, worker->resendAt);
     }
     if (beatAt_ <= now) {
         beat(false);

@@ -140,7 +140,7 @@ class Scheduler {
     // A later term was heard of: this one's is to be later still, and everybody attaches anew.
     void renew(const Term& term);
     // It is the scheduler no more: what is known goes out.
-    void end();
+    void end() noexcept;
 
     const Term& term() const noexcept { return term_; }
 
@@ -177,8 +177,6 @@ class Scheduler {
     template <class F>
     void certifiedStep(F&& call);
     void tickCertified();
-    uint32_t openEar(std::string subject);
-    void closeEar(uint32_t ear);
     void updatePatterns(const std::vector<std::string>& cancelled);
     uint32_t listenerFor(std::string_view subject) const noexcept;
     void onDelivery(const certified::Delivery& delivery);
@@ -200,7 +198,7 @@ class Scheduler {
     void completed(Stream& stream, uint64_t number, WorkerEntry* by);
     void reassign(ScheduledTask& task, const char* reason, bool counts);
     void deadLetter(ScheduledTask& task);
-    void noteCount(ScheduledTask& task);
+    void noteCount(ScheduledTask& task) noexcept;
 
     // ---- giving out
     void assign();
@@ -237,6 +235,9 @@ class Scheduler {
 
     Shared& shared_;
     Term term_;
+    // What no memory was found for, and the next step does first.
+    enum class Wanting : uint8_t { nothing, patterns, session };
+    Wanting wanting_ = Wanting::nothing;
     std::unique_ptr<certified::Machine> certified_;
     certified::Output certifiedOut_;
     std::deque<certified::Delivery> deliveries_;

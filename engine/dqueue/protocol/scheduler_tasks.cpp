@@ -16,9 +16,8 @@ constexpr size_t historyMost = 20;
 
 ScheduledTask& Scheduler::makeTask(Stream& stream, uint64_t number) {
     if (free_.empty()) {
-        places_.emplace_back();
-        if (free_.capacity() < places_.size()) free_.reserve(2 * places_.size());
-        free_.push_back(&places_.back());
+        makeRoom(free_, places_.size() + 1);
+        free_.push_back(&places_.emplace_back());
     }
     ScheduledTask& task = *free_.back();
     stream.tasks.emplace(number, &task);
@@ -81,6 +80,7 @@ void Scheduler::enqueue(ScheduledTask& task, bool first) {
 // Nobody who has room takes it: those behind it are not to wait for that.
 void Scheduler::park(ScheduledTask& task) {
     Stream& stream = *task.stream;
+    makeRoom(stream.parked, stream.parked.size() + 1);
     if (stream.parked.empty()) parkedStreams_.push_back(&stream);
     stream.parked.push_back(&task);
     backlog_.remove(task);
@@ -115,12 +115,12 @@ void Scheduler::unpark() {
 }
 
 void Scheduler::settle(Stream& stream, uint64_t number) {
-    reserveOneMore(stream.fresh);
-    ++shared_.counts.settled;
+    makeRoom(stream.fresh, stream.fresh.size() + 1);
+    markDirty(stream);
     stream.settled.add({number, number});
+    ++shared_.counts.settled;
     stream.counted.erase(number);
     stream.fresh.push_back(number);
-    markDirty(stream);
 }
 
 void Scheduler::completed(Stream& stream, uint64_t number, WorkerEntry* by) {
@@ -142,49 +142,60 @@ void Scheduler::completed(Stream& stream, uint64_t number, WorkerEntry* by) {
     ScheduledTask& task = *found->second;
     if (task.state == State::assigned && task.worker != by)
         addOverdue(*task.worker, stream, number, shared_.settings.completeTime == 0);
-    settle(stream, number);
+    // Who reported it goes on until it is settled, so that comes last.
     confirm(stream, number, stream.listener);
+    settle(stream, number);
     dropTask(task);
 }
 
 // The task is a worker's; it goes to another one. counts: it is not the first one's fault alone that it was not done.
 void Scheduler::reassign(ScheduledTask& task, const char* reason, bool counts) {
-    WorkerEntry& worker = *task.worker;
+    const WorkerEntry& worker = *task.worker;
+    const bool plain = task.stream->name.empty();
+    // What can fail, before anything is changed.
     if (counts) {
+        Attempt attempt{worker.member, worker.label, shared_.now.wall, reason};
         if (!task.history) task.history = std::make_unique<std::vector<Attempt>>();
+        makeRoom(*task.history, historyMost);
+        makeRoom(counting_, counting_.size() + 1);
         if (task.history->size() >= historyMost) task.history->erase(task.history->begin());
-        task.history->push_back({worker.member, worker.label, shared_.now.wall, reason});
+        task.history->push_back(std::move(attempt));
         task.avoid = worker.member;
         ++task.reassigned;
         ++shared_.counts.reassigned;
         noteCount(task);
-        tellTask(Event::Kind::taskReassigned, task, &worker, reason);
     }
     unplace(task);
-    if (!task.message) {
-        // A plain message that an earlier scheduler gave out: nobody has it any more.
-        if (!task.stream->name.empty()) return;
-        ++shared_.counts.dropped;
+    if (task.message) enqueue(task, true);
+    if (counts) tellTask(Event::Kind::taskReassigned, task, &worker, reason);
+    if (task.message) {
+        if (counts && shared_.settings.reassignments != 0 && task.reassigned > shared_.settings.reassignments)
+            deadLetter(task);
+    } else if (plain) {
+        // An earlier scheduler gave it out: nobody has it any more.
         settle(*task.stream, task.number);
-        return dropTask(task);
+        ++shared_.counts.dropped;
+        dropTask(task);
     }
-    enqueue(task, true);
-    if (counts && shared_.settings.reassignments != 0 && task.reassigned > shared_.settings.reassignments)
-        deadLetter(task);
 }
 
 void Scheduler::deadLetter(ScheduledTask& task) {
     Stream& stream = *task.stream;
-    const uint64_t number = task.number;
-    ++shared_.counts.deadLetters;
-    DeadLetter& letter = shared_.out->deadLetters.emplace_back();
+    DeadLetter letter;
     letter.subject = deadLetterSubjectOf(shared_.settings.queue);
     letter.message = task.message;
     letter.reassigned = task.reassigned;
+    makeRoom(shared_.out->deadLetters, shared_.out->deadLetters.size() + 1);
+    confirm(stream, task.number, stream.listener);
+    settle(stream, task.number);
     if (task.history) letter.history = std::move(*task.history);
-    tellTask(Event::Kind::deadLetter, task, nullptr, "it was reassigned too often");
-    settle(stream, number);
-    confirm(stream, number, stream.listener);
+    shared_.out->deadLetters.push_back(std::move(letter));
+    ++shared_.counts.deadLetters;
+    try {
+        tellTask(Event::Kind::deadLetter, task, nullptr, "it was reassigned too often");
+    } catch (const std::bad_alloc&) {
+        // The letter tells it.
+    }
     dropTask(task);
 }
 
@@ -270,8 +281,8 @@ void Scheduler::handOut(ScheduledTask& task, WorkerEntry& worker) {
     setResend(worker);
     if (worker.member != shared_.id || shared_.election.peers().size() == 0) return;
     // When it ends this process, the others are to know that it was tried.
-    taken_.add(GroupKind::taken, task.reassigned, task.stream->ref(), {task.number, task.number});
     anyTaken_ = true;
+    taken_.add(GroupKind::taken, task.reassigned, task.stream->ref(), {task.number, task.number});
 }
 
 void Scheduler::sendTask(const ScheduledTask& task, const WorkerEntry& worker, uint64_t sequence) {

@@ -64,7 +64,7 @@ WorkerEntry* Scheduler::meet(const Frame& frame) {
         worker->label = shared_.labelOf(frame.member);
         worker->address = addressOf(shared_.settings.queue, frame.member);
         worker->time = time_;
-        reserveOneMore(workers_);
+        makeRoom(workers_, workers_.size() + 1);
         workersByMember_.emplace(frame.member, worker);
         workers_.push_back(std::move(made));
     }
@@ -119,23 +119,23 @@ void Scheduler::onOffer(const Frame& frame) {
             worker->offerPatterns.emplace_back(offered.flags, offered.pattern);
     });
     if (!comes(worker->offerParts, frame)) return;
-    std::vector<std::string> cancelled;
-    worker->patterns.clear();
-    for (auto& [flags, pattern] : worker->offerPatterns)
-        ((flags & patternCancelled) != 0 ? cancelled : worker->patterns).push_back(std::move(pattern));
-    std::ranges::sort(worker->patterns);
-    worker->patterns.erase(std::unique(worker->patterns.begin(), worker->patterns.end()), worker->patterns.end());
-    worker->offerPatterns.clear();
+    // Without memory for it, all parts are to come again.
     worker->offerParts.clear();
-    worker->offer = frame.sequence;
+    std::vector<std::string> cancelled;
+    std::vector<std::string> patterns;
+    for (auto& [flags, pattern] : std::exchange(worker->offerPatterns, {}))
+        ((flags & patternCancelled) != 0 ? cancelled : patterns).push_back(std::move(pattern));
+    std::ranges::sort(patterns);
+    patterns.erase(std::unique(patterns.begin(), patterns.end()), patterns.end());
+    worker->patterns = std::move(patterns);
     worker->weight = frame.weight;
     worker->tasks = frame.tasks;
     worker->leaving = (frame.flags & flagLeaving) != 0;
-    const bool first = !worker->offered;
     worker->offered = true;
     workersChanged();
     updatePatterns(cancelled);
-    if (first && worker->attached()) attachedNow(*worker);
+    worker->offer = frame.sequence;
+    if (worker->attached()) attachedNow(*worker);
     welcome(*worker, 0);
 }
 
@@ -308,7 +308,6 @@ void Scheduler::setResend(WorkerEntry& worker) noexcept {
 void Scheduler::acknowledge(const Frame& frame, WorkerEntry& worker) {
     auto& list = worker.unacknowledged;
     if (list.empty() || list.front().sequence > frame.sequence) return;
-    std::vector<WorkerEntry::HandedOut> missing;
     const auto isMissing = [&](uint64_t sequence) {
         bool found = false;
         certified::forEachRange(frame.missing, 0, [&](Range range) {
@@ -316,20 +315,15 @@ void Scheduler::acknowledge(const Frame& frame, WorkerEntry& worker) {
         });
         return found;
     };
-    bool progress = false;
-    while (!list.empty() && list.front().sequence <= frame.sequence) {
-        if (!frame.missing.empty() && isMissing(list.front().sequence)) {
-            missing.push_back(list.front());
-        } else {
-            progress = true;
-        }
-        list.pop_front();
-    }
     bool again = false;
-    for (auto one = missing.rbegin(); one != missing.rend(); ++one) {
-        again = again || shared_.now.monotonic - one->at >= missedFor;
-        list.push_front(*one);
-    }
+    const auto end = std::ranges::upper_bound(list, frame.sequence, {}, &WorkerEntry::HandedOut::sequence);
+    const auto came = std::remove_if(list.begin(), end, [&](const WorkerEntry::HandedOut& one) {
+        if (frame.missing.empty() || !isMissing(one.sequence)) return true;
+        again = again || shared_.now.monotonic - one.at >= missedFor;
+        return false;
+    });
+    const bool progress = came != end;
+    list.erase(came, end);
     if (progress) {
         worker.resendPause.reset();
         worker.resendAt = INT64_MAX;
@@ -339,19 +333,21 @@ void Scheduler::acknowledge(const Frame& frame, WorkerEntry& worker) {
 }
 
 void Scheduler::resend(WorkerEntry& worker) {
-    worker.resendAt = INT64_MAX;
-    if (!worker.attached()) return;
+    if (!worker.attached()) {
+        worker.resendAt = INT64_MAX;
+        return;
+    }
     size_t count = 0;
     companion::Writer<listMost> gone;
     uint64_t previous = 0;
     for (auto& one : worker.unacknowledged) {
         if (++count > resentMost) break;
         if (shared_.now.monotonic - one.at < missedFor) continue;
-        one.at = shared_.now.monotonic;
         const bool still = one.task->serial == one.serial && one.task->state == State::assigned &&
                            one.task->worker == &worker && one.task->attachment == worker.attachment;
         if (still && one.task->message) {
             sendTask(*one.task, worker, one.sequence);
+            one.at = shared_.now.monotonic;
             continue;
         }
         const size_t before = gone.size();
@@ -362,6 +358,7 @@ void Scheduler::resend(WorkerEntry& worker) {
             break;
         }
         previous = one.sequence;
+        one.at = shared_.now.monotonic;
     }
     if (gone.size() != 0) {
         Frame frame = shared_.frameOf(Kind::voided, term_);
@@ -369,6 +366,7 @@ void Scheduler::resend(WorkerEntry& worker) {
         frame.list = gone.bytes();
         shared_.sendTo(worker.member, frame);
     }
+    worker.resendAt = INT64_MAX;
     setResend(worker);
 }
 
@@ -415,7 +413,8 @@ void Scheduler::clearOverdue(WorkerEntry& worker) noexcept {
 }
 
 void Scheduler::addOverdue(WorkerEntry& worker, Stream& stream, uint64_t number, bool occupies) {
-    if (worker.overdue.size() >= overdueMost) return;
+    const auto same = [&](const WorkerEntry::Overdue& one) { return one.stream == &stream && one.number == number; };
+    if (worker.overdue.size() >= overdueMost || std::ranges::any_of(worker.overdue, same)) return;
     worker.overdue.push_back({&stream, number, occupies});
     worker.occupied += occupies;
     ++stream.pins;

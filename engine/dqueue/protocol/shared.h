@@ -1,11 +1,13 @@
 // What the parts of a member share: its settings and streams, and the step at hand.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "dqueue/protocol/frame.h"
 #include "dqueue/protocol/machine.h"
@@ -34,6 +36,12 @@ class Pause {
     int64_t next_;
 };
 
+// Room for so many in all, so that adding them cannot fail later. It grows as by push_back, not one by one.
+template <class T>
+void makeRoom(std::vector<T>& list, size_t size) {
+    if (size > list.capacity()) list.reserve(std::max(size, 2 * list.capacity()));
+}
+
 struct Shared {
     Shared(const Settings& given, const Chance& drawn)
         : settings(given),
@@ -50,6 +58,25 @@ struct Shared {
             own.push_back(made(frame, address));
         } else {
             out->messages.push_back(made(frame, addressOf(settings.queue, member)));
+        }
+    }
+    // Closing one finds its room here, also without memory.
+    uint32_t openEar(std::string subject) {
+        makeRoom(closing, closing.size() + openEars + 1);
+        const uint32_t number = lastEar + 1;
+        out->ears.push_back({number, std::move(subject)});
+        ++openEars;
+        return lastEar = number;
+    }
+    void closeEar(uint32_t ear) noexcept {
+        closing.push_back(ear);
+        --openEars;
+    }
+    // Ears that were closed, to the driver.
+    void tellClosed() {
+        while (!closing.empty()) {
+            out->ears.push_back({closing.front(), {}});
+            closing.erase(closing.begin());
         }
     }
     Frame frameOf(Kind kind, const Term& term) const noexcept {
@@ -88,6 +115,8 @@ struct Shared {
     Output* out = nullptr;
     std::deque<companion::Message> own;  // to itself
     uint32_t lastEar = 0;
+    size_t openEars = 0;
+    std::vector<uint32_t> closing;  // ears that the driver is to be told of
 
   private:
     static companion::Message made(const Frame& frame, std::string_view subject) {

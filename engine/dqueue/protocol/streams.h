@@ -19,12 +19,6 @@ namespace quorl::dqueue {
 
 struct ScheduledTask;
 
-// Makes room for one more, so that adding it does not fail; in steps that grow, so that many cost as little each as one.
-template <class List>
-void reserveOneMore(List& list) {
-    if (list.size() == list.capacity()) list.reserve(list.empty() ? 8 : 2 * list.size());
-}
-
 struct Stream {
     std::string name;
     uint64_t incarnation = 0;

@@ -39,6 +39,8 @@ quorl_status Worker::createListener(uint32_t number, std::string_view pattern) {
     if (number == 0 || std::ranges::find(listeners_, number, &Listener::number) != listeners_.end())
         return QUORL_INVALID_ARG;
     if (listeners_.size() >= patternsMost) return QUORL_QUEUE_LIMIT;
+    // Its cancelling finds room.
+    makeRoom(cancelled_, cancelled_.size() + listeners_.size() + 1);
     listeners_.push_back({number, std::string(pattern)});
     std::erase(cancelled_, pattern);
     offerAnew();
@@ -48,17 +50,17 @@ quorl_status Worker::createListener(uint32_t number, std::string_view pattern) {
 void Worker::destroyListener(uint32_t number, bool cancel) {
     const auto found = std::ranges::find(listeners_, number, &Listener::number);
     if (found == listeners_.end()) return;
-    const std::string pattern = std::move(found->pattern);
+    std::string pattern = std::move(found->pattern);
     listeners_.erase(found);
     const bool another = std::ranges::find(listeners_, pattern, &Listener::pattern) != listeners_.end();
-    if (cancel && !another && cancelled_.size() < patternsMost) cancelled_.push_back(pattern);
+    if (cancel && !another && cancelled_.size() < patternsMost) cancelled_.push_back(std::move(pattern));
     for (uint64_t at = held_.nextTaken(1); at != 0; at = held_.nextTaken(at + 1)) {
         if (held_.find(at)->listener != number) continue;
         const Held held = *held_.find(at);
         release(at);
         returnTask(held, GroupKind::released);
     }
-    flush();
+    sayNow();
     offerAnew();
 }
 
@@ -95,7 +97,7 @@ quorl_status Worker::complete(uint32_t task) {
     ++shared_.counts.completed;
     const size_t many = std::clamp<size_t>(shared_.settings.workerTasks / 4, 1, reportEvery);
     if (held_.empty() || fresh_.size() >= many) {
-        flush();
+        sayNow();
     } else {
         reportWithin(reportSoon);
     }
@@ -109,7 +111,7 @@ quorl_status Worker::giveBack(uint32_t task, GroupKind kind) {
     const Held held = *found;
     returnTask(held, kind);
     release(local);
-    flush();
+    sayNow();
     return QUORL_OK;
 }
 
@@ -129,8 +131,8 @@ void Worker::offerAnew() {
     offerTaken_ = false;
     if (!connected_) return;
     attachPause_.reset();
-    sendOffer();
     attachAt_ = shared_.now.monotonic + attachPause_.take();
+    sendOffer();
 }
 
 void Worker::leave() {
@@ -149,12 +151,19 @@ bool Worker::isUnreported(const Stream& stream, uint64_t number) noexcept {
     return std::ranges::binary_search(stream.unreported, number, bySequence);
 }
 
-// Remembers that it was completed, until the scheduler has said that it knows.
-void Worker::reported(Stream& stream, uint64_t number) {
+// So that whatever is held can be completed or given back without memory.
+void Worker::makeRoomFor(Stream& stream) {
+    const size_t held = held_.count() + 1;
+    makeRoom(fresh_, fresh_.size() + held);
+    makeRoom(returned_, returned_.size() + held);
+    makeRoom(reporting_, reporting_.size() + held);
+    makeRoom(stream.unreported, stream.unreported.size() + stream.held.size() + 1);
+}
+
+// Remembers that it was completed, until the scheduler has said that it knows. There is room.
+void Worker::reported(Stream& stream, uint64_t number) noexcept {
     auto& list = stream.unreported;
-    reserveOneMore(fresh_);
     if (list.empty()) {
-        reserveOneMore(reporting_);
         list.push_back(number);
         reporting_.push_back(&stream);
     } else {
@@ -183,7 +192,7 @@ void Worker::covered(Stream& stream) {
     std::erase_if(fresh_, [&](const auto& one) { return one.first == &stream; });
 }
 
-void Worker::returnTask(const Held& held, GroupKind kind) {
+void Worker::returnTask(const Held& held, GroupKind kind) noexcept {
     returned_.push_back({held.stream, held.number, held.handOut, kind, 0});
     ++held.stream->pins;
 }
@@ -225,8 +234,12 @@ void Worker::sendReports(GroupLists& lists, uint64_t report) {
 
 // What is new goes out now; all that the scheduler has not said that it knows goes out again after a while.
 void Worker::flush() {
-    reportAt_ = INT64_MAX;
-    if (!connected_) return;
+    if (!connected_) {
+        reportAt_ = INT64_MAX;
+        return;
+    }
+    if ((unreported_ != 0 || !returned_.empty()) && againAt_ == INT64_MAX)
+        againAt_ = shared_.now.monotonic + againPause_.take();
     GroupLists lists;
     std::vector<uint64_t> numbers;
     while (!fresh_.empty()) {
@@ -250,13 +263,23 @@ void Worker::flush() {
         lists.add(one.kind, one.handOut, one.stream->ref(), {one.number, one.number});
     }
     sendReports(lists, report);
-    if ((unreported_ != 0 || !returned_.empty()) && againAt_ == INT64_MAX)
-        againAt_ = shared_.now.monotonic + againPause_.take();
+    reportAt_ = INT64_MAX;
+}
+
+// Or soon, when there is memory.
+void Worker::sayNow() noexcept {
+    reportWithin(reportSoon);
+    try {
+        flush();
+    } catch (const std::bad_alloc&) {
+        // The time for it is set.
+    }
 }
 
 void Worker::reportAgain() {
     againAt_ = INT64_MAX;
     if (!connected_ || (unreported_ == 0 && returned_.empty())) return;
+    againAt_ = shared_.now.monotonic + againPause_.take();
     GroupLists lists;
     for (const Stream* stream : reporting_) {
         for (const uint64_t number : stream->unreported) lists.add(GroupKind::done, 0, stream->ref(), {number, number});
@@ -268,7 +291,6 @@ void Worker::reportAgain() {
     }
     fresh_.clear();
     sendReports(lists, report);
-    againAt_ = shared_.now.monotonic + againPause_.take();
 }
 
 // ---- the scheduler
@@ -286,11 +308,11 @@ void Worker::attach(const Term& term) {
     for (const Returned& one : returned_) --one.stream->pins;
     returned_.clear();
     for (uint64_t at = held_.nextTaken(1); at != 0; at = held_.nextTaken(at + 1)) held_.find(at)->handOut = 0;
-    if (another) shared_.tell(Event::Kind::schedulerChanged, term.scheduler);
     attachPause_.reset();
     reportAt_ = againAt_ = INT64_MAX;
     againPause_.reset();
     sendAttach();
+    if (another) shared_.tell(Event::Kind::schedulerChanged, term.scheduler);
 }
 
 void Worker::sendAttach() {
@@ -338,6 +360,7 @@ void Worker::sendInventory() {
         const Held& held = *held_.find(at);
         lists.add(GroupKind::held, held.reassigned, held.stream->ref(), {held.number, held.number});
     }
+    if (unreported_ != 0 && againAt_ == INT64_MAX) againAt_ = shared_.now.monotonic + againPause_.take();
     fresh_.clear();
     std::vector<std::string> contents = lists.take();
     if (contents.empty()) contents.emplace_back();
@@ -352,7 +375,6 @@ void Worker::sendInventory() {
         shared_.sendTo(term_.scheduler, frame);
         ++frame.part;
     }
-    if (unreported_ != 0 && againAt_ == INT64_MAX) againAt_ = shared_.now.monotonic + againPause_.take();
 }
 
 void Worker::onBeat(const Frame& frame) {
@@ -445,6 +467,7 @@ void Worker::onTask(const Frame& frame, const companion::Message& message) {
     const bool done = stream->settled.contains(number) || isUnreported(*stream, number);
     if (done) {
         // It is only that the scheduler does not know.
+        makeRoomFor(*stream);
         reported(*stream, number);
         covered(*stream);
         if (stream->unreported.empty()) {
@@ -462,6 +485,7 @@ void Worker::onTask(const Frame& frame, const companion::Message& message) {
 }
 
 void Worker::deliver(const Frame& frame, const companion::Message& message, Stream& stream, uint64_t number) {
+    makeRoomFor(stream);
     const uint32_t listener = listenerFor(frame.subject);
     if (listener == 0) {
         returnTask({&stream, number, 0, 0, static_cast<uint32_t>(frame.sequence)}, GroupKind::released);
@@ -479,7 +503,7 @@ void Worker::deliver(const Frame& frame, const companion::Message& message, Stre
     uint64_t local = lastLocal_ + 1;
     if (static_cast<uint32_t>(local) == 0) ++local;
     task.number = static_cast<uint32_t>(local);
-    reserveOneMore(shared_.out->tasks);
+    makeRoom(shared_.out->tasks, shared_.out->tasks.size() + 1);
     held_.take(local) = {&stream, number, listener, frame.reassigned, static_cast<uint32_t>(frame.sequence)};
     try {
         stream.held.emplace(number, task.number);
@@ -540,11 +564,11 @@ void Worker::onCounted(const Frame& frame) {
 
 // lost: the scheduler that has taken them is gone with them.
 void Worker::forgetTaken(bool lost) {
-    for (const Taken& one : taken_) {
-        --one.stream->pins;
+    for (; !taken_.empty(); taken_.pop_back()) {
+        const Taken& one = taken_.back();
         if (lost && !one.stream->settled.contains(one.number)) ++one.stream->counted[one.number];
+        --one.stream->pins;
     }
-    taken_.clear();
 }
 
 // ---- times

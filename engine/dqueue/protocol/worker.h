@@ -88,9 +88,11 @@ class Worker {
     void release(uint64_t local);
     // The whole number of a task, of which programs have the lower half; 0: it is none.
     uint64_t localOf(uint32_t task) const noexcept;
-    void reported(Stream& stream, uint64_t number);
+    void makeRoomFor(Stream& stream);
+    void reported(Stream& stream, uint64_t number) noexcept;
+    void sayNow() noexcept;
     void covered(Stream& stream);
-    void returnTask(const Held& held, GroupKind kind);
+    void returnTask(const Held& held, GroupKind kind) noexcept;
     void forgetTaken(bool lost);
     static bool isUnreported(const Stream& stream, uint64_t number) noexcept;
 

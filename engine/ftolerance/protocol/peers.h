@@ -43,7 +43,7 @@ class Peers {
     Peer* quietestSuspect() const noexcept { return suspected_.first; }
 
     template <class F>
-    void each(F&& look) const noexcept {
+    void each(F&& look) const {
         for (const auto& [member, peer] : all_) look(peer);
     }
 
