@@ -603,6 +603,120 @@ TEST_F(DistributedQueue, closesWithTransportAndLibrary) {
     // The library closes with what is left.
 }
 
+// A wait for the time limit of leaving would outlast the test.
+class LeavingDistributedQueue : public DistributedQueue {
+  protected:
+    void SetUp() override {
+        const char* settings[] = {"dqueue.leave=86400"};
+        ASSERT_EQ(quorl_SetQRParameters(1, settings), QUORL_OK) << quorl_LastErrorText();
+        DistributedQueue::SetUp();
+    }
+    void TearDown() override {
+        DistributedQueue::TearDown();
+        const char* settings[] = {"dqueue.leave=10"};
+        EXPECT_EQ(quorl_SetQRParameters(1, settings), QUORL_OK);
+    }
+    // A member that takes tasks at once over a transport of its own, and one that takes none yet. The first gets that many tasks,
+    // and its program the first two of them.
+    void give(const Wish& first, const Wish& second, int tasks) {
+        below = newTransport();
+        goes = join(below, first);
+        listener = work(goes, "work.*", &taken, own = newQueue());
+        ASSERT_EQ(quorlcmEvent_SetExplicitConfirm(listener), QUORL_OK);
+        taken.keep = true;
+        stays = join(transport, second);
+        ASSERT_EQ(quorlcmTransport_SetWorkerTasks(stays, 0), QUORL_OK);
+        work(stays, "work.*", &others);
+        ASSERT_TRUE(workersAre(2));
+        boss = sender();
+        for (int i = 0; i < tasks; ++i) ASSERT_EQ(submit(boss, i), QUORL_OK);
+        ASSERT_TRUE(until([&] { return countOf(own) == static_cast<quorl_u32>(tasks); }));
+        for (int i = 0; i < 2; ++i) ASSERT_EQ(quorlQueue_TimedDispatch(own, limit), QUORL_OK);
+        ASSERT_EQ(taken.kept.size(), 2u);
+    }
+    static void onGone(quorlcmTransport, void* closure) { static_cast<Counter*>(closure)->add(); }
+
+    quorlTransport below = 0;
+    quorlQueue own = 0;
+    quorlcmTransport goes = 0, stays = 0, boss = 0;
+    quorlcmEvent listener = 0;
+    Worked taken, others;
+    Counter gone;
+};
+
+// Nobody waits until it is missed: what it held is not counted as taken from it.
+TEST_F(LeavingDistributedQueue, whatAMemberHoldsGoesToOthersWhenItsTransportIsDestroyed) {
+    give({}, {.schedulerWeight = 2}, 10);
+    ASSERT_EQ(quorlcmTransport_SetWorkerTasks(stays, 100), QUORL_OK);
+    ASSERT_EQ(quorlTransport_Destroy(below), QUORL_OK);
+    ASSERT_TRUE(completedAre(10));
+    EXPECT_EQ(others.all(), upTo(10));
+    EXPECT_EQ(ask().numbers["reassigned"], 0u);
+    EXPECT_TRUE(workersAre(1));
+    // What had not begun here does not begin any more, and the rest is not its any more.
+    EXPECT_EQ(drain(own), 8);
+    EXPECT_EQ(taken.numbers.size(), 2u);
+    EXPECT_EQ(quorlcmEvent_ConfirmMsg(listener, taken.kept[0]), QUORL_NOT_FOUND);
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("transport was destroyed"), std::string::npos)
+        << quorl_LastErrorText();
+    quorlcmEvent another = 0;
+    EXPECT_EQ(quorlcmEvent_CreateListener(&another, own, onTask, goes, "work.*", nullptr), QUORL_INVALID_TRANSPORT);
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("has been destroyed"), std::string::npos)
+        << quorl_LastErrorText();
+    ASSERT_EQ(quorlcmTransport_DestroyEx(goes, onGone, &gone), QUORL_OK);
+    EXPECT_TRUE(gone.waitFor(1)) << "there is nothing to wait for";
+}
+
+TEST_F(LeavingDistributedQueue, whatASchedulerHoldsGoesToOthersWhenItsTransportIsDestroyed) {
+    give({.schedulerWeight = 2}, {}, 10);
+    ASSERT_EQ(quorlcmTransport_SetWorkerTasks(stays, 100), QUORL_OK);
+    ASSERT_EQ(quorlTransport_Destroy(below), QUORL_OK);
+    ASSERT_TRUE(completedAre(10));
+    EXPECT_EQ(others.all(), upTo(10));
+    EXPECT_TRUE(workersAre(1));
+    EXPECT_EQ(drain(own), 8);
+    EXPECT_EQ(taken.numbers.size(), 2u);
+}
+
+TEST_F(LeavingDistributedQueue, aLeaveEndsWithTheTransport) {
+    give({}, {.schedulerWeight = 2}, 3);
+    ASSERT_EQ(quorlcmTransport_DestroyEx(goes, onGone, &gone), QUORL_OK);
+    ASSERT_EQ(quorlcmTransport_SetWorkerTasks(stays, 100), QUORL_OK);
+    EXPECT_EQ(gone.value(), 0) << "it waits for its program";
+    ASSERT_EQ(quorlTransport_Destroy(below), QUORL_OK);
+    EXPECT_TRUE(gone.waitFor(1));
+    ASSERT_TRUE(completedAre(3));
+    EXPECT_EQ(others.all(), upTo(3));
+    EXPECT_EQ(ask().numbers["reassigned"], 0u);
+}
+
+TEST_F(LeavingDistributedQueue, aLeaveThatIsCutShortHandsBackAtOnce) {
+    give({}, {.schedulerWeight = 2}, 3);
+    ASSERT_EQ(quorlcmTransport_DestroyEx(goes, onGone, &gone), QUORL_OK);
+    ASSERT_EQ(quorlcmTransport_SetWorkerTasks(stays, 100), QUORL_OK);
+    ASSERT_EQ(quorlcmTransport_Destroy(goes), QUORL_OK);
+    EXPECT_TRUE(gone.waitFor(1));
+    ASSERT_TRUE(completedAre(3));
+    EXPECT_EQ(others.all(), upTo(3));
+    EXPECT_EQ(ask().numbers["reassigned"], 0u);
+    EXPECT_EQ(drain(own), 0);
+}
+
+// Each hears that what it did is known, also when the scheduler has nothing to do itself.
+TEST_F(LeavingDistributedQueue, allMayLeaveAtOnce) {
+    give({}, {.schedulerWeight = 2}, 2);
+    ASSERT_EQ(quorlcmTransport_DestroyEx(goes, onGone, &gone), QUORL_OK);
+    ASSERT_EQ(quorlcmTransport_DestroyEx(stays, onGone, &gone), QUORL_OK);
+    for (const quorlMsg task : taken.kept) EXPECT_EQ(quorlcmEvent_ConfirmMsg(listener, task), QUORL_OK);
+    EXPECT_TRUE(gone.waitFor(2));
+    Worked late;
+    work(join(transport), "work.*", &late);
+    ASSERT_TRUE(workersAre(1));
+    ASSERT_EQ(submit(boss, 2), QUORL_OK);
+    ASSERT_TRUE(completedAre(1));
+    EXPECT_EQ(late.numbers, std::vector<int>{2}) << "what was done before is not done again";
+}
+
 class DeadLetters : public DistributedQueue {
   protected:
     void SetUp() override {

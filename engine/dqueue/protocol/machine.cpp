@@ -63,9 +63,19 @@ struct Machine::Impl {
             }
             if (shared.own.empty()) break;
         }
-        if (!leaving || !worker.finished()) return;
+        takeOverIfNobodyElseDoes();
+        if (!leaving || !worker.finished() || (scheduler != nullptr && scheduler->isAwaited())) return;
         goNow();
         shared.out->left = true;
+    }
+
+    // All that could hear what this member has done leave too, or are gone: it confirms that to the senders itself.
+    void takeOverIfNobodyElseDoes() {
+        if (!leaving || scheduler != nullptr || worker.connected() || worker.finished()) return;
+        bool somebody = false;
+        shared.election.peers().each(
+            [&](const ftolerance::Peer& peer) { somebody = somebody || ftolerance::isRanked(peer.last.state); });
+        if (!somebody) elect([&](ftolerance::Member& member) { member.joinAnew(electionNow(), electionOut); });
     }
 
     void goNow() {
@@ -351,6 +361,7 @@ quorl_status Machine::setReassignments(uint32_t most, Now now, Output& out) {
 // ---- going
 
 void Machine::leave(Now now, Output& out) {
+    if (impl_->gone) out.left = true;
     impl_->step(now, out, [&] {
         if (std::exchange(impl_->leaving, true)) return;
         impl_->worker.leave();

@@ -238,6 +238,15 @@ void Member::stepAside(Now now, MemberOutput& out) {
     finish(false, now, out);
 }
 
+void Member::joinAnew(Now now, MemberOutput& out) {
+    if (left_ || !aside_) return;
+    step(now, out);
+    aside_ = false;
+    join(now.monotonic);
+    stirred_ = true;
+    finish(false, now, out);
+}
+
 void Member::leave(Now now, MemberOutput& out) {
     if (left_) return;
     step(now, out);
@@ -361,7 +370,7 @@ void Member::decide(Now now, MemberOutput& out) {
         }
         claiming_ = claims;
     }
-    if (!active_) {
+    if (!active_ && !aside_) {
         const bool heardLongEnough = !joining_ || time - joinedFrom_ >= self_.intervals.preparation;
         if (claiming_ || (others.betterHeard < others.goal && heardLongEnough)) {
             hint(time, out);
