@@ -12,6 +12,8 @@
 namespace quorltest {
 namespace {
 
+constexpr int subjects = 16;
+
 // What was done, by whom; it is there when they are not.
 struct Note {
     int worker;
@@ -127,7 +129,8 @@ int boss(const std::string& daemon, int tasks, int over) {
         return 3;
     if (quorlcmTransport_AddListener(certified, "crew", "work.>") != QUORL_OK) return 4;
     for (int i = 0; i < tasks; ++i) {
-        quorlMsg message = newMessage("work.x", i);
+        // So many of one subject are with the queue at once, and no more.
+        quorlMsg message = newMessage(("work." + std::to_string(i % subjects)).c_str(), i);
         const quorl_status status = quorlcmTransport_Send(certified, message);
         quorlMsg_Destroy(message);
         if (status != QUORL_OK) return 5;
@@ -238,9 +241,9 @@ TEST(DistributedQueueProcesses, doNothingTwiceWhenNobodyIsKilled) {
     EXPECT_EQ(outcome.twice, 0);
 }
 
-// All are busy, each with its first task, while the others are given out.
+// All are busy, each with its first task, while the others are given out. The long form is the same.
 TEST(DistributedQueueProcesses, shareByTheirWeightsWhenAllAreBusy) {
-    const int tasks = 4000;
+    const int tasks = numberFrom("QUORL_DQUEUE_TASKS", 4000);
     const Crew crew{8, 1'000'000, {1, 2, 3, 4}};
     const Outcome outcome = share(tasks, crew, 0, true);
     EXPECT_EQ(outcome.done.size(), static_cast<size_t>(tasks));
