@@ -1,5 +1,6 @@
 // Distributed queues through the C interface: every function, what each
 // refuses, and what becomes of tasks.
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <map>
@@ -574,6 +575,30 @@ TEST_F(DistributedQueue, tellsWhatHappens) {
     ASSERT_TRUE(until([&] { return unassigned(first) == 9; }));
 }
 
+TEST_F(DistributedQueue, tellsOfMembersThatDiffer) {
+    std::vector<std::string> reasons;
+    listen(
+        queue, transport, "_QUORL.WARN.dqueue.disagreement",
+        [](quorlEvent, quorlMsg message, void* closure) {
+            const char* reason = nullptr;
+            ASSERT_EQ(quorlMsg_GetStringEx(message, "reason", &reason, 0), QUORL_OK);
+            static_cast<std::vector<std::string>*>(closure)->push_back(reason);
+        },
+        &reasons);
+    const quorlcmTransport first = join(transport, {.schedulerWeight = 2});
+    ASSERT_EQ(quorlcmTransport_SetCompleteTime(first, 5), QUORL_OK);
+    ASSERT_TRUE(workersAre(1));
+    join(transport, {.activation = 0.3});
+    const auto told = [&](const char* what) {
+        return until([&] {
+            return std::any_of(reasons.begin(), reasons.end(),
+                               [&](const std::string& reason) { return reason.find(what) != std::string::npos; });
+        });
+    };
+    EXPECT_TRUE(told("intervals"));
+    EXPECT_TRUE(told("complete time"));
+}
+
 // Nobody answers for a queue without members.
 TEST_F(DistributedQueue, answersWhoAsksHowItIs) {
     EXPECT_FALSE(ask().answered);
@@ -759,6 +784,22 @@ TEST_F(DeadLetters, takeWhatNobodyCompletes) {
         to.count.add();
     };
     listen(queue, transport, "_QUORL.DEADLETTER.crew", onLetter, &letter);
+    // The scheduler's process is told as well.
+    Counter told;
+    const auto onAdvisory = [](quorlEvent, quorlMsg message, void* closure) {
+        const char* text = nullptr;
+        quorl_u64 number = 0, reassigned = 0;
+        ASSERT_EQ(quorlMsg_GetStringEx(message, "sender", &text, 0), QUORL_OK);
+        EXPECT_STREQ(text, "boss");
+        ASSERT_EQ(quorlMsg_GetStringEx(message, "subject", &text, 0), QUORL_OK);
+        EXPECT_STREQ(text, "work.x");
+        EXPECT_EQ(quorlMsg_GetU64Ex(message, "number", &number, 0), QUORL_OK);
+        EXPECT_EQ(quorlMsg_GetU64Ex(message, "reassigned", &reassigned, 0), QUORL_OK);
+        EXPECT_EQ(number, 1u);
+        EXPECT_EQ(reassigned, 3u);
+        static_cast<Counter*>(closure)->add();
+    };
+    listen(queue, transport, "_QUORL.ERROR.dqueue.dead_letter", onAdvisory, &told);
     Worked worked;
     worked.keep = true;
     const quorlcmTransport member = join(transport);
@@ -767,7 +808,7 @@ TEST_F(DeadLetters, takeWhatNobodyCompletes) {
     ASSERT_TRUE(workersAre(1));
     const quorlcmTransport boss = sender();
     ASSERT_EQ(submit(boss, 7), QUORL_OK);
-    ASSERT_TRUE(until([&] { return letter.count.value() == 1; }));
+    ASSERT_TRUE(until([&] { return letter.count.value() == 1 && told.value() == 1; }));
     EXPECT_EQ(letter.number, 7);
     EXPECT_EQ(letter.queue, "crew");
     EXPECT_EQ(letter.subject, "work.x");
