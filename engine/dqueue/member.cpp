@@ -154,6 +154,17 @@ void QueueMember::completed() noexcept {
     CertifiedTransport::complete(id_);
 }
 
+// The others are to get what it holds now, and not when they have noticed that it is silent.
+void QueueMember::parentCloses() noexcept {
+    cutOff_.store(true, std::memory_order_release);
+    step([&](Machine& machine, Now now, Output& out) {
+        machine.close(now, out);
+        if (leaveBy_ != 0) machine.leave(now, out);
+        return QUORL_OK;
+    });
+    if (!host().isHostThread()) flushAll(companion::monotonicNow() + lastWords);
+}
+
 void QueueMember::parentClosed() noexcept {
     const std::lock_guard lock(lock_);
     backlog_.clear();
@@ -434,10 +445,17 @@ quorl_status QueueMember::explain(quorl_status status) const noexcept {
         case QUORL_OK:
             return status;
         case QUORL_INVALID_TRANSPORT:
+            if (isCutOff()) return fail(status, "the transport of distributed queue %u has been destroyed", id_.load());
             return fail(status, "distributed queue %u does not exist or has been destroyed", id_.load());
         case QUORL_INVALID_SUBJECT:
             return fail(status, "the subject is malformed or the system's");
         case QUORL_NOT_FOUND:
+            if (isCutOff())
+                return fail(
+                    status,
+                    "this member of the queue \"%s\" does not hold the task any more: it went to another worker "
+                    "when the transport was destroyed",
+                    queue_.c_str());
             return fail(status,
                         "this member of the queue \"%s\" does not hold the task: it "
                         "was completed before, or given to "

@@ -54,6 +54,8 @@ class QueueMember final : public companion::CertifiedTransport,
     // The same of one that a queue's limit has dropped, a little later: takes no
     // lock that is held while tasks are posted.
     void drop(uint32_t task) noexcept;
+    // Whether others have got what it held: its transport is gone. What waits in queues of the program is not its any more.
+    bool isCutOff() const noexcept { return cutOff_.load(std::memory_order_acquire); }
 
     // ---- companion::CertifiedTransport
     bool isQueue() const noexcept override { return true; }
@@ -65,6 +67,7 @@ class QueueMember final : public companion::CertifiedTransport,
     // ---- what the library and its host tell
     void closed() noexcept override;
     void completed() noexcept override;
+    void parentCloses() noexcept override;
     void parentClosed() noexcept override;
     void wake() noexcept override;
     void received(uint32_t ear, companion::Message&& message) noexcept override;
@@ -99,6 +102,7 @@ class QueueMember final : public companion::CertifiedTransport,
     const std::string statusSubject_;
     std::atomic<uint32_t> id_{0};
     std::atomic<bool> left_{false};  // nothing is held any more, or the time for that has passed
+    std::atomic<bool> cutOff_{false};
 
     std::mutex droppedLock_;
     std::vector<uint32_t> dropped_;  // tasks; guarded by it

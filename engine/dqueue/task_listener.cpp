@@ -11,6 +11,7 @@ using companion::fail;
 // The program has done the task when its callback has returned, unless it says
 // so itself.
 void TaskListener::run(const companion::Delivery& delivery) noexcept {
+    if (member_->isCutOff()) return;
     callback_(delivery.event, delivery.handle, const_cast<void*>(delivery.closure));
     const bool certified = !delivery.message.attributes().empty();
     if ((certified ? explicitConfirm_ : explicitComplete_).load(std::memory_order_relaxed)) return;

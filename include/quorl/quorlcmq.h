@@ -20,9 +20,10 @@
  * The rules of quorl.h hold here too. A distributed queue is a certified transport: quorlcm.h destroys it and listens on it.
  * quorlcmTransport_Destroy goes at once, and tasks that are held go to other workers. quorlcmTransport_DestroyEx takes no further
  * tasks, waits for those that the program holds, at most as the parameter dqueue.leave says, and goes then; the id is good until
- * then, so that tasks can be completed. Everything else of quorlcm.h that concerns sending and ledgers is QUORL_NOT_PERMITTED: create a
- * certified transport of its own for that. Below, an id that names no distributed queue is QUORL_INVALID_TRANSPORT, and what is refused
- * changes nothing. */
+ * then, so that tasks can be completed. When the plain transport is destroyed, or the library closed, the tasks go to other
+ * workers at once; a process that ends without any of this is missed after the activation interval. Everything else of
+ * quorlcm.h that concerns sending and ledgers is QUORL_NOT_PERMITTED: create a certified transport of its own for that. Below, an
+ * id that names no distributed queue is QUORL_INVALID_TRANSPORT, and what is refused changes nothing. */
 #ifndef QUORL_QUORLCMQ_H
 #define QUORL_QUORLCMQ_H
 

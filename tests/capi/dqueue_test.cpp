@@ -1,5 +1,6 @@
 // Distributed queues through the C interface: every function, what each
 // refuses, and what becomes of tasks.
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <map>
@@ -574,6 +575,30 @@ TEST_F(DistributedQueue, tellsWhatHappens) {
     ASSERT_TRUE(until([&] { return unassigned(first) == 9; }));
 }
 
+TEST_F(DistributedQueue, tellsOfMembersThatDiffer) {
+    std::vector<std::string> reasons;
+    listen(
+        queue, transport, "_QUORL.WARN.dqueue.disagreement",
+        [](quorlEvent, quorlMsg message, void* closure) {
+            const char* reason = nullptr;
+            ASSERT_EQ(quorlMsg_GetStringEx(message, "reason", &reason, 0), QUORL_OK);
+            static_cast<std::vector<std::string>*>(closure)->push_back(reason);
+        },
+        &reasons);
+    const quorlcmTransport first = join(transport, {.schedulerWeight = 2});
+    ASSERT_EQ(quorlcmTransport_SetCompleteTime(first, 5), QUORL_OK);
+    ASSERT_TRUE(workersAre(1));
+    join(transport, {.activation = 0.3});
+    const auto told = [&](const char* what) {
+        return until([&] {
+            return std::any_of(reasons.begin(), reasons.end(),
+                               [&](const std::string& reason) { return reason.find(what) != std::string::npos; });
+        });
+    };
+    EXPECT_TRUE(told("intervals"));
+    EXPECT_TRUE(told("complete time"));
+}
+
 // Nobody answers for a queue without members.
 TEST_F(DistributedQueue, answersWhoAsksHowItIs) {
     EXPECT_FALSE(ask().answered);
@@ -601,6 +626,120 @@ TEST_F(DistributedQueue, closesWithTransportAndLibrary) {
     for (int i = 0; i < 100; ++i) sendNumber(transport, "work.x", i);
     ASSERT_EQ(quorlcmTransport_DestroyEx(leaving, nullptr, nullptr), QUORL_OK);
     // The library closes with what is left.
+}
+
+// A wait for the time limit of leaving would outlast the test.
+class LeavingDistributedQueue : public DistributedQueue {
+  protected:
+    void SetUp() override {
+        const char* settings[] = {"dqueue.leave=86400"};
+        ASSERT_EQ(quorl_SetQRParameters(1, settings), QUORL_OK) << quorl_LastErrorText();
+        DistributedQueue::SetUp();
+    }
+    void TearDown() override {
+        DistributedQueue::TearDown();
+        const char* settings[] = {"dqueue.leave=10"};
+        EXPECT_EQ(quorl_SetQRParameters(1, settings), QUORL_OK);
+    }
+    // A member that takes tasks at once over a transport of its own, and one that takes none yet. The first gets that many tasks,
+    // and its program the first two of them.
+    void give(const Wish& first, const Wish& second, int tasks) {
+        below = newTransport();
+        goes = join(below, first);
+        listener = work(goes, "work.*", &taken, own = newQueue());
+        ASSERT_EQ(quorlcmEvent_SetExplicitConfirm(listener), QUORL_OK);
+        taken.keep = true;
+        stays = join(transport, second);
+        ASSERT_EQ(quorlcmTransport_SetWorkerTasks(stays, 0), QUORL_OK);
+        work(stays, "work.*", &others);
+        ASSERT_TRUE(workersAre(2));
+        boss = sender();
+        for (int i = 0; i < tasks; ++i) ASSERT_EQ(submit(boss, i), QUORL_OK);
+        ASSERT_TRUE(until([&] { return countOf(own) == static_cast<quorl_u32>(tasks); }));
+        for (int i = 0; i < 2; ++i) ASSERT_EQ(quorlQueue_TimedDispatch(own, limit), QUORL_OK);
+        ASSERT_EQ(taken.kept.size(), 2u);
+    }
+    static void onGone(quorlcmTransport, void* closure) { static_cast<Counter*>(closure)->add(); }
+
+    quorlTransport below = 0;
+    quorlQueue own = 0;
+    quorlcmTransport goes = 0, stays = 0, boss = 0;
+    quorlcmEvent listener = 0;
+    Worked taken, others;
+    Counter gone;
+};
+
+// Nobody waits until it is missed: what it held is not counted as taken from it.
+TEST_F(LeavingDistributedQueue, whatAMemberHoldsGoesToOthersWhenItsTransportIsDestroyed) {
+    give({}, {.schedulerWeight = 2}, 10);
+    ASSERT_EQ(quorlcmTransport_SetWorkerTasks(stays, 100), QUORL_OK);
+    ASSERT_EQ(quorlTransport_Destroy(below), QUORL_OK);
+    ASSERT_TRUE(completedAre(10));
+    EXPECT_EQ(others.all(), upTo(10));
+    EXPECT_EQ(ask().numbers["reassigned"], 0u);
+    EXPECT_TRUE(workersAre(1));
+    // What had not begun here does not begin any more, and the rest is not its any more.
+    EXPECT_EQ(drain(own), 8);
+    EXPECT_EQ(taken.numbers.size(), 2u);
+    EXPECT_EQ(quorlcmEvent_ConfirmMsg(listener, taken.kept[0]), QUORL_NOT_FOUND);
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("transport was destroyed"), std::string::npos)
+        << quorl_LastErrorText();
+    quorlcmEvent another = 0;
+    EXPECT_EQ(quorlcmEvent_CreateListener(&another, own, onTask, goes, "work.*", nullptr), QUORL_INVALID_TRANSPORT);
+    EXPECT_NE(std::string(quorl_LastErrorText()).find("has been destroyed"), std::string::npos)
+        << quorl_LastErrorText();
+    ASSERT_EQ(quorlcmTransport_DestroyEx(goes, onGone, &gone), QUORL_OK);
+    EXPECT_TRUE(gone.waitFor(1)) << "there is nothing to wait for";
+}
+
+TEST_F(LeavingDistributedQueue, whatASchedulerHoldsGoesToOthersWhenItsTransportIsDestroyed) {
+    give({.schedulerWeight = 2}, {}, 10);
+    ASSERT_EQ(quorlcmTransport_SetWorkerTasks(stays, 100), QUORL_OK);
+    ASSERT_EQ(quorlTransport_Destroy(below), QUORL_OK);
+    ASSERT_TRUE(completedAre(10));
+    EXPECT_EQ(others.all(), upTo(10));
+    EXPECT_TRUE(workersAre(1));
+    EXPECT_EQ(drain(own), 8);
+    EXPECT_EQ(taken.numbers.size(), 2u);
+}
+
+TEST_F(LeavingDistributedQueue, aLeaveEndsWithTheTransport) {
+    give({}, {.schedulerWeight = 2}, 3);
+    ASSERT_EQ(quorlcmTransport_DestroyEx(goes, onGone, &gone), QUORL_OK);
+    ASSERT_EQ(quorlcmTransport_SetWorkerTasks(stays, 100), QUORL_OK);
+    EXPECT_EQ(gone.value(), 0) << "it waits for its program";
+    ASSERT_EQ(quorlTransport_Destroy(below), QUORL_OK);
+    EXPECT_TRUE(gone.waitFor(1));
+    ASSERT_TRUE(completedAre(3));
+    EXPECT_EQ(others.all(), upTo(3));
+    EXPECT_EQ(ask().numbers["reassigned"], 0u);
+}
+
+TEST_F(LeavingDistributedQueue, aLeaveThatIsCutShortHandsBackAtOnce) {
+    give({}, {.schedulerWeight = 2}, 3);
+    ASSERT_EQ(quorlcmTransport_DestroyEx(goes, onGone, &gone), QUORL_OK);
+    ASSERT_EQ(quorlcmTransport_SetWorkerTasks(stays, 100), QUORL_OK);
+    ASSERT_EQ(quorlcmTransport_Destroy(goes), QUORL_OK);
+    EXPECT_TRUE(gone.waitFor(1));
+    ASSERT_TRUE(completedAre(3));
+    EXPECT_EQ(others.all(), upTo(3));
+    EXPECT_EQ(ask().numbers["reassigned"], 0u);
+    EXPECT_EQ(drain(own), 0);
+}
+
+// Each hears that what it did is known, also when the scheduler has nothing to do itself.
+TEST_F(LeavingDistributedQueue, allMayLeaveAtOnce) {
+    give({}, {.schedulerWeight = 2}, 2);
+    ASSERT_EQ(quorlcmTransport_DestroyEx(goes, onGone, &gone), QUORL_OK);
+    ASSERT_EQ(quorlcmTransport_DestroyEx(stays, onGone, &gone), QUORL_OK);
+    for (const quorlMsg task : taken.kept) EXPECT_EQ(quorlcmEvent_ConfirmMsg(listener, task), QUORL_OK);
+    EXPECT_TRUE(gone.waitFor(2));
+    Worked late;
+    work(join(transport), "work.*", &late);
+    ASSERT_TRUE(workersAre(1));
+    ASSERT_EQ(submit(boss, 2), QUORL_OK);
+    ASSERT_TRUE(completedAre(1));
+    EXPECT_EQ(late.numbers, std::vector<int>{2}) << "what was done before is not done again";
 }
 
 class DeadLetters : public DistributedQueue {
@@ -645,6 +784,22 @@ TEST_F(DeadLetters, takeWhatNobodyCompletes) {
         to.count.add();
     };
     listen(queue, transport, "_QUORL.DEADLETTER.crew", onLetter, &letter);
+    // The scheduler's process is told as well.
+    Counter told;
+    const auto onAdvisory = [](quorlEvent, quorlMsg message, void* closure) {
+        const char* text = nullptr;
+        quorl_u64 number = 0, reassigned = 0;
+        ASSERT_EQ(quorlMsg_GetStringEx(message, "sender", &text, 0), QUORL_OK);
+        EXPECT_STREQ(text, "boss");
+        ASSERT_EQ(quorlMsg_GetStringEx(message, "subject", &text, 0), QUORL_OK);
+        EXPECT_STREQ(text, "work.x");
+        EXPECT_EQ(quorlMsg_GetU64Ex(message, "number", &number, 0), QUORL_OK);
+        EXPECT_EQ(quorlMsg_GetU64Ex(message, "reassigned", &reassigned, 0), QUORL_OK);
+        EXPECT_EQ(number, 1u);
+        EXPECT_EQ(reassigned, 3u);
+        static_cast<Counter*>(closure)->add();
+    };
+    listen(queue, transport, "_QUORL.ERROR.dqueue.dead_letter", onAdvisory, &told);
     Worked worked;
     worked.keep = true;
     const quorlcmTransport member = join(transport);
@@ -653,7 +808,7 @@ TEST_F(DeadLetters, takeWhatNobodyCompletes) {
     ASSERT_TRUE(workersAre(1));
     const quorlcmTransport boss = sender();
     ASSERT_EQ(submit(boss, 7), QUORL_OK);
-    ASSERT_TRUE(until([&] { return letter.count.value() == 1; }));
+    ASSERT_TRUE(until([&] { return letter.count.value() == 1 && told.value() == 1; }));
     EXPECT_EQ(letter.number, 7);
     EXPECT_EQ(letter.queue, "crew");
     EXPECT_EQ(letter.subject, "work.x");

@@ -20,6 +20,51 @@ for source in "$examples"/*.c; do
     ./"$name" >"$name.out"
     diff "$expected/$name.txt" "$name.out"
 done
+# A library whose file forgets what it needs does not link.
+cat >quorlcmq.c <<'end'
+#include <quorl/quorlcmq.h>
+#include <stdio.h>
+
+static int done;
+
+static void onTask(quorlcmEvent listener, quorlMsg task, void *closure) {
+    (void)listener, (void)task, (void)closure;
+    done = 1;
+}
+
+int main(void) {
+    quorlTransport transport;
+    quorlcmTransport crew, boss;
+    quorlcmEvent worker;
+    quorlMsg task;
+    if (quorl_Open() != QUORL_OK || quorlTransport_Create(&transport, NULL, NULL, NULL) != QUORL_OK ||
+        quorlcmTransport_CreateDistributedQueueEx(&crew, transport, "crew", 1, 1, 1, 0.05, 0.2) != QUORL_OK ||
+        quorlcmEvent_CreateListener(&worker, QUORL_DEFAULT_QUEUE, onTask, crew, "work", NULL) != QUORL_OK ||
+        quorlcmTransport_Create(&boss, transport, "boss", QUORL_FALSE, NULL, QUORL_FALSE, NULL) != QUORL_OK ||
+        quorlcmTransport_AddListener(boss, "crew", "work") != QUORL_OK || quorlMsg_Create(&task) != QUORL_OK ||
+        quorlMsg_SetSendSubject(task, "work") != QUORL_OK || quorlcmTransport_Send(boss, task) != QUORL_OK)
+        return 1;
+    quorlMsg_Destroy(task);
+    quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, 60);
+    puts(done ? "done" : "not done");
+    return quorl_Close() == QUORL_OK ? 0 : 1;
+}
+end
+cat >quorlsd.c <<'end'
+#include <quorl/quorl.h>
+#include <quorl/quorlsd.h>
+#include <stdio.h>
+
+int main(void) {
+    puts(quorlSecureDaemon_SetUserNameWithPassword("", "") == QUORL_INVALID_ARG ? "done" : "not done");
+    return quorl_Version() == NULL;
+}
+end
+for library in quorlcmq quorlsd; do
+    # shellcheck disable=SC2046 # words
+    cc "$library.c" $(pkg-config --cflags --libs "$library") -o "$library"
+    [ "$(./"$library")" = done ] || { echo "$library.c does not work"; exit 1; }
+done
 # One line of a version each, so that what a file forgets to link with is missed.
 for library in quorlcm quorlft; do
     printf '#include <quorl/quorl.h>\n#include <quorl/%s.h>\n#include <stdio.h>\nint main(void) {\n    return puts(%s_Version()) < 0 || puts(quorl_Version()) < 0;\n}\n' \

@@ -148,6 +148,15 @@ std::vector<Planted> planted() {
         },
         "more tasks than it takes");
     add(
+        "offers_another_weight_than_its_own",
+        [] {
+            return sending([](Frame& frame) {
+                if (frame.kind == Kind::offer) frame.weight = frame.weight == 1 ? 2 : 1;
+                return true;
+            });
+        },
+        "its share is");
+    add(
         "completes_what_the_program_has_not",
         [] {
             QueueSeam seam;

@@ -17,12 +17,12 @@ TEST(Queue, keeps_its_promises_in_every_schedule) {
         "%llu schedules, %llu events, %llu lives, %llu reigns: accepted %llu, completed %llu, dead letters %llu, lost "
         "%llu, "
         "given again %llu, settled twice: complete time %llu, crash %llu, partition %llu, unexplained %llu; plain "
-        "%llu; "
+        "%llu; shares in %llu, off by %.1f tasks at most; "
         "at most %llu bytes\n",
         number(explored.plans), number(runs.events), number(runs.lives), number(runs.reigns), number(runs.accepted),
         number(runs.completed), number(runs.deadLetters), number(runs.lost), number(runs.givenAgain),
         number(runs.twiceExpired), number(runs.twiceCrashed), number(runs.twiceCutOff), number(runs.twiceUnexplained),
-        number(runs.plain), number(runs.highestMemory));
+        number(runs.plain), number(runs.shared), runs.furthestFromShare, number(runs.highestMemory));
     EXPECT_FALSE(explored.failed()) << explored.report;
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <map>
 #include <memory>
 #include <set>
@@ -36,6 +37,12 @@ QueueRuns runs;
 std::string wrong;
 
 // ---- what a world is made of, by its seed
+
+// A world in which nothing fails, nobody changes and no worker is ever full: there the shares are told by the weights.
+bool isSteady(const Plan& plan) {
+    return Random(mix(plan.seed ^ 0x7374)).below(8) == 0;
+}
+constexpr uint32_t ample = 1000;  // tasks at once: more than all that are sent there
 
 struct Composition {
     uint32_t members = 1;
@@ -95,6 +102,14 @@ Composition compose(const Plan& plan) {
         }
         made.patterns.push_back(std::move(patterns));
     }
+    if (!isSteady(plan)) return made;
+    terms.completeTime = 0;
+    made.poison = false;
+    made.backlogMessages = made.backlogBytes = 0;
+    made.perStream = 10'000;
+    made.longestWork = random.between(100, 2000) * millisecond;
+    std::ranges::fill(made.tasks, ample);
+    std::ranges::fill(made.patterns, std::vector<std::string>{"t.>"});
     return made;
 }
 
@@ -238,7 +253,7 @@ class Member : public Program {
 
     uint32_t life() const { return life_; }
     bool gone() const { return gone_; }
-    bool leaving() const { return gone_; }
+    uint64_t given() const { return givenCount_; }
     dqueue::Counts counts() const { return machine_->counts(); }
 
   private:
@@ -363,6 +378,7 @@ class Member : public Program {
         const Time work = node_.random().between(0, common_.composition.longestWork);
         given.until = given.task.kind == forgotten ? never : node_.monotonic() + work;
         given_.push_back(given);
+        ++givenCount_;
         if (seam_.completesEarly) step([&](dqueue::Output& out) { machine_->complete(given.number, time(), out); });
     }
 
@@ -388,6 +404,7 @@ class Member : public Program {
     uint32_t life_ = 0;
     std::unique_ptr<dqueue::Machine> machine_;
     std::vector<Given> given_;
+    uint64_t givenCount_ = 0;  // ever
     std::vector<uint32_t> listeners_;
     uint32_t lastListener_ = 0;
     bool scheduler_ = false;
@@ -481,6 +498,30 @@ class Sender : public Program {
 
 }  // namespace
 
+namespace {
+
+// What each worker was given, held against its weight.
+std::string unfairShare(const Composition& composition, const std::vector<uint64_t>& given) {
+    double all = 0;
+    double sum = 0;
+    for (uint32_t i = 0; i < composition.members; ++i) {
+        all += static_cast<double>(given[i]);
+        sum += composition.weights[i];
+    }
+    ++runs.shared;
+    for (uint32_t i = 0; i < composition.members; ++i) {
+        const double share = all * composition.weights[i] / sum;
+        const double off = std::abs(static_cast<double>(given[i]) - share);
+        runs.furthestFromShare = std::max(runs.furthestFromShare, off);
+        if (off > std::max(share / 20, 2.0))
+            return "member " + std::to_string(i) + " of weight " + std::to_string(composition.weights[i]) +
+                   " was given " + std::to_string(given[i]) + " tasks, and its share is " + std::to_string(share);
+    }
+    return {};
+}
+
+}  // namespace
+
 std::string runQueue(const Plan& plan, const QueueSeamOf& seamOf) {
     wrong.clear();
     const Composition composition = compose(plan);
@@ -547,6 +588,11 @@ std::string runQueue(const Plan& plan, const QueueSeamOf& seamOf) {
     if (broken.empty() && !quiet)
         broken =
             unreported() != 0 ? "a worker goes on reporting what is completed" : "a sender keeps what is completed";
+    if (broken.empty() && isSteady(plan)) {
+        std::vector<uint64_t> given;
+        for (const Member* member : members) given.push_back(member->given());
+        broken = unfairShare(composition, given);
+    }
     if (broken.empty()) {
         // Nothing stays that would grow.
         for (uint32_t i = 0; i < composition.members; ++i) {
@@ -621,6 +667,19 @@ Plan drawQueue(uint64_t seed) {
         for (uint32_t node = members; node < plan.nodes; ++node) plan.healed |= uint64_t{1} << node;
     }
     const uint64_t works = random.between(2, 14);
+    if (isSteady(plan)) {
+        plan.rates.loss = 0;
+        plan.faults.clear();
+        plan.healed = ~uint64_t{0};
+        // They have elected one scheduler by then.
+        plan.healedAt = 16 * second;
+        for (uint64_t i = 0; i < works; ++i) {
+            const auto node = members + static_cast<uint32_t>(random.below(senders));
+            const uint64_t argument = random.below(3) << 8 | static_cast<uint64_t>(random.between(1, 30));
+            plan.work.push_back({random.between(10 * second, 15 * second), node, sendSome, argument});
+        }
+        return plan;
+    }
     for (uint64_t i = 0; i < works; ++i) {
         const auto node = members + static_cast<uint32_t>(random.below(senders));
         const uint64_t argument = random.below(3) << 8 | static_cast<uint64_t>(random.between(1, 30));

@@ -38,7 +38,9 @@ struct QueueRuns : QueueTotals {
     uint64_t runs = 0;
     uint64_t events = 0;
     uint64_t lives = 0;
-    uint64_t highestMemory = 0;  // of one member, bytes
+    uint64_t highestMemory = 0;    // of one member, bytes
+    uint64_t shared = 0;           // worlds in which shares were held against weights
+    double furthestFromShare = 0;  // tasks
 };
 const QueueRuns& queueRuns();
 

@@ -1,23 +1,18 @@
 // A distributed queue of processes over a real daemon, workers and scheduler killed at random as the power would: every task is
 // done, and what is done twice was held by somebody who was killed.
 #include <fcntl.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <map>
 #include <random>
 
-#include "quorl/quorlcmq.h"
-#include "support.h"
+#include "dqueue_processes.h"
 
 namespace quorltest {
 namespace {
 
-constexpr quorl_u32 tasksAtOnce = 50;
+constexpr int subjects = 16;
 
 // What was done, by whom; it is there when they are not.
 struct Note {
@@ -98,21 +93,30 @@ quorl_u16 schedulerWeight(int worker) {
     return static_cast<quorl_u16>(1 + worker % 3);
 }
 
-int work(const std::string& daemon, const Notes& notes, const Permits& permits, int number, quorl_u32 weight) {
+struct Crew {
+    int workers;
+    quorl_u32 tasksAtOnce;
+    std::vector<quorl_u32> weights;  // in turn
+    quorl_u32 weightOf(int worker) const { return weights[static_cast<size_t>(worker) % weights.size()]; }
+};
+
+// It takes tasks when it listens, so that whoever sees that knows that it listens.
+int work(const std::string& daemon, const Notes& notes, const Permits& permits, int number, const Crew& crew) {
     quorlTransport transport = 0;
     if (quorl_Open() != QUORL_OK) return 1;
     if (quorlTransport_Create(&transport, nullptr, nullptr, daemon.c_str()) != QUORL_OK) return 2;
     quorlcmTransport member = 0;
-    if (quorlcmTransport_CreateDistributedQueueEx(&member, transport, "crew", weight, tasksAtOnce,
+    if (quorlcmTransport_CreateDistributedQueueEx(&member, transport, "crew", crew.weightOf(number), 0,
                                                   schedulerWeight(number), 0.1, 0.35) != QUORL_OK)
         return 3;
     Worker worker{number, &notes, &permits};
     quorlcmEvent listener = 0;
     if (quorlcmEvent_CreateListener(&listener, QUORL_DEFAULT_QUEUE, onTask, member, "work.*", &worker) != QUORL_OK)
         return 4;
+    if (quorlcmTransport_SetWorkerTasks(member, crew.tasksAtOnce) != QUORL_OK) return 5;
     while (quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, -1) == QUORL_OK) {
     }
-    return 5;
+    return 6;
 }
 
 // Sends, and stays for as long as what it sent is wanted.
@@ -125,7 +129,8 @@ int boss(const std::string& daemon, int tasks, int over) {
         return 3;
     if (quorlcmTransport_AddListener(certified, "crew", "work.>") != QUORL_OK) return 4;
     for (int i = 0; i < tasks; ++i) {
-        quorlMsg message = newMessage("work.x", i);
+        // So many of one subject are with the queue at once, and no more.
+        quorlMsg message = newMessage(("work." + std::to_string(i % subjects)).c_str(), i);
         const quorl_status status = quorlcmTransport_Send(certified, message);
         quorlMsg_Destroy(message);
         if (status != QUORL_OK) return 5;
@@ -135,21 +140,6 @@ int boss(const std::string& daemon, int tasks, int over) {
     return 0;
 }
 
-template <class F>
-pid_t spawn(F&& body) {
-    const pid_t child = fork();
-    if (child == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        _exit(body());
-    }
-    return child;
-}
-
-void endNow(pid_t process) {
-    kill(process, SIGKILL);
-    waitpid(process, nullptr, 0);
-}
-
 struct Outcome {
     std::map<int, int> done;  // how often, by task
     std::map<int, long> by;   // tasks, by worker
@@ -157,7 +147,8 @@ struct Outcome {
     int kills = 0;
 };
 
-Outcome share(int tasks, int workers, int kills, const std::vector<quorl_u32>& weights) {
+// handsOutFirst: nobody completes a task before all have been given to somebody.
+Outcome share(int tasks, const Crew& crew, int kills, bool handsOutFirst = false) {
     NatsServer server;
     Notes notes;
     Permits permits;
@@ -168,18 +159,23 @@ Outcome share(int tasks, int workers, int kills, const std::vector<quorl_u32>& w
     std::map<int, pid_t> alive;
     const auto start = [&] {
         const int number = next++;
-        const quorl_u32 weight = weights.empty() ? 1 : weights[static_cast<size_t>(number) % weights.size()];
         alive[number] = spawn([&] {
             permits.free();
-            return work(server.url(), notes, permits, number, weight);
+            return work(server.url(), notes, permits, number, crew);
         });
     };
-    while (next < workers) start();
+    while (next < crew.workers) start();
+    const auto ready = static_cast<quorl_u32>(crew.workers);
+    EXPECT_TRUE(untilStatusOver(server.url(), [&](const QueueStatus& status) { return status.ready == ready; }));
     const pid_t sender = spawn([&] {
         permits.free();
         close(over[1]);
         return boss(server.url(), tasks, over[0]);
     });
+    const auto all = static_cast<quorl_u64>(tasks);
+    if (handsOutFirst) {
+        EXPECT_TRUE(untilStatusOver(server.url(), [&](const QueueStatus& status) { return status.assigned == all; }));
+    }
     std::minstd_rand random(4711);
     const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit + tasks / 500.0);
     int noted = 0;
@@ -220,11 +216,10 @@ Outcome share(int tasks, int workers, int kills, const std::vector<quorl_u32>& w
     for (const auto& [number, process] : alive) endNow(process);
     close(over[0]);
     look();
-    std::printf("%d tasks, %d workers, %d killed: %zu done, %d of them more than once\n", tasks, workers, outcome.kills,
-                outcome.done.size(), outcome.twice);
+    std::printf("%d tasks, %d workers, %d killed: %zu done, %d of them more than once\n", tasks, crew.workers,
+                outcome.kills, outcome.done.size(), outcome.twice);
     for (const auto& [worker, count] : outcome.by)
-        std::printf("  worker %2d, weight %u: %ld\n", worker,
-                    weights.empty() ? 1 : weights[static_cast<size_t>(worker) % weights.size()], count);
+        std::printf("  worker %2d, weight %u: %ld\n", worker, crew.weightOf(worker), count);
     return outcome;
 }
 
@@ -232,17 +227,32 @@ Outcome share(int tasks, int workers, int kills, const std::vector<quorl_u32>& w
 TEST(DistributedQueueProcesses, doEveryTaskWhoeverIsKilled) {
     const int tasks = numberFrom("QUORL_DQUEUE_TASKS", 2000);
     const int kills = tasks >= 20000 ? 40 : 6;
-    const Outcome outcome = share(tasks, tasks >= 20000 ? 8 : 4, kills, {});
+    const Crew crew{tasks >= 20000 ? 8 : 4, 50, {1}};
+    const Outcome outcome = share(tasks, crew, kills);
     EXPECT_EQ(outcome.done.size(), static_cast<size_t>(tasks));
     EXPECT_EQ(outcome.kills, kills);
     // What a killed worker held, and had done without anybody knowing.
-    EXPECT_LE(outcome.twice, kills * static_cast<int>(tasksAtOnce));
+    EXPECT_LE(outcome.twice, kills * static_cast<int>(crew.tasksAtOnce));
 }
 
 TEST(DistributedQueueProcesses, doNothingTwiceWhenNobodyIsKilled) {
-    const Outcome outcome = share(1000, 3, 0, {});
+    const Outcome outcome = share(1000, {3, 50, {1}}, 0);
     EXPECT_EQ(outcome.done.size(), 1000u);
     EXPECT_EQ(outcome.twice, 0);
+}
+
+// All are busy, each with its first task, while the others are given out. The long form is the same.
+TEST(DistributedQueueProcesses, shareByTheirWeightsWhenAllAreBusy) {
+    const int tasks = numberFrom("QUORL_DQUEUE_TASKS", 4000);
+    const Crew crew{8, 1'000'000, {1, 2, 3, 4}};
+    const Outcome outcome = share(tasks, crew, 0, true);
+    EXPECT_EQ(outcome.done.size(), static_cast<size_t>(tasks));
+    EXPECT_EQ(outcome.twice, 0);
+    for (int worker = 0; worker < crew.workers; ++worker) {
+        const double share = tasks * static_cast<double>(crew.weightOf(worker)) / 20;
+        ASSERT_TRUE(outcome.by.contains(worker)) << worker;
+        EXPECT_NEAR(static_cast<double>(outcome.by.at(worker)), share, share / 20) << worker;
+    }
 }
 
 }  // namespace

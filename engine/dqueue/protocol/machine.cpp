@@ -66,11 +66,21 @@ struct Machine::Impl {
             }
             if (shared.own.empty()) break;
         }
-        if (leaving && worker.finished()) {
+        takeOverIfNobodyElseDoes();
+        if (leaving && worker.finished() && (scheduler == nullptr || !scheduler->isAwaited())) {
             goNow();
             shared.out->left = true;
         }
         shared.tellClosed();
+    }
+
+    // All that could hear what this member has done leave too, or are gone: it confirms that to the senders itself.
+    void takeOverIfNobodyElseDoes() {
+        if (!leaving || scheduler != nullptr || worker.connected() || worker.finished()) return;
+        bool somebody = false;
+        shared.election.peers().each(
+            [&](const ftolerance::Peer& peer) { somebody = somebody || ftolerance::isRanked(peer.last.state); });
+        if (!somebody) elect([&](ftolerance::Member& member) { member.joinAnew(electionNow(), electionOut); });
     }
 
     // What it has to say it says where there is memory for it.
@@ -390,6 +400,7 @@ quorl_status Machine::setReassignments(uint32_t most, Now now, Output& out) {
 // ---- going
 
 void Machine::leave(Now now, Output& out) {
+    if (impl_->gone) out.left = true;
     impl_->change(now, out, [&] {
         if (std::exchange(impl_->leaving, true)) return;
         // A scheduler goes on until it has completed what it holds: then the next one need not take over twice.

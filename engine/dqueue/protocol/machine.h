@@ -228,7 +228,8 @@ class Machine {
 
     // ---- going
     // No more tasks come, and this member will not be the scheduler again. When what it holds is completed, and the scheduler
-    // knows, out.left is set in some step, and no call need follow. The driver sets a limit of time and then calls close.
+    // knows, out.left is set in some step, and no call need follow. The driver sets a limit of time and then calls close. Of a
+    // member that has gone already out.left is set at once.
     void leave(Now now, Output& out);
     // Goes at once: tasks that it holds go to others, uncounted. No call follows.
     void close(Now now, Output& out);

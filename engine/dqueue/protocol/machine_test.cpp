@@ -62,6 +62,85 @@ TEST(DqueueMachine, shares_tasks_by_weight_while_workers_have_room) {
     EXPECT_EQ(group.kept(), 0u);
 }
 
+// What was given to members from first on, in proportion to their weights, to within 5 percent.
+void expectShares(Group& group, size_t first, const std::vector<uint32_t>& weights,
+                  const std::vector<uint64_t>& before) {
+    double all = 0;
+    double sum = 0;
+    for (size_t i = 0; i < weights.size(); ++i) {
+        all += static_cast<double>(group.member(first + i).given - before[i]);
+        sum += weights[i];
+    }
+    ASSERT_GT(all, 0);
+    for (size_t i = 0; i < weights.size(); ++i) {
+        const double share = all * weights[i] / sum;
+        EXPECT_NEAR(static_cast<double>(group.member(first + i).given - before[i]), share, share / 20) << weights[i];
+    }
+}
+
+TEST(DqueueMachine, shares_tasks_by_weight_under_the_next_scheduler_and_as_the_weights_are_now) {
+    Group group;
+    const size_t scheduler = group.join(settingsOf(2, 1, 0));
+    const std::vector<uint32_t> weights = {1, 2, 4};
+    for (const uint32_t weight : weights) group.member(group.join(settingsOf(1, weight, 1000))).completes = true;
+    const auto given = [&] {
+        return std::vector<uint64_t>{group.member(1).given, group.member(2).given, group.member(3).given};
+    };
+    group.pass(2 * second);
+    group.send(350);
+    group.pass(second);
+    expectShares(group, 1, weights, {0, 0, 0});
+    group.member(scheduler).dead = true;
+    group.pass(3 * second);
+    std::vector<uint64_t> before = given();
+    group.send(350);
+    group.pass(second);
+    expectShares(group, 1, weights, before);
+    group.call(
+        1, [&](Machine& machine, Output& out) { EXPECT_EQ(machine.setWorkerWeight(4, group.now(), out), QUORL_OK); });
+    group.pass(second);
+    before = given();
+    group.send(900);
+    group.pass(second);
+    expectShares(group, 1, {4, 2, 4}, before);
+}
+
+// Each does all that it holds in the same time, however much that is, and there is always more.
+TEST(DqueueMachine, shares_by_capacity_when_all_are_full) {
+    Group group;
+    const std::vector<uint32_t> weights = {1, 2, 4};
+    for (const uint32_t weight : weights) group.join(settingsOf(1, weight, 10 * weight));
+    group.pass(2 * second);
+    group.send(1000);
+    group.pass(100 * millisecond);
+    for (int round = 0; round < 10; ++round) {
+        for (size_t i = 0; i < weights.size(); ++i) {
+            ASSERT_EQ(group.member(i).tasks.size(), size_t{10} * weights[i]) << "all are full";
+        }
+        for (size_t i = 0; i < weights.size(); ++i) {
+            for (size_t left = group.member(i).tasks.size(); left != 0; --left) group.complete(i);
+        }
+        group.pass(100 * millisecond);
+    }
+    expectShares(group, 0, weights, {0, 0, 0});
+}
+
+TEST(DqueueMachine, makes_the_oldest_of_equal_weight_the_scheduler) {
+    Group group;
+    const size_t first = group.join(settingsOf(1));
+    group.pass(2 * second);
+    const size_t next = group.join(settingsOf(1));
+    group.pass(2 * second);
+    const size_t last = group.join(settingsOf(1));
+    group.pass(5 * second);
+    EXPECT_TRUE(group.counts(first).scheduler);
+    group.member(first).dead = true;
+    group.pass(3 * second);
+    EXPECT_TRUE(group.counts(next).scheduler);
+    EXPECT_FALSE(group.counts(last).scheduler);
+    EXPECT_EQ(group.counts(last).schedulerMember, group.member(next).machine->id());
+}
+
 TEST(DqueueMachine, prefers_the_greater_weight_and_respects_room) {
     Group group;
     const size_t light = group.join(settingsOf(2, 1, 2));
@@ -80,6 +159,17 @@ TEST(DqueueMachine, prefers_the_greater_weight_and_respects_room) {
     });
     group.pass(second);
     EXPECT_EQ(group.member(heavy).tasks.size(), 5u);
+}
+
+TEST(DqueueMachine, prefers_the_greater_weight_to_the_more_room) {
+    Group group;
+    const size_t light = group.join(settingsOf(2, 1, 100));
+    const size_t heavy = group.join(settingsOf(1, 10, 1));
+    group.pass(2 * second);
+    group.send(1);
+    EXPECT_EQ(group.member(heavy).tasks.size(), 1u);
+    group.send(1);
+    EXPECT_EQ(group.member(light).tasks.size(), 1u);
 }
 
 TEST(DqueueMachine, takes_a_lost_worker_s_tasks_back) {
@@ -189,6 +279,30 @@ TEST(DqueueMachine, leaves_tasks_beyond_the_limit_with_their_senders) {
     EXPECT_GE(group.member(only).told(Event::Kind::backlogCleared), 1u);
 }
 
+TEST(DqueueMachine, leaves_tasks_beyond_the_limit_of_bytes_with_their_senders) {
+    Group group;
+    Settings settings = settingsOf(1, 1, 0);
+    const uint64_t size = Group::messageTo("t.a").image().size();
+    settings.backlogBytes = 3 * size;
+    const size_t only = group.join(settings);
+    group.pass(2 * second);
+    group.send(20);
+    EXPECT_EQ(group.counts(only).unassigned, 3u);
+    EXPECT_EQ(group.counts(only).unassignedBytes, 3 * size);
+    EXPECT_EQ(group.member(only).told(Event::Kind::backlogFull), 1u);
+    group.call(only, [&](Machine& machine, Output& out) {
+        EXPECT_EQ(machine.setBacklog(0, 5 * size, group.now(), out), QUORL_OK);
+    });
+    group.pass(second);
+    EXPECT_EQ(group.counts(only).unassigned, 5u) << "a limit that is raised holds at once";
+    group.call(only,
+               [&](Machine& machine, Output& out) { EXPECT_EQ(machine.setBacklog(0, 0, group.now(), out), QUORL_OK); });
+    group.pass(second);
+    EXPECT_EQ(group.counts(only).unassigned, 20u);
+    EXPECT_EQ(group.member(only).told(Event::Kind::backlogCleared), 2u);
+    EXPECT_EQ(group.kept(), 20u);
+}
+
 TEST(DqueueMachine, gives_plain_messages_a_number_to_complete_them_by) {
     Group group;
     const size_t only = group.join(settingsOf(1, 1, 2));
@@ -226,6 +340,91 @@ TEST(DqueueMachine, leaves_when_it_has_completed_what_it_holds) {
     }
     EXPECT_EQ(group.member(first).told(Event::Kind::workerLeft), 1u);
     EXPECT_EQ(group.kept(), 1u);
+}
+
+// Nobody else would hear what the others still complete.
+TEST(DqueueMachine, a_scheduler_that_leaves_waits_for_others_that_leave_too_when_nobody_stays) {
+    Group group;
+    const size_t first = group.join(settingsOf(3));
+    const size_t other = group.join(settingsOf(2));
+    const size_t third = group.join(settingsOf(1));
+    group.pass(2 * second);
+    group.send(3);
+    for (const size_t which : {first, other, third}) {
+        ASSERT_EQ(group.member(which).tasks.size(), 1u);
+        group.call(which, [&](Machine& machine, Output& out) { machine.leave(group.now(), out); });
+    }
+    group.complete(first);
+    group.pass(2 * second);
+    EXPECT_FALSE(group.member(first).left);
+    group.complete(other);
+    group.pass(second);
+    EXPECT_TRUE(group.member(other).left);
+    EXPECT_FALSE(group.member(first).left);
+    group.complete(third);
+    group.pass(second);
+    EXPECT_TRUE(group.member(third).left);
+    EXPECT_TRUE(group.member(first).left);
+    EXPECT_EQ(group.kept(), 0u);
+}
+
+TEST(DqueueMachine, a_scheduler_that_leaves_does_not_wait_for_others_when_somebody_stays) {
+    Group group;
+    const size_t first = group.join(settingsOf(3));
+    const size_t other = group.join(settingsOf(2));
+    const size_t stays = group.join(settingsOf(1));
+    group.pass(2 * second);
+    group.send(3);
+    for (const size_t which : {first, other})
+        group.call(which, [&](Machine& machine, Output& out) { machine.leave(group.now(), out); });
+    group.complete(first);
+    group.pass(100 * millisecond);
+    EXPECT_TRUE(group.member(first).left);
+    group.pass(2 * second);
+    EXPECT_TRUE(group.counts(stays).scheduler);
+    group.complete(other);
+    group.pass(second);
+    EXPECT_TRUE(group.member(other).left);
+    group.complete(stays);
+    group.pass(second);
+    EXPECT_EQ(group.kept(), 0u);
+}
+
+// The scheduler is gone, in order or not, and nobody stays who would be the next.
+TEST(DqueueMachine, those_that_leave_confirm_themselves_what_they_did_when_nobody_else_is_left) {
+    for (const bool inOrder : {true, false}) {
+        Group group;
+        const size_t first = group.join(settingsOf(3));
+        const size_t other = group.join(settingsOf(2));
+        const size_t third = group.join(settingsOf(1));
+        group.pass(2 * second);
+        group.send(3);
+        for (const size_t which : {other, third}) {
+            ASSERT_EQ(group.member(which).tasks.size(), 1u);
+            group.call(which, [&](Machine& machine, Output& out) { machine.leave(group.now(), out); });
+        }
+        if (inOrder) group.call(first, [&](Machine& machine, Output& out) { machine.close(group.now(), out); });
+        group.member(first).dead = true;
+        group.complete(third);
+        group.complete(other);
+        EXPECT_FALSE(group.member(third).left);
+        group.pass(5 * second);
+        EXPECT_TRUE(group.member(other).left) << inOrder;
+        EXPECT_TRUE(group.member(third).left) << inOrder;
+        EXPECT_EQ(group.kept(), 1u) << "the first one's task";
+    }
+}
+
+TEST(DqueueMachine, one_that_was_closed_has_left_at_once) {
+    Group group;
+    const size_t only = group.join(settingsOf(1));
+    group.pass(2 * second);
+    group.send(1);
+    ASSERT_EQ(group.member(only).tasks.size(), 1u);
+    group.call(only, [&](Machine& machine, Output& out) { machine.close(group.now(), out); });
+    EXPECT_FALSE(group.member(only).left);
+    group.call(only, [&](Machine& machine, Output& out) { machine.leave(group.now(), out); });
+    EXPECT_TRUE(group.member(only).left);
 }
 
 TEST(DqueueMachine, counts_what_is_no_frame_and_tells_of_newer_members_once) {

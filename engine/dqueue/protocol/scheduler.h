@@ -143,6 +143,8 @@ class Scheduler {
     void end() noexcept;
 
     const Term& term() const noexcept { return term_; }
+    // Whether all others leave too, and some of them hold tasks: nobody else would hear that these are completed.
+    bool isAwaited() const noexcept;
 
     // ---- what comes in
     void onOffer(const Frame& frame);
@@ -209,7 +211,7 @@ class Scheduler {
     void updateRoom();
 
     // ---- workers
-    WorkerEntry* find(uint64_t member) noexcept;
+    WorkerEntry* find(uint64_t member) const noexcept;
     WorkerEntry* meet(const Frame& frame);
     bool isMember(uint64_t member) const noexcept;
     void welcome(const WorkerEntry& worker, uint64_t report);

@@ -31,7 +31,7 @@ bool comes(std::vector<bool>& parts, const Frame& frame) {
 
 }  // namespace
 
-WorkerEntry* Scheduler::find(uint64_t member) noexcept {
+WorkerEntry* Scheduler::find(uint64_t member) const noexcept {
     const auto found = workersByMember_.find(member);
     return found == workersByMember_.end() ? nullptr : found->second;
 }
@@ -384,6 +384,18 @@ void Scheduler::membersChanged() {
         lose(*worker, left);
     }
     lookWhetherSettled();
+}
+
+bool Scheduler::isAwaited() const noexcept {
+    bool successor = false;
+    bool holds = false;
+    shared_.election.peers().each([&](const ftolerance::Peer& peer) {
+        if (peer.last.state == ftolerance::State::left) return;
+        const WorkerEntry* worker = find(peer.last.member);
+        successor = successor || worker == nullptr || !worker->leaving;
+        holds = holds || (worker != nullptr && (worker->held != 0 || !worker->overdue.empty()));
+    });
+    return holds && !successor;
 }
 
 void Scheduler::lose(WorkerEntry& worker, bool left) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "certified/protocol/subject.h"
+#include "dqueue/protocol/frame.h"
 #include "dqueue/protocol/machine.h"
 #include "quorl/quorl.h"
 
@@ -67,7 +68,9 @@ class Group {
         members_.emplace_back();
         const size_t which = members_.size() - 1;
         // What fails is tried once more, as a program does.
-        do members_[which].machine = std::make_unique<Machine>(settings, Chance{which + 1, {which, 9}});
+        do
+            members_[which].machine =
+                std::make_unique<Machine>(settings, Chance{100 - which, {which, 9}});  // the oldest has the highest
         while (!call(which, [&](Machine& machine, Output& out) { machine.start(now_, out); }));
         for (uint32_t number = 1;
              !call(which, [&](Machine&machine,

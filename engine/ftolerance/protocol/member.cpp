@@ -247,6 +247,15 @@ void Member::stepAside(Now now, MemberOutput& out) {
     finish(false, now, out);
 }
 
+void Member::joinAnew(Now now, MemberOutput& out) {
+    if (left_ || !aside_) return;
+    step(now, out);
+    aside_ = false;
+    join(now.monotonic);
+    stirred_ = true;
+    finish(false, now, out);
+}
+
 // Not a step: the program is told nothing more, not even that the process stood still.
 void Member::leave(Now now, MemberOutput& out) {
     if (left_) return;
@@ -371,7 +380,7 @@ void Member::decide(Now now, MemberOutput& out) {
         }
         claiming_ = claims;
     }
-    if (!active_) {
+    if (!active_ && !aside_) {
         const bool heardLongEnough = !joining_ || time - joinedFrom_ >= self_.intervals.preparation;
         if (claiming_ || (others.betterHeard < others.goal && heardLongEnough)) {
             hint(time, out);

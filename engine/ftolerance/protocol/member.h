@@ -66,8 +66,10 @@ class Member {
     void setWeight(uint16_t weight, Now now, MemberOutput& out);
     // The program has returned from the deactivation that it was told last.
     void deactivated(Now now, MemberOutput& out);
-    // The member stays, and is heard, but it is active no more and takes no part in the ranking again.
+    // The member stays, and is heard, but it is active no more and takes no part in the ranking, until it joins anew.
     void stepAside(Now now, MemberOutput& out);
+    // After stepAside: takes part again, as soon as it has listened for its activation interval.
+    void joinAnew(Now now, MemberOutput& out);
     // The member goes, and says so. Afterwards nothing comes out any more.
     void leave(Now now, MemberOutput& out);
 
@@ -125,7 +127,7 @@ class Member {
     Disagreements disagreements_;
     bool left_ = false;
     bool joining_ = true;
-    bool aside_ = false;  // and stays so
+    bool aside_ = false;
     bool active_ = false;
     bool acting_ = false;  // deactivated, and the program has not returned
     bool claiming_ = false;

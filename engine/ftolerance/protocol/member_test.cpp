@@ -55,6 +55,9 @@ class Driven {
     std::vector<Frame> leave(int64_t at) {
         return step(at, [](Member& member, Now now, MemberOutput& out) { member.leave(now, out); });
     }
+    std::vector<Frame> stepAside(int64_t at) {
+        return step(at, [](Member& member, Now now, MemberOutput& out) { member.stepAside(now, out); });
+    }
     // Lets time pass; frames go nowhere.
     void pass(int64_t until) {
         while (machine.due() <= until) tick(machine.due());
@@ -323,6 +326,99 @@ TEST(FtMember, one_that_is_cut_off_for_good_tells_its_program_and_nobody_else) {
     standby.start(0);
     standby.step(second, abandon);
     EXPECT_EQ(standby.text, "");
+}
+
+TEST(FtMember, one_that_steps_aside_hands_over_stays_and_is_never_active_again) {
+    Group group;
+    Driven& first = group.add(1, settings(9));
+    group.pass(10 * second);
+    Driven& next = group.add(2);
+    group.pass(20 * second);
+    ASSERT_EQ(first.text, "PA");
+    group.spread(first, first.stepAside(group.now));
+    EXPECT_EQ(first.text, "PAD");
+    EXPECT_EQ(first.actions.back().cause, Cause::rank);
+    group.spread(first, first.returned(group.now));
+    EXPECT_EQ(next.text, "PA") << "it takes the place at once, whatever its weight";
+    EXPECT_TRUE(first.stepAside(group.now).empty()) << "once";
+    group.pass(60 * second);
+    EXPECT_EQ(first.text, "PAD");
+    EXPECT_EQ(next.told(Event::left) + next.told(Event::lost), 0u) << "it is heard";
+    EXPECT_EQ(next.machine.peers().size(), 1u);
+    // Also when it is alone, or weighs more.
+    group.kill(next);
+    group.spread(first, first.weigh(group.now, 99));
+    group.pass(60 * second);
+    EXPECT_EQ(first.text, "PAD");
+    EXPECT_EQ(first.machine.state(), State::joining);
+    EXPECT_LT(first.machine.due(), INT64_MAX) << "it says that it is there";
+    // Until it is asked to.
+    const auto joinAnew = [](Member& member, Now now, MemberOutput& out) { member.joinAnew(now, out); };
+    group.spread(first, first.step(group.now, joinAnew));
+    group.pass(4 * second - 1);
+    EXPECT_EQ(first.text, "PADP") << "it listens first";
+    EXPECT_TRUE(first.step(group.now, joinAnew).empty()) << "once";
+    group.pass(1);
+    EXPECT_EQ(first.text, "PADPA");
+}
+
+TEST(FtMember, one_that_steps_aside_before_it_was_ranked_takes_no_place) {
+    Group group;
+    Driven& first = group.add(1, settings(9));
+    group.spread(first, first.stepAside(group.now));
+    Driven& other_ = group.add(2);
+    group.pass(20 * second);
+    EXPECT_EQ(first.text, "");
+    EXPECT_EQ(other_.text, "PA");
+    EXPECT_EQ(other_.machine.frame().joined, 1u);
+    EXPECT_EQ(other_.leave(group.now).size(), 1u);
+    EXPECT_TRUE(other_.stepAside(group.now).empty());
+    EXPECT_EQ(other_.text, "PA");
+    EXPECT_EQ(other_.machine.state(), State::left);
+}
+
+TEST(FtMember, one_that_is_heard_otherwise_is_not_silent) {
+    Driven one(1);
+    const auto hears = [&](int64_t at, uint64_t member) {
+        one.step(at, [&](Member& machine, Now now, MemberOutput&) { machine.heard(member, now); });
+    };
+    one.start(0);
+    one.hear(second / 2, other(2, State::active, 9));
+    for (int64_t at = second; at <= 30 * second; at += second) {
+        one.pass(at);
+        hears(at, 2);
+    }
+    EXPECT_EQ(one.text, "");
+    EXPECT_EQ(one.told(Event::lost), 0u);
+    // It is suspected, and then not any more: the next suspicion hints again.
+    one.pass(33 * second);
+    EXPECT_EQ(one.text, "P");
+    hears(33 * second, 2);
+    one.pass(34 * second);
+    EXPECT_EQ(one.told(Event::lost), 0u);
+    one.pass(35 * second);
+    EXPECT_EQ(one.text, "PP");
+    one.pass(37 * second);
+    EXPECT_EQ(one.text, "PPA");
+    EXPECT_EQ(one.told(Event::lost), 1u);
+}
+
+TEST(FtMember, whoever_is_not_known_or_has_left_is_not_heard_otherwise) {
+    Driven one(1);
+    const auto hears = [&](int64_t at, uint64_t member) {
+        one.step(at, [&](Member& machine, Now now, MemberOutput&) { machine.heard(member, now); });
+    };
+    one.start(0);
+    hears(0, 3);
+    EXPECT_EQ(one.machine.peers().size(), 0u);
+    one.hear(second, other(2, State::active, 9, 5));
+    one.hear(second, other(2, State::left, 9, 6));
+    for (int64_t at = second; at <= 10 * second; at += second / 2) {
+        one.pass(at);
+        hears(at, 2);
+    }
+    EXPECT_EQ(one.machine.peers().size(), 0u) << "it is forgotten in time";
+    EXPECT_EQ(one.text, "PA");
 }
 
 TEST(FtMember, a_late_frame_of_one_that_left_does_not_bring_it_back) {
