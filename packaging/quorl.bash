@@ -30,9 +30,9 @@ _quorl() {
         'cm export') options='-h --help' ;;
         'cm review') options='-h --help --json --ledger --name' ;;
         dq) options='-h --help work submit status' ;;
-        'dq work') options="-h --help -n --activation --complete-time --count --heartbeat --quiet --scheduler-weight --tasks --timeout --weight $bus" ;;
+        'dq work') options="-h --help -n --activation --complete-time --count --grace --heartbeat --pause --quiet --scheduler-weight --tasks --timeout --weight $bus" ;;
         'dq submit') options="-h --help -n --count --csv --durability --json-file --ledger --name --rate --timeout $bus" ;;
-        'dq status') options="-h --help --json --timeout $bus" ;;
+        'dq status') options="-h --help -n --count --json --timeout --watch $bus" ;;
         ft) options='-h --help join watch' ;;
         'ft join') options="-h --help --activation --exec --goal --grace --heartbeat --json --preparation --timeout --weight $bus" ;;
         'ft watch') options="-h --help --json --lost --timeout $bus" ;;

@@ -14,6 +14,7 @@ import java.util.Map;
 import java.util.concurrent.TimeUnit;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
+import java.util.stream.Collectors;
 import java.util.stream.Stream;
 import javax.tools.JavaCompiler;
 import javax.tools.ToolProvider;
@@ -22,7 +23,7 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.TestFactory;
 import org.junit.jupiter.api.io.TempDir;
 
-/** Compiles and runs the Java program that the README and the guide begin with, compiles the fragments of a guide, follows the links
+/** Compiles and runs the Java program that the README and the guide begin with, compiles the fragments of the documents, follows the links
  * of the documents, and looks the functions that they name up in the headers. */
 class DocumentsTest {
     private static final Path ROOT = Path.of(System.getProperty("examples.sources")).getParent();
@@ -60,53 +61,140 @@ class DocumentsTest {
         assertEquals(0, process.exitValue());
     }
 
-    /** What the fragments of a document are pasted into: a method each, with what they use. */
-    private static final Map<String, String> AROUND = Map.of("docs/guide/certified.md", """
-            static void book(QuorlMsg order) {}
-            static void fragment%d(QuorlTransport transport, QuorlQueue queue, QuorlCmTransport orders, QuorlCmTransport billing,
-                    QuorlMsg order, Executor workers) throws Exception {
-            """);
+    /** What the fragments of a document use and do not make themselves: members of a class, and parameters of a method for each fragment. */
+    private record Given(String members, List<String> parameters) {}
+
+    private static final List<String> ALWAYS = List.of("QuorlTransport transport", "QuorlQueue queue");
+
+    private static final Map<String, Given> GIVEN = Map.of(
+            "docs/guide/certified.md", new Given("static void book(QuorlMsg order) {}",
+                    List.of("QuorlCmTransport orders", "QuorlCmTransport billing", "QuorlMsg order", "Executor workers")),
+            "docs/guide/distributed-queues.md", new Given("record Order(int number, String what) {} static void book(Order order) {} "
+                    + "static void store(String subject, QuorlMsg task) {}",
+                    List.of("QuorlCmQueueTransport crew", "Executor executor", "QuorlQueue health")),
+            "docs/guide/listening.md", new Given("static void show(Object... what) {} static void process(QuorlMsg order) {} "
+                    + "static void report() {} static class Store { void writeAll(List<QuorlMsg> messages) {} } static Store store;", List.of()),
+            "docs/guide/requests.md", new Given("static void show(Object... what) {} static void answer(QuorlMsg question) {}",
+                    List.of("QuorlMsg question")),
+            "docs/guide/queues-and-dispatch.md", new Given("static void show(QuorlMsg message) {} static boolean running;",
+                    List.of("QuorlQueue alarms", "QuorlQueue measurements")),
+            "docs/guide/back-pressure.md", new Given("static void show(int n) {} static void spool(QuorlMsg message) {}",
+                    List.of("QuorlMsg message", "QuorlListener listener", "Flow.Subscriber<QuorlMsg> subscriber")),
+            "docs/guide/health.md", new Given("", List.of()),
+            "docs/guide/messages.md", new Given("", List.of("QuorlMsg message")),
+            "docs/reference/certified.md", new Given("static void book(QuorlMsg order) {}", List.of()));
 
     @TestFactory
     Stream<DynamicTest> theFragmentsCompile() {
-        return AROUND.keySet().stream().map(document -> DynamicTest.dynamicTest(document, () -> compileFragments(document)));
+        return GIVEN.keySet().stream().sorted().map(document -> DynamicTest.dynamicTest(document, () -> compileFragments(document)));
     }
 
     private void compileFragments(String document) throws Exception {
-        String around = AROUND.get(document);
-        int end = around.indexOf("static void fragment");
-        StringBuilder source = new StringBuilder("import com.vesma.quorl.*;\nimport java.nio.file.Path;\nimport java.time.Duration;\n"
-                + "import java.util.concurrent.Executor;\nclass Fragments {\n" + around.substring(0, end));
-        List<String> fragments = fragments(document);
-        assertTrue(fragments.size() > 3, document + " has " + fragments.size() + " fragments");
+        Given given = GIVEN.get(document);
+        StringBuilder source = new StringBuilder("import com.vesma.quorl.*;\nimport java.nio.file.*;\nimport java.time.*;\nimport java.util.*;\n"
+                + "import java.util.concurrent.*;\nimport java.util.stream.*;\nclass Fragments {\n" + given.members + "\n");
+        List<String> fragments = fragments(document).stream().filter(fragment -> !isC(fragment)).toList();
+        assertFalse(fragments.isEmpty(), document + " has no fragments");
         for (int i = 0; i < fragments.size(); i++) {
-            // What a fragment opens itself hides what it is given.
-            String head = around.substring(end).formatted(i);
-            for (String opened : List.of("orders", "billing")) {
-                if (fragments.get(i).contains("QuorlCmTransport " + opened + " =")) head = head.replace("QuorlCmTransport " + opened + ",", "");
-            }
-            if (fragments.get(i).matches("(?s).*(QuorlMsg order =|\\(l, order\\)).*")) head = head.replace("QuorlMsg order,", "");
-            source.append(head).append(fragments.get(i)).append("}\n");
+            String fragment = fragments.get(i);
+            String parameters = Stream.concat(ALWAYS.stream(), given.parameters.stream()).filter(each -> !makes(fragment, each))
+                    .collect(Collectors.joining(", "));
+            source.append("static void fragment").append(i).append('(').append(parameters).append(") throws Exception {\n").append(fragment)
+                    .append("}\n");
         }
         Path folder = Files.createTempDirectory(temporary, "fragments");
         compile(Files.writeString(folder.resolve("Fragments.java"), source.append("}\n")), folder);
     }
 
-    /** The blocks of a document that hold Java statements. */
+    /** Whether a fragment declares a variable or a lambda's parameter of that name. */
+    private static boolean makes(String fragment, String parameter) {
+        String name = parameter.substring(parameter.lastIndexOf(' ') + 1);
+        return Pattern.compile("\\w[>\\]]? " + name + " [=:]|\\w, " + name + "\\) ->|\\b" + name + " ->").matcher(fragment).find();
+    }
+
+    /** Functions of the interface begin with a small letter. */
+    private static boolean isC(String fragment) {
+        return FUNCTION.matcher(fragment).find();
+    }
+
+    /** What the fragments in C use. One that begins with "static" is a function, others are statements, which may use it. */
+    private static final String C_GIVEN = """
+            #include <quorl/quorlcmq.h>
+            #include <quorl/quorlft.h>
+            static volatile int running;
+            static int resize(quorlMsg task) { return task != 0; }
+            static void onGone(quorlcmTransport gone, void* closure) { (void)gone, (void)closure; }
+            static void* onSubject(quorlcmTransport of, const char* subject, quorlMsg message, void* closure) {
+                (void)of, (void)subject, (void)message;
+                return closure;
+            }
+            static void use(void) { (void)resize, (void)onGone, (void)onSubject, (void)running; }
+            """;
+
+    @TestFactory
+    Stream<DynamicTest> theFragmentsInCCompile() throws IOException {
+        List<DynamicTest> tests = new ArrayList<>();
+        for (Path document : pages()) {
+            String name = ROOT.relativize(document).toString();
+            List<String> fragments = fragments(name).stream().filter(DocumentsTest::isC).toList();
+            if (!fragments.isEmpty()) tests.add(DynamicTest.dynamicTest(name, () -> compileC(fragments)));
+        }
+        assertTrue(tests.size() > 3, "there are " + tests.size());
+        return tests.stream();
+    }
+
+    private void compileC(List<String> fragments) throws Exception {
+        StringBuilder source = new StringBuilder(C_GIVEN);
+        int n = 0;
+        for (String fragment : fragments) {
+            if (fragment.startsWith("    static ")) {
+                source.append(fragment);
+                continue;
+            }
+            String given = Stream.of("quorlTransport transport", "quorlQueue queue", "quorlMsg message")
+                    .filter(each -> !fragment.contains(each + ";")).collect(Collectors.joining(", "));
+            source.append("void fragment").append(n).append('(').append(given).append(");\nvoid fragment").append(n++).append('(').append(given)
+                    .append(") {\nuse();\n").append(fragment).append("}\n");
+        }
+        Path folder = Files.createTempDirectory(temporary, "c");
+        Path file = Files.writeString(folder.resolve("fragments.c"), source);
+        Path out = folder.resolve("out");
+        Process compiler = new ProcessBuilder("cc", "-std=c11", "-fsyntax-only", "-Wall", "-Wextra", "-Wno-unused-parameter", "-Werror", "-I",
+                ROOT.resolve("include").toString(), file.toString()).redirectErrorStream(true).redirectOutput(out.toFile()).start();
+        assertTrue(compiler.waitFor(LIMIT_SECONDS, TimeUnit.SECONDS));
+        assertEquals(0, compiler.exitValue(), Files.readString(out) + source);
+    }
+
+    /** The pages of the guide and of the reference. */
+    private static List<Path> pages() throws IOException {
+        try (Stream<Path> guide = Files.list(ROOT.resolve("docs/guide"));
+                Stream<Path> reference = Files.list(ROOT.resolve("docs/reference"))) {
+            return Stream.concat(guide, reference).filter(file -> file.toString().endsWith(".md")).sorted().toList();
+        }
+    }
+
+    /** The blocks of a document that hold statements. */
     private static List<String> fragments(String document) throws IOException {
         List<String> fragments = new ArrayList<>();
         StringBuilder block = new StringBuilder();
         for (String line : Files.readAllLines(ROOT.resolve(document))) {
-            if (line.startsWith("    ")) {
+            if (line.startsWith("    ") || (line.isEmpty() && !block.isEmpty())) {
                 block.append(line).append('\n');
                 continue;
             }
-            if (block.toString().stripTrailing().matches("(?s).*[;}]")  && !block.toString().contains("$ ") && block.indexOf("{number=") < 0) {
-                fragments.add(block.toString());
-            }
-            block.setLength(0);
+            add(fragments, block);
         }
+        add(fragments, block);
         return fragments;
+    }
+
+    private static void add(List<String> fragments, StringBuilder block) {
+        // A comment may stand behind the last statement.
+        String code = block.toString().replaceAll("//[^\n]*|/\\*[^*]*\\*/", "").stripTrailing();
+        if (code.matches("(?s).*[;}]") && !code.contains("$ ") && !code.contains("{number=") && !code.contains(FIRST_LINE)) {
+            fragments.add(block.toString());
+        }
+        block.setLength(0);
     }
 
     private static void compile(Path source, Path folder) {
@@ -177,12 +265,7 @@ class DocumentsTest {
         try (Stream<Path> files = Files.list(ROOT.resolve("include/quorl"))) {
             for (Path header : files.toList()) headers.append(Files.readString(header));
         }
-        List<Path> documents;
-        try (Stream<Path> guide = Files.list(ROOT.resolve("docs/guide"));
-                Stream<Path> reference = Files.list(ROOT.resolve("docs/reference"))) {
-            documents = Stream.concat(guide, reference).filter(file -> file.toString().endsWith(".md")).sorted().toList();
-        }
-        return documents.stream().map(document -> DynamicTest.dynamicTest(ROOT.relativize(document).toString(), () -> {
+        return pages().stream().map(document -> DynamicTest.dynamicTest(ROOT.relativize(document).toString(), () -> {
             Matcher function = FUNCTION.matcher(Files.readString(document));
             while (function.find()) {
                 assertTrue(headers.indexOf(function.group() + "(") >= 0, function.group() + " is in no header");

@@ -149,6 +149,7 @@ public final class QuorlCmQueueTransport extends LibraryObject {
      * How a queue is, as its scheduler says.
      *
      * @param queue its name
+     * @param scheduler which member answers, as {@link Worker#member} has it
      * @param members how many programs have joined it
      * @param unassigned tasks that wait for a worker
      * @param unassignedBytes their size
@@ -159,8 +160,8 @@ public final class QuorlCmQueueTransport extends LibraryObject {
      * @param deadLetters tasks that it has given up
      * @param workers the members that take tasks, as it knows them
      */
-    public record Status(String queue, long members, long unassigned, long unassignedBytes, long assigned, long completed,
-            long completedTwice, long reassigned, long deadLetters, List<Worker> workers) {}
+    public record Status(String queue, String scheduler, long members, long unassigned, long unassignedBytes, long assigned,
+            long completed, long completedTwice, long reassigned, long deadLetters, List<Worker> workers) {}
 
     /**
      * A worker, as the scheduler knows it.
@@ -242,8 +243,8 @@ public final class QuorlCmQueueTransport extends LibraryObject {
             workers.add(new Worker(each.getString("member"), each.getString("label"), each.getI64("weight"),
                     each.getI64("tasks"), each.getI64("held"), each.getI64("handed_out"), each.getBool("leaving")));
         }
-        return new Status(answer.getString("queue"), answer.getI64("members"), answer.getI64("unassigned"),
-                answer.getI64("unassigned_bytes"), answer.getI64("assigned"), answer.getI64("completed"),
+        return new Status(answer.getString("queue"), answer.getString("scheduler"), answer.getI64("members"),
+                answer.getI64("unassigned"), answer.getI64("unassigned_bytes"), answer.getI64("assigned"), answer.getI64("completed"),
                 answer.getI64("completed_twice"), answer.getI64("reassigned"), answer.getI64("dead_letters"),
                 List.copyOf(workers));
     }

@@ -212,4 +212,8 @@ abstract class Action implements Callable<Integer> {
             throw usage(option + " takes a number of at least " + Texts.number(least) + ", not " + Texts.number(value));
         }
     }
+
+    void checkAtMost(String option, double value, double most) {
+        if (value > most) throw usage(option + " takes a number up to " + Texts.number(most) + ", not " + Texts.number(value));
+    }
 }

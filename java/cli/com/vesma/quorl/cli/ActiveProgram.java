@@ -3,10 +3,8 @@ package com.vesma.quorl.cli;
 import java.io.IOException;
 import java.io.PrintWriter;
 import java.lang.ProcessBuilder.Redirect;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.time.Duration;
-import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.TimeUnit;
 
@@ -17,9 +15,6 @@ import java.util.concurrent.TimeUnit;
  * reads from this process finds the end of its input then, and kills the whole group.
  */
 final class ActiveProgram {
-    private static final Path SETSID = Path.of("/usr/bin/setsid");
-    private static final Path SETPRIV = Path.of("/usr/bin/setpriv");
-
     private final List<String> command;
     private final String group;
     private final Duration grace;
@@ -29,7 +24,7 @@ final class ActiveProgram {
     /** Null when none runs that this has not ended. */
     private Process process;
 
-    /** The shell that waits for this process's end; null when there is none. */
+    /** The shell that waits for this process's end; null when there is none: then the system ends the program alone. */
     private Process guard;
 
     /** ended: run when the program has ended, on any thread. */
@@ -43,12 +38,8 @@ final class ActiveProgram {
 
     /** Starts it. The calling thread must live for as long as the program is to. */
     void start(long token) {
-        List<String> words = new ArrayList<>();
-        // A terminal's Ctrl-C is for this process, which then ends the program.
-        if (Files.isExecutable(SETSID)) words.add(SETSID.toString());
-        if (Files.isExecutable(SETPRIV)) words.addAll(List.of(SETPRIV.toString(), "--pdeathsig", "KILL", "--"));
-        words.addAll(command);
-        ProcessBuilder builder = new ProcessBuilder(words).redirectInput(Redirect.from(Path.of("/dev/null").toFile()))
+        ProcessBuilder builder = new ProcessBuilder(ProcessGroup.running(command))
+                .redirectInput(Redirect.from(Path.of("/dev/null").toFile()))
                 .redirectOutput(Redirect.INHERIT).redirectError(Redirect.INHERIT);
         builder.environment().put("QUORL_FT_TOKEN", Long.toUnsignedString(token));
         builder.environment().put("QUORL_FT_GROUP", group);
@@ -57,19 +48,8 @@ final class ActiveProgram {
         } catch (IOException e) {
             throw new Failure("cannot run " + Texts.quoted(command.get(0)) + ": " + e.getMessage());
         }
-        guard = guard();
+        guard = ProcessGroup.shell("read -r end; kill -s KILL -- \"-$0\"", Long.toString(process.pid()));
         process.onExit().thenRun(ended);
-    }
-
-    /** Null when there is none: then the system ends the program alone, and not what it has started. */
-    private Process guard() {
-        if (!Files.isExecutable(SETSID)) return null;
-        try {
-            return new ProcessBuilder(SETSID.toString(), "/bin/sh", "-c", "read -r end; kill -s KILL -- \"-$0\"", Long.toString(process.pid()))
-                    .redirectOutput(Redirect.DISCARD).redirectError(Redirect.DISCARD).start();
-        } catch (IOException e) {
-            return null;
-        }
     }
 
     boolean endedByItself() {
@@ -86,7 +66,7 @@ final class ActiveProgram {
         if (process == null) return;
         boolean interrupted = false;
         long deadline = System.nanoTime() + grace.toNanos();
-        signal("TERM");
+        ProcessGroup.signal(process, "TERM");
         boolean killed = false;
         while (process.isAlive()) {
             long left = deadline - System.nanoTime();
@@ -100,55 +80,20 @@ final class ActiveProgram {
                                 + " s of SIGTERM, and is killed");
                         err.flush();
                     }
-                    signal("KILL");
+                    ProcessGroup.signal(process, "KILL");
                 }
             } catch (InterruptedException e) {
                 interrupted = true;
             }
         }
         // What it has started and left.
-        signal("KILL");
+        ProcessGroup.signal(process, "KILL");
         if (guard != null) {
             guard.destroyForcibly();
-            exited(guard);
+            ProcessGroup.exited(guard);
         }
         guard = null;
         process = null;
         if (interrupted) Thread.currentThread().interrupt();
-    }
-
-    /** To the whole process group. Java signals single processes alone. */
-    private void signal(String name) {
-        boolean done = false;
-        if (Files.isExecutable(SETSID)) {
-            try {
-                Process kill = new ProcessBuilder("/bin/sh", "-c", "kill -s \"$0\" -- \"-$1\"", name, Long.toString(process.pid()))
-                        .redirectErrorStream(true).redirectOutput(Redirect.DISCARD).start();
-                done = exited(kill) == 0;
-            } catch (IOException e) {
-                done = false;
-            }
-        }
-        if (done || !process.isAlive()) return;
-        if (name.equals("KILL")) {
-            process.destroyForcibly();
-        } else {
-            process.destroy();
-        }
-    }
-
-    private static int exited(Process brief) {
-        boolean interrupted = false;
-        try {
-            for (;;) {
-                try {
-                    return brief.waitFor();
-                } catch (InterruptedException e) {
-                    interrupted = true;
-                }
-            }
-        } finally {
-            if (interrupted) Thread.currentThread().interrupt();
-        }
     }
 }

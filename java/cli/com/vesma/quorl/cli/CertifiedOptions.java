@@ -21,10 +21,16 @@ final class CertifiedOptions {
     String durability;
 
     void check(Action action) {
+        if (name != null) checkName(action, "--name", name);
         if (ledger != null && name == null) throw action.usage("--ledger needs a --name, whose ledger it is");
         if (durability == null) return;
         if (ledger == null) throw action.usage("--durability is about the --ledger; there is none");
         if (level() == null) throw action.usage("--durability takes process or power, not " + Texts.quoted(durability));
+    }
+
+    static void checkName(Action action, String option, String name) {
+        String why = Subjects.whyNotCertifiedName(name);
+        if (why != null) throw action.usage(option + " " + Texts.quoted(name) + ": " + why);
     }
 
     private QuorlDurability level() {

@@ -89,6 +89,7 @@ final class CmSendCommand extends Action {
         }
         if (subject != null) checkSendable(subject);
         certified.check(this);
+        for (String listener : listeners) CertifiedOptions.checkName(this, "--listener", listener);
         checkAtLeast("--timeout", timeout, 0);
         if (expire != null) checkAtLeast("--expire", expire, 0.001);
         Object main = parent instanceof CmCommand cm ? cm.parent : null;

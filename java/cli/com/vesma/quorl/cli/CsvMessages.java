@@ -82,7 +82,7 @@ final class CsvMessages implements MessageSource {
             try {
                 boolean reply = cell.text().equals(REPLY);
                 Column column = reply || cell.text().equals(SUBJECT) ? new Column(null, reply)
-                        : new Column(FieldHead.parse(cell.text()), false);
+                        : new Column(FieldHead.ofColumn(cell.text()), false);
                 if (column.head == null && named.contains(column)) {
                     throw new IllegalArgumentException("a second column " + Texts.quoted(cell.text()));
                 }

@@ -3,7 +3,7 @@ package com.vesma.quorl.cli;
 import com.vesma.quorl.QuorlCmQueueTransport;
 import com.vesma.quorl.QuorlCmQueueTransport.Status;
 import com.vesma.quorl.QuorlCmQueueTransport.Worker;
-import java.time.Duration;
+import java.util.List;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.Parameters;
@@ -11,7 +11,8 @@ import picocli.CommandLine.Parameters;
 /** quorl dq status: prints how a distributed queue is. */
 @Command(name = "status", description = "Prints how a distributed queue is, as its scheduler says: what waits, and who works.",
         footer = {"", "Examples:", "  quorl dq status crew --daemon nats://127.0.0.1:4222",
-                "  quorl dq status crew --json --daemon nats://127.0.0.1:4222"})
+                "  quorl dq status crew --json --daemon nats://127.0.0.1:4222",
+                "  quorl dq status crew --watch 1 --daemon nats://127.0.0.1:4222"})
 final class DqStatusCommand extends Action {
     @Parameters(index = "0", paramLabel = "QUEUE", description = "the queue's name")
     String queue;
@@ -23,11 +24,19 @@ final class DqStatusCommand extends Action {
     @Option(names = "--json", description = "print a JSON object in one line")
     boolean json;
 
+    @Option(names = "--watch", paramLabel = "SECONDS", description = "print it again and again; on a terminal it stays in place")
+    Double watch;
+
+    @Option(names = {"-n", "--count"}, paramLabel = "N", description = "end --watch after N times")
+    Long count;
+
     @Override
     void check() {
-        String why = Subjects.whyNotSendable(queue);
-        if (why != null) throw usage("queue \"" + queue + "\": " + why);
+        DqWorkCommand.checkQueue(this, queue);
         checkAtLeast("--timeout", timeout, 0.001);
+        if (watch != null) checkAtLeast("--watch", watch, 0.01);
+        if (count != null) checkAtLeast("--count", count, 1);
+        if (count != null && watch == null) throw usage("--count says how often to --watch");
     }
 
     @Override
@@ -37,20 +46,52 @@ final class DqStatusCommand extends Action {
 
     @Override
     void begin(Session session) throws InterruptedException {
-        Status status = QuorlCmQueueTransport.status(session.transport(transport), queue, Duration.ofNanos((long) (timeout * 1e9)));
-        if (status == null) throw new Failure("status " + queue + ": no scheduler answers within " + Texts.number(timeout) + " s");
-        session.print(json ? json(status) : text(status));
+        if (watch == null) {
+            Status status = ask(session);
+            if (status == null) throw new Failure(unanswered() + "; 'quorl dq work' joins it");
+            session.print(json ? json(status) : text(status));
+            return;
+        }
+        try (Screen screen = Screen.isTerminal() && !json ? new Screen(out()) : null) {
+            long next = System.nanoTime();
+            for (long n = 0; count == null || n < count; n++) {
+                long left = next - System.nanoTime();
+                if (left > 0) Thread.sleep(left / 1_000_000, (int) (left % 1_000_000));
+                next += (long) (watch * 1e9);
+                show(session, screen, ask(session));
+            }
+        }
+    }
+
+    private Status ask(Session session) throws InterruptedException {
+        return QuorlCmQueueTransport.status(session.transport(transport), queue, FtJoinCommand.duration(timeout));
+    }
+
+    private String unanswered() {
+        return "status " + queue + ": no scheduler answers within " + Texts.number(timeout) + " s";
+    }
+
+    /** Who watches waits for a scheduler that is to come. */
+    private void show(Session session, Screen screen, Status status) {
+        if (status == null && screen == null) {
+            tell(unanswered());
+        } else if (screen != null) {
+            screen.draw(List.of((status == null ? unanswered() : text(status)).split("\n")));
+        } else {
+            session.print(json ? json(status) : text(status));
+        }
     }
 
     static String text(Status status) {
         StringBuilder text = new StringBuilder(status.queue()).append(": ").append(status.members())
                 .append(status.members() == 1 ? " member; " : " members; ").append(status.unassigned()).append(" waiting, ")
                 .append(status.assigned()).append(" assigned, ").append(status.completed()).append(" completed, ")
-                .append(status.reassigned()).append(" reassigned, ").append(status.deadLetters()).append(" dead letters");
+                .append(status.reassigned()).append(" reassigned, ").append(status.deadLetters())
+                .append(status.deadLetters() == 1 ? " dead letter" : " dead letters");
         for (Worker worker : status.workers()) {
             text.append("\n  ").append(worker.label()).append(": weight ").append(worker.weight()).append(", holds ")
                     .append(worker.held()).append(" of ").append(worker.tasks()).append(", was given ").append(worker.handedOut())
-                    .append(worker.leaving() ? ", leaves" : "");
+                    .append(worker.leaving() ? ", leaves" : "").append(worker.member().equals(status.scheduler()) ? ", the scheduler" : "");
         }
         return text.toString();
     }
@@ -58,6 +99,7 @@ final class DqStatusCommand extends Action {
     static String json(Status status) {
         StringBuilder out = new StringBuilder("{\"queue\":");
         Json.string(out, status.queue());
+        Json.string(out.append(",\"scheduler\":"), status.scheduler());
         out.append(",\"members\":").append(status.members()).append(",\"unassigned\":").append(status.unassigned())
                 .append(",\"unassigned_bytes\":").append(status.unassignedBytes()).append(",\"assigned\":").append(status.assigned())
                 .append(",\"completed\":").append(status.completed()).append(",\"completed_twice\":").append(status.completedTwice())

@@ -1,6 +1,7 @@
 package com.vesma.quorl.cli;
 
 import com.vesma.quorl.QuorlCmListener;
+import com.vesma.quorl.QuorlCmMsg;
 import com.vesma.quorl.QuorlCmQueueTransport;
 import com.vesma.quorl.QuorlDispatcher;
 import com.vesma.quorl.QuorlException;
@@ -10,14 +11,15 @@ import java.time.Duration;
 import java.util.ArrayList;
 import java.util.List;
 import picocli.CommandLine.Command;
-import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.Parameters;
 
 /** quorl dq work: runs a program for each task of a distributed queue. */
 @Command(name = "work", description = {"Joins a distributed queue and runs a program for each task that it is given.",
         "The program gets the message as a line of JSON on its standard input, and in the environment TASK_SUBJECT, TASK_REPLY and "
-                + "TASK_FIELD_name for each field with one value. Exit code 0 completes the task; with any other it goes to another worker."},
+                + "TASK_FIELD_name for each field with one value. Exit code 0 completes the task; with any other it goes to another worker.",
+        "On Ctrl-C, or a signal that ends the command, it takes no further tasks; programs that run get SIGTERM after --grace seconds, and "
+                + "what they have not done goes to other workers."},
         footer = {"", "Examples:", "  quorl dq work crew 'orders.*' ./book --tasks 4 --daemon nats://127.0.0.1:4222",
                 "  quorl dq work crew 'orders.*' --complete-time 60 --daemon nats://127.0.0.1:4222 -- sh -c 'echo $TASK_FIELD_number'"})
 final class DqWorkCommand extends Action {
@@ -33,10 +35,10 @@ final class DqWorkCommand extends Action {
     List<String> program;
 
     @Option(names = "--tasks", paramLabel = "N", defaultValue = "1",
-            description = "tasks at once, each a program that runs (${DEFAULT-VALUE})")
+            description = "tasks at once, each a program that runs, from 1 to 1000 (${DEFAULT-VALUE})")
     int tasks;
 
-    @Option(names = "--weight", paramLabel = "N", defaultValue = "1", description = "this worker's share of the tasks (${DEFAULT-VALUE})")
+    @Option(names = "--weight", paramLabel = "N", defaultValue = "1", description = "this worker's share of the tasks, from 1 to 1000000 (${DEFAULT-VALUE})")
     int weight;
 
     @Option(names = "--scheduler-weight", paramLabel = "N", defaultValue = "1",
@@ -55,6 +57,14 @@ final class DqWorkCommand extends Action {
             description = "within which a task is to be done before another worker gets it; without it, no limit")
     Double completeTime;
 
+    @Option(names = "--pause", paramLabel = "SECONDS", defaultValue = "1",
+            description = "wait so long before a task whose program has failed is given back and the next one begins (${DEFAULT-VALUE})")
+    double pause;
+
+    @Option(names = "--grace", paramLabel = "SECONDS", defaultValue = "10",
+            description = "how long programs may go on when the command ends, before SIGTERM, and SIGKILL 2 s later (${DEFAULT-VALUE})")
+    double grace;
+
     @Option(names = {"-n", "--count"}, paramLabel = "N", description = "end after N tasks were done")
     Long count;
 
@@ -65,27 +75,54 @@ final class DqWorkCommand extends Action {
     @Option(names = "--quiet", description = "do not print what the programs print")
     boolean quiet;
 
+    /** Each has a thread. */
+    private static final int MOST_TASKS = 1000;
+
+    /** 30 days, the most that the library takes. */
+    private static final double MOST_SECONDS = 2_592_000;
+
     private TaskProgram runs;
     private Session session;
 
-    /** Guarded by this, as the next. */
+    /** Guarded by this, as all below. */
     private long done;
     private long failed;
+    private long unfinished;
     private Failure failure;
+    private boolean leaving;
+
+    /** Handlers that run. */
+    private int busy;
+    private boolean interrupted;
 
     @Override
     void check() {
+        checkQueue(this, queue);
         checkListenable(subject, null);
         checkAtLeast("--tasks", tasks, 1);
+        checkAtMost("--tasks", tasks, MOST_TASKS);
         checkAtLeast("--weight", weight, 1);
+        checkAtMost("--weight", weight, 1_000_000);
         checkAtLeast("--scheduler-weight", schedulerWeight, 1);
-        if (schedulerWeight > 0xffff) throw usage("--scheduler-weight takes a number up to 65535, not " + schedulerWeight);
+        checkAtMost("--scheduler-weight", schedulerWeight, 0xffff);
         checkAtLeast("--heartbeat", heartbeat, 0.001);
         if (!(activation > heartbeat)) throw usage("--activation is longer than --heartbeat");
-        if (completeTime != null) checkAtLeast("--complete-time", completeTime, 0);
+        checkAtMost("--activation", activation, MOST_SECONDS);
+        if (completeTime != null && completeTime != 0) {
+            checkAtLeast("--complete-time", completeTime, 0.001);
+            checkAtMost("--complete-time", completeTime, MOST_SECONDS);
+        }
+        checkAtLeast("--pause", pause, 0);
+        checkAtLeast("--grace", grace, 0);
         if (count != null) checkAtLeast("--count", count, 1);
         if (timeout != null) checkAtLeast("--timeout", timeout, 0);
         runs = new TaskProgram(program);
+    }
+
+    /** The name of a queue is a certified name. */
+    static void checkQueue(Action command, String queue) {
+        String why = Subjects.whyNotCertifiedName(queue);
+        if (why != null) throw command.usage("queue " + Texts.quoted(queue) + ": " + why);
     }
 
     @Override
@@ -93,8 +130,14 @@ final class DqWorkCommand extends Action {
         return "no task of another process can arrive here.";
     }
 
+    /** As long as there can be, for what takes the place of a number that no Duration holds. */
     private static Duration duration(double seconds) {
-        return Duration.ofNanos((long) (seconds * 1e9));
+        return FtJoinCommand.duration(seconds);
+    }
+
+    @Override
+    double patience() {
+        return grace + TaskProgram.LAST_SECONDS;
     }
 
     @Override
@@ -105,24 +148,72 @@ final class DqWorkCommand extends Action {
         try {
             member = QuorlCmQueueTransport.builder(session.transport(transport)).name(queue).weight(weight).tasks(tasks)
                     .schedulerWeight(schedulerWeight).schedulerIntervals(duration(heartbeat), duration(activation)).open();
+            if (completeTime != null) member.setCompleteTime(duration(completeTime));
         } catch (QuorlException e) {
             throw new Failure("queue " + queue + ": " + e.getMessage());
         }
-        if (completeTime != null) member.setCompleteTime(duration(completeTime));
         QuorlQueue waiting = new QuorlQueue("quorl tasks");
+        QuorlCmListener listener = new QuorlCmListener(waiting, member, subject, QuorlCmListener.Confirmation.EXPLICIT, this::work);
         List<QuorlDispatcher> workers = new ArrayList<>();
         for (int i = 0; i < tasks; i++) workers.add(new QuorlDispatcher(waiting, "quorl-task-" + (i + 1)));
-        // What programs work on is finished first.
         session.atEnd(() -> {
-            member.close();
+            leave(member, listener);
             workers.forEach(QuorlDispatcher::close);
             waiting.close();
         });
-        new QuorlCmListener(waiting, member, subject, QuorlCmListener.Confirmation.EXPLICIT, this::work);
+    }
+
+    /** Takes no further tasks, waits for the programs, and gives back what they have not done. */
+    private void leave(QuorlCmQueueTransport member, QuorlCmListener listener) {
+        synchronized (this) {
+            leaving = true;
+            notifyAll();
+        }
+        member.setWorkerTasks(0);
+        int programs = runs.running();
+        if (interrupted && programs > 0) {
+            tell("leaving " + queue + (programs == 1 ? "; a program runs, and gets" : "; " + programs + " programs run, and get")
+                    + " SIGTERM after " + Texts.number(grace) + " s");
+        }
+        runs.end(grace);
+        awaitHandlers();
+        // What is not done goes to others, and does not count as a failure.
+        listener.close();
+        member.close();
+        synchronized (this) {
+            if (interrupted) tell("interrupted; " + told());
+        }
+    }
+
+    /** Their programs have ended, and they say what has become of the tasks. */
+    private synchronized void awaitHandlers() {
+        boolean wasInterrupted = false;
+        while (busy > 0) {
+            try {
+                wait();
+            } catch (InterruptedException e) {
+                wasInterrupted = true;
+            }
+        }
+        if (wasInterrupted) Thread.currentThread().interrupt();
     }
 
     private void work(QuorlCmListener listener, QuorlMsg task) throws InterruptedException {
-        String about = task.getSendSubject();
+        synchronized (this) {
+            if (leaving) return;
+            busy++;
+        }
+        try {
+            runProgram(listener, task);
+        } finally {
+            synchronized (this) {
+                busy--;
+                notifyAll();
+            }
+        }
+    }
+
+    private void runProgram(QuorlCmListener listener, QuorlMsg task) throws InterruptedException {
         int code;
         try {
             code = runs.run(task, line -> {
@@ -138,12 +229,27 @@ final class DqWorkCommand extends Action {
             ended(true);
             return;
         }
-        listener.giveBack(task);
+        if (runs.isEnding()) {
+            synchronized (this) {
+                unfinished++;
+            }
+            return;
+        }
+        long number = QuorlCmMsg.getSequence(task);
+        tell("task " + (number == 0 ? "" : number + " ") + "on " + task.getSendSubject() + ": " + Texts.quoted(program.get(0)) + " ended with "
+                + code + "; the task is given back");
         ended(false);
-        synchronized (err()) {
-            err().println("quorl: task " + about + ": " + Texts.quoted(program.get(0)) + " ended with " + code
-                    + "; the task goes to another worker");
-            err().flush();
+        pause();
+        listener.giveBack(task);
+    }
+
+    /** What fails at once would use up all the attempts of all tasks in no time. */
+    private synchronized void pause() throws InterruptedException {
+        long end = System.nanoTime() + duration(pause).toNanos();
+        while (!leaving) {
+            long left = end - System.nanoTime();
+            if (left <= 0) return;
+            wait(left / 1_000_000 + 1);
         }
     }
 
@@ -168,10 +274,15 @@ final class DqWorkCommand extends Action {
         Double limit = timeout == null && !alone ? Double.valueOf(Session.PATIENCE) : timeout;
         long end = System.nanoTime() + (long) ((limit == null ? 0 : limit) * 1e9);
         synchronized (this) {
-            while (failure == null && (count == null || done < count)) {
-                long left = (end - System.nanoTime()) / 1_000_000 + 1;
-                if (limit != null && left <= 0) break;
-                wait(limit == null ? 0 : left);
+            try {
+                while (failure == null && (count == null || done < count)) {
+                    long left = (end - System.nanoTime()) / 1_000_000 + 1;
+                    if (limit != null && left <= 0) break;
+                    wait(limit == null ? 0 : left);
+                }
+            } catch (InterruptedException e) {
+                interrupted = alone;
+                throw e;
             }
             if (failure != null) throw failure;
             if (count != null && done < count) {
@@ -180,8 +291,8 @@ final class DqWorkCommand extends Action {
         }
     }
 
-    @Override
-    synchronized String progress() {
-        return Texts.were(done, "task") + " done" + (failed == 0 ? "" : ", " + failed + " given back");
+    private String told() {
+        return Texts.were(done, "task") + " done" + (failed == 0 ? "" : ", " + failed + " given back")
+                + (unfinished == 0 ? "" : ", " + unfinished + " not finished");
     }
 }

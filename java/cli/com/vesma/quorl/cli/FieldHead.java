@@ -11,15 +11,25 @@ record FieldHead(String name, FieldType type, int id) {
     private static final int MAX_NAME_BYTES = 127;
     private static final int MAX_ID = 65535;
 
-    /** Reads one; the name ends at the last ":". IllegalArgumentException says what is wrong. */
+    /** Reads one in front of a value. */
     static FieldHead parse(String text) {
+        return parse(text, "name:type=value");
+    }
+
+    /** Reads one at the head of a column. */
+    static FieldHead ofColumn(String text) {
+        return parse(text, text + ":type");
+    }
+
+    /** Reads one; the name ends at the last ":". IllegalArgumentException says what is wrong. */
+    private static FieldHead parse(String text, String form) {
         int colon = text.lastIndexOf(':');
         String typed = text.substring(colon + 1);
         int hash = typed.indexOf('#');
         FieldType type = FieldType.named(hash < 0 ? typed : typed.substring(0, hash));
         if (colon < 0 && (hash < 0 || type == null)) {
             throw new IllegalArgumentException("field " + Texts.quoted(text)
-                    + " has no type; write name:type=value, with a type of " + FieldType.all());
+                    + " has no type; write " + form + ", with a type of " + FieldType.all());
         }
         String name = colon < 0 ? null : text.substring(0, colon);
         String about = "field " + Texts.quoted(name == null ? text : name);

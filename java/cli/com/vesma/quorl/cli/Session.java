@@ -186,7 +186,8 @@ final class Session implements AutoCloseable {
         }
         String server = subject.endsWith(".daemon.back") ? serverOf(advisory) : "";
         String text = CertifiedAdvisoryText.isAbout(subject) ? CertifiedAdvisoryText.of(advisory)
-                : FtAdvisoryText.isAbout(subject) ? FtAdvisoryText.of(advisory) : AdvisoryText.of(advisory, server);
+                : FtAdvisoryText.isAbout(subject) ? FtAdvisoryText.of(advisory)
+                : DqueueAdvisoryText.isAbout(subject) ? DqueueAdvisoryText.of(advisory) : AdvisoryText.of(advisory, server);
         if (text == null) return;
         synchronized (err) {
             err.println("quorl: " + text);

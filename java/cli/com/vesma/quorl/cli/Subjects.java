@@ -7,6 +7,9 @@ final class Subjects {
     /** Bytes of UTF-8 that a subject may have. */
     static final int MAX_BYTES = 254;
 
+    /** The same of a certified name, which is the name of a queue too. */
+    static final int MAX_CERTIFIED_NAME_BYTES = 200;
+
     /** Characters of a name to share under. */
     private static final int MAX_SHARE_NAME = 63;
 
@@ -43,6 +46,20 @@ final class Subjects {
             if (c <= ' ' || c >= 0x7f || ".*>".indexOf(c) >= 0) {
                 return "a name has printable ASCII characters only, without blanks, \".\", \"*\" and \">\"";
             }
+        }
+        return null;
+    }
+
+    /** What keeps a text from being a certified name, or null. */
+    static String whyNotCertifiedName(String name) {
+        String malformed = malformed(name);
+        if (malformed != null) return malformed;
+        if (name.getBytes(StandardCharsets.UTF_8).length > MAX_CERTIFIED_NAME_BYTES) {
+            return "it has more than " + MAX_CERTIFIED_NAME_BYTES + " bytes";
+        }
+        if (name.startsWith("_")) return "it begins with \"_\", as the system's names do";
+        for (String element : name.split("\\.", -1)) {
+            if (element.equals("*") || element.equals(">")) return "it has the wildcard \"" + element + "\"";
         }
         return null;
     }

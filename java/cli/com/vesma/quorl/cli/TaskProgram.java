@@ -9,9 +9,12 @@ import java.io.OutputStream;
 import java.net.InetAddress;
 import java.nio.charset.StandardCharsets;
 import java.time.Instant;
+import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.function.Consumer;
+import java.util.stream.Collectors;
 
 /**
  * A program that does a task: it gets the message's fields as environment variables and the whole message as JSON on its standard
@@ -24,10 +27,96 @@ final class TaskProgram {
     /** Characters of a value; longer ones are in the JSON alone, since the system limits what a program can be started with. */
     static final int LONGEST = 32_000;
 
+    /** Seconds between SIGTERM and SIGKILL. */
+    static final double LAST_SECONDS = 2;
+
+    /** Kills the groups of the last line that it was told when this process is gone, with all that programs have started. */
+    private static final String GUARD = "while read -r line; do groups=$line; done; for group in $groups; do kill -s KILL -- \"-$group\"; done";
+
     private final List<String> command;
+
+    /** Those that run. Guarded by this, as all below. */
+    private final Set<Process> running = new LinkedHashSet<>();
+
+    /** Null before the first program, and where there is none. */
+    private Process guard;
+
+    /** Whether those that run were told to end. */
+    private boolean ending;
 
     TaskProgram(List<String> command) {
         this.command = List.copyOf(command);
+    }
+
+    private synchronized void begun(Process process) {
+        running.add(process);
+        if (guard == null) guard = ProcessGroup.shell(GUARD);
+        tellGuard();
+        // One that began behind the signals.
+        if (ending) ProcessGroup.signal(process, "KILL");
+    }
+
+    private synchronized void gone(Process process) {
+        running.remove(process);
+        tellGuard();
+        notifyAll();
+    }
+
+    private void tellGuard() {
+        if (guard == null) return;
+        String groups = running.stream().map(process -> Long.toString(process.pid())).collect(Collectors.joining(" ")) + "\n";
+        try {
+            OutputStream input = guard.getOutputStream();
+            input.write(groups.getBytes(StandardCharsets.US_ASCII));
+            input.flush();
+        } catch (IOException e) {
+            // Somebody has killed it; the system still ends the programs, without what they have started.
+        }
+    }
+
+    /** How many run. */
+    synchronized int running() {
+        return running.size();
+    }
+
+    /** Whether those that ran to the last were ended from here. */
+    synchronized boolean isEnding() {
+        return ending;
+    }
+
+    /** Waits for those that run; those that do so for longer than the grace are ended. Returns when none runs, whatever interrupts. */
+    synchronized void end(double grace) {
+        boolean interrupted = await(grace);
+        ending = true;
+        if (!running.isEmpty()) {
+            running.forEach(process -> ProcessGroup.signal(process, "TERM"));
+            interrupted |= await(LAST_SECONDS);
+            running.forEach(process -> ProcessGroup.signal(process, "KILL"));
+            interrupted |= await(Double.POSITIVE_INFINITY);
+        }
+        if (guard != null) {
+            guard.destroyForcibly();
+            ProcessGroup.exited(guard);
+            guard = null;
+        }
+        if (interrupted) Thread.currentThread().interrupt();
+    }
+
+    /** Until none runs, or so many seconds have passed; whether this thread was interrupted meanwhile. */
+    private boolean await(double seconds) {
+        boolean interrupted = false;
+        long limit = (long) Math.min(seconds * 1e9, Long.MAX_VALUE / 2);
+        long begin = System.nanoTime();
+        while (!running.isEmpty()) {
+            long left = limit - (System.nanoTime() - begin);
+            if (left <= 0) break;
+            try {
+                wait(left / 1_000_000 + 1);
+            } catch (InterruptedException e) {
+                interrupted = true;
+            }
+        }
+        return interrupted;
     }
 
     /**
@@ -37,7 +126,7 @@ final class TaskProgram {
      * @return the program's exit code
      */
     int run(QuorlMsg task, Consumer<String> lines) throws InterruptedException {
-        ProcessBuilder builder = new ProcessBuilder(command).redirectError(ProcessBuilder.Redirect.INHERIT);
+        ProcessBuilder builder = new ProcessBuilder(ProcessGroup.running(command)).redirectError(ProcessBuilder.Redirect.INHERIT);
         variables(task, builder.environment());
         Process process;
         try {
@@ -45,6 +134,7 @@ final class TaskProgram {
         } catch (IOException e) {
             throw new Failure("cannot start " + Texts.quoted(command.get(0)) + ": " + e.getMessage());
         }
+        begun(process);
         try {
             write(process, Messages.line(task, true) + "\n");
             try (BufferedReader reader = new BufferedReader(new InputStreamReader(process.getInputStream(), StandardCharsets.UTF_8))) {
@@ -55,6 +145,7 @@ final class TaskProgram {
             return process.waitFor();
         } finally {
             process.destroyForcibly();
+            gone(process);
         }
     }
 

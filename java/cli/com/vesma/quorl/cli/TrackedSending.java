@@ -1,15 +1,22 @@
 package com.vesma.quorl.cli;
 
+import com.vesma.quorl.QuorlCmDelivery;
 import com.vesma.quorl.QuorlCmDeliveryException;
+import com.vesma.quorl.QuorlCmMsg;
 import com.vesma.quorl.QuorlCmTransport;
 import com.vesma.quorl.QuorlMsg;
+import java.util.HashMap;
+import java.util.Map;
+import java.util.concurrent.CompletableFuture;
 import java.util.function.LongConsumer;
 
 /** Sends messages by certified delivery, and counts what becomes of them. */
 final class TrackedSending {
     private final QuorlCmTransport through;
 
-    /** Guarded by this, as all below. */
+    /** The first number on each subject. Guarded by this, as all below. */
+    private final Map<String, Long> firsts = new HashMap<>();
+    private String sender;
     private long confirmed;
     private long failed;
     private String firstFailure;
@@ -19,13 +26,24 @@ final class TrackedSending {
     }
 
     void send(QuorlMsg message) {
-        through.sendTracked(message).whenComplete((delivery, failure) -> {
+        CompletableFuture<QuorlCmDelivery> told = through.sendTracked(message);
+        synchronized (this) {
+            sender = QuorlCmMsg.getSender(message);
+            firsts.putIfAbsent(message.getSendSubject(), QuorlCmMsg.getSequence(message));
+        }
+        told.whenComplete((delivery, failure) -> {
             if (delivery != null) {
                 ended(null);
             } else if (failure instanceof QuorlCmDeliveryException undelivered) {
                 ended(undelivered);
             }
         });
+    }
+
+    /** Whether one of those that were sent here is meant. */
+    synchronized boolean isOurs(String who, String subject, long number) {
+        Long first = firsts.get(subject);
+        return who.equals(sender) && first != null && Long.compareUnsigned(number, first) >= 0;
     }
 
     private synchronized void ended(QuorlCmDeliveryException failure) {

@@ -78,6 +78,42 @@ class AdvisoryTextTest {
         saysOfCertified("a message of a newer version has come on a; it was left out", "newer_peer", range);
     }
 
+    private static void saysOfQueue(String text, String kind, Consumer<QuorlMsg> fields) {
+        try (QuorlMsg advisory = new QuorlMsg("_QUORL.WARN.dqueue." + kind).addU32("transport", 7).addString("queue", "crew")) {
+            fields.accept(advisory);
+            assertTrue(DqueueAdvisoryText.isAbout(advisory.getSendSubject()));
+            assertEquals(text, DqueueAdvisoryText.of(advisory));
+        }
+    }
+
+    @Test
+    void advisoriesAboutDistributedQueues() {
+        assertFalse(DqueueAdvisoryText.isAbout("_QUORL.WARN.ft.lost"));
+        Consumer<QuorlMsg> worker = m -> m.addString("member", "557ecf08c932a5b0").addString("label", "db1/4711");
+        Consumer<QuorlMsg> task = worker.andThen(m -> m.addString("sender", "boss").addString("subject", "orders.new").addU64("number", 3)
+                .addU64("reassigned", 11).addString("reason", "why"));
+        saysOfQueue("db1/4711 is the scheduler of crew", "scheduler_changed", worker);
+        saysOfQueue("another member is the scheduler of crew", "scheduler_changed", m -> m.addString("member", "557ecf08c932a5b0"));
+        saysOfQueue("crew has no scheduler that this member hears", "scheduler_changed", m -> {});
+        saysOfQueue("db1/4711 in crew works, on 4 tasks at once", "worker_joined", worker.andThen(m -> m.addU64("tasks", 4)));
+        saysOfQueue("db1/4711 in crew is silent; 1 task of it goes to others", "worker_lost", worker.andThen(m -> m.addU64("held", 1)));
+        saysOfQueue("db1/4711 in crew is silent", "worker_lost", worker.andThen(m -> m.addU64("held", 0)));
+        saysOfQueue("db1/4711 in crew has left", "worker_left", worker);
+        saysOfQueue("task 3 of boss on orders.new was taken from db1/4711 in crew (why), for the 11th time", "task_reassigned", task);
+        saysOfQueue("task 9 on a was taken from db1/4711 in crew, for the 2nd time", "task_reassigned",
+                worker.andThen(m -> m.addString("subject", "a").addU64("number", 9).addU64("reassigned", 2)));
+        saysOfQueue("crew is at its limit with 10 tasks of 640 bytes waiting; more stay with their senders", "backlog_full",
+                m -> m.addU64("messages", 10).addU64("bytes", 640));
+        saysOfQueue("crew is down to 1 task of 64 bytes waiting", "backlog_cleared", m -> m.addU64("messages", 1).addU64("bytes", 64));
+        saysOfQueue("task 3 of boss on orders.new was taken away 11 times and is given up; it went to _QUORL.DEADLETTER.crew",
+                "dead_letter", task);
+        saysOfQueue("db1/4711 in crew has done task 3 of boss on orders.new, which another had done", "completed_twice", task);
+        saysOfQueue("db1/4711 in crew has other settings than this member (why)", "disagreement", task);
+        saysOfQueue("crew has 256 members, and room for no more", "crowded", m -> m.addU64("members", 256));
+        saysOfQueue("db1/4711 in crew is of a newer version, and is not understood", "newer_member", worker);
+        saysOfQueue("_QUORL.WARN.dqueue.moon {transport=7, queue=\"crew\"}", "moon", m -> {});
+    }
+
     @Test
     void advisoriesAboutTheRest() {
         says("queue \"orders\" is at its limit of 8 events and drops some", "_QUORL.WARN.queue.limit_begin",

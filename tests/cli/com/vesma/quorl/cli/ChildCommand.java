@@ -80,6 +80,11 @@ final class ChildCommand implements AutoCloseable {
         assertTrue(kill.waitFor(LIMIT, TimeUnit.SECONDS) && kill.exitValue() == 0);
     }
 
+    /** Returns when a process that was started there is gone. */
+    static void awaitGone(String pid) {
+        ProcessHandle.of(Long.parseLong(pid)).ifPresent(each -> each.onExit().orTimeout(LIMIT, TimeUnit.SECONDS).join());
+    }
+
     /** A process that listens, and then answers one request on a subject of its own: so it is known to listen. */
     static ChildCommand listening(Path folder, String address, String ready, String line, String... options) throws Exception {
         List<String> arguments = new ArrayList<>(List.of("run", "--daemon", address, "-e", line, "-e",

@@ -72,7 +72,7 @@ class CsvTest {
     void aTableWithAMistakeIsNotBegun() throws IOException {
         String[][] tables = {{"n:i32\n1\nx\n", " line 3 column 1: field \"n\": type i32 takes"},
                 {"n:i32\n1,2\n", " line 2 column 3: 2 cells, and 1 columns"},
-                {"a:i32,n\n1,2\n", " line 1 column 7: field \"n\" has no type"},
+                {"a:i32,n\n1,2\n", " line 1 column 7: field \"n\" has no type; write n:type, with"},
                 {"n:int\n1\n", " line 1 column 1: field \"n\": unknown type \"int\""},
                 {"n:i32#x\n1\n", " line 1 column 1: field \"n\": an id is"},
                 {"", " line 1 column 1: there is no record"},

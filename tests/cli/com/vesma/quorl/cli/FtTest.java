@@ -35,10 +35,6 @@ class FtTest {
         assertTrue(kill.waitFor(ChildCommand.LIMIT, TimeUnit.SECONDS) && kill.exitValue() == 0);
     }
 
-    private static void awaitGone(String pid) {
-        ProcessHandle.of(Long.parseLong(pid)).ifPresent(each -> each.onExit().orTimeout(ChildCommand.LIMIT, TimeUnit.SECONDS).join());
-    }
-
     /** The words of the line by which a program says that it runs. */
     private static String[] running(ChildCommand child) throws IOException {
         String line = child.out.readLine();
@@ -70,15 +66,15 @@ class FtTest {
             try (ChildCommand next = join(daemon, "--exec", "sh", "-c", PROGRAM)) {
                 next.awaitSaid("joined g");
                 first.process.destroyForcibly();
-                awaitGone(one[3]);
-                awaitGone(one[4]);
+                ChildCommand.awaitGone(one[3]);
+                ChildCommand.awaitGone(one[4]);
                 String[] other = running(next);
                 assertTrue(Long.compareUnsigned(Long.parseUnsignedLong(other[1]), Long.parseUnsignedLong(one[1])) > 0);
                 terminate(next);
                 assertEquals("end", next.out.readLine());
                 assertEquals(143, next.code());
-                awaitGone(other[3]);
-                awaitGone(other[4]);
+                ChildCommand.awaitGone(other[3]);
+                ChildCommand.awaitGone(other[4]);
             }
         }
     }
@@ -90,8 +86,8 @@ class FtTest {
             try (ChildCommand heavy = join(daemon, "--weight", "2", "--exec", "sh", "-c", PROGRAM)) {
                 assertEquals("end", light.out.readLine());
                 running(heavy);
-                awaitGone(one[3]);
-                awaitGone(one[4]);
+                ChildCommand.awaitGone(one[3]);
+                ChildCommand.awaitGone(one[4]);
                 heavy.interrupt();
                 assertEquals("end", heavy.out.readLine());
                 assertEquals(130, heavy.code());
