@@ -65,11 +65,12 @@ class Group : public Open {
         quorlftMember id = 0;
         std::string actions;
         std::string groupName;
-        bool holds = false;   // does not return from a deactivation
-        int stopping = 0;     // deactivations that it was told
-        int letGo = 0;        // of these, those that it may return from all the same
-        quorl_u64 token = 0;  // in the last callback
-        Answered told;        // asked in it
+        bool holds = false;    // does not return from a deactivation
+        int stopping = 0;      // deactivations that it was told
+        int letGo = 0;         // of these, those that it may return from all the same
+        quorl_u64 token = 0;   // in the last callback
+        quorl_u64 hinted = 0;  // the token in the last hint
+        Answered told;         // asked in it
     };
     struct Watcher {
         Group* test = nullptr;
@@ -80,6 +81,7 @@ class Group : public Open {
         std::string name;  // INFO.ft.activated and the like
         std::map<std::string, std::string> texts;
         quorl_u64 token = 0;
+        quorl_u32 weight = 0;
         quorl_u64 members = 0;
         quorl_f64 seconds = 0;
     };
@@ -131,6 +133,7 @@ class Group : public Open {
         test.ask("told", &told);
         test.story.change([&] {
             program.token = token;
+            if (action == QUORLFT_PREPARE_TO_ACTIVATE) program.hinted = token;
             program.told = told;
             // A hint may come again.
             if (action != QUORLFT_PREPARE_TO_ACTIVATE || !program.actions.ends_with('P'))
@@ -151,6 +154,7 @@ class Group : public Open {
         Told told;
         const char* text = nullptr;
         if (quorlMsg_GetSendSubject(message, &text) == QUORL_OK) told.name = std::string(text).substr(7);
+        quorlMsg_GetU32Ex(message, "weight", &told.weight, 0);
         for (const char* name : {"group", "peer", "label", "state", "reason"}) {
             if (quorlMsg_GetStringEx(message, name, &text, 0) == QUORL_OK) told.texts[name] = text;
         }

@@ -75,6 +75,15 @@ TEST_F(Members, the_token_is_that_of_the_activation_in_its_callback) {
     EXPECT_EQ(story.look([&] { return one.token; }), await("INFO.ft.activated").token);
     EXPECT_EQ(quorlftMember_GetToken(one.id, &token), QUORL_OK);
     EXPECT_EQ(token, story.look([&] { return one.token; }));
+    Program& other = newProgram();
+    ASSERT_EQ(join(other, 2), QUORL_OK);
+    ASSERT_TRUE(until(one, "PAD"));
+    EXPECT_EQ(story.look([&] { return one.token; }), token) << "what it stops has that token";
+    ASSERT_TRUE(until(other, "PA"));
+    ASSERT_EQ(quorlftMember_Destroy(other.id), QUORL_OK);
+    ASSERT_TRUE(until(one, "PADPA"));
+    EXPECT_EQ(story.look([&] { return one.hinted; }), token) << "a hint has none of its own";
+    EXPECT_GT(story.look([&] { return one.token; }), other.token);
     EXPECT_EQ(quorlftMember_GetToken(one.id, nullptr), QUORL_INVALID_ARG);
     EXPECT_EQ(quorlftMember_GetToken(queue, &token), QUORL_INVALID_EVENT);
 }
@@ -91,7 +100,10 @@ TEST_F(Members, what_a_callback_was_told_can_be_asked_on_its_thread) {
     for (const char* question :
          {"", "tell", "defers.", "defers.x", "defers.0", "defers.4294967296", "returned.-1", "returned.1 "})
         EXPECT_FALSE(ask(question)) << question;
-    EXPECT_FALSE(ask("defers." + std::to_string(transport)));
+    for (const std::string& id :
+         {std::to_string(transport), std::to_string(one.id) + "x", " " + std::to_string(one.id)})
+        EXPECT_FALSE(ask("defers." + id)) << id;
+    EXPECT_TRUE(ask("returned." + std::to_string(one.id)));
 }
 
 // As a binding does it, whose handler runs behind the callback.
@@ -162,6 +174,24 @@ TEST_F(Members, as_many_as_the_goal_are_active_and_a_weight_that_changes_moves_t
     EXPECT_TRUE(
         story.until([&] { return programs[2]->actions.ends_with("A") && programs[1]->actions.ends_with("D"); }));
     EXPECT_TRUE(story.look([&] { return programs[0]->actions.ends_with("A"); }));
+}
+
+// Their heartbeats would not come in the life of this test.
+TEST_F(Members, a_weight_that_changes_and_a_good_bye_are_told_at_once) {
+    listenToAdvisories();
+    Watcher& watcher = newWatcher();
+    Program& one = newProgram();
+    watcher.test = one.test = this;
+    const double day = 86400;
+    ASSERT_EQ(quorlftMonitor_Create(&watcher.id, queue, onCount, transport, "plant.archive", 2 * day, &watcher),
+              QUORL_OK);
+    ASSERT_EQ(quorlftMember_Create(&one.id, queue, onAction, transport, "plant.archive", 7, 1, day, 0, 2 * day, &one),
+              QUORL_OK);
+    EXPECT_EQ(await("INFO.ft.joined").weight, 7u);
+    ASSERT_EQ(quorlftMember_SetWeight(one.id, 65535), QUORL_OK);
+    EXPECT_EQ(await("INFO.ft.changed").weight, 65535u);
+    ASSERT_EQ(quorlftMember_Destroy(one.id), QUORL_OK);
+    EXPECT_EQ(await("INFO.ft.left").weight, 65535u);
 }
 
 TEST_F(Members, groups_and_networks_do_not_meet) {

@@ -17,7 +17,7 @@ using namespace ftolerance;
 
 TEST(GroupSimulation, the_right_members_are_active_soon_after_the_last_fault) {
     const Explored explored =
-        explore({drawGroup, [](const Plan& plan) { return runGroup(plan); }, nameOfGroupWork, 1500});
+        explore({drawGroup, [](const Plan& plan) { return runGroup(plan); }, nameOfGroupWork, 10'000});
     EXPECT_FALSE(explored.failed()) << explored.report;
     const GroupTotals& totals = groupTotals();
     std::printf(

@@ -81,8 +81,8 @@ class Member : public Program {
             machine_.leave(time(), out);
         }
         carryOut(out);
-        ran(stoodStill);
-        if (step.kind != leaveGroup) return;
+        if (step.kind != leaveGroup) return ran(stoodStill);
+        // A program ends its work before it leaves, and is told nothing more.
         life_.left = now_();
         returnsAt_ = never;
         acts_ = false;
