@@ -13,7 +13,9 @@
 namespace bench::dqueue {
 namespace {
 
-const char* const subject = "bench.dqueue";
+// Not one subject for all: the stream of a run stays, takes what is published on its subject, and acknowledges it too.
+const char* const groupSubject = "bench.dqueue.group";
+const char* const streamSubject = "bench.dqueue.stream";
 
 void need(natsStatus status, const char* what) {
     if (status != NATS_OK) fail(std::string("libnats: ") + what + ": " + natsStatus_GetText(status));
@@ -36,7 +38,7 @@ double stream(Run& run, F&& publish) {
     const int64_t stop = start + static_cast<int64_t>(runSeconds() * 1e9);
     uint64_t sent = 0;
     for (; sent % 32 != 0 || nowNs() < stop; ++sent) {
-        while (sent - run.acknowledged.load() >= window) sched_yield();
+        while (sent >= window + run.acknowledged) sched_yield();
         publish();
     }
     const int64_t limit = nowNs() + 30'000'000'000;
@@ -44,7 +46,9 @@ double stream(Run& run, F&& publish) {
         if (nowNs() > limit) fail("tasks were lost");
         sched_yield();
     }
-    return static_cast<double>(sent) * 1e9 / static_cast<double>(nowNs() - start);
+    const int64_t end = nowNs();
+    if (run.acknowledged != sent) fail("tasks were acknowledged twice");
+    return static_cast<double>(sent) * 1e9 / static_cast<double>(end - start);
 }
 
 // ---- a queue group
@@ -53,7 +57,7 @@ void workInGroup(Run& run, int, const std::string& url) {
     natsConnection* connection = connect(url);
     natsSubscription* subscription = nullptr;
     need(natsConnection_QueueSubscribe(
-             &subscription, connection, subject, "bench",
+             &subscription, connection, groupSubject, "bench",
              [](natsConnection* on, natsSubscription*, natsMsg* message, void*) {
                  natsConnection_Publish(on, natsMsg_GetReply(message), nullptr, 0);
                  natsMsg_Destroy(message);
@@ -84,7 +88,7 @@ double submitToGroup(Run& run, const std::string& url) {
     need(natsConnection_Flush(connection), "flush");
     static const char payload[size] = {};
     return stream(run, [&] {
-        need(natsConnection_PublishRequest(connection, subject, inbox, payload, sizeof payload), "publish");
+        need(natsConnection_PublishRequest(connection, groupSubject, inbox, payload, sizeof payload), "publish");
     });
 }
 
@@ -105,7 +109,7 @@ void prepareStream(const std::string& url) {
     jsCtx* context = contextOf(connection);
     jsStreamConfig config;
     need(jsStreamConfig_Init(&config), "configuration");
-    const char* subjects[] = {subject};
+    const char* subjects[] = {streamSubject};
     config.Name = "TASKS";
     config.Subjects = subjects;
     config.SubjectsLen = 1;
@@ -124,22 +128,21 @@ void workOnStream(Run& run, int worker, const std::string& url) {
     options.Config.MaxAckPending = 65536;
     natsSubscription* subscription = nullptr;
     jsErrCode error{};
-    need(js_PullSubscribe(&subscription, context, subject, "bench", nullptr, &options, &error), "pull");
-    // Each request is answered at once, if only with the word that there is nothing. A request that waits at the server until its
-    // time is over may be answered after that, and libnats 3.4 writes what it then gets with the answer to the next one beyond the
-    // end of its list.
+    need(js_PullSubscribe(&subscription, context, streamSubject, "bench", nullptr, &options, &error), "pull");
+    // A request is answered as soon as anything is there, and waits at the server for that longer than any run has nothing to do.
+    // One whose time had passed could be answered still, and libnats 3.4 writes what it then gets together with the answer to
+    // the next one beyond the end of its list.
     jsFetchRequest request;
     need(jsFetchRequest_Init(&request), "request");
     request.Batch = 256;
     request.NoWait = true;
-    request.Expires = 20'000'000'000;
+    request.Expires = 60'000'000'000;
     ++run.ready;
     for (;;) {
         natsMsgList list;
-        if (natsSubscription_FetchRequest(&list, subscription, &request) != NATS_OK) {
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
-            continue;
-        }
+        const natsStatus status = natsSubscription_FetchRequest(&list, subscription, &request);
+        if (status == NATS_TIMEOUT || status == NATS_NOT_FOUND) continue;
+        need(status, "fetch");
         if (list.Count > request.Batch) fail("libnats: more messages than were asked for");
         for (int i = 0; i < list.Count; ++i) {
             need(natsMsg_Ack(list.Msgs[i], nullptr), "acknowledge");
@@ -155,7 +158,8 @@ double submitToStream(Run& run, const std::string& url) {
     natsConnection* connection = connect(url);
     jsCtx* context = contextOf(connection);
     static const char payload[size] = {};
-    return stream(run, [&] { need(js_PublishAsync(context, subject, payload, sizeof payload, nullptr), "publish"); });
+    return stream(run,
+                  [&] { need(js_PublishAsync(context, streamSubject, payload, sizeof payload, nullptr), "publish"); });
 }
 
 }  // namespace

@@ -13,7 +13,7 @@
 namespace bench::dqueue {
 namespace {
 
-const char* const subject = "bench.dqueue";
+const char* const subject = "bench.dqueue.quorl";
 
 struct Worker {
     std::atomic<uint64_t>* done;
@@ -76,7 +76,7 @@ double submit(Run& run, const std::string& url) {
     const int64_t stop = start + static_cast<int64_t>(runSeconds() * 1e9);
     uint64_t sent = 0;
     for (; sent % 32 != 0 || nowNs() < stop; ++sent) {
-        while (window + sent - run.all() >= window) sched_yield();
+        while (sent >= run.all()) sched_yield();
         send(boss);
     }
     while (run.all() < window + sent) sched_yield();

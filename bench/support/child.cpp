@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -69,6 +70,17 @@ void Child::failAs(int status) const {
         fail(name_ + " was ended by signal " + std::to_string(signal) + " (SIG" + sigabbrev_np(signal) + ")");
     }
     fail(name_ + " ended with status " + std::to_string(WEXITSTATUS(status)));
+}
+
+double Child::processorSeconds() {
+    double sum = 0;
+    for (const Child* child : all) {
+        clockid_t clock{};
+        timespec time{};
+        if (clock_getcpuclockid(child->process_, &clock) != 0 || clock_gettime(clock, &time) != 0) continue;
+        sum += static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+    }
+    return sum;
 }
 
 void Child::check() {

@@ -37,6 +37,9 @@ class Child {
     void kill();
     pid_t id() const { return process_; }
 
+    // What those that have not ended have used.
+    static double processorSeconds();
+
     // Fails when one of them has ended as it should not.
     static void check();
     // Waits until something is so, which they bring about. what: for people, as in "the listener is ready".

@@ -14,6 +14,8 @@
 #include <fstream>
 #include <string>
 
+#include "support/child.h"
+
 namespace bench {
 namespace {
 
@@ -22,7 +24,7 @@ double setting(const char* name, double otherwise) {
     return value != nullptr && *value != '\0' ? std::atof(value) : otherwise;
 }
 
-// Processor time in seconds: of all processes, and of this one.
+// Processor time in seconds: of all processes, and of this one with those that it has forked.
 struct ProcessorTime {
     double all = 0;
     double own = 0;
@@ -34,12 +36,15 @@ struct ProcessorTime {
         double user = 0, nice = 0, system = 0, idle = 0, wait = 0, irq = 0, softIrq = 0, steal = 0;
         file >> word >> user >> nice >> system >> idle >> wait >> irq >> softIrq >> steal;
         all = (user + nice + system + irq + softIrq + steal) / static_cast<double>(sysconf(_SC_CLK_TCK));
-        rusage usage{};
-        getrusage(RUSAGE_SELF, &usage);
         auto seconds = [](const timeval& time) {
             return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
         };
-        own = seconds(usage.ru_utime) + seconds(usage.ru_stime);
+        for (const auto who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+            rusage usage{};
+            getrusage(who, &usage);
+            own += seconds(usage.ru_utime) + seconds(usage.ru_stime);
+        }
+        own += Child::processorSeconds();
     }
 };
 
