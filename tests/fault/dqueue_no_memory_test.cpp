@@ -69,7 +69,7 @@ Settings settingsFor(uint16_t schedulerWeight) {
 }
 
 // last: the member that is left.
-Rest restOf(Group& group, size_t members, size_t last) {
+Rest restOf(TestQueue& group, size_t members, size_t last) {
     Rest rest;
     for (size_t i = 0; i < members; ++i) {
         for (const Task& task : group.member(i).done) ++rest.done[nameOf(task.message)];
@@ -94,7 +94,7 @@ Rest restOf(Group& group, size_t members, size_t last) {
 // Two members share tasks; some are given back, one becomes a dead letter; one of them is lost, another comes, and the
 // scheduler leaves.
 Rest shareAndHandOver(Failure& failure) {
-    Group group;
+    TestQueue group;
     group.guard = [&](const std::function<void()>& step) { return failure.guard(step); };
     const auto settings = [](uint16_t schedulerWeight) {
         Settings made = settingsFor(schedulerWeight);
@@ -131,7 +131,7 @@ Rest shareAndHandOver(Failure& failure) {
 
 // Limits of the backlog and of time, a listener that comes and goes, and a scheduler that stands still and comes back.
 Rest limitAndMeetAgain(Failure& failure) {
-    Group group;
+    TestQueue group;
     group.guard = [&](const std::function<void()>& step) { return failure.guard(step); };
     const auto settings = [](uint16_t schedulerWeight) {
         Settings made = settingsFor(schedulerWeight);

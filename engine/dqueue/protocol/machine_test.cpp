@@ -14,7 +14,7 @@ namespace quorl::dqueue {
 namespace {
 
 TEST(DqueueMachine, gives_a_task_to_one_worker_and_confirms_it_when_it_is_completed) {
-    Group group;
+    TestQueue group;
     const size_t first = group.join(settingsOf(2));
     const size_t other = group.join(settingsOf(1));
     group.pass(2 * second);
@@ -42,7 +42,7 @@ TEST(DqueueMachine, gives_a_task_to_one_worker_and_confirms_it_when_it_is_comple
 }
 
 TEST(DqueueMachine, shares_tasks_by_weight_while_workers_have_room) {
-    Group group;
+    TestQueue group;
     const std::vector<uint32_t> weights = {1, 2, 3, 5, 8};
     uint32_t sum = 0;
     for (const uint32_t weight : weights) {
@@ -63,7 +63,7 @@ TEST(DqueueMachine, shares_tasks_by_weight_while_workers_have_room) {
 }
 
 // What was given to members from first on, in proportion to their weights, to within 5 percent.
-void expectShares(Group& group, size_t first, const std::vector<uint32_t>& weights,
+void expectShares(TestQueue& group, size_t first, const std::vector<uint32_t>& weights,
                   const std::vector<uint64_t>& before) {
     double all = 0;
     double sum = 0;
@@ -79,7 +79,7 @@ void expectShares(Group& group, size_t first, const std::vector<uint32_t>& weigh
 }
 
 TEST(DqueueMachine, shares_tasks_by_weight_under_the_next_scheduler_and_as_the_weights_are_now) {
-    Group group;
+    TestQueue group;
     const size_t scheduler = group.join(settingsOf(2, 1, 0));
     const std::vector<uint32_t> weights = {1, 2, 4};
     for (const uint32_t weight : weights) group.member(group.join(settingsOf(1, weight, 1000))).completes = true;
@@ -107,7 +107,7 @@ TEST(DqueueMachine, shares_tasks_by_weight_under_the_next_scheduler_and_as_the_w
 
 // Each does all that it holds in the same time, however much that is, and there is always more.
 TEST(DqueueMachine, shares_by_capacity_when_all_are_full) {
-    Group group;
+    TestQueue group;
     const std::vector<uint32_t> weights = {1, 2, 4};
     for (const uint32_t weight : weights) group.join(settingsOf(1, weight, 10 * weight));
     group.pass(2 * second);
@@ -126,7 +126,7 @@ TEST(DqueueMachine, shares_by_capacity_when_all_are_full) {
 }
 
 TEST(DqueueMachine, makes_the_oldest_of_equal_weight_the_scheduler) {
-    Group group;
+    TestQueue group;
     const size_t first = group.join(settingsOf(1));
     group.pass(2 * second);
     const size_t next = group.join(settingsOf(1));
@@ -142,7 +142,7 @@ TEST(DqueueMachine, makes_the_oldest_of_equal_weight_the_scheduler) {
 }
 
 TEST(DqueueMachine, prefers_the_greater_weight_and_respects_room) {
-    Group group;
+    TestQueue group;
     const size_t light = group.join(settingsOf(2, 1, 2));
     const size_t heavy = group.join(settingsOf(1, 10, 3));
     group.pass(2 * second);
@@ -162,7 +162,7 @@ TEST(DqueueMachine, prefers_the_greater_weight_and_respects_room) {
 }
 
 TEST(DqueueMachine, prefers_the_greater_weight_to_the_more_room) {
-    Group group;
+    TestQueue group;
     const size_t light = group.join(settingsOf(2, 1, 100));
     const size_t heavy = group.join(settingsOf(1, 10, 1));
     group.pass(2 * second);
@@ -173,7 +173,7 @@ TEST(DqueueMachine, prefers_the_greater_weight_to_the_more_room) {
 }
 
 TEST(DqueueMachine, takes_a_lost_worker_s_tasks_back) {
-    Group group;
+    TestQueue group;
     const size_t first = group.join(settingsOf(2));
     const size_t other = group.join(settingsOf(1, 5));
     group.pass(2 * second);
@@ -188,7 +188,7 @@ TEST(DqueueMachine, takes_a_lost_worker_s_tasks_back) {
 }
 
 TEST(DqueueMachine, goes_on_with_the_next_scheduler_and_does_nothing_twice) {
-    Group group;
+    TestQueue group;
     const size_t first = group.join(settingsOf(3, 1, 1));
     const size_t other = group.join(settingsOf(2, 1, 2));
     const size_t third = group.join(settingsOf(1, 1, 2));
@@ -213,7 +213,7 @@ TEST(DqueueMachine, goes_on_with_the_next_scheduler_and_does_nothing_twice) {
 }
 
 TEST(DqueueMachine, makes_a_task_that_fails_too_often_a_dead_letter_with_its_history) {
-    Group group;
+    TestQueue group;
     Settings settings = settingsOf(2);
     settings.reassignments = 2;
     const size_t only = group.join(settings);
@@ -237,7 +237,7 @@ TEST(DqueueMachine, makes_a_task_that_fails_too_often_a_dead_letter_with_its_his
 }
 
 TEST(DqueueMachine, gives_a_task_to_another_when_the_complete_time_has_passed) {
-    Group group;
+    TestQueue group;
     Settings settings = settingsOf(2);
     settings.completeTime = 2 * second;
     const size_t first = group.join(settings);
@@ -258,7 +258,7 @@ TEST(DqueueMachine, gives_a_task_to_another_when_the_complete_time_has_passed) {
 }
 
 TEST(DqueueMachine, leaves_tasks_beyond_the_limit_with_their_senders) {
-    Group group;
+    TestQueue group;
     Settings settings = settingsOf(1);
     settings.backlogMessages = 4;
     const size_t only = group.join(settings);
@@ -280,9 +280,9 @@ TEST(DqueueMachine, leaves_tasks_beyond_the_limit_with_their_senders) {
 }
 
 TEST(DqueueMachine, leaves_tasks_beyond_the_limit_of_bytes_with_their_senders) {
-    Group group;
+    TestQueue group;
     Settings settings = settingsOf(1, 1, 0);
-    const uint64_t size = Group::messageTo("t.a").image().size();
+    const uint64_t size = TestQueue::messageTo("t.a").image().size();
     settings.backlogBytes = 3 * size;
     const size_t only = group.join(settings);
     group.pass(2 * second);
@@ -304,7 +304,7 @@ TEST(DqueueMachine, leaves_tasks_beyond_the_limit_of_bytes_with_their_senders) {
 }
 
 TEST(DqueueMachine, gives_plain_messages_a_number_to_complete_them_by) {
-    Group group;
+    TestQueue group;
     const size_t only = group.join(settingsOf(1, 1, 2));
     group.pass(2 * second);
     group.sendPlain();
@@ -323,7 +323,7 @@ TEST(DqueueMachine, gives_plain_messages_a_number_to_complete_them_by) {
 }
 
 TEST(DqueueMachine, leaves_when_it_has_completed_what_it_holds) {
-    Group group;
+    TestQueue group;
     const size_t first = group.join(settingsOf(2));
     const size_t other = group.join(settingsOf(1));
     group.pass(2 * second);
@@ -344,7 +344,7 @@ TEST(DqueueMachine, leaves_when_it_has_completed_what_it_holds) {
 
 // Nobody else would hear what the others still complete.
 TEST(DqueueMachine, a_scheduler_that_leaves_waits_for_others_that_leave_too_when_nobody_stays) {
-    Group group;
+    TestQueue group;
     const size_t first = group.join(settingsOf(3));
     const size_t other = group.join(settingsOf(2));
     const size_t third = group.join(settingsOf(1));
@@ -369,7 +369,7 @@ TEST(DqueueMachine, a_scheduler_that_leaves_waits_for_others_that_leave_too_when
 }
 
 TEST(DqueueMachine, a_scheduler_that_leaves_does_not_wait_for_others_when_somebody_stays) {
-    Group group;
+    TestQueue group;
     const size_t first = group.join(settingsOf(3));
     const size_t other = group.join(settingsOf(2));
     const size_t stays = group.join(settingsOf(1));
@@ -393,7 +393,7 @@ TEST(DqueueMachine, a_scheduler_that_leaves_does_not_wait_for_others_when_somebo
 // The scheduler is gone, in order or not, and nobody stays who would be the next.
 TEST(DqueueMachine, those_that_leave_confirm_themselves_what_they_did_when_nobody_else_is_left) {
     for (const bool inOrder : {true, false}) {
-        Group group;
+        TestQueue group;
         const size_t first = group.join(settingsOf(3));
         const size_t other = group.join(settingsOf(2));
         const size_t third = group.join(settingsOf(1));
@@ -416,7 +416,7 @@ TEST(DqueueMachine, those_that_leave_confirm_themselves_what_they_did_when_nobod
 }
 
 TEST(DqueueMachine, one_that_was_closed_has_left_at_once) {
-    Group group;
+    TestQueue group;
     const size_t only = group.join(settingsOf(1));
     group.pass(2 * second);
     group.send(1);
@@ -428,10 +428,10 @@ TEST(DqueueMachine, one_that_was_closed_has_left_at_once) {
 }
 
 TEST(DqueueMachine, counts_what_is_no_frame_and_tells_of_newer_members_once) {
-    Group group;
+    TestQueue group;
     const size_t only = group.join(settingsOf(1));
     group.pass(2 * second);
-    companion::Message message = Group::messageTo(group.member(only).machine->address());
+    companion::Message message = TestQueue::messageTo(group.member(only).machine->address());
     group.hand(message);
     const std::vector<uint8_t> newer = {2, 2, 1};
     ASSERT_EQ(message.withAttributes(newer, &message), QUORL_OK);
@@ -443,7 +443,7 @@ TEST(DqueueMachine, counts_what_is_no_frame_and_tells_of_newer_members_once) {
 
 // A frame of 1,500 bytes can name tens of millions of numbers, which nobody has completed.
 TEST(DqueueMachine, does_not_look_at_more_numbers_of_a_frame_than_a_worker_can_mean) {
-    Group group;
+    TestQueue group;
     const size_t scheduler = group.join(settingsOf(2));
     const size_t worker = group.join(settingsOf(1));
     group.pass(2 * second);
@@ -484,7 +484,7 @@ TEST(DqueueMachine, does_not_look_at_more_numbers_of_a_frame_than_a_worker_can_m
 }
 
 TEST(DqueueMachine, tells_of_a_scheduler_with_other_limits) {
-    Group group;
+    TestQueue group;
     group.join(settingsOf(2));
     Settings settings = settingsOf(1);
     settings.completeTime = second;
@@ -521,7 +521,7 @@ TEST(DqueueMachine, refuses_settings_that_make_no_sense) {
 }
 
 TEST(DqueueMachine, refuses_arguments_out_of_range) {
-    Group group;
+    TestQueue group;
     const size_t only = group.join(settingsOf(1));
     group.call(only, [&](Machine& machine, Output& out) {
         const Now now = group.now();

@@ -33,7 +33,7 @@ inline Settings settingsOf(uint16_t schedulerWeight, uint32_t weight = 1, uint32
     return settings;
 }
 
-class Group {
+class TestQueue {
   public:
     struct Member {
         std::unique_ptr<Machine> machine;
@@ -52,7 +52,7 @@ class Group {
         }
     };
 
-    Group() {
+    TestQueue() {
         certified::Settings settings;
         settings.name = "sender";
         sender_ = std::make_unique<certified::Machine>(settings, certified::Chance{1, 2, {3, 4}, {5, 6}});
