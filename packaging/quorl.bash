@@ -30,7 +30,7 @@ _quorl() {
         'cm export') options='-h --help' ;;
         'cm review') options='-h --help --json --ledger --name' ;;
         dq) options='-h --help work submit status' ;;
-        'dq work') options="-h --help -n --activation --complete-time --count --grace --heartbeat --pause --quiet --scheduler-weight --tasks --timeout --weight $bus" ;;
+        'dq work') options="-h --help -n --activation --complete-time --count --grace --heartbeat --pause --quiet --reassignments --scheduler-weight --tasks --timeout --weight $bus" ;;
         'dq submit') options="-h --help -n --count --csv --durability --json-file --ledger --name --rate --timeout $bus" ;;
         'dq status') options="-h --help -n --count --json --timeout --watch $bus" ;;
         ft) options='-h --help join watch' ;;

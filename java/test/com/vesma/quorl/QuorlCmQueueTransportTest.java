@@ -263,6 +263,7 @@ class QuorlCmQueueTransportTest extends OpenLibrary {
             QuorlCmQueueTransport.Status status = status();
             assertEquals("crew", status.queue());
             assertEquals(1, status.members());
+            assertEquals(status.workers().get(0).member(), status.scheduler());
         }
     }
 }

@@ -42,6 +42,12 @@ abstract class Action implements Callable<Integer> {
         return true;
     }
 
+    /** Sets parameters of a library that is not open yet; not called for a line of a script, whose library is. */
+    void beforeOpening() {}
+
+    /** Takes them back. */
+    void afterClosing() {}
+
     /** Seconds more than usual that its end may take when it is interrupted. */
     double patience() {
         return 0;
@@ -66,6 +72,7 @@ abstract class Action implements Callable<Integer> {
     public Integer call() throws InterruptedException {
         check();
         checkTransport();
+        beforeOpening();
         try (Interruption interruption = new Interruption(patience())) {
             try {
                 work(interruption);
@@ -76,6 +83,8 @@ abstract class Action implements Callable<Integer> {
                 out().flush();
                 err().flush();
             }
+        } finally {
+            afterClosing();
         }
         return code();
     }

@@ -1,5 +1,6 @@
 package com.vesma.quorl.cli;
 
+import com.vesma.quorl.Quorl;
 import com.vesma.quorl.QuorlCmListener;
 import com.vesma.quorl.QuorlCmMsg;
 import com.vesma.quorl.QuorlCmQueueTransport;
@@ -57,6 +58,10 @@ final class DqWorkCommand extends Action {
             description = "within which a task is to be done before another worker gets it; without it, no limit")
     Double completeTime;
 
+    @Option(names = "--reassignments", paramLabel = "N",
+            description = "how often a task may be taken from a worker before it is given up, 0 for no limit; the scheduler's holds for all (10)")
+    Integer reassignments;
+
     @Option(names = "--pause", paramLabel = "SECONDS", defaultValue = "1",
             description = "wait so long before a task whose program has failed is given back and the next one begins (${DEFAULT-VALUE})")
     double pause;
@@ -81,6 +86,10 @@ final class DqWorkCommand extends Action {
     /** 30 days, the most that the library takes. */
     private static final double MOST_SECONDS = 2_592_000;
 
+    /** As the library has it. */
+    private static final int DEFAULT_REASSIGNMENTS = 10;
+
+    private boolean parametersSet;
     private TaskProgram runs;
     private Session session;
 
@@ -112,6 +121,10 @@ final class DqWorkCommand extends Action {
             checkAtLeast("--complete-time", completeTime, 0.001);
             checkAtMost("--complete-time", completeTime, MOST_SECONDS);
         }
+        if (reassignments != null) {
+            checkAtLeast("--reassignments", reassignments, 0);
+            checkAtMost("--reassignments", reassignments, 1_000_000);
+        }
         checkAtLeast("--pause", pause, 0);
         checkAtLeast("--grace", grace, 0);
         if (count != null) checkAtLeast("--count", count, 1);
@@ -141,7 +154,22 @@ final class DqWorkCommand extends Action {
     }
 
     @Override
+    void beforeOpening() {
+        if (reassignments == null) return;
+        Quorl.setParameters("dqueue.reassignments=" + reassignments);
+        parametersSet = true;
+    }
+
+    @Override
+    void afterClosing() {
+        if (parametersSet) Quorl.setParameters("dqueue.reassignments=" + DEFAULT_REASSIGNMENTS);
+    }
+
+    @Override
     void begin(Session with) {
+        if (reassignments != null && !parametersSet) {
+            throw new Failure("--reassignments is a setting of the process, and not for a line of a script");
+        }
         ProgramFile.check(program.get(0));
         session = with;
         QuorlCmQueueTransport member;

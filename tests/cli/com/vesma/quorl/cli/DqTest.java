@@ -194,6 +194,22 @@ class DqTest {
     }
 
     @Test
+    void theCommandSaysHowOftenATaskIsTried(@TempDir Path folder) throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder);
+                ChildCommand worker = work(folder, daemon, "--reassignments", "1", "--pause", "0", "--", "sh", "-c", "echo try; exit 1");
+                ChildCommand submitted = submit(folder, daemon, "--timeout", "50")) {
+            assertEquals(1, submitted.code());
+            assertTrue(submitted.said().contains("1 task was given up by the workers"), submitted.said());
+            worker.awaitSaid("was taken away 2 times and is given up; it went to _QUORL.DEADLETTER.crew");
+            worker.interrupt();
+            assertEquals(List.of("try", "try"), worker.out.lines().toList());
+        }
+        Cli line = Cli.withInput(WORK + "--reassignments 1 true\n", "run");
+        assertTrue(line.err().contains("--reassignments is a setting of the process"), line.err());
+        assertEquals(2, Cli.run("dq", "work", "crew", "a.b", "true", "--reassignments", "1000001").code());
+    }
+
+    @Test
     void aWorkerWhoseProgramFailsPauses(@TempDir Path folder) throws Exception {
         try (ChildDaemon daemon = new ChildDaemon(folder);
                 ChildCommand failing = work(folder, daemon, "--pause", "1000", "--", "sh", "-c", "echo try; exit 1");
