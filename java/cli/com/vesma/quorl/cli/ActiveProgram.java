@@ -3,6 +3,7 @@ package com.vesma.quorl.cli;
 import java.io.IOException;
 import java.io.PrintWriter;
 import java.lang.ProcessBuilder.Redirect;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 import java.time.Duration;
 import java.util.List;
@@ -12,7 +13,8 @@ import java.util.concurrent.TimeUnit;
  * A program that runs while a member is active. It has a process group of its own, so that it ends with all that it has started.
  *
  * <p>However this process ends, the program does too: the system kills it when the thread ends that has started it; and a shell that
- * reads from this process finds the end of its input then, and kills the whole group.
+ * reads from this process finds the end of its input then, and kills the whole group. The shell is there before the program, which may
+ * start others at once.
  */
 final class ActiveProgram {
     private final List<String> command;
@@ -43,13 +45,34 @@ final class ActiveProgram {
                 .redirectOutput(Redirect.INHERIT).redirectError(Redirect.INHERIT);
         builder.environment().put("QUORL_FT_TOKEN", Long.toUnsignedString(token));
         builder.environment().put("QUORL_FT_GROUP", group);
+        // Null when there is none: then the system ends the program alone, and not what it has started.
+        guard = ProcessGroup.shell("read -r group && { read -r end; kill -s KILL -- \"-$group\"; }");
         try {
             process = builder.start();
         } catch (IOException e) {
+            endGuard();
             throw new Failure("cannot run " + Texts.quoted(command.get(0)) + ": " + e.getMessage());
         }
-        guard = ProcessGroup.shell("read -r end; kill -s KILL -- \"-$0\"", Long.toString(process.pid()));
+        tellGuard();
         process.onExit().thenRun(ended);
+    }
+
+    private void tellGuard() {
+        if (guard == null) return;
+        try {
+            guard.getOutputStream().write((process.pid() + "\n").getBytes(StandardCharsets.US_ASCII));
+            guard.getOutputStream().flush();
+        } catch (IOException e) {
+            // Somebody has killed the shell; it is as if there had been none.
+            endGuard();
+        }
+    }
+
+    private void endGuard() {
+        if (guard == null) return;
+        guard.destroyForcibly();
+        ProcessGroup.exited(guard);
+        guard = null;
     }
 
     boolean endedByItself() {
@@ -88,11 +111,7 @@ final class ActiveProgram {
         }
         // What it has started and left.
         ProcessGroup.signal(process, "KILL");
-        if (guard != null) {
-            guard.destroyForcibly();
-            ProcessGroup.exited(guard);
-        }
-        guard = null;
+        endGuard();
         process = null;
         if (interrupted) Thread.currentThread().interrupt();
     }

@@ -44,7 +44,15 @@ final class FtAdvisoryText {
     }
 
     private String peer() {
-        return value("label") + " in " + group();
+        return nameOf(advisory) + " in " + group();
+    }
+
+    /** Of the member that an advisory is about. What it calls itself may be nothing, and is then left out. */
+    static String nameOf(QuorlMsg advisory) {
+        for (String field : new String[] {"label", "peer"}) {
+            if (advisory.has(field)) return Texts.shown(advisory.getString(field));
+        }
+        return "a member";
     }
 
     private String value(String field) {

@@ -71,7 +71,7 @@ final class FtJoinCommand extends Action {
     @Option(names = "--json", description = "print each action as a JSON object in one line")
     boolean json;
 
-    @Option(names = "--exec", arity = "1..*", paramLabel = "PROGRAM ARGUMENTS...", parameterConsumer = Everything.class,
+    @Option(names = "--exec", arity = "1..*", paramLabel = "PROGRAM ARGUMENTS...", hideParamSyntax = true, parameterConsumer = Everything.class,
             description = "run a program while active; comes last, all that follows is the program's. Actions are then printed to "
                     + "standard error")
     List<String> program;

@@ -72,18 +72,20 @@ final class FtWatchCommand extends Action {
             default -> false;
         };
         if (!ofAMember) return;
-        table.told(event, advisory, System.nanoTime());
-        if (draws) return;
+        if (draws) {
+            table.told(event, advisory, System.nanoTime());
+            return;
+        }
         String state = event.equals("lost") ? "lost" : advisory.getString("state");
         String token = Long.toUnsignedString(advisory.getU64("token"));
         if (!json) {
-            session.print(now() + " " + Texts.shown(advisory.getString("label")) + " " + state + ", weight " + advisory.getU32("weight")
+            session.print(now() + " " + FtAdvisoryText.nameOf(advisory) + " " + state + ", weight " + advisory.getU32("weight")
                     + (token.equals("0") ? "" : ", token " + token));
             return;
         }
         StringBuilder line = begun("member");
         Json.string(line.append(",\"peer\":"), advisory.getString("peer"));
-        Json.string(line.append(",\"label\":"), advisory.getString("label"));
+        Json.string(line.append(",\"label\":"), advisory.has("label") ? advisory.getString("label") : "");
         Json.string(line.append(",\"state\":"), state);
         line.append(",\"weight\":").append(advisory.getU32("weight")).append(",\"goal\":").append(advisory.getU32("goal"));
         // Programs that read JSON keep whole numbers to 53 bits; a token has 64.
@@ -92,8 +94,10 @@ final class FtWatchCommand extends Action {
     }
 
     private void counted(Session session, int count) {
-        table.count(count);
-        if (draws) return;
+        if (draws) {
+            table.count(count);
+            return;
+        }
         session.print(json ? begun("count").append(",\"active\":").append(count).append('}').toString() : now() + " " + count + " active");
     }
 

@@ -34,7 +34,7 @@ final class GroupTable {
         boolean same = before != null && before.state.equals(state);
         // One that joins has been doing so since now; whatever else a member does when it is first heard it may have done for long.
         boolean longer = same ? before.longer : before == null && !state.equals("joining");
-        rows.put(peer, new Row(Texts.shown(advisory.getString("label")), state, advisory.getU32("weight"), advisory.getU64("token"),
+        rows.put(peer, new Row(FtAdvisoryText.nameOf(advisory), state, advisory.getU32("weight"), advisory.getU64("token"),
                 same ? before.since : now, longer));
     }
 

@@ -5,6 +5,11 @@ import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.IOException;
+import java.net.Socket;
+import java.net.URI;
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -76,6 +81,17 @@ class FtTest {
                 ChildCommand.awaitGone(other[3]);
                 ChildCommand.awaitGone(other[4]);
             }
+        }
+    }
+
+    @Test
+    void whatKillsAProgramsChildrenIsThereBeforeTheProgram() throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder);
+                ChildCommand child = join(daemon, "--exec", "sh", "-c", "echo $$ $(cat /proc/$PPID/task/*/children)")) {
+            String line = child.out.readLine();
+            // The children of the command, the eldest first: the shell that waits for its end, and the program.
+            assertTrue(line != null && line.matches("([0-9]+) [0-9]+ \\1"), () -> line + "\n" + child.said());
+            assertEquals(0, child.code());
         }
     }
 
@@ -170,6 +186,48 @@ class FtTest {
                 assertTrue(watch.out.readLine().matches("\\" + start + "\"count\",\"active\":0}"));
             }
             assertFalse(watch.said().contains("_QUORL"), watch.said());
+        }
+    }
+
+    /** A member's sign of life as it travels over a daemon, of an active one that calls itself nothing. */
+    private static byte[] namelessFrame() {
+        ByteBuffer frame = ByteBuffer.allocate(256).order(ByteOrder.LITTLE_ENDIAN);
+        frame.put(new byte[] {0x51, 0x4e, 1, 4}).putInt(1).putLong(0x1234567890L).put((byte) 0);
+        frame.put(new byte[] {0x51, 0x4d, 1, 0}).putInt(12).putInt(0);
+        ByteBuffer attributes = ByteBuffer.allocate(128).order(ByteOrder.LITTLE_ENDIAN);
+        attributes.put(new byte[] {3, 1, 4}).putLong(0xabL).putLong(1);
+        // Weight, goal, place, activation, latest; 0.2, 0.5 and 1 s in microseconds; no label.
+        for (long number : new long[] {1, 1, 1, 5, 5, 200_000, 500_000, 1_000_000, 0}) {
+            for (; number >= 128; number >>= 7) attributes.put((byte) (number & 127 | 128));
+            attributes.put((byte) number);
+        }
+        attributes.flip();
+        frame.put(new byte[] {0x51, 0x41, 1, 1}).putInt(attributes.remaining()).put(attributes);
+        return Arrays.copyOf(frame.array(), frame.position());
+    }
+
+    @Test
+    void aMemberWithoutALabelEndsNoWatching() throws Exception {
+        try (ChildDaemon daemon = new ChildDaemon(folder);
+                ChildCommand watch = new ChildCommand(folder, "ft", "watch", "g", "--lost", "1", "--json", "--daemon", daemon.address);
+                ChildCommand plain = new ChildCommand(folder, "ft", "watch", "g", "--lost", "1", "--daemon", daemon.address)) {
+            assertTrue(watch.out.readLine().endsWith("\"count\",\"active\":0}"));
+            assertTrue(plain.out.readLine().endsWith(" 0 active"));
+            URI address = URI.create(daemon.address);
+            try (Socket socket = new Socket(address.getHost(), address.getPort())) {
+                byte[] frame = namelessFrame();
+                socket.getOutputStream().write(("CONNECT {\"verbose\":false}\r\nPUB quorl.default.default._QUORL.FT.g " + frame.length
+                        + "\r\n").getBytes(StandardCharsets.US_ASCII));
+                socket.getOutputStream().write(frame);
+                socket.getOutputStream().write("\r\n".getBytes(StandardCharsets.US_ASCII));
+                String member = watch.out.readLine();
+                assertTrue(member != null && member.contains("\"peer\":\"00000000000000ab\",\"label\":\"\",\"state\":\"active\""), () -> watch.said());
+                assertTrue(watch.out.readLine().endsWith("\"count\",\"active\":1}"));
+                assertTrue(watch.out.readLine().contains("\"state\":\"lost\""));
+                assertTrue(watch.out.readLine().endsWith("\"count\",\"active\":0}"));
+                List<String> lines = List.of(plain.out.readLine(), plain.out.readLine());
+                assertTrue(lines.stream().anyMatch(line -> line.endsWith(" 00000000000000ab active, weight 1, token 327851")), lines.toString());
+            }
         }
     }
 

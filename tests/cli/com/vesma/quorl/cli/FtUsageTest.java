@@ -90,6 +90,18 @@ class FtUsageTest {
     }
 
     @Test
+    void aMemberWithoutALabelIsShownByItsNumber() {
+        GroupTable table = new GroupTable();
+        try (QuorlMsg nameless = new QuorlMsg("_QUORL.INFO.ft.joined").addString("peer", "00000000000000ab").addString("state", "active")
+                .addU32("weight", 1).addU64("token", 5).addString("group", "g")) {
+            table.told("joined", nameless, 0);
+            assertEquals("  00000000000000ab  active         1        >1 s  5", table.lines("g", SECOND, 24).get(2));
+            nameless.setSendSubject("_QUORL.WARN.ft.lost");
+            assertEquals("00000000000000ab in group g is silent, and counts as gone", FtAdvisoryText.of(nameless));
+        }
+    }
+
+    @Test
     void aTallGroupIsCutWhereTheTerminalEnds() {
         GroupTable table = new GroupTable();
         for (int i = 10; i < 30; i++) {
