@@ -146,11 +146,16 @@ void transportClosed(uint32_t transport) noexcept {
     tellStanding(transport, &Object::parentClosed);
 }
 
+void back(uint32_t transport) noexcept {
+    KeptErrorText kept;
+    tellStanding(transport, &Object::parentBack);
+}
+
 void closes(uint32_t) noexcept {}
 
 void lost(uint32_t) noexcept {}
 
-constinit transport::EndingWatch watch{closes, transportClosed, lost, nullptr, announced};
+constinit transport::EndingWatch watch{closes, transportClosed, lost, nullptr, announced, back};
 
 // ---- events
 

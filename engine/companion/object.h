@@ -49,6 +49,9 @@ class Object {
     virtual void parentCloses() noexcept {}
     // The transport is gone: nothing can be sent. It does not wait. Also told when publish is about to fail for that reason.
     virtual void parentClosed() noexcept {}
+    // Its way was gone and is there again; what was sent meanwhile, or shortly before, may not have arrived. It does not wait, and
+    // locks of what reports it are held: it notes it, and does what follows elsewhere.
+    virtual void parentBack() noexcept {}
 };
 using ObjectRef = std::shared_ptr<Object>;
 

@@ -49,7 +49,7 @@ void TransportState::away(const Away&) noexcept {
 }
 
 void TransportState::back(const Back&) noexcept {
-    enter(Phase::connected);
+    if (enter(Phase::connected) && isParent()) wayIsBack(transport_);
 }
 
 void TransportState::lost(const Lost&) noexcept {

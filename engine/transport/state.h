@@ -39,6 +39,7 @@ class TransportState final : public Observer {
 
     void connected() noexcept override;
     void away(const Away& report) noexcept override;
+    // Also tells what stands on the transport.
     void back(const Back& report) noexcept override;
     // Also ends the requests that wait, and tells what stands on the transport.
     void lost(const Lost& report) noexcept override;

@@ -177,6 +177,12 @@ void wayIsLost(uint32_t id, bool parent) noexcept {
     if (parent) forEachWatch([&](const EndingWatch& watch) { watch.lost(id); });
 }
 
+void wayIsBack(uint32_t id) noexcept {
+    forEachWatch([&](const EndingWatch& watch) {
+        if (watch.back != nullptr) watch.back(id);
+    });
+}
+
 Passage Backend::passage(std::string_view, int64_t now) noexcept {
     return Passage::open(now);
 }

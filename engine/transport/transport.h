@@ -160,7 +160,7 @@ struct Transport : Record {
 quorl_status createTransport(uint32_t* id, const char* service, const char* network, const char* daemon) noexcept;
 // Makes a transport over the backend. QUORL_NOT_INITIALIZED, QUORL_OS_ERROR, QUORL_NO_MEMORY.
 quorl_status publishTransport(uint32_t* id, std::unique_ptr<Backend> backend) noexcept;
-// Told of the end of each transport on which something stands, so that it ends too.
+// Told of the end of each transport on which something stands, so that it ends too, and when its way is back.
 struct EndingWatch {
     void (*closes)(uint32_t transport) noexcept;  // it is about to be closed; under a read guard, no lock held
     void (*closed)(uint32_t transport) noexcept;  // nobody finds it any more; the same
@@ -169,12 +169,15 @@ struct EndingWatch {
     // Before all that, and under no read guard, so that it may wait; also for a transport that somebody else closes first, or
     // that is none. May be null.
     void (*announced)(uint32_t transport) noexcept = nullptr;
+    void (*back)(uint32_t transport) noexcept = nullptr;  // as lost. May be null
 };
 // From now on; the watch lives for ever. Again without effect. While the library starts.
 void watchEnding(EndingWatch& watch) noexcept;
 
 // The transport's way is lost: ends the requests that wait on it, and tells the watches of a parent.
 void wayIsLost(uint32_t id, bool parent) noexcept;
+// It is there again: tells the watches of a parent.
+void wayIsBack(uint32_t id) noexcept;
 
 // wait: until what was sent has gone where it goes, within the limit for closing. QUORL_DAEMON_NOT_CONNECTED: messages were
 // dropped, though the transport is destroyed all the same.

@@ -1,6 +1,7 @@
 // The promises, one by one.
 #include "sim/certified_checker.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace quorl::sim {
@@ -53,7 +54,13 @@ void CertifiedChecker::forNumbers(uint32_t sender, uint32_t subject, uint64_t fi
 void CertifiedChecker::sent(const Message& message, uint64_t number, bool limited) {
     Sendings& sendings = sent_[{message.sender, message.subject}];
     sendings.list.resize(message.count + size_t{1});
-    if (number == 1) ++sendings.generation;
+    // A sender may forget a subject that nobody is registered for any more, and then counts anew. Where somebody is, the message with
+    // that number never comes to him.
+    const bool used = std::ranges::any_of(sendings.list, [&](const Sent& earlier) {
+        return earlier.accepted && earlier.number >= number && earlier.generation == sendings.generation &&
+               earlier.history == histories_[message.sender];
+    });
+    if (number == 1 || (number != 0 && used)) ++sendings.generation;
     // What a crash took before it was accepted may have had the number.
     for (Sent& earlier : sendings.list) {
         if (number != 0 && !earlier.accepted && earlier.number >= number && earlier.generation == sendings.generation)
@@ -85,6 +92,10 @@ void CertifiedChecker::refused(const Message& message) {
 
 void CertifiedChecker::added(uint32_t sender, uint32_t listener, uint32_t subject) {
     if (peers_[listener].durable()) pair(listener, sender, subject).registered = true;
+}
+
+void CertifiedChecker::registered(uint32_t sender, uint32_t listener, uint32_t subject) {
+    pair(listener, sender, subject).agreed = true;
 }
 
 void CertifiedChecker::confirmedTo(uint32_t sender, uint32_t listener, uint32_t subject, uint64_t first,
@@ -127,6 +138,8 @@ void CertifiedChecker::sendsAgain(uint32_t sender, uint32_t listener, uint32_t s
 
 void CertifiedChecker::listening(uint32_t listener, uint32_t sender, uint32_t subject, uint64_t from) {
     Pair& of = pair(listener, sender, subject);
+    // What a sender without a ledger had promised before it died may arrive when it has started again, and knows nothing of it.
+    if (!peers_[sender].ledger && !of.agreed) return;
     of.registered = true;
     of.from = from;
 }
@@ -209,7 +222,7 @@ void CertifiedChecker::starts(uint32_t node, bool lostPower) {
     for (auto& [key, of] : pairs_) {
         const auto [listener, sender, subject] = key;
         if (sender == node) {
-            if (!peer.ledger) of.registered = false;
+            if (!peer.ledger) of.registered = of.agreed = false;
             // What was accepted only for as long as the power does not fail is not owed any more.
             if (!peer.ledger || losesTail) forgive(of);
             if (!peer.ledger || losesTail) of.told.clear();

@@ -49,6 +49,7 @@ class CertifiedChecker {
     void accepted(const Message& message);
     void refused(const Message& message);
     void added(uint32_t sender, uint32_t listener, uint32_t subject);
+    void registered(uint32_t sender, uint32_t listener, uint32_t subject);
     void confirmedTo(uint32_t sender, uint32_t listener, uint32_t subject, uint64_t first, uint64_t last);
     void givenUp(uint32_t sender, uint32_t listener, uint32_t subject, uint64_t first, uint64_t last,
                  std::string_view reason);
@@ -90,6 +91,7 @@ class CertifiedChecker {
         uint32_t generation = 0;  // how often numbers have begun anew, since nobody was registered
     };
     struct Pair {
+        bool agreed = false;  // the sender was told, in a life whose state it has
         bool registered = false;
         uint64_t from = 0;               // the number from which on the listener was told that it is
         std::set<uint32_t> owed;         // counts

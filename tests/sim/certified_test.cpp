@@ -24,5 +24,25 @@ TEST(Certified, keeps_its_promises_in_every_schedule) {
     EXPECT_FALSE(explored.failed()) << explored.report;
 }
 
+// What a sender without a ledger had promised may arrive when it has started again and knows nothing of it.
+TEST(CertifiedChecker, holds_a_sender_to_what_it_has_promised_in_the_life_whose_state_it_has) {
+    for (const bool ledger : {false, true}) {
+        for (const bool again : {false, true}) {
+            CertifiedChecker checker({{.ledger = ledger}, {.old = true}});
+            checker.starts(0, false);
+            checker.starts(1, false);
+            checker.registered(0, 1, 0);
+            checker.starts(0, false);
+            if (again) checker.registered(0, 1, 0);
+            checker.listening(1, 0, 0, 1);
+            checker.sent({0, 0, 0}, 1, false);
+            checker.accepted({0, 0, 0});
+            EXPECT_EQ(checker.satisfied(), !ledger && !again);
+            checker.finish();
+            EXPECT_EQ(checker.totals().lost, ledger || again ? 1u : 0u);
+        }
+    }
+}
+
 }  // namespace
 }  // namespace quorl::sim

@@ -538,6 +538,9 @@ class Guest : public Program {
                 checker_.givenUp(self, nodeOf(event.name), indexOf(event.subject), event.first, event.last,
                                  event.reason);
                 break;
+            case Event::Kind::registered:
+                checker_.registered(self, nodeOf(event.name), indexOf(event.subject));
+                break;
             case Event::Kind::listening:
                 checker_.listening(self, nodeOf(event.name), indexOf(event.subject), event.first);
                 break;
@@ -636,7 +639,11 @@ std::string runCertified(const Plan& plan, const CertifiedSeamOf& seamOf) {
     std::vector<std::vector<uint32_t>> counts(plan.nodes, std::vector<uint32_t>(subjects.size()));
     std::vector<Time> started(plan.nodes, -1);
     World* inside = nullptr;
-    World world(plan, [&](Node& node) {
+    const auto kindOf = [](const message::ContentRef& content) -> uint32_t {
+        const auto attributes = companion::Access::wrap(content).attributes();
+        return attributes.size() > 2 ? attributes[2] : 0;
+    };
+    const auto start = [&](Node& node) {
         const uint32_t number = node.number();
         const Time now = inside != nullptr ? inside->now() : 0;
         const bool lostPower = std::ranges::any_of(plan.faults, [&](const FaultStep& fault) {
@@ -649,7 +656,8 @@ std::string runCertified(const Plan& plan, const CertifiedSeamOf& seamOf) {
         CertifiedSeam seam;
         if (seamOf) seam = seamOf(number < composition.senders);
         return std::make_unique<Guest>(node, composition, checker, lostPower, std::move(seam), counts[number]);
-    });
+    };
+    World world(plan, start, kindOf);
     inside = &world;
     world.run(plan.healedAt, [&] { return !checker.broken().empty(); });
     const auto kept = [&]() -> std::string {
@@ -692,6 +700,29 @@ std::string runCertified(const Plan& plan, const CertifiedSeamOf& seamOf) {
     return broken;
 }
 
+namespace {
+
+void drawWork(Random& random, const Composition& composition, Time from, Time to, Plan& plan) {
+    const uint64_t sends = random.between(1, 12);
+    for (uint64_t i = 0; i < sends; ++i) {
+        WorkStep step;
+        step.at = random.between(from, to);
+        step.node = static_cast<uint32_t>(random.below(composition.senders));
+        step.kind = random.below(8) == 0 ? sendLimited : sendSome;
+        step.argument = random.below(4) << 8 | static_cast<uint64_t>(random.between(1, random.below(4) == 0 ? 20 : 3));
+        plan.work.push_back(step);
+    }
+    for (uint64_t i = random.below(3); i != 0; --i) {
+        WorkStep step;
+        step.at = random.between(from, to);
+        step.node = composition.senders + static_cast<uint32_t>(random.below(composition.listeners));
+        step.kind = random.coin() ? listenAgain : cancelAndListen;
+        plan.work.push_back(step);
+    }
+}
+
+}  // namespace
+
 Plan drawCertified(uint64_t seed) {
     Plan plan;
     plan.seed = seed;
@@ -703,24 +734,24 @@ Plan drawCertified(uint64_t seed) {
     choice.span = 6 * second;
     choice.longest = 3 * second;
     plan.faults = drawFaults(random, plan.nodes, choice);
-    const uint64_t sends = random.between(1, 12);
-    for (uint64_t i = 0; i < sends; ++i) {
-        WorkStep step;
-        step.at = random.between(0, 6 * second);
-        step.node = static_cast<uint32_t>(random.below(composition.senders));
-        step.kind = random.below(8) == 0 ? sendLimited : sendSome;
-        step.argument = random.below(4) << 8 | static_cast<uint64_t>(random.between(1, random.below(4) == 0 ? 20 : 3));
-        plan.work.push_back(step);
-    }
-    for (uint64_t i = random.below(3); i != 0; --i) {
-        WorkStep step;
-        step.at = random.between(0, 6 * second);
-        step.node = composition.senders + static_cast<uint32_t>(random.below(composition.listeners));
-        step.kind = random.coin() ? listenAgain : cancelAndListen;
-        plan.work.push_back(step);
-    }
-    std::ranges::stable_sort(plan.work, {}, &WorkStep::at);
+    drawWork(random, composition, 0, 6 * second, plan);
     plan.healedAt = 8 * second;
+    if (random.coin()) {
+        // Frames of one kind are lost, or late by long; now and then by longer than any pause.
+        Time span = 6 * second;
+        if (random.below(8) == 0) {
+            plan.healedAt = 45 * second;
+            drawWork(random, composition, span, 40 * second, plan);
+            span = 40 * second;
+            choice.span = span;
+            const auto later = drawFaults(random, plan.nodes, choice);
+            plan.faults.insert(plan.faults.end(), later.begin(), later.end());
+        }
+        const auto selective = drawSelective(random, plan.nodes, certified::kindMax, span, plan.healedAt);
+        plan.faults.insert(plan.faults.end(), selective.begin(), selective.end());
+    }
+    std::ranges::stable_sort(plan.faults, {}, &FaultStep::at);
+    std::ranges::stable_sort(plan.work, {}, &WorkStep::at);
     if (random.below(8) == 0) {
         // One of them is not heard of again.
         plan.healed = ~(uint64_t{1} << random.below(plan.nodes));

@@ -33,6 +33,10 @@ const char* nameOf(Fault fault) {
             return "disk full";
         case Fault::noRoom:
             return "no room";
+        case Fault::lose:
+            return "lose class";
+        case Fault::hold:
+            return "hold class";
     }
     return "?";
 }
@@ -143,6 +147,21 @@ std::vector<FaultStep> drawFaults(Random& random, uint32_t nodes, const FaultCho
     return faults;
 }
 
+std::vector<FaultStep> drawSelective(Random& random, uint32_t nodes, uint32_t classes, Time span, Time longest) {
+    std::vector<FaultStep> faults;
+    for (uint64_t i = random.below(4) + 1; i != 0; --i) {
+        FaultStep step;
+        step.at = random.between(0, span);
+        step.fault = random.coin() ? Fault::lose : Fault::hold;
+        step.node = static_cast<uint32_t>(random.below(nodes));
+        step.peer = static_cast<uint32_t>(random.below(nodes));
+        step.lasts = random.between(1, random.coin() ? longest : longest / 10 + 1);
+        step.amount = random.between(1, classes);
+        faults.push_back(step);
+    }
+    return faults;
+}
+
 Plan shrink(Plan plan, const std::function<bool(const Plan&)>& asked, uint32_t tries) {
     Asker fails(asked, tries);
     while (fails.any()) {
@@ -163,10 +182,12 @@ std::string table(const Plan& plan, const std::function<std::string(const WorkSt
     text += "   at ms  node  what            peer    for ms  amount\n";
     std::vector<std::pair<Time, std::string>> lines;
     for (const FaultStep& step : plan.faults) {
-        const bool pair = step.fault == Fault::cut || step.fault == Fault::split;
-        lines.emplace_back(step.at, formatted("%8.1f  %4u  %-14s  %4s  %8.1f  %" PRId64 "\n", inMs(step.at), step.node,
-                                              nameOf(step.fault), pair ? std::to_string(step.peer).c_str() : "",
-                                              inMs(step.lasts), step.amount));
+        const bool selective = step.fault == Fault::lose || step.fault == Fault::hold;
+        const bool pair = selective || step.fault == Fault::cut || step.fault == Fault::split;
+        const std::string peer = selective && step.peer == step.node ? "all" : std::to_string(step.peer);
+        lines.emplace_back(step.at,
+                           formatted("%8.1f  %4u  %-14s  %4s  %8.1f  %" PRId64 "\n", inMs(step.at), step.node,
+                                     nameOf(step.fault), pair ? peer.c_str() : "", inMs(step.lasts), step.amount));
     }
     for (const WorkStep& step : plan.work)
         lines.emplace_back(step.at, formatted("%8.1f  %4u  %-14s  %4s  %8s  %" PRIu64 "\n", inMs(step.at), step.node,

@@ -31,16 +31,21 @@ enum class Fault : uint8_t {
     wallClock,  // node's wall clock jumps by an amount, forwards or back
     diskFull,   // node's writes fail, for a time
     noRoom,     // node's sends find no room on their way, for a time
+    lose,  // messages of one class from node are lost on the way to peer, or to all when that is node itself, for a time
+    hold,  // they arrive when it is over, behind others that were sent later
 };
-inline constexpr uint32_t faultKinds = 10;
+inline constexpr uint32_t faultKinds = 12;
+// Those that need nothing but a network.
+inline constexpr uint32_t ordinaryFaults = (1u << static_cast<uint32_t>(Fault::lose)) - 1;
 
 struct FaultStep {
     Time at = 0;
     Fault fault = Fault::cut;
     uint32_t node = 0;
-    uint32_t peer = 0;   // of cut and split
-    Time lasts = 0;      // until it is over; not of wallClock
-    int64_t amount = 0;  // of wallClock: nanoseconds; of killAt: which write or send, from 1
+    uint32_t peer = 0;  // of cut and split, lose and hold
+    Time lasts = 0;     // until it is over; not of wallClock
+    int64_t amount =
+        0;  // of wallClock: nanoseconds; of killAt: which write or send, from 1; of lose and hold: which class
 };
 
 // Something that the test lets a node's program do; kind and argument are the test's own.
@@ -78,13 +83,16 @@ struct FaultChoice {
     uint32_t most = 8;        // faults
     Time span = 10 * second;  // they begin within
     Time longest = 5 * second;
-    uint32_t kinds = (1u << faultKinds) - 1;  // a bit for each
+    uint32_t kinds = ordinaryFaults;  // a bit for each; not lose and hold
 };
 
 // Rates and faults at random. Each plan draws which kinds there are in it at all and how hard the network is, or everything
 // would average out and no plan be extreme.
 Rates drawRates(Random& random);
 std::vector<FaultStep> drawFaults(Random& random, uint32_t nodes, const FaultChoice& choice);
+// A few that meet messages of one class alone, lose or hold; classes from 1 to that one. The others get through meanwhile, which no
+// fault of the network as a whole brings about.
+std::vector<FaultStep> drawSelective(Random& random, uint32_t nodes, uint32_t classes, Time span, Time longest);
 
 // The smallest plan that can be found for which fails is still true, by leaving parts out. fails is asked at most tries
 // times; it is true for plan itself.

@@ -95,7 +95,8 @@ void Node::sync(uint64_t token) {
 
 // ---- world --------------------------------------------------------------------------------------------------------
 
-World::World(const Plan& plan, Start start) : plan_(plan), start_(std::move(start)) {
+World::World(const Plan& plan, Start start, ClassOf classOf)
+    : plan_(plan), start_(std::move(start)), classOf_(std::move(classOf)) {
     links_.resize(size_t{plan.nodes} * plan.nodes);
     for (uint32_t number = 0; number < plan.nodes; ++number) nodes_.push_back(std::make_unique<Node>(*this, number));
     for (size_t i = 0; i < plan.faults.size(); ++i)
@@ -119,6 +120,17 @@ bool World::reachable(uint32_t from, uint32_t to) const noexcept {
     return links_[from * plan_.nodes + to].cutUntil <= now_;
 }
 
+Time World::setsOut(uint32_t from, uint32_t to, const message::ContentRef& content) const {
+    Time at = now_;
+    for (const Sieve& sieve : sieves_) {
+        if (sieve.until <= now_ || sieve.from != from || (sieve.to != to && sieve.to != from)) continue;
+        if (!classOf_ || classOf_(content) != sieve.kind) continue;
+        if (!sieve.holds) return never;
+        at = std::max(at, sieve.until);
+    }
+    return at;
+}
+
 // Each message's fate depends on its number on its link alone, so that a plan without one of its faults meets the same fates
 // otherwise.
 void World::transmit(Node& from, Node::Subscription& to, const message::ContentRef& content) {
@@ -128,12 +140,14 @@ void World::transmit(Node& from, Node::Subscription& to, const message::ContentR
     Link& way = link(from.number_, target);
     Random fate(mix(plan_.seed ^ mix(uint64_t{from.number_} << 40 ^ uint64_t{target} << 32 ^ way.messages++)));
     if (!reachable(from.number_, target)) return;
+    const Time setsOutAt = setsOut(from.number_, target, content);
+    if (setsOutAt == never) return;
     const bool healed = now_ >= plan_.healedAt;
     if (!healed && fate.chance(plan_.rates.loss)) return;
     const int copies = !healed && fate.chance(plan_.rates.duplication) ? 2 : 1;
     for (int i = 0; i < copies; ++i) {
-        Time arrival = now_ + fate.between(plan_.rates.shortest, plan_.rates.longest);
-        if (plan_.rates.inOrder) arrival = way.lastArrival = std::max(way.lastArrival, arrival);
+        Time arrival = setsOutAt + fate.between(plan_.rates.shortest, plan_.rates.longest);
+        if (plan_.rates.inOrder && setsOutAt == now_) arrival = way.lastArrival = std::max(way.lastArrival, arrival);
         push({arrival, 0, Kind::message, target, to.start, to.tag, content});
     }
 }
@@ -243,6 +257,11 @@ void World::strike(const FaultStep& fault) {
             break;
         case Fault::noRoom:
             node.crowdedUntil_ = std::max(node.crowdedUntil_, until);
+            break;
+        case Fault::lose:
+        case Fault::hold:
+            sieves_.push_back(
+                {until, fault.node, fault.peer, static_cast<uint32_t>(fault.amount), fault.fault == Fault::hold});
             break;
     }
 }

@@ -110,9 +110,11 @@ class Node {
 class World {
   public:
     using Start = std::function<std::unique_ptr<Program>(Node&)>;
+    using ClassOf = std::function<uint32_t(const message::ContentRef&)>;
 
-    // start makes a node's program, at the beginning and after each end. The plan and start outlive the world.
-    World(const Plan& plan, Start start);
+    // start makes a node's program, at the beginning and after each end. classOf tells messages apart for faults that meet some
+    // of them. The plan, start and classOf outlive the world.
+    World(const Plan& plan, Start start, ClassOf classOf = {});
     World(const World&) = delete;
     World& operator=(const World&) = delete;
     ~World();
@@ -156,6 +158,14 @@ class World {
         Time lastArrival = 0;
         uint64_t messages = 0;
     };
+    // What a fault does to messages of one class.
+    struct Sieve {
+        Time until;
+        uint32_t from;
+        uint32_t to;  // from: all
+        uint32_t kind;
+        bool holds;
+    };
 
     Link& link(uint32_t from, uint32_t to) noexcept { return links_[from * nodes() + to]; }
     void push(Event event);
@@ -167,9 +177,12 @@ class World {
     void endIfDying(Node& node);
     void note(uint64_t what) noexcept { trace_ = mix(trace_ ^ what); }
     bool reachable(uint32_t from, uint32_t to) const noexcept;
+    // When the message sets out; never: it is lost.
+    Time setsOut(uint32_t from, uint32_t to, const message::ContentRef& content) const;
 
     const Plan& plan_;
     const Start start_;
+    const ClassOf classOf_;
     Time now_ = 0;
     uint64_t order_ = 0;
     uint64_t events_ = 0;
@@ -177,6 +190,7 @@ class World {
     uint64_t trace_ = 0;
     std::vector<std::unique_ptr<Node>> nodes_;
     std::vector<Link> links_;
+    std::vector<Sieve> sieves_;
     std::vector<Event> queue_;  // a heap
     subject::Trie<Node::Subscription> subscriptions_;
 };

@@ -65,7 +65,9 @@ class Writer : public Program {
 struct Trial {
     explicit Trial(const Plan& plan)
         : diaries(plan.nodes),
-          world(plan, [this](Node& node) { return std::make_unique<Writer>(node, diaries[node.number()]); }) {}
+          world(
+              plan, [this](Node& node) { return std::make_unique<Writer>(node, diaries[node.number()]); },
+              [](const message::ContentRef& content) { return static_cast<uint32_t>(numberOf(content) % 10); }) {}
     std::vector<Diary> diaries;
     World world;
 };
@@ -154,6 +156,35 @@ TEST(World, cuts_one_way_or_both_for_a_time_and_heals_for_good) {
         healed.world.run(10 * second);
         EXPECT_EQ(healed.diaries[1].heard.size(), 80u);
     }
+}
+
+TEST(World, loses_messages_of_one_class_or_holds_them_back_while_the_others_get_through) {
+    Plan plan = quiet();
+    publishEvery(plan, 10 * millisecond, 100);
+    std::vector<uint64_t> without7 = upTo(100);
+    std::erase_if(without7, [](uint64_t number) { return number % 10 == 7 && number < 40; });
+    plan.faults.push_back(
+        {.at = 0, .fault = Fault::lose, .node = 0, .peer = 1, .lasts = 405 * millisecond, .amount = 7});
+    {
+        Trial run(plan);
+        run.world.run(10 * second);
+        EXPECT_EQ(run.diaries[1].heard, without7);
+    }
+    // To all, and back behind what was sent when it was over.
+    plan.faults[0].fault = Fault::hold;
+    plan.faults[0].peer = 0;
+    for (const bool inOrder : {false, true}) {
+        plan.rates.inOrder = inOrder;
+        Trial run(plan);
+        run.world.run(395 * millisecond);
+        EXPECT_EQ(run.diaries[1].heard.size(), 35u);
+        run.world.run(10 * second);
+        EXPECT_EQ(run.diaries[1].heard.size(), 100u);
+    }
+    plan.faults[0].node = plan.faults[0].peer = 1;
+    Trial other(plan);
+    other.world.run(10 * second);
+    EXPECT_EQ(other.diaries[1].heard, upTo(100));
 }
 
 TEST(World, after_the_healing_leaves_the_others_cut_off) {

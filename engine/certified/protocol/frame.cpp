@@ -36,7 +36,7 @@ constexpr std::array<uint16_t, kindMax + 1> fieldsOf = {
     hasIncarnation | hasSubjectId | hasNumber | hasLimit,                                  // data
     toListener | hasSubjectId | hasNumber | hasLimit | hasSubject,                         // resent
     hasPatterns,                                                                           // announce
-    hasIncarnation,                                                                        // hello
+    hasIncarnation | hasFlags,                                                             // hello
     hasIncarnation | hasToken | hasNumber | hasFlags,                                      // presence
     toSender | hasAttempt | hasFlags | hasSubjectId | hasNumber | hasSubject,              // subscribe
     toListener | hasToken,                                                                 // challenge

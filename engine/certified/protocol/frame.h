@@ -50,7 +50,7 @@ enum : uint8_t {
     flagResumes = 4,    // the listener was registered before, and number is the first that it has not confirmed
     flagTransient = 8,  // the listener's name ends with its program
 };
-// Flags of presence.
+// Flags of presence; of hello flagSettled.
 enum : uint8_t {
     flagAsks = 1,     // whoever else has the name says so
     flagSettled = 2,  // nobody objected to it

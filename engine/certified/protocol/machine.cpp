@@ -139,6 +139,12 @@ quorl_status Machine::start(bool complete, Now now, Output& out) {
     return QUORL_OK;
 }
 
+// The name is this machine's from now on, or is again. Until now whoever heard of it could not tell it from a rival.
+void Machine::settled() {
+    sender_->sayHello(everybody);
+    receiver_->settled();
+}
+
 // ---- time and storage
 
 int64_t Machine::due() const noexcept {
@@ -164,7 +170,7 @@ void Machine::onTime(const Timers::Timer& timer) {
             shared_->tryStorage();
             break;
         case Timing::presence:
-            if (presence_->onTime()) receiver_->settled();
+            if (presence_->onTime()) settled();
             break;
         case Timing::expiry:
             sender_->onExpiry(timer.which);
@@ -339,7 +345,7 @@ void Machine::dispatch(const Frame& frame, companion::Message message, uint32_t 
     }
     if (listener != 0) return;
     if (frame.kind == Kind::presence) {
-        if (presence_->onPresence(frame)) receiver_->settled();
+        if (presence_->onPresence(frame)) settled();
         return;
     }
     if (shared_->suspended) return;
@@ -414,7 +420,7 @@ void Machine::backOnLine(Now now, Output& out) {
     const Step step(*shared_, now, out);
     if (shared_->suspended) return;
     sender_->backOnLine();
-    if (shared_->settled) receiver_->settled();
+    if (shared_->settled) receiver_->backOnLine();
 }
 
 // ---- attributes

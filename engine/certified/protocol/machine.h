@@ -275,7 +275,7 @@ class Machine {
     void kept(companion::Message message, uint64_t after, Now now, Output& out);
     // Whether what was kept is confirmed, and that is stored. Frames that are no data always are.
     bool isStored(const companion::Message& message) const noexcept;
-    // The network is there again. What was sent meanwhile did not arrive.
+    // The network is there again. What was sent meanwhile may not have arrived.
     void backOnLine(Now now, Output& out);
 
     // The program closes: numbers are stored exactly, and what can be sent is sent. No call follows but persisted.
@@ -288,6 +288,7 @@ class Machine {
   private:
     quorl_status loadState();
     void storeVersion();
+    void settled();
     quorl_status stored(quorl_status status);
     void dispatch(const Frame& frame, companion::Message message, uint32_t listener);
     void onTime(const Timers::Timer& timer);

@@ -454,6 +454,37 @@ TEST_F(CertifiedPair, has_the_sender_forget_it_when_agreements_are_cancelled) {
     EXPECT_EQ(sender->machine().counts().agreements, 0u);
 }
 
+// While it registers anew, one that comes twice on the way is not a new one, although the sender counts anew from then on.
+TEST_F(CertifiedPair, gives_nothing_again_that_was_confirmed_when_it_cancels_and_listens_anew) {
+    meet();
+    std::vector<companion::Message> sent;
+    sender->loses = [&](const companion::Message& message) {
+        if (message.subject() == "a.b") sent.push_back(message);
+        return false;
+    };
+    for (int i = 0; i < 3; ++i) sender->send("a.b");
+    net.pass(second);
+    ASSERT_EQ(listener->deliveries.size(), 3u);
+    listener->confirm(1);
+    listener->confirm(2);
+    net.pass(second);
+    // It is cancelled, and the answer to the registration is late.
+    listener->loses = [](const companion::Message& message) {
+        Frame frame;
+        return decode(message.attributes(), &frame) == Decoded::frame && frame.kind == Kind::subscribe;
+    };
+    listener->destroy(own, true);
+    listener->listen("a.b");
+    net.settle();
+    for (const companion::Message& message : sent) net.onTheWay.push_back(message);
+    net.settle();
+    listener->loses = nullptr;
+    net.pass(60 * second);
+    // The one that was not confirmed comes again.
+    EXPECT_EQ(listener->deliveries.size(), 4u);
+    EXPECT_EQ(listener->plain(), 1u);
+}
+
 TEST_F(CertifiedPair, cancels_even_if_the_sender_is_away) {
     meet();
     net.remove(*sender);

@@ -69,17 +69,87 @@ TEST_F(CertifiedPresence, a_killed_program_that_is_started_again_does_not_wait) 
     EXPECT_TRUE(again.told(Event::Kind::nameTaken).empty());
 }
 
-TEST_F(CertifiedPresence, who_has_the_name_takes_no_rival_for_a_sender_started_anew) {
-    Peer first(net, named("n"));
-    first.listen("a");
+TEST_F(CertifiedPresence, nobody_takes_a_rival_for_a_sender_started_anew) {
+    for (const bool sends : {false, true}) {
+        Net world;
+        Disk disk;
+        Peer first(world, named("n"));
+        auto third = std::make_unique<Peer>(world, named("third"), &disk);
+        first.listen("a");
+        third->listen("a");
+        world.pass(second);
+        first.send("a");
+        world.pass(second);
+        Peer rival(world, named("n"));
+        rival.listen("a");
+        if (sends) rival.send("a");
+        world.pass(20 * second);
+        ASSERT_TRUE(rival.machine().suspended());
+        EXPECT_TRUE(first.told(Event::Kind::senderStartedAnew).empty());
+        EXPECT_TRUE(third->told(Event::Kind::senderStartedAnew).empty());
+        // The one that has the name is heard as before.
+        first.send("a");
+        world.pass(second);
+        EXPECT_EQ(third->numbers("a").back(), 2u);
+        // When the name is the rival's, everybody is told, those too that have heard of the first in an earlier life.
+        third->confirmAll();
+        world.pass(second);
+        world.remove(*third);
+        third = std::make_unique<Peer>(world, named("third"), &disk);
+        third->listen("a");
+        world.remove(first);
+        world.pass(20 * second);
+        ASSERT_FALSE(rival.machine().suspended());
+        EXPECT_EQ(third->told(Event::Kind::senderStartedAnew).size(), 1u);
+    }
+}
+
+TEST_F(CertifiedPresence, a_sender_started_anew_is_told_of_although_the_first_words_are_lost) {
+    Peer listener(net, named("l"));
+    listener.listen("a");
+    auto sender = std::make_unique<Peer>(net, named("s"));
     net.pass(second);
-    first.send("a");
+    sender->send("a");
     net.pass(second);
-    Peer second_(net, named("n"));
-    second_.listen("a");
-    net.pass(20 * second);
-    ASSERT_TRUE(second_.machine().suspended());
-    EXPECT_TRUE(first.told(Event::Kind::senderStartedAnew).empty());
+    ASSERT_EQ(listener.numbers("a"), std::vector<uint64_t>{1});
+    net.remove(*sender);
+    sender = std::make_unique<Peer>(net, named("s"));
+    net.onTheWay.clear();
+    sender->loses = [](const companion::Message& message) { return message.subject() == everybody; };
+    net.pass(second);
+    sender->loses = nullptr;
+    sender->send("a");
+    net.pass(90 * second);
+    EXPECT_EQ(listener.told(Event::Kind::senderStartedAnew).size(), 1u);
+    sender->send("a");
+    net.pass(second);
+    EXPECT_EQ(listener.numbers("a").size(), 2u);
+}
+
+// An earlier incarnation's hello that comes late does not keep the listener from registering with the sender.
+TEST_F(CertifiedPresence, a_late_hello_stops_nobody_from_registering) {
+    Peer listener(net, named("l"));
+    listener.listen("a");
+    net.pass(second);
+    Peer sender(net, named("s"));
+    net.pass(second);
+    FrameWriter writer;
+    Frame frame;
+    frame.kind = Kind::hello;
+    frame.name = "s";
+    frame.incarnation = 4711;
+    frame.flags = flagSettled;
+    encode(frame, writer);
+    net.onTheWay.push_back(messageWith(writer, everybody));
+    net.settle();
+    // Of a subject that no pattern was registered for.
+    sender.loses = [](const companion::Message& message) { return message.subject() == everybody; };
+    listener.listen("b");
+    sender.send("b");
+    net.pass(5 * second);
+    sender.send("b");
+    net.pass(second);
+    EXPECT_EQ(listener.numbers("b").back(), 2u);
 }
 
 TEST_F(CertifiedPresence, a_refused_listener_is_told_of_once_for_each_start) {

@@ -72,7 +72,8 @@ Receiver::Source* Receiver::makeSource(std::string_view name, uint64_t incarnati
     return &made;
 }
 
-// The sender, which others of its name give way to if it is new.
+// The sender, which is made known. Others of its name give way when it says that it has the name, and not before: it may be a
+// rival that does not get it.
 Receiver::Source* Receiver::meet(std::string_view name, uint64_t incarnation) {
     Source* source = findSource(name, incarnation);
     if (source != nullptr) return source;
@@ -81,7 +82,6 @@ Receiver::Source* Receiver::meet(std::string_view name, uint64_t incarnation) {
     source = makeSource(name, incarnation);
     if (source == nullptr) return nullptr;
     setForgetTime(*source);
-    supersede(name, incarnation);
     return source;
 }
 
@@ -110,9 +110,7 @@ void Receiver::heard(Source& source) {
     if (!source.superseded) return;
     // It is back: its ledger has moved, or two programs have the name.
     source.superseded = false;
-    for (auto& [subject, stream] : source.bySubject) {
-        if (stream->state == State::registering) registerAgain(*stream, shared_.now.monotonic);
-    }
+    setPatternTime(source, shared_.now.monotonic);
 }
 
 void Receiver::supersede(std::string_view name, uint64_t incarnation) {
@@ -121,7 +119,8 @@ void Receiver::supersede(std::string_view name, uint64_t incarnation) {
     for (Source* source : found->second) {
         if (source->incarnation == incarnation || source->superseded) continue;
         source->superseded = true;
-        shared_.tell(Event::Kind::senderStartedAnew, name, {});
+        source->hasName = false;
+        if (std::exchange(source->hadName, false)) shared_.tell(Event::Kind::senderStartedAnew, name, {});
         setForgetTime(*source);
     }
 }
@@ -304,7 +303,7 @@ void Receiver::sendCancel(Source& source, std::string_view subject, uint64_t att
 // Asks to be registered, or to be forgotten, and again when there is no answer.
 void Receiver::subscribe(Stream& stream) {
     const Taken taken(stream.registerAt);
-    if (!shared_.settled || stream.source->superseded) return;
+    if (!shared_.settled) return;
     if (stream.state == State::cancelling) {
         sendCancel(*stream.source, stream.subject, stream.attempt, 0);
     } else if (stream.state == State::registering && !stream.listeners.empty()) {
@@ -569,13 +568,33 @@ void Receiver::settled() {
     announceSoon();
     int64_t at = shared_.now.monotonic;
     for (auto& [id, stream] : streams_) {
-        if (stream->state != State::registering && stream->state != State::cancelling) continue;
-        stream->registerAt = at += apart;
-        setStreamTime(*stream);
+        if (stream->state == State::registering || stream->state == State::cancelling) wantAgain(*stream, at += apart);
     }
     for (auto& [id, source] : sources_) {
         wantPatterns(*source);
         setConfirmTime(*source, shared_.now.monotonic);
+    }
+}
+
+void Receiver::wantAgain(Stream& stream, int64_t at) {
+    stream.registerPause.reset();
+    stream.registerAt = at;
+    setStreamTime(stream);
+}
+
+void Receiver::backOnLine() {
+    settled();
+    for (auto& [id, stream] : streams_) {
+        if (stream->state != State::active) continue;
+        stream->askPause.reset();
+        stream->askAt = INT64_MAX;
+        lookForGap(*stream, 0);
+    }
+    for (auto& [id, source] : sources_) {
+        for (auto& [text, pattern] : source->patterns) {
+            pattern.at = std::min(pattern.at, shared_.now.monotonic);
+            pattern.pause.reset();
+        }
     }
 }
 
@@ -586,9 +605,20 @@ void Receiver::onHello(const Frame& frame) {
     Source* source = meet(frame.name, frame.incarnation);
     if (source == nullptr) return;
     heard(*source);
+    if ((frame.flags & flagSettled) != 0 && !source->hasName) {
+        source->hasName = source->hadName = true;
+        supersede(frame.name, frame.incarnation);
+    }
+    // The sender can be heard. A try that was made just now is not made again: two programs of one name may answer each other's.
+    const int64_t soon = shared_.now.monotonic + firstTry;
     for (auto& [subject, stream] : source->bySubject) {
-        if (stream->state == State::registering || stream->state == State::cancelling)
+        if ((stream->state == State::registering || stream->state == State::cancelling) && stream->registerAt > soon)
             registerAgain(*stream, shared_.now.monotonic);
+    }
+    for (auto& [text, pattern] : source->patterns) {
+        if (pattern.at <= soon) continue;
+        pattern.at = shared_.now.monotonic;
+        pattern.pause.reset();
     }
     wantPatterns(*source);
 }

@@ -27,6 +27,8 @@ class Receiver {
     void start();
     // The name is this machine's from now on; or is again.
     void settled();
+    // The network was away: whatever waits for an answer is said again now.
+    void backOnLine();
     // As of the sender.
     void storeAll();
     std::vector<std::string> patterns() const;
@@ -128,6 +130,8 @@ class Receiver {
         int64_t heardAt = 0;
         int64_t tokenAt = 0;
         int64_t askedTokenAt = INT64_MIN / 2;  // when a frame without a token went out last
+        bool hasName = false;                  // it was the last one to say so
+        bool hadName = false;                  // and the program was not told that another one has it now
         bool superseded = false;               // the name has another incarnation now
         int64_t confirmAt = INT64_MAX;
         uint32_t sinceConfirm = 0;
@@ -148,6 +152,7 @@ class Receiver {
     Source* findSource(uint64_t id) noexcept;
     Source* makeSource(std::string_view name, uint64_t incarnation);
     Source* meet(std::string_view name, uint64_t incarnation);
+    void wantAgain(Stream& stream, int64_t at);
     void forgetSource(Source& source);
     // The one that sent the frame to this session of this machine, or null.
     Source* authentic(const Frame& frame);

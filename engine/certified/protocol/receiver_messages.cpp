@@ -130,7 +130,9 @@ bool Receiver::isStored(const Frame& data) const noexcept {
 
 void Receiver::take(Stream& stream, uint64_t number, companion::Message message) {
     if (stream.state == State::registering && !stream.presumed) {
-        if (!stream.resumes || number >= stream.next) keepEarly(stream, number, std::move(message));
+        // What is kept may go to the program as a plain message, and what it has confirmed does not.
+        const bool done = stream.resumes && (number < stream.next || stream.confirmed.contains(number));
+        if (!done) keepEarly(stream, number, std::move(message));
         return;
     }
     if (number < stream.next || stream.confirmed.contains(number)) return;

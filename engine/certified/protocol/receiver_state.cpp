@@ -94,6 +94,7 @@ bool Receiver::loadStream(Reader& key, Reader& value) {
         return false;
     Source* source = findSource(name, incarnation);
     if (source == nullptr) source = makeSource(name, incarnation);
+    if (source != nullptr) source->hadName = true;
     if (source == nullptr || source->bySubject.contains(subject)) return false;
     Stream* stream = makeStream(*source, static_cast<uint32_t>(subjectId), subject);
     if (stream == nullptr) return false;

@@ -11,7 +11,6 @@
 namespace quorl::certified {
 namespace {
 
-constexpr int64_t firstNote = 500 * milliseconds;
 constexpr int64_t longestNote = 30 * seconds;
 constexpr size_t idleSubjects = 10'000;  // without agreements that are remembered
 constexpr size_t cachedMost = 65'536;

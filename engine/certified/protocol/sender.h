@@ -75,6 +75,7 @@ class Sender {
   private:
     // Of an agreement that takes whatever session the listener registers with.
     static constexpr uint64_t anySession = UINT64_MAX;
+    static constexpr int64_t firstNote = 500 * milliseconds;  // the shortest pause between notes
 
     struct Subject;
     struct Subscriber;
@@ -132,6 +133,7 @@ class Sender {
         int64_t heard = 0;    // wall clock
         int64_t heardAt = 0;  // monotonic; when it was last heard, or first wanted
         int64_t noteAt = INT64_MAX;
+        int64_t notedAt = INT64_MIN / 2;  // when the last note was sent
         Pause pause;
         uint32_t noteNext = 0;  // subject id from which the next note goes on
         std::vector<Interest> interests;

@@ -10,7 +10,8 @@
 namespace quorl::certified {
 namespace {
 
-constexpr size_t refusedMost = 1024;  // refusals that are remembered
+constexpr size_t refusedMost = 1024;         // refusals that are remembered
+constexpr int64_t apart = milliseconds / 5;  // between notes when all are sent at once
 
 }  // namespace
 
@@ -101,6 +102,7 @@ void Sender::sayHello(std::string_view to) {
     hello.kind = Kind::hello;
     hello.name = shared_.settings.name;
     hello.incarnation = incarnation_;
+    if (shared_.settled) hello.flags = flagSettled;
     FrameWriter writer;
     encode(hello, writer);
     shared_.sendWhenStored(writer, to);
@@ -113,6 +115,10 @@ void Sender::onAnnounce(const Frame& frame) {
     if (subscriber != nullptr) {
         if (subscriber->disallowed) return;
         subscriber->heardAt = shared_.now.monotonic;
+        // It may have been away, and the pauses between notes have become long. Not sooner than the shortest of them, so that
+        // nobody has more notes sent by announcing again and again.
+        if (subscriber->noteAt != INT64_MAX && shared_.now.monotonic - subscriber->notedAt >= firstNote)
+            remindNow(*subscriber);
     }
     sayHello(addressOf(frame.name));
 }
@@ -531,18 +537,24 @@ void Sender::onNote(uint64_t subscriberId) {
             writer);
         if (full) subscriber->noteNext = agreement.subject->id;
     }
-    if (writer.size() != empty) shared_.sendWhenStored(writer, subscriber->address);
+    if (writer.size() != empty) {
+        shared_.sendWhenStored(writer, subscriber->address);
+        subscriber->notedAt = shared_.now.monotonic;
+    }
     if (progress || !any) subscriber->pause.reset();
     if (any) expectConfirmation(*subscriber);
 }
 
 void Sender::backOnLine() {
     sayHello(everybody);
+    int64_t at = shared_.now.monotonic;
     for (auto& [id, subscriber] : subscribers_) {
         if (subscriber->agreements.empty()) continue;
         subscriber->pause.reset();
-        subscriber->noteAt = shared_.now.monotonic;
-        shared_.set(subscriber->noteAt, Timing::note, id);
+        if (subscriber->noteAt <= at) continue;
+        shared_.set(at, Timing::note, id);
+        subscriber->noteAt = at;
+        at += apart;
     }
 }
 
