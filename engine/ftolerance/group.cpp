@@ -124,6 +124,10 @@ quorl_status groupSubject(uint32_t transport, const char* name, std::string* sub
         return companion::fail(QUORL_INVALID_SUBJECT,
                                "group \"%.32s...\": the name has %zu bytes, and may have %zu at most", name, length,
                                most);
+    if (length == 0) return companion::fail(QUORL_INVALID_SUBJECT, "group \"\": the name is empty");
+    if (name[0] == '_')
+        return companion::fail(QUORL_INVALID_SUBJECT, "group \"%.64s\": what starts with \"_\" belongs to the system",
+                               name);
     std::string full = std::string(prefix) + name;
     quorl_status status = companion::checkSubject(transport, full);
     if (status != QUORL_OK) {

@@ -33,8 +33,8 @@ typedef void (*quorlftMonitorCallback)(quorlftMonitor monitor, const char* group
 /* The version of this library, as quorl_Version. */
 QUORL_API const char* quorlft_Version(void) QUORL_NOEXCEPT;
 
-/* Joins a group. groupName: a subject without wildcards, at most 244 bytes. weight: rank, higher first, 1 to 65535; of equal
- * weight whoever joined first. activeGoal: members that are to be active, from 1. Intervals in seconds, 0.001 to 30 days:
+/* Joins a group. groupName: a subject without wildcards that does not begin with '_', at most 244 bytes. weight: rank, higher
+ * first, 1 to 65535; of equal weight whoever joined first. activeGoal: members that are to be active, from 1. Intervals in seconds, 0.001 to 30 days:
  * between signs of life, of silence before preparation (0 for none), of silence before activation; in this order, each longer
  * than the one before. The member may become active when the activation interval has passed.
  * QUORL_INVALID_ARG, QUORL_INVALID_CALLBACK (null), QUORL_INVALID_SUBJECT (null too), QUORL_INVALID_QUEUE,

@@ -296,12 +296,14 @@ TEST_F(Members, bad_arguments_have_statuses_and_change_nothing) {
     EXPECT_EQ(create(nullptr, onAction, "g", 1, 1, 1, 2, 3), QUORL_INVALID_ARG);
     EXPECT_EQ(create(&id, nullptr, "g", 1, 1, 1, 2, 3), QUORL_INVALID_CALLBACK);
     EXPECT_EQ(create(&id, onAction, nullptr, 1, 1, 1, 2, 3), QUORL_INVALID_SUBJECT);
-    for (const char* name : {"", "*", "a.*", ">", "a.>", ".a", "a.", "a..b"}) {
+    for (const char* name : {"", "*", "a.*", ">", "a.>", ".a", "a.", "a..b", "_", "_x.y"}) {
         EXPECT_EQ(create(&id, onAction, name, 1, 1, 1, 2, 3), QUORL_INVALID_SUBJECT) << name;
         const std::string told = quorl_LastErrorText();
         EXPECT_NE(told.find(std::string("group \"") + name + "\""), std::string::npos) << told;
         EXPECT_EQ(told.find("_QUORL"), std::string::npos) << told;
     }
+    EXPECT_EQ(create(&id, onAction, "", 1, 1, 1, 2, 3), QUORL_INVALID_SUBJECT);
+    EXPECT_STREQ(quorl_LastErrorText(), "group \"\": the name is empty");
     EXPECT_EQ(create(&id, onAction, std::string(245, 'x').c_str(), 1, 1, 1, 2, 3), QUORL_INVALID_SUBJECT);
     EXPECT_EQ(std::string(quorl_LastErrorText()),
               "group \"" + std::string(32, 'x') + "...\": the name has 245 bytes, and may have 244 at most");

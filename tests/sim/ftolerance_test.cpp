@@ -121,7 +121,7 @@ std::vector<Planted> planted() {
               if (frame.joined != 0) frame.joined = 1 + frame.sequence;
               return true;
           }));
-    plant("gives_out_the_same_token_always", "its token does not grow", tells([](MemberNews& news) {
+    plant("gives_out_the_same_token_always", "token", tells([](MemberNews& news) {
               for (Told& told : news.actions) told.token = told.action == Action::prepare ? 0 : 1;
           }));
     plant("forgets_what_others_activated", "", hears([](Frame& frame) {

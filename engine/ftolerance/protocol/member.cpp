@@ -75,7 +75,10 @@ int64_t Member::due() const noexcept {
         if (self_.intervals.preparation != 0) earlier(joinedFrom_ + self_.intervals.preparation);
     }
     if (acting_) due = std::min(due, actingUntil_);
-    if (!active_) earlier(holdUntil_);
+    if (!active_) {
+        earlier(holdUntil_);
+        earlier(settleUntil_);
+    }
     return due;
 }
 
@@ -321,6 +324,7 @@ Member::Standing Member::standing() const noexcept {
     peers_.each([&](const Peer& peer) {
         const Frame& other = peer.last;
         const bool above = ranksAbove(other, self);
+        found.company = found.company || other.state != State::left;
         // They will be ranked when this one is: that is worth a thought for hints alone.
         if (other.state == State::joining && joining_ && other.joined == 0) {
             const bool first = other.weight != self.weight ? other.weight > self.weight : other.member < self.member;
@@ -352,8 +356,12 @@ void Member::decide(Now now, MemberOutput& out) {
         joining_ = false;
         if (self_.joined == 0) self_.joined = std::min(latestJoined_ + 1, highestJoined);
         latestJoined_ = std::max(latestJoined_, self_.joined);
+        settleUntil_ = time + self_.intervals.heartbeat / 4;
     }
     const Standing others = standing();
+    // Whoever has started together with this one ends joining now, too, and may not have said so yet. Of one that has to step back
+    // first all hear.
+    if (time < settleUntil_ && (!others.company || others.ahead >= others.goal)) settleUntil_ = time;
     if (active_ && others.betterActing >= others.goal) deactivate(Cause::rank, time, out);
     const bool tooMany = active_ && others.acting + 1 > others.goal;
     if (tooMany && !tooMany_) {
@@ -370,7 +378,7 @@ void Member::decide(Now now, MemberOutput& out) {
 
     const bool entitled = !active_ && !joining_ && others.better < others.goal;
     const bool held = acting_ || time < holdUntil_;
-    if (entitled && !held && others.ahead < others.goal) {
+    if (entitled && !held && time >= settleUntil_ && others.ahead < others.goal) {
         activate(now, out);
     } else {
         const bool claims = entitled && !held;

@@ -98,6 +98,7 @@ class Member {
         uint32_t betterActing = 0;  // of these, active or claiming
         uint32_t acting = 0;        // that may act
         uint32_t ahead = 0;         // that may act, or claim and are better
+        bool company = false;       // there is another, ranked or joining
         bool lowerActive = false;   // one that is not above this one is active
         const Frame* worstActing = nullptr;
     };
@@ -144,6 +145,7 @@ class Member {
     int64_t joinedFrom_ = 0;  // since when it listens, while it is joining
     int64_t actingUntil_ = 0;
     int64_t holdUntil_ = INT64_MIN;      // no activation before
+    int64_t settleUntil_ = INT64_MIN;    // no activation before, but claims
     int64_t readFirstAt_ = 0;            // when a late step last held it back
     int64_t hintHoldUntil_ = INT64_MIN;  // no hint before
     int64_t claimingFrom_ = 0;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace quorl::ftolerance {
@@ -177,6 +178,40 @@ TEST(FtMember, those_that_join_at_once_are_ranked_by_their_ids) {
     EXPECT_EQ(first.machine.state() == State::active, second_.machine.state() != State::active);
     EXPECT_EQ(first.machine.frame().joined + second_.machine.frame().joined, 3u)
         << "the second one heard the first one's place before it took its own";
+}
+
+TEST(FtMember, of_those_that_start_together_only_the_highest_ranked_activates) {
+    constexpr uint16_t size = 5;
+    std::vector<std::unique_ptr<Driven>> members;
+    std::vector<Frame> frames;
+    const auto all = [&](auto&& step) {
+        std::vector<Frame> next;
+        for (const auto& each : members) {
+            for (const Frame& frame : step(*each)) next.push_back(frame);
+        }
+        frames = std::move(next);
+    };
+    const auto deliver = [&](int64_t at) {
+        const std::vector<Frame> underWay = std::exchange(frames, {});
+        all([&](Driven& to) {
+            std::vector<Frame> answers;
+            for (const Frame& frame : underWay) {
+                for (const Frame& answer : to.hear(at, frame)) answers.push_back(answer);
+            }
+            return answers;
+        });
+    };
+    for (uint16_t i = 1; i <= size; ++i) members.push_back(std::make_unique<Driven>(i, settings(i)));
+    all([](Driven& each) { return each.start(0); });
+    deliver(1);
+    // All end joining before any of them has heard another do so.
+    for (int64_t at = second; at <= 8 * second; at += second / 8) {
+        all([&](Driven& each) { return each.tick(at); });
+        while (!frames.empty()) deliver(at + ms);
+    }
+    for (const auto& each : members) EXPECT_EQ(each->text.find('A') != std::string::npos, each->machine.id() == size);
+    EXPECT_EQ(members.back()->text, "PA");
+    EXPECT_EQ(members.back()->told(Event::tooMany), 0u);
 }
 
 TEST(FtMember, a_heavier_one_takes_over_when_it_has_listened_and_the_other_has_stepped_back) {
