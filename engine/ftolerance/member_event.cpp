@@ -11,6 +11,8 @@
 namespace quorl::ftolerance {
 namespace {
 
+constexpr int64_t pauseWithoutRoom = 2'000'000;  // nanoseconds
+constexpr int64_t waitForRoom = 2'000'000'000;   // at most, for the last frame
 constexpr uint32_t actionBits = 2;
 constexpr uint32_t numbers = uint32_t{1} << (31 - actionBits);  // tags are below 2^31
 
@@ -99,8 +101,21 @@ void MemberEvent::leave() noexcept {
 void MemberEvent::closed() noexcept {
     const companion::KeptErrorText kept;
     leave();
+    if (!host().isHostThread()) sendLastFrame(companion::monotonicNow() + waitForRoom);
     host().unlisten(listener_.exchange(0));
     host().remove(*this);
+}
+
+// The others wait for a good-bye that does not come as for one that has died.
+void MemberEvent::sendLastFrame(int64_t deadline) noexcept {
+    for (;;) {
+        const uint32_t seen = companion::roomReports(transport_);
+        bool waits = false;
+        step([](Member&, MemberOutput&) { return QUORL_OK; });
+        look([&](const Member&) { waits = unsent_.has_value(); });
+        if (!waits || companion::monotonicNow() >= deadline) return;
+        if (companion::awaitRoom(transport_, seen, deadline) != QUORL_OK) return;
+    }
 }
 
 void MemberEvent::wake() noexcept {
@@ -125,12 +140,23 @@ void MemberEvent::received(uint32_t, companion::Message&& message) noexcept {
     });
 }
 
-// What finds no room, or no daemon, is as if it had been lost: the next heartbeat says the same. A transport that is gone does
-// not come back.
+// A program that sends faster than the daemon takes it leaves no room for most of the time, and would be taken for dead: the
+// newest frame is tried again soon. What finds no daemon is as if it had been lost, and the next heartbeat says the same. A
+// transport that is gone does not come back.
 void MemberEvent::transmit(Member& machine, MemberOutput& output) noexcept {
     const companion::KeptErrorText kept;
     bool gone = false;
-    for (const Frame& frame : output.frames) gone = sendFrame(transport_, subject_, frame) == QUORL_INVALID_TRANSPORT;
+    const auto send = [&](const Frame& frame) {
+        const quorl_status status = sendFrame(transport_, subject_, frame);
+        gone = status == QUORL_INVALID_TRANSPORT;
+        return status != companion::noRoom;
+    };
+    if (output.frames.empty() && unsent_ && send(*unsent_)) unsent_.reset();
+    for (const Frame& frame : output.frames) {
+        unsent_.reset();
+        if (!send(frame)) unsent_ = frame;
+    }
+    if (unsent_) host().schedule(*this, companion::monotonicNow() + pauseWithoutRoom);
     if (!gone) return;
     try {
         machine.abandon(now(), output);

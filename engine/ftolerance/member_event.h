@@ -8,6 +8,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "companion/driver.h"
@@ -53,13 +54,15 @@ class MemberEvent final : public companion::EventObject, public companion::Drive
     void transmit(Member& machine, MemberOutput& output) noexcept override;
     void deliver(MemberNews news) noexcept override;
     void leave() noexcept;
+    void sendLastFrame(int64_t deadline) noexcept;
     uint32_t nextTag(const Told& told) noexcept;
     void done(uint32_t deactivation) noexcept;
 
     const uint32_t transport_;
     const std::string subject_;
     const quorlftMemberCallback callback_;
-    Who who_;  // complete before the first step
+    Who who_;                      // complete before the first step
+    std::optional<Frame> unsent_;  // that found no room; belongs to the steps
     std::atomic<uint32_t> listener_{0};
     std::atomic<uint32_t> weight_{0};  // to be set; 0: none is
     std::atomic<uint32_t> returned_{

@@ -44,8 +44,9 @@ QUORL_API quorl_status quorlftMember_Create(quorlftMember* member, quorlQueue qu
                                             quorl_u16 activeGoal, quorl_f64 heartbeatInterval,
                                             quorl_f64 preparationInterval, quorl_f64 activationInterval,
                                             const void* closure) QUORL_NOEXCEPT;
-/* Leaves the group, and says so: the next one takes over at once. No callback begins any more, not even for this; one that runs goes
- * on, and may have called it. The end of the library does the same for all members. QUORL_INVALID_EVENT. */
+/* Leaves the group, and says so: the next one takes over at once. Waits up to 2 seconds for room when the way to the daemon is
+ * full. No callback begins any more, not even for this; one that runs goes on, and may have called it. The end of the library does
+ * the same for all members. QUORL_INVALID_EVENT. */
 QUORL_API quorl_status quorlftMember_Destroy(quorlftMember member) QUORL_NOEXCEPT;
 /* The token of the activation that the member's callback was told last, in that callback and from then on; 0 before the first. It
  * grows with every activation that is known in the group: what is done in the group's name carries it, and whoever it is done to

@@ -23,9 +23,13 @@ bool nearlyAsLong(int64_t one, int64_t other) noexcept {
 
 }  // namespace
 
-// The last chunk when it has the room, else a new one. Throws std::bad_alloc.
+// The last chunk when it has the room, else a new one. It counts as waiting until all of it was sent, so large messages, which
+// take no room in it, end it too: a few chunks of them would leave no room to anybody for as long as they are sent. Throws
+// std::bad_alloc.
 Outbox::Chunk& Outbox::chunkWith(size_t room) {
-    if (!chunks_.empty() && chunks_.back()->room - chunks_.back()->used >= room) return *chunks_.back();
+    if (!chunks_.empty() && chunks_.back()->room - chunks_.back()->used >= room &&
+        chunks_.back()->cost < Chunk::standardRoom)
+        return *chunks_.back();
     std::unique_ptr<Chunk> chunk;
     if (room <= Chunk::standardRoom && !spares_.empty()) {
         chunk = std::move(spares_.back());

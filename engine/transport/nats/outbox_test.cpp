@@ -181,5 +181,17 @@ TEST_F(Waiting, aFullConnectionTellsOfRoomOnceHalfIsFree) {
     EXPECT_EQ(room.reports, 2);
 }
 
+TEST_F(Waiting, aConnectionFullOfLargeMessagesHasRoomWhenThoseAtItsHeadWereSent) {
+    outbox.setConnected(true);
+    const auto content = contentOf("a", 900000);
+    while (put(content) == QUORL_OK) {
+    }
+    auto chunk = outbox.take();
+    EXPECT_EQ(chunk->frames.size(), 1u);
+    outbox.giveBack(std::move(chunk));
+    EXPECT_EQ(put(contentOf("b", 10)), QUORL_OK);
+    EXPECT_EQ(room.reports, 0) << "not for those who send much";
+}
+
 }  // namespace
 }  // namespace quorl::transport::nats

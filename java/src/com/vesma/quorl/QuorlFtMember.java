@@ -538,7 +538,7 @@ public final class QuorlFtMember extends QuorlEvent {
 
     /**
      * Leaves the group: the next member takes over at once. Waits for a handler of this member that runs on another thread, and then says
-     * good-bye; called inside a handler it does so at once. No handler runs any more. Closing again waits too and does nothing else.
+     * good-bye; called inside a handler it does so at once. When the way to the daemon is full, that takes up to 2 s. No handler runs any more. Closing again waits too and does nothing else.
      */
     @Override
     public void close() {
@@ -574,6 +574,7 @@ public final class QuorlFtMember extends QuorlEvent {
         }
     }
 
+    /** Its good-bye may wait for room on a connection that is full, 2 s at most, and for no thread of Java. */
     @Override
     void destroyNative(int event) {
         quorlftMember_Destroy(event);
