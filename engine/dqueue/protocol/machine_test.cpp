@@ -125,6 +125,13 @@ class Group {
             settle();
         }
     }
+    // What is said to the sender comes when it is slow no more.
+    void slowDownSender(bool slow) {
+        senderIsSlow_ = slow;
+        if (slow) return;
+        for (; !late_.empty(); late_.pop_front()) way_.push_back(late_.front());
+        settle();
+    }
     int64_t time() const { return now_.monotonic; }
     Now now() const { return now_; }
 
@@ -141,6 +148,10 @@ class Group {
             way_.pop_front();
             const std::string_view subject = message.subject();
             if (subject == sender_->address() || subject == certified::everybody) {
+                if (senderIsSlow_) {
+                    late_.push_back(message);
+                    continue;
+                }
                 certified::Output out;
                 sender_->receive(message, 0, now_, out);
                 take(out);
@@ -190,6 +201,8 @@ class Group {
     std::unique_ptr<certified::Machine> sender_;
     std::deque<Member> members_;
     std::deque<companion::Message> way_;
+    bool senderIsSlow_ = false;
+    std::deque<companion::Message> late_;  // to the sender
 };
 
 TEST(DqueueMachine, gives_a_task_to_one_worker_and_confirms_it_when_it_is_completed) {
@@ -592,6 +605,27 @@ TEST(DqueueMachine, those_that_leave_confirm_themselves_what_they_did_when_nobod
         EXPECT_TRUE(group.member(third).left) << inOrder;
         EXPECT_EQ(group.kept(), 1u) << "the first one's task";
     }
+}
+
+TEST(DqueueMachine, the_last_one_waits_for_senders_to_register) {
+    Group group;
+    const size_t first = group.join(settingsOf(3));
+    const size_t other = group.join(settingsOf(2));
+    group.pass(2 * second);
+    group.send(2);
+    ASSERT_EQ(group.member(other).tasks.size(), 1u);
+    group.call(other, [&](Machine& machine, Output& out) { machine.leave(group.now(), out); });
+    group.call(first, [&](Machine& machine, Output& out) { machine.close(group.now(), out); });
+    group.member(first).dead = true;
+    group.slowDownSender(true);
+    group.complete(other);
+    while (!group.counts(other).scheduler) group.pass(10 * millisecond);
+    group.pass(200 * millisecond);
+    EXPECT_FALSE(group.member(other).left);
+    group.slowDownSender(false);
+    group.pass(second);
+    EXPECT_TRUE(group.member(other).left);
+    EXPECT_EQ(group.kept(), 1u) << "the first one's task";
 }
 
 TEST(DqueueMachine, one_that_was_closed_has_left_at_once) {
