@@ -415,6 +415,27 @@ TEST(DqueueMachine, those_that_leave_confirm_themselves_what_they_did_when_nobod
     }
 }
 
+TEST(DqueueMachine, the_last_one_waits_for_senders_to_register) {
+    TestQueue group;
+    const size_t first = group.join(settingsOf(3));
+    const size_t other = group.join(settingsOf(2));
+    group.pass(2 * second);
+    group.send(2);
+    ASSERT_EQ(group.member(other).tasks.size(), 1u);
+    group.call(other, [&](Machine& machine, Output& out) { machine.leave(group.now(), out); });
+    group.call(first, [&](Machine& machine, Output& out) { machine.close(group.now(), out); });
+    group.member(first).dead = true;
+    group.slowDownSender(true);
+    group.complete(other);
+    while (!group.counts(other).scheduler) group.pass(10 * millisecond);
+    group.pass(200 * millisecond);
+    EXPECT_FALSE(group.member(other).left);
+    group.slowDownSender(false);
+    group.pass(second);
+    EXPECT_TRUE(group.member(other).left);
+    EXPECT_EQ(group.kept(), 1u) << "the first one's task";
+}
+
 TEST(DqueueMachine, one_that_was_closed_has_left_at_once) {
     TestQueue group;
     const size_t only = group.join(settingsOf(1));

@@ -143,7 +143,7 @@ class Scheduler {
     void end() noexcept;
 
     const Term& term() const noexcept { return term_; }
-    // Whether all others leave too, and some of them hold tasks: nobody else would hear that these are completed.
+    // Whether nobody stays who would be the next, and others hold tasks still, or senders are to be told yet what was done before.
     bool isAwaited() const noexcept;
 
     // ---- what comes in
@@ -270,6 +270,7 @@ class Scheduler {
 
     bool settling_ = true;  // workers are still to say what they hold
     int64_t settlingUntil_ = 0;
+    bool unconfirmed_ = false;  // something was done that its sender has not registered this session for
     int64_t beatAt_ = 0;
     std::vector<Stream*> dirty_;
     std::vector<std::pair<Stream*, uint64_t>> counting_;  // whose counts are to be told

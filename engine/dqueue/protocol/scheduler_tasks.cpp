@@ -125,6 +125,7 @@ void Scheduler::settle(Stream& stream, uint64_t number) {
 
 void Scheduler::completed(Stream& stream, uint64_t number, WorkerEntry* by) {
     const bool wasOverdue = by != nullptr && takeOverdue(*by, stream, number);
+    if (stream.source == 0 && !stream.name.empty()) unconfirmed_ = true;
     const auto found = stream.tasks.find(number);
     if (found == stream.tasks.end()) {
         if (!stream.settled.contains(number)) return settle(stream, number);

@@ -206,6 +206,7 @@ void Scheduler::onInventory(const Frame& frame, WorkerEntry& worker) {
                 if (stream->settled.rangeCount() >= Streams::rangesMost) return;
                 const uint64_t before = stream->settled.upTo() + stream->settled.beyond();
                 stream->settled.add(range);
+                if (stream->source == 0 && !stream->name.empty()) unconfirmed_ = true;
                 if (stream->settled.upTo() + stream->settled.beyond() == before) return;
                 if (spares(left, range)) {
                     for (uint64_t number = range.first; number <= range.last; ++number) stream->fresh.push_back(number);
@@ -395,7 +396,9 @@ bool Scheduler::isAwaited() const noexcept {
         successor = successor || worker == nullptr || !worker->leaving;
         holds = holds || (worker != nullptr && (worker->held != 0 || !worker->overdue.empty()));
     });
-    return holds && !successor;
+    if (successor) return false;
+    // They have as long to register as workers have to attach.
+    return holds || (unconfirmed_ && shared_.now.monotonic < settlingUntil_);
 }
 
 void Scheduler::lose(WorkerEntry& worker, bool left) {

@@ -169,6 +169,13 @@ class TestQueue {
             if (!any && now_.monotonic >= end) return;
         }
     }
+    // What is said to the sender comes when it is slow no more.
+    void slowDownSender(bool slow) {
+        senderIsSlow_ = slow;
+        if (slow) return;
+        for (; !late_.empty(); late_.pop_front()) way_.push_back(late_.front());
+        settle();
+    }
     int64_t time() const { return now_.monotonic; }
     Now now() const { return now_; }
     // That of the last beat.
@@ -195,6 +202,10 @@ class TestQueue {
             way_.pop_front();
             const std::string_view subject = message.subject();
             if (subject == sender_->address() || subject == certified::everybody) {
+                if (senderIsSlow_) {
+                    late_.push_back(message);
+                    continue;
+                }
                 certified::Output out;
                 sender_->receive(message, 0, now_, out);
                 take(out);
@@ -251,6 +262,8 @@ class TestQueue {
     std::unique_ptr<certified::Machine> sender_;
     std::deque<Member> members_;
     std::deque<companion::Message> way_;
+    std::deque<companion::Message> late_;
+    bool senderIsSlow_ = false;
     Term term_;
 };
 
