@@ -3,6 +3,7 @@ package com.vesma.quorl.cli;
 import com.vesma.quorl.QuorlException;
 import com.vesma.quorl.QuorlMsg;
 import java.io.PrintWriter;
+import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.Callable;
@@ -160,6 +161,14 @@ abstract class Action implements Callable<Integer> {
 
     ParameterException usage(String message) {
         return new ParameterException(spec.commandLine(), message);
+    }
+
+    /** A distributed queue's name is a certified name. */
+    void checkQueue(String name) {
+        String why = Subjects.whyNotSendable(name);
+        if (why == null && name.startsWith("_")) why = "what starts with \"_\" belongs to the system";
+        if (why == null && name.getBytes(StandardCharsets.UTF_8).length > 200) why = "a name has at most 200 bytes";
+        if (why != null) throw usage("queue \"" + name + "\": " + why);
     }
 
     void checkSendable(String subject) {

@@ -25,8 +25,7 @@ final class DqStatusCommand extends Action {
 
     @Override
     void check() {
-        String why = Subjects.whyNotSendable(queue);
-        if (why != null) throw usage("queue \"" + queue + "\": " + why);
+        checkQueue(queue);
         checkAtLeast("--timeout", timeout, 0.001);
     }
 

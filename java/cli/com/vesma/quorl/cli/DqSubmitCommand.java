@@ -48,6 +48,8 @@ final class DqSubmitCommand extends Action {
     @Override
     void check() {
         if (subject == null && source.csv == null && jsonFile == null) throw usage("Missing required parameter: 'SUBJECT'");
+        checkQueue(queue);
+        if (queue.equals(certified.name)) throw usage("--name is that of the queue, which its members have; give the sender another");
         if (subject != null) checkSendable(subject);
         certified.check(this);
         checkAtLeast("--timeout", timeout, 0.001);

@@ -1,5 +1,6 @@
 package com.vesma.quorl.cli;
 
+import com.vesma.quorl.QuorlClosedException;
 import com.vesma.quorl.QuorlCmListener;
 import com.vesma.quorl.QuorlCmQueueTransport;
 import com.vesma.quorl.QuorlDispatcher;
@@ -71,10 +72,11 @@ final class DqWorkCommand extends Action {
     /** Guarded by this, as the next. */
     private long done;
     private long failed;
-    private Failure failure;
+    private RuntimeException failure;
 
     @Override
     void check() {
+        checkQueue(queue);
         checkListenable(subject, null);
         checkAtLeast("--tasks", tasks, 1);
         checkAtLeast("--weight", weight, 1);
@@ -112,9 +114,10 @@ final class DqWorkCommand extends Action {
         QuorlQueue waiting = new QuorlQueue("quorl tasks");
         List<QuorlDispatcher> workers = new ArrayList<>();
         for (int i = 0; i < tasks; i++) workers.add(new QuorlDispatcher(waiting, "quorl-task-" + (i + 1)));
-        // What programs work on is finished first.
+        // What programs work on is finished first, if it does not take too long.
         session.atEnd(() -> {
             member.close();
+            runs.close();
             workers.forEach(QuorlDispatcher::close);
             waiting.close();
         });
@@ -128,22 +131,32 @@ final class DqWorkCommand extends Action {
             code = runs.run(task, line -> {
                 if (!quiet) session.print(line);
             });
-        } catch (Failure e) {
-            listener.giveBack(task);
+        } catch (Failure | OutputClosed e) {
+            settle(() -> listener.giveBack(task));
             fail(e);
             return;
         }
         if (code == 0) {
-            listener.confirm(task);
+            settle(() -> listener.confirm(task));
             ended(true);
             return;
         }
-        listener.giveBack(task);
+        settle(() -> listener.giveBack(task));
+        if (runs.hasEnded()) return;
         ended(false);
         synchronized (err()) {
             err().println("quorl: task " + about + ": " + Texts.quoted(program.get(0)) + " ended with " + code
                     + "; the task goes to another worker");
             err().flush();
+        }
+    }
+
+    /** A member that has left holds no tasks: they went to other workers. */
+    private static void settle(Runnable told) {
+        try {
+            told.run();
+        } catch (QuorlClosedException e) {
+            // As said.
         }
     }
 
@@ -156,7 +169,7 @@ final class DqWorkCommand extends Action {
         notifyAll();
     }
 
-    private synchronized void fail(Failure with) {
+    private synchronized void fail(RuntimeException with) {
         if (failure == null) failure = with;
         notifyAll();
     }
