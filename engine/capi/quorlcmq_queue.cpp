@@ -64,6 +64,8 @@ quorl_status quorlcmTransport_CreateDistributedQueueEx(quorlcmTransport* cmTrans
                                                        quorl_f64 schedulerHeartbeat,
                                                        quorl_f64 schedulerActivation) noexcept {
     if (cmTransport == nullptr) return fail(QUORL_INVALID_ARG, "the pointer for the result is null");
+    // First: in a library that was never opened there are no parameters to read.
+    if (const quorl_status status = useModule(); status != QUORL_OK) return status;
     if (cmName == nullptr) return fail(QUORL_INVALID_NAME, "a distributed queue needs a name, and it is null");
     if (const quorl_status status = checkWeight(workerWeight); status != QUORL_OK) return status;
     if (const quorl_status status = checkTasks(workerTasks); status != QUORL_OK) return status;

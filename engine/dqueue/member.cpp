@@ -57,7 +57,6 @@ QueueMember::~QueueMember() = default;
 // ---- coming
 
 quorl_status QueueMember::create(uint32_t transport, const Settings& settings, uint32_t* id) {
-    if (const quorl_status status = useModule(); status != QUORL_OK) return status;
     Chance chance;
     do {
         if (!draw(&chance.member, sizeof chance.member) || !draw(chance.key.data(), sizeof chance.key))

@@ -145,6 +145,18 @@ class DistributedQueue : public Open {
     quorlQueue queue = 0;
 };
 
+// In a process that has opened nothing yet, which has no parameters either.
+TEST(ClosedLibrary, hasNoDistributedQueues) {
+    quorlcmTransport made = 4711;
+    EXPECT_EQ(tryToJoin(nullptr, 1, {}), QUORL_INVALID_ARG);
+    EXPECT_EQ(tryToJoin(&made, 1, {}), QUORL_NOT_INITIALIZED);
+    EXPECT_EQ(tryToJoin(&made, 1, {.name = nullptr, .weight = 0}), QUORL_NOT_INITIALIZED);
+    EXPECT_EQ(quorlcmTransport_SetWorkerWeight(4711, 1), QUORL_NOT_INITIALIZED);
+    EXPECT_EQ(quorlcmTransport_SetCompleteTime(4711, 1), QUORL_NOT_INITIALIZED);
+    EXPECT_EQ(quorlcmEvent_ReturnMsg(4711, nullptr), QUORL_NOT_INITIALIZED);
+    EXPECT_EQ(made, 4711u);
+}
+
 TEST_F(DistributedQueue, refusesWhatIsOutOfRange) {
     quorlcmTransport made = 4711;
     EXPECT_EQ(tryToJoin(nullptr, transport, {}), QUORL_INVALID_ARG);

@@ -73,3 +73,8 @@ for library in quorlcm quorlft; do
     cc "$library.c" $(pkg-config --cflags --libs "$library") -o "$library"
     ./"$library" | uniq | diff - "$(printf '%s\n' "$(pkg-config --modversion "$library")" >version && echo version)"
 done
+# A worker calls functions of two libraries.
+printf '#include <quorl/quorlcmq.h>\nint main(void) {\n    return quorlcmTransport_CreateDistributedQueueEx(0, 0, 0, 1, 1, 1, 1, 3) != QUORL_INVALID_ARG\n        || quorlcmTransport_Destroy(0) == QUORL_OK || quorlcmEvent_CreateListener(0, 0, 0, 0, 0, 0) == QUORL_OK;\n}\n' >worker.c
+# shellcheck disable=SC2046 # words
+cc worker.c $(pkg-config --cflags --libs quorlcmq) -o worker
+./worker

@@ -94,7 +94,8 @@ bool goodTask(const Frame& frame) noexcept {
     if (frame.original.empty()) return frame.number != 0 && frame.number != UINT64_MAX && (frame.flags & flagKept) == 0;
     certified::Frame data;
     return certified::decode(frame.original, &data) == certified::Decoded::frame &&
-           data.kind == certified::Kind::data && frame.number == 0 && frame.incarnation == 0;
+           data.kind == certified::Kind::data && certified::validName(data.name) && frame.number == 0 &&
+           frame.incarnation == 0;
 }
 
 }  // namespace

@@ -78,7 +78,12 @@ TEST(DqueueFrame, carries_what_the_sender_said_beside_a_task) {
     ASSERT_EQ(decode(bytes, &read), Decoded::frame);
     ASSERT_EQ(read.original.size(), original.size());
     EXPECT_EQ(std::memcmp(read.original.data(), original.bytes().data(), original.size()), 0);
-    // Nothing else than a message of a certified sender.
+    // Nothing else than a message of a certified sender, whose stream members can speak of.
+    data.name = "sender\x80";
+    certified::FrameWriter nameless;
+    certified::encode(data, nameless);
+    task.original = nameless.bytes();
+    EXPECT_EQ(decode(bytesOf(task), &read), Decoded::foreign);
     task.original = {bytes.data(), bytes.size()};
     EXPECT_EQ(decode(bytesOf(task), &read), Decoded::foreign);
 }

@@ -322,6 +322,38 @@ TEST(DqueueMachine, gives_plain_messages_a_number_to_complete_them_by) {
     EXPECT_EQ(group.counts(only).held, 0u);
 }
 
+// Anybody can write any sender's name beside a message. Members that could not say such a task's stream to each other would hold
+// it for ever.
+TEST(DqueueMachine, takes_a_message_of_a_sender_without_a_valid_name_for_a_plain_one) {
+    TestQueue group;
+    const size_t first = group.join(settingsOf(2));
+    const size_t other = group.join(settingsOf(1));
+    group.pass(2 * second);
+    for (const std::string_view name : {"boss\x80", "a..b", "*", "boss.>"}) {
+        certified::Frame data;
+        data.name = name;
+        data.incarnation = 7;
+        data.subjectId = 1;
+        data.number = 1;
+        certified::FrameWriter written;
+        certified::encode(data, written);
+        companion::Message message = TestQueue::messageTo("t.a");
+        ASSERT_EQ(message.withAttributes(written.bytes(), &message), QUORL_OK);
+        group.hand(message);
+        group.hand(message);
+        group.pass(second);
+        for (const size_t which : {first, other}) {
+            ASSERT_EQ(group.member(which).tasks.size(), 1u) << name;
+            EXPECT_FALSE(group.member(which).tasks[0].certified);
+            EXPECT_TRUE(group.member(which).tasks[0].message.attributes().empty());
+            group.complete(which);
+        }
+        group.pass(3 * second);
+        EXPECT_EQ(group.counts(first).assigned, 0u) << name;
+        EXPECT_EQ(group.counts(other).unreported, 0u) << name;
+    }
+}
+
 TEST(DqueueMachine, leaves_when_it_has_completed_what_it_holds) {
     TestQueue group;
     const size_t first = group.join(settingsOf(2));

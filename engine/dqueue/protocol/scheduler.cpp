@@ -204,10 +204,11 @@ void Scheduler::skipTo(Stream& stream, uint64_t number) {
 void Scheduler::onDelivery(const certified::Delivery& delivery) {
     const companion::Message& message = delivery.message;
     const std::string_view subject = message.subject();
+    // The name of data was not checked when it was decoded, and a task's stream has to be one that members can speak of.
     certified::Frame data;
     const bool named = !message.attributes().empty() &&
                        certified::decode(message.attributes(), &data) == certified::Decoded::frame &&
-                       data.kind == certified::Kind::data;
+                       data.kind == certified::Kind::data && certified::validName(data.name);
     const bool kept = named && delivery.stream != 0;
     Stream* stream = shared_.streams.make(
         named ? StreamRef{data.name, data.incarnation, data.subjectId} : StreamRef{{}, plainIncarnation_, 0},

@@ -287,7 +287,9 @@ public final class QuorlCmListener extends QuorlEvent {
     private void confirmHandled(QuorlMsg message) {
         if (message.isClosed()) {
             throw QuorlClosedException.says(QuorlException.INVALID_MSG,
-                    "the handler of " + this + " has closed the message, which cannot be confirmed any more and will come again");
+                    "the handler of " + this + " has closed the message, which cannot be confirmed any more and "
+                            + (workers == null ? "will come again"
+                                    : "goes to another worker when the complete time has passed or the listener is closed"));
         }
         long handle = message.enter();
         try {

@@ -61,6 +61,7 @@ final class DqSubmitCommand extends Action {
     void check() {
         DqWorkCommand.checkQueue(this, queue);
         if (subject == null && source.csv == null && jsonFile == null) throw usage("Missing required parameter: 'SUBJECT'");
+        if (queue.equals(certified.name)) throw usage("--name is that of the queue, which its members have; give the sender another");
         if (subject != null) checkSendable(subject);
         certified.check(this);
         checkAtLeast("--timeout", timeout, 0.001);

@@ -97,7 +97,7 @@ final class DqWorkCommand extends Action {
     private long done;
     private long failed;
     private long unfinished;
-    private Failure failure;
+    private RuntimeException failure;
     private boolean leaving;
 
     /** Handlers that run. */
@@ -247,7 +247,7 @@ final class DqWorkCommand extends Action {
             code = runs.run(task, line -> {
                 if (!quiet) session.print(line);
             });
-        } catch (Failure e) {
+        } catch (Failure | OutputClosed e) {
             listener.giveBack(task);
             fail(e);
             return;
@@ -290,7 +290,7 @@ final class DqWorkCommand extends Action {
         notifyAll();
     }
 
-    private synchronized void fail(Failure with) {
+    private synchronized void fail(RuntimeException with) {
         if (failure == null) failure = with;
         notifyAll();
     }

@@ -27,6 +27,9 @@ final class TaskProgram {
     /** Characters of a value; longer ones are in the JSON alone, since the system limits what a program can be started with. */
     static final int LONGEST = 32_000;
 
+    /** Bytes of all variables of fields; what goes beyond is in the JSON alone. Linux takes 128 KiB from everybody, and usually 2 MiB. */
+    static final int ROOM = 100_000;
+
     /** Seconds between SIGTERM and SIGKILL. */
     static final double LAST_SECONDS = 2;
 
@@ -144,7 +147,8 @@ final class TaskProgram {
             }
             return process.waitFor();
         } finally {
-            process.destroyForcibly();
+            // Where its output is not taken any more.
+            if (process.isAlive()) ProcessGroup.signal(process, "KILL");
             gone(process);
         }
     }
@@ -168,10 +172,15 @@ final class TaskProgram {
         to.keySet().removeIf(name -> name.startsWith(PREFIX));
         to.put(PREFIX + "SUBJECT", task.getSendSubject());
         if (task.getReplySubject() != null) to.put(PREFIX + "REPLY", task.getReplySubject());
+        int left = ROOM;
         for (QuorlMsgField field : task) {
             if (field.getName() == null || field.getName().isEmpty()) continue;
             String value = textOf(field);
-            if (value != null && value.length() <= LONGEST && value.indexOf('\0') < 0) to.putIfAbsent(variable(field.getName()), value);
+            if (value == null || value.length() > LONGEST || value.indexOf('\0') >= 0) continue;
+            String variable = variable(field.getName());
+            // Each has a character between name and value, one behind them, and a pointer.
+            int size = variable.length() + value.getBytes(StandardCharsets.UTF_8).length + 10;
+            if (size <= left && to.putIfAbsent(variable, value) == null) left -= size;
         }
     }
 

@@ -6,7 +6,12 @@ import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.vesma.quorl.QuorlMsg;
+import java.io.ByteArrayInputStream;
 import java.io.IOException;
+import java.io.PrintWriter;
+import java.io.StringWriter;
+import java.io.Writer;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -117,6 +122,7 @@ class DqTest {
         assertEquals(2, Cli.run("dq", "submit", "crew").code());
         assertEquals(2, Cli.run("dq", "submit", "crew", "work.*").code());
         assertEquals(2, Cli.run("dq", "status", "crew.*").code());
+        assertEquals(2, Cli.run("dq", "submit", "crew", "work.x", "--name", "crew", "--timeout", "0.05").code());
         for (String name : List.of("_x", "", "a.*", "a..b", "x".repeat(201))) {
             for (Cli refused : List.of(Cli.run("dq", "work", name, "work.*", "true", "--timeout", "0"), Cli.run("dq", "submit", name, "work.x"),
                     Cli.run("dq", "status", name), Cli.run("cm", "listen", "a.b", "--name", name),
@@ -240,5 +246,65 @@ class DqTest {
         assertEquals(Map.of("PATH", "/bin", "TASK_SUBJECT", "a.b", "TASK_REPLY", "c", "TASK_FIELD_PATH", "/evil",
                 "TASK_FIELD_big_number", "18446744073709551615", "TASK_FIELD_yes", "true", "TASK_FIELD_twice", "first"), variables);
         assertFalse(variables.containsKey("TASK_FIELD_old"));
+    }
+
+    /** One task must not end the command that is to do it. */
+    @Test
+    void fieldsWithoutRoomAreInTheJsonAlone() {
+        try (QuorlMsg task = new QuorlMsg("a.b")) {
+            for (int i = 0; i < 100; i++) task.addString("field" + i, "\u20ac".repeat(TaskProgram.LONGEST / 2));
+            task.addString("small", "fits");
+            Map<String, String> variables = new HashMap<>();
+            TaskProgram.variables(task, variables);
+            assertTrue(variables.containsKey("TASK_FIELD_field0"));
+            assertFalse(variables.containsKey("TASK_FIELD_field99"));
+            assertEquals("fits", variables.get("TASK_FIELD_small"));
+        }
+        String big = "x".repeat(30_000);
+        StringBuilder fields = new StringBuilder();
+        for (int i = 0; i < 80; i++) fields.append(" f").append(i).append(":string=").append(big);
+        Cli worked = Cli.withInput(WORK + "--count 1 -- sh -c 'wc -c'\ndq submit crew work.x" + fields + "\n", "run");
+        assertEquals(0, worked.code(), worked.err());
+        assertTrue(worked.out().lines().anyMatch(line -> line.trim().matches("24[0-9]{5}")), worked.out());
+    }
+
+    /** As in "quorl dq work ... | head -1". */
+    @Test
+    void endsWhenNobodyReadsItsOutput() {
+        Writer closed = new Writer() {
+            @Override
+            public void write(char[] text, int from, int length) throws IOException {
+                throw new IOException("closed");
+            }
+
+            @Override
+            public void flush() {}
+
+            @Override
+            public void close() {}
+        };
+        StringWriter err = new StringWriter();
+        String script = WORK + "--count 2 echo a\ndq submit crew work.x --count 2\n";
+        int code = Main.run(new ByteArrayInputStream(script.getBytes(StandardCharsets.UTF_8)), new PrintWriter(closed), new PrintWriter(err), "run");
+        assertEquals(1, code, err.toString());
+        assertEquals("", err.toString());
+    }
+
+    /** Nothing goes on working on a task that goes to another worker. */
+    @Test
+    void noProgramSurvivesTheCommand(@TempDir Path folder) throws Exception {
+        for (String signal : List.of("KILL", "TERM")) {
+            String program = "sh -c 'trap \"\" INT TERM; sleep 600 & echo $$ $!; wait; wait'";
+            try (ChildCommand child = new ChildCommand(folder, "run", "-e", WORK + "-- " + program, "-e", "dq submit crew work.x --timeout 300")) {
+                String[] running = child.line().split(" ");
+                Process kill = new ProcessBuilder("kill", "-s", signal, Long.toString(child.process.pid())).start();
+                assertEquals(0, kill.waitFor());
+                child.code();
+                for (String pid : running) {
+                    ProcessHandle.of(Long.parseLong(pid))
+                            .ifPresent(each -> each.onExit().orTimeout(ChildCommand.LIMIT, TimeUnit.SECONDS).join());
+                }
+            }
+        }
     }
 }
