@@ -1,9 +1,10 @@
 // quorl-relay: stands in for certified transports that have left the network, and keeps for them what comes meanwhile.
 //
-//     quorl-relay NAME --ledger FILE [--daemon LIST] [--service NAME] [--network NAME] [--sync]
+//     quorl-relay NAME --ledger FILE --daemon LIST [--service NAME] [--network NAME] [--sync]
 //
 // Says "ready" on standard output when it answers. Exit codes: 0 it was told to end, 1 it failed, 2 called wrongly.
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -19,7 +20,7 @@ namespace {
 constexpr int failed = 1;
 constexpr int calledWrongly = 2;
 constexpr const char* usage =
-    "usage: quorl-relay NAME --ledger FILE [--daemon LIST] [--service NAME] [--network NAME] [--sync]\n";
+    "usage: quorl-relay NAME --ledger FILE --daemon LIST [--service NAME] [--network NAME] [--sync]\n";
 constexpr const char* help =
     "Stands in for certified transports that were created with the relay agent NAME, from the time that they "
     "disconnect\n"
@@ -28,10 +29,15 @@ constexpr const char* help =
     "\n"
     "  --ledger FILE    where it keeps all that; made where there is none. FILE.1, FILE.2 and so on are the copies of\n"
     "                   ledgers that it stands in from\n"
-    "  --daemon LIST    nats-servers, as host:port[,host:port...]; without, those of the environment's settings\n"
+    "  --daemon LIST    nats-servers, as host:port[,host:port...]\n"
     "  --service NAME   service and network of its transport\n"
     "  --network NAME\n"
     "  --sync           what it keeps survives a power failure; without, the end of the process\n";
+
+int wrong(const std::string& what) {
+    std::fprintf(stderr, "quorl-relay: %s\n%s", what.c_str(), usage);
+    return calledWrongly;
+}
 
 int complain(const char* what) {
     std::fprintf(stderr, "quorl-relay: %s: %s\n", what, quorl_LastErrorText());
@@ -70,13 +76,20 @@ int main(int count, char** words) {
         } else if (value == nullptr && name == nullptr && !word.starts_with('-')) {
             name = words[i];
         } else {
-            std::fputs(usage, stderr);
-            return calledWrongly;
+            return wrong(value != nullptr        ? word + " needs a value"
+                         : word.starts_with('-') ? "there is no option " + word
+                                                 : "\"" + word + "\" is one name too many");
         }
     }
-    if (name == nullptr || ledger == nullptr) {
-        std::fputs(usage, stderr);
-        return calledWrongly;
+    if (name == nullptr) return wrong("it needs a name, which transports are created with");
+    if (ledger == nullptr) return wrong("it needs a --ledger");
+    // On the bus of its own process it would meet nobody.
+    if (daemon == nullptr || *daemon == '\0') return wrong("it needs a --daemon, through which transports speak to it");
+    // Each transport that is away takes four descriptors, and the soft limit of a login is small.
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
+        files.rlim_cur = files.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &files);
     }
     // Before there are threads, so that all of them leave the signals to this descriptor.
     sigset_t ends;
