@@ -436,7 +436,7 @@ void Node::received(uint32_t ear, Message&& message) noexcept {
             const auto known = ears_.find(ear);
             relayed = known != ears_.end() && ear == relayEar_;
             if (known == ears_.end() || relayed || offLine_) return QUORL_OK;
-            if (standIn_ != nullptr && known->second == 0) standIn_->heard(message);
+            if (standIn_ != nullptr && known->second == 0 && machine.believes(message)) standIn_->heard(message);
             machine.receive(std::move(message), known->second, now, out);
             return QUORL_OK;
         },

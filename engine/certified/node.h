@@ -40,7 +40,7 @@ class Node final : public companion::CertifiedTransport,
     struct StandIn {
         virtual ~StandIn() = default;
         virtual void delivered(const companion::Message& message) noexcept = 0;
-        // What came to the address.
+        // What a listener has said to the address, and has shown to be its own.
         virtual void heard(const companion::Message& message) noexcept = 0;
     };
     struct Wish {

@@ -6,6 +6,7 @@
 // Says "ready" on standard output when it answers. Exit codes: 0 it was told to end, 1 it failed, 2 called wrongly.
 #include <signal.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -186,6 +187,12 @@ int main(int count, char** words) {
         }
     }
     if (const std::string wrong = options.wrong(); !wrong.empty()) return refuse(wrong);
+    // Each transport that is away takes four descriptors, and the soft limit of a login is small.
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
+        files.rlim_cur = files.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &files);
+    }
     // Before there are threads, so that all of them leave the signals to this descriptor.
     sigset_t ends;
     sigemptyset(&ends);

@@ -80,12 +80,14 @@ QUORL_API quorl_status quorlcmTransport_ExpireMessages(quorlcmTransport cmTransp
 QUORL_API quorl_status quorlcmTransport_SyncLedger(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
 /* Puts the transport on the network; the relay agent stands in for it no longer, and what it has kept comes in. Waits up to 10
  * seconds for the relay agent's answer. Without effect when it is on the network. QUORL_TIMEOUT: there was no answer, and the
- * transport is still off the network. QUORL_NOT_PERMITTED: it has no relay agent. */
+ * transport is still off the network. QUORL_IO_FAILED: the relay agent cannot. QUORL_INTR: the transport was destroyed meanwhile.
+ * QUORL_NOT_PERMITTED: it has no relay agent. */
 QUORL_API quorl_status quorlcmTransport_ConnectToRelayAgent(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
 /* Takes the transport off the network, and hands a copy of what it keeps over to the relay agent, which stands in for it from then on:
  * when this returns, the program may end. Sends are still accepted, for whoever is registered, and go out at the next connection.
  * Without effect when it is off the network. QUORL_TIMEOUT: the relay agent has said nothing for 10 seconds, QUORL_IO_FAILED: it cannot
- * stand in; either leaves the transport on the network. QUORL_NOT_PERMITTED: it has no relay agent. */
+ * stand in; either leaves the transport on the network. QUORL_INTR: the transport was destroyed meanwhile. QUORL_NOT_PERMITTED: it has no
+ * relay agent. */
 QUORL_API quorl_status quorlcmTransport_DisconnectFromRelayAgent(quorlcmTransport cmTransport) QUORL_NOEXCEPT;
 /* Seconds after which messages sent from now on expire; 0 and infinite for never. QUORL_INVALID_ARG: negative or NaN. */
 QUORL_API quorl_status quorlcmTransport_SetDefaultCMTimeLimit(quorlcmTransport cmTransport,

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <numeric>
 
+#include "impostor.h"
 #include "quorl/quorlcm.h"
 #include "support.h"
 
@@ -47,6 +48,7 @@ class Relay {
             EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
         }
     }
+    void signal(int number) const { kill(process_, number); }
     void killAndStart() {
         end(SIGKILL);
         start();
@@ -57,6 +59,52 @@ class Relay {
     const std::string ledger_;
     pid_t process_ = -1;
 };
+
+// A client of the daemon's that says what it likes, byte by byte.
+class Stranger {
+  public:
+    explicit Stranger(const std::string& url) : socket_(connectTo(std::stoi(url.substr(url.rfind(':') + 1)))) {
+        sendAll(socket_,
+                "CONNECT {\"verbose\":false}\r\nSUB *.*.*._INBOX.> 1\r\nSUB quorl.default.default._INBOX.> 2\r\n");
+    }
+    ~Stranger() { close(socket_); }
+
+    // A message without fields, with these attributes.
+    void say(const std::string& subject, const std::string& attributes) {
+        std::string payload("QN\1\4", 4);
+        payload += std::string(4, '\0') + "stranger" + std::string(1, '\0');
+        payload += std::string("QM\1\0\14\0\0\0\0\0\0\0", 12) + std::string("QA\1\1", 4);
+        for (int byte = 0; byte < 4; ++byte) payload += static_cast<char>(attributes.size() >> (8 * byte));
+        payload += attributes;
+        sendAll(socket_, "PUB quorl.default.default." + subject + " " + std::to_string(payload.size()) + "\r\n" +
+                             payload + "\r\n");
+    }
+    // Waits until that is among what has come.
+    bool hears(const std::string& what) {
+        char bytes[4096];
+        pollfd come{socket_, POLLIN, 0};
+        while (heard_.find(what) == std::string::npos && poll(&come, 1, static_cast<int>(limit * 1000)) == 1) {
+            const ssize_t count = recv(socket_, bytes, sizeof bytes, 0);
+            if (count <= 0) return false;
+            heard_.append(bytes, static_cast<size_t>(count));
+        }
+        return heard_.find(what) != std::string::npos;
+    }
+
+  private:
+    const int socket_;
+    std::string heard_;
+};
+
+std::string text(const std::string& value) {
+    return static_cast<char>(value.size()) + value;
+}
+
+// What transports say to relay agents.
+std::string request(char kind, const std::string& name, char number, const std::string& rest) {
+    return std::string("\1\1", 2) + kind + text(name) + text("_INBOX.stranger") + "exchange" + number +
+           std::string(1, '\0') + rest;
+}
 
 struct Came {
     std::vector<int> numbers;
@@ -280,6 +328,79 @@ TEST_F(RelayAgent, withoutOneATransportIsOffTheNetworkAndSaysWhy) {
     EXPECT_EQ(quorlcmTransport_ConnectToRelayAgent(sender), QUORL_TIMEOUT);
     EXPECT_NE(std::string(quorl_LastErrorText()).find("\"relay\""), std::string::npos) << quorl_LastErrorText();
     send(sender, 1, 1);
+}
+
+TEST_F(RelayAgent, standsInFromNoPartOfACopy) {
+    const std::string ledger = folder.file("kept");
+    Relay relay(server.url(), ledger);
+    const quorlcmTransport sender = certified("sender", true);
+    connect(sender);
+    ASSERT_EQ(quorlcmTransport_AddListener(sender, "listener", "work"), QUORL_OK);
+    send(sender, 1, 3);
+    leave(sender, true);
+    ASSERT_EQ(access((ledger + ".1").c_str(), F_OK), 0);
+    // It hands over once more, since the answer was lost, and both are killed in the middle.
+    Stranger stranger(server.url());
+    stranger.say("_QUORL.CM.RELAY.relay", request(66, "sender", 1, text("Kzz") + text("")));
+    stranger.say("_QUORL.CM.RELAY.relay",
+                 request(67, "sender", 2, std::string("\1\1", 2) + std::string(8, '\0') + text("work") + text("")));
+    // Until it has got both.
+    ASSERT_TRUE(stranger.hears(std::string("\1\1\110", 3) + text("sender") + text("") + "exchange" + '\2'));
+    relay.killAndStart();
+    EXPECT_NE(access((ledger + ".1").c_str(), F_OK), 0);
+    connect(certified("sender", true));
+}
+
+TEST_F(RelayAgent, keepsNothingThatAStrangerSaysInAListenersName) {
+    const std::string ledger = folder.file("kept");
+    {
+        Relay relay(server.url(), ledger);
+        quorlcmTransport sender = certified("sender", true);
+        connect(sender);
+        ASSERT_EQ(quorlcmTransport_AddListener(sender, "listener", "work"), QUORL_OK);
+        send(sender, 1, 3);
+        leave(sender, true);
+        Stranger stranger(server.url());
+        for (char attempt = 1; attempt < 100; ++attempt)
+            stranger.say("_QUORL.CM.TO.sender", std::string("\1\1\17", 3) + text("listener") + "sequence" + "sessions" +
+                                                    "notoken!" + attempt + std::string(1, '\0') + text("work"));
+        // What it has said was heard before this is answered.
+        stranger.say("_QUORL.CM.RELAY.relay", request(64, "other", 1, ""));
+        ASSERT_TRUE(stranger.hears(std::string("\1\1\105", 3) + text("other")));
+    }
+    EXPECT_EQ(printed(QUORL_LEDGER " export '" + ledger + "'"), "");
+}
+
+TEST_F(RelayAgent, aDisconnectionThatTimedOutIsNotCarriedOutLater) {
+    const std::string ledger = folder.file("kept");
+    Relay relay(server.url(), ledger);
+    const quorlcmTransport sender = certified("sender", true);
+    connect(sender);
+    relay.signal(SIGSTOP);
+    EXPECT_EQ(quorlcmTransport_DisconnectFromRelayAgent(sender), QUORL_TIMEOUT);
+    relay.signal(SIGCONT);
+    // It has come to what was said before when it comes to this.
+    connect(certified("other", true));
+    EXPECT_NE(access((ledger + ".1").c_str(), F_OK), 0);
+    send(sender, 1, 1);
+}
+
+TEST_F(RelayAgent, saysWhatIsWrongWithItsOptions) {
+    const auto refused = [](const std::string& options, const std::string& why) {
+        FILE* out = popen((std::string(QUORL_RELAY) + " " + options + " 2>&1").c_str(), "r");
+        char line[200] = "";
+        EXPECT_NE(fgets(line, sizeof line, out), nullptr) << options;
+        EXPECT_NE(std::string(line).find(why), std::string::npos) << line;
+        while (fgets(line, sizeof line, out) != nullptr) continue;
+        EXPECT_EQ(pclose(out), 2 << 8) << options;
+    };
+    refused("relay --ledger x --nonsense", "there is no option --nonsense");
+    refused("relay --ledger", "--ledger needs a value");
+    refused("relay --ledger x other", "\"other\"");
+    refused("--ledger x", "it needs a name");
+    refused("relay --daemon 127.0.0.1:1", "it needs a --ledger");
+    refused("relay --ledger x", "it needs a --daemon");
+    refused("relay --ledger x --daemon ''", "it needs a --daemon");
 }
 
 }  // namespace

@@ -410,6 +410,13 @@ void Machine::kept(companion::Message message, uint64_t after, Now now, Output& 
     receiver_->onKept(frame, std::move(message), after);
 }
 
+bool Machine::believes(const companion::Message& message) const noexcept {
+    Frame frame;
+    if (shared_->suspended || decode(message.attributes(), &frame) != Decoded::frame) return false;
+    return (frame.kind == Kind::subscribe || frame.kind == Kind::confirm || frame.kind == Kind::cancel) &&
+           sender_->believes(frame);
+}
+
 bool Machine::isStored(const companion::Message& message) const noexcept {
     Frame frame;
     if (decode(message.attributes(), &frame) != Decoded::frame || frame.kind != Kind::data) return true;

@@ -270,6 +270,8 @@ class Machine {
     void copy(Now now, Output& out);
     std::vector<std::string> patterns() const;
     void forEachMessage(const std::function<void(const StoredMessage&)>& visit) const;
+    // Whether a subscribe, a confirm or a cancel that came to the address shows that it is from whom it names.
+    bool believes(const companion::Message& message) const noexcept;
     // What it has kept: frames that came to the address, and data in the order in which it was given it. after: the number
     // of that sender and subject that it was given before, 0: none.
     void kept(companion::Message message, uint64_t after, Now now, Output& out);

@@ -812,6 +812,38 @@ TEST_F(CertifiedPair, hands_no_agreement_over_to_who_does_not_hear_under_the_nam
     EXPECT_EQ(listener->numbers("a.b"), Numbers{2});
 }
 
+TEST_F(CertifiedMachine, believes_of_what_comes_to_its_address_what_shows_the_token) {
+    std::vector<companion::Message> said;
+    Peer sender(net, named("s"));
+    Peer listener(net, named("l"));
+    listener.loses = [&](const companion::Message& message) {
+        if (message.subject() == sender.machine().address()) said.push_back(message);
+        return false;
+    };
+    listener.listen("a.b");
+    net.pass(2 * second);
+    sender.send("a.b");
+    net.pass(1 * second);
+    listener.confirmAll();
+    net.pass(1 * second);
+    std::map<Kind, int> believed;
+    for (const auto& message : said) {
+        Frame frame;
+        ASSERT_EQ(decode(message.attributes(), &frame), Decoded::frame);
+        if (!sender.machine().believes(message)) continue;
+        ++believed[frame.kind];
+        // The same by somebody who does not hear under the name.
+        frame.token ^= 1;
+        FrameWriter forged;
+        encode(frame, forged);
+        forged.raw(frame.list.data(), frame.list.size());
+        EXPECT_FALSE(sender.machine().believes(messageWith(forged, sender.machine().address())));
+    }
+    EXPECT_GT(believed[Kind::subscribe], 0);
+    EXPECT_GT(believed[Kind::confirm], 0);
+    EXPECT_EQ(believed.size(), 2u) << "there is nothing to keep of other kinds";
+}
+
 TEST_F(CertifiedMachine, registers_no_more_names_than_it_may) {
     Settings few = named("s");
     few.listeners = 3;

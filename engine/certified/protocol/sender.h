@@ -56,6 +56,8 @@ class Sender {
 
     // ---- frames of listeners
     void onAnnounce(const Frame& frame);
+    // Whether the frame shows the token that its name was told.
+    bool believes(const Frame& frame) noexcept;
     void onSubscribe(const Frame& frame);
     void onConfirm(const Frame& frame);
     void onAsk(const Frame& frame);

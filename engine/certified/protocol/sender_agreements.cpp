@@ -60,6 +60,10 @@ uint64_t Sender::tokenOf(const Subscriber* subscriber, const Frame& frame) const
     return tokenFor(frame.name, frame.session, subscriber->switches);
 }
 
+bool Sender::believes(const Frame& frame) noexcept {
+    return frame.incarnation == incarnation_ && frame.token == tokenOf(findSubscriber(frame.name), frame);
+}
+
 // What only this sender can have told, and only to who hears under that name.
 uint64_t Sender::tokenFor(std::string_view name, uint64_t session, uint64_t switches) const {
     Writer<nameMax + 32> text;

@@ -5,6 +5,8 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -22,9 +24,15 @@ using companion::Message;
 
 namespace {
 
-constexpr size_t requestsMost = 20'000;    // that wait; what is beyond is as if it were lost
-constexpr size_t batch = 128;              // items sent when asked
-constexpr size_t stateMost = 256u << 20;   // bytes of state in a copy
+constexpr size_t requestsMost = 20'000;   // that wait; what is beyond is as if it were lost
+constexpr size_t batch = 128;             // items sent when asked
+constexpr size_t atOnce = 256;            // requests handled before it is said how far copies have come
+constexpr size_t stateMost = 256u << 20;  // bytes of state in all copies that are being handed over
+constexpr std::string_view knowsTooMany = "it knows as many transports as it may";
+constexpr size_t clientsMost = 4'000;  // transports that are known
+constexpr int sweepEvery = 5'000;      // milliseconds
+// After which a copy that was begun is given up: longer than a transport waits.
+constexpr int64_t copySilence = 30'000'000'000;
 constexpr int64_t nothingForThisLong = 1;  // second
 
 quorl_status report(const Outcome& outcome) noexcept {
@@ -98,12 +106,9 @@ RelayAgent::RelayAgent(const Wish& wish)
       ledgerPath_(wish.ledger),
       sync_(wish.sync),
       limit_(uint64_t{companion::parameters::pendingMegabytes()} << 20),
-      committer_([this](uint64_t, const Outcome& outcome) {
-          if (outcome.ok()) return;
+      committer_([this](uint64_t token, const Outcome& outcome) {
           const std::lock_guard lock(lock_);
-          failed_ = true;
-          // What is not on the disk would be missing after a restart: nothing that comes later is kept either.
-          for (auto& [name, client] : clients_) client->mailbox.refuse();
+          ended(token, outcome);
       }) {}
 
 quorl_status RelayAgent::run(const Wish& wish, int stop, void (*ready)()) {
@@ -153,17 +158,20 @@ quorl_status RelayAgent::start(void (*ready)()) {
 }
 
 void RelayAgent::serve(int stop) {
+    bool waits = false;  // a request does
     for (;;) {
         std::array<pollfd, 2> ends{{{stop, POLLIN, 0}, {wake_, POLLIN, 0}}};
-        if (poll(ends.data(), ends.size(), -1) < 0 && errno != EINTR) return;
+        if (poll(ends.data(), ends.size(), waits ? 0 : sweepEvery) < 0 && errno != EINTR) return;
         if (ends[0].revents != 0) return;
         uint64_t count = 0;
         static_cast<void>(!read(wake_, &count, sizeof count));
-        for (;;) {
+        waits = false;
+        for (size_t handled = 0;; ++handled) {
             Message message;
             {
                 const std::lock_guard lock(lock_);
-                if (!requests_.empty()) {
+                waits = !requests_.empty() && handled == atOnce;
+                if (!requests_.empty() && !waits) {
                     message = std::move(requests_.front());
                     requests_.pop_front();
                 }
@@ -185,7 +193,43 @@ void RelayAgent::serve(int stop) {
             got.number = client->got;
             answer(got, client->inbox);
         }
+        sweep();
     }
+}
+
+void RelayAgent::dropCopy(Client& client) {
+    stateBytes_ -= client.state.size();
+    client.state = {};
+    const bool begun = client.copies();
+    client.copy.reset();
+    client.exchange = 0;
+    if (begun && !client.away) removeCopy(client);
+}
+
+void RelayAgent::sweep() {
+    const int64_t now = companion::monotonicNow();
+    for (auto& [name, client] : clients_) {
+        if (client->copies() && !client->away && now - client->partAt > copySilence) dropCopy(*client);
+    }
+}
+
+// What is only known, and has nothing here, is forgotten.
+bool RelayAgent::makeRoom() {
+    if (clients_.size() < clientsMost) return true;
+    std::unique_lock lock(lock_);
+    const auto found = std::ranges::find_if(clients_, [](const auto& each) {
+        const Client& client = *each.second;
+        return !client.away && !client.copies() && client.mailbox.items().empty();
+    });
+    if (found == clients_.end()) return false;
+    Transaction transaction;
+    Write write;
+    write.kind = Write::Kind::eraseState;
+    write.key = relayClientKey + found->first;
+    transaction.writes.push_back(std::move(write));
+    clients_.erase(found);
+    submit(std::move(transaction), false, lock);
+    return true;
 }
 
 void RelayAgent::end() {
@@ -257,7 +301,7 @@ Outcome RelayAgent::storeClient(const Client& client) {
 RelayAgent::Client* RelayAgent::client(std::string_view name, bool make) {
     const auto found = clients_.find(name);
     if (found != clients_.end()) return found->second.get();
-    if (!make) return nullptr;
+    if (!make || !makeRoom()) return nullptr;
     auto made = std::make_unique<Client>(*this, lastClient_ + 1, name, limit_);
     Client& client = *made;
     const std::lock_guard lock(lock_);
@@ -287,7 +331,16 @@ void RelayAgent::handle(const Message& message) {
     RelayFrame frame;
     // Answers go to inboxes: nobody is made to send to a program's subjects.
     if (!decode(message.attributes(), &frame) || !frame.inbox.starts_with("_INBOX.")) return;
-    Client* its = client(frame.name, frame.kind == RelayKind::connect || frame.kind == RelayKind::state);
+    const bool begins = frame.kind == RelayKind::connect || frame.kind == RelayKind::state;
+    Client* its = client(frame.name, begins);
+    if (its == nullptr && begins) {
+        RelayFrame full;
+        full.kind = RelayKind::failed;
+        full.name = frame.name;
+        full.exchange = frame.exchange;
+        full.rest = bytesOf(knowsTooMany);
+        return answer(full, frame.inbox);
+    }
     if (its == nullptr) return;
     switch (frame.kind) {
         case RelayKind::connect:
@@ -309,9 +362,8 @@ void RelayAgent::onConnect(Client& client, const RelayFrame& frame) {
     reply.name = client.name;
     reply.exchange = frame.exchange;
     const bool known = client.away;
+    dropCopy(client);
     client.away = false;
-    client.copy.reset();
-    client.exchange = 0;
     if (known) {
         // Stored before the copy goes: an agent that starts again must not miss what it does not need.
         const Outcome stored = storeClient(client);
@@ -323,6 +375,8 @@ void RelayAgent::onConnect(Client& client, const RelayFrame& frame) {
         }
         standDown(client);
         removeCopy(client);
+    }
+    {
         const std::lock_guard lock(lock_);
         client.mailbox.accept();
     }
@@ -369,7 +423,15 @@ void RelayAgent::onTake(Client& client, const RelayFrame& frame) {
     reply.exchange = frame.exchange;
     for (const One& one : found) {
         Message image;
-        if (!ledger_->read(client.number, one.number, &image).ok()) continue;
+        if (const Outcome read = ledger_->read(client.number, one.number, &image); !read.ok()) {
+            if (read.status == QUORL_NO_MEMORY) return;
+            // The transport asks again, and is given what is left.
+            std::unique_lock lock(lock_);
+            Transaction transaction;
+            client.mailbox.giveUp(one.number, &transaction);
+            submit(std::move(transaction), false, lock);
+            return;
+        }
         reply.kind = RelayKind::item;
         reply.number = one.number;
         reply.last = one.before;
@@ -427,14 +489,13 @@ Outcome RelayAgent::beginCopy(Client& client) {
         transaction.writes.push_back(std::move(write));
     }
     if (outcome.ok() && !transaction.writes.empty()) outcome = addToCopy(client, std::move(transaction));
+    stateBytes_ -= client.state.size();
     client.state = {};
     return outcome;
 }
 
 void RelayAgent::giveUpCopy(Client& client, const RelayFrame& frame, const std::string& why) {
-    client.copy.reset();
-    client.exchange = 0;
-    removeCopy(client);
+    dropCopy(client);
     RelayFrame reply;
     reply.kind = RelayKind::failed;
     reply.name = client.name;
@@ -454,24 +515,30 @@ void RelayAgent::onPart(Client& client, const RelayFrame& frame, const Message& 
             nothing.exchange = frame.exchange;
             return answer(nothing, frame.inbox);
         }
+        dropCopy(client);
         if (client.away) {
+            // Stored before the new copy is begun: an agent that starts again must not stand in from a part of it.
             client.away = false;
+            const Outcome stored = storeClient(client);
+            if (!stored.ok()) {
+                client.away = true;
+                return giveUpCopy(client, frame, stored.text);
+            }
             standDown(client);
         }
         client.exchange = frame.exchange;
         client.got = 0;
-        client.state.clear();
-        client.copy.reset();
         client.copyToken = 0;
     }
     client.ackDue = true;
+    client.partAt = companion::monotonicNow();
     if (frame.number != client.got + 1 || client.away) return;
     Outcome outcome;
     if (frame.kind == RelayKind::state) {
         if (client.copy) return;
-        if (client.state.size() > stateMost)
-            return giveUpCopy(client, frame, "it has more state than a relay agent takes");
+        if (stateBytes_ > stateMost) return giveUpCopy(client, frame, "it has more state than a relay agent takes");
         client.state.append(reinterpret_cast<const char*>(frame.rest.data()), frame.rest.size());
+        stateBytes_ += frame.rest.size();
     } else {
         Reader rest(frame.rest);
         const uint64_t subject = rest.number();
@@ -565,22 +632,37 @@ void RelayAgent::standDown(Client& client) {
     client.standIn = 0;
 }
 
-void RelayAgent::Client::heard(const Message& message) noexcept {
-    Frame frame;
-    if (certified::decode(message.attributes(), &frame) != Decoded::frame) return;
-    if (frame.kind == Kind::subscribe || frame.kind == Kind::confirm || frame.kind == Kind::cancel)
-        agent.keep(*this, message);
-}
-
 void RelayAgent::keep(Client& client, const Message& message) noexcept {
+    uint64_t item = 0;
+    std::unique_lock lock(lock_);
     try {
-        std::unique_lock lock(lock_);
         Transaction transaction;
-        if (client.mailbox.add(message, &transaction)) submit(std::move(transaction), false, lock);
+        if (!client.mailbox.add(message, &transaction, &item)) return;
+        unstored_.insert_or_assign(lastToken_ + 1, std::pair(client.name, item));
+        const uint64_t token = lastToken_ + 1;
+        const Outcome outcome = submit(std::move(transaction), false, lock);
+        if (!outcome.ok()) ended(token, outcome);
     } catch (const std::bad_alloc&) {
-        const std::lock_guard lock(lock_);
+        if (!lock.owns_lock()) lock.lock();
+        client.mailbox.drop(item);
         client.mailbox.refuse();
     }
+}
+
+// Under the lock.
+void RelayAgent::ended(uint64_t token, const Outcome& outcome) noexcept {
+    if (outcome.ok()) {
+        unstored_.erase(unstored_.begin(), unstored_.upper_bound(token));
+        return;
+    }
+    failed_ = true;
+    if (const auto found = unstored_.find(token); found != unstored_.end()) {
+        if (const auto client = clients_.find(found->second.first); client != clients_.end())
+            client->second->mailbox.drop(found->second.second);
+        unstored_.erase(found);
+    }
+    // What is not on the disk would be missing after a restart: nothing that comes later is kept either.
+    for (auto& [name, client] : clients_) client->mailbox.refuse();
 }
 
 }  // namespace quorl::certified

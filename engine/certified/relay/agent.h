@@ -46,7 +46,9 @@ class RelayAgent final : public companion::Guest, public std::enable_shared_from
         Client(RelayAgent& its, uint32_t itsNumber, std::string_view itsName, uint64_t limit)
             : agent(its), number(itsNumber), name(itsName), mailbox(itsNumber, limit) {}
         void delivered(const companion::Message& message) noexcept override { agent.keep(*this, message); }
-        void heard(const companion::Message& message) noexcept override;
+        void heard(const companion::Message& message) noexcept override { agent.keep(*this, message); }
+        // A copy that is being handed over.
+        bool copies() const noexcept { return exchange != 0; }
 
         RelayAgent& agent;
         const uint32_t number;
@@ -64,6 +66,7 @@ class RelayAgent final : public companion::Guest, public std::enable_shared_from
         std::string state;
         std::unique_ptr<Ledger> copy;
         uint64_t copyToken = 0;
+        int64_t partAt = 0;  // when its last part came
     };
     class Loading;
 
@@ -72,7 +75,12 @@ class RelayAgent final : public companion::Guest, public std::enable_shared_from
     void serve(int stop);
     void end();
     void handle(const companion::Message& message);
+    // Gives up copies of which nothing comes any more.
+    void sweep();
+    // Null: it is not known, or there is no room for one more.
     Client* client(std::string_view name, bool make);
+    bool makeRoom();
+    void dropCopy(Client& client);
     std::string pathOf(const Client& client) const { return ledgerPath_ + "." + std::to_string(client.number); }
     void removeCopy(const Client& client) const;
 
@@ -91,6 +99,7 @@ class RelayAgent final : public companion::Guest, public std::enable_shared_from
     // Hands a transaction over. Under the lock.
     Outcome submit(Transaction transaction, bool wait, std::unique_lock<std::mutex>& lock);
     Outcome storeClient(const Client& client);
+    void ended(uint64_t token, const Outcome& outcome) noexcept;
 
     const uint32_t transport_;
     const std::string name_;
@@ -99,11 +108,13 @@ class RelayAgent final : public companion::Guest, public std::enable_shared_from
     uint64_t limit_ = 0;
     std::unique_ptr<Ledger> ledger_;
     Committer committer_;
-    int wake_ = -1;                                                        // an eventfd that says that requests wait
-    std::map<std::string, std::unique_ptr<Client>, std::less<>> clients_;  // of the agent's thread
+    int wake_ = -1;  // an eventfd that says that requests wait
     uint32_t lastClient_ = 0;
+    size_t stateBytes_ = 0;  // of all copies that are being handed over
 
-    std::mutex lock_;  // guards what follows, and all mailboxes
+    std::mutex lock_;                                                      // guards what follows, and all mailboxes
+    std::map<std::string, std::unique_ptr<Client>, std::less<>> clients_;  // changed by the agent's thread alone
+    std::map<uint64_t, std::pair<std::string, uint64_t>> unstored_;        // client and item, by token
     std::deque<companion::Message> requests_;
     bool ended_ = false;
     uint64_t lastToken_ = 0;

@@ -179,10 +179,23 @@ quorl_status RelayLink::handOver(const RelayCopy& copy, int64_t patience) noexce
             known = got_;
             heardAt = companion::monotonicNow();
         } else {
-            if (companion::monotonicNow() - heardAt >= patience) return silent();
+            if (companion::monotonicNow() - heardAt >= patience) {
+                lock.unlock();
+                callOff();
+                return silent();
+            }
             sent = known;
         }
     }
+}
+
+// The transport goes on by itself, from which a copy that the agent comes to later would know nothing.
+void RelayLink::callOff() noexcept {
+    {
+        const std::lock_guard lock(lock_);
+        exchange_ = drawExchange();
+    }
+    say(RelayKind::connect, 0, {});
 }
 
 // ---- taking

@@ -72,6 +72,7 @@ class RelayLink {
     template <class F>
     bool await(std::unique_lock<std::mutex>& lock, int64_t deadline, F&& condition);
     quorl_status silent() const noexcept;
+    void callOff() noexcept;
     quorl_status sendPart(const RelayCopy& copy, const std::string& state, uint64_t number) noexcept;
     void takeAll() noexcept;
     void onItem(const RelayFrame& frame, const companion::Message& message);

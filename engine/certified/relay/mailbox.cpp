@@ -2,6 +2,8 @@
 #include "certified/relay/mailbox.h"
 
 #include <algorithm>
+#include <iterator>
+#include <vector>
 
 #include "certified/protocol/frame.h"
 #include "certified/protocol/subject.h"
@@ -37,15 +39,30 @@ std::string Mailbox::keyOf(uint64_t item) const {
     return writer.string();
 }
 
-void Mailbox::remember(const Item& item) {
+// Before it is among the items.
+void Mailbox::remember(Item& item) {
+    bytes_ += item.size;
     Frame frame;
-    if (decode(bytesOf(item.attributes), &frame) != Decoded::frame) return;
-    if (frame.kind == Kind::data) {
+    item.data = decode(bytesOf(item.attributes), &frame) == Decoded::frame && frame.kind == Kind::data;
+    saidItems_ += item.data ? 0 : 1;
+    if (item.data) {
         uint64_t& highest = highest_[streamOf(frame)];
         highest = std::max(highest, frame.number);
     } else {
         said_[topicOf(frame)] = item.attributes;
     }
+}
+
+void Mailbox::erase(uint64_t item, Transaction* transaction) const {
+    Write image;
+    image.kind = Write::Kind::eraseMessages;
+    image.subject = number_;
+    image.number = image.last = item;
+    Write beside;
+    beside.kind = Write::Kind::eraseState;
+    beside.key = keyOf(item);
+    transaction->writes.push_back(std::move(image));
+    transaction->writes.push_back(std::move(beside));
 }
 
 bool Mailbox::load(std::string_view rest, std::string_view value) {
@@ -57,6 +74,7 @@ bool Mailbox::load(std::string_view rest, std::string_view value) {
     item.subject = reader.text();
     item.attributes = reader.text();
     if (!number.done() || at == 0 || at == UINT64_MAX || !reader.done()) return false;
+    item.size = item.attributes.size();
     remember(item);
     next_ = std::max(next_, at + 1);
     items_.emplace(at, std::move(item));
@@ -66,25 +84,26 @@ bool Mailbox::load(std::string_view rest, std::string_view value) {
 void Mailbox::load(const StoredMessage& message) {
     const auto found = items_.find(message.number);
     if (found == items_.end()) return;
-    found->second.size = message.size;
+    found->second.size += message.size;
     bytes_ += message.size;
 }
 
-bool Mailbox::add(const companion::Message& message, Transaction* transaction) {
+bool Mailbox::add(const companion::Message& message, Transaction* transaction, uint64_t* number) {
     Frame frame;
     if (decode(message.attributes(), &frame) != Decoded::frame) return false;
     const auto attributes = message.attributes();
     Item item;
     item.subject = message.subject();
     item.attributes.assign(reinterpret_cast<const char*>(attributes.data()), attributes.size());
-    item.size = static_cast<uint32_t>(message.image().size());
+    item.size = message.image().size() + attributes.size();
     if (limit_ != 0 && bytes_ + item.size > limit_ && bytes_ != 0) full_ = true;
     if (frame.kind == Kind::data) {
         if (full_) return false;
         const auto highest = highest_.find(streamOf(frame));
         if (highest != highest_.end()) item.after = highest->second;
         if (frame.number <= item.after) return false;
-    } else if (const auto said = said_.find(topicOf(frame)); said != said_.end() && said->second == item.attributes) {
+    } else if (const auto said = said_.find(topicOf(frame));
+               saidItems_ >= saidMost || (said != said_.end() && said->second == item.attributes)) {
         return false;
     }
     Write image;
@@ -104,23 +123,53 @@ bool Mailbox::add(const companion::Message& message, Transaction* transaction) {
     transaction->writes.push_back(std::move(image));
     transaction->writes.push_back(std::move(beside));
     remember(item);
-    bytes_ += item.size;
+    *number = next_;
     items_.emplace(next_++, std::move(item));
     return true;
+}
+
+void Mailbox::drop(uint64_t number) {
+    const auto found = items_.find(number);
+    if (found == items_.end()) return;
+    const Item item = std::move(found->second);
+    items_.erase(found);
+    bytes_ -= item.size;
+    Frame frame;
+    if (decode(bytesOf(item.attributes), &frame) != Decoded::frame) return;
+    if (item.data) {
+        uint64_t& highest = highest_[streamOf(frame)];
+        highest = std::min(highest, item.after);
+    } else {
+        --saidItems_;
+        said_.erase(topicOf(frame));
+    }
 }
 
 void Mailbox::forget(uint64_t first, uint64_t last, Transaction* transaction) {
     for (auto at = items_.lower_bound(first); at != items_.end() && at->first <= last; at = items_.erase(at)) {
         bytes_ -= at->second.size;
-        Write image;
-        image.kind = Write::Kind::eraseMessages;
-        image.subject = number_;
-        image.number = image.last = at->first;
-        Write beside;
-        beside.kind = Write::Kind::eraseState;
-        beside.key = keyOf(at->first);
-        transaction->writes.push_back(std::move(image));
-        transaction->writes.push_back(std::move(beside));
+        saidItems_ -= at->second.data ? 0 : 1;
+        erase(at->first, transaction);
+    }
+}
+
+void Mailbox::giveUp(uint64_t number, Transaction* transaction) {
+    const auto found = items_.find(number);
+    if (found == items_.end()) return;
+    Frame frame;
+    std::vector<uint64_t> gone{number};
+    if (found->second.data && decode(bytesOf(found->second.attributes), &frame) == Decoded::frame) {
+        const std::string stream = streamOf(frame);
+        for (auto at = std::next(found); at != items_.end(); ++at) {
+            if (at->second.data && decode(bytesOf(at->second.attributes), &frame) == Decoded::frame &&
+                streamOf(frame) == stream)
+                gone.push_back(at->first);
+        }
+    }
+    // The last first, so that the stream is known up to what came in front of the first.
+    for (auto at = gone.rbegin(); at != gone.rend(); ++at) {
+        erase(*at, transaction);
+        drop(*at);
     }
 }
 

@@ -20,7 +20,8 @@ class Mailbox {
         uint64_t after = 0;  // of data: the number of its stream that came before; 0: none did, or it is not known
         std::string subject;
         std::string attributes;
-        uint32_t size = 0;
+        uint64_t size = 0;  // of the image and the attributes
+        bool data = false;
     };
 
     // number: its own among those of the agent. limit: bytes; 0: as many as there is room for.
@@ -31,25 +32,34 @@ class Mailbox {
     void load(const StoredMessage& message);
 
     // Each says what to write. False: it is not kept, since it is there already, or there is no room. Where one thing was not kept
-    // no data behind it is, so that no gap looks like the sender's.
-    bool add(const companion::Message& message, Transaction* transaction);
+    // no data behind it is, so that no gap looks like the sender's. item: the number that it has got.
+    bool add(const companion::Message& message, Transaction* transaction, uint64_t* item);
+    // The ledger has not taken that item: it has never come, and is kept when it comes again.
+    void drop(uint64_t item);
     void refuse() noexcept { full_ = true; }
     // The transport is back, and a later absence begins with what it knows then.
     void accept() noexcept { full_ = false; }
     void forget(uint64_t first, uint64_t last, Transaction* transaction);
+    // That item cannot be read any more. What its sender sent behind it is given up with it, since nobody may take the gap for the
+    // sender's: whoever sent it still has it.
+    void giveUp(uint64_t item, Transaction* transaction);
 
     const std::map<uint64_t, Item>& items() const noexcept { return items_; }
     uint64_t bytes() const noexcept { return bytes_; }
     static constexpr char key = 'I';
+    // What listeners may have said that was not taken yet; what is beyond, they say again.
+    static constexpr size_t saidMost = 20'000;
 
   private:
     std::string keyOf(uint64_t item) const;
-    void remember(const Item& item);
+    void remember(Item& item);
+    void erase(uint64_t item, Transaction* transaction) const;
 
     const uint32_t number_;
     const uint64_t limit_;
     std::map<uint64_t, Item> items_;
     uint64_t bytes_ = 0;
+    size_t saidItems_ = 0;
     uint64_t next_ = 1;
     bool full_ = false;
     std::map<std::string, uint64_t, std::less<>> highest_;  // number of each stream: what came again is not kept twice
