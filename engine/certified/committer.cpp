@@ -34,7 +34,7 @@ void Committer::stop() noexcept {
 
 // Those that were durable together are told as one.
 void Committer::run() noexcept {
-    std::deque<Pending> taken;
+    std::vector<Pending> taken;  // not a deque, which takes memory while it is empty
     for (;;) {
         {
             std::unique_lock lock(lock_);

@@ -6,9 +6,9 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <mutex>
+#include <vector>
 
 #include "certified/ledger/ledger.h"
 #include "companion/thread.h"
@@ -42,7 +42,7 @@ class Committer {
     companion::Thread thread_;
     std::mutex lock_;
     std::condition_variable changed_;
-    std::deque<Pending> pending_;
+    std::vector<Pending> pending_;
     bool stopping_ = false;
 };
 

@@ -213,6 +213,7 @@ quorl_status Node::start(const std::vector<std::string>& patterns) noexcept {
                           Output& out) { return machine.createListener(i + 1, patterns[i], now, out); },
                       Waits::yes);
     }
+    started_ = status == QUORL_OK;
     return status;
 }
 
@@ -264,6 +265,12 @@ void Node::parentClosed() noexcept {
     backlog_.clear();
 }
 
+void Node::parentBack() noexcept {
+    if (!started_) return;  // what it says then it says on the way that is there now
+    back_ = true;
+    host().schedule(*this, companion::monotonicNow());
+}
+
 // ---- steps
 
 // Under the lock.
@@ -274,8 +281,11 @@ void Node::carryOut(quorl_status status, After& after) noexcept {
         if (token != 0) {
             Ledger::Ticket ticket;
             stored = ledger_->submit(std::move(out_.store), &ticket);
-            if (stored.ok()) after.stored = {std::move(ticket), token};
-            after.stores = true;
+            if (stored.ok()) {
+                after.stored = {std::move(ticket), token};
+            } else {
+                after.refused.status = stored.status;
+            }
         }
         try {
             for (Message& message : out_.messages) {
@@ -294,17 +304,36 @@ void Node::carryOut(quorl_status status, After& after) noexcept {
         out_.clear();
         try {
             storageText_ = stored.reason();
-            machine_.storageFailed(token, stored.status, now(), out_);
         } catch (const std::bad_alloc&) {
-            break;
+            storageText_.clear();
         }
+        const bool told = tellFailure(token, stored.status);
+        after.refused.text = std::move(stored.text);
+        if (!told) break;
     }
     int64_t due = machine_.due();
     const int64_t present = companion::monotonicNow();
     if (!backlog_.empty()) due = std::min(due, present + pauseWithoutRoom);
     // A machine that had no memory may be due at once again.
     if (status == QUORL_NO_MEMORY) due = std::max(due, present + pauseWithoutMemory);
+    if (untold_ != 0) due = std::min(due, present + pauseWithoutMemory);
     if (due != INT64_MAX && !ended_) host().schedule(*this, due);
+}
+
+// Under the lock. False: there was no memory for it. It is told before anything else then, or the machine would take for stored
+// what is not.
+bool Node::tellFailure(uint64_t token, quorl_status status) noexcept {
+    try {
+        machine_.storageFailed(token, status, now(), out_);
+        untold_ = 0;
+        return true;
+    } catch (const std::bad_alloc&) {
+        if (untold_ == 0 || token < untold_) {
+            untold_ = token;
+            untoldStatus_ = status;
+        }
+        return false;
+    }
 }
 
 // Under the lock: sends what there is room for.
@@ -366,7 +395,7 @@ std::string Node::storageText() noexcept {
 }
 
 quorl_status Node::finish(After& after, Waits waits) noexcept {
-    quorl_status status = QUORL_OK;
+    quorl_status status = after.refused.ok() ? QUORL_OK : report(after.refused);
     for (;;) {
         for (const Event& event : std::exchange(after.events, {})) {
             if (event.kind == Event::Kind::storageFailed) {
@@ -407,11 +436,14 @@ void Node::ended(uint64_t token, const Outcome& outcome, After& after) noexcept 
         [&](Machine& machine, Now now, Output& out) {
             if (outcome.ok()) {
                 machine.persisted(token, now, out);
-            } else {
-                storageText_ = outcome.reason();
-                machine.storageFailed(token, outcome.status, now, out);
+                return QUORL_OK;
             }
-            return QUORL_OK;
+            try {
+                storageText_ = outcome.reason();
+            } catch (const std::bad_alloc&) {
+                storageText_.clear();
+            }
+            return tellFailure(token, outcome.status) ? QUORL_OK : QUORL_NO_MEMORY;
         },
         after, true);
 }
@@ -419,6 +451,18 @@ void Node::ended(uint64_t token, const Outcome& outcome, After& after) noexcept 
 void Node::wake() noexcept {
     const companion::Hold<Node> held(Type::certifiedTransport, id_);
     if (!held) return;
+    if (back_.exchange(false)) {
+        const quorl_status status = step(
+            [this](Machine& machine, Now now, Output& out) {
+                if (!offLine_) machine.backOnLine(now, out);
+                return QUORL_OK;
+            },
+            Waits::no);
+        if (status == QUORL_NO_MEMORY) {
+            back_ = true;
+            host().schedule(*this, companion::monotonicNow() + pauseWithoutMemory);
+        }
+    }
     step(
         [](Machine& machine, Now now, Output& out) {
             machine.tick(now, out);

@@ -90,6 +90,7 @@ class Node final : public companion::CertifiedTransport,
     void closed() noexcept override;
     void completed() noexcept override;
     void parentClosed() noexcept override;
+    void parentBack() noexcept override;
     void wake() noexcept override;
     void received(uint32_t ear, companion::Message&& message) noexcept override;
 
@@ -101,7 +102,7 @@ class Node final : public companion::CertifiedTransport,
         std::vector<Fetch> fetches;
         std::vector<Event> events;
         quorl_status sent = QUORL_OK;  // the first failure of the transport
-        bool stores = false;           // something was stored
+        Outcome refused;               // the ledger did not take the step
         bool waitsForRoom = false;     // messages are left that found none
     };
     // A request that waits for its reply.
@@ -119,6 +120,7 @@ class Node final : public companion::CertifiedTransport,
     template <class F>
     quorl_status step(F&& change, Waits waits) noexcept;
     void carryOut(quorl_status status, After& after) noexcept;
+    bool tellFailure(uint64_t token, quorl_status status) noexcept;
     quorl_status finish(After& after, Waits waits) noexcept;
     void ended(uint64_t token, const Outcome& outcome, After& after) noexcept;
     void deliver(std::vector<Delivery>& deliveries) noexcept;
@@ -147,7 +149,9 @@ class Node final : public companion::CertifiedTransport,
     std::unique_ptr<Ledger> ledger_;  // null: in memory
     Committer committer_;
     std::atomic<uint64_t> dropped_{0};
-    const bool syncs_;  // the ledger, before it says that something is stored
+    std::atomic<bool> started_{false};
+    std::atomic<bool> back_{false};  // the way is there again, and the machine does not know
+    const bool syncs_;               // the ledger, before it says that something is stored
     StandIn* const standIn_;
     std::unique_ptr<RelayLink> relay_;  // null: no relay agent
     std::mutex relayLock_;              // one of connect and disconnect at a time; before lock_
@@ -159,6 +163,9 @@ class Node final : public companion::CertifiedTransport,
     bool offLine_ = false;  // hears and sends nothing
     uint32_t relayEar_ = 0;
     std::string storageText_;
+    // What the ledger did not take, and the machine had no memory to be told: it takes no step before it knows. 0: nothing.
+    uint64_t untold_ = 0;
+    quorl_status untoldStatus_ = QUORL_OK;
     std::deque<companion::Message> backlog_;  // what found no room
     std::map<uint32_t, uint32_t> ears_;       // the library's listeners: the numbers of the machine's
     std::map<uint32_t, uint32_t> listeners_;  // the other way round
@@ -172,10 +179,14 @@ quorl_status Node::locked(F&& change, After& after, bool evenEnded) noexcept {
     if (ended_ && !evenEnded) return QUORL_INVALID_TRANSPORT;
     quorl_status status;
     out_.clear();
-    try {
-        status = change(machine_, now(), out_);
-    } catch (const std::bad_alloc&) {
+    if (untold_ != 0 && !tellFailure(untold_, untoldStatus_)) {
         status = QUORL_NO_MEMORY;
+    } else {
+        try {
+            status = change(machine_, now(), out_);
+        } catch (const std::bad_alloc&) {
+            status = QUORL_NO_MEMORY;
+        }
     }
     carryOut(status, after);
     return status;

@@ -1,7 +1,5 @@
 // The ledger when memory is short, its own and SQLite's: allocations of a scripted run fail, one in each run, and what was accepted is
 // there, what was refused is not, and the next step passes.
-#include <sqlite3.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <set>
@@ -9,41 +7,10 @@
 #include "certified/ledger/inspect.h"
 #include "certified/ledger/test_support.h"
 #include "fault/failing_allocator.h"
+#include "fault/failing_sqlite.h"
 
 namespace quorl::certified {
 namespace {
-
-// SQLite's memory, with its size in front of each block.
-constexpr size_t head = 16;
-void* sqliteMalloc(int size) {
-    auto* const block = static_cast<char*>(quorltest::tryMalloc(static_cast<size_t>(size) + head));
-    if (block == nullptr) return nullptr;
-    *reinterpret_cast<int*>(block) = size;
-    return block + head;
-}
-void sqliteFree(void* memory) {
-    std::free(static_cast<char*>(memory) - head);
-}
-void* sqliteRealloc(void* memory, int size) {
-    auto* const block =
-        static_cast<char*>(quorltest::tryRealloc(static_cast<char*>(memory) - head, static_cast<size_t>(size) + head));
-    if (block == nullptr) return nullptr;
-    *reinterpret_cast<int*>(block) = size;
-    return block + head;
-}
-int sqliteSize(void* memory) {
-    return memory == nullptr ? 0 : *reinterpret_cast<int*>(static_cast<char*>(memory) - head);
-}
-int sqliteRoundUp(int size) {
-    return (size + 7) & ~7;
-}
-int sqliteInit(void*) {
-    return SQLITE_OK;
-}
-void sqliteShutdown(void*) {}
-
-constexpr sqlite3_mem_methods methods = {sqliteMalloc,  sqliteFree, sqliteRealloc,  sqliteSize,
-                                         sqliteRoundUp, sqliteInit, sqliteShutdown, nullptr};
 
 // Later allocations are much like earlier ones, and each run opens files: QUORL_EACH_ALLOCATION has each fail.
 int64_t sparse(int64_t allowed) {
@@ -52,10 +19,7 @@ int64_t sparse(int64_t allowed) {
 
 class LedgerNoMemory : public testing::TestWithParam<Durability> {
   protected:
-    static void SetUpTestSuite() {
-        ASSERT_EQ(sqlite3_config(SQLITE_CONFIG_MALLOC, &methods), SQLITE_OK);
-        ASSERT_EQ(sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0), SQLITE_OK);
-    }
+    static void SetUpTestSuite() { ASSERT_TRUE(quorltest::failSqliteToo()); }
 
     Ledger::Options options(const std::string& path) const {
         return {.path = path,
