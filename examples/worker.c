@@ -11,7 +11,6 @@ static void check(quorl_status status, const char* what) {
     fprintf(stderr, "%s: %d %s: %s\n", what, (int)status, quorlStatus_GetText(status), quorl_LastErrorText());
     exit(1);
 }
-
 static int failures = 1;
 static void onTask(quorlcmEvent worker, quorlMsg task, void* closure) {
     const char* file;
@@ -28,39 +27,29 @@ static void onTask(quorlcmEvent worker, quorlMsg task, void* closure) {
     quorl_status status = quorlcmEvent_ConfirmMsg(worker, task);
     if (status != QUORL_NOT_FOUND) check(status, "confirm");
 }
-
 static quorl_u64 done;
 static void onDone(quorlEvent event, quorlMsg advisory, void* closure) {
     (void)event, (void)closure;
-    quorl_u64 first, last;
-    check(quorlMsg_GetU64Ex(advisory, "first", &first, 0), "first");
-    check(quorlMsg_GetU64Ex(advisory, "last", &last, 0), "last");
-    done += last - first + 1;
+    check(quorlMsg_GetU64Ex(advisory, "last", &done, 0), "last"); /* one task at once: in their order */
 }
-
 static void onGone(quorlcmTransport transport, void* gone) {
     (void)transport, sem_post(gone);
 }
-
 int main(void) {
     static const char* const files[] = {"a.png", "b.png", "c.png"};
     quorlTransport transport;
     quorlcmTransport crew, boss;
     quorlcmEvent worker;
-    quorlEvent advisories;
+    quorlEvent listener;
     check(quorl_Open(), "open");
-    check(quorlTransport_Create(&transport, NULL, NULL, NULL),
-          "transport"); /* or a daemon's address for the last one */
-
+    check(quorlTransport_Create(&transport, NULL, NULL, NULL), "transport"); /* the last: a daemon's address */
     /* The worker: a share of 1, one task at once, and 0.1 and 0.35 s between the scheduler's signs of life, 1.0 and 3.5 elsewhere. */
     check(quorlcmTransport_CreateDistributedQueueEx(&crew, transport, "crew", 1, 1, 1, 0.1, 0.35), "join");
     check(quorlcmEvent_CreateListener(&worker, QUORL_DEFAULT_QUEUE, onTask, crew, "pictures.*", NULL), "work");
     check(quorlcmEvent_SetExplicitConfirm(worker), "explicit");
-
     /* Who has the tasks; elsewhere a program of its own, with a ledger. */
-    check(quorlEvent_CreateListener(&advisories, QUORL_DEFAULT_QUEUE, onDone, transport,
-                                    "_QUORL.INFO.certified.completed", NULL),
-          "advisories");
+    const char* subject = "_QUORL.INFO.certified.completed";
+    check(quorlEvent_CreateListener(&listener, QUORL_DEFAULT_QUEUE, onDone, transport, subject, NULL), "advisories");
     check(quorlcmTransport_Create(&boss, transport, "boss", QUORL_FALSE, NULL, QUORL_FALSE, NULL), "boss");
     check(quorlcmTransport_AddListener(boss, "crew", "pictures.*"), "add");
     for (int i = 0; i < 3; i++) {
@@ -72,7 +61,6 @@ int main(void) {
         check(quorlMsg_Destroy(task), "destroy");
     }
     while (done != 3) check(quorlQueue_TimedDispatch(QUORL_DEFAULT_QUEUE, -1), "dispatch");
-
     /* Leaving: no further tasks, and what is held is finished, so go on dispatching. */
     sem_t gone;
     sem_init(&gone, 0, 0);
