@@ -19,7 +19,7 @@ class ExamplesTest {
     private static final Path BUILT = Path.of(System.getProperty("examples.built"));
     private static final Path EXPECTED = Path.of(System.getProperty("examples.expected"));
     private static final int LIMIT_SECONDS = 60;
-    private static final int MAX_LINES = 90;
+    private static final int MAX_LINES = 75;
 
     @TempDir
     Path temporary;

@@ -316,10 +316,12 @@ TEST_F(RelayAgent, whatItKeepsIsToldFromWhatATransportKeeps) {
                                       nullptr),
               QUORL_OK);
     leave(none, false);
+    const std::string before = printed("cat '" + own + "'");
     EXPECT_EQ(
         system((std::string(QUORL_RELAY) + " relay --daemon " + server.url() + " --ledger '" + own + "' 2> /dev/null")
                    .c_str()),
         1 << 8);
+    EXPECT_TRUE(printed("cat '" + own + "'") == before) << "it was altered";
 }
 
 TEST_F(RelayAgent, withoutOneATransportIsOffTheNetworkAndSaysWhy) {

@@ -54,9 +54,15 @@ class RelayAgent::Loading final : public Loader {
     explicit Loading(RelayAgent& agent) : agent_(agent) {}
     void state(std::string_view key, std::string_view value) override { states_.emplace_back(key, value); }
     void message(const StoredMessage& message) override { messages_.push_back(message); }
+    Outcome verdict() override {
+        if (makesSense()) return {};
+        return {QUORL_INVALID_FILE,
+                "the ledger " + agent_.ledgerPath_ + " is damaged, or not that of a relay agent; it is left as it is"};
+    }
 
-    // Clients first, since items name them. False: it makes no sense.
-    bool done() {
+  private:
+    // Clients first, since items name them.
+    bool makesSense() {
         std::map<uint32_t, Client*> byNumber;
         for (const auto& [key, value] : states_) {
             // What a certified transport keeps for itself.
@@ -94,7 +100,6 @@ class RelayAgent::Loading final : public Loader {
         return true;
     }
 
-  private:
     RelayAgent& agent_;
     std::vector<std::pair<std::string, std::string>> states_;
     std::vector<StoredMessage> messages_;
@@ -129,11 +134,7 @@ quorl_status RelayAgent::open() {
         {.path = ledgerPath_, .name = name_, .durability = sync_ ? Durability::power : Durability::process}, &ledger_);
     Loading loading(*this);
     if (outcome.ok()) outcome = ledger_->load(loading);
-    if (!outcome.ok()) return report(outcome);
-    if (!loading.done())
-        return fail(QUORL_INVALID_FILE, "the ledger %s is damaged, or not that of a relay agent; it is left as it is",
-                    ledgerPath_.c_str());
-    return committer_.start(*ledger_);
+    return outcome.ok() ? committer_.start(*ledger_) : report(outcome);
 }
 
 quorl_status RelayAgent::start(void (*ready)()) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <new>
 #include <vector>
 
 #include "certified/protocol/frame.h"
@@ -128,20 +129,26 @@ bool Mailbox::add(const companion::Message& message, Transaction* transaction, u
     return true;
 }
 
-void Mailbox::drop(uint64_t number) {
+void Mailbox::drop(uint64_t number) noexcept {
     const auto found = items_.find(number);
     if (found == items_.end()) return;
     const Item item = std::move(found->second);
     items_.erase(found);
     bytes_ -= item.size;
+    saidItems_ -= item.data ? 0 : 1;
     Frame frame;
     if (decode(bytesOf(item.attributes), &frame) != Decoded::frame) return;
-    if (item.data) {
-        uint64_t& highest = highest_[streamOf(frame)];
-        highest = std::min(highest, item.after);
-    } else {
-        --saidItems_;
-        said_.erase(topicOf(frame));
+    try {
+        if (item.data) {
+            uint64_t& highest = highest_[streamOf(frame)];
+            highest = std::min(highest, item.after);
+        } else {
+            said_.erase(topicOf(frame));
+        }
+    } catch (const std::bad_alloc&) {
+        // What is not known of a stream is no gap of its sender's.
+        highest_.clear();
+        said_.clear();
     }
 }
 

@@ -35,7 +35,7 @@ class Mailbox {
     // no data behind it is, so that no gap looks like the sender's. item: the number that it has got.
     bool add(const companion::Message& message, Transaction* transaction, uint64_t* item);
     // The ledger has not taken that item: it has never come, and is kept when it comes again.
-    void drop(uint64_t item);
+    void drop(uint64_t item) noexcept;
     void refuse() noexcept { full_ = true; }
     // The transport is back, and a later absence begins with what it knows then.
     void accept() noexcept { full_ = false; }
