@@ -93,7 +93,14 @@ TEST_F(Open, whatAMemberSaysIsHeardWhenThereIsRoomForItAgain) {
         const std::vector<char> filler(200'000, 'x');
         EXPECT_EQ(quorlMsg_AddOpaqueEx(message, "bytes", filler.data(), static_cast<quorl_u32>(filler.size()), 0),
                   QUORL_OK);
-        while (!over) EXPECT_EQ(quorlTransport_Send(through, message), QUORL_OK);
+        // On a busy machine the way may be frozen for so long that it counts as lost.
+        while (!over) {
+            const quorl_status status = quorlTransport_Send(through, message);
+            if (status != QUORL_OK && status != QUORL_DAEMON_NOT_CONNECTED) {
+                ADD_FAILURE() << status;
+                break;
+            }
+        }
         quorlMsg_Destroy(message);
     });
     const auto awaitFull = [&] {

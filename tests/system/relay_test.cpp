@@ -387,23 +387,5 @@ TEST_F(RelayAgent, aDisconnectionThatTimedOutIsNotCarriedOutLater) {
     send(sender, 1, 1);
 }
 
-TEST_F(RelayAgent, saysWhatIsWrongWithItsOptions) {
-    const auto refused = [](const std::string& options, const std::string& why) {
-        FILE* out = popen((std::string(QUORL_RELAY) + " " + options + " 2>&1").c_str(), "r");
-        char line[200] = "";
-        EXPECT_NE(fgets(line, sizeof line, out), nullptr) << options;
-        EXPECT_NE(std::string(line).find(why), std::string::npos) << line;
-        while (fgets(line, sizeof line, out) != nullptr) continue;
-        EXPECT_EQ(pclose(out), 2 << 8) << options;
-    };
-    refused("relay --ledger x --nonsense", "there is no option --nonsense");
-    refused("relay --ledger", "--ledger needs a value");
-    refused("relay --ledger x other", "\"other\"");
-    refused("--ledger x", "it needs a name");
-    refused("relay --daemon 127.0.0.1:1", "it needs a --ledger");
-    refused("relay --ledger x", "it needs a --daemon");
-    refused("relay --ledger x --daemon ''", "it needs a --daemon");
-}
-
 }  // namespace
 }  // namespace quorltest
