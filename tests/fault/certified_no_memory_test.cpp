@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <map>
 #include <new>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "certified/protocol/test_support.h"
@@ -101,6 +104,91 @@ TEST(CertifiedNoMemory, loses_nothing_whichever_allocation_fails) {
     EXPECT_GT(failures, 100u);
     std::printf("%llu runs, %llu failures\n", static_cast<unsigned long long>(runs),
                 static_cast<unsigned long long>(failures));
+}
+
+// What is written again when a ledger works again, by its keys, and how many messages the machine has then. The allocation fails
+// in the word that three sends were refused, or when it is tried.
+struct Again {
+    std::map<std::string, std::string> state;
+    uint64_t messages = 0;
+    uint64_t number = 0;
+    bool failed = false;
+};
+Again refuse(bool inRefusal, int64_t allocation) {
+    Again again;
+    Now now{1000 * second, 1'800'000'000 * second};
+    Settings settings = named("s");
+    settings.ledger = true;
+    Machine machine(settings, Chance{1, 2, {3, 4}, {5, 6}});
+    Output out;
+    const auto settle = [&] {
+        while (out.store.token != 0) {
+            const uint64_t token = out.store.token;
+            out.clear();
+            machine.persisted(token, now, out);
+        }
+        out.clear();
+    };
+    machine.start(true, now, out);
+    settle();
+    machine.addListener("l", "a.b", now, out);
+    settle();
+    uint64_t refused = 0;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(machine.send(messageTo("a.b"), 0, now, out), QUORL_OK);
+        if (refused == 0) refused = out.store.token;
+        out.clear();
+    }
+    const auto step = [&](bool fails, const std::function<void()>& call) {
+        bool fine = true;
+        if (fails) quorltest::failAllocation(quorltest::Whose::callers, allocation);
+        try {
+            call();
+        } catch (const std::bad_alloc&) {
+            fine = false;
+        }
+        if (fails) again.failed = quorltest::stopFailing();
+        return fine;
+    };
+    const auto told = [&] { machine.storageFailed(refused, QUORL_IO_FAILED, now, out); };
+    if (!step(inRefusal, told)) told();
+    again.messages = machine.counts().messages;
+    bool first = true;
+    for (int tries = 0; tries < 20; ++tries) {
+        now.monotonic += second;
+        out.clear();
+        step(!inRefusal && std::exchange(first, false), [&] { machine.tick(now, out); });
+        while (out.store.token != 0) {
+            const uint64_t token = out.store.token;
+            for (const Write& write : out.store.writes) {
+                if (write.kind == Write::Kind::putState && write.key != "T") again.state[write.key] = write.value;
+            }
+            out.clear();
+            machine.persisted(token, now, out);
+        }
+    }
+    out.clear();
+    EXPECT_EQ(machine.send(messageTo("a.b"), 0, now, out, &again.number), QUORL_OK);
+    return again;
+}
+
+TEST(CertifiedNoMemory, takes_back_what_was_refused_and_writes_the_rest_again_whichever_allocation_fails) {
+    for (const bool inRefusal : {true, false}) {
+        const Again all = refuse(inRefusal, INT64_MAX);
+        EXPECT_EQ(all.messages, 0u);
+        EXPECT_EQ(all.number, 1u);
+        EXPECT_FALSE(all.state.empty());
+        int failures = 0;
+        for (int64_t allocation = 0;; ++allocation) {
+            const Again again = refuse(inRefusal, allocation);
+            EXPECT_EQ(again.messages, all.messages) << inRefusal << allocation;
+            EXPECT_EQ(again.number, all.number) << inRefusal << allocation;
+            EXPECT_EQ(again.state, all.state) << inRefusal << allocation;
+            if (!again.failed) break;
+            ++failures;
+        }
+        EXPECT_GT(failures, 0);
+    }
 }
 
 }  // namespace

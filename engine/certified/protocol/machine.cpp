@@ -206,7 +206,9 @@ void Machine::persisted(uint64_t token, Now now, Output& out) {
 
 void Machine::storageFailed(uint64_t token, quorl_status status, Now now, Output& out) {
     const Step step(*shared_, now, out);
-    sender_->notStored(shared_->storageFailed(token, status));
+    shared_->storageFailed(token, status);
+    sender_->notStored(shared_->notStored);
+    shared_->notStored.clear();
 }
 
 void Machine::fetched(const Fetch& fetch, const companion::Message& message, Now now, Output& out) {

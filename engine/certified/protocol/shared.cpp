@@ -1,6 +1,7 @@
 // The journal of what is on its way to the ledger, and the messages that wait for it.
 #include "certified/protocol/shared.h"
 
+#include <algorithm>
 #include <new>
 
 #include "certified/protocol/subject.h"
@@ -144,58 +145,72 @@ void Shared::persisted(uint64_t token) {
     if (retryToken_ == 0 || token < retryToken_) return;
     retryToken_ = 0;
     retryAt_ = INT64_MAX;
+    if (!giveOutRetry(false)) return;  // tried again, as if the ledger did not work yet
     status_ = QUORL_OK;
     tell(Event::Kind::storageWorks, {}, {});
-    giveOutRetry();
 }
 
-std::vector<NotStored> Shared::storageFailed(uint64_t token, quorl_status status) {
-    std::vector<NotStored> lost;
-    if (token <= persisted_ || token > lastToken_) return lost;
+void Shared::storageFailed(uint64_t token, quorl_status status) {
+    if (token <= persisted_ || token > lastToken_) return;
+    // Whatever takes memory comes first.
+    std::map<std::string, std::optional<std::string>> older;
+    std::vector<Write> erase;
+    const auto begin =
+        std::find_if(written_.begin(), written_.end(), [&](const Written& one) { return one.token >= token; });
+    for (auto one = written_.end(); one != begin;) {
+        --one;
+        if (one->kind == Write::Kind::putMessage) {
+            notStored.push_back({one->subject, one->number});
+        } else if (one->kind == Write::Kind::eraseMessages) {
+            Write write;
+            write.kind = one->kind;
+            write.subject = one->subject;
+            write.number = one->number;
+            write.last = one->last;
+            erase.push_back(std::move(write));
+        } else if (one->kind == Write::Kind::putState) {
+            // From the last to the first: what is there is newer.
+            older.try_emplace(one->key, one->value);
+        } else {
+            older.try_emplace(one->key, std::nullopt);
+        }
+    }
+    retryErase_.reserve(retryErase_.size() + erase.size());
+    const int64_t again = now.monotonic + retryPause;
+    set(again, Timing::storage);
     if (status_ == QUORL_OK) tell(Event::Kind::storageFailed, {}, {}, static_cast<uint64_t>(status));
     status_ = status == QUORL_OK ? QUORL_IO_FAILED : status;
     retryToken_ = 0;
+    for (Write& write : erase) retryErase_.push_back(std::move(write));
     // What was to be written while this was on its way is newer, and stays.
-    std::map<std::string, std::optional<std::string>> newer = std::move(retryState_);
-    retryState_.clear();
-    while (!written_.empty() && written_.back().token >= token) {
-        Written& one = written_.back();
-        if (one.kind == Write::Kind::putMessage) {
-            lost.push_back({one.subject, one.number});
-        } else if (one.kind == Write::Kind::eraseMessages) {
-            Write write;
-            write.kind = one.kind;
-            write.subject = one.subject;
-            write.number = one.number;
-            write.last = one.last;
-            retryErase_.push_back(std::move(write));
-        } else if (one.kind == Write::Kind::putState) {
-            // From the last to the first: what is there is newer.
-            retryState_.try_emplace(one.key, one.value);
-        } else {
-            retryState_.try_emplace(one.key, std::nullopt);
-        }
-        written_.pop_back();
-    }
-    for (auto& [key, value] : newer) retryState_[key] = std::move(value);
+    retryState_.merge(older);
+    written_.erase(begin, written_.end());
     while (!waiting_.empty() && waiting_.back().token >= token) waiting_.pop_back();
-    retryAt_ = now.monotonic + retryPause;
-    set(retryAt_, Timing::storage);
-    return lost;
+    retryAt_ = again;
 }
 
-void Shared::giveOutRetry() {
+// False: there is no memory for it now, and it is tried again.
+bool Shared::giveOutRetry(bool probes) {
     Transaction& store = out->store;
+    try {
+        if (probes && retryErase_.empty() && retryState_.empty()) retryState_[std::string(probeKey)] = std::string();
+        store.writes.reserve(store.writes.size() + retryErase_.size() + retryState_.size());
+    } catch (const std::bad_alloc&) {
+        retryAt_ = now.monotonic + retryPause;
+        set(retryAt_, Timing::storage);
+        return false;
+    }
     for (Write& write : retryErase_) store.writes.push_back(std::move(write));
     retryErase_.clear();
-    for (auto& [key, value] : retryState_) {
+    while (!retryState_.empty()) {
+        auto state = retryState_.extract(retryState_.begin());
         Write write;
-        write.kind = value ? Write::Kind::putState : Write::Kind::eraseState;
-        write.key = key;
-        if (value) write.value = std::move(*value);
+        write.kind = state.mapped() ? Write::Kind::putState : Write::Kind::eraseState;
+        write.key = std::move(state.key());
+        if (state.mapped()) write.value = std::move(*state.mapped());
         store.writes.push_back(std::move(write));
     }
-    retryState_.clear();
+    return true;
 }
 
 bool Shared::tryNow() {
@@ -208,8 +223,7 @@ bool Shared::tryNow() {
 void Shared::tryStorage() {
     if (status_ == QUORL_OK || retryToken_ != 0 || now.monotonic < retryAt_) return;
     retryAt_ = INT64_MAX;
-    if (retryErase_.empty() && retryState_.empty()) retryState_[std::string(probeKey)] = std::string();
-    giveOutRetry();
+    if (!giveOutRetry(true)) return;
     out->store.afterFailure = true;
     out->store.sync = true;
     retryToken_ = lastToken_ + 1;

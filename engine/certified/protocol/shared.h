@@ -75,8 +75,8 @@ struct Shared {
 
     // ---- storage
     void persisted(uint64_t token);
-    // The messages that were not stored.
-    std::vector<NotStored> storageFailed(uint64_t token, quorl_status status);
+    // Without memory nothing has changed, but for what notStored has got.
+    void storageFailed(uint64_t token, quorl_status status);
     void tryStorage();
     // While storage does not work: tries it in this step. False: a try is on its way.
     bool tryNow();
@@ -92,7 +92,8 @@ struct Shared {
     bool suspended = false;  // another program has the name
     bool settled = false;    // nobody objected to the name
     uint64_t foreign = 0;
-    uint64_t incarnation = 0;  // of this machine as a sender
+    uint64_t incarnation = 0;          // of this machine as a sender
+    std::vector<NotStored> notStored;  // messages that the sender is to take back
 
   private:
     struct Written {
@@ -111,7 +112,7 @@ struct Shared {
 
     void keep(Write write);
     void keepForLater(const Write& write);
-    void giveOutRetry();
+    bool giveOutRetry(bool probes);
 
     std::vector<companion::Message> ofStep_;
     bool sync_ = false;
