@@ -6,8 +6,12 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <vector>
 
 namespace quorltest {
 
@@ -27,6 +31,18 @@ inline bool waitUntilAsleep(pid_t thread) {
         std::this_thread::yield();
     }
     return false;
+}
+
+// Threads of this process whose names begin so.
+inline std::vector<pid_t> threadsNamed(std::string_view begin) {
+    std::vector<pid_t> found;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream file(task.path() / "comm");
+        std::string name;
+        if (std::getline(file, name) && name.starts_with(begin))
+            found.push_back(static_cast<pid_t>(std::stol(task.path().filename().string())));
+    }
+    return found;
 }
 
 }  // namespace quorltest
