@@ -34,6 +34,11 @@ function(quorl_gtest name)
   add_executable(${name} ${arg_SOURCES})
   # Test code is compiled once and run once: most of its time is the compiler's.
   target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O1> $<$<CONFIG:Debug>:-O0> -g1)
+  # What scripts/test does not run with a sanitizer is not built with it either.
+  if((QUORL_SANITIZE AND arg_LABEL MATCHES "^(sim|storage)$") OR
+     (QUORL_SANITIZE STREQUAL "thread" AND arg_LABEL MATCHES "^(system|contract)$"))
+    set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+  endif()
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest GTest::gtest_main Threads::Threads)
   add_test(NAME ${name} COMMAND ${name} --gtest_output=xml:${CMAKE_BINARY_DIR}/reports/${name}.xml --gtest_brief=1)
   set_tests_properties(${name} PROPERTIES LABELS "${arg_LABEL}" TIMEOUT ${arg_TIMEOUT})
