@@ -276,7 +276,8 @@ void Scheduler::updatePatterns(const std::vector<std::string>& cancelled) {
         std::string own(text);
         makeRoom(patterns_, patterns_.size() + 1);
         const uint32_t ear = shared_.openEar(own);
-        const Pattern& pattern = patterns_.emplace_back(std::move(own), ear);
+        patterns_.push_back({std::move(own), ear});
+        const Pattern& pattern = patterns_.back();
         certifiedStep([&](certified::Machine& machine, certified::Output& out) {
             machine.createListener(pattern.ear, pattern.text, shared_.now, out);
         });
