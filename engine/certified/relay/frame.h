@@ -49,6 +49,8 @@ struct RelayFrame {
 
 // Bytes of rest that always fit.
 inline constexpr size_t relayRestMost = companion::attributesMax - 3 - (nameMax + 2) - (255 + 2) - 8 - size_t{2} * 10;
+// Bytes of an item's subject and attributes that always fit, beside the numbers and the length in front of them.
+inline constexpr size_t relayItemMost = companion::attributesMax - 3 - (nameMax + 2) - 1 - 8 - size_t{3} * 10 - 2;
 
 // The rest is added behind. Name and inbox are valid.
 void encode(const RelayFrame& frame, FrameWriter& writer) noexcept;

@@ -8,6 +8,7 @@
 
 #include "certified/protocol/frame.h"
 #include "certified/protocol/subject.h"
+#include "certified/relay/frame.h"
 
 namespace quorl::certified {
 namespace {
@@ -40,18 +41,19 @@ std::string Mailbox::keyOf(uint64_t item) const {
     return writer.string();
 }
 
-// Before it is among the items.
-void Mailbox::remember(Item& item) {
-    bytes_ += item.size;
+// What can throw comes first.
+void Mailbox::remember(uint64_t number, Item& item) {
     Frame frame;
     item.data = decode(bytesOf(item.attributes), &frame) == Decoded::frame && frame.kind == Kind::data;
-    saidItems_ += item.data ? 0 : 1;
     if (item.data) {
         uint64_t& highest = highest_[streamOf(frame)];
         highest = std::max(highest, frame.number);
-    } else {
-        said_[topicOf(frame)] = item.attributes;
+    } else if (auto& said = said_[topicOf(frame)]; said.first < number) {
+        // A ledger tells its items in any order.
+        said = {number, item.attributes};
     }
+    bytes_ += item.size;
+    saidItems_ += item.data ? 0 : 1;
 }
 
 void Mailbox::erase(uint64_t item, Transaction* transaction) const {
@@ -74,9 +76,11 @@ bool Mailbox::load(std::string_view rest, std::string_view value) {
     item.after = reader.number();
     item.subject = reader.text();
     item.attributes = reader.text();
-    if (!number.done() || at == 0 || at == UINT64_MAX || !reader.done()) return false;
+    if (!number.done() || at == 0 || at == UINT64_MAX || items_.contains(at) || !reader.done()) return false;
+    Frame frame;
+    if (!validSubject(item.subject) || decode(bytesOf(item.attributes), &frame) != Decoded::frame) return false;
     item.size = item.attributes.size();
-    remember(item);
+    remember(at, item);
     next_ = std::max(next_, at + 1);
     items_.emplace(at, std::move(item));
     return true;
@@ -98,21 +102,28 @@ bool Mailbox::add(const companion::Message& message, Transaction* transaction, u
     item.attributes.assign(reinterpret_cast<const char*>(attributes.data()), attributes.size());
     item.size = message.image().size() + attributes.size();
     if (limit_ != 0 && bytes_ + item.size > limit_ && bytes_ != 0) full_ = true;
+    // The last number of all is none.
+    if (next_ == UINT64_MAX) full_ = true;
     if (frame.kind == Kind::data) {
         if (full_) return false;
         const auto highest = highest_.find(streamOf(frame));
         if (highest != highest_.end()) item.after = highest->second;
         if (frame.number <= item.after) return false;
     } else if (const auto said = said_.find(topicOf(frame));
-               saidItems_ >= saidMost || (said != said_.end() && said->second == item.attributes)) {
+               saidItems_ >= saidMost || next_ == UINT64_MAX ||
+               (said != said_.end() && said->second.second == item.attributes)) {
         return false;
     }
+    const bool fits = item.subject.size() + item.attributes.size() <= relayItemMost;
     Write image;
     image.kind = Write::Kind::putMessage;
     image.subject = number_;
     image.number = next_;
-    if (message.withSubjects("kept." + std::to_string(number_), message.replySubject(), &image.message) != QUORL_OK)
+    if (!fits ||
+        message.withSubjects("kept." + std::to_string(number_), message.replySubject(), &image.message) != QUORL_OK) {
+        if (frame.kind == Kind::data) full_ = true;
         return false;
+    }
     Write beside;
     beside.kind = Write::Kind::putState;
     beside.key = keyOf(next_);
@@ -123,9 +134,14 @@ bool Mailbox::add(const companion::Message& message, Transaction* transaction, u
     beside.value = value.string();
     transaction->writes.push_back(std::move(image));
     transaction->writes.push_back(std::move(beside));
-    remember(item);
-    *number = next_;
-    items_.emplace(next_++, std::move(item));
+    const auto kept = items_.emplace(next_, std::move(item)).first;
+    try {
+        remember(next_, kept->second);
+    } catch (const std::bad_alloc&) {
+        items_.erase(kept);
+        throw;
+    }
+    *number = next_++;
     return true;
 }
 
@@ -142,8 +158,8 @@ void Mailbox::drop(uint64_t number) noexcept {
         if (item.data) {
             uint64_t& highest = highest_[streamOf(frame)];
             highest = std::min(highest, item.after);
-        } else {
-            said_.erase(topicOf(frame));
+        } else if (const auto said = said_.find(topicOf(frame)); said != said_.end() && said->second.first == number) {
+            said_.erase(said);
         }
     } catch (const std::bad_alloc&) {
         // What is not known of a stream is no gap of its sender's.

@@ -31,8 +31,9 @@ class Mailbox {
     bool load(std::string_view key, std::string_view value);
     void load(const StoredMessage& message);
 
-    // Each says what to write. False: it is not kept, since it is there already, or there is no room. Where one thing was not kept
-    // no data behind it is, so that no gap looks like the sender's. item: the number that it has got.
+    // Each says what to write. False: it is not kept, since it is there already, or there is no room, or it has no room in an item
+    // (relayItemMost): its sender says it again. Where one thing was not kept no data behind it is, so that no gap looks like the
+    // sender's. item: the number that it has got. Throws std::bad_alloc, and the mailbox is as it was then.
     bool add(const companion::Message& message, Transaction* transaction, uint64_t* item);
     // The ledger has not taken that item: it has never come, and is kept when it comes again.
     void drop(uint64_t item) noexcept;
@@ -52,7 +53,7 @@ class Mailbox {
 
   private:
     std::string keyOf(uint64_t item) const;
-    void remember(Item& item);
+    void remember(uint64_t number, Item& item);
     void erase(uint64_t item, Transaction* transaction) const;
 
     const uint32_t number_;
@@ -63,7 +64,8 @@ class Mailbox {
     uint64_t next_ = 1;
     bool full_ = false;
     std::map<std::string, uint64_t, std::less<>> highest_;  // number of each stream: what came again is not kept twice
-    std::map<std::string, std::string> said_;               // the last that each listener has said of each kind
+    std::map<std::string, std::pair<uint64_t, std::string>>
+        said_;  // the last that each listener has said of each kind, and its item
 };
 
 }  // namespace quorl::certified

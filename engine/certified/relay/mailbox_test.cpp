@@ -42,6 +42,26 @@ companion::Message cancelOf(uint64_t attempt) {
     return messageWith("_QUORL.CM.TO.sender", writer.bytes());
 }
 
+// As a listener confirms that has taken one of two.
+companion::Message confirmOf(size_t ranges) {
+    Frame frame;
+    frame.kind = Kind::confirm;
+    frame.name = "listener";
+    FrameWriter writer;
+    encode(frame, writer);
+    NumberSet confirmed(1);
+    for (uint64_t number = 3; ranges != 0; number += 2, --ranges) confirmed.add({number, number});
+    EXPECT_TRUE(addConfirmed(1, confirmed, writer));
+    return messageWith("_QUORL.CM.TO.sender", writer.bytes());
+}
+
+// What the mailbox has written, for another one of that number.
+bool load(Mailbox& mailbox, const Write& write) {
+    Reader key(std::string_view(write.key).substr(1));
+    EXPECT_EQ(key.number(), 9u);
+    return mailbox.load(std::string_view(write.key).substr(write.key.size() - key.left()), write.value);
+}
+
 class Keeping : public ::testing::Test {
   protected:
     // The number of the item; 0: it is not kept.
@@ -149,13 +169,72 @@ TEST_F(RelayMailbox, isTheSameAfterARestart) {
         if (write.kind == Write::Kind::putMessage)
             again.load(StoredMessage{9, write.number, static_cast<uint32_t>(write.message.image().size()), 0});
         if (write.kind != Write::Kind::putState) continue;
-        Reader key(std::string_view(write.key).substr(1));
-        EXPECT_EQ(key.number(), 9u);
-        EXPECT_TRUE(again.load(std::string_view(write.key).substr(write.key.size() - key.left()), write.value));
+        EXPECT_TRUE(load(again, write));
     }
     EXPECT_EQ(again.items().at(item).after, 1u);
     EXPECT_FALSE(again.load("", ""));
     EXPECT_FALSE(again.load("\x01", "\xff"));
+}
+
+TEST_F(RelayMailbox, keepsWhatListenersSaidLastInWhateverOrderItIsLoaded) {
+    uint64_t item = 0;
+    Transaction transaction;
+    ASSERT_TRUE(mailbox.add(cancelOf(1), &transaction, &item));
+    ASSERT_TRUE(mailbox.add(cancelOf(2), &transaction, &item));
+    Mailbox again(9, 0);
+    for (const size_t state : {3, 1}) ASSERT_TRUE(load(again, transaction.writes[state]));
+    EXPECT_FALSE(again.add(cancelOf(2), &transaction, &item));
+    EXPECT_TRUE(again.add(cancelOf(1), &transaction, &item));
+}
+
+TEST_F(RelayMailbox, whatWasSaidBeforeDoesNotTakeTheLastAlong) {
+    const uint64_t first = add(cancelOf(1));
+    ASSERT_NE(add(cancelOf(2)), 0u);
+    mailbox.drop(first);
+    EXPECT_EQ(add(cancelOf(2)), 0u);
+}
+
+TEST_F(RelayMailbox, doesNotKeepWhatItCouldNotHandOut) {
+    const companion::Message large = confirmOf(895);
+    ASSERT_GT(large.attributes().size(), relayItemMost);
+    EXPECT_EQ(add(large), 0u);
+    EXPECT_NE(add(data(1)), 0u) << "what listeners say has no gaps";
+
+    const companion::Message most = confirmOf(860);
+    const uint64_t item = add(most);
+    ASSERT_NE(item, 0u);
+    const std::string name(nameMax, 'n');
+    FrameWriter rest;
+    rest.number(UINT64_MAX);
+    rest.text(most.subject());
+    rest.raw(most.attributes().data(), most.attributes().size());
+    RelayFrame frame;
+    frame.kind = RelayKind::item;
+    frame.name = name;
+    frame.number = frame.last = UINT64_MAX;
+    frame.rest = rest.bytes();
+    FrameWriter writer;
+    encode(frame, writer);
+    EXPECT_TRUE(rest.fits() && writer.fits());
+}
+
+TEST_F(RelayMailbox, refusesStateThatMakesNoSense) {
+    const companion::Message cancel = cancelOf(1);
+    const auto attributes = cancel.attributes();
+    Writer<companion::attributesMax + 300> good;
+    good.number(0);
+    good.text("work");
+    good.text({reinterpret_cast<const char*>(attributes.data()), attributes.size()});
+    EXPECT_TRUE(mailbox.load("\x01", good.string()));
+    EXPECT_FALSE(mailbox.load("\x01", good.string())) << "there is one of that number";
+    EXPECT_EQ(mailbox.bytes(), attributes.size());
+    EXPECT_FALSE(mailbox.load("\x02", std::string_view("\0\4work\1x", 8))) << "no certified frame";
+    EXPECT_FALSE(mailbox.load("\x02", std::string("\0\1.", 3) + good.string().substr(6))) << "no subject";
+    Writer<16> last;
+    last.number(UINT64_MAX - 1);
+    ASSERT_TRUE(mailbox.load(last.string(), good.string()));
+    EXPECT_EQ(add(data(1)), 0u) << "there is no number behind the last";
+    EXPECT_EQ(add(cancelOf(2)), 0u);
 }
 
 }  // namespace
