@@ -174,7 +174,9 @@ Rest limitAndMeetAgain(Failure& failure) {
 }
 
 // With a sanitizer every call would take minutes.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_THREAD__)
+constexpr int64_t stride = 31;
+#elif defined(__SANITIZE_ADDRESS__)
 constexpr int64_t stride = 7;
 #else
 constexpr int64_t stride = 1;
